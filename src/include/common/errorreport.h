@@ -1,0 +1,51 @@
+#pragma once
+
+#include <source_location>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/result.h"
+#include "common/wmapi.h"
+
+namespace wm {
+
+class ErrorReport;
+
+// Where the host wants its error reports. Called on the thread that reports, possibly under locks
+// of the component: it must not call back into the component.
+class IErrorReportSink {
+public:
+    virtual ~IErrorReportSink() = default;
+    virtual void OnReport(const ErrorReport& report) = 0;
+};
+
+// Something that went wrong and that the host should hear of. Made, filled and submitted in one go;
+// a report never changes a routine's result. Texts are UTF-8.
+class WMLIB_API ErrorReport {
+public:
+    ErrorReport& SetError(ZEL::HRESULT code, const char* label = "",
+                          std::source_location place = std::source_location::current());
+    ErrorReport& AddDetail(std::string name, std::string value);
+    // Hands the report to the host's sink; without one it goes nowhere. Throws nothing.
+    void Submit() const noexcept;
+
+    ZEL::HRESULT Code() const noexcept { return code_; }
+    const std::string& Label() const noexcept { return label_; }
+    const std::source_location& Place() const noexcept { return place_; }
+    const std::vector<std::pair<std::string, std::string>>& Details() const noexcept {
+        return details_;
+    }
+
+private:
+    ZEL::HRESULT code_ = ZEL::hr::ok;
+    std::string label_;
+    std::source_location place_;
+    std::vector<std::pair<std::string, std::string>> details_;
+};
+
+// Reports a bare code and its place.
+WMLIB_API void ReportError(ZEL::HRESULT code, const char* label = "",
+                           std::source_location place = std::source_location::current()) noexcept;
+
+}  // namespace wm

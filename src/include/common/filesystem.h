@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/result.h"
+#include "common/wmapi.h"
+
+// The few questions that the store asks the file system. Paths are wide. No operation follows a
+// symbolic link or reparse point, save that the data store directory itself may be one.
+namespace wm {
+
+// `directory` and `name`, with one separator of the platform between them.
+WMLIB_API std::wstring JoinPath(const std::wstring& directory, std::wstring_view name);
+// What stands behind the last separator.
+WMLIB_API std::wstring LastPathComponent(const std::wstring& path);
+
+// Follows a link at `path` itself.
+WMLIB_API bool IsDirectory(const std::wstring& path) noexcept;
+WMLIB_API bool FileExists(const std::wstring& path) noexcept;
+
+// Full paths of the entries of `directory` that are themselves directories, in the order of the
+// listing. Names that are not UTF-8 are passed over and traced.
+WMLIB_API ZEL::HRESULT ListDirectories(const std::wstring& directory,
+                                       std::vector<std::wstring>& out);
+// Regular files in `directory` whose names end in `suffix`, compared exactly. A directory that
+// can't be listed counts 0.
+WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
+                                   std::wstring_view suffix) noexcept;
+// Sum of the logical sizes of all files below `path`. What vanishes during the walk, `path`
+// included, counts 0.
+WMLIB_API ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noexcept;
+// Removes a folder and all in it. A missing folder is success.
+WMLIB_API ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept;
+
+// Whether another process holds the advisory lock on `file`. Never call it for a file that this
+// process has locked: on POSIX the check would drop that lock.
+WMLIB_API bool IsLockedByAnotherProcess(const std::wstring& file) noexcept;
+
+}  // namespace wm

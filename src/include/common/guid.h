@@ -1,0 +1,52 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <cstring>
+
+namespace ZEL {
+
+// A 128-bit identifier with the memory layout that the object model fixes: three integers in the
+// machine's byte order and eight bytes. Equality and order compare the 16 bytes as raw memory.
+struct GUID {
+    std::uint32_t Data1 = 0;
+    std::uint16_t Data2 = 0;
+    std::uint16_t Data3 = 0;
+    std::uint8_t Data4[8] = {};
+
+    friend bool operator==(const GUID& a, const GUID& b) noexcept {
+        return std::memcmp(&a, &b, sizeof(GUID)) == 0;
+    }
+    friend std::strong_ordering operator<=>(const GUID& a, const GUID& b) noexcept {
+        return std::memcmp(&a, &b, sizeof(GUID)) <=> 0;
+    }
+};
+static_assert(sizeof(GUID) == 16);
+
+namespace detail {
+constexpr std::uint32_t HexDigit(char c) {
+    return c >= '0' && c <= '9'   ? static_cast<std::uint32_t>(c - '0')
+           : c >= 'A' && c <= 'F' ? static_cast<std::uint32_t>(c - 'A' + 10)
+                                  : throw "identifiers are written with 0-9 and A-F";
+}
+constexpr std::uint32_t HexNumber(const char* text, int digits) {
+    std::uint32_t number = 0;
+    for (int i = 0; i < digits; ++i)
+        number = number * 16 + HexDigit(text[i]);
+    return number;
+}
+}  // namespace detail
+
+// The identifier written as "1A8B6619-443B-4B5D-9755-C50696B237C6"; checked by the compiler.
+consteval GUID MakeGuid(const char (&text)[37]) {
+    GUID guid;
+    guid.Data1 = detail::HexNumber(text, 8);
+    guid.Data2 = static_cast<std::uint16_t>(detail::HexNumber(text + 9, 4));
+    guid.Data3 = static_cast<std::uint16_t>(detail::HexNumber(text + 14, 4));
+    constexpr int places[8] = {19, 21, 24, 26, 28, 30, 32, 34};
+    for (int i = 0; i < 8; ++i)
+        guid.Data4[i] = static_cast<std::uint8_t>(detail::HexNumber(text + places[i], 2));
+    return guid;
+}
+
+}  // namespace ZEL

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common/errorreport.h"
+#include "common/jobmanager.h"
+#include "common/settings.h"
+#include "common/trace.h"
+#include "common/wmapi.h"
+
+// The seams between the store and its host. Each is one small interface with a real default that a
+// host or a test may replace for the whole process. A replacement must outlive its use; null brings
+// the default back. Replacing is safe at any time, but an operation in progress may still use the
+// former one.
+namespace wm {
+
+// UTC, broken down. Fields as in the calendar: month 1 to 12, day 1 to 31.
+struct SystemTime {
+    std::uint16_t year = 0, month = 0, dayOfWeek = 0, day = 0;
+    std::uint16_t hour = 0, minute = 0, second = 0, milliseconds = 0;
+};
+
+class IClock {
+public:
+    virtual ~IClock() = default;
+    virtual SystemTime UtcNow() noexcept = 0;
+    // Milliseconds since the system started, sleep included.
+    virtual std::uint64_t TickCount64() noexcept = 0;
+};
+WMLIB_API IClock& Clock() noexcept;
+WMLIB_API void SetClock(IClock* replacement) noexcept;
+
+class IFreeSpace {
+public:
+    virtual ~IFreeSpace() = default;
+    // Bytes that the caller may still use on the volume that holds `path`.
+    virtual ZEL::HRESULT AvailableBytes(const std::wstring& path, std::uint64_t* bytes) noexcept = 0;
+};
+WMLIB_API IFreeSpace& FreeSpace() noexcept;
+WMLIB_API void SetFreeSpace(IFreeSpace* replacement) noexcept;
+
+// Values of tokens such as L"%ZELDataStore%". The default knows what SetPathToken was told, and
+// otherwise the environment variable of the token's name.
+class IPathTokens {
+public:
+    virtual ~IPathTokens() = default;
+    // False when the token has no value.
+    virtual bool Resolve(const std::wstring& token, std::wstring& value) noexcept = 0;
+};
+WMLIB_API IPathTokens& PathTokens() noexcept;
+WMLIB_API void SetPathTokens(IPathTokens* replacement) noexcept;
+// Tells the default a value; an empty one removes it. `token` carries its % signs.
+WMLIB_API void SetPathToken(const std::wstring& token, const std::wstring& value);
+WMLIB_API bool ResolvePathVariable(const std::wstring& token, std::wstring& value) noexcept;
+
+// The directory that holds the components: %ZELInstallDir% when set, else that of wmLib itself.
+WMLIB_API bool InstallDirectory(std::wstring& directory) noexcept;
+
+// Loads components and makes their objects.
+class IObjectLoader {
+public:
+    virtual ~IObjectLoader() = default;
+    // Loads the library at `libraryPath` when needed, asks its GetFactory for `objectId` and makes
+    // one object with the face `iid`. Libraries stay loaded until the process ends.
+    virtual ZEL::TobResult LoadObject(const std::wstring& libraryPath, const ZEL::GUID& objectId,
+                                      const ZEL::GUID& iid, void** out) noexcept = 0;
+};
+WMLIB_API IObjectLoader& ObjectLoader() noexcept;
+WMLIB_API void SetObjectLoader(IObjectLoader* replacement) noexcept;
+
+// Loads `objectId` from the component file `name` (such as L"wmSet", without extension) in the
+// install directory. TOBERR_PATH_NOT_FOUND without an install directory, TOBERR_BAD_LIBRARY for a
+// path of more than 259 characters, otherwise the loader's own result.
+WMLIB_API ZEL::TobResult LoadInstalledObject(const std::wstring& name, const ZEL::GUID& objectId,
+                                             const ZEL::GUID& iid, void** out) noexcept;
+
+// The settings service with a new reference: the injected one, else the one of wmSet.
+WMLIB_API ZEL::TobResult OpenSettings(ZEL::ISettingsManager** out) noexcept;
+WMLIB_API void SetSettings(ZEL::ISettingsManager* replacement) noexcept;
+
+// The job manager with a new reference: the injected one, else the one of wmJobMgr.
+WMLIB_API ZEL::TobResult OpenJobManager(ZEL::IJobManager** out) noexcept;
+WMLIB_API void SetJobManager(ZEL::IJobManager* replacement) noexcept;
+
+WMLIB_API void SetErrorReportSink(IErrorReportSink* sink) noexcept;
+WMLIB_API void SetTraceSink(ITraceSink* sink) noexcept;
+
+}  // namespace wm

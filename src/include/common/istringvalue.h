@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string_view>
+
+#include "common/itobbase.h"
+#include "common/wmapi.h"
+
+namespace ZEL {
+
+// An unchangeable wide text (UTF-32 on Linux, UTF-16 on Windows), the form in which strings cross
+// the public boundary. Threads may share one.
+class IStringValue : public ITobBase {
+public:
+    // Number of characters. `reserved` is 0.
+    virtual std::size_t GetLength(int reserved) = 0;
+    // Zero-terminated; lives as long as the object.
+    virtual const wchar_t* GetText() = 0;
+
+protected:
+    ~IStringValue() = default;
+};
+
+inline constexpr GUID iidStringValue = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B11");
+
+}  // namespace ZEL
+
+namespace wm {
+
+// A new string value with one reference, or null when memory runs out or `text` is null.
+WMLIB_API ZEL::IStringValue* CreateStringValue(const wchar_t* text) noexcept;
+// The same for a text with a known length; it ends at its first NUL, like a zero-terminated one.
+WMLIB_API ZEL::IStringValue* CreateStringValue(std::wstring_view text) noexcept;
+
+}  // namespace wm

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "common/guid.h"
+#include "common/result.h"
+
+namespace ZEL {
+
+// Root of every interface of the object model: reference counting and the way from one interface
+// of an object to another. The order of operations is the binary contract. All operations may be
+// called from any thread. A caller owns one reference for each pointer that it was given.
+class ITobBase {
+public:
+    // Gives the object's face for `iid` with a new reference. The all-zero identifier gives the
+    // first interface. Otherwise TOBERR_NO_INTERFACE and a null `*out`; a null `out` gives
+    // TOBERR_INVALID_ARG.
+    virtual TobResult QueryInterface(const GUID& iid, void** out) = 0;
+
+    // Both return the new count. The object is gone when Release returns 0.
+    virtual std::int64_t AddRef() = 0;
+    virtual std::int64_t Release() = 0;
+
+protected:
+    ~ITobBase() = default;
+};
+
+inline constexpr GUID iidTobBase{};
+
+}  // namespace ZEL

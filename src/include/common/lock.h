@@ -1,0 +1,151 @@
+#pragma once
+
+#include <mutex>
+#include <shared_mutex>
+
+#include "common/threadannotations.h"
+#include "common/wmapi.h"
+
+namespace wm {
+
+// The order in which one thread may take locks: only upwards. A debug build aborts on an inversion
+// and names both locks.
+enum class LockRank : int {
+    state = 10,             // EventStoreImpl::stateLock
+    queryManagerPointer = 20,  // queryManagerLock
+    queryManager = 30,      // the QueryManager's own lock
+    database = 40,          // ZelMasterDatabase::databaseLock
+    proxy = 50,             // LevelDbInstanceProxy::lock
+    cursor = 60,            // LevelDbInstance::cursorLock
+    folderGate = 65,        // opening and closing of one folder
+    queue = 70,             // IncomingQueue::lock
+    batch = 75,             // EventBatch::lock
+    job = 80,               // the job controller's and the job manager's locks
+    keys = 85,              // EventStoreProxy's key state
+    errors = 90,            // the table of database errors
+    leaf = 100,             // nothing is taken under it
+};
+
+namespace detail {
+#ifdef WM_CHECK_LOCK_RANKS
+// Aborts when this thread holds a lock of a rank that is not below `rank`. `again` says that a
+// recursive lock may already be held by this thread.
+WMLIB_API void PushRank(LockRank rank, const void* lock, bool again) noexcept;
+WMLIB_API void PopRank(const void* lock) noexcept;
+#else
+inline void PushRank(LockRank, const void*, bool) noexcept {}
+inline void PopRank(const void*) noexcept {}
+#endif
+}  // namespace detail
+
+// A lock without time limit. Take it through a scoped holder.
+class CAPABILITY("lock") Lock {
+public:
+    explicit Lock(LockRank rank = LockRank::leaf) noexcept : rank_(rank) {}
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    void Acquire() ACQUIRE() {
+        detail::PushRank(rank_, this, false);
+        mutex_.lock();
+    }
+    void Release() RELEASE() {
+        mutex_.unlock();
+        detail::PopRank(this);
+    }
+
+private:
+    std::mutex mutex_;
+    const LockRank rank_;
+};
+
+// The same for places where one thread takes a lock again that it holds.
+class CAPABILITY("lock") RecursiveLock {
+public:
+    explicit RecursiveLock(LockRank rank) noexcept : rank_(rank) {}
+    RecursiveLock(const RecursiveLock&) = delete;
+    RecursiveLock& operator=(const RecursiveLock&) = delete;
+
+    void Acquire() ACQUIRE() {
+        detail::PushRank(rank_, this, true);
+        mutex_.lock();
+    }
+    void Release() RELEASE() {
+        mutex_.unlock();
+        detail::PopRank(this);
+    }
+
+private:
+    std::recursive_mutex mutex_;
+    const LockRank rank_;
+};
+
+// Many readers or one writer. Not recursive in either way.
+class CAPABILITY("lock") ReaderWriterLock {
+public:
+    explicit ReaderWriterLock(LockRank rank) noexcept : rank_(rank) {}
+    ReaderWriterLock(const ReaderWriterLock&) = delete;
+    ReaderWriterLock& operator=(const ReaderWriterLock&) = delete;
+
+    void AcquireExclusive() ACQUIRE() {
+        detail::PushRank(rank_, this, false);
+        mutex_.lock();
+    }
+    void ReleaseExclusive() RELEASE() {
+        mutex_.unlock();
+        detail::PopRank(this);
+    }
+    void AcquireShared() ACQUIRE_SHARED() {
+        detail::PushRank(rank_, this, false);
+        mutex_.lock_shared();
+    }
+    void ReleaseShared() RELEASE_SHARED() {
+        mutex_.unlock_shared();
+        detail::PopRank(this);
+    }
+
+private:
+    std::shared_mutex mutex_;
+    const LockRank rank_;
+};
+
+// Scoped holders.
+template <typename AnyLock>
+class SCOPED_CAPABILITY Hold {
+public:
+    explicit Hold(AnyLock& lock) ACQUIRE(lock) : lock_(lock) { lock_.Acquire(); }
+    ~Hold() RELEASE() { lock_.Release(); }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+private:
+    AnyLock& lock_;
+};
+
+class SCOPED_CAPABILITY HoldExclusive {
+public:
+    explicit HoldExclusive(ReaderWriterLock& lock) ACQUIRE(lock) : lock_(lock) {
+        lock_.AcquireExclusive();
+    }
+    ~HoldExclusive() RELEASE() { lock_.ReleaseExclusive(); }
+    HoldExclusive(const HoldExclusive&) = delete;
+    HoldExclusive& operator=(const HoldExclusive&) = delete;
+
+private:
+    ReaderWriterLock& lock_;
+};
+
+class SCOPED_CAPABILITY HoldShared {
+public:
+    explicit HoldShared(ReaderWriterLock& lock) ACQUIRE_SHARED(lock) : lock_(lock) {
+        lock_.AcquireShared();
+    }
+    ~HoldShared() RELEASE_GENERIC() { lock_.ReleaseShared(); }
+    HoldShared(const HoldShared&) = delete;
+    HoldShared& operator=(const HoldShared&) = delete;
+
+private:
+    ReaderWriterLock& lock_;
+};
+
+}  // namespace wm

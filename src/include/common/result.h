@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+
+namespace ZEL {
+
+// Result of a store operation: 32 bits and signed on every platform, negative for a failure.
+// It is a type of its own, so that it can neither be dropped in silence nor be mixed up with the
+// results of the object model (TobResult), whose success has another value.
+enum class [[nodiscard]] HRESULT : std::int32_t {};
+
+// Result of an object-model operation (QueryInterface, CreateInstance, the exports).
+enum class [[nodiscard]] TobResult : std::uint32_t {};
+
+namespace hr {
+constexpr HRESULT Code(std::uint32_t bits) noexcept {
+    return static_cast<HRESULT>(static_cast<std::int32_t>(bits));
+}
+inline constexpr HRESULT ok = Code(0);
+inline constexpr HRESULT nothingToDo = Code(1);  // success without an effect (S_FALSE)
+inline constexpr HRESULT notImplemented = Code(0x80004001);
+inline constexpr HRESULT noInterface = Code(0x80004002);
+inline constexpr HRESULT aborted = Code(0x80004004);
+inline constexpr HRESULT fail = Code(0x80004005);
+inline constexpr HRESULT unexpected = Code(0x8000FFFF);
+inline constexpr HRESULT accessDenied = Code(0x80070005);
+inline constexpr HRESULT invalidData = Code(0x8007000D);
+inline constexpr HRESULT outOfMemory = Code(0x8007000E);
+inline constexpr HRESULT notReady = Code(0x80070015);
+inline constexpr HRESULT sharingViolation = Code(0x80070020);
+inline constexpr HRESULT invalidArgument = Code(0x80070057);
+inline constexpr HRESULT diskFull = Code(0x80070070);
+inline constexpr HRESULT threadNotStarted = Code(0x8007009B);
+inline constexpr HRESULT deviceError = Code(0x8007045D);
+inline constexpr HRESULT notFound = Code(0x80070490);
+inline constexpr HRESULT corrupt = Code(0x80070570);
+inline constexpr HRESULT timeTextLength = Code(0x800705B6);
+}  // namespace hr
+
+constexpr bool Failed(HRESULT result) noexcept {
+    return static_cast<std::int32_t>(result) < 0;
+}
+constexpr bool Succeeded(HRESULT result) noexcept {
+    return !Failed(result);
+}
+constexpr std::uint32_t Bits(HRESULT result) noexcept {
+    return static_cast<std::uint32_t>(result);
+}
+
+inline constexpr TobResult TOB_OK{0x00010000};
+inline constexpr TobResult TOBERR_NO_INTERFACE{0x80010200};
+inline constexpr TobResult TOBERR_OUT_OF_MEMORY{0x80010201};
+inline constexpr TobResult TOBERR_NOT_IMPLEMENTED{0x80010202};
+inline constexpr TobResult TOBERR_INVALID_ARG{0x80010203};
+inline constexpr TobResult TOBERR_ACCESS_DENIED{0x80010204};
+inline constexpr TobResult TOBERR_PATH_NOT_FOUND{0x80010300};   // no install directory
+inline constexpr TobResult TOBERR_PROC_NOT_FOUND{0x80010302};   // a library lacks an export
+inline constexpr TobResult TOBERR_BAD_LIBRARY{0x80010303};      // path too long, or no library
+inline constexpr TobResult TOBERR_NOT_FOUND{0x80000100};        // no such settings value
+inline constexpr TobResult TOBERR_FAIL{0x8001FFFF};
+
+constexpr bool Failed(TobResult result) noexcept {
+    return (static_cast<std::uint32_t>(result) & 0x80000000U) != 0;
+}
+constexpr bool Succeeded(TobResult result) noexcept {
+    return !Failed(result);
+}
+
+// States that a result is dropped on purpose, and why.
+template <typename Result>
+constexpr void IgnoreResult(Result, const char* /*reason*/) noexcept {}
+
+// How much of the conversion table below applies. Callers differ on purpose.
+enum class ResultTable {
+    full,       // the component's own services
+    settings,   // settings access: cut off behind the row of 0x8000020F
+    loader,     // a query that loads its store object: four rows left out
+};
+
+// The HRESULT for a code of the object model. A code with no row becomes hr::fail when it is
+// negative and hr::ok otherwise.
+HRESULT ToHResult(TobResult code, ResultTable table = ResultTable::full) noexcept;
+
+}  // namespace ZEL

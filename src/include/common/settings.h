@@ -1,0 +1,35 @@
+#pragma once
+
+#include "common/itobbase.h"
+
+namespace ZEL {
+
+// One key of the settings, open. 32-bit values by name.
+class ISettingsKey : public ITobBase {
+public:
+    // TOBERR_NOT_FOUND when the key has no such value.
+    virtual TobResult ReadNumber(const wchar_t* name, std::uint32_t* value) = 0;
+    virtual TobResult WriteNumber(const wchar_t* name, std::uint32_t value) = 0;
+
+protected:
+    ~ISettingsKey() = default;
+};
+
+// Settings and operational state of the agent. May be used by any thread.
+class ISettingsManager : public ITobBase {
+public:
+    // Opens a key by its path, such as L"ZEL\\Settings\\FDR". A key that holds nothing yet opens
+    // as well.
+    virtual TobResult OpenKey(const wchar_t* path, ISettingsKey** key) = 0;
+    // Makes what was written through `key` last. The key is still to be released.
+    virtual TobResult PutBack(ISettingsKey* key) = 0;
+
+protected:
+    ~ISettingsManager() = default;
+};
+
+inline constexpr GUID settingsManagerObjectId = MakeGuid("4F3E0BE1-5FE1-4C22-859B-A6FB7586B828");
+inline constexpr GUID iidSettingsManager = MakeGuid("242C63F0-9C10-4E35-9D58-16862C07E168");
+inline constexpr GUID iidSettingsKey = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B14");
+
+}  // namespace ZEL

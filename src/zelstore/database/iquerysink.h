@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common/itobbaseimpl.h"
+#include "common/result.h"
+
+namespace leveldb {
+class DB;
+class Slice;
+struct ReadOptions;
+}  // namespace leveldb
+
+namespace ZEL {
+
+class IZelDbImpl;
+
+// What a sink answers to a row.
+enum class RowResult : int { goOn = 0, endDatabase = 1, abandonDatabase = 2 };
+
+// Receives the rows of one scan, on the scan's thread.
+class IQuerySink : public vodLib::NonCopyable {
+public:
+    virtual ~IQuerySink() = default;
+
+    // Once, before the first database; a failure ends the scan.
+    virtual HRESULT Begin(IZelDbImpl* database) = 0;
+    // Once, behind the last database.
+    virtual HRESULT End() = 0;
+    // Before the first row of each database. The sink may read `instance` with `options`, which
+    // carry the scan's snapshot, until the next Attach or End.
+    virtual HRESULT Attach(leveldb::DB* instance, const leveldb::ReadOptions& options) = 0;
+    // One row; views are valid during the call. Clearing `*keepGoing` keeps further databases out.
+    virtual RowResult OnRecord(const leveldb::Slice& key, const leveldb::Slice& value,
+                               bool* keepGoing) = 0;
+    // Last time wanted (UTC text); empty means no end.
+    virtual HRESULT SetEndValue(const std::string& end) = 0;
+    virtual std::int32_t GetMatchCount() = 0;
+};
+
+}  // namespace ZEL

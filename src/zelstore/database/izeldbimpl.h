@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "common/eventobject.h"
+#include "common/guid.h"
+#include "common/result.h"
+
+namespace ZEL {
+
+class IQuerySink;
+
+// Keys and values of one write, UTF-8, in byte order of the keys.
+using RecordBatch = std::map<std::string, std::string>;
+
+// Names one running query.
+using QueryId = GUID;
+
+enum class DatabaseErrorKind : std::uint32_t { open = 0, read = 1, write = 2 };
+
+// How often one kind of operation failed on a database.
+struct DatabaseErrorEntry {
+    std::uint32_t operation = 0;  // kind + 1; 0 when another kind failed first
+    std::uint32_t count = 0;
+    HRESULT lastResult = hr::ok;
+};
+struct DatabaseErrorRecord {
+    DatabaseErrorEntry entries[3];  // by DatabaseErrorKind
+};
+using DatabaseErrorTable = std::map<std::wstring, DatabaseErrorRecord>;  // by the folder's path
+
+// The stored data of the process. May be used by any thread.
+class IZelDbImpl {
+public:
+    virtual ~IZelDbImpl() = default;
+
+    virtual HRESULT Initialize() = 0;
+    // Makes the running scan of every open database end at its next check.
+    virtual void AbortScans() = 0;
+    // Empties the catalog; it is not read again for the rest of the process.
+    virtual void CloseAll() = 0;
+    // Writes the whole batch to today's database, as one LevelDB write.
+    virtual HRESULT WriteRecords(RecordBatch& batch) = 0;
+    // Writes each record to the silent database of its event's date and takes what was handled out
+    // of `batch`.
+    virtual HRESULT WriteSilentRecords(RecordBatch& batch) = 0;
+    // Walks all event databases, oldest first, from `startKey` on. Always 0 once the sink has begun:
+    // failures of single databases are in the table of errors.
+    virtual HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
+                         HANDLE pauseEvent) = 0;
+    virtual HRESULT EnforceSizeLimit(std::uint32_t maxMegabytes, std::uint32_t* status) = 0;
+    // The value under `key` in the oldest event database that has it.
+    virtual HRESULT GetRecord(const std::string& key, std::string* value) = 0;
+    virtual HRESULT GetDatabaseErrors(DatabaseErrorTable* out) = 0;
+    virtual void ClearDatabaseErrors() = 0;
+    virtual HRESULT GetOldestDate(std::wstring* oldestDate, std::uint64_t* totalBytes) = 0;
+    // All values under the prefix `key` in the silent database of the key's date, appended.
+    virtual HRESULT GetEnrichments(const QueryId* query, const std::string& key,
+                                   std::vector<std::string>* values) = 0;
+    virtual void ReleaseQueryCursor(const QueryId* query) = 0;
+    // As GetEnrichments with `collect`; one record that is not silent sets `*hasOther` and empties
+    // `values`.
+    virtual HRESULT GetSilentEnrichments(const QueryId* query, const std::string& key,
+                                         bool* hasOther, bool collect,
+                                         std::vector<std::string>* values) = 0;
+};
+
+// The process's database, made at the first call that can read the data store directory; null when
+// that directory can't be told or listed.
+IZelDbImpl* GetMasterDatabase();
+
+}  // namespace ZEL

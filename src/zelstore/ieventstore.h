@@ -1,0 +1,155 @@
+#pragma once
+
+#include "common/eventobject.h"
+#include "common/itobbase.h"
+#include "common/ivaluecollection.h"
+
+namespace ZEL {
+
+// Receives a query's results, on the thread that runs the query. See IEventStore::Query.
+class IQueryCallback : public ITobBase {
+public:
+    // A batch: status 0, `results` holds 1 to 100 event texts and is valid during the call only,
+    // `isFinal` and `complete` are false. For receive-time rows `resumeTime` (UTC, 24 characters)
+    // and `resumeSequence` name the row that ended the batch; a later query may start there.
+    //
+    // The end, exactly once, behind all batches: the query's result, null `results`, `isFinal`
+    // true, `complete` false only when the limit has cut results off.
+    //
+    // A failure returned for a batch ends the walk of the database in hand.
+    virtual HRESULT OnQueryResults(HRESULT status, IValueCollection* results, bool isFinal,
+                                   bool complete, IStringValue* resumeTime,
+                                   std::int32_t resumeSequence) = 0;
+
+protected:
+    ~IQueryCallback() = default;
+};
+
+// A sensor's event as numbered properties. Each operation returns false when the property is absent
+// or of another kind. Text comes with a new reference.
+class IEventProperties : public ITobBase {
+public:
+    virtual bool GetText(std::uint32_t property, IStringValue** text) = 0;
+    virtual bool GetNumber(std::uint32_t property, std::uint32_t* number) = 0;
+    virtual bool GetGuid(std::uint32_t property, GUID* guid) = 0;
+
+protected:
+    ~IEventProperties() = default;
+};
+
+// Kinds of key that MakeKey makes.
+inline constexpr std::int32_t keyKindEvent = 0;    // from an event record
+inline constexpr std::int32_t keyKindReceive = 1;  // from the clock
+
+// The event store, in seven versions of one table of operations. All operations may be called from
+// any thread; Stop and Shutdown not at the same time as each other. Every object of the class
+// reaches the one store of the process. Nothing is thrown: memory exhaustion gives 0x8007000E, any
+// other exception 0x8000FFFF. Output strings carry one reference that the caller owns.
+//
+// Order for a host: Initialize, any number of inserts and queries, Stop, Shutdown, last Release.
+class IEventStore : public ITobBase {
+public:
+    // The key for a record. kind 0: `text` is an event record as JSON; 0x80070057 for a null text
+    // or a record without begin_time, 0x80004005 without target or action, 0x8000FFFF for text
+    // that is no JSON or holds a name that is not in the vocabulary. kind 1: a receive-time key of
+    // this moment; `text` is not read. Works without Initialize and never waits for the disk.
+    virtual HRESULT MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) = 0;
+
+    // Queues a record. 0x80070015 before Initialize; 0x80070057 for a null or empty argument;
+    // 0x80004005 for text that is not Unicode, and when the queue is full: the record is then not
+    // taken, and may be offered again. Never waits for the disk.
+    virtual HRESULT Insert(IStringValue* key, IStringValue* value) = 0;
+
+    // Runs an event_query document on the calling thread. 0x80070057 for a null callback, with no
+    // call back; on every other path the callback gets its end call. Setting `stopEvent` stops the
+    // walk of the database in hand at its next thousandth row; null means that the walk ends there.
+    virtual HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) = 0;
+
+    // Deletes oldest databases until the store fits. Megabytes of 0x100000 bytes.
+    virtual HRESULT Purge(std::uint32_t maxSizeMegabytes) = 0;
+
+    // One record for each database and kind of failure that occurred: 0 the folder's name, 1 the
+    // operation (1 open, 2 read, 3 write, 0 when another kind failed first), 2 how often, 3 the
+    // last result. What `*out` holds is released first.
+    virtual HRESULT GetDatabaseErrors(IValueCollection** out) = 0;
+    virtual HRESULT ClearDatabaseErrors() = 0;
+
+    // hr::nothingToDo when the store is started already. A failure leaves it stopped.
+    virtual HRESULT Initialize() = 0;
+    // Takes no more work, writes what is queued, and returns the result of that.
+    virtual HRESULT Stop() = 0;
+    // Waits for the store's threads and closes its databases. Call Stop first.
+    virtual HRESULT Shutdown() = 0;
+
+protected:
+    ~IEventStore() = default;
+};
+
+class IEventStore2 : public IEventStore {
+public:
+    // As Query; while `pauseEvent`, when not null, is reset, the walk waits at a thousandth row.
+    virtual HRESULT QueryEx(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
+                            HANDLE pauseEvent) = 0;
+
+protected:
+    ~IEventStore2() = default;
+};
+
+class IEventStore3 : public IEventStore2 {
+public:
+    // Earliest date in the store as YYYYMMDD, and an estimate of the store's bytes.
+    virtual HRESULT GetOldestDate(IStringValue** oldestDate, std::uint64_t* totalBytes) = 0;
+
+protected:
+    ~IEventStore3() = default;
+};
+
+class IEventStore4 : public IEventStore3 {
+public:
+    // The primary key for an event given as properties. 0x80070057 when a required one is absent.
+    virtual HRESULT MakePropertyKey(IEventProperties* event, IStringValue** key) = 0;
+
+protected:
+    ~IEventStore4() = default;
+};
+
+class IEventStore5 : public IEventStore4 {
+public:
+    // A key for an enrichment of the event that has `baseKey`.
+    virtual HRESULT MakeEnrichmentKey(IStringValue* baseKey, IStringValue** key) = 0;
+    // As Insert, into the silent queue: the record goes to the database of its event's date.
+    virtual HRESULT InsertSilent(IStringValue* key, IStringValue* value) = 0;
+
+protected:
+    ~IEventStore5() = default;
+};
+
+class IEventStore6 : public IEventStore5 {
+public:
+    // In live mode records reach the disk within ten seconds, and receive-time rows start the job.
+    virtual HRESULT SetLiveMode(bool enable) = 0;
+
+protected:
+    ~IEventStore6() = default;
+};
+
+class IEventStore7 : public IEventStore6 {
+public:
+    // As MakeEnrichmentKey, with a mark that tells silent (true) from live enrichments.
+    virtual HRESULT MakeFlaggedEnrichmentKey(IStringValue* baseKey, bool silentEnrichment,
+                                             IStringValue** key) = 0;
+
+protected:
+    ~IEventStore7() = default;
+};
+
+inline constexpr GUID eventStoreObjectId = MakeGuid("1A8B6619-443B-4B5D-9755-C50696B237C6");
+inline constexpr GUID iidEventStore = MakeGuid("89C11C84-4B14-4C69-BBA3-9FB7522711FC");
+inline constexpr GUID iidEventStore2 = MakeGuid("6264CC71-0652-406B-AC06-4111E93E794F");
+inline constexpr GUID iidEventStore3 = MakeGuid("7C209C73-208E-4F2A-A9DE-032F7AD39F95");
+inline constexpr GUID iidEventStore4 = MakeGuid("D314D057-F980-4E7B-BD6C-852FF2F46A2D");
+inline constexpr GUID iidEventStore5 = MakeGuid("8705B46D-F6F5-435D-A547-F1AFC1F9BBC6");
+inline constexpr GUID iidEventStore6 = MakeGuid("02C1CD3E-F843-4143-BC49-495D5291E58A");
+inline constexpr GUID iidEventStore7 = MakeGuid("87FF9166-7045-482F-AED5-1685253A1FBF");
+
+}  // namespace ZEL
