@@ -1,10 +1,10 @@
 #pragma once
 
-#include <source_location>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "common/place.h"
 #include "common/result.h"
 #include "common/wmapi.h"
 
@@ -25,14 +25,14 @@ public:
 class WMLIB_API ErrorReport {
 public:
     ErrorReport& SetError(ZEL::HRESULT code, const char* label = "",
-                          std::source_location place = std::source_location::current());
+                          Place place = Place::Current());
     ErrorReport& AddDetail(std::string name, std::string value);
     // Hands the report to the host's sink; without one it goes nowhere. Throws nothing.
     void Submit() const noexcept;
 
     ZEL::HRESULT Code() const noexcept { return code_; }
     const std::string& Label() const noexcept { return label_; }
-    const std::source_location& Place() const noexcept { return place_; }
+    const wm::Place& Where() const noexcept { return place_; }
     const std::vector<std::pair<std::string, std::string>>& Details() const noexcept {
         return details_;
     }
@@ -40,12 +40,12 @@ public:
 private:
     ZEL::HRESULT code_ = ZEL::hr::ok;
     std::string label_;
-    std::source_location place_;
+    Place place_;
     std::vector<std::pair<std::string, std::string>> details_;
 };
 
 // Reports a bare code and its place.
 WMLIB_API void ReportError(ZEL::HRESULT code, const char* label = "",
-                           std::source_location place = std::source_location::current()) noexcept;
+                           Place place = Place::Current()) noexcept;
 
 }  // namespace wm

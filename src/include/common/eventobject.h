@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -46,14 +47,14 @@ public:
     // False when memory runs out. An existing event is closed first.
     bool Create(bool manualReset, bool initiallySet) noexcept;
     void Close() noexcept;
-    bool Exists() const noexcept { return handle_ != nullptr; }
+    bool Exists() const noexcept { return Handle() != nullptr; }
     // Both return false when there is no event.
     bool Set() noexcept;
     bool Reset() noexcept;
-    ZEL::HANDLE Handle() const noexcept { return handle_; }
+    ZEL::HANDLE Handle() const noexcept { return handle_.load(std::memory_order_acquire); }
 
 private:
-    ZEL::HANDLE handle_ = nullptr;
+    std::atomic<ZEL::HANDLE> handle_{nullptr};
 };
 
 // The same for somebody who holds only the handle.

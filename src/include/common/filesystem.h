@@ -35,6 +35,12 @@ WMLIB_API ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* total
 // Removes a folder and all in it. A missing folder is success.
 WMLIB_API ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept;
 
+// A whole file of moderate size, such as settings.
+WMLIB_API ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text);
+// Puts `text` in place of the file, which is made with access for its owner alone. At every moment
+// there is either the former file or the new one, also after a crash.
+WMLIB_API ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text);
+
 // Whether another process holds the advisory lock on `file`. Never call it for a file that this
 // process has locked: on POSIX the check would drop that lock.
 WMLIB_API bool IsLockedByAnotherProcess(const std::wstring& file) noexcept;

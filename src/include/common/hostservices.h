@@ -35,7 +35,8 @@ class IFreeSpace {
 public:
     virtual ~IFreeSpace() = default;
     // Bytes that the caller may still use on the volume that holds `path`.
-    virtual ZEL::HRESULT AvailableBytes(const std::wstring& path, std::uint64_t* bytes) noexcept = 0;
+    virtual ZEL::HRESULT AvailableBytes(const std::wstring& path,
+                                        std::uint64_t* bytes) noexcept = 0;
 };
 WMLIB_API IFreeSpace& FreeSpace() noexcept;
 WMLIB_API void SetFreeSpace(IFreeSpace* replacement) noexcept;

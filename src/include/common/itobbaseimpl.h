@@ -90,7 +90,8 @@ public:
 
     TobResult Attach(ITobBase* owner) {
         if (owner != nullptr) {
-            const TobResult result = static_cast<IObjectOwner*>(owner)->AddRefModule(ModuleHandle());
+            const TobResult result =
+                static_cast<IObjectOwner*>(owner)->AddRefModule(ModuleHandle());
             if (Failed(result))
                 return result;
         }

@@ -74,6 +74,21 @@ protected:
     ~IJobManager() = default;
 };
 
+// Where a host tells the in-process manager what its jobs do. The manager offers it beside
+// IJobManager.
+class IJobRegistry : public ITobBase {
+public:
+    // `run` is called with `context` on the job's own thread, once for each run; it and `context`
+    // stay in use until the process ends. A job that is known already gets the new function.
+    virtual HRESULT RegisterJob(const GUID& id, HRESULT (*run)(void* context), void* context) = 0;
+
+protected:
+    ~IJobRegistry() = default;
+};
+inline constexpr GUID iidJobRegistry = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B16");
+
+inline constexpr HRESULT jobAlreadyRunning = hr::Code(0x8004131F);
+
 // Both the object and its interface.
 inline constexpr GUID iidJobManager = MakeGuid("94BA88EB-B1EC-4031-A960-79F67771AB68");
 inline constexpr GUID iidJob = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B15");

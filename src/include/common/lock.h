@@ -11,19 +11,20 @@ namespace wm {
 // The order in which one thread may take locks: only upwards. A debug build aborts on an inversion
 // and names both locks.
 enum class LockRank : int {
-    state = 10,             // EventStoreImpl::stateLock
+    state = 10,                // EventStoreImpl::stateLock
     queryManagerPointer = 20,  // queryManagerLock
-    queryManager = 30,      // the QueryManager's own lock
-    database = 40,          // ZelMasterDatabase::databaseLock
-    proxy = 50,             // LevelDbInstanceProxy::lock
-    cursor = 60,            // LevelDbInstance::cursorLock
-    folderGate = 65,        // opening and closing of one folder
-    queue = 70,             // IncomingQueue::lock
-    batch = 75,             // EventBatch::lock
-    job = 80,               // the job controller's and the job manager's locks
-    keys = 85,              // EventStoreProxy's key state
-    errors = 90,            // the table of database errors
-    leaf = 100,             // nothing is taken under it
+    queryManager = 30,         // the QueryManager's own lock
+    masterDatabase = 35,       // the making of the process's ZelMasterDatabase
+    database = 40,             // ZelMasterDatabase::databaseLock
+    proxy = 50,                // LevelDbInstanceProxy::lock
+    cursor = 60,               // LevelDbInstance::cursorLock
+    folderGate = 65,           // opening and closing of one folder
+    queue = 70,                // IncomingQueue::lock
+    batch = 75,                // EventBatch::lock
+    job = 80,                  // the job controller's and the job manager's locks
+    keys = 85,                 // EventStoreProxy's key state
+    errors = 90,               // the table of database errors
+    leaf = 100,                // nothing is taken under it
 };
 
 namespace detail {

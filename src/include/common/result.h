@@ -2,15 +2,17 @@
 
 #include <cstdint>
 
+#include "common/wmapi.h"
+
 namespace ZEL {
 
 // Result of a store operation: 32 bits and signed on every platform, negative for a failure.
 // It is a type of its own, so that it can neither be dropped in silence nor be mixed up with the
 // results of the object model (TobResult), whose success has another value.
-enum class [[nodiscard]] HRESULT : std::int32_t {};
+enum class [[nodiscard]] HRESULT : std::int32_t{};
 
 // Result of an object-model operation (QueryInterface, CreateInstance, the exports).
-enum class [[nodiscard]] TobResult : std::uint32_t {};
+enum class [[nodiscard]] TobResult : std::uint32_t{};
 
 namespace hr {
 constexpr HRESULT Code(std::uint32_t bits) noexcept {
@@ -53,10 +55,10 @@ inline constexpr TobResult TOBERR_OUT_OF_MEMORY{0x80010201};
 inline constexpr TobResult TOBERR_NOT_IMPLEMENTED{0x80010202};
 inline constexpr TobResult TOBERR_INVALID_ARG{0x80010203};
 inline constexpr TobResult TOBERR_ACCESS_DENIED{0x80010204};
-inline constexpr TobResult TOBERR_PATH_NOT_FOUND{0x80010300};   // no install directory
-inline constexpr TobResult TOBERR_PROC_NOT_FOUND{0x80010302};   // a library lacks an export
-inline constexpr TobResult TOBERR_BAD_LIBRARY{0x80010303};      // path too long, or no library
-inline constexpr TobResult TOBERR_NOT_FOUND{0x80000100};        // no such settings value
+inline constexpr TobResult TOBERR_PATH_NOT_FOUND{0x80010300};  // no install directory
+inline constexpr TobResult TOBERR_PROC_NOT_FOUND{0x80010302};  // a library lacks an export
+inline constexpr TobResult TOBERR_BAD_LIBRARY{0x80010303};     // path too long, or no library
+inline constexpr TobResult TOBERR_NOT_FOUND{0x80000100};       // no such settings value
 inline constexpr TobResult TOBERR_FAIL{0x8001FFFF};
 
 constexpr bool Failed(TobResult result) noexcept {
@@ -72,13 +74,13 @@ constexpr void IgnoreResult(Result, const char* /*reason*/) noexcept {}
 
 // How much of the conversion table below applies. Callers differ on purpose.
 enum class ResultTable {
-    full,       // the component's own services
-    settings,   // settings access: cut off behind the row of 0x8000020F
-    loader,     // a query that loads its store object: four rows left out
+    full,      // the component's own services
+    settings,  // settings access: cut off behind the row of 0x8000020F
+    loader,    // a query that loads its store object: four rows left out
 };
 
 // The HRESULT for a code of the object model. A code with no row becomes hr::fail when it is
 // negative and hr::ok otherwise.
-HRESULT ToHResult(TobResult code, ResultTable table = ResultTable::full) noexcept;
+WMLIB_API HRESULT ToHResult(TobResult code, ResultTable table = ResultTable::full) noexcept;
 
 }  // namespace ZEL

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <source_location>
 #include <string_view>
 
+#include "common/place.h"
 #include "common/result.h"
 #include "common/wmapi.h"
 
@@ -17,7 +17,7 @@ struct TraceMessage {
     const char* text;
     std::string_view argument;  // UTF-8 where the source allowed it; may be empty
     ZEL::HRESULT code;          // hr::ok when none belongs to the message
-    std::source_location place;
+    Place place;
 };
 
 // Takes trace messages. Called on any thread, possibly under locks of the component: it must not
@@ -31,7 +31,6 @@ public:
 
 // Without a sink a message costs one atomic load.
 WMLIB_API void Trace(TraceLevel level, const char* text, ZEL::HRESULT code = ZEL::hr::ok,
-                     std::string_view argument = {},
-                     std::source_location place = std::source_location::current()) noexcept;
+                     std::string_view argument = {}, Place place = Place::Current()) noexcept;
 
 }  // namespace wm

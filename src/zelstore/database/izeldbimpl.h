@@ -47,8 +47,8 @@ public:
     // Writes each record to the silent database of its event's date and takes what was handled out
     // of `batch`.
     virtual HRESULT WriteSilentRecords(RecordBatch& batch) = 0;
-    // Walks all event databases, oldest first, from `startKey` on. Always 0 once the sink has begun:
-    // failures of single databases are in the table of errors.
+    // Walks all event databases, oldest first, from `startKey` on. Always 0 once the sink has
+    // begun: failures of single databases are in the table of errors.
     virtual HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
                          HANDLE pauseEvent) = 0;
     virtual HRESULT EnforceSizeLimit(std::uint32_t maxMegabytes, std::uint32_t* status) = 0;

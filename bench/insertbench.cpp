@@ -1,0 +1,157 @@
+#include <benchmark/benchmark.h>
+#include <leveldb/write_batch.h>
+
+#include <thread>
+
+#include "common/countedptr.h"
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "fixture.h"
+#include "zelstore/eventstoreimpl.h"
+#include "zelstore/eventstoreproxy.h"
+#include "zelstore/keymaker.h"
+
+namespace bench {
+
+namespace {
+
+constexpr std::size_t recordCount = 100000;
+constexpr std::size_t batchRecords = 500;
+
+using ZEL::CountedPtr;
+using ZEL::IStringValue;
+
+CountedPtr<IStringValue> Wide(const std::string& utf8) {
+    std::wstring wide;
+    wm::ToWide(utf8, wide);
+    return CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(std::wstring_view(wide)));
+}
+
+}  // namespace
+
+const std::vector<std::string>& Records() {
+    static const std::vector<std::string> records = MakeRecords(recordCount);
+    return records;
+}
+
+const std::vector<Row>& Rows() {
+    static const std::vector<Row> rows = [] {
+        std::vector<Row> made;
+        for (const std::string& record : Records()) {
+            std::string key;
+            if (ZEL::Succeeded(ZEL::MakeEventKeyUtf8(record, &key)))
+                made.emplace_back(std::move(key), record);
+        }
+        return made;
+    }();
+    return rows;
+}
+
+std::unique_ptr<leveldb::DB> OpenBare(const std::string& path) {
+    leveldb::Options options;
+    options.create_if_missing = true;
+    options.max_open_files = 16;
+    leveldb::DB* db = nullptr;
+    const leveldb::Status status = leveldb::DB::Open(options, path, &db);
+    if (!status.ok())
+        std::abort();
+    return std::unique_ptr<leveldb::DB>(db);
+}
+
+void WriteBare(leveldb::DB& db, const std::vector<Row>& rows) {
+    leveldb::WriteBatch batch;
+    std::size_t inBatch = 0;
+    for (const Row& row : rows) {
+        batch.Put(row.first, row.second);
+        if (++inBatch == batchRecords) {
+            db.Write({}, &batch);
+            batch.Clear();
+            inBatch = 0;
+        }
+    }
+    db.Write({}, &batch);
+}
+
+namespace {
+
+void BM_MakeKey(benchmark::State& state) {
+    std::size_t i = 0;
+    for (auto _ : state) {
+        std::string key;
+        benchmark::DoNotOptimize(ZEL::MakeEventKeyUtf8(Records()[i++ % recordCount], &key));
+        benchmark::DoNotOptimize(key);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_MakeKey);
+
+// What a producer pays for one record: conversion and queue, no disk. The queue is emptied outside
+// of the measured time.
+void BM_Insert(benchmark::State& state) {
+    ZEL::IncomingQueue queue;
+    std::vector<std::pair<CountedPtr<IStringValue>, CountedPtr<IStringValue>>> wide;
+    for (std::size_t i = 0; i < 10000; ++i)
+        wide.emplace_back(Wide(Rows()[i].first), Wide(Rows()[i].second));
+    for (auto _ : state) {
+        for (const auto& [key, value] : wide) {
+            std::string keyUtf8, valueUtf8;
+            bool wake = false;
+            wm::ToUtf8({key->GetText(), key->GetLength(0)}, keyUtf8);
+            wm::ToUtf8({value->GetText(), value->GetLength(0)}, valueUtf8);
+            ZEL::IgnoreResult(
+                queue.EnqueueEventData(std::move(keyUtf8), std::move(valueUtf8), &wake),
+                "measured");
+        }
+        state.PauseTiming();
+        ZEL::BatchList taken;
+        ZEL::IgnoreResult(queue.DequeueBatches(taken, true), "always succeeds");
+        taken.clear();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(wide.size()));
+}
+BENCHMARK(BM_Insert);
+
+// The same keys and values straight into LevelDB.
+void BM_RawWrite(benchmark::State& state) {
+    const std::vector<Row>& rows = Rows();
+    for (auto _ : state) {
+        state.PauseTiming();
+        TempFolder folder("raw");
+        state.ResumeTiming();
+        const std::unique_ptr<leveldb::DB> db = OpenBare(folder.Path() / "db");
+        WriteBare(*db, rows);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(rows.size()));
+}
+BENCHMARK(BM_RawWrite)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+
+// From JSON text through MakeKey, Insert and the coordinator to the disk, one producer thread. It
+// ends the store, whose catalog then stays empty, so it runs behind everything that reads.
+void BM_Ingest(benchmark::State& state) {
+    for (auto _ : state) {
+        if (!IngestAll())
+            state.SkipWithError("the store refused to work");
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(Records().size()));
+}
+BENCHMARK(BM_Ingest)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
+}  // namespace
+
+bool IngestAll() {
+    auto store = CountedPtr<ZEL::IEventStore7>(new ZEL::EventStoreProxy());
+    if (Failed(store->Initialize()))
+        return false;
+    for (const std::string& record : Records()) {
+        const CountedPtr<IStringValue> text = Wide(record);
+        CountedPtr<IStringValue> key;
+        if (Failed(store->MakeKey(text.Get(), ZEL::keyKindEvent, key.Receive())))
+            return false;
+        while (Failed(store->Insert(key.Get(), text.Get())))
+            std::this_thread::yield();
+    }
+    return Succeeded(store->Stop()) && Succeeded(store->Shutdown());
+}
+
+}  // namespace bench

@@ -1,0 +1,90 @@
+#include <benchmark/benchmark.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+
+#include "common/hostservices.h"
+#include "fixture.h"
+
+namespace bench {
+
+namespace {
+
+// A day long ago for the process that fills the store, so that what is ingested under measurement
+// goes to another folder.
+class OldClock final : public wm::IClock {
+public:
+    wm::SystemTime UtcNow() noexcept override { return {2026, 3, 0, 1, 0, 0, 0, 0}; }
+    std::uint64_t TickCount64() noexcept override { return 1; }
+};
+
+TempFolder& StoreFolder() {
+    static TempFolder folder("store");
+    return folder;
+}
+
+// In a process of its own: the database of a process is one, and this one has to close its.
+bool FillStore() {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        static OldClock clock;
+        wm::SetClock(&clock);
+        ::_exit(IngestAll() ? 0 : 1);
+    }
+    int status = 1;
+    return child > 0 && ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+// Keeps the rates, so that the ratios of one run can be told at its end.
+class RatioReporter final : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            const auto rate = run.counters.find("items_per_second");
+            if (rate != run.counters.end())
+                rates_[run.run_name.function_name] = rate->second;
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+    void Finalize() override {
+        Ratio("ingest to raw write", "BM_Ingest", "BM_RawWrite");
+        Ratio("full scan, every row delivered, to bare walk", "BM_FullScan", "BM_BareWalk");
+        Ratio("scan without a match to bare walk", "BM_ScanWithoutMatch", "BM_BareWalk");
+    }
+
+private:
+    void Ratio(const char* what, const char* part, const char* whole) {
+        if (rates_[part] > 0 && rates_[whole] > 0)
+            std::printf("ratio: %s: %.2f\n", what, rates_[part] / rates_[whole]);
+    }
+
+    std::map<std::string, double> rates_;
+};
+
+}  // namespace
+
+const std::filesystem::path& StoreDirectory() {
+    return StoreFolder().Path();
+}
+
+std::string FilledFolder() {
+    return StoreDirectory() / "20260301";
+}
+
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 2;
+    wm::SetPathToken(L"%ZELDataStore%", bench::StoreDirectory().wstring());
+    if (!bench::FillStore()) {
+        std::fprintf(stderr, "the store can't be filled\n");
+        return 1;
+    }
+    bench::RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    return 0;
+}

@@ -1,0 +1,83 @@
+#include <benchmark/benchmark.h>
+
+#include "common/countedptr.h"
+#include "common/itobbaseimpl.h"
+#include "common/textbridge.h"
+#include "fixture.h"
+#include "zelstore/eventstoreproxy.h"
+
+namespace bench {
+
+namespace {
+
+using ZEL::CountedPtr;
+
+class CountingCallback final : public ZEL::IQueryCallback {
+public:
+    ZEL::TobResult QueryInterface(const ZEL::GUID&, void**) override {
+        return ZEL::TOBERR_NO_INTERFACE;
+    }
+    std::int64_t AddRef() override { return 2; }
+    std::int64_t Release() override { return 1; }
+    ZEL::HRESULT OnQueryResults(ZEL::HRESULT, ZEL::IValueCollection* results, bool, bool,
+                                ZEL::IStringValue*, std::int32_t) override {
+        if (results != nullptr)
+            rows += results->Count();
+        return ZEL::hr::ok;
+    }
+    std::size_t rows = 0;
+};
+
+// Runs a query until its rows are counted; the store stays started for all benchmarks.
+void RunQuery(benchmark::State& state, const wchar_t* document, std::size_t expectedRows) {
+    static const CountedPtr<ZEL::IEventStore7> store = [] {
+        CountedPtr<ZEL::IEventStore7> made(new ZEL::EventStoreProxy());
+        if (Failed(made->Initialize()))
+            std::abort();
+        return made;
+    }();
+    wm::EventObject stop;
+    stop.Create(false, false);
+    const auto text = CountedPtr<ZEL::IStringValue>::Adopt(wm::CreateStringValue(document));
+    for (auto _ : state) {
+        CountingCallback callback;
+        if (Failed(store->Query(text.Get(), &callback, stop.Handle())) ||
+            callback.rows != expectedRows)
+            state.SkipWithError("the query gave other rows than expected");
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(Rows().size()));
+}
+
+void BM_BareWalk(benchmark::State& state) {
+    const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
+    leveldb::ReadOptions options;
+    options.fill_cache = false;
+    std::size_t rows = 0;
+    for (auto _ : state) {
+        const std::unique_ptr<leveldb::Iterator> it(db->NewIterator(options));
+        for (it->SeekToFirst(); it->Valid(); it->Next()) {
+            benchmark::DoNotOptimize(it->key().size());
+            ++rows;
+        }
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(rows));
+}
+BENCHMARK(BM_BareWalk)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_FullScan(benchmark::State& state) {
+    RunQuery(state,
+             LR"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"}}]}})",
+             Rows().size());
+}
+BENCHMARK(BM_FullScan)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_ScanWithoutMatch(benchmark::State& state) {
+    RunQuery(state,
+             LR"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"},
+                 "artifacts":{"target":{"object_type":"file","path":{"operator":{"value":"ends_with"},"value":["nowhere"]}}}}]}})",
+             0);
+}
+BENCHMARK(BM_ScanWithoutMatch)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+}  // namespace bench

@@ -1,0 +1,89 @@
+#include "job.h"
+
+namespace wmjobmgr {
+
+using ZEL::HRESULT;
+namespace hr = ZEL::hr;
+
+ZEL::TobResult Job::QueryInterface(const ZEL::GUID& iid, void** out) {
+    ZEL::IJob* const face = this;
+    const ZEL::InterfaceRow rows[] = {{ZEL::iidJob, face}};
+    return ZEL::FindInterface(rows, iid, this, out);
+}
+
+HRESULT Job::GetId(ZEL::GUID* id) {
+    if (id == nullptr)
+        return hr::invalidArgument;
+    *id = id_;
+    return hr::ok;
+}
+
+HRESULT Job::GetStatus(std::int32_t* status) {
+    if (status == nullptr)
+        return hr::invalidArgument;
+    const wm::Hold hold(lock_);
+    *status = status_;
+    return hr::ok;
+}
+
+HRESULT Job::Start(std::uint32_t) {
+    if (thread_.IsRunning())
+        return ZEL::jobAlreadyRunning;
+    if (!thread_.Start([this] { return Run(); }))
+        return thread_.IsRunning() ? ZEL::jobAlreadyRunning : hr::threadNotStarted;
+    thread_.SetName("ZEL Job");
+    return hr::ok;
+}
+
+// The host's function is not interrupted: it ends when it has done its work.
+HRESULT Job::Stop() {
+    thread_.RequestStop();
+    return hr::ok;
+}
+
+HRESULT Job::GetEnabled(bool* enabled) {
+    if (enabled == nullptr)
+        return hr::invalidArgument;
+    const wm::Hold hold(lock_);
+    *enabled = enabled_;
+    return hr::ok;
+}
+
+HRESULT Job::SetEnabled(bool enabled) {
+    const wm::Hold hold(lock_);
+    enabled_ = enabled;
+    return hr::ok;
+}
+
+void Job::SetFunction(const Function& function) {
+    const wm::Hold hold(lock_);
+    function_ = function;
+}
+
+void Job::ChangeStatus(std::int32_t status) {
+    {
+        const wm::Hold hold(lock_);
+        status_ = status;
+    }
+    tell_(id_, status);
+}
+
+HRESULT Job::Run() {
+    Function function;
+    {
+        const wm::Hold hold(lock_);
+        function = function_;
+    }
+    ChangeStatus(ZEL::jobStatus::running);
+    HRESULT result = hr::ok;
+    try {
+        if (function.run != nullptr)
+            result = function.run(function.context);
+    } catch (...) {
+        result = hr::unexpected;
+    }
+    ChangeStatus(Failed(result) ? ZEL::jobStatus::failed : ZEL::jobStatus::ended);
+    return result;
+}
+
+}  // namespace wmjobmgr

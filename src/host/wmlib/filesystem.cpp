@@ -1,0 +1,199 @@
+#include "common/filesystem.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "common/textbridge.h"
+#include "common/trace.h"
+#include "platform.h"
+
+namespace wm {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool ToPath(const std::wstring& text, fs::path& path) {
+    std::string narrow;
+    if (!ToUtf8(text, narrow))
+        return false;
+    path = fs::path(std::u8string(narrow.begin(), narrow.end()));
+    return true;
+}
+
+ZEL::HRESULT ToResult(const std::error_code& error) {
+    return error ? ZEL::hr::Code(0x80070000U | platform::Win32Code(error.value())) : ZEL::hr::ok;
+}
+
+bool Vanished(const std::error_code& error) {
+    return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
+}
+
+// Calls `visit` for each entry of a directory. What can't be listed gives the error.
+template <typename Visit>
+std::error_code ForEachEntry(const fs::path& directory, Visit&& visit) {
+    std::error_code error;
+    fs::directory_iterator it(directory, error);
+    for (; !error && it != fs::directory_iterator(); it.increment(error))
+        visit(*it);
+    return error;
+}
+
+// Links are entries of their own kind here, whatever they point at.
+fs::file_type TypeOf(const fs::directory_entry& entry) {
+    std::error_code ignored;
+    return entry.symlink_status(ignored).type();
+}
+
+std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
+    std::error_code inside;
+    const std::error_code error = ForEachEntry(path, [&](const fs::directory_entry& entry) {
+        std::error_code gone;
+        const fs::file_type type = TypeOf(entry);
+        if (type == fs::file_type::directory) {
+            const std::error_code below = AddSizes(entry.path(), total);
+            if (below)
+                inside = below;
+        } else if (type == fs::file_type::regular) {
+            const std::uintmax_t size = entry.file_size(gone);
+            total += gone ? 0 : size;
+        }
+    });
+    if (error && !Vanished(error))
+        return error;
+    return inside;
+}
+
+}  // namespace
+
+std::wstring JoinPath(const std::wstring& directory, std::wstring_view name) {
+    std::wstring path = directory;
+    if (!path.empty() && path.back() != L'/')
+        path.push_back(L'/');
+    return path.append(name);
+}
+
+std::wstring LastPathComponent(const std::wstring& path) {
+    const std::size_t separator = path.rfind(L'/');
+    return separator == std::wstring::npos ? path : path.substr(separator + 1);
+}
+
+bool IsDirectory(const std::wstring& path) noexcept {
+    try {
+        fs::path native;
+        std::error_code error;
+        return ToPath(path, native) && fs::is_directory(native, error);
+    } catch (...) {
+        return false;
+    }
+}
+
+bool FileExists(const std::wstring& path) noexcept {
+    try {
+        fs::path native;
+        std::error_code error;
+        return ToPath(path, native) && fs::exists(fs::symlink_status(native, error));
+    } catch (...) {
+        return false;
+    }
+}
+
+ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wstring>& out) {
+    fs::path native;
+    if (!ToPath(directory, native))
+        return ZEL::hr::invalidArgument;
+    return ToResult(ForEachEntry(native, [&](const fs::directory_entry& entry) {
+        if (TypeOf(entry) != fs::file_type::directory)
+            return;
+        const std::u8string name = entry.path().filename().u8string();
+        std::wstring wide;
+        if (ToWide({reinterpret_cast<const char*>(name.data()), name.size()}, wide))
+            out.push_back(JoinPath(directory, wide));
+        else
+            Trace(TraceLevel::warning, "a folder's name is not UTF-8 and is passed over");
+    }));
+}
+
+std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
+    try {
+        fs::path native;
+        std::string ending;
+        if (!ToPath(directory, native) || !ToUtf8(suffix, ending))
+            return 0;
+        std::uint64_t count = 0;
+        const std::error_code error = ForEachEntry(native, [&](const fs::directory_entry& entry) {
+            if (entry.path().native().ends_with(ending) && TypeOf(entry) == fs::file_type::regular)
+                ++count;
+        });
+        return error ? 0 : count;
+    } catch (...) {
+        return 0;
+    }
+}
+
+ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noexcept {
+    try {
+        *totalBytes = 0;
+        fs::path native;
+        if (!ToPath(path, native))
+            return ZEL::hr::invalidArgument;
+        return ToResult(AddSizes(native, *totalBytes));
+    } catch (...) {
+        return ZEL::hr::outOfMemory;
+    }
+}
+
+ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept {
+    try {
+        fs::path native;
+        if (!ToPath(path, native))
+            return ZEL::hr::invalidArgument;
+        std::error_code error;
+        fs::remove_all(native, error);  // removes links, not what they point at
+        return ToResult(error);
+    } catch (...) {
+        return ZEL::hr::outOfMemory;
+    }
+}
+
+ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text) {
+    fs::path native;
+    if (!ToPath(path, native))
+        return ZEL::hr::invalidArgument;
+    std::ifstream in(native, std::ios::binary);
+    std::ostringstream read;
+    read << in.rdbuf();
+    if (!in || !read)
+        return ZEL::hr::fail;
+    *text = read.str();
+    return ZEL::hr::ok;
+}
+
+ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text) {
+    fs::path native;
+    if (!ToPath(path, native))
+        return ZEL::hr::invalidArgument;
+    fs::path fresh = native;
+    fresh += ".new";
+    if (!platform::WriteAndSync(fresh.string(), text))
+        return ZEL::hr::fail;
+    std::error_code error;
+    fs::rename(fresh, native, error);
+    if (error) {
+        std::error_code ignored;
+        fs::remove(fresh, ignored);
+    }
+    return ToResult(error);
+}
+
+bool IsLockedByAnotherProcess(const std::wstring& file) noexcept {
+    try {
+        std::string narrow;
+        return ToUtf8(file, narrow) && platform::IsLockedByAnotherProcess(narrow);
+    } catch (...) {
+        return false;
+    }
+}
+
+}  // namespace wm

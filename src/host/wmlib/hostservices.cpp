@@ -1,0 +1,256 @@
+#include "common/hostservices.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+
+#include "common/countedptr.h"
+#include "common/filesystem.h"
+#include "common/textbridge.h"
+#include "platform.h"
+
+namespace wm {
+
+namespace {
+
+// One seam: the host's replacement, when there is one, else the default.
+template <typename Interface, typename Default>
+class Seam {
+public:
+    Interface& Get() noexcept {
+        Interface* const replacement = replacement_.load(std::memory_order_acquire);
+        return replacement != nullptr ? *replacement : default_;
+    }
+    void Replace(Interface* replacement) noexcept {
+        replacement_.store(replacement, std::memory_order_release);
+    }
+    Default& Own() noexcept { return default_; }
+
+private:
+    std::atomic<Interface*> replacement_{nullptr};
+    Default default_;
+};
+
+class SystemClock final : public IClock {
+public:
+    SystemTime UtcNow() noexcept override {
+        using namespace std::chrono;
+        const auto now = floor<milliseconds>(system_clock::now());
+        const auto day = floor<days>(now);
+        const year_month_day date(day);
+        const hh_mm_ss time(now - day);
+        SystemTime result;
+        result.year = static_cast<std::uint16_t>(static_cast<int>(date.year()));
+        result.month = static_cast<std::uint16_t>(static_cast<unsigned>(date.month()));
+        result.day = static_cast<std::uint16_t>(static_cast<unsigned>(date.day()));
+        result.dayOfWeek = static_cast<std::uint16_t>(weekday(day).c_encoding());
+        result.hour = static_cast<std::uint16_t>(time.hours().count());
+        result.minute = static_cast<std::uint16_t>(time.minutes().count());
+        result.second = static_cast<std::uint16_t>(time.seconds().count());
+        result.milliseconds = static_cast<std::uint16_t>(time.subseconds().count());
+        return result;
+    }
+    std::uint64_t TickCount64() noexcept override { return platform::UptimeMs(); }
+};
+
+class VolumeSpace final : public IFreeSpace {
+public:
+    ZEL::HRESULT AvailableBytes(const std::wstring& path, std::uint64_t* bytes) noexcept override {
+        try {
+            std::string narrow;
+            if (!ToUtf8(path, narrow) || !platform::AvailableBytes(narrow, bytes))
+                return ZEL::hr::fail;
+            return ZEL::hr::ok;
+        } catch (...) {
+            return ZEL::hr::outOfMemory;
+        }
+    }
+};
+
+class TokenTable final : public IPathTokens {
+public:
+    void Set(const std::wstring& token, const std::wstring& value) {
+        const std::lock_guard lock(mutex_);
+        if (value.empty())
+            values_.erase(token);
+        else
+            values_[token] = value;
+    }
+    bool Resolve(const std::wstring& token, std::wstring& value) noexcept override {
+        try {
+            {
+                const std::lock_guard lock(mutex_);
+                const auto found = values_.find(token);
+                if (found != values_.end()) {
+                    value = found->second;
+                    return true;
+                }
+            }
+            std::string name;
+            if (token.size() < 3 || !ToUtf8(token.substr(1, token.size() - 2), name))
+                return false;
+            const char* const variable = std::getenv(name.c_str());
+            return variable != nullptr && *variable != '\0' && ToWide(variable, value);
+        } catch (...) {
+            return false;
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::map<std::wstring, std::wstring> values_;
+};
+
+class ComponentLoader final : public IObjectLoader {
+public:
+    ZEL::TobResult LoadObject(const std::wstring& libraryPath, const ZEL::GUID& objectId,
+                              const ZEL::GUID& iid, void** out) noexcept override {
+        using namespace ZEL;
+        if (out == nullptr)
+            return TOBERR_INVALID_ARG;
+        *out = nullptr;
+        try {
+            const platform::LoadedLibrary library = Find(libraryPath);
+            if (!library.loaded)
+                return TOBERR_BAD_LIBRARY;
+            if (library.getFactory == nullptr)
+                return TOBERR_PROC_NOT_FOUND;
+            CountedPtr<ITobFactory> factory;
+            const TobResult result = library.getFactory(objectId, factory.Receive());
+            if (Failed(result))
+                return result;
+            return factory->CreateInstance(iid, out);
+        } catch (...) {
+            return TOBERR_OUT_OF_MEMORY;
+        }
+    }
+
+private:
+    platform::LoadedLibrary Find(const std::wstring& path) {
+        const std::lock_guard lock(mutex_);
+        const auto found = libraries_.find(path);
+        if (found != libraries_.end())
+            return found->second;
+        const platform::LoadedLibrary library = platform::LoadComponent(path);
+        if (library.loaded)
+            libraries_.emplace(path, library);
+        return library;
+    }
+
+    std::mutex mutex_;
+    std::map<std::wstring, platform::LoadedLibrary> libraries_;
+};
+
+// Never destroyed: threads may ask for a service until the end of the process.
+struct Seams {
+    Seam<IClock, SystemClock> clock;
+    Seam<IFreeSpace, VolumeSpace> freeSpace;
+    Seam<IPathTokens, TokenTable> tokens;
+    Seam<IObjectLoader, ComponentLoader> loader;
+    std::atomic<ZEL::ISettingsManager*> settings{nullptr};
+    std::atomic<ZEL::IJobManager*> jobs{nullptr};
+};
+
+Seams& All() noexcept {
+    static Seams* const seams = new Seams;
+    return *seams;
+}
+
+// The injected service with a new reference, else the installed one.
+template <typename Interface>
+ZEL::TobResult Open(std::atomic<Interface*>& injected, const wchar_t* component,
+                    const ZEL::GUID& objectId, const ZEL::GUID& iid, Interface** out) noexcept {
+    if (out == nullptr)
+        return ZEL::TOBERR_INVALID_ARG;
+    *out = injected.load(std::memory_order_acquire);
+    if (*out != nullptr) {
+        (*out)->AddRef();
+        return ZEL::TOB_OK;
+    }
+    void* object = nullptr;
+    const ZEL::TobResult result = LoadInstalledObject(component, objectId, iid, &object);
+    *out = static_cast<Interface*>(object);
+    return result;
+}
+
+}  // namespace
+
+IClock& Clock() noexcept {
+    return All().clock.Get();
+}
+void SetClock(IClock* replacement) noexcept {
+    All().clock.Replace(replacement);
+}
+
+IFreeSpace& FreeSpace() noexcept {
+    return All().freeSpace.Get();
+}
+void SetFreeSpace(IFreeSpace* replacement) noexcept {
+    All().freeSpace.Replace(replacement);
+}
+
+IPathTokens& PathTokens() noexcept {
+    return All().tokens.Get();
+}
+void SetPathTokens(IPathTokens* replacement) noexcept {
+    All().tokens.Replace(replacement);
+}
+void SetPathToken(const std::wstring& token, const std::wstring& value) {
+    All().tokens.Own().Set(token, value);
+}
+bool ResolvePathVariable(const std::wstring& token, std::wstring& value) noexcept {
+    return PathTokens().Resolve(token, value);
+}
+
+bool InstallDirectory(std::wstring& directory) noexcept {
+    try {
+        if (ResolvePathVariable(L"%ZELInstallDir%", directory))
+            return true;
+        directory = platform::LibraryFolder();
+        return !directory.empty();
+    } catch (...) {
+        return false;
+    }
+}
+
+IObjectLoader& ObjectLoader() noexcept {
+    return All().loader.Get();
+}
+void SetObjectLoader(IObjectLoader* replacement) noexcept {
+    All().loader.Replace(replacement);
+}
+
+ZEL::TobResult LoadInstalledObject(const std::wstring& name, const ZEL::GUID& objectId,
+                                   const ZEL::GUID& iid, void** out) noexcept {
+    constexpr std::size_t mostCharacters = 259;
+    try {
+        std::wstring directory;
+        if (!InstallDirectory(directory))
+            return ZEL::TOBERR_PATH_NOT_FOUND;
+        const std::wstring path = JoinPath(directory, name + platform::ComponentExtension());
+        if (path.size() > mostCharacters)
+            return ZEL::TOBERR_BAD_LIBRARY;
+        return ObjectLoader().LoadObject(path, objectId, iid, out);
+    } catch (...) {
+        return ZEL::TOBERR_OUT_OF_MEMORY;
+    }
+}
+
+ZEL::TobResult OpenSettings(ZEL::ISettingsManager** out) noexcept {
+    return Open(All().settings, L"wmSet", ZEL::settingsManagerObjectId, ZEL::iidSettingsManager,
+                out);
+}
+void SetSettings(ZEL::ISettingsManager* replacement) noexcept {
+    All().settings.store(replacement, std::memory_order_release);
+}
+
+ZEL::TobResult OpenJobManager(ZEL::IJobManager** out) noexcept {
+    return Open(All().jobs, L"wmJobMgr", ZEL::iidJobManager, ZEL::iidJobManager, out);
+}
+void SetJobManager(ZEL::IJobManager* replacement) noexcept {
+    All().jobs.store(replacement, std::memory_order_release);
+}
+
+}  // namespace wm

@@ -1,0 +1,127 @@
+#include "../platform.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/statvfs.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "common/textbridge.h"
+#include "common/trace.h"
+
+namespace wm::platform {
+
+void NameThread(std::thread::native_handle_type thread, const std::string& name) noexcept {
+    constexpr std::size_t mostCharacters = 15;
+    char cut[mostCharacters + 1] = {};
+    name.copy(cut, mostCharacters);
+    pthread_setname_np(thread, cut);
+}
+
+std::uint64_t UptimeMs() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
+}
+
+std::wstring LibraryFolder() {
+    Dl_info info{};
+    static const char anchor = 0;
+    std::wstring folder;
+    if (dladdr(&anchor, &info) == 0 || info.dli_fname == nullptr || !ToWide(info.dli_fname, folder))
+        return {};
+    const std::size_t separator = folder.rfind(L'/');
+    return separator == std::wstring::npos ? L"." : folder.substr(0, separator);
+}
+
+const wchar_t* ComponentExtension() noexcept {
+    return L".so";
+}
+
+LoadedLibrary LoadComponent(const std::wstring& path) {
+    std::string narrow;
+    if (!ToUtf8(path, narrow))
+        return {};
+    void* const library = dlopen(narrow.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        const char* reason = dlerror();
+        Trace(TraceLevel::error, "a component can't be loaded", ZEL::hr::fail,
+              reason != nullptr ? reason : narrow.c_str());
+        return {};
+    }
+    return {true, reinterpret_cast<ZEL::GetFactoryFunction>(dlsym(library, "GetFactory"))};
+}
+
+bool IsLockedByAnotherProcess(const std::string& file) noexcept {
+    const int descriptor = ::open(file.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor < 0)
+        return false;
+    struct flock query {};
+    query.l_type = F_WRLCK;
+    query.l_whence = SEEK_SET;
+    const bool locked = ::fcntl(descriptor, F_GETLK, &query) == 0 && query.l_type != F_UNLCK;
+    ::close(descriptor);
+    return locked;
+}
+
+bool WriteAndSync(const std::string& file, const std::string& text) noexcept {
+    constexpr mode_t ownerOnly = 0600;
+    const int descriptor =
+        ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, ownerOnly);
+    if (descriptor < 0)
+        return false;
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = ::write(descriptor, text.data() + done, text.size() - done);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            break;
+        done += static_cast<std::size_t>(written);
+    }
+    const bool synced = done == text.size() && ::fsync(descriptor) == 0;
+    const bool closed = ::close(descriptor) == 0;
+    if (!synced || !closed)
+        ::unlink(file.c_str());
+    return synced && closed;
+}
+
+bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
+    struct statvfs volume {};
+    if (::statvfs(path.c_str(), &volume) != 0 && ::statvfs("/", &volume) != 0)
+        return false;
+    *bytes = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
+    return true;
+}
+
+std::uint32_t Win32Code(int error) noexcept {
+    switch (error) {
+        case ENOENT:
+        case ENOTDIR:
+            return 3;
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return 5;
+        case EMFILE:
+        case ENFILE:
+            return 4;
+        case ENOMEM:
+            return 14;
+        case ENOSPC:
+        case EDQUOT:
+            return 112;
+        case EEXIST:
+            return 183;
+        case EBUSY:
+            return 170;
+        default:
+            return 1117;  // the device failed
+    }
+}
+
+}  // namespace wm::platform

@@ -1,0 +1,64 @@
+#include <atomic>
+
+#include "common/errorreport.h"
+#include "common/hostservices.h"
+#include "common/trace.h"
+
+namespace wm {
+
+namespace {
+
+std::atomic<IErrorReportSink*> reportSink{nullptr};
+std::atomic<ITraceSink*> traceSink{nullptr};
+
+}  // namespace
+
+void SetErrorReportSink(IErrorReportSink* sink) noexcept {
+    reportSink.store(sink, std::memory_order_release);
+}
+
+void SetTraceSink(ITraceSink* sink) noexcept {
+    traceSink.store(sink, std::memory_order_release);
+}
+
+ErrorReport& ErrorReport::SetError(ZEL::HRESULT code, const char* label, Place place) {
+    code_ = code;
+    label_ = label;
+    place_ = place;
+    return *this;
+}
+
+ErrorReport& ErrorReport::AddDetail(std::string name, std::string value) {
+    details_.emplace_back(std::move(name), std::move(value));
+    return *this;
+}
+
+void ErrorReport::Submit() const noexcept {
+    IErrorReportSink* const sink = reportSink.load(std::memory_order_acquire);
+    if (sink == nullptr)
+        return;
+    try {
+        sink->OnReport(*this);
+    } catch (...) {
+        Trace(TraceLevel::error, "the sink of error reports threw", code_);
+    }
+}
+
+void ReportError(ZEL::HRESULT code, const char* label, Place place) noexcept {
+    if (reportSink.load(std::memory_order_acquire) == nullptr)
+        return;
+    try {
+        ErrorReport().SetError(code, label, place).Submit();
+    } catch (...) {
+        Trace(TraceLevel::error, "an error report can't be made", code);
+    }
+}
+
+void Trace(TraceLevel level, const char* text, ZEL::HRESULT code, std::string_view argument,
+           Place place) noexcept {
+    ITraceSink* const sink = traceSink.load(std::memory_order_acquire);
+    if (sink != nullptr && sink->Enabled(level))
+        sink->OnTrace({level, text, argument, code, place});
+}
+
+}  // namespace wm

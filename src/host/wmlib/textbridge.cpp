@@ -1,0 +1,139 @@
+#include "common/textbridge.h"
+
+#include <cstdint>
+
+namespace wm {
+
+namespace {
+
+constexpr bool wideIs16Bit = sizeof(wchar_t) == 2;
+constexpr std::uint32_t lastCodePoint = 0x10FFFF;
+constexpr std::uint32_t malformed = 0xFFFFFFFF;
+constexpr std::uint32_t replacement = 0xFFFD;
+
+constexpr bool IsSurrogate(std::uint32_t c) {
+    return c >= 0xD800 && c <= 0xDFFF;
+}
+
+void AppendUtf8(std::uint32_t c, std::string& out) {
+    if (c < 0x80) {
+        out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+}
+
+void AppendWide(std::uint32_t c, std::wstring& out) {
+    if (wideIs16Bit && c >= 0x10000) {
+        out.push_back(static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10)));
+        out.push_back(static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+    } else {
+        out.push_back(static_cast<wchar_t>(c));
+    }
+}
+
+// One code point from `at` on, which moves behind it; `malformed` leaves `at` behind one unit.
+std::uint32_t NextWide(std::wstring_view text, std::size_t& at) {
+    const auto unit = static_cast<std::uint32_t>(text[at++]);
+    if (!IsSurrogate(unit))
+        return unit <= lastCodePoint ? unit : malformed;
+    if (!wideIs16Bit || unit >= 0xDC00 || at == text.size())
+        return malformed;
+    const auto low = static_cast<std::uint32_t>(text[at]);
+    if (low < 0xDC00 || low > 0xDFFF)
+        return malformed;
+    ++at;
+    return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+}
+
+std::uint32_t NextUtf8(std::string_view bytes, std::size_t& at) {
+    const auto lead = static_cast<unsigned char>(bytes[at]);
+    ++at;
+    if (lead < 0x80)
+        return lead;
+    const std::size_t more = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
+    if (lead < 0xC2 || lead > 0xF4 || bytes.size() - at < more)
+        return malformed;
+    std::uint32_t c = lead & (0x3FU >> more);
+    for (std::size_t i = 0; i < more; ++i) {
+        const auto next = static_cast<unsigned char>(bytes[at + i]);
+        if ((next & 0xC0) != 0x80)
+            return malformed;
+        c = (c << 6) | (next & 0x3FU);
+    }
+    const bool overlong = (more == 2 && c < 0x800) || (more == 3 && c < 0x10000);
+    if (overlong || c > lastCodePoint || IsSurrogate(c))
+        return malformed;
+    at += more;
+    return c;
+}
+
+}  // namespace
+
+bool ToUtf8(std::wstring_view text, std::string& out) {
+    // Nearly all text is ASCII: what leads up to the first other character is simply narrowed.
+    std::size_t at = 0;
+    while (at < text.size() && static_cast<std::uint32_t>(text[at]) < 0x80)
+        ++at;
+    out.resize(at);
+    for (std::size_t i = 0; i < at; ++i)
+        out[i] = static_cast<char>(text[i]);
+    while (at < text.size()) {
+        const std::uint32_t c = NextWide(text, at);
+        if (c == malformed)
+            return false;
+        AppendUtf8(c, out);
+    }
+    return true;
+}
+
+bool ToWide(std::string_view utf8, std::wstring& out) {
+    out.resize(utf8.size());  // never more characters than bytes
+    std::size_t length = 0;
+    std::wstring pair;
+    for (std::size_t at = 0; at < utf8.size();) {
+        const auto byte = static_cast<unsigned char>(utf8[at]);
+        if (byte < 0x80) {
+            out[length++] = static_cast<wchar_t>(byte);
+            ++at;
+            continue;
+        }
+        const std::uint32_t c = NextUtf8(utf8, at);
+        if (c == malformed)
+            return false;
+        pair.clear();
+        AppendWide(c, pair);
+        for (const wchar_t unit : pair)
+            out[length++] = unit;
+    }
+    out.resize(length);
+    return true;
+}
+
+bool IsUtf8(std::string_view bytes) noexcept {
+    for (std::size_t at = 0; at < bytes.size();)
+        if (NextUtf8(bytes, at) == malformed)
+            return false;
+    return true;
+}
+
+std::string ToUtf8Lossy(std::wstring_view text) {
+    std::string out;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::uint32_t c = NextWide(text, at);
+        AppendUtf8(c == malformed ? replacement : c, out);
+    }
+    return out;
+}
+
+}  // namespace wm

@@ -1,0 +1,160 @@
+#include <algorithm>
+#include <new>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "common/itobbaseimpl.h"
+#include "common/ivaluecollection.h"
+
+namespace ZEL {
+
+std::atomic<std::uint32_t>& LiveObjectCounter() noexcept {
+    static std::atomic<std::uint32_t> counter{0};
+    return counter;
+}
+
+void* ModuleHandle() noexcept {
+    static const char anchor = 0;
+    return const_cast<char*>(&anchor);
+}
+
+}  // namespace ZEL
+
+namespace wm {
+
+namespace {
+
+using namespace ZEL;
+
+// Counting for the classes of this file, which never have an owner.
+template <typename Interface, const GUID& interfaceId>
+class Counted : public Interface,
+                public ITobBaseImpl<CTobThreadSafeRefCount>,
+                public vodLib::NonCopyable {
+public:
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        Interface* const face = this;
+        const InterfaceRow rows[] = {{interfaceId, face}};
+        return FindInterface(rows, iid, this, out);
+    }
+    std::int64_t AddRef() override { return refCount_.Increment(); }
+    std::int64_t Release() override { return ReleaseObject(this, refCount_, noOwner_); }
+
+private:
+    ObjectOwnership noOwner_;
+};
+
+class StringValue final : public Counted<IStringValue, iidStringValue> {
+public:
+    explicit StringValue(std::wstring_view text) : text_(text) {}
+    std::size_t GetLength(int) override { return text_.size(); }
+    const wchar_t* GetText() override { return text_.c_str(); }
+
+private:
+    const std::wstring text_;
+};
+
+class ValueRecord final : public Counted<IValueRecord, iidValueRecord> {
+public:
+    std::size_t Count() override { return values_.size(); }
+    IStringValue* GetText(std::size_t index) override {
+        const auto* text = Find<CountedPtr<IStringValue>>(index);
+        return text != nullptr ? text->Get() : nullptr;
+    }
+    bool GetNumber(std::size_t index, std::uint32_t* number) override {
+        const auto* found = Find<std::uint32_t>(index);
+        if (found == nullptr || number == nullptr)
+            return false;
+        *number = *found;
+        return true;
+    }
+    bool AddText(IStringValue* text) override {
+        return text != nullptr && Append(CountedPtr<IStringValue>(text));
+    }
+    bool AddNumber(std::uint32_t number) override { return Append(number); }
+
+private:
+    using Value = std::variant<std::uint32_t, CountedPtr<IStringValue>>;
+
+    template <typename T>
+    const T* Find(std::size_t index) const {
+        return index < values_.size() ? std::get_if<T>(&values_[index]) : nullptr;
+    }
+    bool Append(Value value) {
+        try {
+            values_.push_back(std::move(value));
+            return true;
+        } catch (...) {
+            return false;
+        }
+    }
+
+    std::vector<Value> values_;
+};
+
+class ValueCollection final : public Counted<IValueCollection, iidValueCollection> {
+public:
+    bool Add(IStringValue* value) override {
+        return value != nullptr && Append({CountedPtr<IStringValue>(value), {}});
+    }
+    bool AddRecord(IValueRecord* record) override {
+        return record != nullptr && Append({{}, CountedPtr<IValueRecord>(record)});
+    }
+    std::size_t Count() override { return items_.size(); }
+    void Clear() override { items_.clear(); }
+    IStringValue* GetValue(std::size_t index) override {
+        return index < items_.size() ? items_[index].value.Get() : nullptr;
+    }
+    IValueRecord* GetRecord(std::size_t index) override {
+        return index < items_.size() ? items_[index].record.Get() : nullptr;
+    }
+
+private:
+    struct Item {
+        CountedPtr<IStringValue> value;
+        CountedPtr<IValueRecord> record;
+    };
+    bool Append(Item item) {
+        try {
+            items_.push_back(std::move(item));
+            return true;
+        } catch (...) {
+            return false;
+        }
+    }
+
+    std::vector<Item> items_;
+};
+
+// A new object with one reference, or null without memory.
+template <typename T, typename... Arguments>
+T* Make(const Arguments&... arguments) noexcept {
+    try {
+        T* const object = new T(arguments...);
+        object->AddRef();
+        return object;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+}  // namespace
+
+IStringValue* CreateStringValue(const wchar_t* text) noexcept {
+    return text != nullptr ? Make<StringValue>(std::wstring_view(text)) : nullptr;
+}
+
+IStringValue* CreateStringValue(std::wstring_view text) noexcept {
+    return Make<StringValue>(text.substr(0, text.find(L'\0')));
+}
+
+IValueCollection* CreateValueCollection() noexcept {
+    return Make<ValueCollection>();
+}
+
+IValueRecord* CreateValueRecord() noexcept {
+    return Make<ValueRecord>();
+}
+
+}  // namespace wm

@@ -1,0 +1,102 @@
+#include "common/workerthread.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform.h"
+
+namespace wm {
+
+// Shared with the thread, which may outlive the object when the object is destroyed by its own
+// thread.
+struct WorkerThread::State {
+    mutable std::mutex mutex;
+    std::condition_variable ended;
+    bool running = false;
+    bool stopRequested = false;
+    std::thread::id id;
+    std::thread::native_handle_type handle{};  // valid while `running`
+    ZEL::HRESULT exitResult = ZEL::hr::ok;
+    std::string name;
+};
+
+WorkerThread::WorkerThread() : state_(std::make_shared<State>()) {}
+
+WorkerThread::~WorkerThread() {
+    RequestStop();
+    Wait();
+}
+
+bool WorkerThread::Start(std::function<ZEL::HRESULT()> body) {
+    const std::shared_ptr<State> state = state_;
+    const std::lock_guard lock(state->mutex);
+    if (state->running)
+        return false;
+    state->stopRequested = false;
+    try {
+        std::thread thread([state, body = std::move(body)]() mutable {
+            ZEL::HRESULT result = ZEL::hr::unexpected;
+            try {
+                result = body();
+            } catch (...) {
+                result = ZEL::hr::unexpected;
+            }
+            body = nullptr;  // frees what it holds before the end is told
+            const std::lock_guard endLock(state->mutex);
+            state->exitResult = result;
+            state->running = false;
+            state->id = {};
+            state->ended.notify_all();
+        });
+        state->running = true;
+        state->id = thread.get_id();
+        state->handle = thread.native_handle();
+        thread.detach();
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+bool WorkerThread::IsRunning() const noexcept {
+    const std::lock_guard lock(state_->mutex);
+    return state_->running;
+}
+
+void WorkerThread::RequestStop() noexcept {
+    const std::lock_guard lock(state_->mutex);
+    state_->stopRequested = true;
+}
+
+bool WorkerThread::StopRequested() const noexcept {
+    const std::lock_guard lock(state_->mutex);
+    return state_->stopRequested;
+}
+
+void WorkerThread::Wait() noexcept {
+    std::unique_lock lock(state_->mutex);
+    if (state_->id == std::this_thread::get_id())
+        return;
+    state_->ended.wait(lock, [this] { return !state_->running; });
+}
+
+bool WorkerThread::IsCurrentThread() const noexcept {
+    const std::lock_guard lock(state_->mutex);
+    return state_->running && state_->id == std::this_thread::get_id();
+}
+
+ZEL::HRESULT WorkerThread::ExitResult() const noexcept {
+    const std::lock_guard lock(state_->mutex);
+    return state_->exitResult;
+}
+
+void WorkerThread::SetName(const char* name) {
+    const std::lock_guard lock(state_->mutex);
+    state_->name = name;
+    if (state_->running)
+        platform::NameThread(state_->handle, name);
+}
+
+}  // namespace wm

@@ -1,0 +1,110 @@
+#include "settingsfile.h"
+
+#include <boost/property_tree/ini_parser.hpp>
+#include <charconv>
+#include <fstream>
+#include <sstream>
+
+#include "common/filesystem.h"
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+
+namespace wmset {
+
+using ZEL::TobResult;
+
+namespace {
+
+std::wstring FilePath() {
+    std::wstring path;
+    return wm::ResolvePathVariable(L"%ZELSettingsFile%", path) ? path : std::wstring();
+}
+
+// Names the file, and the place in it, to the host.
+TobResult Refuse(const std::wstring& path, const std::string& what) {
+    wm::ErrorReport()
+        .SetError(ZEL::hr::invalidData, "Settings")
+        .AddDetail("File", wm::ToUtf8Lossy(path))
+        .AddDetail("Failing Reason", what)
+        .Submit();
+    return ZEL::TOBERR_FAIL;
+}
+
+bool ToNumber(const std::string& text, std::uint32_t* number) {
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, *number);
+    return parsed.ec == std::errc() && parsed.ptr == end && !text.empty();
+}
+
+TobResult ToKeys(const std::wstring& path, const boost::property_tree::ptree& tree,
+                 std::map<std::string, SettingsFile::Numbers>* keys) {
+    for (const auto& [keyPath, values] : tree) {
+        if (values.empty())
+            return Refuse(path, "\"" + keyPath + "\" stands outside of a section");
+        for (const auto& [name, value] : values) {
+            std::uint32_t number = 0;
+            if (!ToNumber(value.data(), &number))
+                return Refuse(path, "[" + keyPath + "] " + name + ": \"" + value.data() +
+                                        "\" is no number from 0 to 4294967295");
+            (*keys)[keyPath][name] = number;
+        }
+    }
+    return ZEL::TOB_OK;
+}
+
+}  // namespace
+
+TobResult SettingsFile::ReadLocked(Keys* keys) {
+    const std::wstring path = FilePath();
+    if (path.empty()) {
+        *keys = inMemory_;
+        return ZEL::TOB_OK;
+    }
+    if (!wm::FileExists(path))
+        return ZEL::TOB_OK;
+    std::string text;
+    if (Failed(wm::ReadWholeFile(path, &text)))
+        return Refuse(path, "the file can't be read");
+    boost::property_tree::ptree tree;
+    try {
+        std::istringstream in(text);
+        boost::property_tree::read_ini(in, tree);
+    } catch (const boost::property_tree::ini_parser_error& error) {
+        return Refuse(path, "line " + std::to_string(error.line()) + ": " + error.message());
+    }
+    return ToKeys(path, tree, keys);
+}
+
+TobResult SettingsFile::Load(const std::string& keyPath, Numbers* numbers) {
+    const wm::Hold hold(lock_);
+    Keys keys;
+    const TobResult result = ReadLocked(&keys);
+    if (Succeeded(result))
+        *numbers = std::move(keys[keyPath]);
+    return result;
+}
+
+TobResult SettingsFile::Save(const std::string& keyPath, const Numbers& numbers) {
+    const wm::Hold hold(lock_);
+    Keys keys;
+    const TobResult result = ReadLocked(&keys);
+    if (Failed(result))
+        return result;
+    for (const auto& [name, number] : numbers)
+        keys[keyPath][name] = number;
+    const std::wstring path = FilePath();
+    if (path.empty()) {
+        inMemory_ = std::move(keys);
+        return ZEL::TOB_OK;
+    }
+    std::ostringstream out;
+    for (const auto& [section, values] : keys) {
+        out << '[' << section << "]\n";
+        for (const auto& [name, number] : values)
+            out << name << '=' << number << '\n';
+    }
+    return Succeeded(wm::ReplaceFile(path, out.str())) ? ZEL::TOB_OK
+                                                       : Refuse(path, "the file can't be written");
+}
+
+}  // namespace wmset

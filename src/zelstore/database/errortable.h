@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "common/lock.h"
+#include "zelstore/database/izeldbimpl.h"
+
+namespace ZEL {
+
+// Counts, for each database, which kinds of operation failed. May be used by any thread, under any
+// other lock of the store.
+class ErrorTable {
+public:
+    // An empty path records nothing. The entry of a kind that first fails after another one keeps
+    // operation 0.
+    void Record(const std::wstring& path, DatabaseErrorKind kind, HRESULT result);
+    // Replaces what `*out` holds.
+    void CopyTo(DatabaseErrorTable* out) const;
+    void Clear();
+
+private:
+    mutable wm::Lock lock_{wm::LockRank::errors};
+    DatabaseErrorTable records_ GUARDED_BY(lock_);
+};
+
+}  // namespace ZEL

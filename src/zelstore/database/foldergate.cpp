@@ -1,0 +1,110 @@
+#include "zelstore/database/foldergate.h"
+
+#include <filesystem>
+#include <map>
+#include <system_error>
+
+#include "common/filesystem.h"
+#include "common/textbridge.h"
+#include "common/trace.h"
+#include "zelstore/boundary.h"
+#include "zelstore/database/layout.h"
+
+namespace ZEL {
+
+namespace {
+
+struct GateRegistry {
+    wm::Lock lock;
+    std::map<std::wstring, std::weak_ptr<FolderGate>> gates GUARDED_BY(lock);
+};
+
+// Never destroyed: databases may be closed while the process ends.
+GateRegistry& Registry() {
+    static GateRegistry& registry = *new GateRegistry;
+    return registry;
+}
+
+// Looking at the file would drop the lock of this very process, so only while it has none.
+bool IsOpenElsewhere(const std::wstring& folder) {
+    return wm::IsLockedByAnotherProcess(wm::JoinPath(folder, L"LOCK"));
+}
+
+bool IsLink(const std::wstring& folder) {
+    std::string narrow;
+    if (!wm::ToUtf8(folder, narrow))
+        return false;
+    std::error_code error;
+    return std::filesystem::is_symlink(std::u8string(narrow.begin(), narrow.end()), error);
+}
+
+}  // namespace
+
+std::shared_ptr<FolderGate> FolderGate::For(const std::wstring& folder) {
+    // Made first: were it dropped under the lock, it would take that lock again.
+    auto fresh = std::make_shared<FolderGate>(folder);
+    GateRegistry& registry = Registry();
+    const wm::Hold hold(registry.lock);
+    std::weak_ptr<FolderGate>& entry = registry.gates[folder];
+    if (std::shared_ptr<FolderGate> existing = entry.lock())
+        return existing;
+    entry = fresh;
+    return fresh;
+}
+
+FolderGate::~FolderGate() {
+    GateRegistry& registry = Registry();
+    const wm::Hold hold(registry.lock);
+    const auto entry = registry.gates.find(folder_);
+    if (entry != registry.gates.end() && entry->second.expired())
+        registry.gates.erase(entry);
+}
+
+void FolderGate::SetOpen(std::weak_ptr<LevelDbInstance> user) {
+    isOpen_ = true;
+    user_ = std::move(user);
+}
+
+void FolderGate::SetClosed() {
+    isOpen_ = false;
+    user_.reset();
+    closed_.notify_all();
+}
+
+void FolderGate::AwaitClosed() NO_THREAD_SAFETY_ANALYSIS {
+    struct LeftMeanwhile {
+        wm::Lock& held;
+        void lock() NO_THREAD_SAFETY_ANALYSIS { held.Acquire(); }
+        void unlock() NO_THREAD_SAFETY_ANALYSIS { held.Release(); }
+    } left{lock};
+    while (isOpen_ && user_.expired())
+        closed_.wait(left);
+}
+
+HRESULT FolderGate::CheckOpen(bool create) const {
+    if (isOpen_)
+        return hr::deviceError;
+    if (IsLink(folder_))
+        return hr::fail;
+    if (!wm::FileExists(wm::JoinPath(folder_, L"CURRENT"))) {
+        // Asked to open what isn't there, the library would leave files behind.
+        if (!create)
+            return hr::fail;
+        if (!HasRoomFor(StoreOfPath(folder_), 0))
+            return hr::diskFull;
+    }
+    return IsOpenElsewhere(folder_) ? hr::sharingViolation : hr::ok;
+}
+
+void FolderGate::Remove() const noexcept {
+    const bool isOpenHere = isOpen_;
+    const HRESULT result = AtBoundary([&] {
+        return isOpenHere                 ? hr::deviceError
+               : IsOpenElsewhere(folder_) ? hr::sharingViolation
+                                          : wm::RemoveTree(folder_);
+    });
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::error, "a folder can't be removed", result);
+}
+
+}  // namespace ZEL

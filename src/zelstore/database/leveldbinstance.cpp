@@ -1,0 +1,230 @@
+#include "zelstore/database/leveldbinstance.h"
+
+#include <leveldb/db.h>
+#include <leveldb/write_batch.h>
+
+#include "common/textbridge.h"
+#include "common/trace.h"
+#include "zelstore/boundary.h"
+#include "zelstore/database/foldergate.h"
+#include "zelstore/database/iquerysink.h"
+#include "zelstore/database/keyformat.h"
+
+namespace ZEL {
+
+namespace {
+
+// Many folders may be open at once, each by a query of its own.
+constexpr int mostOpenFiles = 16;
+constexpr std::uint64_t rowsPerCheck = 1000;
+
+HRESULT FromStatus(const leveldb::Status& status, const char* operation) {
+    if (status.ok())
+        return hr::ok;
+    const HRESULT result = status.IsNotFound()     ? hr::notFound
+                           : status.IsCorruption() ? hr::corrupt
+                           : status.IsIOError()    ? hr::deviceError
+                                                   : hr::fail;
+    if (result != hr::notFound)
+        wm::Trace(wm::TraceLevel::error, operation, result, status.ToString());
+    return result;
+}
+
+leveldb::ReadOptions MakeReadOptions(const leveldb::Snapshot* snapshot = nullptr) {
+    leveldb::ReadOptions options;
+    options.verify_checksums = false;
+    options.fill_cache = false;
+    options.snapshot = snapshot;
+    return options;
+}
+
+// A state of the database, for as long as a scan walks it.
+class ScanSnapshot {
+public:
+    explicit ScanSnapshot(leveldb::DB& db) : db_(db), snapshot_(db.GetSnapshot()) {}
+    ~ScanSnapshot() { db_.ReleaseSnapshot(snapshot_); }
+    ScanSnapshot(const ScanSnapshot&) = delete;
+    ScanSnapshot& operator=(const ScanSnapshot&) = delete;
+    const leveldb::Snapshot* Get() const noexcept { return snapshot_; }
+
+private:
+    leveldb::DB& db_;
+    const leveldb::Snapshot* const snapshot_;
+};
+
+// A block that can't be read ends a walk like the end of the data; only the trace tells.
+void TraceEnd(const leveldb::Iterator& iterator) {
+    if (!iterator.Valid())
+        IgnoreResult(FromStatus(iterator.status(), "a walk ended early"), "only traced");
+}
+
+}  // namespace
+
+LevelDbInstance::LevelDbInstance(std::wstring path) : path_(std::move(path)) {
+    if (!wm::ToUtf8(path_, narrowPath_))
+        narrowPath_.clear();
+}
+
+LevelDbInstance::~LevelDbInstance() {
+    ReleaseCursor();
+    if (db_)
+        Close();
+}
+
+void LevelDbInstance::Close() noexcept {
+    const wm::Hold hold(gate_->lock);
+    db_.reset();
+    gate_->SetClosed();
+    if (!deleteOnClose_.load(std::memory_order_relaxed))
+        return;
+    IgnoreResult(AtBoundary([this] {
+                     return FromStatus(leveldb::DestroyDB(narrowPath_, leveldb::Options()),
+                                       "a database can't be destroyed");
+                 }),
+                 "the folder is removed all the same");
+    gate_->Remove();
+}
+
+HRESULT LevelDbInstance::Open(bool create) {
+    if (narrowPath_.empty())
+        return hr::invalidArgument;
+    if (!abortEvent_.Create(false, false))
+        return hr::outOfMemory;
+    gate_ = FolderGate::For(path_);
+    const wm::Hold hold(gate_->lock);
+    gate_->AwaitClosed();
+    const HRESULT allowed = gate_->CheckOpen(create);
+    if (Failed(allowed)) {
+        wm::Trace(wm::TraceLevel::warning, "a database is not opened", allowed, narrowPath_);
+        return allowed;
+    }
+    leveldb::Options options;
+    options.create_if_missing = create;
+    options.max_open_files = mostOpenFiles;
+    leveldb::DB* opened = nullptr;
+    const leveldb::Status status = leveldb::DB::Open(options, narrowPath_, &opened);
+    if (status.ok() && opened != nullptr) {
+        db_.reset(opened);
+        gate_->SetOpen(weak_from_this());
+        return hr::ok;
+    }
+    const HRESULT result = FromStatus(status, "a database can't be opened");
+    return Failed(result) ? result : hr::fail;
+}
+
+HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
+    if (!db_)
+        return hr::unexpected;
+    leveldb::WriteBatch writes;
+    for (const auto& [key, value] : batch)
+        writes.Put(key, value);
+    leveldb::WriteOptions options;
+    options.sync = false;
+    return FromStatus(db_->Write(options, &writes), "a batch can't be written");
+}
+
+HRESULT LevelDbInstance::Get(const std::string& key, std::string* value) {
+    if (!db_)
+        return hr::unexpected;
+    return FromStatus(db_->Get(MakeReadOptions(), key, value), "a record can't be read");
+}
+
+HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
+                              HANDLE pauseEvent, bool* keepGoing) {
+    if (startKey.empty() || sink == nullptr || stopEvent == InvalidHandle())
+        return hr::invalidArgument;
+    if (!db_)
+        return hr::unexpected;
+    const ScanSnapshot snapshot(*db_);
+    const leveldb::ReadOptions options = MakeReadOptions(snapshot.Get());
+    const std::unique_ptr<leveldb::Iterator> row(db_->NewIterator(options));
+    if (!row)
+        return hr::outOfMemory;
+    const HRESULT attached = sink->Attach(db_.get(), options);
+    if (Failed(attached))
+        return attached;
+    std::uint64_t rows = 0;
+    for (row->Seek(startKey); row->Valid(); row->Next()) {
+        if (++rows % rowsPerCheck == 0 && !ShouldContinue(stopEvent, pauseEvent))
+            return hr::aborted;
+        const RowResult answer = sink->OnRecord(row->key(), row->value(), keepGoing);
+        if (answer == RowResult::endDatabase)
+            return hr::ok;
+        if (answer == RowResult::abandonDatabase)
+            return hr::fail;
+    }
+    TraceEnd(*row);
+    return hr::ok;
+}
+
+bool LevelDbInstance::ShouldContinue(HANDLE stopEvent, HANDLE pauseEvent) const noexcept {
+    constexpr std::uint32_t resumed = 2;  // the index of pauseEvent
+    const HANDLE handles[] = {abortEvent_.Handle(), stopEvent, pauseEvent};
+    if (pauseEvent != nullptr)
+        return wm::WaitForAny(3, handles, wm::waitForever) == resumed;
+    return wm::WaitForAny(2, handles, 0) == wm::waitTimedOut;
+}
+
+bool LevelDbInstance::MakeCursorLocked() {
+    if (cursorSnapshot_ == nullptr) {
+        cursorSnapshot_ = db_->GetSnapshot();
+        cursorIterator_.reset(db_->NewIterator(MakeReadOptions(cursorSnapshot_)));
+    }
+    return cursorIterator_ != nullptr;
+}
+
+HRESULT LevelDbInstance::ReadPrefix(std::string_view prefix, std::vector<std::string>* values) {
+    if (!db_)
+        return hr::unexpected;
+    const leveldb::Slice start(prefix.data(), prefix.size());
+    const wm::Hold hold(cursorLock_);
+    if (!MakeCursorLocked())
+        return hr::outOfMemory;
+    leveldb::Iterator& row = *cursorIterator_;
+    for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next())
+        values->emplace_back(row.value().data(), row.value().size());
+    TraceEnd(row);
+    return hr::ok;
+}
+
+HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOther, bool collect,
+                                          std::vector<std::string>* values) {
+    if (!db_)
+        return hr::unexpected;
+    *hasOther = false;
+    const leveldb::Slice start(prefix.data(), prefix.size());
+    const wm::Hold hold(cursorLock_);
+    if (!MakeCursorLocked())
+        return hr::outOfMemory;
+    leveldb::Iterator& row = *cursorIterator_;
+    KeyFields fields;
+    std::string flag;
+    for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
+        fields.clear();
+        flag.clear();
+        SplitKeyFields({row.key().data(), row.key().size()}, &fields);
+        // A key without the mark counts as silent.
+        if (Succeeded(GetKeyField(fields, "silent_enrichment", &flag)) && flag != "1") {
+            *hasOther = true;
+            values->clear();
+            return hr::ok;
+        }
+        if (collect)
+            values->emplace_back(row.value().data(), row.value().size());
+    }
+    TraceEnd(row);
+    return hr::ok;
+}
+
+void LevelDbInstance::ReleaseCursor() {
+    if (!db_)
+        return;
+    const wm::Hold hold(cursorLock_);
+    if (cursorSnapshot_ == nullptr)
+        return;
+    cursorIterator_.reset();
+    db_->ReleaseSnapshot(cursorSnapshot_);
+    cursorSnapshot_ = nullptr;
+}
+
+}  // namespace ZEL

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/eventobject.h"
+#include "common/lock.h"
+#include "common/result.h"
+#include "zelstore/database/izeldbimpl.h"
+
+namespace leveldb {
+class DB;
+class Iterator;
+class Snapshot;
+}  // namespace leveldb
+
+namespace ZEL {
+
+class FolderGate;
+
+// One open database. Owned through shared pointers by whoever holds or uses it; the last one to let
+// go closes it, on its own thread, and removes the folder when that was asked for.
+//
+// May be used by any number of threads. Scans and lookups run side by side, each with a snapshot of
+// its own or the current state. Prefix reads share one cursor, made at the first of them, and run
+// one behind the other: they don't see what was written after that, until the cursor is released.
+//
+// The library's states become 0x80070490 (not found), 0x80070570 (corrupt), 0x8007045d (input or
+// output failed) and 0x80004005 (all others).
+class LevelDbInstance : public std::enable_shared_from_this<LevelDbInstance> {
+public:
+    explicit LevelDbInstance(std::wstring path);
+    ~LevelDbInstance();
+    LevelDbInstance(const LevelDbInstance&) = delete;
+    LevelDbInstance& operator=(const LevelDbInstance&) = delete;
+
+    // To be called before any other thread has the object. 0x80070020 when another process has the
+    // folder open, 0x8007045d when an instance of this one has. With `create` false, nothing is
+    // made in a folder without a database, and the result is 0x80004005.
+    HRESULT Open(bool create);
+
+    // Writes all records at once or none. They survive a crash of the process, not of the system.
+    HRESULT Write(const RecordBatch& batch);
+    HRESULT Get(const std::string& key, std::string* value);
+
+    // Hands all rows from `startKey` on to the sink. 0x80004004 when stopped or aborted: that is
+    // looked at before each 1000th row, and there the scan also waits while `pauseEvent` is reset.
+    // 0x80004005 when the sink abandons the database.
+    HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent, HANDLE pauseEvent,
+                 bool* keepGoing);
+    // Makes the next check of a scan of this database end that scan.
+    void AbortScan() noexcept { abortEvent_.Set(); }
+
+    // Appends the values of all keys that begin with `prefix`.
+    HRESULT ReadPrefix(std::string_view prefix, std::vector<std::string>* values);
+    // As ReadPrefix when `collect`; a row that is not silent sets `*hasOther`, empties `values` and
+    // ends the read.
+    HRESULT ReadSilentPrefix(std::string_view prefix, bool* hasOther, bool collect,
+                             std::vector<std::string>* values);
+    void ReleaseCursor();
+
+    // The folder goes when the last user lets go.
+    void DeleteOnClose() noexcept { deleteOnClose_.store(true, std::memory_order_relaxed); }
+
+private:
+    bool ShouldContinue(HANDLE stopEvent, HANDLE pauseEvent) const noexcept;
+    // False when there is no cursor.
+    bool MakeCursorLocked() REQUIRES(cursorLock_);
+    void Close() noexcept;
+
+    const std::wstring path_;
+    std::string narrowPath_;  // UTF-8; empty when the path has no such form
+    wm::EventObject abortEvent_;
+    std::shared_ptr<FolderGate> gate_;
+    std::unique_ptr<leveldb::DB> db_;  // set once, by Open
+    std::atomic<bool> deleteOnClose_{false};
+    wm::Lock cursorLock_{wm::LockRank::cursor};
+    const leveldb::Snapshot* cursorSnapshot_ GUARDED_BY(cursorLock_) = nullptr;
+    std::unique_ptr<leveldb::Iterator> cursorIterator_ GUARDED_BY(cursorLock_);
+};
+
+}  // namespace ZEL

@@ -1,0 +1,147 @@
+#include "zelstore/database/leveldbinstanceproxy.h"
+
+#include "common/filesystem.h"
+#include "zelstore/database/foldergate.h"
+#include "zelstore/database/layout.h"
+#include "zelstore/database/leveldbinstance.h"
+
+// Whoever drops the last pointer to an instance closes the database, which may take long. So
+// pointers are moved out of here under the lock and dropped behind it.
+
+namespace ZEL {
+
+namespace {
+
+std::uint64_t BatchBytes(const RecordBatch& batch) noexcept {
+    std::uint64_t bytes = 0;
+    for (const auto& [key, value] : batch)
+        bytes += key.size() + value.size();
+    return bytes;
+}
+
+}  // namespace
+
+LevelDbInstanceProxy::LevelDbInstanceProxy(std::wstring path)
+    : path_(std::move(path)),
+      store_(StoreOfPath(path_)),
+      date_(DateFromPath(path_)),
+      number_(NumberFromPath(path_)) {
+    RecountSize();
+}
+
+LevelDbInstanceProxy::~LevelDbInstanceProxy() = default;
+
+std::shared_ptr<LevelDbInstance> LevelDbInstanceProxy::PeekInstance() {
+    const wm::Hold hold(lock_);
+    return PeekInstanceLocked();
+}
+
+std::shared_ptr<LevelDbInstance> LevelDbInstanceProxy::PeekInstanceLocked() {
+    return heldInstance_ ? heldInstance_ : instance_.lock();
+}
+
+HRESULT LevelDbInstanceProxy::GetInstance(std::shared_ptr<LevelDbInstance>* out, bool create) {
+    out->reset();
+    const wm::Hold hold(lock_);
+    return GetInstanceLocked(out, create);
+}
+
+HRESULT LevelDbInstanceProxy::GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out,
+                                                bool create) {
+    *out = PeekInstanceLocked();
+    return *out ? hr::ok : CreateInstanceLocked(out, create);
+}
+
+HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out,
+                                                   bool create) {
+    auto fresh = std::make_shared<LevelDbInstance>(path_);
+    const HRESULT result = fresh->Open(create);
+    if (Failed(result))
+        return result;
+    instance_ = fresh;
+    *out = std::move(fresh);
+    return hr::ok;
+}
+
+HRESULT LevelDbInstanceProxy::Hold(bool create) {
+    std::shared_ptr<LevelDbInstance> local;
+    const wm::Hold hold(lock_);
+    const HRESULT result = GetInstanceLocked(&local, create);
+    if (Failed(result))
+        return result;
+    if (!heldInstance_)
+        heldInstance_ = std::move(local);
+    ++holdCount_;
+    return hr::ok;
+}
+
+void LevelDbInstanceProxy::Release(bool closeCursor) {
+    std::shared_ptr<LevelDbInstance> closing;
+    const wm::Hold hold(lock_);
+    if (closeCursor && heldInstance_)
+        heldInstance_->ReleaseCursor();
+    if (holdCount_ == 0 || --holdCount_ == 0)
+        closing.swap(heldInstance_);
+}
+
+HRESULT LevelDbInstanceProxy::Write(const RecordBatch& batch) {
+    // Opening a database on a full volume would fail like a broken device.
+    if (!HasRoomFor(store_, BatchBytes(batch)))
+        return hr::diskFull;
+    std::shared_ptr<LevelDbInstance> local;
+    const HRESULT result = GetInstance(&local, true);
+    if (Failed(result))
+        return result;
+    recordsSinceCount_.fetch_add(batch.size(), std::memory_order_relaxed);
+    return local->Write(batch);
+}
+
+void LevelDbInstanceProxy::MarkForDeletion() {
+    std::shared_ptr<LevelDbInstance> local;
+    const wm::Hold hold(lock_);
+    local = PeekInstanceLocked();
+    if (local) {
+        local->DeleteOnClose();
+        return;
+    }
+    const std::shared_ptr<FolderGate> gate = FolderGate::For(path_);
+    const wm::Hold closed(gate->lock);
+    gate->AwaitClosed();
+    gate->Remove();
+}
+
+void LevelDbInstanceProxy::RecountSize() noexcept {
+    const std::uint64_t bytes = wm::CountFiles(path_, L".ldb") * bytesPerTableFile;
+    const bool isFull = bytes >= databaseLimitBytes;
+    // Half of what may be written before the database reaches the ceiling.
+    const std::uint64_t budget = isFull ? 0 : (recountCeilingBytes - bytes) / bytesPerRecord / 2;
+    recordsSinceCount_.store(0, std::memory_order_relaxed);
+    estimatedBytes_.store(bytes, std::memory_order_relaxed);
+    recountBudget_.store(budget, std::memory_order_relaxed);
+}
+
+std::uint64_t LevelDbInstanceProxy::EstimatedBytes() const noexcept {
+    return estimatedBytes_.load(std::memory_order_relaxed);
+}
+
+std::uint64_t LevelDbInstanceProxy::RecordsSinceCount() const noexcept {
+    return recordsSinceCount_.load(std::memory_order_relaxed);
+}
+
+std::uint64_t LevelDbInstanceProxy::RecountBudget() const noexcept {
+    return recountBudget_.load(std::memory_order_relaxed);
+}
+
+std::uint64_t EstimatedSize(LevelDbInstanceProxy& proxy) noexcept {
+    const std::uint64_t records = proxy.RecordsSinceCount();
+    const std::uint64_t budget = proxy.RecountBudget();
+    if (records == 0)
+        return proxy.EstimatedBytes();
+    if (budget != 0 && records >= budget) {
+        proxy.RecountSize();
+        return proxy.EstimatedBytes();
+    }
+    return proxy.EstimatedBytes() + records * bytesPerRecord;
+}
+
+}  // namespace ZEL

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "common/lock.h"
+#include "common/result.h"
+#include "zelstore/database/izeldbimpl.h"
+
+namespace ZEL {
+
+class LevelDbInstance;
+
+// The size of a database is estimated from its table files and from the records written since these
+// were counted. The figures presume the library's usual tables and are fixed.
+inline constexpr std::uint64_t bytesPerTableFile = 0x180000;
+inline constexpr std::uint64_t bytesPerRecord = 768;
+inline constexpr std::uint64_t databaseLimitBytes = 0x7800000;  // 80 table files
+inline constexpr std::uint64_t recountCeilingBytes = 0x8200000;
+
+// A folder's entry in the catalog: always there and cheap. It opens the database when somebody
+// comes and lets it close behind the last one, unless a hold keeps it open.
+//
+// Owned through shared pointers; may be used by any thread. A proxy that has left the catalog still
+// serves those who have it. A failure to open changes nothing: the next operation tries again.
+class LevelDbInstanceProxy {
+public:
+    // Opens nothing; counts the table files.
+    explicit LevelDbInstanceProxy(std::wstring path);
+    ~LevelDbInstanceProxy();
+    LevelDbInstanceProxy(const LevelDbInstanceProxy&) = delete;
+    LevelDbInstanceProxy& operator=(const LevelDbInstanceProxy&) = delete;
+
+    const std::wstring& Path() const noexcept { return path_; }
+    const std::wstring& Date() const noexcept { return date_; }
+    std::uint32_t Number() const noexcept { return number_; }
+
+    // The database when it is open now, else null.
+    std::shared_ptr<LevelDbInstance> PeekInstance();
+    // Opens it when needed. Threads that ask at the same time get the same instance.
+    HRESULT GetInstance(std::shared_ptr<LevelDbInstance>* out, bool create);
+
+    // Opens the database when needed and keeps it open until as many calls of Release.
+    HRESULT Hold(bool create);
+    // Ends one hold; without any, lets a kept instance go. `closeCursor` drops the snapshot that
+    // prefix reads share.
+    void Release(bool closeCursor);
+
+    // 0x80070070, without a look at the database, when the volume has no room for the batch.
+    HRESULT Write(const RecordBatch& batch);
+
+    // Gives the folder up: it goes at once, or when the last user of the open database lets go.
+    void MarkForDeletion();
+
+    // Counts the table files. A folder that can't be listed counts none. Counters are estimates: a
+    // write at the same time may be left out.
+    void RecountSize() noexcept;
+    std::uint64_t EstimatedBytes() const noexcept;  // from the last count
+    std::uint64_t RecordsSinceCount() const noexcept;
+    // Records that may be written before the next count is due.
+    std::uint64_t RecountBudget() const noexcept;
+
+private:
+    std::shared_ptr<LevelDbInstance> PeekInstanceLocked() REQUIRES(lock_);
+    HRESULT GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out, bool create) REQUIRES(lock_);
+    HRESULT CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out, bool create)
+        REQUIRES(lock_);
+
+    const std::wstring path_;
+    const std::wstring store_;
+    const std::wstring date_;
+    const std::uint32_t number_;
+    std::atomic<std::uint64_t> estimatedBytes_{0};
+    std::atomic<std::uint64_t> recordsSinceCount_{0};
+    std::atomic<std::uint64_t> recountBudget_{0};
+    // Held while the database is opened, so that it is opened once.
+    wm::Lock lock_{wm::LockRank::proxy};
+    std::weak_ptr<LevelDbInstance> instance_ GUARDED_BY(lock_);
+    std::shared_ptr<LevelDbInstance> heldInstance_ GUARDED_BY(lock_);
+    std::int32_t holdCount_ GUARDED_BY(lock_) = 0;
+};
+
+// The estimate in bytes; counts the tables anew when the budget of records has been used up.
+std::uint64_t EstimatedSize(LevelDbInstanceProxy& proxy) noexcept;
+
+}  // namespace ZEL

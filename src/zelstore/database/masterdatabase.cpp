@@ -1,0 +1,131 @@
+#include "zelstore/database/masterdatabase.h"
+
+#include "common/errorreport.h"
+#include "common/filesystem.h"
+#include "common/hostservices.h"
+#include "zelstore/boundary.h"
+#include "zelstore/database/leveldbinstance.h"
+#include "zelstore/database/leveldbinstanceproxy.h"
+
+namespace ZEL {
+
+namespace {
+
+struct ProcessDatabase {
+    wm::Lock lock{wm::LockRank::masterDatabase};
+    std::unique_ptr<ZelMasterDatabase> database GUARDED_BY(lock);
+};
+
+}  // namespace
+
+IZelDbImpl* GetMasterDatabase() {
+    // Never destroyed: threads of the host may use the database until the process ends.
+    static ProcessDatabase& process = *new ProcessDatabase;
+    const wm::Hold hold(process.lock);
+    if (process.database)
+        return process.database.get();
+    std::unique_ptr<ZelMasterDatabase> fresh;
+    const HRESULT result = AtBoundary([&fresh] {
+        fresh = std::make_unique<ZelMasterDatabase>();
+        return fresh->LoadExistingDatabases();
+    });
+    if (Failed(result))
+        return nullptr;
+    process.database = std::move(fresh);
+    return process.database.get();
+}
+
+ZelMasterDatabase::ZelMasterDatabase() = default;
+ZelMasterDatabase::~ZelMasterDatabase() = default;
+
+HRESULT ZelMasterDatabase::LoadExistingDatabases() {
+    if (dataStoreDirectory_.empty()) {
+        std::wstring directory;
+        if (!wm::ResolvePathVariable(L"%ZELDataStore%", directory) || directory.empty()) {
+            wm::ReportError(hr::unexpected);
+            return hr::unexpected;
+        }
+        dataStoreDirectory_ = std::move(directory);
+    }
+    if (!wm::IsDirectory(dataStoreDirectory_))
+        return hr::nothingToDo;
+    std::vector<std::wstring> folders;
+    const HRESULT listed = wm::ListDirectories(dataStoreDirectory_, folders);
+    if (Failed(listed)) {
+        wm::ReportError(listed);
+        return listed;
+    }
+    Catalog found;
+    for (const std::wstring& folder : folders) {
+        IgnoreResult(AtBoundary([&] {
+                         found[folder] = std::make_shared<LevelDbInstanceProxy>(folder);
+                         return hr::ok;
+                     }),
+                     "a folder without a proxy is passed over");
+    }
+    const wm::HoldExclusive hold(databaseLock_);
+    databases_.swap(found);
+    return hr::ok;
+}
+
+void ZelMasterDatabase::AbortScans() {
+    IgnoreResult(AtBoundary([this] {
+                     // Declared first, so that what others let go meanwhile closes behind the lock.
+                     std::vector<std::shared_ptr<LevelDbInstance>> open;
+                     const wm::HoldExclusive hold(databaseLock_);
+                     for (const auto& [path, proxy] : databases_) {
+                         open.push_back(proxy->PeekInstance());
+                         if (open.back())
+                             open.back()->AbortScan();
+                     }
+                     return hr::ok;
+                 }),
+                 "scans that were not reached end by themselves");
+}
+
+void ZelMasterDatabase::CloseAll() {
+    Catalog closing;
+    ProxyPtr writing, silent;
+    const wm::HoldExclusive hold(databaseLock_);
+    closing.swap(databases_);
+    writing.swap(writeDatabase_);
+    silent.swap(silentDatabase_);
+}
+
+HRESULT ZelMasterDatabase::CopyDatabaseMap(Catalog* copy) {
+    return AtBoundary([&] {
+        const wm::HoldShared hold(databaseLock_);
+        *copy = databases_;
+        return hr::ok;
+    });
+}
+
+HRESULT ZelMasterDatabase::GetDatabaseErrors(DatabaseErrorTable* out) {
+    if (out == nullptr)
+        return hr::invalidArgument;
+    return AtBoundary([&] {
+        errorTable_.CopyTo(out);
+        return hr::ok;
+    });
+}
+
+void ZelMasterDatabase::RecordDatabaseError(const std::wstring& path, DatabaseErrorKind kind,
+                                            HRESULT result) noexcept {
+    IgnoreResult(AtBoundary([&] {
+                     errorTable_.Record(path, kind, result);
+                     return hr::ok;
+                 }),
+                 "a count is lost");
+}
+
+// Retention joins here: the oldest date and the size limit.
+
+HRESULT ZelMasterDatabase::GetOldestDate(std::wstring*, std::uint64_t*) {
+    return hr::notImplemented;
+}
+
+HRESULT ZelMasterDatabase::EnforceSizeLimit(std::uint32_t, std::uint32_t*) {
+    return hr::notImplemented;
+}
+
+}  // namespace ZEL

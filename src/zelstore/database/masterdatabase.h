@@ -1,0 +1,94 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/lock.h"
+#include "zelstore/database/errortable.h"
+#include "zelstore/database/izeldbimpl.h"
+#include "zelstore/database/layout.h"
+
+namespace ZEL {
+
+class LevelDbInstanceProxy;
+
+// The catalog of the store's databases, and all that is done with more than one of them: which one
+// a write goes to, scans and lookups over all, the databases that are worth keeping open, and the
+// count of what failed.
+//
+// May be used by any thread. Rows are written and read outside databaseLock, on a copy of the
+// catalog where several databases are concerned; only a new or next database is opened under it.
+// What fails in one database leaves the others alone. A database leaves the catalog only when a
+// write tells that its files are corrupt or its device has failed.
+class ZelMasterDatabase final : public IZelDbImpl {
+public:
+    ZelMasterDatabase();
+    ~ZelMasterDatabase() override;
+    ZelMasterDatabase(const ZelMasterDatabase&) = delete;
+    ZelMasterDatabase& operator=(const ZelMasterDatabase&) = delete;
+
+    // Fills the catalog from the folders there are. hr::nothingToDo without a data store directory.
+    // To be called once, before any other thread has the object.
+    HRESULT LoadExistingDatabases();
+
+    HRESULT Initialize() override { return hr::ok; }
+    void AbortScans() override;
+    void CloseAll() override;
+    HRESULT WriteRecords(RecordBatch& batch) override;
+    HRESULT WriteSilentRecords(RecordBatch& batch) override;
+    HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
+                 HANDLE pauseEvent) override;
+    HRESULT EnforceSizeLimit(std::uint32_t maxMegabytes, std::uint32_t* status) override;
+    HRESULT GetRecord(const std::string& key, std::string* value) override;
+    HRESULT GetDatabaseErrors(DatabaseErrorTable* out) override;
+    void ClearDatabaseErrors() override { errorTable_.Clear(); }
+    HRESULT GetOldestDate(std::wstring* oldestDate, std::uint64_t* totalBytes) override;
+    HRESULT GetEnrichments(const QueryId* query, const std::string& key,
+                           std::vector<std::string>* values) override;
+    void ReleaseQueryCursor(const QueryId* query) override;
+    HRESULT GetSilentEnrichments(const QueryId* query, const std::string& key, bool* hasOther,
+                                 bool collect, std::vector<std::string>* values) override;
+
+private:
+    using ProxyPtr = std::shared_ptr<LevelDbInstanceProxy>;
+    // By the folder's full path, oldest first. No entry is null.
+    using Catalog = std::map<std::wstring, ProxyPtr, PathLess>;
+
+    HRESULT CopyDatabaseMap(Catalog* copy);
+    void RecordDatabaseError(const std::wstring& path, DatabaseErrorKind kind,
+                             HRESULT result) noexcept;
+
+    // The path and the database for today's writes, or for silent enrichments of `date`.
+    HRESULT GetWriteDatabase(std::wstring* path, ProxyPtr* proxy);
+    HRESULT GetSilentDatabaseLocked(const std::wstring& date, bool create, std::wstring* path,
+                                    ProxyPtr* proxy) REQUIRES(databaseLock_);
+    ProxyPtr FindLocked(const std::wstring& date, bool silent) REQUIRES(databaseLock_);
+    void RetireWriteDatabaseLocked() REQUIRES(databaseLock_);
+    HRESULT ReuseWriteDatabaseLocked(const ProxyPtr& proxy) REQUIRES(databaseLock_);
+    HRESULT CreateDatabaseLocked(std::wstring path, ProxyPtr* proxy) REQUIRES(databaseLock_);
+
+    HRESULT WriteSilentGroup(const std::string& date, const RecordBatch& group);
+    HRESULT ChooseSilentDatabase(const std::wstring& date, std::wstring* path, ProxyPtr* proxy);
+    void KeepSilentDatabase(const std::wstring& path, const ProxyPtr& proxy);
+    void OnWriteFailure(const std::wstring& path, const ProxyPtr& proxy, HRESULT result);
+    void GiveUp(const std::wstring& path, const ProxyPtr& proxy);
+
+    HRESULT GetQueryDatabase(const QueryId* query, const std::string& key, ProxyPtr* proxy);
+
+    std::wstring dataStoreDirectory_;  // set by LoadExistingDatabases
+    wm::ReaderWriterLock databaseLock_{wm::LockRank::database};
+    Catalog databases_ GUARDED_BY(databaseLock_);
+    std::wstring writeDatabaseName_ GUARDED_BY(databaseLock_);
+    ProxyPtr writeDatabase_ GUARDED_BY(databaseLock_);
+    // The one that took the last silent batch.
+    std::wstring silentDatabaseName_ GUARDED_BY(databaseLock_);
+    ProxyPtr silentDatabase_ GUARDED_BY(databaseLock_);
+    ErrorTable errorTable_;
+    // The silent database that a running query keeps open.
+    std::map<QueryId, ProxyPtr> queryCursors_ GUARDED_BY(databaseLock_);
+};
+
+}  // namespace ZEL

@@ -1,0 +1,149 @@
+#include "common/textbridge.h"
+#include "common/trace.h"
+#include "zelstore/boundary.h"
+#include "zelstore/database/iquerysink.h"
+#include "zelstore/database/keyformat.h"
+#include "zelstore/database/leveldbinstance.h"
+#include "zelstore/database/leveldbinstanceproxy.h"
+#include "zelstore/database/masterdatabase.h"
+
+// Reading. Scans and lookups go over a copy of the catalog, oldest database first, each opened for
+// the purpose and let go at once. An event's enrichments are read where its date says, and the
+// query keeps that database open until the date changes: events come in the order of time.
+
+namespace ZEL {
+
+namespace {
+
+// Opens a database for one read, unless it is open.
+template <typename Read>
+HRESULT ReadFrom(LevelDbInstanceProxy& proxy, Read&& read) {
+    return AtBoundary([&] {
+        std::shared_ptr<LevelDbInstance> instance;
+        const HRESULT opened = proxy.GetInstance(&instance, false);
+        return Failed(opened) ? opened : read(*instance);
+    });
+}
+
+}  // namespace
+
+HRESULT ZelMasterDatabase::Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
+                                HANDLE pauseEvent) {
+    if (sink == nullptr)
+        return hr::invalidArgument;
+    Catalog copy;
+    HRESULT result = CopyDatabaseMap(&copy);
+    if (Failed(result))
+        return result;
+    result = AtBoundary([&] { return sink->Begin(this); });
+    if (Failed(result))
+        return result;
+    bool keepGoing = true;
+    for (const auto& [path, proxy] : copy) {
+        if (proxy->Number() == silentNumber)
+            continue;
+        result = ReadFrom(*proxy, [&](LevelDbInstance& instance) {
+            return instance.Scan(startKey, sink, stopEvent, pauseEvent, &keepGoing);
+        });
+        if (Failed(result) && result != hr::notFound)
+            RecordDatabaseError(path, DatabaseErrorKind::read, result);
+        if (!keepGoing)
+            break;
+    }
+    result = AtBoundary([&] { return sink->End(); });
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::warning, "a scan's end failed", result);
+    return hr::ok;
+}
+
+HRESULT ZelMasterDatabase::GetRecord(const std::string& key, std::string* value) {
+    Catalog copy;
+    HRESULT result = CopyDatabaseMap(&copy);
+    if (Failed(result))
+        return result;
+    for (const auto& [path, proxy] : copy) {
+        if (proxy->Number() == silentNumber)
+            continue;
+        result =
+            ReadFrom(*proxy, [&](LevelDbInstance& instance) { return instance.Get(key, value); });
+        if (Succeeded(result))
+            return result;
+        if (result != hr::notFound)
+            RecordDatabaseError(path, DatabaseErrorKind::read, result);
+    }
+    return result;
+}
+
+HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::string& key,
+                                            ProxyPtr* proxy) {
+    if (query == nullptr)
+        return hr::invalidArgument;
+    std::string keyDate;
+    HRESULT result = ExtractKeyDate(key, &keyDate);
+    if (Failed(result))
+        return result;
+    std::wstring date, path;
+    if (!wm::ToWide(keyDate, date))
+        return hr::fail;
+    ProxyPtr former;  // dropped behind the lock
+    const wm::HoldExclusive hold(databaseLock_);
+    const auto cursor = queryCursors_.find(*query);
+    if (cursor != queryCursors_.end()) {
+        if (cursor->second->Date() == date) {
+            *proxy = cursor->second;
+            return hr::ok;
+        }
+        former = std::move(cursor->second);
+        queryCursors_.erase(cursor);
+        former->Release(true);
+    }
+    result = GetSilentDatabaseLocked(date, false, &path, proxy);
+    if (Failed(result))
+        return result;
+    queryCursors_.emplace(*query, *proxy);
+    IgnoreResult((*proxy)->Hold(false), "the read opens the database again and tells");
+    return hr::ok;
+}
+
+HRESULT ZelMasterDatabase::GetEnrichments(const QueryId* query, const std::string& key,
+                                          std::vector<std::string>* values) {
+    return AtBoundary([&] {
+        ProxyPtr proxy;
+        const HRESULT result = GetQueryDatabase(query, key, &proxy);
+        if (Failed(result))
+            return result;
+        return ReadFrom(
+            *proxy, [&](LevelDbInstance& instance) { return instance.ReadPrefix(key, values); });
+    });
+}
+
+HRESULT ZelMasterDatabase::GetSilentEnrichments(const QueryId* query, const std::string& key,
+                                                bool* hasOther, bool collect,
+                                                std::vector<std::string>* values) {
+    return AtBoundary([&] {
+        ProxyPtr proxy;
+        const HRESULT result = GetQueryDatabase(query, key, &proxy);
+        if (Failed(result))
+            return result;
+        return ReadFrom(*proxy, [&](LevelDbInstance& instance) {
+            return instance.ReadSilentPrefix(key, hasOther, collect, values);
+        });
+    });
+}
+
+void ZelMasterDatabase::ReleaseQueryCursor(const QueryId* query) {
+    if (query == nullptr)
+        return;
+    ProxyPtr former;
+    {
+        const wm::HoldExclusive hold(databaseLock_);
+        const auto cursor = queryCursors_.find(*query);
+        if (cursor == queryCursors_.end())
+            return;
+        former = std::move(cursor->second);
+        queryCursors_.erase(cursor);
+    }
+    former->Release(false);
+}
+
+}  // namespace ZEL

@@ -1,0 +1,235 @@
+#include <utility>
+
+#include "common/textbridge.h"
+#include "common/trace.h"
+#include "zelstore/boundary.h"
+#include "zelstore/database/keyformat.h"
+#include "zelstore/database/leveldbinstanceproxy.h"
+#include "zelstore/database/masterdatabase.h"
+
+// Writing. A batch goes to the highest-numbered event database of today. When that holds its share
+// of table files, the next write opens one with the next number; holes in the numbers stay. The
+// former write database is let go only then, so that without writes it stays open past midnight.
+//
+// Silent enrichments go to the one database 999 of their event's date. The last one written is kept
+// open if it was made here; one that was there before is opened for each write.
+//
+// A database whose files turn out corrupt or whose device fails in a write is given up: it leaves
+// the catalog, then its folder goes. Its batch is lost, the next one starts a new database. No
+// other failure gives anything up.
+
+namespace ZEL {
+
+namespace {
+
+// An estimate that says "full" is not believed while there are records it has guessed at.
+bool IsFull(LevelDbInstanceProxy& proxy) {
+    if (EstimatedSize(proxy) < databaseLimitBytes)
+        return false;
+    if (proxy.RecordsSinceCount() != 0)
+        proxy.RecountSize();
+    return proxy.EstimatedBytes() >= databaseLimitBytes;
+}
+
+}  // namespace
+
+HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
+    return AtBoundary([&] {
+        std::wstring path;
+        ProxyPtr proxy;
+        HRESULT result = GetWriteDatabase(&path, &proxy);
+        if (Failed(result))
+            return result;
+        result = proxy->Write(batch);
+        if (Failed(result))
+            OnWriteFailure(path, proxy, result);
+        return result;
+    });
+}
+
+HRESULT ZelMasterDatabase::GetWriteDatabase(std::wstring* path, ProxyPtr* proxy) {
+    std::wstring today;
+    const HRESULT result = FormatToday(&today);
+    if (Failed(result))
+        return result;
+    const wm::HoldExclusive hold(databaseLock_);
+    ProxyPtr current = writeDatabase_ && writeDatabase_->Date() == today ? writeDatabase_
+                                                                         : FindLocked(today, false);
+    if (current && (current->Number() == lastEventNumber || !IsFull(*current))) {
+        *path = current->Path();
+        *proxy = current;
+        return ReuseWriteDatabaseLocked(current);
+    }
+    *path = current ? FolderPath(dataStoreDirectory_, today, current->Number() + 1)
+                    : FolderPath(dataStoreDirectory_, today);
+    RetireWriteDatabaseLocked();
+    const HRESULT created = CreateDatabaseLocked(*path, proxy);
+    if (Failed(created))
+        return created;
+    writeDatabaseName_ = *path;
+    writeDatabase_ = *proxy;
+    return hr::ok;
+}
+
+ZelMasterDatabase::ProxyPtr ZelMasterDatabase::FindLocked(const std::wstring& date, bool silent) {
+    // A date's folders stand together in the catalog, the newest last.
+    const std::wstring prefix = FolderPath(dataStoreDirectory_, date);
+    ProxyPtr newest;
+    for (auto entry = databases_.lower_bound(prefix);
+         entry != databases_.end() && entry->first.starts_with(prefix); ++entry) {
+        const ProxyPtr& proxy = entry->second;
+        if (proxy->Date() == date && (proxy->Number() == silentNumber) == silent)
+            newest = proxy;
+    }
+    return newest;
+}
+
+void ZelMasterDatabase::RetireWriteDatabaseLocked() {
+    if (!writeDatabase_)
+        return;
+    writeDatabaseName_.clear();
+    if (writeDatabase_->RecordsSinceCount() != 0)
+        writeDatabase_->RecountSize();
+    writeDatabase_->Release(false);
+    writeDatabase_.reset();
+}
+
+HRESULT ZelMasterDatabase::ReuseWriteDatabaseLocked(const ProxyPtr& proxy) {
+    if (proxy == writeDatabase_)
+        return hr::ok;
+    RetireWriteDatabaseLocked();
+    const HRESULT result = proxy->Hold(false);
+    if (Failed(result)) {
+        RecordDatabaseError(proxy->Path(), DatabaseErrorKind::open, result);
+        return result;
+    }
+    writeDatabaseName_ = proxy->Path();
+    writeDatabase_ = proxy;
+    return hr::ok;
+}
+
+HRESULT ZelMasterDatabase::CreateDatabaseLocked(std::wstring path, ProxyPtr* proxy) {
+    auto fresh = std::make_shared<LevelDbInstanceProxy>(path);
+    const HRESULT result = fresh->Hold(true);
+    if (Failed(result)) {
+        RecordDatabaseError(path, DatabaseErrorKind::open, result);
+        return result;
+    }
+    databases_[std::move(path)] = fresh;
+    *proxy = std::move(fresh);
+    return hr::ok;
+}
+
+HRESULT ZelMasterDatabase::GetSilentDatabaseLocked(const std::wstring& date, bool create,
+                                                   std::wstring* path, ProxyPtr* proxy) {
+    *proxy = FindLocked(date, true);
+    if (*proxy) {
+        *path = (*proxy)->Path();
+        return hr::ok;
+    }
+    if (!create)
+        return hr::notFound;
+    if (!IsSafeDate(date)) {
+        wm::Trace(wm::TraceLevel::error, "a date can't name a folder", hr::fail);
+        return hr::fail;
+    }
+    *path = FolderPath(dataStoreDirectory_, date, silentNumber);
+    return CreateDatabaseLocked(*path, proxy);
+}
+
+HRESULT ZelMasterDatabase::WriteSilentRecords(RecordBatch& batch) {
+    return AtBoundary([&] {
+        std::string passDate, date;
+        while (!batch.empty()) {
+            RecordBatch group;
+            for (auto record = batch.begin(); record != batch.end();) {
+                const HRESULT result = ExtractKeyDate(record->first, &date);
+                if (Failed(result))
+                    return result;
+                if (group.empty())
+                    passDate = date;
+                const auto next = std::next(record);
+                if (date == passDate)
+                    group.insert(group.end(), batch.extract(record));
+                record = next;
+            }
+            const HRESULT result = WriteSilentGroup(passDate, group);
+            if (Failed(result))
+                return result;
+        }
+        return hr::ok;
+    });
+}
+
+HRESULT ZelMasterDatabase::WriteSilentGroup(const std::string& date, const RecordBatch& group) {
+    std::wstring wideDate, path;
+    if (!wm::ToWide(date, wideDate))
+        return hr::fail;
+    ProxyPtr proxy;
+    HRESULT result = ChooseSilentDatabase(wideDate, &path, &proxy);
+    if (Failed(result))
+        return result;
+    result = proxy->Write(group);
+    if (Failed(result))
+        OnWriteFailure(path, proxy, result);
+    else
+        KeepSilentDatabase(path, proxy);
+    return result;
+}
+
+HRESULT ZelMasterDatabase::ChooseSilentDatabase(const std::wstring& date, std::wstring* path,
+                                                ProxyPtr* proxy) {
+    const wm::HoldExclusive hold(databaseLock_);
+    if (silentDatabase_ && silentDatabase_->Date() == date) {
+        *path = silentDatabaseName_;
+        *proxy = silentDatabase_;
+        return hr::ok;
+    }
+    return GetSilentDatabaseLocked(date, true, path, proxy);
+}
+
+void ZelMasterDatabase::KeepSilentDatabase(const std::wstring& path, const ProxyPtr& proxy) {
+    ProxyPtr former;
+    {
+        const wm::HoldExclusive hold(databaseLock_);
+        const auto entry = databases_.find(path);
+        const bool isGivenUp = entry == databases_.end() || entry->second != proxy;
+        if (isGivenUp || proxy == silentDatabase_)
+            return;
+        silentDatabaseName_ = path;
+        former = std::exchange(silentDatabase_, proxy);
+    }
+    if (former)
+        former->Release(false);
+}
+
+void ZelMasterDatabase::OnWriteFailure(const std::wstring& path, const ProxyPtr& proxy,
+                                       HRESULT result) {
+    RecordDatabaseError(path, DatabaseErrorKind::write, result);
+    if (result == hr::corrupt || result == hr::deviceError)
+        GiveUp(path, proxy);
+}
+
+void ZelMasterDatabase::GiveUp(const std::wstring& path, const ProxyPtr& proxy) {
+    {
+        const wm::HoldExclusive hold(databaseLock_);
+        const auto entry = databases_.find(path);
+        // Another writer gave it up before, and the folder belongs to a new database by now.
+        if (entry != databases_.end() && entry->second != proxy)
+            return;
+        if (entry != databases_.end())
+            databases_.erase(entry);
+        if (proxy == writeDatabase_) {
+            writeDatabaseName_.clear();
+            writeDatabase_.reset();
+        }
+        if (proxy == silentDatabase_) {
+            silentDatabaseName_.clear();
+            silentDatabase_.reset();
+        }
+    }
+    proxy->Release(false);
+    proxy->MarkForDeletion();
+}
+
+}  // namespace ZEL

@@ -1,0 +1,139 @@
+#include "zelstore/eventstoreproxy.h"
+
+#include <string>
+
+#include "zelstore/boundary.h"
+#include "zelstore/eventstoreimpl.h"
+#include "zelstore/keymaker.h"
+
+namespace ZEL {
+
+namespace {
+
+std::wstring_view TextOf(IStringValue* value) {
+    return {value->GetText(), value->GetLength(0)};
+}
+
+}  // namespace
+
+EventStoreProxy::EventStoreProxy() : core_(EventStoreImpl::GetInstance()) {}
+
+TobResult EventStoreProxy::QueryInterface(const GUID& iid, void** out) {
+    IEventStore7* const face = this;
+    const InterfaceRow rows[] = {{iidEventStore, face},  {iidEventStore2, face},
+                                 {iidEventStore3, face}, {iidEventStore4, face},
+                                 {iidEventStore5, face}, {iidEventStore6, face},
+                                 {iidEventStore7, face}};
+    return FindInterface(rows, iid, this, out);
+}
+
+template <typename Operation>
+HRESULT EventStoreProxy::OnCore(Operation&& operation) noexcept {
+    if (!core_)
+        return hr::outOfMemory;
+    return AtBoundary([&] { return operation(*core_); });
+}
+
+template <typename Make>
+HRESULT EventStoreProxy::GiveKey(IStringValue** key, Make&& make) noexcept {
+    if (key == nullptr)
+        return hr::invalidArgument;
+    return AtBoundary([&] {
+        std::wstring text;
+        const HRESULT result = make(&text);
+        if (Failed(result))
+            return result;
+        *key = wm::CreateStringValue(std::wstring_view(text));
+        return *key != nullptr ? result : hr::outOfMemory;
+    });
+}
+
+HRESULT EventStoreProxy::MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) {
+    if (kind != keyKindEvent && kind != keyKindReceive) {
+        wm::Trace(wm::TraceLevel::warning, "an unknown kind of key was asked for",
+                  hr::invalidArgument, std::to_string(kind));
+        return hr::invalidArgument;
+    }
+    if (text == nullptr)
+        return hr::invalidArgument;
+    return GiveKey(key, [&](std::wstring* made) {
+        return kind == keyKindEvent ? MakeEventKey(TextOf(text), made)
+                                    : keyState_.MakeReceiveKey(made);
+    });
+}
+
+HRESULT EventStoreProxy::MakePropertyKey(IEventProperties* event, IStringValue** key) {
+    if (event == nullptr)
+        return hr::invalidArgument;
+    return GiveKey(key, [&](std::wstring* made) { return ZEL::MakePropertyKey(event, made); });
+}
+
+HRESULT EventStoreProxy::MakeEnrichmentKey(IStringValue* baseKey, IStringValue** key) {
+    if (baseKey == nullptr)
+        return hr::invalidArgument;
+    return GiveKey(key, [&](std::wstring* made) {
+        return keyState_.MakeEnrichmentKey(TextOf(baseKey), made);
+    });
+}
+
+HRESULT EventStoreProxy::MakeFlaggedEnrichmentKey(IStringValue* baseKey, bool silentEnrichment,
+                                                  IStringValue** key) {
+    if (baseKey == nullptr)
+        return hr::invalidArgument;
+    return GiveKey(key, [&](std::wstring* made) {
+        return keyState_.MakeFlaggedEnrichmentKey(TextOf(baseKey), silentEnrichment, made);
+    });
+}
+
+HRESULT EventStoreProxy::Insert(IStringValue* key, IStringValue* value) {
+    return OnCore([&](EventStoreImpl& core) { return core.Insert(key, value, false); });
+}
+
+HRESULT EventStoreProxy::InsertSilent(IStringValue* key, IStringValue* value) {
+    return OnCore([&](EventStoreImpl& core) { return core.Insert(key, value, true); });
+}
+
+HRESULT EventStoreProxy::Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) {
+    return QueryEx(document, callback, stopEvent, nullptr);
+}
+
+HRESULT EventStoreProxy::QueryEx(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
+                                 HANDLE pauseEvent) {
+    return OnCore([&](EventStoreImpl& core) {
+        return core.Query(document, callback, stopEvent, pauseEvent);
+    });
+}
+
+HRESULT EventStoreProxy::Purge(std::uint32_t maxSizeMegabytes) {
+    return OnCore([&](EventStoreImpl& core) { return core.Purge(maxSizeMegabytes); });
+}
+
+HRESULT EventStoreProxy::GetDatabaseErrors(IValueCollection** out) {
+    return OnCore([&](EventStoreImpl& core) { return core.GetDatabaseErrors(out); });
+}
+
+HRESULT EventStoreProxy::ClearDatabaseErrors() {
+    return OnCore([](EventStoreImpl& core) { return core.ClearDatabaseErrors(); });
+}
+
+HRESULT EventStoreProxy::GetOldestDate(IStringValue** oldestDate, std::uint64_t* totalBytes) {
+    return OnCore([&](EventStoreImpl& core) { return core.GetOldestDate(oldestDate, totalBytes); });
+}
+
+HRESULT EventStoreProxy::Initialize() {
+    return OnCore([](EventStoreImpl& core) { return core.Initialize(); });
+}
+
+HRESULT EventStoreProxy::Stop() {
+    return OnCore([](EventStoreImpl& core) { return core.Stop(); });
+}
+
+HRESULT EventStoreProxy::Shutdown() {
+    return OnCore([](EventStoreImpl& core) { return core.Shutdown(); });
+}
+
+HRESULT EventStoreProxy::SetLiveMode(bool enable) {
+    return OnCore([&](EventStoreImpl& core) { return core.SetLiveMode(enable); });
+}
+
+}  // namespace ZEL

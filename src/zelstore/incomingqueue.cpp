@@ -1,0 +1,82 @@
+#include "zelstore/incomingqueue.h"
+
+#include <atomic>
+#include <new>
+
+#include "common/hostservices.h"
+
+namespace ZEL {
+
+namespace {
+
+// One report in this time for all queues together: a queue stays full for many records, and the
+// host learns nothing from hearing of each. Counted from the start of the system, so none goes out
+// in that first half hour.
+constexpr std::uint64_t capacityReportPeriodMs = 1800000;
+std::atomic<std::uint64_t> lastCapacityReport{0};
+
+}  // namespace
+
+void IncomingQueue::SetCapacity(std::uint32_t records) {
+    const wm::Hold hold(lock_);
+    capacity_ = records;
+}
+
+EventBatch* IncomingQueue::AppendBatchLocked() {
+    try {
+        batches_.push_back(std::make_unique<EventBatch>());
+        return batches_.back().get();
+    } catch (const std::bad_alloc&) {
+        wm::ReportError(hr::outOfMemory);
+        return nullptr;
+    }
+}
+
+void IncomingQueue::ReportFullQueue() {
+    const std::uint64_t now = wm::Clock().TickCount64();
+    if (now - lastCapacityReport.load(std::memory_order_relaxed) <= capacityReportPeriodMs)
+        return;
+    lastCapacityReport.store(now, std::memory_order_relaxed);
+    wm::ErrorReport()
+        .SetError(hr::fail, "EnqueueEventData")
+        .AddDetail("Failing Reason", "Max capacity reached, can not add event to the queue.")
+        .Submit();
+}
+
+HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool* wake) {
+    const wm::Hold hold(lock_);
+    *wake = false;
+    EventBatch* last = batches_.empty() ? AppendBatchLocked() : batches_.back().get();
+    if (last == nullptr)
+        return hr::outOfMemory;
+    if (last->Size() == EventBatch::capacity) {
+        if (batches_.size() >= capacity_ / EventBatch::capacity) {
+            ReportFullQueue();
+            *wake = true;
+            return hr::fail;
+        }
+        last = AppendBatchLocked();
+        if (last == nullptr)
+            return hr::outOfMemory;
+        *wake = true;
+    }
+    last->Add(std::move(key), std::move(value));
+    return hr::ok;
+}
+
+HRESULT IncomingQueue::DequeueBatches(BatchList& out, bool flushAll) {
+    const wm::Hold hold(lock_);
+    while (!batches_.empty()) {
+        if (!flushAll && batches_.front()->Size() != EventBatch::capacity)
+            break;
+        out.splice(out.end(), batches_, batches_.begin());
+    }
+    return hr::ok;
+}
+
+std::size_t IncomingQueue::Size() const {
+    const wm::Hold hold(lock_);
+    return batches_.size();
+}
+
+}  // namespace ZEL

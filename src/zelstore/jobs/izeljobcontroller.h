@@ -1,0 +1,42 @@
+#pragma once
+
+#include "common/eventobject.h"
+#include "common/itobbase.h"
+
+namespace ZEL {
+
+// The store's handle on one job of the host's job manager. While there is no job, every operation
+// does nothing and succeeds. May be used by any thread. Waits end early when `cancel`, which may be
+// null, is set.
+class IZELJobController : public ITobBase {
+public:
+    virtual HRESULT Initialize() = 0;
+    virtual HRESULT Uninitialize() = 0;
+    virtual HRESULT Detach() = 0;
+    virtual HRESULT AttachJobByName(const wchar_t* name) = 0;
+    virtual HRESULT AttachJob(const GUID& id) = 0;
+    virtual HRESULT IsActive(bool* active) = 0;
+    virtual HRESULT StopJob() = 0;
+    virtual HRESULT RunJob(HANDLE cancel) = 0;
+    // Starts the job and does not wait; the job runs on a thread of its own.
+    virtual HRESULT RunJobNow() = 0;
+    virtual HRESULT RunJobAndWait(HANDLE cancel) = 0;
+    virtual HRESULT IsActiveOrQueued(bool* active) = 0;
+    virtual HRESULT WaitForEnd(HANDLE cancel) = 0;
+    virtual HRESULT GetId(GUID* id) = 0;
+    virtual HRESULT GetStatus(std::int32_t* status) = 0;
+    virtual HRESULT Start(std::uint32_t flags) = 0;
+    virtual HRESULT GetEnabled(bool* enabled) = 0;
+    virtual HRESULT SetEnabled(bool enabled) = 0;
+    virtual HRESULT SyncSchedule() = 0;
+    virtual HRESULT SetPeriodicSchedule(std::uint32_t a, std::uint32_t b, bool flag,
+                                        bool restart) = 0;
+    virtual HRESULT SetDailySchedule(std::uint32_t hour, std::uint32_t minute,
+                                     std::uint32_t second) = 0;
+    virtual HRESULT SetScheduleWindow(std::uint32_t a, std::uint32_t b) = 0;
+
+protected:
+    ~IZELJobController() = default;
+};
+
+}  // namespace ZEL

@@ -1,0 +1,168 @@
+#include "zelstore/keymaker.h"
+
+#include <cwchar>
+
+#include "common/countedptr.h"
+#include "common/textbridge.h"
+#include "zelstore/boundary.h"
+#include "zelstore/database/keyformat.h"
+#include "zelstore/schema/keyfields.h"
+
+namespace ZEL {
+
+namespace {
+
+using Schema::KeyField;
+
+struct OptionalField {
+    KeyField field;
+    char tag;
+};
+
+// What follows the required fields, in this order.
+constexpr OptionalField optionalFields[] = {
+    {KeyField::actorHash, 'F'},      {KeyField::actorPathName, 'G'},
+    {KeyField::targetHash, 'H'},     {KeyField::targetPathName, 'I'},
+    {KeyField::targetSourceIp, 'J'}, {KeyField::targetDestinationIp, 'K'},
+    {KeyField::correlationUid, 'M'}, {KeyField::actorUid, 'N'},
+};
+
+std::string FieldTemplate(std::string_view name, char tag) {
+    std::string text("<");
+    text.append(name).append(">|").push_back(tag);
+    return text;
+}
+
+std::string ComposeKey(const std::string& time, std::uint32_t sequence,
+                       const Schema::RecordFields& fields) {
+    KeyTemplate key("p<begin_time>|A<sequence>|B<object_type>|D<action>|E");
+    key.Set('A', time);
+    key.Set('B', TenDigits(sequence));
+    key.Set('D', *fields.Find(KeyField::objectType));
+    key.Set('E', *fields.Find(KeyField::action));
+    for (const OptionalField& row : optionalFields) {
+        const std::string* const value = fields.Find(row.field);
+        if (value == nullptr)
+            continue;
+        key.Append(FieldTemplate(Schema::KeyFieldName(row.field), row.tag));
+        key.Set(row.tag, *value);
+    }
+    return key.Take();
+}
+
+HRESULT KeyOfEvent(const Schema::Event& event, std::string* key) {
+    Schema::RecordFields fields;
+    const HRESULT result = Schema::ExtractRecordFields(event, fields);
+    if (Failed(result))
+        return result;
+    if (!event.begin_time)
+        return hr::invalidArgument;
+    const std::string time = utility::conversions::to_utf8string(event.begin_time->value);
+    if (!wm::IsUtf8(time))
+        return hr::outOfMemory;
+    if (fields.Find(KeyField::objectType) == nullptr || fields.Find(KeyField::action) == nullptr)
+        return hr::fail;
+    *key = ComposeKey(time, event.seq_num, fields);
+    return hr::ok;
+}
+
+// Numbers of an event's properties, by the fields of a key in its order.
+struct PropertyRow {
+    const wchar_t* name;
+    std::uint32_t number;
+    bool required;
+    enum Kind { text, tenDigits, decimal, guid } kind;
+};
+
+constexpr PropertyRow propertyRows[] = {
+    {L"begin_time", 3, true, PropertyRow::text},
+    {L"sequence", 4, true, PropertyRow::tenDigits},
+    {L"object_type", 5, true, PropertyRow::text},
+    {L"action", 6, true, PropertyRow::text},
+    {L"actor_hash", 9, false, PropertyRow::text},
+    {L"actor_path_name", 10, false, PropertyRow::text},
+    {L"target_hash", 12, false, PropertyRow::text},
+    {L"target_path_name", 13, false, PropertyRow::text},
+    {L"target_source_ip", 16, false, PropertyRow::text},
+    {L"target_destination_ip", 17, false, PropertyRow::text},
+    {L"target_type_id", 24, false, PropertyRow::decimal},
+    {L"correlation_uid", 7, false, PropertyRow::text},
+    {L"actor_uid", 8, false, PropertyRow::guid},
+    {L"target_url_text", 25, false, PropertyRow::text},
+};
+
+std::wstring GuidText(const GUID& guid) {
+    wchar_t text[40];
+    const std::uint8_t* const b = guid.Data4;
+    std::swprintf(text, sizeof(text) / sizeof(text[0]),
+                  L"%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", guid.Data1, guid.Data2,
+                  guid.Data3, b[0], b[1], b[2], b[3], b[4], b[5], b[6], b[7]);
+    return text;
+}
+
+// False when the event has no such property.
+bool PropertyText(IEventProperties& event, const PropertyRow& row, std::wstring* out) {
+    if (row.kind == PropertyRow::text) {
+        CountedPtr<IStringValue> text;
+        if (!event.GetText(row.number, text.Receive()) || !text)
+            return false;
+        out->assign(text->GetText(), text->GetLength(0));
+        return true;
+    }
+    if (row.kind == PropertyRow::guid) {
+        GUID guid;
+        if (!event.GetGuid(row.number, &guid))
+            return false;
+        *out = GuidText(guid);
+        return true;
+    }
+    std::uint32_t number = 0;
+    if (!event.GetNumber(row.number, &number))
+        return false;
+    const std::string digits =
+        row.kind == PropertyRow::tenDigits ? TenDigits(number) : std::to_string(number);
+    out->assign(digits.begin(), digits.end());
+    return true;
+}
+
+}  // namespace
+
+HRESULT MakeEventKeyUtf8(std::string_view jsonText, std::string* key) noexcept {
+    return AtBoundary([&] {
+        Schema::Event event;
+        event.FromJson(
+            web::json::value::parse(utility::conversions::to_string_t(std::string(jsonText))));
+        return KeyOfEvent(event, key);
+    });
+}
+
+HRESULT MakeEventKey(std::wstring_view jsonText, std::wstring* key) noexcept {
+    return AtBoundary([&] {
+        std::string utf8, made;
+        if (!wm::ToUtf8(jsonText, utf8))
+            return hr::unexpected;
+        const HRESULT result = MakeEventKeyUtf8(utf8, &made);
+        if (Failed(result))
+            return result;
+        return wm::ToWide(made, *key) ? hr::ok : hr::outOfMemory;
+    });
+}
+
+HRESULT MakePropertyKey(IEventProperties* event, std::wstring* key) noexcept {
+    if (event == nullptr)
+        return hr::invalidArgument;
+    return AtBoundary([&] {
+        std::wstring made = L"p";
+        for (const PropertyRow& row : propertyRows) {
+            std::wstring text;
+            if (PropertyText(*event, row, &text))
+                made.append(L"<").append(row.name).append(L">").append(text);
+            else if (row.required)
+                return hr::invalidArgument;
+        }
+        *key = std::move(made);
+        return hr::ok;
+    });
+}
+
+}  // namespace ZEL

@@ -1,0 +1,275 @@
+#include "zelstore/querysink.h"
+
+#include <leveldb/db.h>
+
+#include <cstdlib>
+#include <string_view>
+
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "zelstore/boundary.h"
+#include "zelstore/database/keyformat.h"
+#include "zelstore/resulttext.h"
+
+namespace ZEL {
+
+namespace {
+
+constexpr std::string_view receiveMarker = "<receive_time>";
+constexpr std::string_view sequenceMarker = "<sequence>";
+
+std::string_view View(const leveldb::Slice& slice) {
+    return {slice.data(), slice.size()};
+}
+
+// Names the query to the database, which keeps one silent database open for it.
+QueryId NewQueryId() {
+    static std::atomic<std::uint64_t> counter{0};
+    const std::uint64_t number = counter.fetch_add(1, std::memory_order_relaxed) + 1;
+    QueryId id;
+    id.Data1 = static_cast<std::uint32_t>(number);
+    id.Data2 = static_cast<std::uint16_t>(number >> 32);
+    id.Data3 = static_cast<std::uint16_t>(number >> 48);
+    return id;
+}
+
+}  // namespace
+
+std::unique_ptr<QuerySink> QuerySink::Create(const Schema::Event& subQuery,
+                                             const QuerySinkOptions& options,
+                                             IQueryCallback* callback) {
+    std::string prefix;
+    HRESULT result = FamilyPrefix(options.family, &prefix);
+    Schema::FilterMap conditions;
+    if (Succeeded(result))
+        result = Schema::ExtractKeyFields(subQuery, true, conditions);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::error, "a sub-query can't be made ready", result);
+        return nullptr;
+    }
+    std::unique_ptr<QuerySink> sink(
+        new QuerySink(options, std::move(prefix), conditions, callback));
+    if (const Schema::DatePair* end = subQuery.end_time.get()) {
+        const std::string text(end->value);
+        IgnoreResult(sink->SetEndValue(text), "without an end the walk goes on to the last row");
+    }
+    return sink;
+}
+
+QuerySink::QuerySink(const QuerySinkOptions& options, std::string prefix,
+                     const Schema::FilterMap& conditions, IQueryCallback* callback)
+    : options_(options),
+      prefix_(std::move(prefix)),
+      isPrimary_(options.family == familyPrimary),
+      timeMarker_(isPrimary_ ? "<begin_time>" : receiveMarker),
+      callback_(callback),
+      filter_(conditions) {
+    if (options_.includeEnrichments || options_.noLiveEnrichedEvents)
+        queryId_ = NewQueryId();
+}
+
+HRESULT QuerySink::SetEndValue(const std::string& end) {
+    if (!wm::IsUtf8(end))
+        return hr::fail;
+    endValue_ = end;
+    return hr::ok;
+}
+
+HRESULT QuerySink::Begin(IZelDbImpl* database) {
+    if (database == nullptr || !callback_) {
+        wm::ReportError(hr::invalidArgument);
+        return hr::invalidArgument;
+    }
+    if (batch_)
+        batch_->Clear();
+    else
+        batch_ = CountedPtr<IValueCollection>::Adopt(wm::CreateValueCollection());
+    if (!batch_)
+        return hr::outOfMemory;
+    database_ = database;
+    return hr::ok;
+}
+
+HRESULT QuerySink::Attach(leveldb::DB* instance, const leveldb::ReadOptions& options) {
+    if (instance == nullptr) {
+        wm::ReportError(hr::invalidArgument);
+        return hr::invalidArgument;
+    }
+    instance_ = instance;
+    readOptions_ = options;
+    return hr::ok;
+}
+
+RowResult QuerySink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& value,
+                              bool* keepGoing) {
+    try {
+        return Accept(View(key), View(value), keepGoing);
+    } catch (const std::exception& error) {
+        wm::ErrorReport()
+            .SetError(hr::unexpected, "zelstore/querysink")
+            .AddDetail("Exception", error.what())
+            .Submit();
+    } catch (...) {
+        wm::ErrorReport()
+            .SetError(hr::unexpected, "zelstore/querysink")
+            .AddDetail("Exception", "Unknown")
+            .Submit();
+    }
+    return RowResult::goOn;
+}
+
+RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* keepGoing) {
+    if (!key.starts_with(prefix_) || IsPastEnd(key))
+        return RowResult::endDatabase;
+    if (!filter_.MatchesFilter(key))
+        return RowResult::goOn;
+    std::wstring text;
+    if (!MakeResult(key, value, &text))
+        return RowResult::goOn;
+    const auto result = CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(text.c_str()));
+    if (!result) {
+        wm::Trace(wm::TraceLevel::error, "a result can't be made", hr::outOfMemory);
+        return RowResult::abandonDatabase;
+    }
+    if (!batch_->Add(result.Get())) {
+        wm::Trace(wm::TraceLevel::error, "a result can't be added", hr::outOfMemory);
+        return RowResult::goOn;
+    }
+    if (batch_->Count() >= batchSize) {
+        std::wstring time;
+        std::int32_t sequence = 0;
+        if (Failed(ExtractCursor(&time, &sequence)))
+            return RowResult::goOn;
+        if (Failed(Deliver(time, sequence)))
+            return RowResult::abandonDatabase;
+        batch_->Clear();
+    }
+    ++matchCount_;
+    if (options_.limit >= 0 && matchCount_ >= options_.limit) {
+        *keepGoing = false;
+        return RowResult::endDatabase;
+    }
+    return RowResult::goOn;
+}
+
+bool QuerySink::IsPastEnd(std::string_view key) const {
+    if (endValue_.empty())
+        return false;
+    // The time is the first field of its family's keys, so it needs no split of the whole key.
+    const std::string_view behindPrefix = key.substr(prefix_.size());
+    std::string_view time;
+    if (behindPrefix.starts_with(timeMarker_)) {
+        time = behindPrefix.substr(timeMarker_.size());
+        time = time.substr(0, time.find('<'));
+    } else {
+        wm::Trace(wm::TraceLevel::warning, "a key has no time", hr::fail, key);
+        return false;
+    }
+    return time > std::string_view(endValue_);
+}
+
+bool QuerySink::MakeResult(std::string_view key, std::string_view value, std::wstring* text) {
+    if (isPrimary_)
+        return MakePrimaryResult(key, value, text);
+    const HRESULT result = JoinEnrichedEvent(value, text);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::warning, "a receive-time row has no event", result, key);
+        return false;
+    }
+    lastKey_.assign(key);
+    return true;
+}
+
+bool QuerySink::MakePrimaryResult(std::string_view key, std::string_view value,
+                                  std::wstring* text) {
+    if (!options_.includeEnrichments && !options_.noLiveEnrichedEvents)
+        return wm::ToWide(value, *text);
+    std::vector<std::string> values;
+    HRESULT result = hr::ok;
+    if (options_.noLiveEnrichedEvents) {
+        bool hasOther = false;
+        result = database_->GetSilentEnrichments(&queryId_, std::string(key), &hasOther,
+                                                 options_.includeEnrichments, &values);
+        if (Failed(result))
+            values.clear();
+        else if (hasOther)
+            return false;
+    } else {
+        result = database_->GetEnrichments(&queryId_, std::string(key), &values);
+    }
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::verbose, "an event has no enrichments", result);
+    if (values.empty())
+        return wm::ToWide(value, *text);
+    std::string joined(value);
+    AppendEnrichments(joined, values);
+    return wm::ToWide(joined, *text);
+}
+
+HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
+    const leveldb::Status status = instance_->Get(readOptions_, key, event);
+    if (status.ok())
+        return hr::ok;
+    if (status.IsNotFound())
+        return database_ != nullptr ? database_->GetRecord(key, event) : hr::notFound;
+    if (status.IsCorruption())
+        return hr::corrupt;
+    return status.IsIOError() ? hr::deviceError : hr::fail;
+}
+
+HRESULT QuerySink::JoinEnrichedEvent(std::string_view value, std::wstring* text) {
+    if (instance_ == nullptr)
+        return hr::noInterface;
+    ReceiveRow row;
+    HRESULT result = ParseReceiveRow(value, &row);
+    if (Failed(result))
+        return result;
+    std::string event;
+    result = ReadEvent(row.eventKey, &event);
+    if (Failed(result))
+        return result;
+    SpliceEnrichedData(event, row.enrichment);
+    return wm::ToWide(event, *text) ? hr::ok : hr::outOfMemory;
+}
+
+HRESULT QuerySink::ExtractCursor(std::wstring* time, std::int32_t* sequence) const {
+    if (isPrimary_)
+        return hr::ok;
+    const std::size_t timeAt = lastKey_.find(receiveMarker);
+    const std::size_t sequenceAt = lastKey_.find(sequenceMarker);
+    if (timeAt == std::string::npos || sequenceAt == std::string::npos || sequenceAt < timeAt) {
+        wm::Trace(wm::TraceLevel::warning, "a row has no resume position", hr::fail, lastKey_);
+        return hr::fail;
+    }
+    const std::string_view key = lastKey_;
+    const std::size_t timeStart = timeAt + receiveMarker.size();
+    if (!wm::ToWide(key.substr(timeStart, sequenceAt - timeStart), *time))
+        wm::Trace(wm::TraceLevel::warning, "a resume time is not UTF-8");
+    const std::string digits(key.substr(sequenceAt + sequenceMarker.size()));
+    *sequence = std::atoi(digits.c_str());
+    return hr::ok;
+}
+
+HRESULT QuerySink::Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence) {
+    const auto time = CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(resumeTime.c_str()));
+    const HRESULT result = AtBoundary([&] {
+        return callback_->OnQueryResults(hr::ok, batch_.Get(), false, false, time.Get(),
+                                         resumeSequence);
+    });
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::warning, "the receiver of results failed", result);
+    return result;
+}
+
+HRESULT QuerySink::End() {
+    if ((options_.includeEnrichments || options_.noLiveEnrichedEvents) && database_ != nullptr)
+        database_->ReleaseQueryCursor(&queryId_);
+    if (!batch_ || batch_->Count() == 0)
+        return hr::ok;
+    std::wstring time;
+    std::int32_t sequence = 0;
+    IgnoreResult(ExtractCursor(&time, &sequence), "results go out without a resume position");
+    return Deliver(time, sequence);
+}
+
+}  // namespace ZEL

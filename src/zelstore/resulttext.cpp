@@ -1,0 +1,55 @@
+#include "zelstore/resulttext.h"
+
+#include <cpprest/json.h>
+
+#include "common/trace.h"
+
+namespace ZEL {
+
+namespace {
+
+bool CutLastBrace(std::string& text) {
+    const std::size_t brace = text.rfind('}');
+    if (brace == std::string::npos) {
+        wm::Trace(wm::TraceLevel::warning, "an event text has no closing brace");
+        return false;
+    }
+    text.resize(brace);
+    return true;
+}
+
+}  // namespace
+
+void AppendEnrichments(std::string& text, const std::vector<std::string>& values) {
+    if (!CutLastBrace(text))
+        return;
+    text.append(",\"enrichments\":[");
+    const char* separator = "";
+    for (const std::string& value : values) {
+        text.append(separator).append(value);
+        separator = ",";
+    }
+    text.append("]}");
+}
+
+void SpliceEnrichedData(std::string& text, std::string_view enrichment) {
+    if (!CutLastBrace(text))
+        return;
+    text.append(",\"enriched_data\":").append(enrichment).append("}");
+}
+
+HRESULT ParseReceiveRow(std::string_view value, ReceiveRow* row) {
+    try {
+        web::json::value parsed =
+            web::json::value::parse(utility::conversions::to_string_t(std::string(value)));
+        row->eventKey = utility::conversions::to_utf8string(parsed.at(U("event_pkey")).as_string());
+        row->enrichment = utility::conversions::to_utf8string(
+            parsed.has_field(U("event_enrichment")) ? parsed.at(U("event_enrichment")).serialize()
+                                                    : utility::string_t(U("null")));
+        return hr::ok;
+    } catch (const web::json::json_exception&) {
+        return hr::fail;
+    }
+}
+
+}  // namespace ZEL

@@ -1,0 +1,130 @@
+#include "zelstore/schema/event.h"
+
+#include "zelstore/schema/fieldlists.h"
+#include "zelstore/schema/objectfactory.h"
+
+namespace ZEL::Schema {
+
+using web::json::value;
+
+namespace {
+
+void WriteArtifact(value& out, const utility::char_t* key,
+                   const std::unique_ptr<ZelSchemaParser>& object) {
+    if (!object)
+        return;
+    value nested;
+    object->ToJson(nested);
+    out[key] = std::move(nested);
+}
+
+bool ValidIfPresent(const std::unique_ptr<ZelSchemaParser>& object) {
+    return !object || object->IsValid();
+}
+
+}  // namespace
+
+Event::Event(const Event& other)
+    : ZelSchemaParser(other),
+      actor(CloneObject(other.actor.get())),
+      target(CloneObject(other.target.get())),
+      result(CloneObject(other.result.get())),
+      action(other.action),
+      type_id(other.type_id),
+      begin_time(other.begin_time),
+      receive_time(other.receive_time),
+      end_time(other.end_time),
+      correlation_uid(other.correlation_uid),
+      filter(other.filter),
+      event_count(other.event_count),
+      seq_num(other.seq_num),
+      enable(other.enable),
+      enable_present(other.enable_present),
+      ref_uid(other.ref_uid) {}
+
+Event& Event::operator=(const Event& other) {
+    if (this != &other)
+        *this = Event(other);
+    return *this;
+}
+
+void Event::ReadArtifacts(const value& in) {
+    actor.reset();
+    target.reset();
+    result.reset();
+    if (!in.has_field(U("artifacts")))
+        return;
+    const web::json::object& artifacts = Member(in, U("artifacts")).as_object();
+    const auto read = [&](const utility::char_t* key, std::unique_ptr<ZelSchemaParser>& object) {
+        const auto found = artifacts.find(key);
+        if (found != artifacts.end())
+            object = CreateObjectFromJson(found->second);
+    };
+    read(U("actor"), actor);
+    read(U("target"), target);
+    read(U("result"), result);
+}
+
+void Event::FromJson(const value& in) {
+    action.clear();
+    filter = 0;
+    enable = false;
+    event_count = -1;
+    seq_num = 0;
+    ReadArtifacts(in);
+    ReadField(in, U("type_id"), type_id);
+    if (in.has_field(U("action")))
+        for (const value& name : Member(in, U("action")).as_array())
+            action.push_back(ActionTypes().Number(name.as_string()));
+    ReadFields(in, U("begin_time"), begin_time, U("receive_time"), receive_time, U("end_time"),
+               end_time, U("correlation_uid"), correlation_uid);
+    if (in.has_field(U("filter")))
+        filter = Member(in, U("filter")).as_string() == U("record") ? 0 : 1;
+    ReadField(in, U("ref_uid"), ref_uid);
+    if (in.has_field(U("event_count")))
+        event_count = static_cast<std::int32_t>(ReadNumber32(Member(in, U("event_count"))));
+    if (in.has_field(U("seq_num")))
+        seq_num = ReadNumber32(Member(in, U("seq_num")));
+    if (in.has_field(U("enable"))) {
+        enable = Member(in, U("enable")).as_bool();
+        enable_present = true;
+    }
+}
+
+void Event::ToJson(value& out) const {
+    out = value::object(true);
+    value artifacts = value::object(true);
+    WriteArtifact(artifacts, U("actor"), actor);
+    WriteArtifact(artifacts, U("target"), target);
+    WriteArtifact(artifacts, U("result"), result);
+    out[U("artifacts")] = std::move(artifacts);
+    if (!action.empty()) {
+        value names = value::array(action.size());
+        for (std::size_t i = 0; i < action.size(); ++i)
+            names[i] = value::string(ActionTypes().Name(action[i]));
+        out[U("action")] = std::move(names);
+    }
+    WriteFields(out, U("begin_time"), begin_time, U("receive_time"), receive_time, U("end_time"),
+                end_time, U("type_id"), type_id, U("correlation_uid"), correlation_uid);
+    out[U("filter")] = value::string(filter == 0 ? U("record") : U("submit"));
+    WriteField(out, U("ref_uid"), ref_uid);
+    if (event_count > 0)
+        out[U("event_count")] = value::number(event_count);
+    if (seq_num != 0)
+        out[U("seq_num")] = value::number(seq_num);
+    if (enable_present)
+        out[U("enable")] = value::boolean(enable);
+}
+
+bool Event::IsValid() const {
+    const bool saysSomething =
+        actor || target || result || begin_time || end_time || correlation_uid || type_id;
+    if (!saysSomething)
+        return false;
+    if (actor && (!actor->IsValid() || actor->GetObjectTypeId() != objectType::process))
+        return false;
+    return ValidIfPresent(target) && ValidIfPresent(result) &&
+           PresentAreValid(begin_time, end_time, type_id, correlation_uid);
+}
+
+}  // namespace ZEL::Schema

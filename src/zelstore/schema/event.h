@@ -1,0 +1,42 @@
+#pragma once
+
+#include <vector>
+
+#include "zelstore/schema/valueclasses.h"
+
+namespace ZEL::Schema {
+
+// One event: a record that a sensor submits, or one sub-query of a query, whose fields are then
+// conditions. Copying is deep; an object whose number has no class is lost in the copy.
+class Event final : public ZelSchemaParser {
+public:
+    Event() : ZelSchemaParser(objectType::event) {}
+    Event(const Event& other);
+    Event(Event&&) noexcept = default;
+    Event& operator=(const Event& other);
+    Event& operator=(Event&&) noexcept = default;
+
+    void ToJson(web::json::value& out) const override;
+    void FromJson(const web::json::value& in) override;
+    bool IsValid() const override;
+
+    void SetBeginTime(const DatePair& time) { begin_time.Make() = time; }
+    void SetEndTime(const DatePair& time) { end_time.Make() = time; }
+
+    std::unique_ptr<ZelSchemaParser> actor, target, result;
+    std::vector<std::int32_t> action;
+    Field<IntegerPair<std::uint32_t>> type_id;
+    Field<DatePair> begin_time, receive_time, end_time;
+    Field<StringPair> correlation_uid;
+    std::int32_t filter = 0;  // 0 record, 1 submit
+    std::int32_t event_count = -1;
+    std::uint32_t seq_num = 0;
+    bool enable = false;
+    bool enable_present = false;  // once set it stays, also when the event is parsed again
+    Field<GuidPair> ref_uid;
+
+private:
+    void ReadArtifacts(const web::json::value& in);
+};
+
+}  // namespace ZEL::Schema

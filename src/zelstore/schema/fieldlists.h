@@ -1,0 +1,55 @@
+#pragma once
+
+#include "zelstore/schema/schemaparser.h"
+
+// Reading, writing and checking many fields in one go: lists of key and field, worked through in
+// order.
+namespace ZEL::Schema {
+
+inline constexpr const utility::char_t* keyObjectType = U("object_type");
+
+// Begins the JSON of an object class.
+inline void WriteObject(web::json::value& out, const ZelSchemaParser& object) {
+    out = web::json::value::object(true);
+    out[keyObjectType] = web::json::value::string(object.GetObjectTypeName());
+}
+
+// An object says itself what it is, whatever class it was made as.
+inline void ReadObjectType(const web::json::value& in, ZelSchemaParser& object) {
+    if (in.has_field(keyObjectType))
+        object.SetObjectType(Member(in, keyObjectType).as_string());
+}
+
+inline void WriteFields(web::json::value&) {}
+template <typename T, typename... Rest>
+void WriteFields(web::json::value& out, const utility::char_t* key, const Field<T>& field,
+                 const Rest&... rest) {
+    WriteField(out, key, field);
+    WriteFields(out, rest...);
+}
+
+inline void ReadFields(const web::json::value&) {}
+template <typename T, typename... Rest>
+void ReadFields(const web::json::value& in, const utility::char_t* key, Field<T>& field,
+                Rest&&... rest) {
+    ReadField(in, key, field);
+    ReadFields(in, rest...);
+}
+
+template <typename... T>
+void ResetFields(Field<T>&... fields) {
+    (fields.Reset(), ...);
+}
+
+// Whether each present field is valid.
+template <typename... T>
+bool PresentAreValid(const Field<T>&... fields) {
+    return ((!fields || fields->IsValid()) && ...);
+}
+
+template <typename... T>
+bool AnyPresent(const Field<T>&... fields) {
+    return (static_cast<bool>(fields) || ...);
+}
+
+}  // namespace ZEL::Schema

@@ -1,0 +1,77 @@
+#include "zelstore/schema/objectfactory.h"
+
+#include "zelstore/schema/fieldlists.h"
+#include "zelstore/schema/objectclasses.h"
+
+namespace ZEL::Schema {
+
+namespace {
+
+using ObjectPtr = std::unique_ptr<ZelSchemaParser>;
+
+template <typename T>
+ObjectPtr Make() {
+    return std::make_unique<T>();
+}
+
+// Null when the object is of another class than its number says, which only code can bring about.
+template <typename T>
+ObjectPtr Copy(const ZelSchemaParser& object) {
+    const T* const typed = dynamic_cast<const T*>(&object);
+    return typed != nullptr ? std::make_unique<T>(*typed) : nullptr;
+}
+
+struct ClassRow {
+    std::int32_t number;
+    ObjectPtr (*make)();
+    ObjectPtr (*copy)(const ZelSchemaParser&);
+};
+
+template <typename T>
+constexpr ClassRow Row(std::int32_t number) {
+    return {number, &Make<T>, &Copy<T>};
+}
+
+constexpr ClassRow classes[] = {
+    Row<RegKey>(objectType::regKey),
+    Row<RegValue>(objectType::regValue),
+    Row<File>(objectType::file),
+    Row<Directory>(objectType::directory),
+    Row<Process>(objectType::process),
+    Row<Service>(objectType::service),
+    Row<Module>(objectType::module),
+    Row<Session>(objectType::session),
+    Row<KernelObject>(objectType::kernelObject),
+    Row<Network>(objectType::network),
+    Row<Amsi>(objectType::amsi),
+    Row<Etw>(objectType::etw),
+    Row<Url>(objectType::url),
+    Row<Unknown>(objectType::unknown),
+};
+
+const ClassRow* FindClass(std::int32_t number) {
+    for (const ClassRow& row : classes)
+        if (row.number == number)
+            return &row;
+    return nullptr;
+}
+
+}  // namespace
+
+ObjectPtr CreateObjectFromJson(const web::json::value& in) {
+    const ClassRow* row = nullptr;
+    if (in.has_field(keyObjectType))
+        row = FindClass(ObjectTypes().Number(Member(in, keyObjectType).as_string()));
+    ObjectPtr object = row != nullptr ? row->make() : Make<Unknown>();
+    object->FromJson(in);
+    return object;
+}
+
+ObjectPtr CloneObject(const ZelSchemaParser* object) {
+    if (object == nullptr)
+        return nullptr;
+    const ClassRow* const row = FindClass(object->GetObjectTypeId());
+    return row != nullptr ? row->copy(*object) : nullptr;
+}
+
+}  // namespace ZEL::Schema

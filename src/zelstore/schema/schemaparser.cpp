@@ -1,0 +1,55 @@
+#include "zelstore/schema/schemaparser.h"
+
+#include <cmath>
+#include <limits>
+
+namespace ZEL::Schema {
+
+namespace {
+
+// 2^63 and 2^64 as doubles: the first values that the 64-bit types do not hold.
+constexpr double signedLimit = 9223372036854775808.0;
+constexpr double unsignedLimit = 18446744073709551616.0;
+
+// Cutting a double that is out of range has no meaning in C++, so the range ends are answered here.
+std::uint64_t CutDouble(double value) {
+    if (std::isnan(value))
+        return 0;
+    if (value >= unsignedLimit)
+        return std::numeric_limits<std::uint64_t>::max();
+    if (value >= signedLimit)
+        return static_cast<std::uint64_t>(value);
+    if (value < -signedLimit)
+        return static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::min());
+    return static_cast<std::uint64_t>(static_cast<std::int64_t>(value));
+}
+
+std::uint64_t CutDoubleSigned(double value) {
+    if (value >= signedLimit)
+        return static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    return CutDouble(value);
+}
+
+const web::json::number& AsNumber(const web::json::value& in) {
+    return in.as_number();
+}
+
+}  // namespace
+
+const web::json::value& Member(const web::json::value& in, const utility::char_t* key) {
+    return in.as_object().at(key);
+}
+
+std::uint32_t ReadNumber32(const web::json::value& in) {
+    const web::json::number& number = AsNumber(in);
+    if (!number.is_integral())
+        return static_cast<std::uint32_t>(CutDoubleSigned(number.to_double()));
+    return static_cast<std::uint32_t>(number.to_uint64());
+}
+
+std::uint64_t ReadNumber64(const web::json::value& in) {
+    const web::json::number& number = AsNumber(in);
+    return number.is_integral() ? number.to_uint64() : CutDouble(number.to_double());
+}
+
+}  // namespace ZEL::Schema

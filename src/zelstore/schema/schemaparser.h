@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cpprest/json.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "zelstore/schema/vocabulary.h"
+
+namespace ZEL::Schema {
+
+class StringPair;
+
+// Root of the typed form of every JSON document that crosses the store. One tree of classes serves
+// records and queries: a field is a pair of an optional operator and values, which states a fact in
+// a record and a condition in a query. An absent field is a null pointer, and absent differs from
+// empty. Objects hold no locks and belong to the thread that parses them.
+//
+// Failures are exceptions: std::out_of_range "invalid map<K, T> key" for a name or number that is
+// not in its table, web::json::json_exception for a value of the wrong JSON type. The object is
+// then partly filled and only good for destruction.
+class ZelSchemaParser {
+public:
+    virtual ~ZelSchemaParser() = default;
+
+    // `out` becomes a new object, whose keys keep the order of writing.
+    virtual void ToJson(web::json::value& out) const = 0;
+    // Replaces all that the object held. Reads fewer keys than ToJson writes.
+    virtual void FromJson(const web::json::value& in) = 0;
+
+    void SetObjectType(const Text& name) { object_type = ObjectTypes().Number(name); }
+    void SetObjectTypeId(std::int32_t number) { object_type = number; }
+    const Text& GetObjectTypeName() const { return ObjectTypes().Name(object_type); }
+    std::int32_t GetObjectTypeId() const { return object_type; }
+
+    virtual const StringPair* GetMd5() const { return nullptr; }
+    virtual const StringPair* GetSha2() const { return nullptr; }
+    virtual const StringPair* GetPath() const { return nullptr; }
+    // Whether the object says anything. It does not check values, and nothing that stores or
+    // queries consults it.
+    virtual bool IsValid() const { return true; }
+
+    std::int32_t object_type = objectType::unknown;
+
+protected:
+    ZelSchemaParser() = default;
+    explicit ZelSchemaParser(std::int32_t type) : object_type(type) {}
+    ZelSchemaParser(const ZelSchemaParser&) = default;
+    ZelSchemaParser& operator=(const ZelSchemaParser&) = default;
+};
+
+// An optional field: owns its value, and copies deep.
+template <typename T>
+class Field {
+public:
+    Field() = default;
+    Field(const Field& other) : value_(other ? std::make_unique<T>(*other) : nullptr) {}
+    Field(Field&&) noexcept = default;
+    Field& operator=(Field other) noexcept {
+        value_.swap(other.value_);
+        return *this;
+    }
+
+    T& Make() {
+        value_ = std::make_unique<T>();
+        return *value_;
+    }
+    void Reset() noexcept { value_.reset(); }
+    T* get() const noexcept { return value_.get(); }
+    T* operator->() const noexcept { return value_.get(); }
+    T& operator*() const noexcept { return *value_; }
+    explicit operator bool() const noexcept { return value_ != nullptr; }
+
+private:
+    std::unique_ptr<T> value_;
+};
+
+// The member of an object, which must be there.
+const web::json::value& Member(const web::json::value& in, const utility::char_t* key);
+
+// Reads an optional field: absent keys leave it absent.
+template <typename T>
+void ReadField(const web::json::value& in, const utility::char_t* key, Field<T>& field) {
+    field.Reset();
+    if (in.has_field(key))
+        field.Make().FromJson(Member(in, key));
+}
+
+template <typename T>
+void WriteField(web::json::value& out, const utility::char_t* key, const Field<T>& field) {
+    if (!field)
+        return;
+    web::json::value nested;
+    field->ToJson(nested);
+    out[key] = std::move(nested);
+}
+
+// A JSON number kept to a width: doubles are cut towards zero within the 64-bit range, wider
+// numbers lose their high bits.
+std::uint32_t ReadNumber32(const web::json::value& in);
+std::uint64_t ReadNumber64(const web::json::value& in);
+
+}  // namespace ZEL::Schema

@@ -1,0 +1,111 @@
+#include "zelstore/schema/timetext.h"
+
+#include <boost/regex.hpp>
+#include <chrono>
+#include <cstdio>
+
+#include "common/trace.h"
+
+namespace ZEL::Schema {
+
+namespace {
+
+using namespace std::chrono;
+
+// What a file time can hold: from 1601 to the last millisecond of its 63 bits, in the year 30828.
+constexpr sys_time<milliseconds> firstTime = sys_days(year(1601) / January / 1);
+constexpr sys_time<milliseconds> lastTime = sys_days(year(30828) / September / 14) + hours(2) +
+                                            minutes(48) + seconds(5) + milliseconds(477);
+
+bool ToTimePoint(const wm::SystemTime& time, sys_time<milliseconds>* point) {
+    const year_month_day date(year(time.year), month(time.month), day(time.day));
+    if (!date.ok() || time.hour > 23 || time.minute > 59 || time.second > 59 ||
+        time.milliseconds > 999)
+        return false;
+    *point = sys_days(date) + hours(time.hour) + minutes(time.minute) + seconds(time.second) +
+             milliseconds(time.milliseconds);
+    return *point >= firstTime && *point <= lastTime;
+}
+
+wm::SystemTime ToSystemTime(sys_time<milliseconds> point) {
+    const sys_days date = floor<days>(point);
+    const year_month_day parts(date);
+    const hh_mm_ss time(point - date);
+    wm::SystemTime result;
+    result.year = static_cast<std::uint16_t>(static_cast<int>(parts.year()));
+    result.month = static_cast<std::uint16_t>(static_cast<unsigned>(parts.month()));
+    result.day = static_cast<std::uint16_t>(static_cast<unsigned>(parts.day()));
+    result.hour = static_cast<std::uint16_t>(time.hours().count());
+    result.minute = static_cast<std::uint16_t>(time.minutes().count());
+    result.second = static_cast<std::uint16_t>(time.seconds().count());
+    result.milliseconds = static_cast<std::uint16_t>(time.subseconds().count());
+    return result;
+}
+
+using Pattern = boost::basic_regex<utility::char_t>;
+using Match = boost::match_results<Text::const_iterator>;
+
+std::uint16_t Capture(const Match& match, int index) {
+    if (!match[index].matched)
+        return 0;
+    std::uint16_t number = 0;
+    for (const utility::char_t digit : match[index].str())
+        number = static_cast<std::uint16_t>(number * 10 + (digit - U('0')));
+    return number;
+}
+
+HRESULT Matched(const Text& text, wm::SystemTime* time) {
+    static const Pattern pattern(
+        U("^(\\d{4})-([01]\\d)-([0-3]\\d)[T| "
+          "]([0-2]\\d):([0-5]\\d)(?::([0-5]\\d)(?:\\.(\\d{3}))?)?Z$"));
+    Match match;
+    if (!boost::regex_match(text, match, pattern))
+        return hr::invalidData;
+    *time = {Capture(match, 1), Capture(match, 2), 0,
+             Capture(match, 3), Capture(match, 4), Capture(match, 5),
+             Capture(match, 6), Capture(match, 7)};
+    return hr::ok;
+}
+
+}  // namespace
+
+HRESULT FormatTimestamp(const wm::SystemTime& time, Text* text) {
+    char formatted[48];
+    const int length = std::snprintf(
+        formatted, sizeof(formatted), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", time.year, time.month,
+        time.day, time.hour, time.minute, time.second, time.milliseconds);
+    text->assign(formatted, formatted + length);
+    return hr::ok;
+}
+
+HRESULT ParseTimestamp(const Text& text, wm::SystemTime* time) {
+    constexpr std::size_t shortest = 20;
+    constexpr std::size_t longest = 24;
+    if (text.empty() || time == nullptr)
+        return hr::invalidArgument;
+    if (text.size() < shortest || text.size() > longest)
+        return hr::timeTextLength;
+    try {
+        return Matched(text, time);
+    } catch (...) {
+        return hr::unexpected;
+    }
+}
+
+HRESULT AdjustTimestamp(const Text& text, std::int32_t shift, Text* out) {
+    wm::SystemTime time;
+    const HRESULT result = ParseTimestamp(text, &time);
+    if (Failed(result))
+        return result;
+    sys_time<milliseconds> point;
+    bool exists = ToTimePoint(time, &point);
+    if (exists) {
+        point += milliseconds(shift);
+        exists = point >= firstTime && point <= lastTime;
+    }
+    if (!exists)
+        wm::Trace(wm::TraceLevel::warning, "a time does not exist");
+    return FormatTimestamp(exists ? ToSystemTime(point) : wm::SystemTime(), out);
+}
+
+}  // namespace ZEL::Schema

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string_view>
+
+#include "common/hostservices.h"
+#include "zelstore/schema/vocabulary.h"
+
+// Times are text in UTC, 24 characters such as 2026-11-12T10:00:00.000Z: text order is time order.
+namespace ZEL::Schema {
+
+// The lowest time that there is; the open lower end of a range.
+inline constexpr const utility::char_t* zeroDate = U("1601-01-01T00:00:00.000Z");
+
+HRESULT FormatTimestamp(const wm::SystemTime& time, Text* text);
+
+// Takes 20 or 24 characters, with T, a bar or a blank between date and time. Digits are checked by
+// form alone: a month of 19 or a day of 39 passes. 0x80070057 for an empty text, 0x800705B6 for
+// another length, 0x8007000D for another form.
+HRESULT ParseTimestamp(const Text& text, wm::SystemTime* time);
+
+// Shifts a time and gives it in canonical form. A date that does not exist, before or after the
+// shift, gives 0000-00-00T00:00:00.000Z and success: that sorts ahead of every real date.
+HRESULT AdjustTimestamp(const Text& text, std::int32_t milliseconds, Text* out);
+
+}  // namespace ZEL::Schema

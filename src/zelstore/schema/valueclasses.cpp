@@ -1,0 +1,116 @@
+#include "zelstore/schema/valueclasses.h"
+
+namespace ZEL::Schema {
+
+using web::json::value;
+
+namespace {
+
+constexpr const utility::char_t* keyOperator = U("operator");
+constexpr const utility::char_t* keyValue = U("value");
+
+template <typename T>
+value ToArray(const std::vector<T>& values) {
+    value array = value::array(values.size());
+    for (std::size_t i = 0; i < values.size(); ++i)
+        array[i] = value(values[i]);
+    return array;
+}
+
+}  // namespace
+
+void Operator::ToJson(value& out) const {
+    out = value::object(true);
+    out[keyValue] = value::string(OperatorTypes().Name(op));
+    out[U("case_insensitive")] = value::boolean(!caseSensitive);
+}
+
+void Operator::FromJson(const value& in) {
+    op = operatorUnknown;
+    caseSensitive = false;
+    if (in.has_field(keyValue))
+        op = OperatorTypes().Number(Member(in, keyValue).as_string());
+    if (in.has_field(U("case_insensitive")))
+        caseSensitive = !Member(in, U("case_insensitive")).as_bool();
+}
+
+void StringPair::ToJson(value& out) const {
+    out = value::object(true);
+    WriteField(out, keyOperator, op);
+    if (!values.empty())
+        out[keyValue] = ToArray(values);
+}
+
+void StringPair::FromJson(const value& in) {
+    values.clear();
+    ReadField(in, keyOperator, op);
+    if (!in.has_field(keyValue))
+        return;
+    const web::json::array& array = Member(in, keyValue).as_array();
+    values.reserve(array.size());
+    for (const value& element : array)
+        values.push_back(element.as_string());
+}
+
+template <typename T>
+void IntegerPair<T>::ToJson(value& out) const {
+    out = value::object(true);
+    WriteField(out, keyOperator, op);
+    if (!values.empty())
+        out[keyValue] = ToArray(values);
+}
+
+template <typename T>
+void IntegerPair<T>::FromJson(const value& in) {
+    values.clear();
+    ReadField(in, keyOperator, op);
+    if (!in.has_field(keyValue))
+        return;
+    for (const value& element : Member(in, keyValue).as_array()) {
+        if constexpr (sizeof(T) == sizeof(std::uint32_t))
+            values.push_back(ReadNumber32(element));
+        else
+            values.push_back(ReadNumber64(element));
+    }
+}
+
+template class IntegerPair<std::uint32_t>;
+template class IntegerPair<std::uint64_t>;
+
+void TextPair::FromJson(const web::json::value& in) {
+    value.clear();
+    ReadField(in, keyOperator, op);
+    if (in.has_field(keyValue))
+        value = Member(in, keyValue).as_string();
+}
+
+void DatePair::ToJson(web::json::value& out) const {
+    out = web::json::value::object(true);
+    WriteField(out, keyOperator, op);
+    if (!value.empty())
+        out[keyValue] = web::json::value::string(value);
+}
+
+void GuidPair::ToJson(web::json::value& out) const {
+    out = web::json::value::object(true);
+    WriteField(out, keyOperator, op);
+    out[keyValue] = web::json::value::string(value.c_str());
+}
+
+void ExistPair::ToJson(value& out) const {
+    out = value::object(true);
+    out[U("state")] = value::string(ExistStates().Name(state));
+    if (!error_code.empty())
+        out[U("error_code")] = value::string(error_code);
+}
+
+void ExistPair::FromJson(const value& in) {
+    state = 0;
+    error_code.clear();
+    if (in.has_field(U("state")))
+        state = ExistStates().Number(Member(in, U("state")).as_string());
+    if (in.has_field(U("error_code")))
+        error_code = Member(in, U("error_code")).as_string();
+}
+
+}  // namespace ZEL::Schema

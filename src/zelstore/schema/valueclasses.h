@@ -1,0 +1,87 @@
+#pragma once
+
+#include <vector>
+
+#include "zelstore/schema/schemaparser.h"
+
+namespace ZEL::Schema {
+
+// How a condition compares. Case does not matter unless the JSON says "case_insensitive":false.
+class Operator final : public ZelSchemaParser {
+public:
+    Operator() : ZelSchemaParser(objectType::operatorPair) {}
+    Operator(std::int32_t number, bool caseMatters)
+        : ZelSchemaParser(objectType::operatorPair), op(number), caseSensitive(caseMatters) {}
+
+    void ToJson(web::json::value& out) const override;
+    void FromJson(const web::json::value& in) override;
+
+    std::int32_t op = operatorUnknown;  // an OperatorType
+    bool caseSensitive = false;
+};
+
+// {"operator":{...},"value":["a","b"]}
+class StringPair final : public ZelSchemaParser {
+public:
+    StringPair() : ZelSchemaParser(objectType::stringPair) {}
+    void ToJson(web::json::value& out) const override;
+    void FromJson(const web::json::value& in) override;
+    bool IsValid() const override { return !values.empty(); }
+
+    Field<Operator> op;
+    std::vector<Text> values;
+};
+
+// {"operator":{...},"value":[1,2]}, for unsigned 32-bit and 64-bit numbers.
+template <typename T>
+class IntegerPair final : public ZelSchemaParser {
+public:
+    IntegerPair() : ZelSchemaParser(objectType::integerPair) {}
+    void ToJson(web::json::value& out) const override;
+    void FromJson(const web::json::value& in) override;
+    bool IsValid() const override { return !values.empty(); }
+
+    Field<Operator> op;
+    std::vector<T> values;
+};
+
+// {"operator":{...},"value":"text"}; the text is not checked. DatePair and GuidPair read alike.
+class TextPair : public ZelSchemaParser {
+public:
+    void FromJson(const web::json::value& in) override;
+
+    Field<Operator> op;
+    Text value;
+
+protected:
+    using ZelSchemaParser::ZelSchemaParser;
+};
+
+class DatePair final : public TextPair {
+public:
+    DatePair() = default;
+    explicit DatePair(Text text) { value = std::move(text); }
+    void ToJson(web::json::value& out) const override;
+    bool IsValid() const override { return !value.empty(); }
+};
+
+class GuidPair final : public TextPair {
+public:
+    GuidPair() : TextPair(objectType::guidPair) {}
+    // Unlike a date, an empty value is written too.
+    void ToJson(web::json::value& out) const override;
+};
+
+// {"state":"exists","error_code":"text"}
+class ExistPair final : public ZelSchemaParser {
+public:
+    ExistPair() = default;
+    // Throws while there is no state.
+    void ToJson(web::json::value& out) const override;
+    void FromJson(const web::json::value& in) override;
+
+    std::int32_t state = 0;
+    Text error_code;
+};
+
+}  // namespace ZEL::Schema

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cpprest/details/basic_types.h>
+
+#include <cstdint>
+#include <map>
+
+// The names and numbers that records and queries use.
+namespace ZEL::Schema {
+
+// Text of the schema is the JSON library's own (UTF-8 on Linux), so that nothing is converted
+// twice.
+using Text = utility::string_t;
+
+namespace objectType {
+inline constexpr std::int32_t unknown = 0;
+inline constexpr std::int32_t operatorPair = 1;
+inline constexpr std::int32_t stringPair = 2;
+inline constexpr std::int32_t regKey = 5;
+inline constexpr std::int32_t regValue = 6;
+inline constexpr std::int32_t file = 7;
+inline constexpr std::int32_t directory = 8;
+inline constexpr std::int32_t process = 9;
+inline constexpr std::int32_t service = 10;
+inline constexpr std::int32_t module = 11;
+inline constexpr std::int32_t session = 12;
+inline constexpr std::int32_t kernelObject = 13;
+inline constexpr std::int32_t network = 14;
+inline constexpr std::int32_t event = 15;
+inline constexpr std::int32_t eventQuery = 18;
+inline constexpr std::int32_t guidPair = 28;
+inline constexpr std::int32_t integerPair = 29;
+inline constexpr std::int32_t amsi = 35;
+inline constexpr std::int32_t etw = 36;
+inline constexpr std::int32_t url = 37;
+}  // namespace objectType
+
+enum OperatorType : std::int32_t {
+    operatorUnknown = 0,
+    operatorEquals = 1,
+    operatorDoesNotEqual = 2,
+    operatorContains = 3,
+    operatorDoesNotContain = 4,
+    operatorStartsWith = 5,
+    operatorEndsWith = 6,
+    operatorGreaterThan = 7,
+    operatorGreaterThanOrEqual = 8,
+    operatorLessThan = 9,
+    operatorLessThanOrEqual = 10,
+    operatorFitsPattern = 11,
+};
+
+// One enumeration as a table in both directions. Names are compared exactly.
+class NameTable {
+public:
+    struct Row {
+        std::int32_t number;
+        const utility::char_t* name;
+    };
+
+    template <std::size_t n>
+    explicit NameTable(const Row (&rows)[n]) : NameTable(rows, n) {}
+
+    // Both throw std::out_of_range "invalid map<K, T> key" for what is not in the table.
+    std::int32_t Number(const Text& name) const;
+    const Text& Name(std::int32_t number) const;
+    std::size_t Size() const noexcept { return names_.size(); }
+
+private:
+    NameTable(const Row* rows, std::size_t count);
+
+    std::map<Text, std::int32_t> numbers_;
+    std::map<std::int32_t, Text> names_;
+};
+
+const NameTable& ObjectTypes();
+const NameTable& ActionTypes();
+const NameTable& OperatorTypes();
+const NameTable& ExistStates();
+const NameTable& SessionStates();
+
+}  // namespace ZEL::Schema

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <leveldb/slice.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/storefixture.h"
+#include "zelstore/database/iquerysink.h"
+#include "zelstore/database/leveldbinstance.h"
+#include "zelstore/database/leveldbinstanceproxy.h"
+#include "zelstore/database/masterdatabase.h"
+
+namespace ZEL::test {
+
+inline std::string Key(const std::string& date, int i) {
+    return "p<begin_time>" + date + "T00:00:00.000Z<sequence>" + std::to_string(1000000000 + i);
+}
+
+inline RecordBatch Rows(int count, const std::string& date = "2026-11-12") {
+    RecordBatch batch;
+    for (int i = 0; i < count; ++i)
+        batch[Key(date, i)] = "{}";
+    return batch;
+}
+
+// Keeps the keys it is given, and answers as it is told.
+class RecordingSink : public IQuerySink {
+public:
+    HRESULT Begin(IZelDbImpl*) override {
+        ++begins;
+        return beginAnswer;
+    }
+    HRESULT End() override {
+        ++ends;
+        return hr::fail;  // only traced
+    }
+    HRESULT Attach(leveldb::DB* instance, const leveldb::ReadOptions&) override {
+        EXPECT_NE(instance, nullptr);
+        ++attached;
+        return attachAnswer;
+    }
+    RowResult OnRecord(const leveldb::Slice& key, const leveldb::Slice&, bool* keepGoing) override {
+        keys.push_back(key.ToString());
+        return onRow ? onRow(keepGoing) : RowResult::goOn;
+    }
+    HRESULT SetEndValue(const std::string&) override { return hr::ok; }
+    std::int32_t GetMatchCount() override { return 0; }
+
+    HRESULT beginAnswer = hr::ok, attachAnswer = hr::ok;
+    std::function<RowResult(bool*)> onRow;
+    std::vector<std::string> keys;
+    int begins = 0, ends = 0, attached = 0;
+};
+
+// A process that has a database open until it is told to end.
+class OtherProcess {
+public:
+    explicit OtherProcess(const std::wstring& folder) {
+        int ready[2], end[2];
+        EXPECT_EQ(::pipe(ready) | ::pipe(end), 0);
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::close(end[1]);
+            LevelDbInstanceProxy proxy(folder);
+            const char result = Succeeded(proxy.Hold(true)) ? 'y' : 'n';
+            char byte;
+            if (::write(ready[1], &result, 1) == 1 && ::read(end[0], &byte, 1) == 0)
+                proxy.Release(false);
+            ::_exit(0);
+        }
+        char result = 'n';
+        EXPECT_EQ(::read(ready[0], &result, 1), 1);
+        EXPECT_EQ(result, 'y');
+        for (const int unused : {ready[0], ready[1], end[0]})
+            ::close(unused);
+        end_ = end[1];
+    }
+    ~OtherProcess() {
+        ::close(end_);
+        ::waitpid(child_, nullptr, 0);
+    }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+
+private:
+    pid_t child_ = -1;
+    int end_ = -1;
+};
+
+// A master database of its own on an empty directory, on 2026-11-12.
+class DatabaseTest : public testing::Test {
+protected:
+    // As after a start of the process: the catalog is read anew.
+    void Restart() {
+        db.reset();
+        db = std::make_unique<ZelMasterDatabase>();
+        ASSERT_EQ(db->LoadExistingDatabases(), hr::ok);
+    }
+    void SetUp() override { Restart(); }
+
+    HRESULT Write(int count = 1) {
+        RecordBatch batch = Rows(count);
+        return db->WriteRecords(batch);
+    }
+    DatabaseErrorTable Errors() {
+        DatabaseErrorTable table;
+        EXPECT_EQ(db->GetDatabaseErrors(&table), hr::ok);
+        return table;
+    }
+    DatabaseErrorEntry ErrorOf(const std::string& folder, DatabaseErrorKind kind) {
+        return Errors()[store.Folder(folder)].entries[static_cast<int>(kind)];
+    }
+    std::vector<std::string> ScanAll() {
+        RecordingSink sink;
+        EXPECT_EQ(db->Scan("p", &sink, stop.Handle(), nullptr), hr::ok);
+        return sink.keys;
+    }
+
+    TempStore store;
+    FakeClock clock;
+    wm::EventObject stop;
+    std::unique_ptr<ZelMasterDatabase> db;
+
+public:
+    DatabaseTest() { EXPECT_TRUE(stop.Create(true, false)); }
+};
+
+}  // namespace ZEL::test

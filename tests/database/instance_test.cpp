@@ -1,0 +1,253 @@
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <thread>
+
+#include "databasefixture.h"
+#include "support/slowdisk.h"
+
+namespace ZEL {
+namespace {
+
+using test::Rows;
+using InstancePtr = std::shared_ptr<LevelDbInstance>;
+
+const std::string name = "20261112";
+
+class InstanceTest : public testing::Test {
+protected:
+    // A closed database with rows in a log.
+    void MakeDatabase(int rows = 10) {
+        LevelDbInstanceProxy writer(store.Folder(name));
+        ASSERT_EQ(writer.Write(Rows(rows)), hr::ok);
+    }
+    // The same with rows in a table: opening moves them there.
+    void MakeTable() {
+        MakeDatabase();
+        LevelDbInstanceProxy reader(store.Folder(name));
+        ASSERT_EQ(reader.Hold(false), hr::ok);
+    }
+    std::string FileLike(const std::string& part) {
+        for (const std::string& file : store.List(name))
+            if (file.find(part) != std::string::npos)
+                return name + "/" + file;
+        ADD_FAILURE() << "no file " << part;
+        return {};
+    }
+    HRESULT Open(bool create) {
+        LevelDbInstanceProxy proxy(store.Folder(name));
+        InstancePtr instance;
+        return proxy.GetInstance(&instance, create);
+    }
+
+    test::TempStore store;
+};
+
+TEST_F(InstanceTest, OpeningWithoutCreateLeavesForeignFoldersAlone) {
+    EXPECT_EQ(Open(false), hr::fail);
+    EXPECT_FALSE(store.Exists(name));
+    store.MakeFolder(name);
+    store.WriteFile(name + "/notes.txt", "mine");
+    EXPECT_EQ(Open(false), hr::fail);
+    EXPECT_EQ(store.List(name), std::set<std::string>{"notes.txt"});
+    std::filesystem::create_directory_symlink(store.Path(), store.Path() / "link");
+    LevelDbInstanceProxy linked(store.Folder("link"));
+    EXPECT_EQ(linked.Hold(true), hr::fail) << "links are not followed";
+    EXPECT_FALSE(store.Exists("CURRENT"));
+}
+
+TEST_F(InstanceTest, WhatIsBrokenTellsHow) {
+    const struct {
+        const char* what;
+        std::function<void()> breakIt;
+        HRESULT expected;
+    } rows[] = {
+        {"garbage in CURRENT", [&] { store.WriteFile(name + "/CURRENT", "rubbish"); }, hr::corrupt},
+        {"CURRENT names nothing", [&] { store.WriteFile(name + "/CURRENT", "MANIFEST-999999\n"); },
+         hr::corrupt},
+        {"damaged manifest", [&] { store.WriteFile(FileLike("MANIFEST"), "rubbish, long enough"); },
+         hr::corrupt},
+        {"missing table", [&] { std::filesystem::remove(store.Path() / FileLike(".ldb")); },
+         hr::corrupt},
+        {"a file in its place",
+         [&] {
+             std::filesystem::remove_all(store.Path() / name);
+             store.WriteFile(name, "");
+         },
+         hr::fail},
+    };
+    for (const auto& row : rows) {
+        std::filesystem::remove_all(store.Path() / name);
+        MakeTable();
+        row.breakIt();
+        EXPECT_EQ(Open(false), row.expected) << row.what;
+    }
+    EXPECT_EQ(Open(true), hr::deviceError) << "a file in the place of a folder to be made";
+    LevelDbInstanceProxy orphan(store.Folder("missing/20261112"));
+    EXPECT_EQ(orphan.Hold(true), hr::notFound);
+    EXPECT_FALSE(store.Exists("missing")) << "folders are made one level deep only";
+    LevelDbInstanceProxy nameless(L"");
+    EXPECT_EQ(nameless.Hold(true), hr::invalidArgument);
+}
+
+TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {
+    MakeDatabase();
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    InstancePtr first, second;
+    ASSERT_EQ(proxy.GetInstance(&first, false), hr::ok);
+    ASSERT_EQ(proxy.GetInstance(&second, false), hr::ok);
+    EXPECT_EQ(first, second);
+    first.reset();
+    second.reset();
+    EXPECT_EQ(proxy.PeekInstance(), nullptr) << "the last user closes it";
+
+    ASSERT_EQ(proxy.Hold(false), hr::ok);
+    ASSERT_EQ(proxy.Hold(false), hr::ok);
+    proxy.Release(false);
+    EXPECT_NE(proxy.PeekInstance(), nullptr) << "held twice, let go once";
+    proxy.Release(false);
+    EXPECT_EQ(proxy.PeekInstance(), nullptr);
+    proxy.Release(false);
+    ASSERT_EQ(proxy.Hold(false), hr::ok) << "a release too many does no harm";
+    proxy.Release(false);
+    EXPECT_EQ(proxy.PeekInstance(), nullptr);
+}
+
+TEST_F(InstanceTest, MarkedFolderGoesWithItsLastUser) {
+    MakeDatabase();
+    store.WriteFile(name + "/foreign.txt", "goes too");
+    auto proxy = std::make_unique<LevelDbInstanceProxy>(store.Folder(name));
+    InstancePtr user;
+    ASSERT_EQ(proxy->GetInstance(&user, false), hr::ok);
+    proxy->MarkForDeletion();
+    proxy.reset();
+    EXPECT_EQ(Open(false), hr::deviceError) << "two instances never share a folder";
+    EXPECT_EQ(Open(true), hr::deviceError);
+    LevelDbInstanceProxy(store.Folder(name)).MarkForDeletion();
+    std::string value;
+    EXPECT_EQ(user->Get(test::Key("2026-11-12", 3), &value), hr::ok) << "it still serves its user";
+    user.reset();
+    EXPECT_FALSE(store.Exists(name));
+    EXPECT_EQ(Open(true), hr::ok);
+    LevelDbInstanceProxy(store.Folder(name)).MarkForDeletion();
+    EXPECT_FALSE(store.Exists(name)) << "nobody uses it: it goes at once";
+}
+
+TEST_F(InstanceTest, OpenersWaitForACloseInProgress) {
+    MakeDatabase();
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    for (int round = 0; round < 100; ++round) {
+        InstancePtr user, next;
+        ASSERT_EQ(proxy.GetInstance(&user, false), hr::ok);
+        std::thread closer([&user] { user.reset(); });
+        const HRESULT result = proxy.GetInstance(&next, false);
+        closer.join();
+        ASSERT_EQ(result, hr::ok) << "round " << round;
+    }
+}
+
+TEST_F(InstanceTest, OpenersNeverMeetARemovalHalfWay) {
+    for (int round = 0; round < 40; ++round) {
+        auto former = std::make_shared<LevelDbInstanceProxy>(store.Folder(name));
+        InstancePtr user;
+        ASSERT_EQ(former->Write(Rows(50)), hr::ok);
+        ASSERT_EQ(former->GetInstance(&user, true), hr::ok);
+        former->MarkForDeletion();
+        std::thread closer([&user] { user.reset(); });
+        LevelDbInstanceProxy next(store.Folder(name));
+        HRESULT result = hr::deviceError;
+        while (result == hr::deviceError)  // the former one is still in use
+            result = next.Hold(true);
+        closer.join();
+        ASSERT_EQ(result, hr::ok);
+        ASSERT_EQ(next.Write(Rows(1)), hr::ok);
+        next.Release(false);
+        ASSERT_EQ(Open(false), hr::ok) << "what the former one removed is not the new one's";
+        std::filesystem::remove_all(store.Path() / name);
+    }
+}
+
+TEST_F(InstanceTest, FolderOfAnotherProcessIsNeitherOpenedNorRemoved) {
+    const test::OtherProcess owner(store.Folder(name));
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    EXPECT_EQ(proxy.Hold(false), hr::sharingViolation);
+    EXPECT_EQ(proxy.Write(Rows(1)), hr::sharingViolation);
+    proxy.MarkForDeletion();
+    EXPECT_TRUE(store.Exists(name + "/CURRENT"));
+}
+
+TEST_F(InstanceTest, RefusesABatchWithoutRoomBeforeItTouchesTheDisk) {
+    test::FakeFreeSpace volume(0);
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    EXPECT_EQ(proxy.Write(Rows(1)), hr::diskFull);
+    EXPECT_EQ(proxy.Hold(true), hr::diskFull);
+    EXPECT_FALSE(store.Exists(name)) << "a folder begun now would be no database later";
+    volume.SetBytes(1ULL << 30);
+    EXPECT_EQ(proxy.Write(Rows(1)), hr::ok);
+    volume.SetBytes(0);
+    EXPECT_EQ(proxy.Hold(false), hr::ok) << "reading needs no room";
+    EXPECT_EQ(proxy.Write(Rows(1)), hr::diskFull);
+    volume.SetResult(hr::fail);
+    EXPECT_EQ(proxy.Write(Rows(1)), hr::ok) << "a volume that can't be asked";
+}
+
+TEST_F(InstanceTest, FailingDiskIsTold) {
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    ASSERT_EQ(proxy.Hold(true), hr::ok);
+    test::SlowDisk disk;
+    disk.Fail(".log", EIO);
+    EXPECT_EQ(proxy.Write(Rows(3)), hr::deviceError);
+    EXPECT_EQ(proxy.RecordsSinceCount(), 3u) << "counted all the same";
+}
+
+TEST_F(InstanceTest, PrefixReadsShareASnapshotUntilItIsReleased) {
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    ASSERT_EQ(proxy.Write({{"a", "0"}, {"ab1", "1"}, {"ab2", "2"}, {"b", "3"}}), hr::ok);
+    ASSERT_EQ(proxy.Hold(false), hr::ok);
+    const InstancePtr instance = proxy.PeekInstance();
+    std::vector<std::string> values{"kept"};
+    EXPECT_EQ(instance->ReadPrefix("x", &values), hr::ok);
+    EXPECT_EQ(instance->ReadPrefix("ab", &values), hr::ok);
+    EXPECT_EQ(values, (std::vector<std::string>{"kept", "1", "2"}));
+    ASSERT_EQ(proxy.Write({{"ab3", "late"}}), hr::ok);
+    values.clear();
+    EXPECT_EQ(instance->ReadPrefix("ab3", &values), hr::ok);
+    EXPECT_TRUE(values.empty()) << "written behind the snapshot";
+    proxy.Release(true);
+    EXPECT_EQ(instance->ReadPrefix("ab3", &values), hr::ok);
+    EXPECT_EQ(values, std::vector<std::string>{"late"});
+}
+
+TEST_F(InstanceTest, OneRecordThatIsNotSilentSpoilsTheRead) {
+    const struct {
+        const char* flags;  // one record each; - means without a mark
+        bool collect, hasOther;
+        std::size_t values;
+    } rows[] = {{"11", true, false, 2},  {"11", false, false, 0}, {"110", true, true, 0},
+                {"110", false, true, 0}, {"-1-", true, false, 3}, {"1x", true, true, 0},
+                {"", true, false, 0}};
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    ASSERT_EQ(proxy.Hold(true), hr::ok);
+    const InstancePtr instance = proxy.PeekInstance();
+    for (std::size_t row = 0; row < std::size(rows); ++row) {
+        const std::string prefix = test::Key("2026-11-12", static_cast<int>(row));
+        RecordBatch batch;
+        for (int i = 0; rows[row].flags[i] != '\0'; ++i) {
+            const std::string mark = rows[row].flags[i] == '-'
+                                         ? ""
+                                         : std::string("<silent_enrichment>") + rows[row].flags[i];
+            batch[prefix + "<silent_sequence>" + std::to_string(i) + mark] = "{}";
+        }
+        ASSERT_EQ(proxy.Write(batch), hr::ok);
+        instance->ReleaseCursor();
+        bool hasOther = !rows[row].hasOther;
+        std::vector<std::string> values;
+        EXPECT_EQ(instance->ReadSilentPrefix(prefix, &hasOther, rows[row].collect, &values),
+                  hr::ok);
+        EXPECT_EQ(hasOther, rows[row].hasOther) << rows[row].flags;
+        EXPECT_EQ(values.size(), rows[row].values) << rows[row].flags;
+    }
+}
+
+}  // namespace
+}  // namespace ZEL

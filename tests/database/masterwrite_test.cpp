@@ -1,0 +1,253 @@
+#include <cerrno>
+
+#include "databasefixture.h"
+#include "support/slowdisk.h"
+
+namespace ZEL {
+namespace {
+
+using test::DatabaseTest;
+using test::Key;
+using Names = std::set<std::string>;
+constexpr int full = 80;  // table files
+
+class MasterWrite : public DatabaseTest {};
+
+TEST_F(MasterWrite, ChoosesTheFolderOfTheDay) {
+    const struct {
+        std::vector<std::pair<std::string, int>> folders;  // with how many tables
+        std::string expected;                              // a new one
+    } rows[] = {
+        {{}, "20261112"},
+        {{{"20261112", full}}, "20261112001"},
+        {{{"20261112", full}, {"20261112005", full}}, "20261112006"},
+        {{{"20261112", 1}, {"20261112001", full}}, "20261112002"},
+        {{{"20261112999", 1}}, "20261112"},
+        {{{"20261112997", full}, {"20261112999", 1}}, "20261112998"},
+        {{{"20261111", 1}, {"20261113", 1}, {"foreign", 1}}, "20261112"},
+    };
+    for (const auto& row : rows) {
+        for (const auto& entry : std::filesystem::directory_iterator(store.Path()))
+            std::filesystem::remove_all(entry.path());
+        Names names{row.expected};
+        for (const auto& [name, tables] : row.folders) {
+            store.AddTables(name, tables);
+            names.insert(name);
+        }
+        Restart();
+        EXPECT_EQ(Write(), hr::ok) << row.expected;
+        EXPECT_EQ(store.List(), names);
+        EXPECT_TRUE(store.Exists(row.expected + "/CURRENT"));
+        EXPECT_EQ(Write(), hr::ok);
+        EXPECT_EQ(store.List(), names) << "the same one is used again";
+    }
+}
+
+TEST_F(MasterWrite, RollsOverWhenFullAndGoesOnAfterARestart) {
+    ASSERT_EQ(Write(), hr::ok);
+    store.AddTables("20261112", full);
+    ASSERT_EQ(Write(88746), hr::ok) << "written before anybody counts";
+    EXPECT_FALSE(store.Exists("20261112001"));
+    ASSERT_EQ(Write(), hr::ok);
+    EXPECT_TRUE(store.Exists("20261112001/CURRENT"));
+    Restart();
+    ASSERT_EQ(Write(), hr::ok);
+    EXPECT_EQ(store.List(), (Names{"20261112", "20261112001"}));
+    EXPECT_EQ(ScanAll().size(), 88747u);
+}
+
+TEST_F(MasterWrite, LastNumberOfADayGrowsWithoutBound) {
+    store.AddTables("20261112997", full);
+    Restart();
+    ASSERT_EQ(Write(), hr::ok);
+    store.AddTables("20261112998", 200);
+    Restart();
+    ASSERT_EQ(Write(), hr::ok);
+    ASSERT_EQ(Write(), hr::ok);
+    EXPECT_EQ(store.List(), (Names{"20261112997", "20261112998"}));
+}
+
+TEST_F(MasterWrite, FollowsTheClockAlsoBackwards) {
+    ASSERT_EQ(Write(), hr::ok);
+    clock.SetDate(2026, 11, 13);
+    ASSERT_EQ(Write(), hr::ok);
+    clock.SetDate(2026, 11, 12);
+    ASSERT_EQ(Write(), hr::ok);
+    EXPECT_EQ(store.List(), (Names{"20261112", "20261113"}));
+    EXPECT_TRUE(Errors().empty());
+}
+
+TEST_F(MasterWrite, GivesUpADatabaseWhoseDeviceFails) {
+    clock.SetDate(2026, 11, 11);
+    ASSERT_EQ(Write(), hr::ok);
+    clock.SetDate(2026, 11, 12);
+    ASSERT_EQ(Write(), hr::ok);
+    {
+        test::SlowDisk disk;
+        disk.Fail(".log", EIO);
+        RecordBatch batch = test::Rows(2);
+        EXPECT_EQ(db->WriteRecords(batch), hr::deviceError);
+        EXPECT_EQ(batch.size(), 2u) << "the caller decides about the records";
+    }
+    EXPECT_EQ(store.List(), Names{"20261111"});
+    const DatabaseErrorEntry error = ErrorOf("20261112", DatabaseErrorKind::write);
+    EXPECT_EQ(error.operation, 3u);
+    EXPECT_EQ(error.count, 1u);
+    EXPECT_EQ(error.lastResult, hr::deviceError);
+    EXPECT_EQ(Write(), hr::ok) << "the next write starts anew";
+    EXPECT_EQ(ScanAll().size(), 2u);
+}
+
+TEST_F(MasterWrite, RunningScanKeepsWhatWasGivenUp) {
+    ASSERT_EQ(Write(3), hr::ok);
+    test::RecordingSink sink;
+    sink.onRow = [&](bool*) {
+        if (sink.keys.size() > 1)
+            return RowResult::goOn;
+        test::SlowDisk disk;
+        disk.Fail(".log", EIO);
+        EXPECT_EQ(Write(), hr::deviceError);
+        disk.Unblock();
+        EXPECT_EQ(Write(), hr::deviceError) << "its folder is still in use";
+        return RowResult::goOn;
+    };
+    EXPECT_EQ(db->Scan("p", &sink, stop.Handle(), nullptr), hr::ok);
+    EXPECT_EQ(sink.keys.size(), 3u);
+    EXPECT_EQ(ErrorOf("20261112", DatabaseErrorKind::open).count, 1u);
+    EXPECT_TRUE(store.List().empty()) << "the scan was the last to use it";
+    EXPECT_EQ(Write(), hr::ok);
+}
+
+TEST_F(MasterWrite, OtherFailuresGiveNothingUp) {
+    ASSERT_EQ(Write(), hr::ok);
+    {
+        test::FakeFreeSpace volume(0);
+        EXPECT_EQ(Write(), hr::diskFull);
+        EXPECT_EQ(ErrorOf("20261112", DatabaseErrorKind::write).lastResult, hr::diskFull);
+    }
+    EXPECT_EQ(Write(), hr::ok);
+    db.reset();
+    store.WriteFile("20261112/CURRENT", "rubbish");
+    Restart();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Write(), hr::corrupt) << "each write tries the same database";
+    const DatabaseErrorEntry error = ErrorOf("20261112", DatabaseErrorKind::open);
+    EXPECT_EQ(error.operation, 1u);
+    EXPECT_EQ(error.count, 3u);
+    EXPECT_EQ(store.List(), Names{"20261112"});
+    EXPECT_TRUE(ScanAll().empty());
+    const DatabaseErrorEntry second = ErrorOf("20261112", DatabaseErrorKind::read);
+    EXPECT_EQ(second.operation, 0u) << "only the first kind to fail tells its name";
+    EXPECT_EQ(second.count, 1u);
+    db->ClearDatabaseErrors();
+    EXPECT_TRUE(Errors().empty());
+}
+
+TEST_F(MasterWrite, FolderOfAnotherProcessSurvivesFailedWrites) {
+    const test::OtherProcess owner(store.Folder("20261112"));
+    Restart();
+    EXPECT_EQ(Write(), hr::sharingViolation);
+    EXPECT_EQ(ErrorOf("20261112", DatabaseErrorKind::open).count, 1u);
+    EXPECT_TRUE(store.Exists("20261112/CURRENT"));
+}
+
+TEST_F(MasterWrite, SilentRecordsGoToTheDateOfTheirEvents) {
+    ASSERT_EQ(Write(), hr::ok);
+    RecordBatch batch;
+    for (const char* date : {"2020-01-03", "2020-01-01", "2020-01-02", "2020-01-01"})
+        batch[Key(date, static_cast<int>(batch.size()))] = "{}";
+    EXPECT_EQ(db->WriteSilentRecords(batch), hr::ok);
+    EXPECT_TRUE(batch.empty());
+    EXPECT_EQ(store.List(), (Names{"20200101999", "20200102999", "20200103999", "20261112"}));
+    Restart();
+    batch[Key("2020-01-02", 9)] = "{}";
+    EXPECT_EQ(db->WriteSilentRecords(batch), hr::ok);
+    const QueryId query{1, 0, 0, {}};
+    std::vector<std::string> values;
+    EXPECT_EQ(db->GetEnrichments(&query, Key("2020-01-02", 0).substr(0, 30), &values), hr::ok);
+    EXPECT_EQ(values.size(), 2u) << "the folder that was there is used";
+    db->ReleaseQueryCursor(&query);
+}
+
+TEST_F(MasterWrite, SilentPassThatFailsLosesItsOwnRecordsOnly) {
+    store.WriteFile("20200102999", "in the way");
+    RecordBatch batch;
+    for (const char* date : {"2020-01-01", "2020-01-02", "2020-01-03"})
+        batch[Key(date, 0)] = "{}";
+    EXPECT_EQ(db->WriteSilentRecords(batch), hr::deviceError);
+    EXPECT_TRUE(store.Exists("20200101999/CURRENT"));
+    ASSERT_EQ(batch.size(), 1u);
+    EXPECT_EQ(batch.begin()->first, Key("2020-01-03", 0));
+    {
+        test::SlowDisk disk;
+        disk.Fail(".log", EIO);
+        EXPECT_EQ(db->WriteSilentRecords(batch), hr::deviceError);
+    }
+    EXPECT_TRUE(batch.empty());
+    EXPECT_FALSE(store.Exists("20200103999")) << "given up";
+    EXPECT_EQ(ErrorOf("20200103999", DatabaseErrorKind::write).count, 1u);
+}
+
+TEST_F(MasterWrite, SilentKeysCanNotLeaveTheStore) {
+    const std::string start = "p<begin_time>";
+    const struct {
+        std::string key;
+        std::size_t left;
+    } rows[] = {
+        {"r<receive_time>2026-11-12T", 1},
+        {start + "2026-1", 1},
+        {start + "../../ab--", 0},
+        {start + "..\\..\\ab--", 0},
+        {start + "2026\n112--", 0},
+        {start + std::string("2026\0001112", 8) + "--", 0},
+        {start + "2026\xFF"
+                 "112--",
+         0},
+    };
+    for (const auto& row : rows) {
+        RecordBatch batch{{row.key, "{}"}};
+        EXPECT_EQ(db->WriteSilentRecords(batch), hr::fail) << row.key;
+        EXPECT_EQ(batch.size(), row.left) << row.key;
+        EXPECT_TRUE(store.List().empty()) << row.key;
+    }
+    RecordBatch mixed{{Key("2026-11-12", 1), "moved"}, {"x", "bad"}, {"a", "bad, first"}};
+    EXPECT_EQ(db->WriteSilentRecords(mixed), hr::fail);
+    EXPECT_EQ(mixed.size(), 3u);
+    mixed.erase("a");
+    EXPECT_EQ(db->WriteSilentRecords(mixed), hr::fail);
+    EXPECT_EQ(mixed.size(), 1u) << "what the pass had moved is lost";
+    EXPECT_TRUE(store.List().empty());
+}
+
+TEST_F(MasterWrite, StoreDirectoryIsNeverMade) {
+    wm::SetPathToken(L"%ZELDataStore%", store.Folder("missing"));
+    ZelMasterDatabase early;
+    EXPECT_EQ(early.LoadExistingDatabases(), hr::nothingToDo);
+    RecordBatch batch = test::Rows(1);
+    EXPECT_EQ(early.WriteRecords(batch), hr::notFound);
+    EXPECT_TRUE(store.List().empty());
+    store.MakeFolder("missing");
+    EXPECT_EQ(early.WriteRecords(batch), hr::ok);
+}
+
+TEST_F(MasterWrite, ProcessHasOneDatabaseOnceTheDirectoryIsKnown) {
+    test::RecordingReports reports;
+    wm::SetPathToken(L"%ZELDataStore%", L"");
+    ::unsetenv("ZELDataStore");
+    EXPECT_EQ(GetMasterDatabase(), nullptr);
+    ASSERT_EQ(reports.Count(), 1u);
+    EXPECT_EQ(reports.At(0).Code(), hr::unexpected);
+    wm::SetPathToken(L"%ZELDataStore%", store.WidePath());
+    IZelDbImpl* const database = GetMasterDatabase();
+    ASSERT_NE(database, nullptr);
+    EXPECT_EQ(GetMasterDatabase(), database);
+    RecordBatch batch = test::Rows(1);
+    EXPECT_EQ(database->Initialize(), hr::ok);
+    EXPECT_EQ(database->WriteRecords(batch), hr::ok);
+    database->CloseAll();
+    EXPECT_EQ(database->WriteRecords(batch), hr::ok) << "closed, it is still of use";
+    database->CloseAll();
+}
+
+}  // namespace
+}  // namespace ZEL

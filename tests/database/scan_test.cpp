@@ -1,0 +1,93 @@
+#include <thread>
+
+#include "databasefixture.h"
+
+namespace ZEL {
+namespace {
+
+using test::RecordingSink;
+
+class ScanTest : public testing::Test {
+protected:
+    ScanTest() : proxy_(store_.Folder("20261112")) {
+        EXPECT_EQ(proxy_.Write(test::Rows(3000)), hr::ok);
+        EXPECT_EQ(proxy_.GetInstance(&instance, false), hr::ok);
+        EXPECT_TRUE(stop.Create(true, false));
+        EXPECT_TRUE(pause.Create(true, true));
+    }
+    HRESULT Scan(HANDLE stopEvent, HANDLE pauseEvent = nullptr, int from = 0) {
+        bool keepGoing = true;
+        return instance->Scan(test::Key("2026-11-12", from), &sink, stopEvent, pauseEvent,
+                              &keepGoing);
+    }
+
+private:
+    test::TempStore store_;
+    LevelDbInstanceProxy proxy_;
+
+protected:
+    std::shared_ptr<LevelDbInstance> instance;
+    wm::EventObject stop, pause;
+    RecordingSink sink;
+};
+
+TEST_F(ScanTest, LooksAtTheEventsBeforeEachThousandthRow) {
+    EXPECT_EQ(Scan(stop.Handle(), pause.Handle()), hr::ok);
+    EXPECT_EQ(sink.keys.size(), 3000u);
+    stop.Set();
+    const struct {
+        HANDLE stop;
+        int from;
+        HRESULT expected;
+        std::size_t rows;
+    } rows[] = {
+        {stop.Handle(), 0, hr::aborted, 999}, {stop.Handle(), 2000, hr::aborted, 999},
+        {stop.Handle(), 2001, hr::ok, 999},   {nullptr, 0, hr::aborted, 999},
+        {nullptr, 2001, hr::ok, 999},         {InvalidHandle(), 0, hr::invalidArgument, 0},
+        {stop.Handle(), 3000, hr::ok, 0},
+    };
+    for (const auto& row : rows) {
+        sink.keys.clear();
+        EXPECT_EQ(Scan(row.stop, nullptr, row.from), row.expected) << row.from;
+        EXPECT_EQ(sink.keys.size(), row.rows) << row.from;
+    }
+    bool keepGoing = true;
+    EXPECT_EQ(instance->Scan("", &sink, stop.Handle(), nullptr, &keepGoing), hr::invalidArgument);
+}
+
+TEST_F(ScanTest, AbortEndsOneScan) {
+    instance->AbortScan();
+    EXPECT_EQ(Scan(stop.Handle()), hr::aborted);
+    EXPECT_EQ(Scan(stop.Handle()), hr::ok);
+}
+
+TEST_F(ScanTest, WaitsWhilePausedAndGoesOnOrStops) {
+    pause.Reset();
+    for (const bool stopped : {false, true}) {
+        sink.keys.clear();
+        HRESULT result = hr::unexpected;
+        std::thread scan([&] { result = Scan(stop.Handle(), pause.Handle()); });
+        stopped ? stop.Set() : pause.Set();
+        scan.join();
+        EXPECT_EQ(result, stopped ? hr::aborted : hr::ok);
+        EXPECT_EQ(sink.keys.size(), stopped ? 999u : 3000u);
+        pause.Reset();
+    }
+}
+
+TEST_F(ScanTest, SinkDecidesHowFarItGoes) {
+    sink.onRow = [&](bool*) {
+        return sink.keys.size() < 5 ? RowResult::goOn : RowResult::endDatabase;
+    };
+    EXPECT_EQ(Scan(stop.Handle()), hr::ok);
+    EXPECT_EQ(sink.keys.size(), 5u);
+    sink.onRow = [](bool*) { return RowResult::abandonDatabase; };
+    EXPECT_EQ(Scan(stop.Handle()), hr::fail);
+    EXPECT_EQ(sink.keys.size(), 6u);
+    sink.attachAnswer = hr::noInterface;
+    EXPECT_EQ(Scan(stop.Handle()), hr::noInterface);
+    EXPECT_EQ(sink.keys.size(), 6u);
+}
+
+}  // namespace
+}  // namespace ZEL

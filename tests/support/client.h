@@ -1,0 +1,126 @@
+#pragma once
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/countedptr.h"
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "zelstore/ieventstore.h"
+
+// What a host of the store needs: string values, a callback that keeps what it hears, and the
+// component, loaded.
+namespace ZEL::test {
+
+inline CountedPtr<IStringValue> Str(std::string_view utf8) {
+    std::wstring wide;
+    EXPECT_TRUE(wm::ToWide(utf8, wide));
+    return CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(std::wstring_view(wide)));
+}
+
+inline std::string Utf8(IStringValue* value) {
+    std::string text;
+    if (value != nullptr)
+        EXPECT_TRUE(wm::ToUtf8({value->GetText(), value->GetLength(0)}, text));
+    return text;
+}
+
+// Lives on the stack of a test: its count is not looked at.
+class RecordingCallback : public IQueryCallback {
+public:
+    TobResult QueryInterface(const GUID&, void** out) override {
+        *out = nullptr;
+        return TOBERR_NO_INTERFACE;
+    }
+    std::int64_t AddRef() override { return 2; }
+    std::int64_t Release() override { return 1; }
+    HRESULT OnQueryResults(HRESULT status, IValueCollection* results, bool isFinal, bool isComplete,
+                           IStringValue* resumeTime, std::int32_t resumeSequence) override {
+        if (isFinal) {
+            ++ends;
+            endStatus = status;
+            complete = isComplete;
+            EXPECT_EQ(results, nullptr);
+            return hr::ok;
+        }
+        batches.push_back(results->Count());
+        for (std::size_t i = 0; i < results->Count(); ++i)
+            texts.push_back(Utf8(results->GetValue(i)));
+        cursors.emplace_back(Utf8(resumeTime), resumeSequence);
+        return batchAnswer;
+    }
+
+    int ends = 0;
+    HRESULT endStatus = hr::fail;
+    bool complete = false;
+    HRESULT batchAnswer = hr::ok;
+    std::vector<std::size_t> batches;
+    std::vector<std::string> texts;
+    std::vector<std::pair<std::string, std::int32_t>> cursors;
+};
+
+// The component as a host sees it.
+class LoadedComponent {
+public:
+    LoadedComponent() {
+        std::wstring directory;
+        EXPECT_TRUE(wm::InstallDirectory(directory));
+        const std::string path = wm::ToUtf8Lossy(directory + L"/ZELStore.so");
+        module_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        EXPECT_NE(module_, nullptr) << ::dlerror();
+        getFactory = reinterpret_cast<GetFactoryFunction>(::dlsym(module_, "GetFactory"));
+        getObjectCount =
+            reinterpret_cast<GetObjectCountFunction>(::dlsym(module_, "GetObjectCount"));
+    }
+
+    CountedPtr<ITobFactory2> Factory() const {
+        ITobFactory* factory = nullptr;
+        EXPECT_EQ(getFactory(eventStoreObjectId, &factory), TOB_OK);
+        return CountedPtr<ITobFactory2>::Adopt(static_cast<ITobFactory2*>(factory));
+    }
+    CountedPtr<IEventStore7> Store() const {
+        CountedPtr<IEventStore7> store;
+        EXPECT_EQ(Factory()->CreateInstance(iidEventStore7, store.ReceiveVoid()), TOB_OK);
+        return store;
+    }
+
+    GetFactoryFunction getFactory = nullptr;
+    GetObjectCountFunction getObjectCount = nullptr;
+
+private:
+    void* module_ = nullptr;  // stays loaded until the process ends
+};
+
+// An event record as a sensor sends it: a file event at `time`.
+inline std::string FileEvent(const std::string& time, int sequence, const char* action = "create",
+                             const std::string& path = "C:\\\\temp\\\\a.txt") {
+    return R"({"artifacts":{"target":{"object_type":"file","path":{"value":[")" + path +
+           R"("]}}},"action":[")" + action + R"("],"begin_time":{"value":")" + time +
+           R"("},"seq_num":)" + std::to_string(sequence) + "}";
+}
+
+// Makes the record's key and inserts the record; gives the key.
+inline std::string InsertEvent(IEventStore7& store, const std::string& record) {
+    const auto text = Str(record);
+    CountedPtr<IStringValue> key;
+    EXPECT_EQ(store.MakeKey(text.Get(), keyKindEvent, key.Receive()), hr::ok) << record;
+    EXPECT_EQ(store.Insert(key.Get(), text.Get()), hr::ok);
+    return Utf8(key.Get());
+}
+
+inline HRESULT RunQuery(IEventStore7& store, const std::string& document,
+                        RecordingCallback& callback) {
+    wm::EventObject stop;
+    EXPECT_TRUE(stop.Create(false, false));
+    const auto text = Str(document);
+    const HRESULT result = store.Query(text.Get(), &callback, stop.Handle());
+    EXPECT_EQ(callback.ends, 1);
+    EXPECT_EQ(callback.endStatus, result);
+    return result;
+}
+
+}  // namespace ZEL::test

@@ -1,0 +1,217 @@
+#include <gtest/gtest.h>
+
+#include "runningstore.h"
+
+namespace ZEL {
+namespace {
+
+using test::RecordingCallback;
+using test::RunningStore;
+
+// A store with five file events, one a second from 10:00:00 on.
+class QueryTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(store_.core.Initialize(), hr::ok);
+        AddEvents(5);
+    }
+    void AddEvents(int count) {
+        for (int i = 0; i < count; ++i)
+            ASSERT_EQ(store_.Insert(Key(i), Value(i)), hr::ok);
+        Flush();
+    }
+    void Flush() {
+        ASSERT_EQ(store_.core.Stop(), hr::ok);  // writes on this thread
+    }
+    static std::string Time(int i) {
+        char text[32];
+        std::snprintf(text, sizeof(text), "2026-05-01T10:%02d:%02d.000Z", i / 60, i % 60);
+        return text;
+    }
+    static std::string Key(int i) {
+        return "p<begin_time>" + Time(i) + "<sequence>0000000001<object_type>file<action>create";
+    }
+    static std::string Value(int i) { return "{\"n\":" + std::to_string(i) + "}"; }
+    HRESULT Run(const std::string& document) {
+        got_ = {};
+        got_.batchAnswer = batchAnswer_;
+        wm::EventObject stop;
+        EXPECT_TRUE(stop.Create(false, false));
+        const auto text = test::Str(document);
+        const HRESULT result = store_.core.Query(text.Get(), &got_, stop.Handle(), nullptr);
+        EXPECT_EQ(got_.ends, 1);
+        EXPECT_EQ(got_.endStatus, result);
+        return result;
+    }
+    static std::string Query(const std::string& subQueries, const std::string& more = "") {
+        return R"({"event_query":{"events":[)" + subQueries + "]" + more + "}}";
+    }
+    static std::string From(int i, const std::string& more = "") {
+        return R"({"begin_time":{"value":")" + Time(i) + "\"}" + more + "}";
+    }
+
+    RunningStore store_;
+    RecordingCallback got_;
+    HRESULT batchAnswer_ = hr::ok;
+};
+
+TEST_F(QueryTest, TimeRangesAreClosedAtBothEnds) {
+    const auto range = [](const char* beginOp, int begin, const char* endOp, int end) {
+        const auto side = [](const char* name, const char* op, int i) {
+            return std::string("\"") + name + R"(":{"operator":{"value":")" + op +
+                   R"("},"value":")" + Time(i) + "\"}";
+        };
+        std::string text = "{" + side("begin_time", beginOp, begin);
+        if (endOp != nullptr)
+            text += "," + side("end_time", endOp, end);
+        return text + "}";
+    };
+    const struct {
+        std::string subQuery;
+        std::vector<std::string> texts;
+    } rows[] = {
+        {range("greater_than_or_equal", 1, "less_than_or_equal", 3),
+         {Value(1), Value(2), Value(3)}},
+        {range("greater_than", 1, "less_than", 3), {Value(2)}},
+        {range("less_than", 2, nullptr, 0), {Value(0), Value(1)}},
+        {range("less_than_or_equal", 2, nullptr, 0), {Value(0), Value(1), Value(2)}},
+        {range("greater_than", 4, nullptr, 0), {}},
+        {From(3), {Value(3), Value(4)}},
+        {From(3, R"(,"seq_num":2)"), {Value(4)}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Run(Query(row.subQuery)), hr::ok) << row.subQuery;
+        EXPECT_EQ(got_.texts, row.texts) << row.subQuery;
+        EXPECT_TRUE(got_.complete);
+    }
+}
+
+TEST_F(QueryTest, LimitsCountOverAllSubQueries) {
+    const std::string two = From(0, R"(,"end_time":{"value":")" + Time(1) + "\"}");
+    const struct {
+        std::string subQueries;
+        int limit;
+        std::size_t texts;
+        bool complete;
+    } rows[] = {
+        {From(0), 2, 2, true},
+        {From(0), 0, 1, false},  // the first match goes out before the limit is looked at
+        {From(0), -5, 5, true},
+        {two + "," + From(0), 2, 3, false},
+        {two + "," + From(0), 4, 4, true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(
+            Run(Query(row.subQueries, ",\"limit_result_count\":" + std::to_string(row.limit))),
+            hr::ok);
+        EXPECT_EQ(got_.texts.size(), row.texts) << row.limit;
+        EXPECT_EQ(got_.complete, row.complete) << row.limit;
+    }
+}
+
+TEST_F(QueryTest, ResultsComeInBatchesOfAHundred) {
+    AddEvents(250);
+    EXPECT_EQ(Run(Query(From(0))), hr::ok);
+    EXPECT_EQ(got_.batches, (std::vector<std::size_t>{100, 100, 50}));
+    EXPECT_EQ(Run(Query(From(0), ",\"limit_result_count\":100")), hr::ok);
+    EXPECT_EQ(got_.batches, (std::vector<std::size_t>{100}));
+    batchAnswer_ = hr::fail;
+    EXPECT_EQ(Run(Query(From(0))), hr::ok);
+    EXPECT_EQ(got_.batches, (std::vector<std::size_t>{100, 100}))
+        << "the walk ends, and the batch is offered once more at the end";
+}
+
+TEST_F(QueryTest, ReceiveTimeRowsAreAFamilyOfTheirOwn) {
+    for (int i : {1, 2})
+        ASSERT_EQ(
+            store_.Insert("r<receive_time>" + Time(i) + "<sequence>000000000" + std::to_string(i),
+                          R"({"event_pkey":")" + Key(i) + R"(","event_enrichment":{"a":)" +
+                              std::to_string(i) + "}}"),
+            hr::ok);
+    ASSERT_EQ(store_.Insert("r<receive_time>" + Time(3) + "<sequence>0000000003",
+                            R"({"event_pkey":"p<begin_time>gone"})"),
+              hr::ok);
+    Flush();
+    EXPECT_EQ(Run(Query(R"({"receive_time":{"value":")" + Time(0) + "\"}}")), hr::ok);
+    EXPECT_EQ(got_.texts, (std::vector<std::string>{R"({"n":1,"enriched_data":{"a":1}})",
+                                                    R"({"n":2,"enriched_data":{"a":2}})"}));
+    EXPECT_EQ(got_.cursors.front(), (std::pair<std::string, std::int32_t>{Time(2), 2}));
+    EXPECT_EQ(Run(Query(From(4))), hr::ok);
+    EXPECT_EQ(got_.texts.size(), 1u) << "the walk ends where the other family begins";
+}
+
+TEST_F(QueryTest, FaultsEndInOneEndCall) {
+    const struct {
+        std::string document;
+        HRESULT result;
+    } rows[] = {
+        {"", hr::invalidArgument},
+        {"not json", hr::unexpected},
+        {R"({"event_query":{"events":{}}})", hr::unexpected},
+        {Query(R"({"seq_num":1})"), hr::invalidArgument},
+        {Query(R"({"end_time":{"value":"x"}})"), hr::invalidArgument},
+        {Query(From(0, R"(,"action":["fly"])")), hr::unexpected},
+        {Query(R"({"begin_time":{"value":"x","operator":{"value":"equals"}}})"),
+         hr::invalidArgument},
+        {"{}", hr::ok},
+        {R"({"event_query":{}})", hr::ok},
+        {R"({"event_query":{"events":[]}})", hr::ok},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Run(row.document), row.result) << row.document;
+        EXPECT_TRUE(got_.complete);
+        EXPECT_TRUE(got_.texts.empty());
+    }
+    EXPECT_EQ(Run(Query(From(3) + R"(,{"seq_num":1})")), hr::invalidArgument);
+    EXPECT_EQ(got_.texts.size(), 2u) << "what was delivered stays delivered";
+    EXPECT_EQ(store_.core.Query(nullptr, nullptr, nullptr, nullptr), hr::invalidArgument);
+}
+
+TEST_F(QueryTest, ConditionsAreTestedOnTheKey) {
+    const auto withPath = [](const std::string& op, const std::string& value) {
+        return From(
+            0, R"(,"artifacts":{"target":{"object_type":"file","path":{"operator":{"value":")" +
+                   op + R"("},"value":[")" + value + R"("]}}})");
+    };
+    ASSERT_EQ(store_.Insert(Key(9) + "<target_path_name>C:\\Temp\\Tool.exe", Value(9)), hr::ok);
+    Flush();
+    const struct {
+        std::string subQuery;
+        std::size_t matches;
+    } rows[] = {
+        {From(0, R"(,"action":["delete","create"])"), 6},
+        {From(0, R"(,"action":["delete"])"), 0},
+        {withPath("ends_with", "TOOL.EXE"), 1},
+        {withPath("starts_with", "c:\\\\temp"), 1},
+        {withPath("equals", "*\\\\tool.e?e"), 1},
+        {withPath("fits_pattern", ".*\\\\tool\\\\.exe"), 1},
+        {withPath("fits_pattern", "("), 0},
+        {withPath("does_not_contain", "tool"), 0},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Run(Query(row.subQuery)), hr::ok);
+        EXPECT_EQ(got_.texts.size(), row.matches) << row.subQuery;
+    }
+}
+
+TEST_F(QueryTest, EnrichmentsAreSplicedIn) {
+    const std::string silent = "<silent_sequence>0000000001<silent_enrichment>1";
+    const std::string live = "<silent_sequence>0000000002<silent_enrichment>0";
+    ASSERT_EQ(store_.Insert(Key(1) + silent, R"({"s":1})", true), hr::ok);
+    ASSERT_EQ(store_.Insert(Key(2) + live, R"({"l":2})", true), hr::ok);
+    Flush();
+    const std::string both = ",\"include_enrichments\":true,\"no_live_enriched_events\":true";
+    EXPECT_EQ(Run(Query(From(0), ",\"include_enrichments\":true")), hr::ok);
+    ASSERT_EQ(got_.texts.size(), 5u);
+    EXPECT_EQ(got_.texts[0], Value(0));
+    EXPECT_EQ(got_.texts[1], R"({"n":1,"enrichments":[{"s":1}]})");
+    EXPECT_EQ(got_.texts[2], R"({"n":2,"enrichments":[{"l":2}]})");
+    EXPECT_EQ(Run(Query(From(0), both)), hr::ok);
+    ASSERT_EQ(got_.texts.size(), 4u) << "the event with a live enrichment is left out";
+    EXPECT_EQ(got_.texts[1], R"({"n":1,"enrichments":[{"s":1}]})");
+    EXPECT_EQ(Run(Query(From(0), ",\"no_live_enriched_events\":true")), hr::ok);
+    EXPECT_EQ(got_.texts[1], Value(1));
+}
+
+}  // namespace
+}  // namespace ZEL
