@@ -1,10 +1,10 @@
-#include <sys/stat.h>
-
+#include <atomic>
 #include <cerrno>
 #include <thread>
 
 #include "databasefixture.h"
 #include "support/slowdisk.h"
+#include "zelstore/database/foldergate.h"
 
 namespace ZEL {
 namespace {
@@ -133,16 +133,26 @@ TEST_F(InstanceTest, MarkedFolderGoesWithItsLastUser) {
     EXPECT_FALSE(store.Exists(name)) << "nobody uses it: it goes at once";
 }
 
-TEST_F(InstanceTest, OpenersWaitForACloseInProgress) {
+TEST_F(InstanceTest, OpenersWaitForACloseThatIsStillToCome) {
     MakeDatabase();
-    LevelDbInstanceProxy proxy(store.Folder(name));
-    for (int round = 0; round < 100; ++round) {
-        InstancePtr user, next;
-        ASSERT_EQ(proxy.GetInstance(&user, false), hr::ok);
-        std::thread closer([&user] { user.reset(); });
-        const HRESULT result = proxy.GetInstance(&next, false);
-        closer.join();
-        ASSERT_EQ(result, hr::ok) << "round " << round;
+    const auto gate = FolderGate::For(store.Folder(name));
+    for (int round = 0; round < 50; ++round) {
+        {
+            const wm::Hold hold(gate->lock);
+            gate->SetOpen({});  // the last user has let go, its closing has not begun
+        }
+        std::atomic<bool> isOpening{false};
+        std::thread opener([&] {
+            isOpening = true;
+            EXPECT_EQ(Open(false), hr::ok) << "in round " << round;
+        });
+        while (!isOpening)
+            std::this_thread::yield();
+        {
+            const wm::Hold hold(gate->lock);
+            gate->SetClosed();
+        }
+        opener.join();
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "common/countedptr.h"
 #include "common/hostservices.h"
+#include "common/itobfactory.h"
 #include "common/textbridge.h"
 #include "zelstore/ieventstore.h"
 
@@ -24,13 +25,12 @@ inline CountedPtr<IStringValue> Str(std::string_view utf8) {
 
 inline std::string Utf8(IStringValue* value) {
     std::string text;
-    if (value != nullptr)
-        EXPECT_TRUE(wm::ToUtf8({value->GetText(), value->GetLength(0)}, text));
+    EXPECT_TRUE(value == nullptr || wm::ToUtf8({value->GetText(), value->GetLength(0)}, text));
     return text;
 }
 
 // Lives on the stack of a test: its count is not looked at.
-class RecordingCallback : public IQueryCallback {
+class RecordingCallback final : public IQueryCallback {
 public:
     TobResult QueryInterface(const GUID&, void** out) override {
         *out = nullptr;

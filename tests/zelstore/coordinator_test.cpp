@@ -155,8 +155,7 @@ TEST(Coordinator, ProducersNeverWaitForTheDisk) {
     EXPECT_EQ(store.Insert(silent, "{}", true), hr::ok) << "the other queue is not full";
     disk.AwaitBlocked();
     disk.Unblock();
-    ASSERT_EQ(store.core.Stop(), hr::ok);
-    EXPECT_EQ(store.CountEvents(), static_cast<std::size_t>(accepted));
+    EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(accepted));
 }
 
 TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {
@@ -172,8 +171,7 @@ TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {
         });
     for (std::thread& thread : threads)
         thread.join();
-    ASSERT_EQ(store.core.Stop(), hr::ok);
-    EXPECT_EQ(store.CountEvents(), static_cast<std::size_t>(producers * each));
+    EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(producers * each));
 }
 
 TEST(Coordinator, StoppedStoreQueuesAndReportsWhenFull) {

@@ -24,7 +24,7 @@ protected:
         ASSERT_EQ(store_.core.Stop(), hr::ok);  // writes on this thread
     }
     static std::string Time(int i) {
-        char text[32];
+        char text[64];
         std::snprintf(text, sizeof(text), "2026-05-01T10:%02d:%02d.000Z", i / 60, i % 60);
         return text;
     }
@@ -184,7 +184,7 @@ TEST_F(QueryTest, ConditionsAreTestedOnTheKey) {
         {withPath("ends_with", "TOOL.EXE"), 1},
         {withPath("starts_with", "c:\\\\temp"), 1},
         {withPath("equals", "*\\\\tool.e?e"), 1},
-        {withPath("fits_pattern", ".*\\\\tool\\\\.exe"), 1},
+        {withPath("fits_pattern", ".*\\\\\\\\tool\\\\.exe"), 1},
         {withPath("fits_pattern", "("), 0},
         {withPath("does_not_contain", "tool"), 0},
     };

@@ -9,9 +9,26 @@
 
 #include "support/client.h"
 #include "support/storefixture.h"
+#include "zelstore/database/iquerysink.h"
+#include "zelstore/database/masterdatabase.h"
 #include "zelstore/eventstoreimpl.h"
 
 namespace ZEL::test {
+
+class CountingSink final : public IQuerySink {
+public:
+    HRESULT Begin(IZelDbImpl*) override { return hr::ok; }
+    HRESULT End() override { return hr::ok; }
+    HRESULT Attach(leveldb::DB*, const leveldb::ReadOptions&) override { return hr::ok; }
+    RowResult OnRecord(const leveldb::Slice&, const leveldb::Slice&, bool*) override {
+        ++rows;
+        return RowResult::goOn;
+    }
+    HRESULT SetEndValue(const std::string&) override { return hr::ok; }
+    std::int32_t GetMatchCount() override { return 0; }
+
+    std::size_t rows = 0;
+};
 
 // A store core of its own on an empty directory, with periods that suit a test.
 class RunningStore {
@@ -37,14 +54,17 @@ public:
         while (!OnDisk(key))
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    std::size_t CountEvents() {
-        RecordingCallback callback;
+    // Ends the store, reads the directory anew and counts the rows.
+    std::size_t StopAndCount() {
+        EXPECT_EQ(core.Stop(), hr::ok);
+        EXPECT_EQ(core.Shutdown(), hr::ok);
+        ZelMasterDatabase database;
+        EXPECT_EQ(database.LoadExistingDatabases(), hr::ok);
+        CountingSink sink;
         wm::EventObject stop;
         EXPECT_TRUE(stop.Create(false, false));
-        const auto document = Str(
-            R"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"}}]}})");
-        EXPECT_EQ(core.Query(document.Get(), &callback, stop.Handle(), nullptr), hr::ok);
-        return callback.texts.size();
+        EXPECT_EQ(database.Scan("p", &sink, stop.Handle(), nullptr), hr::ok);
+        return sink.rows;
     }
 
     TempStore directory;

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+// What the program says to people goes to stderr; stdout is for data alone.
+namespace zel {
+
+// Values of the process's end that scripts can trust.
+namespace exitCode {
+inline constexpr int done = 0;
+inline constexpr int nothingFound = 1;
+inline constexpr int usage = 2;
+inline constexpr int noStore = 3;
+inline constexpr int losses = 4;  // done, but with losses or unreadable folders
+inline constexpr int interrupted = 130;
+}  // namespace exitCode
+
+// One line "zel: text".
+void Say(const std::string& text);
+
+// A line that the next one overwrites; only where stderr is a terminal.
+void ShowProgress(const std::string& text);
+void ClearProgress();
+
+// Set by SIGINT and SIGTERM once WatchInterrupts has run.
+void WatchInterrupts();
+bool Interrupted() noexcept;
+
+// "0x80004005" and, for the codes that people meet, what they mean.
+std::string Describe(std::int32_t result);
+
+}  // namespace zel

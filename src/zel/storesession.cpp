@@ -1,0 +1,230 @@
+#include "storesession.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "messages.h"
+
+namespace zel {
+
+using ZEL::CountedPtr;
+using ZEL::IStringValue;
+
+namespace {
+
+// Tells reports and traces of the store and its services, for -v; reports of broken settings
+// always.
+class Narrator final : public wm::IErrorReportSink, public wm::ITraceSink {
+public:
+    explicit Narrator(bool verbose) : verbose_(verbose) {}
+
+    void OnReport(const wm::ErrorReport& report) override {
+        const bool isSettings = report.Label() == "Settings";
+        if (!verbose_ && !isSettings)
+            return;
+        std::string line = report.Label().empty() ? report.Where().function : report.Label();
+        line += ": " + Describe(static_cast<std::int32_t>(report.Code()));
+        for (const auto& [name, value] : report.Details())
+            line += ", " + name + ": " + value;
+        Say(line);
+    }
+    bool Enabled(wm::TraceLevel level) const noexcept override {
+        return verbose_ && level <= wm::TraceLevel::warning;
+    }
+    void OnTrace(const wm::TraceMessage& message) noexcept override {
+        try {
+            std::string line = message.text;
+            if (Failed(message.code))
+                line += ": " + Describe(static_cast<std::int32_t>(message.code));
+            if (!message.argument.empty())
+                line.append(": ").append(message.argument);
+            Say(line);
+        } catch (...) {
+            return;  // a trace message is not worth more
+        }
+    }
+
+private:
+    const bool verbose_;
+};
+
+bool SetToken(const std::string& name, const std::string& value) {
+    std::wstring token, wide;
+    if (!wm::ToWide("%" + name + "%", token) || !wm::ToWide(value, wide)) {
+        Say(name + " is not UTF-8");
+        return false;
+    }
+    wm::SetPathToken(token, wide);
+    return true;
+}
+
+bool ReadConfiguration(const std::string& file) {
+    try {
+        for (const CLI::ConfigItem& item : CLI::ConfigINI().from_file(file)) {
+            if (item.inputs.size() != 1) {
+                Say(file + ": " + item.fullname() + " needs one value");
+                return false;
+            }
+            if (!SetToken(item.name, item.inputs.front()))
+                return false;
+        }
+        return true;
+    } catch (const std::exception& error) {
+        Say(file + ": " + error.what());
+        return false;
+    }
+}
+
+std::string DefaultSettingsFile() {
+    const char* const config = std::getenv("XDG_CONFIG_HOME");
+    if (config != nullptr && *config != '\0')
+        return std::string(config) + "/zelstore/settings.ini";
+    const char* const home = std::getenv("HOME");
+    return home != nullptr ? std::string(home) + "/.config/zelstore/settings.ini" : "";
+}
+
+bool HasToken(const wchar_t* token) {
+    std::wstring value;
+    return wm::ResolvePathVariable(token, value) && !value.empty();
+}
+
+bool StoreDirectory(std::string* directory) {
+    std::wstring wide;
+    if (wm::ResolvePathVariable(L"%ZELDataStore%", wide) && wm::ToUtf8(wide, *directory))
+        return true;
+    Say("no store is named: use --store DIR, ZEL_STORE or a configuration with ZELDataStore");
+    return false;
+}
+
+bool CheckDirectory(const std::string& directory, StoreSession::Need need) {
+    constexpr mode_t ownerOnly = 0700;
+    struct stat info {};
+    bool exists = ::stat(directory.c_str(), &info) == 0;
+    if (!exists && need == StoreSession::Need::writable) {
+        if (::mkdir(directory.c_str(), ownerOnly) != 0) {
+            Say("the store " + directory + " can't be made: " + std::strerror(errno));
+            return false;
+        }
+        exists = ::stat(directory.c_str(), &info) == 0;
+    }
+    if (!exists || !S_ISDIR(info.st_mode)) {
+        Say("the store " + directory + (exists ? " is no directory" : " does not exist"));
+        return false;
+    }
+    const int access = need == StoreSession::Need::writable ? R_OK | W_OK | X_OK : R_OK | X_OK;
+    if (::access(directory.c_str(), access) != 0) {
+        Say("the store " + directory + " can't be used: " + std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ApplyOptions(const GlobalOptions& options) {
+    static Narrator narrator(options.verbose);
+    wm::SetErrorReportSink(&narrator);
+    wm::SetTraceSink(&narrator);
+    if (!options.config.empty() && !ReadConfiguration(options.config))
+        return false;
+    if (!options.store.empty() && !SetToken("ZELDataStore", options.store))
+        return false;
+    if (HasToken(L"%ZELSettingsFile%"))
+        return true;
+    const std::string settings = DefaultSettingsFile();
+    return settings.empty() || SetToken("ZELSettingsFile", settings);
+}
+
+bool StoreSession::Open(Need need) {
+    std::string directory;
+    if (!StoreDirectory(&directory) || !CheckDirectory(directory, need))
+        return false;
+    const ZEL::TobResult loaded = wm::LoadInstalledObject(
+        L"ZELStore", ZEL::eventStoreObjectId, ZEL::iidEventStore7, store_.ReceiveVoid());
+    if (Failed(loaded)) {
+        Say("the store's component can't be loaded; -v tells why");
+        return false;
+    }
+    const ZEL::HRESULT started = store_->Initialize();
+    if (Failed(started)) {
+        Say("the store " + directory +
+            " can't be opened: " + Describe(static_cast<std::int32_t>(started)));
+        store_.Reset();
+        return false;
+    }
+    return true;
+}
+
+bool StoreSession::Close() {
+    if (!store_)
+        return true;
+    const ZEL::HRESULT stopped = store_->Stop();
+    if (Failed(stopped))
+        Say("the last records can't be written: " + Describe(static_cast<std::int32_t>(stopped)));
+    const ZEL::HRESULT closed = store_->Shutdown();
+    // Only now has the last batch been written.
+    const std::uint32_t failures = TellDatabaseErrors();
+    store_.Reset();
+    return Succeeded(stopped) && Succeeded(closed) && failures == 0;
+}
+
+std::uint32_t StoreSession::TellDatabaseErrors() {
+    constexpr const char* operations[] = {"use", "open", "read", "write"};
+    ZEL::IValueCollection* raw = nullptr;
+    if (Failed(store_->GetDatabaseErrors(&raw)) || raw == nullptr)
+        return 0;
+    const auto list = CountedPtr<ZEL::IValueCollection>::Adopt(raw);
+    std::uint32_t total = 0;
+    for (std::size_t i = 0; i < list->Count(); ++i) {
+        ZEL::IValueRecord& record = *list->GetRecord(i);
+        std::uint32_t operation = 0, count = 0, result = 0;
+        record.GetNumber(1, &operation);
+        record.GetNumber(2, &count);
+        record.GetNumber(3, &result);
+        total += count;
+        Say("folder " + ToText(record.GetText(0)) + ": " + std::to_string(count) +
+            " failure(s) to " + operations[operation % 4] +
+            ", the last: " + Describe(static_cast<std::int32_t>(result)));
+    }
+    ZEL::IgnoreResult(store_->ClearDatabaseErrors(), "told already");
+    return total;
+}
+
+CountedPtr<IStringValue> ToValue(std::string_view utf8) {
+    std::wstring wide;
+    if (!wm::ToWide(utf8, wide))
+        return nullptr;
+    return CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(std::wstring_view(wide)));
+}
+
+std::string ToText(IStringValue* value) {
+    return value != nullptr ? wm::ToUtf8Lossy({value->GetText(), value->GetLength(0)}) : "";
+}
+
+std::string JsonString(std::string_view utf8) {
+    std::string out = "\"";
+    for (const char c : utf8) {
+        if (c == '"' || c == '\\') {
+            out.push_back('\\');
+            out.push_back(c);
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof(escaped), "\\u%04x", static_cast<unsigned>(c));
+            out += escaped;
+        } else {
+            out.push_back(c);
+        }
+    }
+    return out + "\"";
+}
+
+}  // namespace zel

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "common/countedptr.h"
+#include "zelstore/ieventstore.h"
+
+namespace zel {
+
+// What is asked of all commands.
+struct GlobalOptions {
+    std::string store;   // --store, else ZEL_STORE, else the configuration
+    std::string config;  // an ini file with path tokens, such as ZELDataStore=/var/lib/zel
+    bool verbose = false;
+};
+
+// Reads the configuration and tells the host services the store's directory and the settings file.
+// False, with a message, when the configuration can't be used.
+bool ApplyOptions(const GlobalOptions& options);
+
+// A started store. Ends it when it goes.
+class StoreSession {
+public:
+    StoreSession() = default;
+    ~StoreSession() { Close(); }
+    StoreSession(const StoreSession&) = delete;
+    StoreSession& operator=(const StoreSession&) = delete;
+
+    enum class Need { existing, writable };
+
+    // Loads the component and starts the store. With `writable` the directory is made (mode 0700)
+    // when it is missing. False, with one message, when any of it fails.
+    bool Open(Need need);
+    // Flushes and closes; tells failures. False when something was not written.
+    bool Close();
+
+    // Tells the databases that failed; their number of failures. Clears the store's table.
+    std::uint32_t TellDatabaseErrors();
+
+    ZEL::IEventStore7* operator->() const noexcept { return store_.Get(); }
+    ZEL::IEventStore7& operator*() const noexcept { return *store_; }
+
+private:
+    ZEL::CountedPtr<ZEL::IEventStore7> store_;
+};
+
+// A string value of a text that is known to be UTF-8; null when it is not, or without memory.
+ZEL::CountedPtr<ZEL::IStringValue> ToValue(std::string_view utf8);
+std::string ToText(ZEL::IStringValue* value);
+
+// The text as a JSON string, with its quotes.
+std::string JsonString(std::string_view utf8);
+
+}  // namespace zel

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+namespace zel {
+
+// A time as people write it: RFC 3339 (2026-11-12T10:00:00Z, with a fraction or an offset, a blank
+// in place of T), a date, "now", "today", "yesterday" (UTC), or a distance back such as -2h (s, m,
+// h, d, w). The result is the store's form, UTC with milliseconds.
+struct TimeArgument {
+    bool ok = false;
+    std::string text;
+    std::string error;       // what is wrong
+    std::size_t column = 0;  // where, counted from 0
+};
+TimeArgument ParseTimeArgument(const std::string& argument,
+                               std::chrono::sys_time<std::chrono::milliseconds> now);
+
+}  // namespace zel
