@@ -1,5 +1,6 @@
 #include <charconv>
 #include <cstdio>
+#include <filesystem>
 
 #include "commands.h"
 #include "common/hostservices.h"
@@ -37,6 +38,15 @@ bool Open(const SettingsOptions& options, OpenKey* open) {
     return true;
 }
 
+// The service writes its file but makes no folders. A failure shows when it writes.
+void MakeSettingsFolder() {
+    std::wstring file;
+    std::string path;
+    std::error_code ignored;
+    if (wm::ResolvePathVariable(L"%ZELSettingsFile%", file) && wm::ToUtf8(file, path))
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+}
+
 }  // namespace
 
 int RunSettingsGet(const SettingsOptions& options) {
@@ -60,6 +70,7 @@ int RunSettingsSet(const SettingsOptions& options) {
         Say("\"" + options.value + "\" is no number from 0 to 4294967295");
         return exitCode::usage;
     }
+    MakeSettingsFolder();
     OpenKey open;
     if (!Open(options, &open))
         return exitCode::noStore;

@@ -3,6 +3,7 @@
 #include <cpprest/json.h>
 
 #include "common/trace.h"
+#include "zelstore/schema/vocabulary.h"
 
 namespace ZEL {
 
@@ -42,10 +43,12 @@ HRESULT ParseReceiveRow(std::string_view value, ReceiveRow* row) {
     try {
         web::json::value parsed =
             web::json::value::parse(utility::conversions::to_string_t(std::string(value)));
-        row->eventKey = utility::conversions::to_utf8string(parsed.at(U("event_pkey")).as_string());
+        row->eventKey =
+            utility::conversions::to_utf8string(parsed.at(ZEL_TEXT("event_pkey")).as_string());
         row->enrichment = utility::conversions::to_utf8string(
-            parsed.has_field(U("event_enrichment")) ? parsed.at(U("event_enrichment")).serialize()
-                                                    : utility::string_t(U("null")));
+            parsed.has_field(ZEL_TEXT("event_enrichment"))
+                ? parsed.at(ZEL_TEXT("event_enrichment")).serialize()
+                : utility::string_t(ZEL_TEXT("null")));
         return hr::ok;
     } catch (const web::json::json_exception&) {
         return hr::fail;

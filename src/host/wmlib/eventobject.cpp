@@ -1,8 +1,8 @@
 #include "common/eventobject.h"
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -29,9 +29,10 @@ struct Event {
 
 struct Table {
     std::mutex mutex;
-    // A handle is the event's address. A waiter keeps the event alive, so that its address is not
-    // given out again in the meantime.
+    // Handles are numbers that are never given out twice, so that a stale one can't reach an event
+    // that was made later. A waiter keeps its events alive.
     std::unordered_map<ZEL::HANDLE, std::shared_ptr<Event>> open;
+    std::uintptr_t lastHandle = 0;
 };
 
 Table& Events() {
@@ -45,6 +46,7 @@ using EventList = std::vector<std::shared_ptr<Event>>;
 // The events behind the handles; empty when one of them names none.
 EventList Find(const Table& table, std::size_t count, const ZEL::HANDLE* handles) {
     EventList events;
+    events.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         const auto found = table.open.find(handles[i]);
         if (found == table.open.end())
@@ -65,26 +67,43 @@ std::uint32_t TakeFirstSet(const EventList& events) {
     return waitTimedOut;
 }
 
+// Stands in the waiting lists of the events while it lives. Made and destroyed under the lock.
+class Registration {
+public:
+    // Throws before anything is entered, or not at all.
+    Registration(const EventList& events, Waiter* waiter) : events_(events), waiter_(waiter) {
+        for (const auto& event : events_)
+            event->waiters.reserve(event->waiters.size() + events_.size());
+        for (const auto& event : events_)
+            event->waiters.push_back(waiter_);
+    }
+    ~Registration() {
+        for (const auto& event : events_)
+            std::erase(event->waiters, waiter_);
+    }
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+private:
+    const EventList& events_;
+    Waiter* const waiter_;
+};
+
 std::uint32_t WaitRegistered(std::unique_lock<std::mutex>& lock, const EventList& events,
                              std::uint32_t timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     Waiter waiter;
-    for (const auto& event : events)
-        event->waiters.push_back(&waiter);
-    std::uint32_t result = waitTimedOut;
+    const Registration registration(events, &waiter);
     for (;;) {
         std::cv_status status = std::cv_status::no_timeout;
         if (timeoutMs == waitForever)
             waiter.wake.wait(lock);
         else
             status = waiter.wake.wait_until(lock, deadline);
-        result = TakeFirstSet(events);
+        const std::uint32_t result = TakeFirstSet(events);
         if (result != waitTimedOut || status == std::cv_status::timeout)
-            break;
+            return result;
     }
-    for (const auto& event : events)
-        event->waiters.erase(std::find(event->waiters.begin(), event->waiters.end(), &waiter));
-    return result;
 }
 
 bool SetState(ZEL::HANDLE handle, bool set) noexcept {
@@ -128,9 +147,9 @@ bool EventObject::Create(bool manualReset, bool initiallySet) noexcept {
         auto event = std::make_shared<Event>();
         event->manualReset = manualReset;
         event->set = initiallySet;
-        const ZEL::HANDLE handle = event.get();
         Table& table = Events();
         const std::lock_guard lock(table.mutex);
+        const auto handle = reinterpret_cast<ZEL::HANDLE>(++table.lastHandle);
         table.open.emplace(handle, std::move(event));
         handle_.store(handle, std::memory_order_release);
         return true;

@@ -1,8 +1,6 @@
 #include "common/filesystem.h"
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "common/textbridge.h"
 #include "common/trace.h"
@@ -14,9 +12,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// False for what can't be a path. The system would end it at a NUL and take another one.
 bool ToPath(const std::wstring& text, fs::path& path) {
     std::string narrow;
-    if (!ToUtf8(text, narrow))
+    if (!ToUtf8(text, narrow) || narrow.find('\0') != std::string::npos)
         return false;
     path = fs::path(std::u8string(narrow.begin(), narrow.end()));
     return true;
@@ -161,30 +160,14 @@ ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text) {
     fs::path native;
     if (!ToPath(path, native))
         return ZEL::hr::invalidArgument;
-    std::ifstream in(native, std::ios::binary);
-    std::ostringstream read;
-    read << in.rdbuf();
-    if (!in || !read)
-        return ZEL::hr::fail;
-    *text = read.str();
-    return ZEL::hr::ok;
+    return ToResult(platform::ReadFile(native.string(), text));
 }
 
 ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text) {
     fs::path native;
     if (!ToPath(path, native))
         return ZEL::hr::invalidArgument;
-    fs::path fresh = native;
-    fresh += ".new";
-    if (!platform::WriteAndSync(fresh.string(), text))
-        return ZEL::hr::fail;
-    std::error_code error;
-    fs::rename(fresh, native, error);
-    if (error) {
-        std::error_code ignored;
-        fs::remove(fresh, ignored);
-    }
-    return ToResult(error);
+    return ToResult(platform::ReplaceFile(native.string(), text));
 }
 
 bool IsLockedByAnotherProcess(const std::wstring& file) noexcept {

@@ -121,6 +121,8 @@ public:
             const TobResult result = library.getFactory(objectId, factory.Receive());
             if (Failed(result))
                 return result;
+            if (!factory)
+                return TOBERR_FAIL;
             return factory->CreateInstance(iid, out);
         } catch (...) {
             return TOBERR_OUT_OF_MEMORY;
@@ -172,7 +174,7 @@ ZEL::TobResult Open(std::atomic<Interface*>& injected, const wchar_t* component,
     void* object = nullptr;
     const ZEL::TobResult result = LoadInstalledObject(component, objectId, iid, &object);
     *out = static_cast<Interface*>(object);
-    return result;
+    return Succeeded(result) && object == nullptr ? ZEL::TOBERR_NO_INTERFACE : result;
 }
 
 }  // namespace
@@ -225,6 +227,9 @@ void SetObjectLoader(IObjectLoader* replacement) noexcept {
 ZEL::TobResult LoadInstalledObject(const std::wstring& name, const ZEL::GUID& objectId,
                                    const ZEL::GUID& iid, void** out) noexcept {
     constexpr std::size_t mostCharacters = 259;
+    if (out == nullptr)
+        return ZEL::TOBERR_INVALID_ARG;
+    *out = nullptr;
     try {
         std::wstring directory;
         if (!InstallDirectory(directory))

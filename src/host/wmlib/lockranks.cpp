@@ -33,8 +33,10 @@ void PushRank(LockRank rank, const void* lock, bool again) noexcept {
     for (int i = 0; i < heldCount && !alreadyMine; ++i)
         if (held[i].rank >= rank)
             AbortOnInversion(held[i], rank, lock);
-    if (heldCount == mostHeld)
+    if (heldCount == mostHeld) {
+        std::fprintf(stderr, "lock order: one thread holds more than %d locks\n", mostHeld);
         std::abort();
+    }
     held[heldCount++] = {rank, lock};
 }
 

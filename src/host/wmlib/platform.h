@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include "common/itobfactory.h"
@@ -21,8 +22,8 @@ std::wstring LibraryFolder();
 // File name extension of a loadable component, with its dot.
 const wchar_t* ComponentExtension() noexcept;
 
-// Loads a component for the rest of the process and gives its GetFactory; null when it can't be
-// loaded, with a trace, or has no such export.
+// Loads a component for the rest of the process and gives its GetFactory, null when it has no such
+// export. A failure is traced.
 struct LoadedLibrary {
     bool loaded = false;
     ZEL::GetFactoryFunction getFactory = nullptr;
@@ -31,9 +32,11 @@ LoadedLibrary LoadComponent(const std::wstring& path);
 
 bool IsLockedByAnotherProcess(const std::string& file) noexcept;
 
-// Makes the file with access for its owner alone, writes it and waits for the disk. Leaves no file
-// behind on failure.
-bool WriteAndSync(const std::string& file, const std::string& text) noexcept;
+// A regular file, never through a link.
+std::error_code ReadFile(const std::string& file, std::string* text);
+// Puts a new file, with access for its owner alone, in place of `file` once the disk has it. Leaves
+// nothing behind on failure.
+std::error_code ReplaceFile(const std::string& file, const std::string& text);
 
 // Bytes that the caller may use on the volume of `path`. False when the system can't tell.
 bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept;

@@ -1,6 +1,8 @@
 #include "common/textbridge.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace wm {
 
@@ -13,6 +15,33 @@ constexpr std::uint32_t replacement = 0xFFFD;
 
 constexpr bool IsSurrogate(std::uint32_t c) {
     return c >= 0xD800 && c <= 0xDFFF;
+}
+
+// Nearly all text is ASCII: runs of it are found by blocks and copied as they are.
+template <typename Unit>
+std::size_t AsciiEnd(std::basic_string_view<Unit> text, std::size_t at) noexcept {
+    using Bits = std::make_unsigned_t<Unit>;
+    constexpr std::size_t block = 16;
+    for (; text.size() - at >= block; at += block) {
+        Bits all = 0;
+        for (std::size_t i = 0; i < block; ++i)
+            all = static_cast<Bits>(all | static_cast<Bits>(text[at + i]));
+        if (all >= 0x80)
+            break;
+    }
+    while (at < text.size() && static_cast<Bits>(text[at]) < 0x80)
+        ++at;
+    return at;
+}
+
+template <typename From, typename To>
+void AppendAscii(std::basic_string_view<From> run, std::basic_string<To>& out) {
+    const std::size_t length = out.size();
+    out.resize(length + run.size());
+    const From* const from = run.data();
+    To* const to = out.data() + length;
+    for (std::size_t i = 0; i < run.size(); ++i)
+        to[i] = static_cast<To>(from[i]);
 }
 
 void AppendUtf8(std::uint32_t c, std::string& out) {
@@ -34,12 +63,14 @@ void AppendUtf8(std::uint32_t c, std::string& out) {
 }
 
 void AppendWide(std::uint32_t c, std::wstring& out) {
-    if (wideIs16Bit && c >= 0x10000) {
-        out.push_back(static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10)));
-        out.push_back(static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
-    } else {
-        out.push_back(static_cast<wchar_t>(c));
+    if constexpr (wideIs16Bit) {
+        if (c >= 0x10000) {
+            out.push_back(static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10)));
+            out.push_back(static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+            return;
+        }
     }
+    out.push_back(static_cast<wchar_t>(c));
 }
 
 // One code point from `at` on, which moves behind it; `malformed` leaves `at` behind one unit.
@@ -81,14 +112,13 @@ std::uint32_t NextUtf8(std::string_view bytes, std::size_t& at) {
 }  // namespace
 
 bool ToUtf8(std::wstring_view text, std::string& out) {
-    // Nearly all text is ASCII: what leads up to the first other character is simply narrowed.
-    std::size_t at = 0;
-    while (at < text.size() && static_cast<std::uint32_t>(text[at]) < 0x80)
-        ++at;
-    out.resize(at);
-    for (std::size_t i = 0; i < at; ++i)
-        out[i] = static_cast<char>(text[i]);
-    while (at < text.size()) {
+    out.clear();
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = AsciiEnd(text, at);
+        AppendAscii(text.substr(at, end - at), out);
+        at = end;
+        if (at == text.size())
+            break;
         const std::uint32_t c = NextWide(text, at);
         if (c == malformed)
             return false;
@@ -98,32 +128,28 @@ bool ToUtf8(std::wstring_view text, std::string& out) {
 }
 
 bool ToWide(std::string_view utf8, std::wstring& out) {
-    out.resize(utf8.size());  // never more characters than bytes
-    std::size_t length = 0;
-    std::wstring pair;
+    out.clear();
     for (std::size_t at = 0; at < utf8.size();) {
-        const auto byte = static_cast<unsigned char>(utf8[at]);
-        if (byte < 0x80) {
-            out[length++] = static_cast<wchar_t>(byte);
-            ++at;
-            continue;
-        }
+        const std::size_t end = AsciiEnd(utf8, at);
+        AppendAscii(utf8.substr(at, end - at), out);
+        at = end;
+        if (at == utf8.size())
+            break;
         const std::uint32_t c = NextUtf8(utf8, at);
         if (c == malformed)
             return false;
-        pair.clear();
-        AppendWide(c, pair);
-        for (const wchar_t unit : pair)
-            out[length++] = unit;
+        AppendWide(c, out);
     }
-    out.resize(length);
     return true;
 }
 
 bool IsUtf8(std::string_view bytes) noexcept {
-    for (std::size_t at = 0; at < bytes.size();)
+    std::size_t at = AsciiEnd(bytes, 0);
+    while (at < bytes.size()) {
         if (NextUtf8(bytes, at) == malformed)
             return false;
+        at = AsciiEnd(bytes, at);
+    }
     return true;
 }
 

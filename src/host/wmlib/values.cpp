@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <new>
-#include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -45,14 +45,31 @@ private:
     ObjectOwnership noOwner_;
 };
 
+// The characters stand right behind the object, in the same allocation.
 class StringValue final : public Counted<IStringValue, iidStringValue> {
 public:
-    explicit StringValue(std::wstring_view text) : text_(text) {}
-    std::size_t GetLength(int) override { return text_.size(); }
-    const wchar_t* GetText() override { return text_.c_str(); }
+    // With one reference; null when memory runs out.
+    static StringValue* Create(std::wstring_view text) noexcept {
+        const std::size_t bytes = sizeof(StringValue) + (text.size() + 1) * sizeof(wchar_t);
+        void* const place = ::operator new(bytes, std::nothrow);
+        if (place == nullptr)
+            return nullptr;
+        auto* const value = ::new (place) StringValue(text);
+        value->AddRef();
+        return value;
+    }
+    static void operator delete(void* place) { ::operator delete(place); }
+
+    std::size_t GetLength(int) override { return length_; }
+    const wchar_t* GetText() override { return Text(); }
 
 private:
-    const std::wstring text_;
+    explicit StringValue(std::wstring_view text) noexcept : length_(text.size()) {
+        *std::copy(text.begin(), text.end(), Text()) = L'\0';
+    }
+    wchar_t* Text() noexcept { return reinterpret_cast<wchar_t*>(this + 1); }
+
+    const std::size_t length_;
 };
 
 class ValueRecord final : public Counted<IValueRecord, iidValueRecord> {
@@ -128,25 +145,22 @@ private:
 };
 
 // A new object with one reference, or null without memory.
-template <typename T, typename... Arguments>
-T* Make(const Arguments&... arguments) noexcept {
-    try {
-        T* const object = new T(arguments...);
+template <typename T>
+T* Make() noexcept {
+    T* const object = new (std::nothrow) T;
+    if (object != nullptr)
         object->AddRef();
-        return object;
-    } catch (...) {
-        return nullptr;
-    }
+    return object;
 }
 
 }  // namespace
 
 IStringValue* CreateStringValue(const wchar_t* text) noexcept {
-    return text != nullptr ? Make<StringValue>(std::wstring_view(text)) : nullptr;
+    return text != nullptr ? StringValue::Create(text) : nullptr;
 }
 
 IStringValue* CreateStringValue(std::wstring_view text) noexcept {
-    return Make<StringValue>(text.substr(0, text.find(L'\0')));
+    return StringValue::Create(text.substr(0, text.find(L'\0')));
 }
 
 IValueCollection* CreateValueCollection() noexcept {

@@ -2,9 +2,12 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
+#include "common/trace.h"
 #include "platform.h"
 
 namespace wm {
@@ -14,10 +17,33 @@ struct RegisteredWaitTimer::State {
     std::condition_variable changed;
     std::function<void()> callback;
     std::thread::id thread;
-    bool active = false;    // a thread ticks
-    bool stopping = false;  // it is to end
+    bool active = false;     // a thread ticks
+    bool stopping = false;   // it is to end
+    std::uint64_t runs = 0;  // tells a Stop of one run from the next
     std::uint32_t lastError = 0;
+
+    void Tick(std::uint32_t periodMs);
 };
+
+// The thread's body. A tick that takes longer than the period delays the next one; none is made up
+// for.
+void RegisteredWaitTimer::State::Tick(std::uint32_t periodMs) {
+    const std::chrono::milliseconds period(periodMs);
+    std::unique_lock lock(mutex);
+    while (!changed.wait_for(lock, period, [this] { return stopping; })) {
+        const std::function<void()> call = callback;
+        lock.unlock();
+        try {
+            call();
+        } catch (...) {
+            Trace(TraceLevel::error, "a timer's callback threw", ZEL::hr::unexpected);
+        }
+        lock.lock();
+    }
+    active = false;
+    thread = {};
+    changed.notify_all();
+}
 
 RegisteredWaitTimer::RegisteredWaitTimer() : state_(std::make_shared<State>()) {}
 
@@ -36,36 +62,24 @@ bool RegisteredWaitTimer::Create(std::function<void()> callback) {
 bool RegisteredWaitTimer::Start(std::uint32_t periodMs) {
     const std::shared_ptr<State> state = state_;
     const std::lock_guard lock(state->mutex);
-    if (state->active || !state->callback) {
+    if (state->active || !state->callback || periodMs == 0) {
         state->lastError = 87;  // bad argument
         return false;
     }
     try {
-        std::thread thread([state, periodMs] {
-            std::unique_lock tickLock(state->mutex);
-            auto next = std::chrono::steady_clock::now();
-            while (!state->stopping) {
-                next += std::chrono::milliseconds(periodMs);
-                if (state->changed.wait_until(tickLock, next, [&] { return state->stopping; }))
-                    break;
-                const std::function<void()> callback = state->callback;
-                tickLock.unlock();
-                callback();
-                tickLock.lock();
-            }
-            state->active = false;
-            state->thread = {};
-            state->changed.notify_all();
-        });
+        std::thread thread([state, periodMs] { state->Tick(periodMs); });
         state->active = true;
         state->stopping = false;
+        ++state->runs;
         state->thread = thread.get_id();
         thread.detach();
         return true;
+    } catch (const std::system_error& error) {
+        state->lastError = platform::Win32Code(error.code().value());
     } catch (...) {
-        state->lastError = platform::Win32Code(0);
-        return false;
+        state->lastError = 14;  // out of memory
     }
+    return false;
 }
 
 bool RegisteredWaitTimer::IsActive() const noexcept {
@@ -82,7 +96,8 @@ void RegisteredWaitTimer::Stop() noexcept {
     state->changed.notify_all();
     if (state->thread == std::this_thread::get_id())
         return;  // the callback stops its own timer: this tick is the last
-    state->changed.wait(lock, [&] { return !state->active; });
+    const std::uint64_t run = state->runs;
+    state->changed.wait(lock, [&] { return !state->active || state->runs != run; });
 }
 
 std::uint32_t RegisteredWaitTimer::LastError() const noexcept {

@@ -15,6 +15,7 @@ struct WorkerThread::State {
     mutable std::mutex mutex;
     std::condition_variable ended;
     bool running = false;
+    std::uint64_t runs = 0;  // tells a waiter for one run from the next
     bool stopRequested = false;
     std::thread::id id;
     std::thread::native_handle_type handle{};  // valid while `running`
@@ -53,6 +54,9 @@ bool WorkerThread::Start(std::function<ZEL::HRESULT()> body) {
         state->running = true;
         state->id = thread.get_id();
         state->handle = thread.native_handle();
+        ++state->runs;
+        if (!state->name.empty())
+            platform::NameThread(state->handle, state->name);
         thread.detach();
         return true;
     } catch (...) {
@@ -76,10 +80,12 @@ bool WorkerThread::StopRequested() const noexcept {
 }
 
 void WorkerThread::Wait() noexcept {
-    std::unique_lock lock(state_->mutex);
-    if (state_->id == std::this_thread::get_id())
+    const std::shared_ptr<State> state = state_;
+    std::unique_lock lock(state->mutex);
+    if (state->id == std::this_thread::get_id())
         return;
-    state_->ended.wait(lock, [this] { return !state_->running; });
+    const std::uint64_t run = state->runs;
+    state->ended.wait(lock, [&] { return !state->running || state->runs != run; });
 }
 
 bool WorkerThread::IsCurrentThread() const noexcept {

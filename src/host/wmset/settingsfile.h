@@ -32,7 +32,7 @@ private:
 
     ZEL::TobResult ReadLocked(Keys* keys) REQUIRES(lock_);
 
-    wm::Lock lock_;
+    wm::Lock lock_{wm::LockRank::settings};
     Keys inMemory_ GUARDED_BY(lock_);
 };
 

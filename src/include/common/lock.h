@@ -24,6 +24,7 @@ enum class LockRank : int {
     job = 80,                  // the job controller's and the job manager's locks
     keys = 85,                 // EventStoreProxy's key state
     errors = 90,               // the table of database errors
+    settings = 95,             // the settings file
     leaf = 100,                // nothing is taken under it
 };
 

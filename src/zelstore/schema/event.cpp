@@ -52,17 +52,17 @@ void Event::ReadArtifacts(const value& in) {
     actor.reset();
     target.reset();
     result.reset();
-    if (!in.has_field(U("artifacts")))
+    if (!in.has_field(ZEL_TEXT("artifacts")))
         return;
-    const web::json::object& artifacts = Member(in, U("artifacts")).as_object();
+    const web::json::object& artifacts = Member(in, ZEL_TEXT("artifacts")).as_object();
     const auto read = [&](const utility::char_t* key, std::unique_ptr<ZelSchemaParser>& object) {
         const auto found = artifacts.find(key);
         if (found != artifacts.end())
             object = CreateObjectFromJson(found->second);
     };
-    read(U("actor"), actor);
-    read(U("target"), target);
-    read(U("result"), result);
+    read(ZEL_TEXT("actor"), actor);
+    read(ZEL_TEXT("target"), target);
+    read(ZEL_TEXT("result"), result);
 }
 
 void Event::FromJson(const value& in) {
@@ -72,21 +72,21 @@ void Event::FromJson(const value& in) {
     event_count = -1;
     seq_num = 0;
     ReadArtifacts(in);
-    ReadField(in, U("type_id"), type_id);
-    if (in.has_field(U("action")))
-        for (const value& name : Member(in, U("action")).as_array())
+    ReadField(in, ZEL_TEXT("type_id"), type_id);
+    if (in.has_field(ZEL_TEXT("action")))
+        for (const value& name : Member(in, ZEL_TEXT("action")).as_array())
             action.push_back(ActionTypes().Number(name.as_string()));
-    ReadFields(in, U("begin_time"), begin_time, U("receive_time"), receive_time, U("end_time"),
-               end_time, U("correlation_uid"), correlation_uid);
-    if (in.has_field(U("filter")))
-        filter = Member(in, U("filter")).as_string() == U("record") ? 0 : 1;
-    ReadField(in, U("ref_uid"), ref_uid);
-    if (in.has_field(U("event_count")))
-        event_count = static_cast<std::int32_t>(ReadNumber32(Member(in, U("event_count"))));
-    if (in.has_field(U("seq_num")))
-        seq_num = ReadNumber32(Member(in, U("seq_num")));
-    if (in.has_field(U("enable"))) {
-        enable = Member(in, U("enable")).as_bool();
+    ReadFields(in, ZEL_TEXT("begin_time"), begin_time, ZEL_TEXT("receive_time"), receive_time,
+               ZEL_TEXT("end_time"), end_time, ZEL_TEXT("correlation_uid"), correlation_uid);
+    if (in.has_field(ZEL_TEXT("filter")))
+        filter = Member(in, ZEL_TEXT("filter")).as_string() == ZEL_TEXT("record") ? 0 : 1;
+    ReadField(in, ZEL_TEXT("ref_uid"), ref_uid);
+    if (in.has_field(ZEL_TEXT("event_count")))
+        event_count = static_cast<std::int32_t>(ReadNumber32(Member(in, ZEL_TEXT("event_count"))));
+    if (in.has_field(ZEL_TEXT("seq_num")))
+        seq_num = ReadNumber32(Member(in, ZEL_TEXT("seq_num")));
+    if (in.has_field(ZEL_TEXT("enable"))) {
+        enable = Member(in, ZEL_TEXT("enable")).as_bool();
         enable_present = true;
     }
 }
@@ -94,26 +94,27 @@ void Event::FromJson(const value& in) {
 void Event::ToJson(value& out) const {
     out = value::object(true);
     value artifacts = value::object(true);
-    WriteArtifact(artifacts, U("actor"), actor);
-    WriteArtifact(artifacts, U("target"), target);
-    WriteArtifact(artifacts, U("result"), result);
-    out[U("artifacts")] = std::move(artifacts);
+    WriteArtifact(artifacts, ZEL_TEXT("actor"), actor);
+    WriteArtifact(artifacts, ZEL_TEXT("target"), target);
+    WriteArtifact(artifacts, ZEL_TEXT("result"), result);
+    out[ZEL_TEXT("artifacts")] = std::move(artifacts);
     if (!action.empty()) {
         value names = value::array(action.size());
         for (std::size_t i = 0; i < action.size(); ++i)
             names[i] = value::string(ActionTypes().Name(action[i]));
-        out[U("action")] = std::move(names);
+        out[ZEL_TEXT("action")] = std::move(names);
     }
-    WriteFields(out, U("begin_time"), begin_time, U("receive_time"), receive_time, U("end_time"),
-                end_time, U("type_id"), type_id, U("correlation_uid"), correlation_uid);
-    out[U("filter")] = value::string(filter == 0 ? U("record") : U("submit"));
-    WriteField(out, U("ref_uid"), ref_uid);
+    WriteFields(out, ZEL_TEXT("begin_time"), begin_time, ZEL_TEXT("receive_time"), receive_time,
+                ZEL_TEXT("end_time"), end_time, ZEL_TEXT("type_id"), type_id,
+                ZEL_TEXT("correlation_uid"), correlation_uid);
+    out[ZEL_TEXT("filter")] = value::string(filter == 0 ? ZEL_TEXT("record") : ZEL_TEXT("submit"));
+    WriteField(out, ZEL_TEXT("ref_uid"), ref_uid);
     if (event_count > 0)
-        out[U("event_count")] = value::number(event_count);
+        out[ZEL_TEXT("event_count")] = value::number(event_count);
     if (seq_num != 0)
-        out[U("seq_num")] = value::number(seq_num);
+        out[ZEL_TEXT("seq_num")] = value::number(seq_num);
     if (enable_present)
-        out[U("enable")] = value::boolean(enable);
+        out[ZEL_TEXT("enable")] = value::boolean(enable);
 }
 
 bool Event::IsValid() const {

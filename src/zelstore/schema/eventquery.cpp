@@ -8,7 +8,7 @@ using web::json::value;
 
 namespace {
 
-constexpr const utility::char_t* keyQuery = U("event_query");
+constexpr const utility::char_t* keyQuery = ZEL_TEXT("event_query");
 
 bool ReadFlag(const value& in, const utility::char_t* key, bool absent) {
     return in.has_field(key) ? Member(in, key).as_bool() : absent;
@@ -22,10 +22,10 @@ void EventQuery::FromJson(const value& document) {
         return;
     const value& in = Member(document, keyQuery);
     static_cast<void>(in.as_object());  // throws for anything but an object
-    if (in.has_field(U("command_uid")))
-        command_uid = Member(in, U("command_uid")).as_string();
-    if (in.has_field(U("events"))) {
-        const web::json::array& list = Member(in, U("events")).as_array();
+    if (in.has_field(ZEL_TEXT("command_uid")))
+        command_uid = Member(in, ZEL_TEXT("command_uid")).as_string();
+    if (in.has_field(ZEL_TEXT("events"))) {
+        const web::json::array& list = Member(in, ZEL_TEXT("events")).as_array();
         events.reserve(list.size());
         for (const value& element : list) {
             Event event;
@@ -35,26 +35,26 @@ void EventQuery::FromJson(const value& document) {
             events.push_back(static_cast<const Event&>(event));
         }
     }
-    if (in.has_field(U("limit_result_count")))
+    if (in.has_field(ZEL_TEXT("limit_result_count")))
         limit_result_count =
-            static_cast<std::int32_t>(ReadNumber32(Member(in, U("limit_result_count"))));
-    include_enrichments = ReadFlag(in, U("include_enrichments"), false);
-    no_live_enriched_events = ReadFlag(in, U("no_live_enriched_events"), false);
+            static_cast<std::int32_t>(ReadNumber32(Member(in, ZEL_TEXT("limit_result_count"))));
+    include_enrichments = ReadFlag(in, ZEL_TEXT("include_enrichments"), false);
+    no_live_enriched_events = ReadFlag(in, ZEL_TEXT("no_live_enriched_events"), false);
 }
 
 void EventQuery::ToJson(value& out) const {
     value query = value::object(true);
     if (!command_uid.empty())
-        query[U("command_uid")] = value::string(command_uid);
+        query[ZEL_TEXT("command_uid")] = value::string(command_uid);
     if (!events.empty()) {
         value list = value::array(events.size());
         for (std::size_t i = 0; i < events.size(); ++i)
             events[i].ToJson(list[i]);
-        query[U("events")] = std::move(list);
+        query[ZEL_TEXT("events")] = std::move(list);
     }
-    query[U("limit_result_count")] = value::number(limit_result_count);
-    query[U("include_enrichments")] = value::boolean(include_enrichments);
-    query[U("no_live_enriched_events")] = value::boolean(no_live_enriched_events);
+    query[ZEL_TEXT("limit_result_count")] = value::number(limit_result_count);
+    query[ZEL_TEXT("include_enrichments")] = value::boolean(include_enrichments);
+    query[ZEL_TEXT("no_live_enriched_events")] = value::boolean(no_live_enriched_events);
     out = value::object(true);
     out[keyQuery] = std::move(query);
 }

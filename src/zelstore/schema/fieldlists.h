@@ -6,7 +6,7 @@
 // order.
 namespace ZEL::Schema {
 
-inline constexpr const utility::char_t* keyObjectType = U("object_type");
+inline constexpr const utility::char_t* keyObjectType = ZEL_TEXT("object_type");
 
 // Begins the JSON of an object class.
 inline void WriteObject(web::json::value& out, const ZelSchemaParser& object) {

@@ -9,23 +9,26 @@ using web::json::value;
 
 void Process::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("path"), path, U("normalized_path"), normalized_path,
-                U("alternate_data_stream_name"), alternate_data_stream_name, U("md5"), md5,
-                U("sha2"), sha2, U("cmd_line"), cmd_line, U("session_id"), session_id, U("pid"),
-                pid, U("uid"), uid, U("loaded_modules"), loaded_modules);
-    WriteFields(out, U("security_descriptor"), security_descriptor, U("url"), url, U("file_id"),
-                file_id, U("size"), size, U("signature_company_name"), signature_company_name,
-                U("signature_value_ids"), signature_value_ids, U("signature_level_id"),
-                signature_level_id, U("state"), state);
+    WriteFields(out, ZEL_TEXT("path"), path, ZEL_TEXT("normalized_path"), normalized_path,
+                ZEL_TEXT("alternate_data_stream_name"), alternate_data_stream_name, ZEL_TEXT("md5"),
+                md5, ZEL_TEXT("sha2"), sha2, ZEL_TEXT("cmd_line"), cmd_line, ZEL_TEXT("session_id"),
+                session_id, ZEL_TEXT("pid"), pid, ZEL_TEXT("uid"), uid, ZEL_TEXT("loaded_modules"),
+                loaded_modules);
+    WriteFields(out, ZEL_TEXT("security_descriptor"), security_descriptor, ZEL_TEXT("url"), url,
+                ZEL_TEXT("file_id"), file_id, ZEL_TEXT("size"), size,
+                ZEL_TEXT("signature_company_name"), signature_company_name,
+                ZEL_TEXT("signature_value_ids"), signature_value_ids,
+                ZEL_TEXT("signature_level_id"), signature_level_id, ZEL_TEXT("state"), state);
 }
 
 void Process::FromJson(const value& in) {
     ResetFields(normalized_path, alternate_data_stream_name, security_descriptor, url, file_id,
                 size, signature_company_name, signature_value_ids);
     ReadObjectType(in, *this);
-    ReadFields(in, U("path"), path, U("md5"), md5, U("sha2"), sha2, U("cmd_line"), cmd_line,
-               U("session_id"), session_id, U("pid"), pid, U("uid"), uid, U("loaded_modules"),
-               loaded_modules, U("signature_level_id"), signature_level_id, U("state"), state);
+    ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("md5"), md5, ZEL_TEXT("sha2"), sha2,
+               ZEL_TEXT("cmd_line"), cmd_line, ZEL_TEXT("session_id"), session_id, ZEL_TEXT("pid"),
+               pid, ZEL_TEXT("uid"), uid, ZEL_TEXT("loaded_modules"), loaded_modules,
+               ZEL_TEXT("signature_level_id"), signature_level_id, ZEL_TEXT("state"), state);
 }
 
 bool Process::IsValid() const {
@@ -38,17 +41,19 @@ bool Process::IsValid() const {
 
 void File::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("path"), path, U("normalized_path"), normalized_path,
-                U("alternate_data_stream_name"), alternate_data_stream_name, U("md5"), md5,
-                U("sha2"), sha2, U("security_descriptor"), security_descriptor, U("size"), size,
-                U("attributes"), attributes, U("attribute_ids"), attribute_ids, U("state"), state);
+    WriteFields(out, ZEL_TEXT("path"), path, ZEL_TEXT("normalized_path"), normalized_path,
+                ZEL_TEXT("alternate_data_stream_name"), alternate_data_stream_name, ZEL_TEXT("md5"),
+                md5, ZEL_TEXT("sha2"), sha2, ZEL_TEXT("security_descriptor"), security_descriptor,
+                ZEL_TEXT("size"), size, ZEL_TEXT("attributes"), attributes,
+                ZEL_TEXT("attribute_ids"), attribute_ids, ZEL_TEXT("state"), state);
 }
 
 void File::FromJson(const value& in) {
     ResetFields(normalized_path, alternate_data_stream_name, security_descriptor, size, attributes,
                 attribute_ids);
     ReadObjectType(in, *this);
-    ReadFields(in, U("path"), path, U("md5"), md5, U("sha2"), sha2, U("state"), state);
+    ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("md5"), md5, ZEL_TEXT("sha2"), sha2,
+               ZEL_TEXT("state"), state);
 }
 
 bool File::IsValid() const {
@@ -59,14 +64,14 @@ bool File::IsValid() const {
 
 void Directory::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("path"), path, U("normalized_path"), normalized_path,
-                U("security_descriptor"), security_descriptor, U("state"), state);
+    WriteFields(out, ZEL_TEXT("path"), path, ZEL_TEXT("normalized_path"), normalized_path,
+                ZEL_TEXT("security_descriptor"), security_descriptor, ZEL_TEXT("state"), state);
 }
 
 void Directory::FromJson(const value& in) {
     ResetFields(normalized_path, security_descriptor);
     ReadObjectType(in, *this);
-    ReadFields(in, U("path"), path, U("state"), state);
+    ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("state"), state);
 }
 
 bool Directory::IsValid() const {
@@ -75,16 +80,17 @@ bool Directory::IsValid() const {
 
 void Module::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("path"), path, U("normalized_path"), normalized_path,
-                U("alternate_data_stream_name"), alternate_data_stream_name, U("md5"), md5,
-                U("sha2"), sha2, U("state"), state, U("signature_level_id"), signature_level_id);
+    WriteFields(out, ZEL_TEXT("path"), path, ZEL_TEXT("normalized_path"), normalized_path,
+                ZEL_TEXT("alternate_data_stream_name"), alternate_data_stream_name, ZEL_TEXT("md5"),
+                md5, ZEL_TEXT("sha2"), sha2, ZEL_TEXT("state"), state,
+                ZEL_TEXT("signature_level_id"), signature_level_id);
 }
 
 void Module::FromJson(const value& in) {
     ResetFields(normalized_path, alternate_data_stream_name);
     ReadObjectType(in, *this);
-    ReadFields(in, U("path"), path, U("md5"), md5, U("sha2"), sha2, U("state"), state,
-               U("signature_level_id"), signature_level_id);
+    ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("md5"), md5, ZEL_TEXT("sha2"), sha2,
+               ZEL_TEXT("state"), state, ZEL_TEXT("signature_level_id"), signature_level_id);
 }
 
 bool Module::IsValid() const {

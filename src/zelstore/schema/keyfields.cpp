@@ -92,7 +92,7 @@ HRESULT PlainField(const StringPair* pair, ValueSink& sink) {
 // Wildcards under `equals` turn the condition into a pattern. The change stays for the values
 // behind, which are then taken for patterns as they stand.
 bool BecomesPattern(const Text& value, Operator& op) {
-    if (op.op != operatorEquals || value.find_first_of(U("*?")) == Text::npos)
+    if (op.op != operatorEquals || value.find_first_of(ZEL_TEXT("*?")) == Text::npos)
         return false;
     op.op = operatorFitsPattern;
     return true;
@@ -207,8 +207,8 @@ HRESULT CorrelationField(const Extraction& in, ValueSink& sink) {
     const Operator op = OperatorOf(in.event.correlation_uid->op);
     for (Text value : in.event.correlation_uid->values) {
         for (utility::char_t& c : value)
-            if (c >= U('a') && c <= U('z'))
-                c = static_cast<utility::char_t>(c - U('a') + U('A'));
+            if (c >= ZEL_TEXT('a') && c <= ZEL_TEXT('z'))
+                c = static_cast<utility::char_t>(c - ZEL_TEXT('a') + ZEL_TEXT('A'));
         if (!AddText(sink, value, op))
             return hr::unexpected;
     }
@@ -308,13 +308,13 @@ Text WildcardToPattern(const Text& value) {
     Text pattern;
     pattern.reserve(value.size() * 2);
     for (const utility::char_t c : value) {
-        if (c == U('?')) {
-            pattern += U(".{1}");
-        } else if (c == U('*')) {
-            pattern += U(".*");
+        if (c == ZEL_TEXT('?')) {
+            pattern += ZEL_TEXT(".{1}");
+        } else if (c == ZEL_TEXT('*')) {
+            pattern += ZEL_TEXT(".*");
         } else {
-            if (Text(U("\\.$^{}[]()|+")).find(c) != Text::npos)
-                pattern += U('\\');
+            if (Text(ZEL_TEXT("\\.$^{}[]()|+")).find(c) != Text::npos)
+                pattern += ZEL_TEXT('\\');
             pattern += c;
         }
     }

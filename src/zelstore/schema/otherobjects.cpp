@@ -44,37 +44,37 @@ void Unknown::FromJson(const value& in) {
 
 void Session::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteField(out, U("id"), id);
+    WriteField(out, ZEL_TEXT("id"), id);
     if (!session_state.empty()) {
         value names = value::array(session_state.size());
         for (std::size_t i = 0; i < session_state.size(); ++i)
             names[i] = value::string(SessionStates().Name(session_state[i]));
-        out[U("session_state")] = std::move(names);
+        out[ZEL_TEXT("session_state")] = std::move(names);
     }
-    WriteField(out, U("state"), state);
+    WriteField(out, ZEL_TEXT("state"), state);
 }
 
 void Session::FromJson(const value& in) {
     session_state.clear();
     ReadObjectType(in, *this);
-    ReadField(in, U("id"), id);
-    if (in.has_field(U("session_state")))
-        for (const value& name : Member(in, U("session_state")).as_array())
+    ReadField(in, ZEL_TEXT("id"), id);
+    if (in.has_field(ZEL_TEXT("session_state")))
+        for (const value& name : Member(in, ZEL_TEXT("session_state")).as_array())
             session_state.push_back(SessionStates().Number(name.as_string()));
-    ReadField(in, U("state"), state);
+    ReadField(in, ZEL_TEXT("state"), state);
 }
 
 void Network::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("dst_ip"), dst_ip, U("src_ip"), src_ip, U("url"), url, U("dst_port"),
-                dst_port, U("src_port"), src_port, U("protocol_id"), protocol_id, U("direction_id"),
-                direction_id);
+    WriteFields(out, ZEL_TEXT("dst_ip"), dst_ip, ZEL_TEXT("src_ip"), src_ip, ZEL_TEXT("url"), url,
+                ZEL_TEXT("dst_port"), dst_port, ZEL_TEXT("src_port"), src_port,
+                ZEL_TEXT("protocol_id"), protocol_id, ZEL_TEXT("direction_id"), direction_id);
 }
 
 void Network::FromJson(const value& in) {
     ResetFields(dst_port, src_port, protocol_id, direction_id);
     ReadObjectType(in, *this);
-    ReadFields(in, U("dst_ip"), dst_ip, U("src_ip"), src_ip, U("url"), url);
+    ReadFields(in, ZEL_TEXT("dst_ip"), dst_ip, ZEL_TEXT("src_ip"), src_ip, ZEL_TEXT("url"), url);
 }
 
 bool Network::IsValid() const {
@@ -84,14 +84,14 @@ bool Network::IsValid() const {
 
 void RegKey::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("path"), path, U("security_descriptor"), security_descriptor, U("state"),
-                state);
+    WriteFields(out, ZEL_TEXT("path"), path, ZEL_TEXT("security_descriptor"), security_descriptor,
+                ZEL_TEXT("state"), state);
 }
 
 void RegKey::FromJson(const value& in) {
     ResetFields(security_descriptor);
     ReadObjectType(in, *this);
-    ReadFields(in, U("path"), path, U("state"), state);
+    ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("state"), state);
 }
 
 bool RegKey::IsValid() const {
@@ -100,26 +100,26 @@ bool RegKey::IsValid() const {
 
 void RegValue::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("path"), path, U("name"), name);
-    out[U("type_id")] = value(type_id);
-    WriteFields(out, U("data"), data, U("security_descriptor"), security_descriptor);
+    WriteFields(out, ZEL_TEXT("path"), path, ZEL_TEXT("name"), name);
+    out[ZEL_TEXT("type_id")] = value(type_id);
+    WriteFields(out, ZEL_TEXT("data"), data, ZEL_TEXT("security_descriptor"), security_descriptor);
     if (isDefaultPresent)
-        out[U("default")] = value::boolean(isDefault);
-    WriteField(out, U("state"), state);
+        out[ZEL_TEXT("default")] = value::boolean(isDefault);
+    WriteField(out, ZEL_TEXT("state"), state);
 }
 
 void RegValue::FromJson(const value& in) {
     ResetFields(security_descriptor);
     isDefault = isDefaultPresent = false;
     ReadObjectType(in, *this);
-    ReadFields(in, U("path"), path, U("name"), name);
-    type_id = ReadPlain(in, U("type_id"), 1);
-    ReadField(in, U("data"), data);
-    if (in.has_field(U("default"))) {
-        isDefault = Member(in, U("default")).as_bool();
+    ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("name"), name);
+    type_id = ReadPlain(in, ZEL_TEXT("type_id"), 1);
+    ReadField(in, ZEL_TEXT("data"), data);
+    if (in.has_field(ZEL_TEXT("default"))) {
+        isDefault = Member(in, ZEL_TEXT("default")).as_bool();
         isDefaultPresent = true;
     }
-    ReadField(in, U("state"), state);
+    ReadField(in, ZEL_TEXT("state"), state);
 }
 
 bool RegValue::IsValid() const {
@@ -128,24 +128,27 @@ bool RegValue::IsValid() const {
 
 void Service::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("path"), path, U("normalized_path"), normalized_path, U("name"), name,
-                U("md5"), md5, U("sha2"), sha2);
-    WriteNumbers(out, U("type_ids"), type_ids);
-    out[U("start_id")] = value(start_id);
-    out[U("run_state_id")] = value(run_state_id);
-    WriteFields(out, U("loaded_module_name"), loaded_module_name, U("reg_path"), reg_path,
-                U("security_descriptor"), security_descriptor, U("state"), state);
+    WriteFields(out, ZEL_TEXT("path"), path, ZEL_TEXT("normalized_path"), normalized_path,
+                ZEL_TEXT("name"), name, ZEL_TEXT("md5"), md5, ZEL_TEXT("sha2"), sha2);
+    WriteNumbers(out, ZEL_TEXT("type_ids"), type_ids);
+    out[ZEL_TEXT("start_id")] = value(start_id);
+    out[ZEL_TEXT("run_state_id")] = value(run_state_id);
+    WriteFields(out, ZEL_TEXT("loaded_module_name"), loaded_module_name, ZEL_TEXT("reg_path"),
+                reg_path, ZEL_TEXT("security_descriptor"), security_descriptor, ZEL_TEXT("state"),
+                state);
 }
 
 void Service::FromJson(const value& in) {
     ResetFields(normalized_path);
     ReadObjectType(in, *this);
-    ReadFields(in, U("path"), path, U("name"), name, U("md5"), md5, U("sha2"), sha2);
-    ReadNumbers(in, U("type_ids"), type_ids);
-    start_id = ReadPlain(in, U("start_id"), 0);
-    run_state_id = ReadPlain(in, U("run_state_id"), 0);
-    ReadFields(in, U("loaded_module_name"), loaded_module_name, U("reg_path"), reg_path,
-               U("security_descriptor"), security_descriptor, U("state"), state);
+    ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("name"), name, ZEL_TEXT("md5"), md5,
+               ZEL_TEXT("sha2"), sha2);
+    ReadNumbers(in, ZEL_TEXT("type_ids"), type_ids);
+    start_id = ReadPlain(in, ZEL_TEXT("start_id"), 0);
+    run_state_id = ReadPlain(in, ZEL_TEXT("run_state_id"), 0);
+    ReadFields(in, ZEL_TEXT("loaded_module_name"), loaded_module_name, ZEL_TEXT("reg_path"),
+               reg_path, ZEL_TEXT("security_descriptor"), security_descriptor, ZEL_TEXT("state"),
+               state);
 }
 
 bool Service::IsValid() const {
@@ -156,14 +159,14 @@ bool Service::IsValid() const {
 
 void Url::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteField(out, U("text"), text);
-    WriteField(out, U("state"), state);
+    WriteField(out, ZEL_TEXT("text"), text);
+    WriteField(out, ZEL_TEXT("state"), state);
 }
 
 void Url::FromJson(const value& in) {
     ReadObjectType(in, *this);
-    ReadField(in, U("state"), state);
-    ReadField(in, U("text"), text);
+    ReadField(in, ZEL_TEXT("state"), state);
+    ReadField(in, ZEL_TEXT("text"), text);
 }
 
 bool Url::IsValid() const {
@@ -172,15 +175,15 @@ bool Url::IsValid() const {
 
 void KernelObject::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("name"), name, U("state"), state);
-    WriteNumbers(out, U("type_ids"), type_ids);
+    WriteFields(out, ZEL_TEXT("name"), name, ZEL_TEXT("state"), state);
+    WriteNumbers(out, ZEL_TEXT("type_ids"), type_ids);
 }
 
 void KernelObject::FromJson(const value& in) {
     type_ids.clear();
     ReadObjectType(in, *this);
-    ReadFields(in, U("name"), name, U("state"), state);
-    ReadNumbers(in, U("type_ids"), type_ids);
+    ReadFields(in, ZEL_TEXT("name"), name, ZEL_TEXT("state"), state);
+    ReadNumbers(in, ZEL_TEXT("type_ids"), type_ids);
 }
 
 bool KernelObject::IsValid() const {
@@ -189,21 +192,23 @@ bool KernelObject::IsValid() const {
 
 void Source::ToJson(value& out) const {
     out = value::object(true);
-    WriteField(out, U("facility"), facility);
+    WriteField(out, ZEL_TEXT("facility"), facility);
 }
 
 void Source::FromJson(const value& in) {
-    ReadField(in, U("facility"), facility);
+    ReadField(in, ZEL_TEXT("facility"), facility);
 }
 
 void Etw::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteFields(out, U("ref_event"), ref_event, U("source"), source, U("state"), state);
+    WriteFields(out, ZEL_TEXT("ref_event"), ref_event, ZEL_TEXT("source"), source,
+                ZEL_TEXT("state"), state);
 }
 
 void Etw::FromJson(const value& in) {
     ReadObjectType(in, *this);
-    ReadFields(in, U("ref_event"), ref_event, U("source"), source, U("state"), state);
+    ReadFields(in, ZEL_TEXT("ref_event"), ref_event, ZEL_TEXT("source"), source, ZEL_TEXT("state"),
+               state);
 }
 
 bool Etw::IsValid() const {
@@ -212,14 +217,14 @@ bool Etw::IsValid() const {
 
 void Amsi::ToJson(value& out) const {
     WriteObject(out, *this);
-    WriteField(out, U("resource"), resource);
-    WriteField(out, U("state"), state);
+    WriteField(out, ZEL_TEXT("resource"), resource);
+    WriteField(out, ZEL_TEXT("state"), state);
 }
 
 void Amsi::FromJson(const value& in) {
     ReadObjectType(in, *this);
-    ReadField(in, U("state"), state);
-    ReadField(in, U("resource"), resource);
+    ReadField(in, ZEL_TEXT("state"), state);
+    ReadField(in, ZEL_TEXT("resource"), resource);
 }
 
 bool Amsi::IsValid() const {

@@ -50,14 +50,14 @@ std::uint16_t Capture(const Match& match, int index) {
         return 0;
     std::uint16_t number = 0;
     for (const utility::char_t digit : match[index].str())
-        number = static_cast<std::uint16_t>(number * 10 + (digit - U('0')));
+        number = static_cast<std::uint16_t>(number * 10 + (digit - ZEL_TEXT('0')));
     return number;
 }
 
 HRESULT Matched(const Text& text, wm::SystemTime* time) {
     static const Pattern pattern(
-        U("^(\\d{4})-([01]\\d)-([0-3]\\d)[T| "
-          "]([0-2]\\d):([0-5]\\d)(?::([0-5]\\d)(?:\\.(\\d{3}))?)?Z$"));
+        ZEL_TEXT("^(\\d{4})-([01]\\d)-([0-3]\\d)[T| "
+                 "]([0-2]\\d):([0-5]\\d)(?::([0-5]\\d)(?:\\.(\\d{3}))?)?Z$"));
     Match match;
     if (!boost::regex_match(text, match, pattern))
         return hr::invalidData;

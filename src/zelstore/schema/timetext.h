@@ -9,7 +9,7 @@
 namespace ZEL::Schema {
 
 // The lowest time that there is; the open lower end of a range.
-inline constexpr const utility::char_t* zeroDate = U("1601-01-01T00:00:00.000Z");
+inline constexpr const utility::char_t* zeroDate = ZEL_TEXT("1601-01-01T00:00:00.000Z");
 
 HRESULT FormatTimestamp(const wm::SystemTime& time, Text* text);
 

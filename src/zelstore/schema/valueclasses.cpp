@@ -6,8 +6,8 @@ using web::json::value;
 
 namespace {
 
-constexpr const utility::char_t* keyOperator = U("operator");
-constexpr const utility::char_t* keyValue = U("value");
+constexpr const utility::char_t* keyOperator = ZEL_TEXT("operator");
+constexpr const utility::char_t* keyValue = ZEL_TEXT("value");
 
 template <typename T>
 value ToArray(const std::vector<T>& values) {
@@ -22,7 +22,7 @@ value ToArray(const std::vector<T>& values) {
 void Operator::ToJson(value& out) const {
     out = value::object(true);
     out[keyValue] = value::string(OperatorTypes().Name(op));
-    out[U("case_insensitive")] = value::boolean(!caseSensitive);
+    out[ZEL_TEXT("case_insensitive")] = value::boolean(!caseSensitive);
 }
 
 void Operator::FromJson(const value& in) {
@@ -30,8 +30,8 @@ void Operator::FromJson(const value& in) {
     caseSensitive = false;
     if (in.has_field(keyValue))
         op = OperatorTypes().Number(Member(in, keyValue).as_string());
-    if (in.has_field(U("case_insensitive")))
-        caseSensitive = !Member(in, U("case_insensitive")).as_bool();
+    if (in.has_field(ZEL_TEXT("case_insensitive")))
+        caseSensitive = !Member(in, ZEL_TEXT("case_insensitive")).as_bool();
 }
 
 void StringPair::ToJson(value& out) const {
@@ -99,18 +99,18 @@ void GuidPair::ToJson(web::json::value& out) const {
 
 void ExistPair::ToJson(value& out) const {
     out = value::object(true);
-    out[U("state")] = value::string(ExistStates().Name(state));
+    out[ZEL_TEXT("state")] = value::string(ExistStates().Name(state));
     if (!error_code.empty())
-        out[U("error_code")] = value::string(error_code);
+        out[ZEL_TEXT("error_code")] = value::string(error_code);
 }
 
 void ExistPair::FromJson(const value& in) {
     state = 0;
     error_code.clear();
-    if (in.has_field(U("state")))
-        state = ExistStates().Number(Member(in, U("state")).as_string());
-    if (in.has_field(U("error_code")))
-        error_code = Member(in, U("error_code")).as_string();
+    if (in.has_field(ZEL_TEXT("state")))
+        state = ExistStates().Number(Member(in, ZEL_TEXT("state")).as_string());
+    if (in.has_field(ZEL_TEXT("error_code")))
+        error_code = Member(in, ZEL_TEXT("error_code")).as_string();
 }
 
 }  // namespace ZEL::Schema

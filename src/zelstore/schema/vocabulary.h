@@ -5,6 +5,10 @@
 #include <cstdint>
 #include <map>
 
+// A literal of the schema's text type. The JSON library's own short name for it, U, is switched
+// off: it would rename template parameters all over.
+#define ZEL_TEXT(literal) _XPLATSTR(literal)
+
 // The names and numbers that records and queries use.
 namespace ZEL::Schema {
 

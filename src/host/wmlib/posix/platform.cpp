@@ -1,11 +1,8 @@
 #include "../platform.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/statvfs.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -56,48 +53,6 @@ LoadedLibrary LoadComponent(const std::wstring& path) {
     return {true, reinterpret_cast<ZEL::GetFactoryFunction>(dlsym(library, "GetFactory"))};
 }
 
-bool IsLockedByAnotherProcess(const std::string& file) noexcept {
-    const int descriptor = ::open(file.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor < 0)
-        return false;
-    struct flock query {};
-    query.l_type = F_WRLCK;
-    query.l_whence = SEEK_SET;
-    const bool locked = ::fcntl(descriptor, F_GETLK, &query) == 0 && query.l_type != F_UNLCK;
-    ::close(descriptor);
-    return locked;
-}
-
-bool WriteAndSync(const std::string& file, const std::string& text) noexcept {
-    constexpr mode_t ownerOnly = 0600;
-    const int descriptor =
-        ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, ownerOnly);
-    if (descriptor < 0)
-        return false;
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t written = ::write(descriptor, text.data() + done, text.size() - done);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            break;
-        done += static_cast<std::size_t>(written);
-    }
-    const bool synced = done == text.size() && ::fsync(descriptor) == 0;
-    const bool closed = ::close(descriptor) == 0;
-    if (!synced || !closed)
-        ::unlink(file.c_str());
-    return synced && closed;
-}
-
-bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
-    struct statvfs volume {};
-    if (::statvfs(path.c_str(), &volume) != 0 && ::statvfs("/", &volume) != 0)
-        return false;
-    *bytes = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
-    return true;
-}
-
 std::uint32_t Win32Code(int error) noexcept {
     switch (error) {
         case ENOENT:
@@ -112,6 +67,8 @@ std::uint32_t Win32Code(int error) noexcept {
             return 4;
         case ENOMEM:
             return 14;
+        case EAGAIN:
+            return 1450;  // no system resources
         case ENOSPC:
         case EDQUOT:
             return 112;

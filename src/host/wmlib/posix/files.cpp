@@ -1,0 +1,118 @@
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "../platform.h"
+
+namespace wm::platform {
+
+namespace {
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) noexcept : number_(number) {}
+    ~Descriptor() {
+        if (IsOpen())
+            ::close(number_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    bool IsOpen() const noexcept { return number_ >= 0; }
+    int Number() const noexcept { return number_; }
+    bool Close() noexcept { return ::close(std::exchange(number_, -1)) == 0; }
+
+private:
+    int number_;
+};
+
+std::error_code LastError() noexcept {
+    return {errno, std::generic_category()};
+}
+
+bool WriteAll(int file, const std::string& text) noexcept {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = ::write(file, text.data() + done, text.size() - done);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        done += static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+// Makes the new name itself last. A file system that can't do this for a folder loses nothing but
+// that promise, so a failure is none of the caller's.
+void SyncFolderOf(const std::string& file) {
+    const std::size_t separator = file.rfind('/');
+    const std::string folder = separator == std::string::npos ? "." : file.substr(0, separator + 1);
+    const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.IsOpen())
+        ::fsync(opened.Number());
+}
+
+}  // namespace
+
+std::error_code ReadFile(const std::string& file, std::string* text) {
+    // Without O_NONBLOCK the opening of a pipe would wait for its other end.
+    const Descriptor in(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat info {};
+    if (!in.IsOpen() || ::fstat(in.Number(), &info) != 0)
+        return LastError();
+    if (!S_ISREG(info.st_mode))
+        return std::make_error_code(std::errc::invalid_argument);
+    text->clear();
+    char buffer[4096];
+    for (;;) {
+        const ssize_t got = ::read(in.Number(), buffer, sizeof buffer);
+        if (got == 0)
+            return {};
+        if (got > 0)
+            text->append(buffer, static_cast<std::size_t>(got));
+        else if (errno != EINTR)
+            return LastError();
+    }
+}
+
+std::error_code ReplaceFile(const std::string& file, const std::string& text) {
+    // A name of its own for each writer: two processes never write into one file.
+    std::string fresh = file + ".XXXXXX";
+    Descriptor out(::mkostemp(fresh.data(), O_CLOEXEC));  // access for its owner alone
+    if (!out.IsOpen())
+        return LastError();
+    const bool written = WriteAll(out.Number(), text) && ::fsync(out.Number()) == 0 && out.Close();
+    if (!written || std::rename(fresh.c_str(), file.c_str()) != 0) {
+        const std::error_code error = LastError();
+        ::unlink(fresh.c_str());
+        return error;
+    }
+    SyncFolderOf(file);
+    return {};
+}
+
+bool IsLockedByAnotherProcess(const std::string& file) noexcept {
+    const Descriptor opened(::open(file.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+    struct flock query {};
+    query.l_type = F_WRLCK;
+    query.l_whence = SEEK_SET;
+    return opened.IsOpen() && ::fcntl(opened.Number(), F_GETLK, &query) == 0 &&
+           query.l_type != F_UNLCK;
+}
+
+bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
+    struct statvfs volume {};
+    if (::statvfs(path.c_str(), &volume) != 0 && ::statvfs("/", &volume) != 0)
+        return false;
+    *bytes = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
+    return true;
+}
+
+}  // namespace wm::platform

@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include "common/ivaluecollection.h"
+#include "common/result.h"
+#include "common/textbridge.h"
+
+namespace wm {
+namespace {
+
+TEST(TextBridge, RefusesWhatIsNotUnicode) {
+    const char* const bad[] = {
+        "\x80",
+        "a\xFF",
+        "\xC0\xAF",
+        "\xC1\xBF",
+        "\xC3",
+        "\xE0\x80\xAF",
+        "\xE2\x82",
+        "\xED\xA0\x80",
+        "\xF5",
+        "\xF0\x80\x80\xAF",
+        "\xF4\x90\x80\x80",
+        "\xC3(",
+        "\xF0\x9F\x98",
+    };
+    std::wstring wide;
+    for (const char* bytes : bad) {
+        EXPECT_FALSE(ToWide(bytes, wide)) << bytes;
+        EXPECT_FALSE(IsUtf8(bytes)) << bytes;
+    }
+    std::string utf8;
+    for (const std::uint32_t c : {0xD800U, 0xDFFFU, 0x110000U, 0x7FFFFFFFU})
+        EXPECT_FALSE(ToUtf8(std::wstring(1, static_cast<wchar_t>(c)), utf8)) << c;
+    EXPECT_EQ(ToUtf8Lossy(std::wstring(1, static_cast<wchar_t>(0xD800)) + L"a"),
+              "\xEF\xBF\xBD"
+              "a");
+}
+
+TEST(TextBridge, RoundTripsEveryLength) {
+    const std::string texts[] = {"",
+                                 "plain",
+                                 std::string("n\0l", 3),
+                                 "\xC2\x80\xDF\xBF",
+                                 "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF",
+                                 "a\xF0\x90\x80\x80z\xF4\x8F\xBF\xBF"};
+    std::wstring wide = L"what was there before";
+    std::string back = "likewise";
+    for (const std::string& text : texts) {
+        ASSERT_TRUE(ToWide(text, wide));
+        ASSERT_TRUE(ToUtf8(wide, back));
+        EXPECT_EQ(back, text);
+        EXPECT_TRUE(IsUtf8(text));
+    }
+    ASSERT_TRUE(ToWide("\xE2\x82\xAC", wide));
+    EXPECT_EQ(wide, L"\u20AC");
+}
+
+TEST(Values, HoldTextsAndRecords) {
+    EXPECT_EQ(CreateStringValue(static_cast<const wchar_t*>(nullptr)), nullptr);
+    ZEL::IStringValue* const text = CreateStringValue(std::wstring_view(L"ab\0c", 4));
+    EXPECT_EQ(text->GetLength(0), 2u);
+    ZEL::IValueRecord* const record = CreateValueRecord();
+    EXPECT_TRUE(record->AddText(text) && record->AddNumber(7));
+    std::uint32_t number = 0;
+    EXPECT_FALSE(record->GetNumber(0, &number));
+    EXPECT_TRUE(record->GetNumber(1, &number));
+    EXPECT_EQ(number, 7u);
+    EXPECT_EQ(record->GetText(0), text);
+    EXPECT_EQ(record->GetText(1), nullptr);
+    ZEL::IValueCollection* const list = CreateValueCollection();
+    EXPECT_TRUE(list->Add(text) && list->AddRecord(record));
+    EXPECT_FALSE(list->Add(nullptr));
+    EXPECT_EQ(list->Count(), 2u);
+    EXPECT_EQ(list->GetValue(1), nullptr);
+    EXPECT_EQ(list->GetRecord(1), record);
+    list->Clear();
+    EXPECT_EQ(list->Release(), 0);
+    EXPECT_EQ(record->Release(), 0);
+    EXPECT_EQ(text->Release(), 0) << "everything was counted";
+}
+
+TEST(Results, ConvertByTheCallersTable) {
+    using ZEL::ResultTable;
+    const struct {
+        std::uint32_t code;
+        std::uint32_t full, settings, loader;
+    } rows[] = {
+        {0x00010000, 0, 0, 0},
+        {0x80010203, 0x80070057, 0x80070057, 0x80070057},
+        {0x00010001, 1, 1, 1},
+        {0x8000020F, 0x80070570, 0x80070570, 0x80004005},
+        {0x8000020D, 0x80070020, 0x80070020, 0x80004005},
+        {0x80000213, 0x80071A90, 0x80004005, 0x80004005},
+        {0x80000205, 0x8000FFFF, 0x80004005, 0x8000FFFF},
+        {0x81234567, 0x80004005, 0x80004005, 0x80004005},
+        {0x00000005, 0, 0, 0},
+    };
+    for (const auto& row : rows) {
+        const ZEL::TobResult code{row.code};
+        EXPECT_EQ(Bits(ToHResult(code)), row.full) << std::hex << row.code;
+        EXPECT_EQ(Bits(ToHResult(code, ResultTable::settings)), row.settings) << row.code;
+        EXPECT_EQ(Bits(ToHResult(code, ResultTable::loader)), row.loader) << row.code;
+    }
+}
+
+}  // namespace
+}  // namespace wm

@@ -1,0 +1,192 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "common/eventobject.h"
+#include "common/lock.h"
+#include "common/waittimer.h"
+#include "common/workerthread.h"
+
+namespace wm {
+namespace {
+
+using ZEL::HANDLE;
+
+TEST(Events, WaitReportsAndTakesTheLowestOne) {
+    EventObject first, second, kept;
+    ASSERT_TRUE(first.Create(false, false) && second.Create(false, true) &&
+                kept.Create(true, true));
+    const HANDLE handles[] = {first.Handle(), second.Handle(), kept.Handle()};
+    EXPECT_EQ(WaitForAny(3, handles, 0), 1u);
+    EXPECT_EQ(WaitForAny(3, handles, 0), 2u);
+    EXPECT_EQ(WaitForAny(3, handles, waitForever), 2u) << "a manual-reset event stays set";
+    first.Set();
+    first.Set();
+    kept.Reset();
+    EXPECT_EQ(WaitForAny(3, handles, 0), 0u);
+    EXPECT_EQ(WaitForAny(3, handles, 1), waitTimedOut) << "two settings count as one";
+}
+
+TEST(Events, BadHandlesFailTheWait) {
+    EventObject event;
+    EXPECT_FALSE(event.Set());
+    ASSERT_TRUE(event.Create(true, true));
+    const HANDLE good = event.Handle();
+    for (const HANDLE bad : {HANDLE(nullptr), ZEL::InvalidHandle(), HANDLE(&event)}) {
+        const HANDLE handles[] = {good, bad};
+        EXPECT_EQ(WaitForAny(2, handles, 0), waitFailed);
+    }
+    EXPECT_EQ(WaitForAny(0, &good, 0), waitFailed);
+    EXPECT_EQ(WaitForAny(mostWaitHandles + 1, &good, 0), waitFailed);
+    event.Close();
+    EXPECT_EQ(WaitForAny(1, &good, 0), waitFailed);
+    EXPECT_FALSE(SetEventHandle(good));
+}
+
+TEST(Events, EachSettingReachesExactlyOneWaiter) {
+    constexpr int waiters = 4, settings = 2000;
+    EventObject event, taken, stop;
+    ASSERT_TRUE(event.Create(false, false) && taken.Create(false, false) &&
+                stop.Create(true, false));
+    std::atomic<int> count{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < waiters; ++i)
+        threads.emplace_back([&] {
+            const HANDLE handles[] = {stop.Handle(), event.Handle()};
+            while (WaitForAny(2, handles, waitForever) == 1) {
+                ++count;
+                taken.Set();
+            }
+        });
+    const HANDLE answer = taken.Handle();
+    for (int i = 0; i < settings; ++i) {
+        event.Set();
+        ASSERT_EQ(WaitForAny(1, &answer, waitForever), 0u);
+    }
+    stop.Set();
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(count, settings);
+}
+
+TEST(Events, ClosedEventStaysAliveForItsWaiter) {
+    auto event = std::make_unique<EventObject>();
+    EventObject other, entered;
+    ASSERT_TRUE(event->Create(false, false) && other.Create(false, false) &&
+                entered.Create(false, false));
+    std::thread waiter([&, handle = event->Handle()] {
+        const HANDLE handles[] = {handle, other.Handle()};
+        entered.Set();
+        const std::uint32_t result = WaitForAny(2, handles, waitForever);
+        EXPECT_TRUE(result == 1 || result == waitFailed) << "failed if closed ahead of the wait";
+    });
+    const HANDLE handle = entered.Handle();
+    EXPECT_EQ(WaitForAny(1, &handle, waitForever), 0u);
+    event.reset();
+    other.Set();
+    waiter.join();
+}
+
+TEST(WorkerThread, RunsAgainAndTellsItsResult) {
+    WorkerThread thread;
+    EventObject go;
+    ASSERT_TRUE(go.Create(false, false));
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(thread.Start([&] {
+            const HANDLE handle = go.Handle();
+            EXPECT_EQ(WaitForAny(1, &handle, waitForever), 0u);
+            EXPECT_TRUE(thread.IsCurrentThread());
+            thread.Wait();  // on itself: returns at once
+            return ZEL::hr::aborted;
+        }));
+        thread.SetName("a name that is longer than the system's");
+        EXPECT_FALSE(thread.Start([] { return ZEL::hr::ok; })) << "one thread at a time";
+        EXPECT_TRUE(thread.IsRunning());
+        go.Set();
+        thread.Wait();
+        EXPECT_FALSE(thread.IsRunning());
+        EXPECT_EQ(thread.ExitResult(), ZEL::hr::aborted);
+    }
+    ASSERT_TRUE(thread.Start([]() -> ZEL::HRESULT { throw 1; }));
+    thread.Wait();
+    EXPECT_EQ(thread.ExitResult(), ZEL::hr::unexpected);
+}
+
+TEST(WorkerThread, MayBeDestroyedByItsOwnBody) {
+    EventObject done;
+    ASSERT_TRUE(done.Create(false, false));
+    auto thread = std::make_shared<WorkerThread>();
+    WorkerThread& started = *thread;
+    ASSERT_TRUE(started.Start([held = std::move(thread), &done]() mutable {
+        held.reset();
+        done.Set();
+        return ZEL::hr::ok;
+    }));
+    const HANDLE handle = done.Handle();
+    EXPECT_EQ(WaitForAny(1, &handle, waitForever), 0u);
+}
+
+TEST(Timer, TicksUntilItIsStopped) {
+    EventObject tick;
+    ASSERT_TRUE(tick.Create(false, false));
+    RegisteredWaitTimer timer;
+    EXPECT_FALSE(timer.Start(1)) << "nothing to call";
+    EXPECT_NE(timer.LastError(), 0u);
+    std::atomic<int> ticks{0};
+    ASSERT_TRUE(timer.Create([&] {
+        ++ticks;
+        tick.Set();
+    }));
+    const HANDLE handle = tick.Handle();
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(timer.Start(1));
+        EXPECT_EQ(WaitForAny(1, &handle, waitForever), 0u);
+        EXPECT_EQ(WaitForAny(1, &handle, waitForever), 0u);
+        timer.Stop();
+        EXPECT_FALSE(timer.IsActive());
+        const int atStop = ticks;
+        WaitForAny(1, &handle, 10);
+        EXPECT_EQ(ticks, atStop) << "no tick behind the stop";
+    }
+    std::atomic<int> own{0};
+    ASSERT_TRUE(timer.Create([&] {
+        ++own;
+        timer.Stop();
+        tick.Set();
+    }));
+    ASSERT_TRUE(timer.Start(1));
+    EXPECT_EQ(WaitForAny(1, &handle, waitForever), 0u);
+    timer.Stop();
+    EXPECT_EQ(own, 1);
+}
+
+#ifdef WM_CHECK_LOCK_RANKS
+TEST(LockRanksDeathTest, InversionEndsTheProcess) {
+    Lock queue(LockRank::queue), batch(LockRank::batch), sibling(LockRank::queue);
+    RecursiveLock state(LockRank::state);
+    {
+        const Hold first(state);
+        const Hold again(state);
+        const Hold outer(queue);
+        const Hold inner(batch);
+    }
+    EXPECT_DEATH(
+        {
+            const Hold outer(batch);
+            const Hold inner(queue);
+        },
+        "rank 70 .* asked for while rank 75");
+    EXPECT_DEATH(
+        {
+            const Hold outer(queue);
+            const Hold inner(sibling);
+        },
+        "rank 70 .* asked for while rank 70");
+}
+#endif
+
+}  // namespace
+}  // namespace wm

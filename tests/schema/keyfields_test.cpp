@@ -1,0 +1,119 @@
+#include "zelstore/schema/keyfields.h"
+
+#include "parsing.h"
+
+namespace ZEL::Schema {
+namespace {
+
+FilterMap Extract(const std::string& json, bool forQuery = true) {
+    FilterMap fields;
+    EXPECT_EQ(ExtractKeyFields(Parse<Event>(json), forQuery, fields), hr::ok) << json;
+    return fields;
+}
+
+// "value:operator[!]" of a field, with ! for a condition in which case matters.
+std::vector<std::string> Conditions(const FilterMap& fields, const std::string& name) {
+    std::vector<std::string> texts;
+    const auto field = fields.find(name);
+    if (field != fields.end())
+        for (const auto& [value, op] : field->second)
+            texts.push_back(value + ":" + OperatorTypes().Name(op.op) +
+                            (op.caseSensitive ? "!" : ""));
+    return texts;
+}
+
+using Texts = std::vector<std::string>;
+
+TEST(KeyFields, ComeFromTheirSources) {
+    const FilterMap fields = Extract(
+        R"({"artifacts":{"actor":{"object_type":"process","path":{"value":["p"]},"uid":{"value":["u"]},
+            "sha2":{"value":["h2","h1","h2"],"operator":{"value":"starts_with","case_insensitive":false}}},
+            "target":{"object_type":"network","src_ip":{"value":["1"]},"dst_ip":{"value":["2*"]}}},
+            "action":["open","create"],"type_id":{"value":[10,9]},
+            "correlation_uid":{"value":["ab-cd\u00e4"]}})");
+    const std::map<std::string, Texts> expected = {
+        {"object_type", {"network:equals!"}},
+        {"action", {"create:equals!", "open:equals!"}},
+        {"type_id", {"10:equals", "9:equals"}},
+        {"actor_hash", {"h1:starts_with!", "h2:starts_with!"}},
+        {"actor_path_name", {"p:equals"}},
+        {"actor_uid", {"u:equals"}},
+        {"target_source_ip", {"1:equals"}},
+        {"target_destination_ip", {"2.*:fits_pattern"}},
+        {"correlation_uid", {"AB-CD\u00e4:equals"}},
+    };
+    EXPECT_EQ(fields.size(), expected.size());
+    for (const auto& [name, conditions] : expected)
+        EXPECT_EQ(Conditions(fields, name), conditions) << name;
+
+    const FilterMap kernel = Extract(
+        R"({"artifacts":{"actor":{"object_type":"file","path":{"value":["f"]}},
+            "target":{"object_type":"kernel_object","name":{"value":["n"]}}},"action":[]})");
+    EXPECT_EQ(Conditions(kernel, "target_type_id"), Texts{"1:equals"});
+    EXPECT_EQ(Conditions(kernel, "target_path_name"), Texts{"n:equals"});
+    EXPECT_FALSE(kernel.contains("action")) << "an empty list counts as absent";
+    const FilterMap empty =
+        Extract(R"({"artifacts":{"target":{"object_type":"url","text":{"value":[]}}}})");
+    EXPECT_TRUE(empty.contains("target_url_text")) << "a pair without values is not absent";
+    EXPECT_TRUE(Extract("{}").empty());
+}
+
+TEST(KeyFields, WildcardsTurnEqualsIntoAPatternForTheRestOfTheList) {
+    const auto path = [](const std::string& values, const char* op) {
+        return Conditions(
+            Extract(
+                R"({"artifacts":{"target":{"object_type":"file","path":{"operator":{"value":")" +
+                    std::string(op) + R"("},"value":)" + values + "}}}}",
+                false),
+            "target_path_name");
+    };
+    EXPECT_EQ(path(R"(["a*","b?"])", "equals"), (Texts{"a.*:fits_pattern", "b?:fits_pattern"}));
+    EXPECT_EQ(path(R"(["b","a*"])", "equals"), (Texts{"a.*:fits_pattern", "b:equals"}));
+    EXPECT_EQ(path(R"(["a*"])", "contains"), Texts{"a*:contains"});
+    EXPECT_EQ(path(R"(["a*"])", "fits_pattern"), Texts{"a*:fits_pattern"});
+    EXPECT_EQ(WildcardToPattern(R"(c:\a?.{x}[1](y)|+$^*)"),
+              R"(c:\\a.{1}\.\{x\}\[1\]\(y\)\|\+\$\^.*)");
+}
+
+// A machine on which every path stands twice.
+class Doubling final : public IPathExpander {
+public:
+    HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) override {
+        patterns.push_back(isPattern);
+        out = {path, path + "2"};
+        return result;
+    }
+    HRESULT ExpandRegistryPath(const Text& path, bool, std::set<Text>& out) override {
+        out = {"R" + path};
+        return result;
+    }
+    HRESULT result = hr::ok;
+    std::vector<bool> patterns;
+};
+
+TEST(KeyFields, PathsOfQueriesAreExpanded) {
+    const auto extract = [](const char* type, Doubling& machine, FilterMap& fields, bool forQuery) {
+        return ExtractKeyFields(
+            Parse<Event>(std::string(R"({"artifacts":{"target":{"object_type":")") + type +
+                         R"(","path":{"value":["a*","b"]}}}})"),
+            forQuery, fields, &machine);
+    };
+    Doubling machine;
+    FilterMap fields;
+    EXPECT_EQ(extract("file", machine, fields, true), hr::ok);
+    EXPECT_EQ(
+        Conditions(fields, "target_path_name"),
+        (Texts{"a.*:fits_pattern", "a.*2:fits_pattern", "b:fits_pattern", "b2:fits_pattern"}));
+    EXPECT_EQ(machine.patterns, (std::vector<bool>{false, true}));
+    EXPECT_EQ(extract("file", machine, fields = {}, false), hr::ok);
+    EXPECT_EQ(Conditions(fields, "target_path_name").size(), 2u) << "records are not expanded";
+    EXPECT_EQ(extract("reg_key", machine, fields = {}, true), hr::ok);
+    EXPECT_EQ(Conditions(fields, "target_path_name").front(), "Ra.*:fits_pattern");
+    machine.result = hr::fail;
+    EXPECT_EQ(extract("file", machine, fields = {}, true), hr::ok);
+    EXPECT_EQ(Conditions(fields, "target_path_name").size(), 2u) << "a path stands for itself";
+    EXPECT_EQ(extract("reg_value", machine, fields = {}, true), hr::fail);
+}
+
+}  // namespace
+}  // namespace ZEL::Schema

@@ -1,0 +1,148 @@
+#include <stdexcept>
+
+#include "parsing.h"
+#include "zelstore/schema/objectclasses.h"
+#include "zelstore/schema/objectfactory.h"
+
+namespace ZEL::Schema {
+namespace {
+
+TEST(Vocabulary, TablesHoldBothDirections) {
+    EXPECT_EQ(ObjectTypes().Size(), 38u);
+    EXPECT_EQ(ActionTypes().Size(), 28u);
+    EXPECT_EQ(OperatorTypes().Size(), 12u);
+    EXPECT_EQ(ExistStates().Size(), 4u);
+    EXPECT_EQ(SessionStates().Size(), 2u);
+    for (std::int32_t i = 0; i < 38; ++i)
+        EXPECT_EQ(ObjectTypes().Number(ObjectTypes().Name(i)), i);
+    for (std::int32_t i = 0; i < 28; ++i)
+        EXPECT_EQ(ActionTypes().Number(ActionTypes().Name(i)), i);
+    EXPECT_EQ(ObjectTypes().Name(36), "etw");
+    EXPECT_EQ(ActionTypes().Name(27), "reputation_query");
+    EXPECT_EQ(SessionStates().Number("logged-off"), 2);
+    try {
+        ObjectTypes().Number("File");
+        FAIL() << "names are compared exactly";
+    } catch (const std::out_of_range& error) {
+        EXPECT_STREQ(error.what(), "invalid map<K, T> key");
+    }
+}
+
+template <typename T>
+void ExpectRoundTrips(const std::vector<std::pair<std::string, std::string>>& rows) {
+    for (const auto& [in, out] : rows)
+        EXPECT_EQ(RoundTrip<T>(in), out) << in;
+}
+
+TEST(ValueClasses, ReadAndWriteTheirShapes) {
+    ExpectRoundTrips<Operator>({
+        {R"({})", R"({"value":"unknown","case_insensitive":true})"},
+        {R"({"value":"contains","case_insensitive":false})",
+         R"({"value":"contains","case_insensitive":false})"},
+    });
+    ExpectRoundTrips<StringPair>({
+        {R"({"value":["a","b"],"operator":{"value":"equals"}})",
+         R"({"operator":{"value":"equals","case_insensitive":true},"value":["a","b"]})"},
+        {R"({"value":[]})", "{}"},
+        {R"("text")", "{}"},
+    });
+    ExpectRoundTrips<IntegerPair<std::uint32_t>>({
+        {R"({"value":[1.9,4294967296,-1,1e300,-1e300]})",
+         R"({"value":[1,0,4294967295,4294967295,0]})"},
+    });
+    ExpectRoundTrips<IntegerPair<std::uint64_t>>({
+        {R"({"value":[18446744073709551615,1e300,2e19,1.5e19]})",
+         R"({"value":[18446744073709551615,18446744073709551615,18446744073709551615,15000000000000000000]})"},
+    });
+    ExpectRoundTrips<DatePair>(
+        {{R"({"value":""})", "{}"}, {R"({"value":"x"})", R"({"value":"x"})"}});
+    ExpectRoundTrips<GuidPair>({{"{}", R"({"value":""})"}});
+    ExpectRoundTrips<ExistPair>({
+        {R"({"state":"error"})", R"({"state":"error"})"},
+        {R"({"state":"exists","error_code":"5"})", R"({"state":"exists","error_code":"5"})"},
+    });
+    EXPECT_THROW(RoundTrip<ExistPair>("{}"), std::out_of_range);
+    EXPECT_THROW(Parse<Operator>(R"({"value":"Equals"})"), std::out_of_range);
+    EXPECT_THROW(Parse<StringPair>(R"({"value":"a"})"), web::json::json_exception);
+    EXPECT_THROW(Parse<DatePair>(R"({"value":["a"]})"), web::json::json_exception);
+}
+
+TEST(Objects, AreValidWhenTheySaySomething) {
+    const struct {
+        const char* json;
+        bool valid;
+    } rows[] = {
+        {R"({"object_type":"process","pid":{"value":[1]}})", false},
+        {R"({"object_type":"process","path":{"value":[]},"md5":{"value":["x"]}})", false},
+        {R"({"object_type":"process","uid":{"value":["x"]}})", true},
+        {R"({"object_type":"file","path":"x"})", false},
+        {R"({"object_type":"directory","state":{"state":"exists"}})", false},
+        {R"({"object_type":"module","sha2":{"value":["x"]}})", true},
+        {R"({"object_type":"session"})", true},
+        {R"({"object_type":"network","dst_port":{"value":[1]}})", false},
+        {R"({"object_type":"network","url":{"value":["x"]}})", true},
+        {R"({"object_type":"reg_value","data":{"value":["x"]}})", true},
+        {R"({"object_type":"service","md5":{"value":["x"]}})", false},
+        {R"({"object_type":"kernel_object","name":{"value":[]},"type_ids":[1]})", false},
+        {R"({"object_type":"url"})", false},
+        {R"({"object_type":"etw","source":{}})", true},
+        {R"({"object_type":"etw","source":{"facility":{}}})", false},
+        {R"({"object_type":"amsi"})", true},
+        {R"({})", true},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(CreateObjectFromJson(Json(row.json))->IsValid(), row.valid) << row.json;
+}
+
+TEST(Objects, WriteMoreThanTheyRead) {
+    const struct {
+        const char* in;
+        const char* out;
+    } rows[] = {
+        {R"({})", R"({"object_type":"unknown"})"},
+        {R"({"object_type":"event","path":{"value":["x"]}})", R"({"object_type":"event"})"},
+        {R"({"object_type":"file","size":{"value":[1]},"normalized_path":{"value":["x"]}})",
+         R"({"object_type":"file"})"},
+        {R"({"signature_level_id":{"value":[2]},"object_type":"module","state":{"state":"partial"}})",
+         R"({"object_type":"module","state":{"state":"partial"},"signature_level_id":{"value":[2]}})"},
+        {R"({"object_type":"network","dst_port":{"value":[1]},"url":{"value":["u"]}})",
+         R"({"object_type":"network","url":{"value":["u"]}})"},
+        {R"({"object_type":"reg_value"})", R"({"object_type":"reg_value","type_id":1})"},
+        {R"({"object_type":"reg_value","default":false,"type_id":4})",
+         R"({"object_type":"reg_value","type_id":4,"default":false})"},
+        {R"({"object_type":"service","type_ids":[3]})",
+         R"({"object_type":"service","type_ids":[3],"start_id":0,"run_state_id":0})"},
+        {R"({"object_type":"session","session_state":["logged-on"]})",
+         R"({"object_type":"session","session_state":["logged-on"]})"},
+        {R"({"state":{"state":"exists"},"object_type":"url","text":{"value":["u"]}})",
+         R"({"object_type":"url","text":{"value":["u"]},"state":{"state":"exists"}})"},
+        {R"({"object_type":"etw","source":{}})", R"({"object_type":"etw","source":{}})"},
+        {R"({"object_type":"kernel_object","type_ids":[1,2],"name":{"value":["n"]}})",
+         R"({"object_type":"kernel_object","name":{"value":["n"]},"type_ids":[1,2]})"},
+    };
+    for (const auto& row : rows) {
+        const auto object = CreateObjectFromJson(Json(row.in));
+        EXPECT_EQ(Write(*object), row.out);
+        const auto copy = CloneObject(object.get());
+        if (object->GetObjectTypeId() == objectType::event)
+            EXPECT_EQ(copy, nullptr) << "a number without a class is lost in a copy";
+        else
+            EXPECT_EQ(Write(*copy), row.out) << "copies are deep";
+    }
+    EXPECT_EQ(CloneObject(nullptr), nullptr);
+    EXPECT_THROW(CreateObjectFromJson(Json(R"({"object_type":"File"})")), std::out_of_range);
+    EXPECT_THROW(CreateObjectFromJson(Json(R"({"object_type":7})")), web::json::json_exception);
+    EXPECT_THROW(
+        CreateObjectFromJson(Json(R"({"object_type":"session","session_state":["logged_on"]})")),
+        std::out_of_range);
+}
+
+TEST(Objects, ParsingTwiceReplaces) {
+    Process process = Parse<Process>(R"({"path":{"value":["x"]},"pid":{"value":[1]}})");
+    process.normalized_path.Make().values.push_back("y");
+    process.FromJson(Json(R"({"md5":{"value":["z"]}})"));
+    EXPECT_EQ(Write(process), R"({"object_type":"process","md5":{"value":["z"]}})");
+}
+
+}  // namespace
+}  // namespace ZEL::Schema
