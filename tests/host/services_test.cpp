@@ -1,6 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 
@@ -8,6 +12,7 @@
 #include "common/eventobject.h"
 #include "common/filesystem.h"
 #include "common/hostservices.h"
+#include "common/workerthread.h"
 #include "support/storefixture.h"
 
 namespace wm {
@@ -46,6 +51,81 @@ TEST(FileSystem, NeverFollowsLinks) {
     folders.clear();
     ASSERT_EQ(ListDirectories(store.WidePath(), folders), hr::ok);
     EXPECT_TRUE(folders.empty()) << "a name that is not UTF-8 is passed over";
+}
+
+TEST(FileSystem, ReplacesFilesAsAWholeAndReadsOnlyFiles) {
+    TempStore store;
+    const std::wstring path = store.Folder("f");
+    std::string text = "before";
+    EXPECT_EQ(ReadWholeFile(path, &text), hr::Code(0x80070003));
+    for (const std::string& content :
+         {std::string(), std::string("a\0b", 3), std::string(9999, 'x')}) {
+        ASSERT_EQ(ReplaceFile(path, content), hr::ok);
+        ASSERT_EQ(ReadWholeFile(path, &text), hr::ok);
+        EXPECT_EQ(text, content);
+    }
+    fs::permissions(store.Path() / "f", fs::perms::all);
+    ASSERT_EQ(ReplaceFile(path, "private"), hr::ok);
+    EXPECT_EQ(fs::status(store.Path() / "f").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink(store.Path() / "f", store.Path() / "link");
+    EXPECT_TRUE(Failed(ReadWholeFile(store.Folder("link"), &text)));
+    EXPECT_TRUE(Failed(ReadWholeFile(store.WidePath(), &text)));
+    store.MakeFolder("folder");
+    EXPECT_TRUE(Failed(ReplaceFile(store.Folder("folder"), "x")));
+    EXPECT_TRUE(Failed(ReplaceFile(store.Folder("none/f"), "x")));
+    EXPECT_TRUE(Failed(ReplaceFile(path + std::wstring(L"\0tail", 5), "x")));
+    EXPECT_EQ(store.List(), (std::set<std::string>{"f", "link", "folder"}))
+        << "nothing is left over";
+}
+
+TEST(FileSystem, WhatVanishesDuringTheWalkCountsNothing) {
+    TempStore store;
+    for (int i = 0; i < 200; ++i)
+        store.WriteFile("f" + std::to_string(i), "12345");
+    store.WriteFile("stays", "1");
+    WorkerThread remover;
+    ASSERT_TRUE(remover.Start([&] {
+        for (int i = 0; i < 200; ++i)
+            fs::remove(store.Path() / ("f" + std::to_string(i)));
+        return hr::ok;
+    }));
+    std::uint64_t bytes = 0;
+    while (remover.IsRunning()) {
+        ASSERT_EQ(FolderSize(store.WidePath(), &bytes), hr::ok);
+        EXPECT_TRUE(bytes % 5 == 1 && bytes <= 1001) << bytes;
+    }
+    ASSERT_EQ(FolderSize(store.WidePath(), &bytes), hr::ok);
+    EXPECT_EQ(bytes, 1u);
+}
+
+TEST(FileSystem, SeesTheLockOfAnotherProcess) {
+    TempStore store;
+    store.WriteFile("LOCK", "");
+    const std::string file = (store.Path() / "LOCK").string();
+    EXPECT_FALSE(IsLockedByAnotherProcess(store.Folder("LOCK")));
+    EXPECT_FALSE(IsLockedByAnotherProcess(store.Folder("none")));
+    int ready[2], end[2];
+    ASSERT_TRUE(::pipe(ready) == 0 && ::pipe(end) == 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::close(end[1]);
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        const int locked = ::open(file.c_str(), O_RDWR);
+        char byte = ::fcntl(locked, F_SETLK, &lock) == 0 ? '1' : '0';
+        const bool told = ::write(ready[1], &byte, 1) == 1 && ::read(end[0], &byte, 1) == 0;
+        ::_exit(told ? 0 : 1);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    ASSERT_EQ(byte, '1');
+    EXPECT_TRUE(IsLockedByAnotherProcess(store.Folder("LOCK")));
+    ::close(end[1]);
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(IsLockedByAnotherProcess(store.Folder("LOCK")));
 }
 
 // The settings service as the store finds it: loaded from its component.
@@ -93,19 +173,89 @@ TEST_F(SettingsTest, LiveInOneReadableFile) {
     EXPECT_NE(text.find("[other]\nB=1\n"), std::string::npos) << text;
 }
 
+TEST_F(SettingsTest, PutBackChangesOnlyWhatWasWritten) {
+    CountedPtr<ISettingsKey> early;
+    ASSERT_EQ(Write(1), TOB_OK);
+    ASSERT_EQ(manager_->OpenKey(L"ZEL\\Settings\\FDR", early.Receive()), TOB_OK);
+    ASSERT_EQ(Write(2), TOB_OK);
+    ASSERT_EQ(early->WriteNumber(L"B", 9), TOB_OK);
+    ASSERT_EQ(manager_->PutBack(early.Get()), TOB_OK);
+    std::uint32_t value = 0;
+    EXPECT_EQ(Read(L"A", &value), TOB_OK);
+    EXPECT_EQ(value, 2u);
+    EXPECT_EQ(Read(L"B", &value), TOB_OK);
+    EXPECT_EQ(value, 9u);
+}
+
+TEST_F(SettingsTest, NamesThatTheFileCannotHoldAreRefused) {
+    CountedPtr<ISettingsKey> key;
+    for (const wchar_t* name : {L"", L" a", L"a ", L"a=b", L"[a", L"a]", L"a\nb", L";a", L"#a"}) {
+        EXPECT_EQ(manager_->OpenKey(name, key.Receive()), TOBERR_INVALID_ARG);
+        ASSERT_EQ(manager_->OpenKey(L"K", key.Receive()), TOB_OK);
+        EXPECT_EQ(key->WriteNumber(name, 1), TOBERR_INVALID_ARG);
+    }
+    const wchar_t* const odd = L"a.b c;#\\\u00E9";
+    ASSERT_EQ(manager_->OpenKey(odd, key.Receive()), TOB_OK);
+    ASSERT_EQ(key->WriteNumber(odd, 7), TOB_OK);
+    ASSERT_EQ(manager_->PutBack(key.Get()), TOB_OK);
+    ASSERT_EQ(manager_->OpenKey(odd, key.Receive()), TOB_OK);
+    std::uint32_t value = 0;
+    EXPECT_EQ(key->ReadNumber(odd, &value), TOB_OK);
+    EXPECT_EQ(value, 7u);
+}
+
+TEST_F(SettingsTest, WithoutAFileTheyLiveInMemory) {
+    SetPathToken(L"%ZELSettingsFile%", L"");
+    std::uint32_t value = 0;
+    ASSERT_EQ(Write(3), TOB_OK);
+    EXPECT_EQ(Read(L"A", &value), TOB_OK);
+    EXPECT_EQ(value, 3u);
+    EXPECT_TRUE(folder_.List().empty());
+    SetPathToken(L"%ZELSettingsFile%", file_);
+    folder_.WriteFile("settings.ini", "");
+    EXPECT_EQ(Read(L"A", &value), TOBERR_NOT_FOUND) << "an empty file is no broken one";
+}
+
 TEST_F(SettingsTest, BrokenFileIsToldAndLeftAsItIs) {
-    for (const char* text : {"[a\n", "A=1\n", "[ZEL\\Settings\\FDR]\nA=x\n",
-                             "[ZEL\\Settings\\FDR]\nA=4294967296\n", "[s]\nno value\n"}) {
-        folder_.WriteFile("settings.ini", text);
+    const struct {
+        const char* text;
+        const char* line;
+    } rows[] = {
+        {"[a\n", "line 1: "},
+        {"A=1\n", "line 1: "},
+        {"[s]\nno value\n", "line 2: "},
+        {"[b]\nA=1\n\n[ZEL\\Settings\\FDR]\nA=x\n", "line 5: "},
+        {"[ZEL\\Settings\\FDR]\n; note\n A = 4294967296\n", "line 3: "},
+        {"[s]\nA=-1\n", "line 2: "},
+        {"[s]\nA=\n", "line 2: "},
+        {"[s]\nA=1 2\n", "line 2: "},
+        {"[s]\nA=1\nA=2\n", "line 3: "},
+    };
+    for (const auto& row : rows) {
+        folder_.WriteFile("settings.ini", row.text);
         test::RecordingReports reports;
         std::uint32_t value = 0;
-        EXPECT_EQ(Read(L"A", &value), TOBERR_FAIL) << text;
-        ASSERT_EQ(reports.Count(), 1u) << text;
-        EXPECT_NE(reports.At(0).Details().front().second.find("settings.ini"), std::string::npos);
+        EXPECT_EQ(Read(L"A", &value), TOBERR_FAIL) << row.text;
+        ASSERT_EQ(reports.Count(), 1u) << row.text;
+        const auto details = reports.At(0).Details();
+        EXPECT_EQ(details.front().second, (folder_.Path() / "settings.ini").string());
+        EXPECT_EQ(details.back().second.rfind(row.line, 0), 0u) << details.back().second;
         std::string left;
         ASSERT_EQ(ReadWholeFile(file_, &left), hr::ok);
-        EXPECT_EQ(left, text);
+        EXPECT_EQ(left, row.text);
     }
+}
+
+TEST(Services, TokensComeFromTheHostAndElseTheEnvironment) {
+    std::wstring value;
+    ASSERT_EQ(::setenv("ZEL_TEST_TOKEN", "/from/environment", 1), 0);
+    EXPECT_TRUE(ResolvePathVariable(L"%ZEL_TEST_TOKEN%", value));
+    EXPECT_EQ(value, L"/from/environment");
+    SetPathToken(L"%ZEL_TEST_TOKEN%", L"/told");
+    EXPECT_TRUE(ResolvePathVariable(L"%ZEL_TEST_TOKEN%", value));
+    EXPECT_EQ(value, L"/told");
+    for (const wchar_t* none : {L"", L"%", L"%%", L"%ZEL_NO_SUCH_TOKEN%"})
+        EXPECT_FALSE(ResolvePathVariable(none, value)) << value.size();
 }
 
 TEST(Services, LoaderTellsWhatIsWrong) {
@@ -133,8 +283,13 @@ TEST(Services, JobsRunOnThreadsOfTheirOwn) {
 
     struct Statuses final : public wmJobMgr::IStatusCallback {
         TobResult QueryInterface(const GUID&, void**) override { return TOBERR_NO_INTERFACE; }
-        std::int64_t AddRef() override { return 2; }
-        std::int64_t Release() override { return 1; }
+        std::int64_t AddRef() override { return ++references; }
+        std::int64_t Release() override {
+            const std::int64_t left = --references;
+            if (left == 0)
+                released.Set();
+            return left;
+        }
         HRESULT OnStatusChanged(IJobStatus* status) override {
             std::int32_t code = 0;
             EXPECT_TRUE(status->GetStatusCode(&code));
@@ -145,9 +300,10 @@ TEST(Services, JobsRunOnThreadsOfTheirOwn) {
         }
         HRESULT Reserved() override { return hr::ok; }
         std::vector<std::int32_t> codes;
-        EventObject ended;
+        std::atomic<std::int64_t> references{0};
+        EventObject ended, released;
     } statuses;
-    ASSERT_TRUE(statuses.ended.Create(false, false));
+    ASSERT_TRUE(statuses.ended.Create(false, false) && statuses.released.Create(false, false));
     ASSERT_EQ(manager->SetStatusCallback(&statuses), hr::ok);
     EventObject go;
     ASSERT_TRUE(go.Create(false, false));
@@ -163,7 +319,17 @@ TEST(Services, JobsRunOnThreadsOfTheirOwn) {
     const HANDLE ended = statuses.ended.Handle();
     ASSERT_EQ(WaitForAny(1, &ended, waitForever), 0u);
     EXPECT_EQ(statuses.codes, (std::vector<std::int32_t>{jobStatus::running, jobStatus::failed}));
+
+    ASSERT_EQ(registry->RegisterJob(storeJobId, nullptr, nullptr), hr::ok);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(job->Start(0), hr::ok) << "who was told of the end may start it again, " << i;
+        ASSERT_EQ(WaitForAny(1, &ended, waitForever), 0u);
+    }
+    EXPECT_EQ(statuses.codes.size(), 202u);
+    EXPECT_EQ(statuses.codes.back(), jobStatus::ended);
     ASSERT_EQ(manager->SetStatusCallback(nullptr), hr::ok);
+    const HANDLE released = statuses.released.Handle();
+    EXPECT_EQ(WaitForAny(1, &released, waitForever), 0u) << "every reference was given back";
 }
 
 }  // namespace

@@ -51,6 +51,16 @@ TEST(TextBridge, RoundTripsEveryLength) {
         EXPECT_EQ(back, text);
         EXPECT_TRUE(IsUtf8(text));
     }
+    // Every place in and behind the blocks in which runs of ASCII are taken.
+    for (std::size_t length = 0; length < 40; ++length) {
+        const std::string text =
+            std::string(length, 'a') + "\xC3\xA9" + std::string(40 - length, 'b');
+        ASSERT_TRUE(ToWide(text, wide));
+        EXPECT_EQ(wide, std::wstring(length, L'a') + L'\u00E9' + std::wstring(40 - length, L'b'));
+        ASSERT_TRUE(ToUtf8(wide, back));
+        EXPECT_EQ(back, text);
+        EXPECT_FALSE(IsUtf8(std::string(length, 'a') + "\xFF" + std::string(40, 'b')));
+    }
     ASSERT_TRUE(ToWide("\xE2\x82\xAC", wide));
     EXPECT_EQ(wide, L"\u20AC");
 }
@@ -59,6 +69,7 @@ TEST(Values, HoldTextsAndRecords) {
     EXPECT_EQ(CreateStringValue(static_cast<const wchar_t*>(nullptr)), nullptr);
     ZEL::IStringValue* const text = CreateStringValue(std::wstring_view(L"ab\0c", 4));
     EXPECT_EQ(text->GetLength(0), 2u);
+    EXPECT_STREQ(text->GetText(), L"ab");
     ZEL::IValueRecord* const record = CreateValueRecord();
     EXPECT_TRUE(record->AddText(text) && record->AddNumber(7));
     std::uint32_t number = 0;

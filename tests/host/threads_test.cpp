@@ -44,6 +44,10 @@ TEST(Events, BadHandlesFailTheWait) {
     event.Close();
     EXPECT_EQ(WaitForAny(1, &good, 0), waitFailed);
     EXPECT_FALSE(SetEventHandle(good));
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(event.Create(true, true));
+        EXPECT_EQ(WaitForAny(1, &good, 0), waitFailed) << "a stale handle reaches no later event";
+    }
 }
 
 TEST(Events, EachSettingReachesExactlyOneWaiter) {
@@ -139,6 +143,7 @@ TEST(Timer, TicksUntilItIsStopped) {
     ASSERT_TRUE(timer.Create([&] {
         ++ticks;
         tick.Set();
+        throw 1;  // a callback's fault is its own
     }));
     const HANDLE handle = tick.Handle();
     for (int round = 0; round < 2; ++round) {

@@ -26,12 +26,23 @@ HRESULT Job::GetStatus(std::int32_t* status) {
     return hr::ok;
 }
 
+// Who was told of the end may start the job again at once, also from the callback itself: a thread
+// that is about to end takes the new run as well.
 HRESULT Job::Start(std::uint32_t) {
-    if (thread_.IsRunning())
+    const wm::Hold hold(lock_);
+    if (active_)
         return ZEL::jobAlreadyRunning;
-    if (!thread_.Start([this] { return Run(); }))
-        return thread_.IsRunning() ? ZEL::jobAlreadyRunning : hr::threadNotStarted;
-    thread_.SetName("ZEL Job");
+    if (!looping_) {
+        thread_.Wait();  // its last act was to clear looping_
+        if (!thread_.Start([this] {
+                Run();
+                return hr::ok;
+            }))
+            return hr::threadNotStarted;
+        thread_.SetName("ZEL Job");
+        looping_ = true;
+    }
+    active_ = true;
     return hr::ok;
 }
 
@@ -60,21 +71,32 @@ void Job::SetFunction(const Function& function) {
     function_ = function;
 }
 
-void Job::ChangeStatus(std::int32_t status) {
+void Job::ChangeStatus(std::int32_t status, bool active) {
     {
         const wm::Hold hold(lock_);
         status_ = status;
+        active_ = active;
     }
     tell_(id_, status);
 }
 
-HRESULT Job::Run() {
+void Job::Run() {
+    for (;;) {
+        RunOnce();
+        const wm::Hold hold(lock_);
+        looping_ = active_;
+        if (!looping_)
+            return;
+    }
+}
+
+void Job::RunOnce() {
     Function function;
     {
         const wm::Hold hold(lock_);
         function = function_;
     }
-    ChangeStatus(ZEL::jobStatus::running);
+    ChangeStatus(ZEL::jobStatus::running, true);
     HRESULT result = hr::ok;
     try {
         if (function.run != nullptr)
@@ -82,8 +104,7 @@ HRESULT Job::Run() {
     } catch (...) {
         result = hr::unexpected;
     }
-    ChangeStatus(Failed(result) ? ZEL::jobStatus::failed : ZEL::jobStatus::ended);
-    return result;
+    ChangeStatus(Failed(result) ? ZEL::jobStatus::failed : ZEL::jobStatus::ended, false);
 }
 
 }  // namespace wmjobmgr

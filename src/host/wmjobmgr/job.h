@@ -39,8 +39,9 @@ public:
     void SetFunction(const Function& function);
 
 private:
-    ZEL::HRESULT Run();
-    void ChangeStatus(std::int32_t status);
+    void Run();
+    void RunOnce();
+    void ChangeStatus(std::int32_t status, bool active);
 
     ZEL::ObjectOwnership owner_;
     const ZEL::GUID id_;
@@ -49,6 +50,8 @@ private:
     Function function_ GUARDED_BY(lock_);
     std::int32_t status_ GUARDED_BY(lock_) = ZEL::jobStatus::noRun;
     bool enabled_ GUARDED_BY(lock_) = true;
+    bool active_ GUARDED_BY(lock_) = false;   // a run was asked for and has not ended
+    bool looping_ GUARDED_BY(lock_) = false;  // the thread will see a new run without being started
     wm::WorkerThread thread_;
 };
 

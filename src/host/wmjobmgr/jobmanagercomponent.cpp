@@ -43,18 +43,18 @@ private:
 // The jobs of the process. They and their callback outlive the manager objects that hosts hold.
 class Jobs {
 public:
-    Jobs() { Find(storeJobId, true); }
+    Jobs() { FindOrMake(storeJobId); }
 
-    CountedPtr<Job> Find(const GUID& id, bool make) {
+    CountedPtr<Job> Find(const GUID& id) {
         const wm::Hold hold(lock_);
-        CountedPtr<Job>& job = jobs_[id];
-        if (!job && make)
-            job = CountedPtr<Job>(
-                new Job(id, [this](const GUID& changed, std::int32_t s) { Tell(changed, s); }));
-        if (job)
-            return job;
-        jobs_.erase(id);
-        return nullptr;
+        const auto found = jobs_.find(id);
+        return found != jobs_.end() ? found->second : nullptr;
+    }
+    CountedPtr<Job> FindOrMake(const GUID& id) {
+        CountedPtr<Job> fresh(
+            new Job(id, [this](const GUID& changed, std::int32_t s) { Tell(changed, s); }));
+        const wm::Hold hold(lock_);
+        return jobs_.try_emplace(id, std::move(fresh)).first->second;
     }
 
     void SetCallback(wmJobMgr::IStatusCallback* callback) {
@@ -70,9 +70,15 @@ private:
             const wm::Hold hold(lock_);
             callback = callback_;
         }
+        if (!callback)
+            return;
         Status status(id, code);
-        if (callback && Failed(callback->OnStatusChanged(&status)))
-            wm::Trace(wm::TraceLevel::warning, "a job's status was not taken");
+        try {
+            if (Succeeded(callback->OnStatusChanged(&status)))
+                return;
+        } catch (...) {  // a host's fault must not leave the job running for ever
+        }
+        wm::Trace(wm::TraceLevel::warning, "a job's status was not taken");
     }
 
     wm::Lock lock_{wm::LockRank::job};
@@ -106,13 +112,12 @@ public:
     HRESULT GetJob(const GUID& id, IJob** job) override {
         if (job == nullptr)
             return hr::invalidArgument;
-        CountedPtr<Job> found = TheJobs().Find(id, false);
-        *job = found.Detach();
+        *job = TheJobs().Find(id).Detach();
         return *job != nullptr ? hr::ok : hr::notFound;
     }
     HRESULT RegisterJob(const GUID& id, HRESULT (*run)(void* context), void* context) override {
         try {
-            TheJobs().Find(id, true)->SetFunction({run, context});
+            TheJobs().FindOrMake(id)->SetFunction({run, context});
             return hr::ok;
         } catch (...) {
             return hr::outOfMemory;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
+#include <new>
 
 #include "common/countedptr.h"
 #include "common/filesystem.h"
@@ -156,7 +157,8 @@ struct Seams {
 };
 
 Seams& All() noexcept {
-    static Seams* const seams = new Seams;
+    alignas(Seams) static unsigned char place[sizeof(Seams)];
+    static Seams* const seams = ::new (place) Seams;
     return *seams;
 }
 

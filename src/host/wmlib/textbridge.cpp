@@ -73,14 +73,18 @@ void AppendWide(std::uint32_t c, std::wstring& out) {
     out.push_back(static_cast<wchar_t>(c));
 }
 
+constexpr std::uint32_t UnitOf(wchar_t c) {
+    return static_cast<std::make_unsigned_t<wchar_t>>(c);
+}
+
 // One code point from `at` on, which moves behind it; `malformed` leaves `at` behind one unit.
 std::uint32_t NextWide(std::wstring_view text, std::size_t& at) {
-    const auto unit = static_cast<std::uint32_t>(text[at++]);
+    const std::uint32_t unit = UnitOf(text[at++]);
     if (!IsSurrogate(unit))
         return unit <= lastCodePoint ? unit : malformed;
     if (!wideIs16Bit || unit >= 0xDC00 || at == text.size())
         return malformed;
-    const auto low = static_cast<std::uint32_t>(text[at]);
+    const std::uint32_t low = UnitOf(text[at]);
     if (low < 0xDC00 || low > 0xDFFF)
         return malformed;
     ++at;

@@ -29,6 +29,20 @@ SettingsFile& TheFile() {
     return file;
 }
 
+// Keeps exceptions inside.
+template <typename Body>
+TobResult Guarded(Body&& body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return TOBERR_OUT_OF_MEMORY;
+    }
+}
+
+bool ToName(const wchar_t* text, std::string& utf8) {
+    return text != nullptr && wm::ToUtf8(text, utf8) && SettingsFile::IsName(utf8);
+}
+
 // What the settings objects share. They have no owner of their own.
 class SettingsObject : public ITobBaseImpl<CTobThreadSafeRefCount>, public vodLib::NonCopyable {
 protected:
@@ -48,27 +62,41 @@ public:
     std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     TobResult Load() { return TheFile().Load(path_, &numbers_); }
-    TobResult Save() { return TheFile().Save(path_, numbers_); }
+    // Only what was written here: another key object may have changed the rest in the meantime.
+    TobResult Save() {
+        const TobResult result = TheFile().Save(path_, written_);
+        if (Succeeded(result))
+            written_.clear();
+        return result;
+    }
 
     TobResult ReadNumber(const wchar_t* name, std::uint32_t* value) override {
         if (name == nullptr || value == nullptr)
             return TOBERR_INVALID_ARG;
-        const auto found = numbers_.find(wm::ToUtf8Lossy(name));
-        if (found == numbers_.end())
-            return TOBERR_NOT_FOUND;
-        *value = found->second;
-        return TOB_OK;
+        return Guarded([&] {
+            std::string utf8;
+            const auto found = wm::ToUtf8(name, utf8) ? numbers_.find(utf8) : numbers_.end();
+            if (found == numbers_.end())
+                return TOBERR_NOT_FOUND;
+            *value = found->second;
+            return TOB_OK;
+        });
     }
     TobResult WriteNumber(const wchar_t* name, std::uint32_t value) override {
-        if (name == nullptr)
-            return TOBERR_INVALID_ARG;
-        numbers_[wm::ToUtf8Lossy(name)] = value;
-        return TOB_OK;
+        return Guarded([&] {
+            std::string utf8;
+            if (!ToName(name, utf8))
+                return TOBERR_INVALID_ARG;
+            written_[utf8] = value;
+            numbers_[utf8] = value;
+            return TOB_OK;
+        });
     }
 
 private:
     const std::string path_;
     SettingsFile::Numbers numbers_;
+    SettingsFile::Numbers written_;  // since the last Save
 };
 
 class SettingsManager final : public ISettingsManager, public SettingsObject {
@@ -82,29 +110,24 @@ public:
     std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     TobResult OpenKey(const wchar_t* path, ISettingsKey** key) override {
-        if (path == nullptr || key == nullptr)
+        if (key == nullptr)
             return TOBERR_INVALID_ARG;
         *key = nullptr;
-        try {
-            auto* const made = new SettingsKey(wm::ToUtf8Lossy(path));
-            auto opened = CountedPtr<ISettingsKey>(made);
+        return Guarded([&] {
+            std::string utf8;
+            if (!ToName(path, utf8))
+                return TOBERR_INVALID_ARG;
+            auto* const made = new SettingsKey(std::move(utf8));
+            CountedPtr<ISettingsKey> opened(made);
             const TobResult result = made->Load();
             if (Succeeded(result))
                 *key = opened.Detach();
             return result;
-        } catch (...) {
-            return TOBERR_OUT_OF_MEMORY;
-        }
+        });
     }
     TobResult PutBack(ISettingsKey* key) override {
         auto* const own = dynamic_cast<SettingsKey*>(key);
-        if (own == nullptr)
-            return TOBERR_INVALID_ARG;
-        try {
-            return own->Save();
-        } catch (...) {
-            return TOBERR_OUT_OF_MEMORY;
-        }
+        return own != nullptr ? Guarded([&] { return own->Save(); }) : TOBERR_INVALID_ARG;
     }
 
     ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }

@@ -1,8 +1,8 @@
 #include "settingsfile.h"
 
+#include <algorithm>
 #include <boost/property_tree/ini_parser.hpp>
 #include <charconv>
-#include <fstream>
 #include <sstream>
 
 #include "common/filesystem.h"
@@ -15,12 +15,16 @@ using ZEL::TobResult;
 
 namespace {
 
+using Tree = boost::property_tree::ptree;
+
+constexpr std::string_view blanks = " \t\r";
+
 std::wstring FilePath() {
     std::wstring path;
     return wm::ResolvePathVariable(L"%ZELSettingsFile%", path) ? path : std::wstring();
 }
 
-// Names the file, and the place in it, to the host.
+// Tells the host the file, and the place in it.
 TobResult Refuse(const std::wstring& path, const std::string& what) {
     wm::ErrorReport()
         .SetError(ZEL::hr::invalidData, "Settings")
@@ -36,15 +40,39 @@ bool ToNumber(const std::string& text, std::uint32_t* number) {
     return parsed.ec == std::errc() && parsed.ptr == end && !text.empty();
 }
 
-TobResult ToKeys(const std::wstring& path, const boost::property_tree::ptree& tree,
+std::string_view Trim(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(blanks);
+    return first == std::string_view::npos
+               ? std::string_view()
+               : text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+}
+
+// "line 5: " for a value, since the parser keeps no line numbers. An empty section stands for what
+// comes ahead of the first one.
+std::string LineOf(const std::string& text, const std::string& keyPath, const std::string& name) {
+    std::istringstream in(text);
+    std::string line;
+    std::string section;
+    for (int number = 1; std::getline(in, line); ++number) {
+        const std::string_view content = Trim(line);
+        if (content.starts_with('['))
+            section = Trim(content.substr(1, content.find(']') - 1));
+        else if (section == keyPath && Trim(content.substr(0, content.find('='))) == name)
+            return "line " + std::to_string(number) + ": ";
+    }
+    return {};
+}
+
+TobResult ToKeys(const std::wstring& path, const std::string& text, const Tree& tree,
                  std::map<std::string, SettingsFile::Numbers>* keys) {
     for (const auto& [keyPath, values] : tree) {
         if (values.empty())
-            return Refuse(path, "\"" + keyPath + "\" stands outside of a section");
+            return Refuse(path, LineOf(text, "", keyPath) + "\"" + keyPath +
+                                    "\" stands outside of a section");
         for (const auto& [name, value] : values) {
             std::uint32_t number = 0;
             if (!ToNumber(value.data(), &number))
-                return Refuse(path, "[" + keyPath + "] " + name + ": \"" + value.data() +
+                return Refuse(path, LineOf(text, keyPath, name) + "\"" + value.data() +
                                         "\" is no number from 0 to 4294967295");
             (*keys)[keyPath][name] = number;
         }
@@ -53,6 +81,15 @@ TobResult ToKeys(const std::wstring& path, const boost::property_tree::ptree& tr
 }
 
 }  // namespace
+
+bool SettingsFile::IsName(std::string_view name) noexcept {
+    const auto breaksLine = [](char c) {
+        return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+    };
+    return !name.empty() && Trim(name) == name && name.front() != ';' && name.front() != '#' &&
+           name.find_first_of("[]=") == std::string_view::npos &&
+           std::none_of(name.begin(), name.end(), breaksLine);
+}
 
 TobResult SettingsFile::ReadLocked(Keys* keys) {
     const std::wstring path = FilePath();
@@ -65,14 +102,14 @@ TobResult SettingsFile::ReadLocked(Keys* keys) {
     std::string text;
     if (Failed(wm::ReadWholeFile(path, &text)))
         return Refuse(path, "the file can't be read");
-    boost::property_tree::ptree tree;
+    Tree tree;
     try {
         std::istringstream in(text);
         boost::property_tree::read_ini(in, tree);
     } catch (const boost::property_tree::ini_parser_error& error) {
         return Refuse(path, "line " + std::to_string(error.line()) + ": " + error.message());
     }
-    return ToKeys(path, tree, keys);
+    return ToKeys(path, text, tree, keys);
 }
 
 TobResult SettingsFile::Load(const std::string& keyPath, Numbers* numbers) {

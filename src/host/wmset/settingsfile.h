@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "common/lock.h"
 #include "common/result.h"
@@ -14,17 +15,20 @@ namespace wmset {
 //   [ZEL\Settings\FDR]
 //   MAX_INCOMING_QUEUE_LENGTH=20000
 //
-// The file's path is the value of %ZELSettingsFile%; without one the settings live in memory. The
-// file is read at each opening of a key, so that another process's changes are seen, and replaced
-// as a whole by each save. A file that can't be understood is told to the host and left as it is.
-// May be used by any thread.
+// Numbers are decimal. The file's path is the value of %ZELSettingsFile%; without one the settings
+// live in memory. The file is read at each opening of a key, so that another process's changes are
+// seen, and replaced as a whole by each save. A file that can't be understood is told to the host
+// and left as it is. May be used by any thread.
 class SettingsFile {
 public:
     using Numbers = std::map<std::string, std::uint32_t>;
 
+    // Whether the file can hold such a key path or value name and give it back unchanged.
+    static bool IsName(std::string_view name) noexcept;
+
     // The numbers of one key; none for a key that the file does not have.
     ZEL::TobResult Load(const std::string& keyPath, Numbers* numbers) EXCLUDES(lock_);
-    // Writes the numbers of one key over those in the file.
+    // Puts the numbers of one key into the file; all others stay as they are there.
     ZEL::TobResult Save(const std::string& keyPath, const Numbers& numbers) EXCLUDES(lock_);
 
 private:

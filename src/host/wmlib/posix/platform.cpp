@@ -65,6 +65,8 @@ std::uint32_t Win32Code(int error) noexcept {
         case EMFILE:
         case ENFILE:
             return 4;
+        case EINVAL:
+            return 87;
         case ENOMEM:
             return 14;
         case EAGAIN:
