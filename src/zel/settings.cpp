@@ -13,7 +13,6 @@ namespace zel {
 namespace {
 
 using ZEL::CountedPtr;
-using ZEL::TobResult;
 
 struct OpenKey {
     CountedPtr<ZEL::ISettingsManager> manager;

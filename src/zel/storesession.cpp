@@ -34,7 +34,7 @@ public:
         std::string line = report.Label().empty() ? report.Where().function : report.Label();
         line += ": " + Describe(static_cast<std::int32_t>(report.Code()));
         for (const auto& [name, value] : report.Details())
-            line += ", " + name + ": " + value;
+            line.append(", ").append(name).append(": ").append(value);
         Say(line);
     }
     bool Enabled(wm::TraceLevel level) const noexcept override {

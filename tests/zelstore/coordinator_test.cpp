@@ -158,6 +158,22 @@ TEST(Coordinator, ProducersNeverWaitForTheDisk) {
     EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(accepted));
 }
 
+TEST(Coordinator, EventsReachTheDiskAheadOfTheirSilentEnrichments) {
+    RunningStore store;
+    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    const std::string silent = EventKey(1) + "<silent_sequence>0000000001<silent_enrichment>1";
+    ASSERT_EQ(store.Insert(silent, "{}", true), hr::ok);
+    ASSERT_EQ(store.Insert(EventKey(1)), hr::ok);
+    test::SlowDisk disk;
+    disk.Block(".log");
+    std::thread stopping([&] { EXPECT_EQ(store.core.Stop(), hr::ok); });
+    disk.AwaitBlocked();
+    EXPECT_FALSE(store.directory.Exists("20260101999")) << "the event's write hangs";
+    disk.Unblock();
+    stopping.join();
+    EXPECT_TRUE(store.directory.Exists("20260101999"));
+}
+
 TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {
     RunningStore store({soon, soon});
     ASSERT_EQ(store.core.Initialize(), hr::ok);

@@ -52,7 +52,7 @@ struct PathLess {
 private:
     // Surrogates, that is all above U+FFFF, sort below U+E000.
     static std::uint32_t Rank(wchar_t character) noexcept {
-        const auto code = static_cast<std::uint32_t>(character);
+        const std::uint32_t code = std::char_traits<wchar_t>::to_int_type(character);
         return code >= 0xE000 && code <= 0xFFFF ? code + 0x110000 : code;
     }
 };

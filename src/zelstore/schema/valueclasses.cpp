@@ -94,7 +94,7 @@ void DatePair::ToJson(web::json::value& out) const {
 void GuidPair::ToJson(web::json::value& out) const {
     out = web::json::value::object(true);
     WriteField(out, keyOperator, op);
-    out[keyValue] = web::json::value::string(value.c_str());
+    out[keyValue] = web::json::value::string(value.substr(0, value.find(utility::char_t())));
 }
 
 void ExistPair::ToJson(value& out) const {
