@@ -126,7 +126,8 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
     std::wstring text;
     if (!MakeResult(key, value, &text))
         return RowResult::goOn;
-    const auto result = CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(std::wstring_view(text)));
+    const auto result =
+        CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(std::wstring_view(text)));
     if (!result) {
         wm::Trace(wm::TraceLevel::error, "a result can't be made", hr::outOfMemory);
         return RowResult::abandonDatabase;
