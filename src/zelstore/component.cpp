@@ -3,6 +3,7 @@
 #include <new>
 
 #include "common/itobbaseimpl.h"
+#include "zelstore/eventsquery.h"
 #include "zelstore/eventstoreproxy.h"
 
 namespace ZEL {
@@ -28,6 +29,8 @@ extern "C" ZEL::TobResult GetFactory(const ZEL::GUID& objectId, ZEL::ITobFactory
         return TOBERR_INVALID_ARG;
     if (objectId == eventStoreObjectId)
         return GiveFactory<EventStoreProxy>(factory);
+    if (objectId == eventsQueryObjectId)
+        return GiveFactory<EventsQuery>(factory);
     return TOBERR_INVALID_ARG;
 }
 

@@ -132,7 +132,7 @@ HRESULT EventStoreImpl::Stop() {
     const wm::Hold hold(queries.queryManagerLock);
     if (queries.queryManager) {
         queries.queriesEnabled = false;
-        queries.queryManager->RefuseNew();
+        queries.queryManager->StopAllQueries();
     }
     const HRESULT result = FlushQueues(true);
     if (Failed(result))
@@ -144,11 +144,7 @@ HRESULT EventStoreImpl::Stop() {
 
 HRESULT EventStoreImpl::Shutdown() {
     coordinatorThread_.Wait();
-    {
-        QueryModule& queries = Queries();
-        const wm::Hold hold(queries.queryManagerLock);
-        queries.queryManager.reset();
-    }
+    WaitForQueries();
     if (flushTimer_.IsActive())
         flushTimer_.Stop();
     stopEvent_.Close();
@@ -164,6 +160,19 @@ HRESULT EventStoreImpl::Shutdown() {
         jobController_.Reset();
     }
     return hr::ok;
+}
+
+// No lock is held during the wait: a query's callback may be about to take it.
+void EventStoreImpl::WaitForQueries() {
+    QueryModule& queries = Queries();
+    std::shared_ptr<QueryManager> manager;
+    {
+        const wm::Hold hold(queries.queryManagerLock);
+        queries.queriesEnabled = false;
+        manager = std::move(queries.queryManager);
+    }
+    if (manager)
+        manager->WaitAllQueries();
 }
 
 HRESULT EventStoreImpl::SetLiveMode(bool enable) {

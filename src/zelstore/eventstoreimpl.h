@@ -58,6 +58,7 @@ private:
     HRESULT StartJobController() REQUIRES(stateLock_);
     HRESULT OpenDatabase();
     HRESULT EnableQueries() REQUIRES(stateLock_);
+    void WaitForQueries();
 
     HRESULT StartCoordinator();
     HRESULT StartFlushTimer();

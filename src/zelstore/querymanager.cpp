@@ -1,10 +1,103 @@
 #include "zelstore/querymanager.h"
 
+#include <atomic>
+
+#include "common/trace.h"
+
 namespace ZEL {
 
 QueryModule& Queries() noexcept {
     static QueryModule module;
     return module;
+}
+
+QueryId NewQueryId() noexcept {
+    static std::atomic<std::uint64_t> counter{0};
+    const std::uint64_t number = counter.fetch_add(1, std::memory_order_relaxed) + 1;
+    QueryId id;
+    id.Data1 = static_cast<std::uint32_t>(number);
+    id.Data2 = static_cast<std::uint16_t>(number >> 32);
+    id.Data3 = static_cast<std::uint16_t>(number >> 48);
+    return id;
+}
+
+HRESULT QueryManager::StartQuery(IStringValue* document, IQueryCallback* callback,
+                                 const std::function<void(const QueryId&)>& announce) {
+    const wm::Hold hold(lock_);
+    if (!accepting_)
+        return hr::aborted;
+    const auto query = std::make_shared<Query>();
+    HRESULT result = query->Init();
+    if (Failed(result))
+        return result;
+    const QueryId id = NewQueryId();
+    // Entered ahead of its start, so that no running thread is ever without an entry.
+    queries_[id] = query;
+    announce(id);
+    result = query->Start(document, callback);
+    if (Failed(result))
+        queries_.erase(id);
+    return result;
+}
+
+QueryManager::QueryPtr QueryManager::Find(const QueryId& id) const {
+    const wm::Hold hold(lock_);
+    const auto found = queries_.find(id);
+    if (found != queries_.end())
+        return found->second;
+    wm::Trace(wm::TraceLevel::information, "there is no such query");
+    return nullptr;
+}
+
+HRESULT QueryManager::CancelQuery(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->Cancel();
+    query->Stop();
+    const wm::Hold hold(lock_);
+    return queries_.erase(id) != 0 ? hr::ok : hr::nothingToDo;
+}
+
+HRESULT QueryManager::RequestStop(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->RequestStop();
+    return hr::ok;
+}
+
+HRESULT QueryManager::Pause(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->Pause();
+    return hr::ok;
+}
+
+HRESULT QueryManager::Resume(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->Resume();
+    return hr::ok;
+}
+
+void QueryManager::StopAllQueries() {
+    const wm::Hold hold(lock_);
+    accepting_ = false;
+    for (const auto& [id, query] : queries_)
+        query->Cancel();
+}
+
+void QueryManager::WaitAllQueries() {
+    std::map<QueryId, QueryPtr> queries;
+    {
+        const wm::Hold hold(lock_);
+        queries.swap(queries_);
+    }
+    for (const auto& [id, query] : queries)
+        query->Stop();
 }
 
 }  // namespace ZEL

@@ -1,27 +1,45 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <memory>
 
 #include "common/lock.h"
+#include "zelstore/database/izeldbimpl.h"
+#include "zelstore/query.h"
 
 namespace ZEL {
 
-// The store's running queries that have threads of their own. Queries on a caller's thread are not
-// entered here: the caller holds their stop event.
+// The store's queries that have threads of their own, finished ones too: a query leaves when it is
+// cancelled or when the store is shut down. Queries on a caller's thread are not entered here: the
+// caller holds their stop event. Operations may be called from any thread, also from callbacks of
+// queries: no lock is held while a query's thread is waited for.
 class QueryManager {
 public:
-    // Refuses new queries from now on.
-    void RefuseNew() EXCLUDES(lock_) {
-        const wm::Hold hold(lock_);
-        accepting_ = false;
-    }
-    bool Accepting() const EXCLUDES(lock_) {
-        const wm::Hold hold(lock_);
-        return accepting_;
-    }
+    // Starts a query. `announce` is told its name before its thread runs, since its callback may
+    // ask for it at once. 0x80004004 when new queries are refused.
+    HRESULT StartQuery(IStringValue* document, IQueryCallback* callback,
+                       const std::function<void(const QueryId&)>& announce) EXCLUDES(lock_);
+    // Ends a query, waits for it and frees it. hr::nothingToDo when there is none of that name or
+    // somebody else freed it meanwhile. Not waited for on the query's own thread.
+    HRESULT CancelQuery(const QueryId& id) EXCLUDES(lock_);
+    // All three: hr::nothingToDo when there is no such query.
+    HRESULT RequestStop(const QueryId& id) EXCLUDES(lock_);
+    HRESULT Pause(const QueryId& id) EXCLUDES(lock_);
+    HRESULT Resume(const QueryId& id) EXCLUDES(lock_);
+
+    // Refuses new queries and tells all to end.
+    void StopAllQueries() EXCLUDES(lock_);
+    // Waits for all and forgets them.
+    void WaitAllQueries() EXCLUDES(lock_);
 
 private:
+    using QueryPtr = std::shared_ptr<Query>;
+
+    QueryPtr Find(const QueryId& id) const EXCLUDES(lock_);
+
     mutable wm::Lock lock_{wm::LockRank::queryManager};
+    std::map<QueryId, QueryPtr> queries_ GUARDED_BY(lock_);
     bool accepting_ GUARDED_BY(lock_) = true;
 };
 
@@ -34,5 +52,8 @@ struct QueryModule {
 };
 
 QueryModule& Queries() noexcept;
+
+// A name for a query that no other query of this process has.
+QueryId NewQueryId() noexcept;
 
 }  // namespace ZEL

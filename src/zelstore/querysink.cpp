@@ -9,6 +9,7 @@
 #include "common/textbridge.h"
 #include "zelstore/boundary.h"
 #include "zelstore/database/keyformat.h"
+#include "zelstore/querymanager.h"
 #include "zelstore/resulttext.h"
 
 namespace ZEL {
@@ -20,17 +21,6 @@ constexpr std::string_view sequenceMarker = "<sequence>";
 
 std::string_view View(const leveldb::Slice& slice) {
     return {slice.data(), slice.size()};
-}
-
-// Names the query to the database, which keeps one silent database open for it.
-QueryId NewQueryId() {
-    static std::atomic<std::uint64_t> counter{0};
-    const std::uint64_t number = counter.fetch_add(1, std::memory_order_relaxed) + 1;
-    QueryId id;
-    id.Data1 = static_cast<std::uint32_t>(number);
-    id.Data2 = static_cast<std::uint16_t>(number >> 32);
-    id.Data3 = static_cast<std::uint16_t>(number >> 48);
-    return id;
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "common/itobfactory.h"
 #include "common/textbridge.h"
 #include "zelstore/ieventstore.h"
+#include "zelstore/izelstorequery.h"
 
 // What a host of the store needs: string values, a callback that keeps what it hears, and the
 // component, loaded.
@@ -29,9 +32,12 @@ inline std::string Utf8(IStringValue* value) {
     return text;
 }
 
-// Lives on the stack of a test: its count is not looked at.
+// Lives on the stack of a test: its count is not looked at. What it keeps is to be read behind the
+// query's end.
 class RecordingCallback final : public IQueryCallback {
 public:
+    RecordingCallback() { EXPECT_TRUE(ended_->Create(true, false)); }
+
     TobResult QueryInterface(const GUID&, void** out) override {
         *out = nullptr;
         return TOBERR_NO_INTERFACE;
@@ -45,15 +51,27 @@ public:
             endStatus = status;
             complete = isComplete;
             EXPECT_EQ(results, nullptr);
+            if (onEnd)
+                onEnd();
+            ended_->Set();
             return hr::ok;
         }
         batches.push_back(results->Count());
         for (std::size_t i = 0; i < results->Count(); ++i)
             texts.push_back(Utf8(results->GetValue(i)));
         cursors.emplace_back(Utf8(resumeTime), resumeSequence);
+        if (onBatch)
+            onBatch(batches.size());
         return batchAnswer;
     }
+    // For a query on another thread; the test's own time limit ends a wait in vain.
+    void AwaitEnd() const {
+        const HANDLE handle = ended_->Handle();
+        EXPECT_EQ(wm::WaitForAny(1, &handle, wm::waitForever), 0u);
+    }
 
+    std::function<void(std::size_t)> onBatch;  // told the number of batches so far
+    std::function<void()> onEnd;
     int ends = 0;
     HRESULT endStatus = hr::fail;
     bool complete = false;
@@ -61,6 +79,9 @@ public:
     std::vector<std::size_t> batches;
     std::vector<std::string> texts;
     std::vector<std::pair<std::string, std::int32_t>> cursors;
+
+private:
+    std::shared_ptr<wm::EventObject> ended_ = std::make_shared<wm::EventObject>();
 };
 
 // The component as a host sees it.
@@ -77,15 +98,22 @@ public:
             reinterpret_cast<GetObjectCountFunction>(::dlsym(module_, "GetObjectCount"));
     }
 
-    CountedPtr<ITobFactory2> Factory() const {
+    CountedPtr<ITobFactory2> Factory(const GUID& objectId = eventStoreObjectId) const {
         ITobFactory* factory = nullptr;
-        EXPECT_EQ(getFactory(eventStoreObjectId, &factory), TOB_OK);
+        EXPECT_EQ(getFactory(objectId, &factory), TOB_OK);
         return CountedPtr<ITobFactory2>::Adopt(static_cast<ITobFactory2*>(factory));
     }
     CountedPtr<IEventStore7> Store() const {
         CountedPtr<IEventStore7> store;
         EXPECT_EQ(Factory()->CreateInstance(iidEventStore7, store.ReceiveVoid()), TOB_OK);
         return store;
+    }
+    CountedPtr<IZelStoreQuery2> Query() const {
+        CountedPtr<IZelStoreQuery2> query;
+        EXPECT_EQ(
+            Factory(eventsQueryObjectId)->CreateInstance(iidZelStoreQuery2, query.ReceiveVoid()),
+            TOB_OK);
+        return query;
     }
 
     GetFactoryFunction getFactory = nullptr;

@@ -1,0 +1,77 @@
+#include "zelstore/eventsquery.h"
+
+#include "zelstore/boundary.h"
+#include "zelstore/querymanager.h"
+
+namespace ZEL {
+
+namespace {
+
+// Runs `operation` on the manager while queries are enabled, and gives `disabled` otherwise. The
+// module's lock is left first; the copied pointer keeps the manager alive beside a shut-down.
+template <typename Operation>
+HRESULT OnManager(HRESULT disabled, Operation&& operation) noexcept {
+    return AtBoundary([&] {
+        std::shared_ptr<QueryManager> manager;
+        {
+            QueryModule& module = Queries();
+            const wm::Hold hold(module.queryManagerLock);
+            if (module.queriesEnabled)
+                manager = module.queryManager;
+        }
+        return manager ? operation(*manager) : disabled;
+    });
+}
+
+}  // namespace
+
+TobResult EventsQuery::QueryInterface(const GUID& iid, void** out) {
+    IZelStoreQuery2* const face = this;
+    const InterfaceRow rows[] = {{iidZelStoreQuery, face}, {iidZelStoreQuery2, face}};
+    return FindInterface(rows, iid, this, out);
+}
+
+QueryId EventsQuery::Id() const {
+    const wm::Hold hold(idLock_);
+    return queryId_;
+}
+
+void EventsQuery::SetId(const QueryId& id) {
+    const wm::Hold hold(idLock_);
+    queryId_ = id;
+}
+
+HRESULT EventsQuery::StopAndWait() {
+    return OnManager(hr::ok, [this](QueryManager& manager) { return manager.CancelQuery(Id()); });
+}
+
+HRESULT EventsQuery::RequestStop() {
+    return OnManager(hr::fail, [this](QueryManager& manager) { return manager.RequestStop(Id()); });
+}
+
+HRESULT EventsQuery::Start(IStringValue* document, IQueryCallback* callback) {
+    return OnManager(hr::fail, [&](QueryManager& manager) {
+        const QueryId former = Id();
+        const HRESULT result =
+            manager.StartQuery(document, callback, [this](const QueryId& id) { SetId(id); });
+        if (Failed(result))
+            SetId(former);
+        return result;
+    });
+}
+
+HRESULT EventsQuery::Pause() {
+    return OnManager(hr::ok, [this](QueryManager& manager) {
+        IgnoreResult(manager.Pause(Id()), "a query that is over needs no pause");
+        return hr::ok;
+    });
+}
+
+HRESULT EventsQuery::Resume() {
+    return OnManager(hr::ok, [this](QueryManager& manager) {
+        IgnoreResult(manager.Resume(Id()), "a query that is over is not paused");
+        return hr::ok;
+    });
+}
+
+}  // namespace ZEL

@@ -1,0 +1,238 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include "support/client.h"
+#include "support/storefixture.h"
+
+namespace ZEL {
+namespace {
+
+using test::LoadedComponent;
+using test::RecordingCallback;
+using test::Str;
+
+const char* const everything =
+    R"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"}}]}})";
+
+// Queries on threads of their own, through the loaded component.
+class EventsQueryTest : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(store->Initialize(), hr::ok); }
+    void TearDown() override {
+        EXPECT_EQ(store->Stop(), hr::ok);
+        EXPECT_EQ(store->Shutdown(), hr::ok);
+        store.Reset();
+        EXPECT_EQ(component.getObjectCount(), 0u);
+    }
+    // Rows in one folder of its own for each day.
+    void Fill(int days, int rowsADay) {
+        for (int day = 1; day <= days; ++day) {
+            clock_.SetDate(2026, 5, static_cast<std::uint16_t>(day));
+            for (int i = 0; i < rowsADay; ++i)
+                InsertRow(day, i);
+            ASSERT_EQ(store->Stop(), hr::ok);  // writes on this thread
+        }
+        ASSERT_EQ(store->Initialize(), hr::ok);
+        // The database that is written to stays open, and its next walk meets the abort of Stop.
+        RecordingCallback aborted;
+        EXPECT_EQ(RunQuery(*store, everything, aborted), hr::ok);
+    }
+    void InsertRow(int day, int i) {
+        char key[128];
+        std::snprintf(key, sizeof(key),
+                      "p<begin_time>2026-05-%02dT10:00:00.000Z<sequence>%010d<object_type>file"
+                      "<action>create",
+                      day, i);
+        ASSERT_EQ(store->Insert(Str(key).Get(), Str("{}").Get()), hr::ok);
+    }
+    HRESULT Start(IZelStoreQuery2& query, RecordingCallback& callback,
+                  const char* document = everything) {
+        return query.Start(Str(document).Get(), &callback);
+    }
+
+private:
+    test::TempStore directory_;
+    test::FakeClock clock_;
+
+protected:
+    LoadedComponent component;
+    CountedPtr<IEventStore7> store = component.Store();
+};
+
+TEST_F(EventsQueryTest, RunsToItsEndAndIsFreedOnce) {
+    Fill(2, 150);
+    const auto query = component.Query();
+    EXPECT_EQ(query->StopAndWait(), hr::nothingToDo) << "never started";
+    EXPECT_EQ(query->RequestStop(), hr::nothingToDo);
+    EXPECT_EQ(query->Start(nullptr, nullptr), hr::invalidArgument);
+    RecordingCallback got;
+    ASSERT_EQ(Start(*query, got), hr::ok);
+    got.AwaitEnd();
+    EXPECT_EQ(query->RequestStop(), hr::ok) << "it stays until it is freed";
+    EXPECT_EQ(query->Pause(), hr::ok);
+    EXPECT_EQ(query->StopAndWait(), hr::ok);
+    EXPECT_EQ(query->StopAndWait(), hr::nothingToDo);
+    EXPECT_EQ(got.texts.size(), 300u);
+    EXPECT_EQ(got.ends, 1);
+
+    RecordingCallback bad;
+    ASSERT_EQ(Start(*query, bad, "no json"), hr::ok) << "one object may start again";
+    bad.AwaitEnd();
+    EXPECT_EQ(bad.endStatus, hr::unexpected);
+    EXPECT_EQ(query->StopAndWait(), hr::ok);
+}
+
+TEST_F(EventsQueryTest, AnswersAsTheStoreStands) {
+    const auto query = component.Query();
+    RecordingCallback got;
+    ASSERT_EQ(store->Stop(), hr::ok);
+    const auto refused = [&] {
+        EXPECT_EQ(Start(*query, got), hr::fail);
+        EXPECT_EQ(query->StopAndWait(), hr::ok);
+        EXPECT_EQ(query->RequestStop(), hr::fail);
+        EXPECT_EQ(query->Pause(), hr::ok);
+        EXPECT_EQ(query->Resume(), hr::ok);
+        EXPECT_EQ(query->ReservedA(), hr::ok);
+        EXPECT_EQ(query->ReservedB(), hr::ok);
+    };
+    refused();
+    ASSERT_EQ(store->Shutdown(), hr::ok);
+    refused();
+    EXPECT_EQ(got.ends, 0);
+}
+
+TEST_F(EventsQueryTest, PauseHoldsTheWalkAtAThousandthRow) {
+    Fill(1, 2500);
+    const auto query = component.Query();
+    RecordingCallback got;
+    std::atomic<bool> resumed{false}, reached{false};
+    got.onBatch = [&](std::size_t batches) {
+        if (batches == 1) {
+            EXPECT_EQ(query->Pause(), hr::ok);
+        }
+        reached = batches >= 9;
+        EXPECT_TRUE(batches < 10 || resumed) << "the walk did not wait";
+    };
+    ASSERT_EQ(Start(*query, got), hr::ok);
+    while (!reached)
+        std::this_thread::yield();
+    resumed = true;
+    EXPECT_EQ(query->Resume(), hr::ok);
+    got.AwaitEnd();
+    EXPECT_EQ(got.texts.size(), 2500u);
+    EXPECT_EQ(query->StopAndWait(), hr::ok);
+}
+
+TEST_F(EventsQueryTest, StopEndsOneFolderAndCancellingAPausedQueryEnds) {
+    Fill(3, 1200);
+    const auto query = component.Query();
+    RecordingCallback stopped;
+    stopped.onBatch = [&](std::size_t batches) {
+        if (batches == 1) {
+            EXPECT_EQ(query->RequestStop(), hr::ok);
+        }
+    };
+    ASSERT_EQ(Start(*query, stopped), hr::ok);
+    stopped.AwaitEnd();
+    EXPECT_EQ(stopped.texts.size(), 999u + 2 * 1200u) << "later folders are still visited";
+    EXPECT_EQ(stopped.endStatus, hr::ok);
+    EXPECT_EQ(query->StopAndWait(), hr::ok);
+
+    RecordingCallback paused;
+    std::atomic<bool> reached{false};
+    paused.onBatch = [&](std::size_t batches) {
+        EXPECT_EQ(query->Pause(), hr::ok);
+        reached = reached || batches == 9;
+    };
+    ASSERT_EQ(Start(*query, paused), hr::ok);
+    while (!reached)
+        std::this_thread::yield();
+    EXPECT_EQ(query->StopAndWait(), hr::ok);
+    EXPECT_EQ(paused.ends, 1);
+}
+
+TEST_F(EventsQueryTest, CallbacksMayEndTheirQueryAndTheStore) {
+    Fill(1, 500);
+    const auto query = component.Query();
+    RecordingCallback own;
+    own.onBatch = [&](std::size_t batches) {
+        EXPECT_EQ(query->StopAndWait(), batches == 1 ? hr::ok : hr::nothingToDo);
+    };
+    ASSERT_EQ(Start(*query, own), hr::ok);
+    EXPECT_EQ(Succeeded(query->StopAndWait()), true) << "from both sides at once";
+    own.AwaitEnd();
+    EXPECT_EQ(own.texts.size(), 500u);
+
+    RecordingCallback last;
+    const auto other = component.Query();
+    last.onBatch = [&](std::size_t batches) {
+        if (batches != 1)
+            return;
+        EXPECT_EQ(store->Stop(), hr::ok);
+        EXPECT_EQ(store->Shutdown(), hr::ok);
+        EXPECT_EQ(other->Start(Str(everything).Get(), &own), hr::fail);
+    };
+    ASSERT_EQ(Start(*query, last), hr::ok);
+    last.AwaitEnd();
+    EXPECT_EQ(last.texts.size(), 500u) << "the walk keeps its database";
+}
+
+TEST_F(EventsQueryTest, AThrowingCallbackEndsNothing) {
+    Fill(1, 250);
+    const auto query = component.Query();
+    RecordingCallback got;
+    got.onBatch = [](std::size_t) { throw std::runtime_error("of the host"); };
+    got.onEnd = [] { throw 7; };
+    ASSERT_EQ(Start(*query, got), hr::ok);
+    EXPECT_TRUE(Succeeded(query->StopAndWait()));
+    EXPECT_EQ(got.ends, 1);
+}
+
+// Many queries, writers and ends of the store at once; what counts is that all of it ends and that
+// the sanitizers find nothing. ZEL_STRESS_ROUNDS makes it long.
+TEST_F(EventsQueryTest, RunsBesideWritersStopsAndOtherQueries) {
+    const char* const asked = std::getenv("ZEL_STRESS_ROUNDS");
+    const int rounds = asked != nullptr ? std::atoi(asked) : 3;
+    for (int round = 0; round < rounds; ++round) {
+        Fill(2, 1100);
+        std::atomic<bool> over{false};
+        std::vector<std::thread> threads;
+        threads.emplace_back([&] {
+            for (int i = 0; !over && i < 5000; ++i)
+                InsertRow(3, i);
+        });
+        for (int n = 0; n < 3; ++n) {
+            threads.emplace_back([&, n] {
+                const auto query = component.Query();
+                while (!over) {
+                    RecordingCallback got;
+                    if (Failed(Start(*query, got)))
+                        continue;
+                    EXPECT_EQ(query->Pause(), hr::ok);
+                    if (n != 0) {
+                        EXPECT_EQ(query->Resume(), hr::ok);
+                    }
+                    IgnoreResult(query->StopAndWait(), "the store may be gone");
+                    got.AwaitEnd();
+                    EXPECT_EQ(got.ends, 1);
+                }
+            });
+        }
+        for (int i = 0; i < 5; ++i) {
+            RecordingCallback got;
+            EXPECT_EQ(RunQuery(*store, everything, got), hr::ok);
+        }
+        EXPECT_EQ(store->Stop(), hr::ok);
+        EXPECT_EQ(store->Shutdown(), hr::ok);
+        over = true;
+        for (std::thread& thread : threads)
+            thread.join();
+        ASSERT_EQ(store->Initialize(), hr::ok);
+    }
+}
+
+}  // namespace
+}  // namespace ZEL
