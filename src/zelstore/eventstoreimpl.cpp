@@ -173,6 +173,7 @@ void EventStoreImpl::WaitForQueries() {
     }
     if (manager)
         manager->WaitAllQueries();
+    queries.leaving.WaitAll();
 }
 
 HRESULT EventStoreImpl::SetLiveMode(bool enable) {

@@ -26,6 +26,7 @@ public:
     HRESULT Start(IStringValue* document, IQueryCallback* callback);
     // Waits for the thread, unless this is the thread. It is to be told to end before.
     void Stop() { thread_.Wait(); }
+    bool IsRunning() const { return thread_.IsRunning(); }
 
     // Ends the walk of the database in hand, unless it is paused.
     void RequestStop() { work_->stopEvent.Set(); }

@@ -21,6 +21,30 @@ QueryId NewQueryId() noexcept {
     return id;
 }
 
+void LeavingQueries::Add(std::shared_ptr<Query> query) {
+    const wm::Hold hold(lock_);
+    std::erase_if(queries_, [](const auto& left) { return !left->IsRunning(); });
+    queries_.push_back(std::move(query));
+}
+
+void LeavingQueries::WaitAll() {
+    std::vector<std::shared_ptr<Query>> queries;
+    {
+        const wm::Hold hold(lock_);
+        queries = queries_;
+    }
+    for (const auto& query : queries)
+        query->Stop();
+    const wm::Hold hold(lock_);
+    std::erase_if(queries_, [](const auto& left) { return !left->IsRunning(); });
+}
+
+void QueryManager::Await(const QueryPtr& query) {
+    query->Stop();
+    if (query->IsRunning())
+        Queries().leaving.Add(query);
+}
+
 HRESULT QueryManager::StartQuery(IStringValue* document, IQueryCallback* callback,
                                  const std::function<void(const QueryId&)>& announce) {
     const wm::Hold hold(lock_);
@@ -54,7 +78,7 @@ HRESULT QueryManager::CancelQuery(const QueryId& id) {
     if (!query)
         return hr::nothingToDo;
     query->Cancel();
-    query->Stop();
+    Await(query);
     const wm::Hold hold(lock_);
     return queries_.erase(id) != 0 ? hr::ok : hr::nothingToDo;
 }
@@ -97,7 +121,7 @@ void QueryManager::WaitAllQueries() {
         queries.swap(queries_);
     }
     for (const auto& [id, query] : queries)
-        query->Stop();
+        Await(query);
 }
 
 }  // namespace ZEL

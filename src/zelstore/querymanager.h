@@ -3,12 +3,27 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "common/lock.h"
 #include "zelstore/database/izeldbimpl.h"
 #include "zelstore/query.h"
 
 namespace ZEL {
+
+// Queries that were ended by their own callbacks: nobody has waited for their threads yet. The
+// store's shut-down does, so that no thread of the store outlives it.
+class LeavingQueries {
+public:
+    // Forgets those that have left meanwhile.
+    void Add(std::shared_ptr<Query> query) EXCLUDES(lock_);
+    // A query on whose thread this is called stays for the next call.
+    void WaitAll() EXCLUDES(lock_);
+
+private:
+    wm::Lock lock_;
+    std::vector<std::shared_ptr<Query>> queries_ GUARDED_BY(lock_);
+};
 
 // The store's queries that have threads of their own, finished ones too: a query leaves when it is
 // cancelled or when the store is shut down. Queries on a caller's thread are not entered here: the
@@ -36,6 +51,7 @@ public:
 private:
     using QueryPtr = std::shared_ptr<Query>;
 
+    static void Await(const QueryPtr& query);
     QueryPtr Find(const QueryId& id) const EXCLUDES(lock_);
 
     mutable wm::Lock lock_{wm::LockRank::queryManager};
@@ -49,6 +65,7 @@ struct QueryModule {
     wm::Lock queryManagerLock{wm::LockRank::queryManagerPointer};
     std::shared_ptr<QueryManager> queryManager GUARDED_BY(queryManagerLock);
     bool queriesEnabled GUARDED_BY(queryManagerLock) = false;
+    LeavingQueries leaving;
 };
 
 QueryModule& Queries() noexcept;
