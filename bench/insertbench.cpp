@@ -15,7 +15,7 @@ namespace bench {
 
 namespace {
 
-constexpr std::size_t recordCount = 100000;
+constexpr std::size_t recordCount = 300000;
 constexpr std::size_t batchRecords = 500;
 
 using ZEL::CountedPtr;

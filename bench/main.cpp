@@ -51,7 +51,10 @@ public:
     void Finalize() override {
         Ratio("ingest to raw write", "BM_Ingest", "BM_RawWrite");
         Ratio("full scan, every row delivered, to bare walk", "BM_FullScan", "BM_BareWalk");
-        Ratio("scan without a match to bare walk", "BM_ScanWithoutMatch", "BM_BareWalk");
+        Ratio("path ends_with, no match, to bare walk", "BM_PathEndsWith", "BM_BareWalk");
+        Ratio("hash equals, no match, to bare walk", "BM_HashEquals", "BM_BareWalk");
+        Ratio("path fits_pattern, no match, to bare walk", "BM_PathFitsPattern", "BM_BareWalk");
+        Ratio("path with wildcards, no match, to bare walk", "BM_PathWildcard", "BM_BareWalk");
     }
 
 private:

@@ -33,7 +33,7 @@ std::string FieldTemplate(std::string_view name, char tag) {
     return text;
 }
 
-std::string ComposeKey(const std::string& time, std::uint32_t sequence,
+std::string ComposeKey(std::string_view time, std::uint32_t sequence,
                        const Schema::RecordFields& fields) {
     KeyTemplate key("p<begin_time>|A<sequence>|B<object_type>|D<action>|E");
     key.Set('A', time);
@@ -57,12 +57,13 @@ HRESULT KeyOfEvent(const Schema::Event& event, std::string* key) {
         return result;
     if (!event.begin_time)
         return hr::invalidArgument;
-    const std::string time = utility::conversions::to_utf8string(event.begin_time->value);
-    if (!wm::IsUtf8(time))
+    std::string buffer;
+    const auto time = Schema::ToUtf8(event.begin_time->value, buffer);
+    if (!time)
         return hr::outOfMemory;
     if (fields.Find(KeyField::objectType) == nullptr || fields.Find(KeyField::action) == nullptr)
         return hr::fail;
-    *key = ComposeKey(time, event.seq_num, fields);
+    *key = ComposeKey(*time, event.seq_num, fields);
     return hr::ok;
 }
 

@@ -55,7 +55,14 @@ HRESULT MakeStart(const Schema::Event& subQuery, std::int32_t* family, std::stri
         start = subQuery.begin_time.get();
     if (start == nullptr)
         return hr::invalidArgument;
-    return MakeScanStartKey(*family, start->value, subQuery.seq_num, startKey);
+    std::string buffer;
+    const auto time = Schema::ToUtf8(start->value, buffer);
+    if (!time) {
+        wm::Trace(wm::TraceLevel::warning, "a query's time is not Unicode");
+        startKey->clear();  // which no database takes
+        return hr::ok;
+    }
+    return MakeScanStartKey(*family, *time, subQuery.seq_num, startKey);
 }
 
 HRESULT RunSubQuery(IZelDbImpl& database, Schema::Event& subQuery, QuerySinkOptions options,
@@ -113,11 +120,9 @@ HRESULT EventStoreImpl::Query(IStringValue* document, IQueryCallback* callback, 
         end.status = Reported(hr::fail);
         return end.status;
     }
-    if (document == nullptr || document->GetLength(0) == 0) {
-        end.status = Reported(hr::invalidArgument);
-        return end.status;
-    }
     end.status = AtBoundary([&] {
+        if (document == nullptr || document->GetLength(0) == 0)
+            return Reported(hr::invalidArgument);
         std::string text;
         if (!wm::ToUtf8({document->GetText(), document->GetLength(0)}, text))
             return Reported(hr::unexpected);

@@ -2,16 +2,11 @@
 
 #include <algorithm>
 
-#include "zelstore/database/keyformat.h"
-
+#include "zelstore/asciicase.h"
 namespace ZEL {
 
 namespace {
 
-// Case is folded for ASCII alone, whatever the locale: other bytes of UTF-8 stay as they are.
-constexpr char Upper(char c) noexcept {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
 constexpr char Same(char c) noexcept {
     return c;
 }
@@ -81,6 +76,11 @@ bool Compare(std::int32_t op, std::string_view text, std::string_view value) {
     }
 }
 
+bool StandsEarly(std::string_view name) {
+    return name == "object_type" || name == "action" || name == "type_id" ||
+           name == "target_type_id";
+}
+
 }  // namespace
 
 QueryFilter::QueryFilter(const Schema::FilterMap& conditions) {
@@ -89,20 +89,20 @@ QueryFilter::QueryFilter(const Schema::FilterMap& conditions) {
         for (const auto& [value, op] : values) {
             Condition condition{op.op, op.caseSensitive, value, std::nullopt};
             if (!condition.caseSensitive && condition.op != Schema::operatorFitsPattern)
-                std::transform(value.begin(), value.end(), condition.value.begin(), Upper);
+                std::transform(value.begin(), value.end(), condition.value.begin(), ToUpperAscii);
             field.conditions.push_back(std::move(condition));
         }
         fields_.push_back(std::move(field));
     }
+    // Keys are split from their end, so what stands near their start is asked for last. All fields
+    // have to pass, so the order decides only what a row costs.
+    std::stable_partition(fields_.begin(), fields_.end(),
+                          [](const Field& field) { return !StandsEarly(field.name); });
 }
 
-bool QueryFilter::MatchesFilter(std::string_view key) {
-    if (fields_.empty())
-        return true;
-    KeyFields keyFields;
-    SplitKeyFields(key, &keyFields);
+bool QueryFilter::MatchesFilter(const KeyFields& keyFields) {
     for (Field& field : fields_) {
-        std::string text;
+        std::string_view text;
         if (Failed(GetKeyField(keyFields, field.name, &text)) ||
             !MatchValue(text, field.conditions))
             return false;
@@ -113,15 +113,10 @@ bool QueryFilter::MatchesFilter(std::string_view key) {
 bool QueryFilter::Test(std::string_view text, Condition& condition) {
     if (condition.op != Schema::operatorFitsPattern)
         return condition.caseSensitive ? Compare<Same>(condition.op, text, condition.value)
-                                       : Compare<Upper>(condition.op, text, condition.value);
-    if (!condition.pattern) {
-        boost::regex::flag_type syntax = boost::regex_constants::normal;
-        if (!condition.caseSensitive)
-            syntax |= boost::regex_constants::icase;
-        condition.pattern.emplace(condition.value, syntax);
-    }
-    return boost::regex_match(text.begin(), text.end(), *condition.pattern,
-                              boost::regex_constants::match_any);
+                                       : Compare<ToUpperAscii>(condition.op, text, condition.value);
+    if (!condition.pattern)
+        condition.pattern.emplace(condition.value, condition.caseSensitive);
+    return condition.pattern->Matches(text);
 }
 
 bool QueryFilter::MatchValue(std::string_view text, std::vector<Condition>& conditions) {

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <boost/regex.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "zelstore/database/keyformat.h"
+#include "zelstore/pattern.h"
 #include "zelstore/schema/keyfields.h"
 
 namespace ZEL {
@@ -20,14 +21,14 @@ public:
 
     bool Empty() const noexcept { return fields_.empty(); }
     // Whether a primary key passes. Throws what a pattern throws.
-    bool MatchesFilter(std::string_view key);
+    bool MatchesFilter(const KeyFields& keyFields);
 
 private:
     struct Condition {
         std::int32_t op;
         bool caseSensitive;
         std::string value;
-        std::optional<boost::regex> pattern;
+        std::optional<Pattern> pattern;
     };
     struct Field {
         std::string name;

@@ -16,6 +16,18 @@ namespace ZEL {
 
 namespace {
 
+// A row that threw is left out, and the walk goes on.
+void ReportLostRow(const char* what) noexcept {
+    IgnoreResult(AtBoundary([&] {
+                     wm::ErrorReport()
+                         .SetError(hr::unexpected, "zelstore/querysink")
+                         .AddDetail("Exception", what)
+                         .Submit();
+                     return hr::ok;
+                 }),
+                 "without memory there is no report either");
+}
+
 constexpr std::string_view receiveMarker = "<receive_time>";
 constexpr std::string_view sequenceMarker = "<sequence>";
 
@@ -40,8 +52,10 @@ std::unique_ptr<QuerySink> QuerySink::Create(const Schema::Event& subQuery,
     std::unique_ptr<QuerySink> sink(
         new QuerySink(options, std::move(prefix), conditions, callback));
     if (const Schema::DatePair* end = subQuery.end_time.get()) {
-        const std::string text(end->value);
-        IgnoreResult(sink->SetEndValue(text), "without an end the walk goes on to the last row");
+        std::string buffer;
+        const auto text = Schema::ToUtf8(end->value, buffer);
+        if (!text || Failed(sink->SetEndValue(std::string(*text))))
+            wm::Trace(wm::TraceLevel::warning, "a query's end is not Unicode and does not apply");
     }
     return sink;
 }
@@ -51,7 +65,7 @@ QuerySink::QuerySink(const QuerySinkOptions& options, std::string prefix,
     : options_(options),
       prefix_(std::move(prefix)),
       isPrimary_(options.family == familyPrimary),
-      timeMarker_(isPrimary_ ? "<begin_time>" : receiveMarker),
+      timeField_(isPrimary_ ? "begin_time" : "receive_time"),
       callback_(callback),
       filter_(conditions) {
     if (options_.includeEnrichments || options_.noLiveEnrichedEvents)
@@ -95,29 +109,27 @@ RowResult QuerySink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& v
     try {
         return Accept(View(key), View(value), keepGoing);
     } catch (const std::exception& error) {
-        wm::ErrorReport()
-            .SetError(hr::unexpected, "zelstore/querysink")
-            .AddDetail("Exception", error.what())
-            .Submit();
+        ReportLostRow(error.what());
     } catch (...) {
-        wm::ErrorReport()
-            .SetError(hr::unexpected, "zelstore/querysink")
-            .AddDetail("Exception", "Unknown")
-            .Submit();
+        ReportLostRow("Unknown");
     }
     return RowResult::goOn;
 }
 
 RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* keepGoing) {
-    if (!key.starts_with(prefix_) || IsPastEnd(key))
+    if (!key.starts_with(prefix_))
         return RowResult::endDatabase;
-    if (!filter_.MatchesFilter(key))
+    if (!endValue_.empty() || !filter_.Empty())
+        SplitKeyFields(key, &fields_);
+    if (!endValue_.empty() && IsPastEnd())
+        return RowResult::endDatabase;
+    if (!filter_.MatchesFilter(fields_))
         return RowResult::goOn;
-    std::wstring text;
-    if (!MakeResult(key, value, &text))
+    const auto text = MakeResult(key, value);
+    IStringValue* made = nullptr;
+    if (!text || !wm::CreateStringValue(*text, &made))
         return RowResult::goOn;
-    const auto result =
-        CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(std::wstring_view(text)));
+    const auto result = CountedPtr<IStringValue>::Adopt(made);
     if (!result) {
         wm::Trace(wm::TraceLevel::error, "a result can't be made", hr::outOfMemory);
         return RowResult::abandonDatabase;
@@ -127,13 +139,9 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
         return RowResult::goOn;
     }
     if (batch_->Count() >= batchSize) {
-        std::wstring time;
-        std::int32_t sequence = 0;
-        if (Failed(ExtractCursor(&time, &sequence)))
-            return RowResult::goOn;
-        if (Failed(Deliver(time, sequence)))
-            return RowResult::abandonDatabase;
-        batch_->Clear();
+        const RowResult delivered = DeliverFullBatch();
+        if (batch_->Count() != 0)
+            return delivered;
     }
     ++matchCount_;
     if (options_.limit >= 0 && matchCount_ >= options_.limit) {
@@ -143,38 +151,45 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
     return RowResult::goOn;
 }
 
-bool QuerySink::IsPastEnd(std::string_view key) const {
-    if (endValue_.empty())
-        return false;
-    // The time is the first field of its family's keys, so it needs no split of the whole key.
-    const std::string_view behindPrefix = key.substr(prefix_.size());
+// Leaves the batch filled when it could not be delivered.
+RowResult QuerySink::DeliverFullBatch() {
+    std::wstring time;
+    std::int32_t sequence = 0;
+    if (Failed(ExtractCursor(&time, &sequence)))
+        return RowResult::goOn;
+    if (Failed(Deliver(time, sequence)))
+        return RowResult::abandonDatabase;
+    batch_->Clear();
+    return RowResult::goOn;
+}
+
+bool QuerySink::IsPastEnd() const {
     std::string_view time;
-    if (behindPrefix.starts_with(timeMarker_)) {
-        time = behindPrefix.substr(timeMarker_.size());
-        time = time.substr(0, time.find('<'));
-    } else {
-        wm::Trace(wm::TraceLevel::warning, "a key has no time", hr::fail, key);
+    const HRESULT result = GetKeyField(fields_, timeField_, &time);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::warning, "a key has no time", result);
         return false;
     }
     return time > std::string_view(endValue_);
 }
 
-bool QuerySink::MakeResult(std::string_view key, std::string_view value, std::wstring* text) {
+std::optional<std::string_view> QuerySink::MakeResult(std::string_view key,
+                                                      std::string_view value) {
     if (isPrimary_)
-        return MakePrimaryResult(key, value, text);
-    const HRESULT result = JoinEnrichedEvent(value, text);
+        return MakePrimaryResult(key, value);
+    const HRESULT result = JoinEnrichedEvent(value);
     if (Failed(result)) {
         wm::Trace(wm::TraceLevel::warning, "a receive-time row has no event", result, key);
-        return false;
+        return std::nullopt;
     }
     lastKey_.assign(key);
-    return true;
+    return joined_;
 }
 
-bool QuerySink::MakePrimaryResult(std::string_view key, std::string_view value,
-                                  std::wstring* text) {
+std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view key,
+                                                             std::string_view value) {
     if (!options_.includeEnrichments && !options_.noLiveEnrichedEvents)
-        return wm::ToWide(value, *text);
+        return value;
     std::vector<std::string> values;
     HRESULT result = hr::ok;
     if (options_.noLiveEnrichedEvents) {
@@ -184,17 +199,17 @@ bool QuerySink::MakePrimaryResult(std::string_view key, std::string_view value,
         if (Failed(result))
             values.clear();
         else if (hasOther)
-            return false;
+            return std::nullopt;
     } else {
         result = database_->GetEnrichments(&queryId_, std::string(key), &values);
     }
     if (Failed(result))
         wm::Trace(wm::TraceLevel::verbose, "an event has no enrichments", result);
     if (values.empty())
-        return wm::ToWide(value, *text);
-    std::string joined(value);
-    AppendEnrichments(joined, values);
-    return wm::ToWide(joined, *text);
+        return value;
+    joined_.assign(value);
+    AppendEnrichments(joined_, values);
+    return joined_;
 }
 
 HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
@@ -208,19 +223,18 @@ HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
     return status.IsIOError() ? hr::deviceError : hr::fail;
 }
 
-HRESULT QuerySink::JoinEnrichedEvent(std::string_view value, std::wstring* text) {
+HRESULT QuerySink::JoinEnrichedEvent(std::string_view value) {
     if (instance_ == nullptr)
         return hr::noInterface;
     ReceiveRow row;
     HRESULT result = ParseReceiveRow(value, &row);
     if (Failed(result))
         return result;
-    std::string event;
-    result = ReadEvent(row.eventKey, &event);
+    result = ReadEvent(row.eventKey, &joined_);
     if (Failed(result))
         return result;
-    SpliceEnrichedData(event, row.enrichment);
-    return wm::ToWide(event, *text) ? hr::ok : hr::outOfMemory;
+    SpliceEnrichedData(joined_, row.enrichment);
+    return wm::IsUtf8(joined_) ? hr::ok : hr::outOfMemory;
 }
 
 HRESULT QuerySink::ExtractCursor(std::wstring* time, std::int32_t* sequence) const {
@@ -243,10 +257,8 @@ HRESULT QuerySink::ExtractCursor(std::wstring* time, std::int32_t* sequence) con
 
 HRESULT QuerySink::Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence) {
     const auto time = CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(resumeTime.c_str()));
-    const HRESULT result = AtBoundary([&] {
-        return callback_->OnQueryResults(hr::ok, batch_.Get(), false, false, time.Get(),
-                                         resumeSequence);
-    });
+    const HRESULT result =
+        callback_->OnQueryResults(hr::ok, batch_.Get(), false, false, time.Get(), resumeSequence);
     if (Failed(result))
         wm::Trace(wm::TraceLevel::warning, "the receiver of results failed", result);
     return result;
@@ -260,7 +272,7 @@ HRESULT QuerySink::End() {
     std::wstring time;
     std::int32_t sequence = 0;
     IgnoreResult(ExtractCursor(&time, &sequence), "results go out without a resume position");
-    return Deliver(time, sequence);
+    return AtBoundary([&] { return Deliver(time, sequence); });
 }
 
 }  // namespace ZEL

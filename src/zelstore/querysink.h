@@ -3,11 +3,13 @@
 #include <leveldb/options.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "common/countedptr.h"
 #include "zelstore/database/iquerysink.h"
 #include "zelstore/database/izeldbimpl.h"
+#include "zelstore/database/keyformat.h"
 #include "zelstore/ieventstore.h"
 #include "zelstore/queryfilter.h"
 #include "zelstore/schema/event.h"
@@ -47,11 +49,13 @@ private:
               const Schema::FilterMap& conditions, IQueryCallback* callback);
 
     RowResult Accept(std::string_view key, std::string_view value, bool* keepGoing);
-    bool IsPastEnd(std::string_view key) const;
-    // False when the record is to be dropped.
-    bool MakeResult(std::string_view key, std::string_view value, std::wstring* text);
-    bool MakePrimaryResult(std::string_view key, std::string_view value, std::wstring* text);
-    HRESULT JoinEnrichedEvent(std::string_view value, std::wstring* text);
+    bool IsPastEnd() const;
+    // The result text of a row: a view of `value` or of `joined_`. None when the record is to be
+    // dropped.
+    std::optional<std::string_view> MakeResult(std::string_view key, std::string_view value);
+    std::optional<std::string_view> MakePrimaryResult(std::string_view key, std::string_view value);
+    HRESULT JoinEnrichedEvent(std::string_view value);
+    RowResult DeliverFullBatch();
     HRESULT ReadEvent(const std::string& key, std::string* event);
     HRESULT ExtractCursor(std::wstring* time, std::int32_t* sequence) const;
     HRESULT Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence);
@@ -59,13 +63,15 @@ private:
     const QuerySinkOptions options_;
     const std::string prefix_;
     const bool isPrimary_;
-    const std::string timeMarker_;  // what stands ahead of the time in a key of this family
+    const std::string_view timeField_;
     CountedPtr<IQueryCallback> callback_;
     CountedPtr<IValueCollection> batch_;
     QueryFilter filter_;
     IZelDbImpl* database_ = nullptr;   // not owned
     leveldb::DB* instance_ = nullptr;  // not owned; the database being scanned
     leveldb::ReadOptions readOptions_;
+    KeyFields fields_;    // of the row in hand
+    std::string joined_;  // a result's text that is not just the row's value
     std::string endValue_;
     std::string lastKey_;  // of the latest receive-time row that was accepted
     std::int32_t matchCount_ = 0;

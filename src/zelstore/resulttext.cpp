@@ -3,7 +3,7 @@
 #include <cpprest/json.h>
 
 #include "common/trace.h"
-#include "zelstore/schema/vocabulary.h"
+#include "zelstore/schema/text.h"
 
 namespace ZEL {
 
@@ -22,6 +22,10 @@ bool CutLastBrace(std::string& text) {
 }  // namespace
 
 void AppendEnrichments(std::string& text, const std::vector<std::string>& values) {
+    std::size_t added = sizeof(",\"enrichments\":[]}");
+    for (const std::string& value : values)
+        added += value.size() + 1;
+    text.reserve(text.size() + added);  // so that a lack of memory leaves the event whole
     if (!CutLastBrace(text))
         return;
     text.append(",\"enrichments\":[");
@@ -43,8 +47,11 @@ HRESULT ParseReceiveRow(std::string_view value, ReceiveRow* row) {
     try {
         web::json::value parsed =
             web::json::value::parse(utility::conversions::to_string_t(std::string(value)));
-        row->eventKey =
-            utility::conversions::to_utf8string(parsed.at(ZEL_TEXT("event_pkey")).as_string());
+        std::string buffer;
+        const auto key = Schema::ToUtf8(parsed.at(ZEL_TEXT("event_pkey")).as_string(), buffer);
+        if (!key)
+            return hr::outOfMemory;
+        row->eventKey = *key;
         row->enrichment = utility::conversions::to_utf8string(
             parsed.has_field(ZEL_TEXT("event_enrichment"))
                 ? parsed.at(ZEL_TEXT("event_enrichment")).serialize()

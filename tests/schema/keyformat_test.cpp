@@ -36,7 +36,19 @@ TEST(KeyFormat, StartKeysAndDates) {
 TEST(KeyFormat, SplitsAndReadsFields) {
     KeyFields fields;
     SplitKeyFields("p<a>1<b>2>3<c>x<y<a>4<>e<d>", &fields);
-    EXPECT_EQ(fields, (KeyFields{{"", "e"}, {"a", "4"}, {"c", "x"}, {"d", ""}}));
+    EXPECT_EQ(fields.Find("a"), "4");
+    EXPECT_EQ(fields.Find("b"), std::nullopt);
+    EXPECT_EQ(fields.Find("c"), "x");
+    EXPECT_EQ(fields.Find("d"), "");
+    EXPECT_EQ(fields.Find(""), "e");
+    std::string longKey = "<a>1<b>2";
+    for (int i = 0; i < 40; ++i)
+        longKey += "<n>" + std::to_string(i);
+    longKey += "<a>9";
+    SplitKeyFields(longKey, &fields);
+    EXPECT_EQ(fields.Find("a"), "9");
+    EXPECT_EQ(fields.Find("b"), "2");
+    EXPECT_EQ(fields.Find("n"), "39");
 
     const struct {
         const char* key;
@@ -59,7 +71,7 @@ TEST(KeyFormat, SplitsAndReadsFields) {
     for (const auto& row : rows) {
         KeyFields split;
         SplitKeyFields(row.key, &split);
-        std::string value;
+        std::string_view value;
         EXPECT_EQ(GetKeyField(split, row.name, &value), row.result) << row.key << " " << row.name;
         EXPECT_EQ(value, row.value) << row.key << " " << row.name;
     }

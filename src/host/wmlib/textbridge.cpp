@@ -1,5 +1,6 @@
 #include "common/textbridge.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -62,15 +63,15 @@ void AppendUtf8(std::uint32_t c, std::string& out) {
     }
 }
 
-void AppendWide(std::uint32_t c, std::wstring& out) {
+wchar_t* PutWide(std::uint32_t c, wchar_t* out) noexcept {
     if constexpr (wideIs16Bit) {
         if (c >= 0x10000) {
-            out.push_back(static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10)));
-            out.push_back(static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
-            return;
+            *out++ = static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
+            c = 0xDC00 + ((c - 0x10000) & 0x3FF);
         }
     }
-    out.push_back(static_cast<wchar_t>(c));
+    *out++ = static_cast<wchar_t>(c);
+    return out;
 }
 
 constexpr std::uint32_t UnitOf(wchar_t c) {
@@ -131,20 +132,30 @@ bool ToUtf8(std::wstring_view text, std::string& out) {
     return true;
 }
 
-bool ToWide(std::string_view utf8, std::wstring& out) {
-    out.clear();
+bool ToWide(std::string_view utf8, wchar_t* out, std::size_t* length) noexcept {
+    wchar_t* to = out;
     for (std::size_t at = 0; at < utf8.size();) {
         const std::size_t end = AsciiEnd(utf8, at);
-        AppendAscii(utf8.substr(at, end - at), out);
+        to = std::copy(utf8.begin() + static_cast<std::ptrdiff_t>(at),
+                       utf8.begin() + static_cast<std::ptrdiff_t>(end), to);
         at = end;
         if (at == utf8.size())
             break;
         const std::uint32_t c = NextUtf8(utf8, at);
         if (c == malformed)
             return false;
-        AppendWide(c, out);
+        to = PutWide(c, to);
     }
+    *length = static_cast<std::size_t>(to - out);
     return true;
+}
+
+bool ToWide(std::string_view utf8, std::wstring& out) {
+    out.resize(utf8.size());
+    std::size_t length = 0;
+    const bool converted = ToWide(utf8, out.data(), &length);
+    out.resize(length);
+    return converted;
 }
 
 bool IsUtf8(std::string_view bytes) noexcept {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cwchar>
 #include <new>
 #include <string_view>
 #include <variant>
@@ -6,6 +7,7 @@
 
 #include "common/itobbaseimpl.h"
 #include "common/ivaluecollection.h"
+#include "common/textbridge.h"
 
 namespace ZEL {
 
@@ -50,13 +52,24 @@ class StringValue final : public Counted<IStringValue, iidStringValue> {
 public:
     // With one reference; null when memory runs out.
     static StringValue* Create(std::wstring_view text) noexcept {
-        const std::size_t bytes = sizeof(StringValue) + (text.size() + 1) * sizeof(wchar_t);
-        void* const place = ::operator new(bytes, std::nothrow);
-        if (place == nullptr)
-            return nullptr;
-        auto* const value = ::new (place) StringValue(text);
-        value->AddRef();
+        StringValue* const value = CreateEmpty(text.size());
+        if (value != nullptr)
+            value->End(std::copy(text.begin(), text.end(), value->Text()));
         return value;
+    }
+    // The same; false for malformed text.
+    static bool Create(std::string_view utf8, StringValue** out) noexcept {
+        *out = CreateEmpty(utf8.size());
+        if (*out == nullptr)
+            return true;
+        std::size_t length = 0;
+        if (ToWide(utf8, (*out)->Text(), &length)) {
+            (*out)->End((*out)->Text() + length);
+            return true;
+        }
+        (*out)->Release();
+        *out = nullptr;
+        return false;
     }
     static void operator delete(void* place) { ::operator delete(place); }
 
@@ -64,12 +77,23 @@ public:
     const wchar_t* GetText() override { return Text(); }
 
 private:
-    explicit StringValue(std::wstring_view text) noexcept : length_(text.size()) {
-        *std::copy(text.begin(), text.end(), Text()) = L'\0';
+    static StringValue* CreateEmpty(std::size_t room) noexcept {
+        const std::size_t bytes = sizeof(StringValue) + (room + 1) * sizeof(wchar_t);
+        void* const place = ::operator new(bytes, std::nothrow);
+        if (place == nullptr)
+            return nullptr;
+        auto* const value = ::new (place) StringValue();
+        value->AddRef();
+        return value;
     }
     wchar_t* Text() noexcept { return reinterpret_cast<wchar_t*>(this + 1); }
+    // The text ends ahead of its first NUL, as one that is only terminated would.
+    void End(wchar_t* end) noexcept {
+        *end = L'\0';
+        length_ = std::wcslen(Text());
+    }
 
-    const std::size_t length_;
+    std::size_t length_ = 0;
 };
 
 class ValueRecord final : public Counted<IValueRecord, iidValueRecord> {
@@ -160,7 +184,14 @@ IStringValue* CreateStringValue(const wchar_t* text) noexcept {
 }
 
 IStringValue* CreateStringValue(std::wstring_view text) noexcept {
-    return StringValue::Create(text.substr(0, text.find(L'\0')));
+    return StringValue::Create(text);
+}
+
+bool CreateStringValue(std::string_view utf8, IStringValue** out) noexcept {
+    StringValue* made = nullptr;
+    const bool isUtf8 = StringValue::Create(utf8, &made);
+    *out = made;
+    return isUtf8;
 }
 
 IValueCollection* CreateValueCollection() noexcept {

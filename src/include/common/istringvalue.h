@@ -30,5 +30,8 @@ namespace wm {
 WMLIB_API ZEL::IStringValue* CreateStringValue(const wchar_t* text) noexcept;
 // The same for a text with a known length; it ends at its first NUL, like a zero-terminated one.
 WMLIB_API ZEL::IStringValue* CreateStringValue(std::wstring_view text) noexcept;
+// The same from UTF-8, converted once, straight into the new value. False when `utf8` is malformed
+// anywhere; true with a null `*out` when memory runs out.
+WMLIB_API bool CreateStringValue(std::string_view utf8, ZEL::IStringValue** out) noexcept;
 
 }  // namespace wm

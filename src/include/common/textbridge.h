@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,9 @@ namespace wm {
 // false, and `out` is then unspecified. Both replace what `out` held and reuse its memory.
 WMLIB_API bool ToUtf8(std::wstring_view text, std::string& out);
 WMLIB_API bool ToWide(std::string_view utf8, std::wstring& out);
+// The same into memory of the caller with room for as many characters as `utf8` has bytes, which is
+// always enough. `*length` becomes the number written; nothing is terminated.
+WMLIB_API bool ToWide(std::string_view utf8, wchar_t* out, std::size_t* length) noexcept;
 WMLIB_API bool IsUtf8(std::string_view bytes) noexcept;
 
 // For messages: malformed parts become U+FFFD.

@@ -1,6 +1,8 @@
 #include "zelstore/database/keyformat.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 #include <iterator>
 
 // A key is a letter and then fields, each written as <name>value with nothing behind it:
@@ -27,35 +29,72 @@ constexpr TypeNumber typeNumbers[] = {
     {"kernel_object", "8009"}, {"etw", "8015"},     {"amsi", "8018"},      {"url", "42"},
 };
 
-const std::string* Find(const KeyFields& fields, std::string_view name) {
-    const auto found = fields.find(name);
-    return found != fields.end() ? &found->second : nullptr;
+// The value of a piece when it is a field of this name.
+std::optional<std::string_view> ValueOf(std::string_view piece, std::string_view name) noexcept {
+    if (piece.size() <= name.size() || piece[name.size()] != '>' || !piece.starts_with(name))
+        return std::nullopt;
+    const std::string_view value = piece.substr(name.size() + 1);
+    if (value.find('>') != std::string_view::npos)
+        return std::nullopt;
+    return value;
+}
+
+// Where the last '<' of the first `end` characters stands, or npos. Eight at a time: this is most
+// of what a row costs.
+std::size_t LastMark(const char* text, std::size_t end) noexcept {
+    constexpr std::uint64_t marks = 0x3C3C3C3C3C3C3C3C;  // '<'
+    constexpr std::uint64_t low7 = 0x7F7F7F7F7F7F7F7F;
+    constexpr std::size_t width = sizeof(std::uint64_t);
+    for (; end >= width; end -= width) {
+        std::uint64_t word;
+        std::memcpy(&word, text + end - width, width);
+        word ^= marks;
+        // The top bit of each byte that was a mark, and of no other.
+        const std::uint64_t found = ~(((word & low7) + low7) | word | low7);
+        if (found == 0)
+            continue;
+        const int behind = std::endian::native == std::endian::little ? std::countl_zero(found)
+                                                                      : std::countr_zero(found);
+        return end - 1 - static_cast<std::size_t>(behind) / 8;
+    }
+    while (end > 0 && text[end - 1] != '<')
+        --end;
+    return end > 0 ? end - 1 : std::string_view::npos;
+}
+
+// Takes the last piece off a text.
+std::string_view TakePiece(std::optional<std::string_view>* text) noexcept {
+    const std::string_view whole = **text;
+    const std::size_t mark = LastMark(whole.data(), whole.size());
+    if (mark == std::string_view::npos) {
+        text->reset();
+        return whole;
+    }
+    *text = std::string_view(whole.data(), mark);
+    return {whole.data() + mark + 1, whole.size() - mark - 1};
 }
 
 // The type number that goes with the kind of target; files that were only asked about have their
 // own.
-HRESULT GetTypeId(const KeyFields& fields, std::string* value) {
-    const std::string* const objectType = Find(fields, "object_type");
-    if (objectType == nullptr)
+HRESULT GetTypeId(const KeyFields& fields, std::string_view* value) noexcept {
+    const auto objectType = fields.Find("object_type");
+    if (!objectType)
         return hr::fail;
-    const std::string* const action = Find(fields, "action");
-    if (*objectType == "file" && action != nullptr && *action == "reputation_query") {
+    if (*objectType == "file" && fields.Find("action") == "reputation_query") {
         *value = "5";
         return hr::ok;
     }
     const auto row = std::find_if(std::begin(typeNumbers), std::end(typeNumbers),
                                   [&](const TypeNumber& r) { return r.objectType == *objectType; });
-    if (row != std::end(typeNumbers))
-        *value = row->number;
+    *value = row != std::end(typeNumbers) ? row->number : "";
     return hr::ok;
 }
 
-HRESULT GetMissingTargetTypeId(const KeyFields& fields, std::string* value) {
-    const std::string* const objectType = Find(fields, "object_type");
-    if (objectType == nullptr)
+HRESULT GetMissingTargetTypeId(const KeyFields& fields, std::string_view* value) noexcept {
+    const auto objectType = fields.Find("object_type");
+    if (!objectType)
         return hr::fail;
-    if (*objectType == "kernel_object")
-        *value = "1";
+    *value = *objectType == "kernel_object" ? "1" : "";
     return hr::ok;
 }
 
@@ -73,8 +112,11 @@ HRESULT MakeScanStartKey(std::int32_t family, std::string_view time, std::uint32
     const HRESULT result = FamilyPrefix(family, key);
     if (Failed(result))
         return result;
-    key->append(family == familyPrimary ? "<begin_time>" : "<receive_time>");
-    key->append(time).append("<sequence>").append(TenDigits(sequence));
+    KeyTemplate start(*key + (family == familyPrimary ? "<begin_time>|A<sequence>|B"
+                                                      : "<receive_time>|C<sequence>|B"));
+    start.Set(family == familyPrimary ? 'A' : 'C', time);
+    start.Set('B', TenDigits(sequence));
+    *key = start.Take();
     return hr::ok;
 }
 
@@ -89,23 +131,33 @@ HRESULT ExtractKeyDate(std::string_view key, std::string* date) {
     return date->size() == digitCount ? hr::ok : hr::fail;
 }
 
-void SplitKeyFields(std::string_view key, KeyFields* fields) {
-    while (true) {
-        const std::size_t end = key.find('<');
-        const std::string_view piece = key.substr(0, end);
-        const std::size_t mark = piece.find('>');
-        if (mark != std::string_view::npos && piece.find('>', mark + 1) == std::string_view::npos)
-            (*fields)[std::string(piece.substr(0, mark))] = piece.substr(mark + 1);
-        if (end == std::string_view::npos)
-            return;
-        key.remove_prefix(end + 1);
-    }
+void SplitKeyFields(std::string_view key, KeyFields* fields) noexcept {
+    fields->count_ = 0;
+    fields->rest_ = key;
 }
 
-HRESULT GetKeyField(const KeyFields& fields, std::string_view name, std::string* value) {
+std::optional<std::string_view> KeyFields::Find(std::string_view name) const noexcept {
+    for (std::size_t i = 0; i < count_; ++i) {
+        if (const auto value = ValueOf(pieces_[i], name))
+            return value;
+    }
+    while (rest_ && count_ < mostPieces) {
+        pieces_[count_++] = TakePiece(&rest_);
+        if (const auto value = ValueOf(pieces_[count_ - 1], name))
+            return value;
+    }
+    for (auto rest = rest_; rest;) {
+        if (const auto value = ValueOf(TakePiece(&rest), name))
+            return value;
+    }
+    return std::nullopt;
+}
+
+HRESULT GetKeyField(const KeyFields& fields, std::string_view name,
+                    std::string_view* value) noexcept {
     if (name == "type_id")
         return GetTypeId(fields, value);
-    if (const std::string* const found = Find(fields, name)) {
+    if (const auto found = fields.Find(name)) {
         *value = *found;
         return hr::ok;
     }

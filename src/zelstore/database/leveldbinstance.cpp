@@ -198,10 +198,8 @@ HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOthe
         return hr::outOfMemory;
     leveldb::Iterator& row = *cursorIterator_;
     KeyFields fields;
-    std::string flag;
     for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
-        fields.clear();
-        flag.clear();
+        std::string_view flag;
         SplitKeyFields({row.key().data(), row.key().size()}, &fields);
         // A key without the mark counts as silent.
         if (Succeeded(GetKeyField(fields, "silent_enrichment", &flag)) && flag != "1") {

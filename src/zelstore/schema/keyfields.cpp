@@ -1,6 +1,5 @@
 #include "zelstore/schema/keyfields.h"
 
-#include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/schema/objectclasses.h"
 
@@ -28,19 +27,12 @@ struct Extraction {
     IPathExpander* expander;
 };
 
-// The schema's text as UTF-8. The parser lets some malformed bytes through; they end here.
 bool AddText(ValueSink& sink, const Text& value, const Operator& op) {
-    if constexpr (std::is_same_v<Text, std::string>) {
-        if (!wm::IsUtf8(value))
-            return false;
-        sink.Add(value, op);
-    } else {
-        std::string utf8;
-        if (!wm::ToUtf8(std::wstring(value.begin(), value.end()), utf8))
-            return false;
-        sink.Add(utf8, op);
-    }
-    return true;
+    std::string buffer;
+    const auto utf8 = ToUtf8(value, buffer);
+    if (utf8)
+        sink.Add(*utf8, op);
+    return utf8.has_value();
 }
 
 Operator OperatorOf(const Field<Operator>& op) {

@@ -1,20 +1,12 @@
 #pragma once
 
-#include <cpprest/details/basic_types.h>
-
 #include <cstdint>
 #include <map>
 
-// A literal of the schema's text type. The JSON library's own short name for it, U, is switched
-// off: it would rename template parameters all over.
-#define ZEL_TEXT(literal) _XPLATSTR(literal)
+#include "zelstore/schema/text.h"
 
 // The names and numbers that records and queries use.
 namespace ZEL::Schema {
-
-// Text of the schema is the JSON library's own (UTF-8 on Linux), so that nothing is converted
-// twice.
-using Text = utility::string_t;
 
 namespace objectType {
 inline constexpr std::int32_t unknown = 0;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cpprest/details/basic_types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+// A literal of the schema's text type. The JSON library's own short name for it, U, is switched
+// off: it would rename template parameters all over.
+#define ZEL_TEXT(literal) _XPLATSTR(literal)
+
+namespace ZEL::Schema {
+
+// Text of the schema is the JSON library's own (UTF-8 on Linux), so that nothing is converted
+// twice.
+using Text = utility::string_t;
+
+// The way out of the schema: the text as UTF-8, which is a view of the text itself or of `buffer`.
+// None for text that is not Unicode: the parser lets lone surrogates and most malformed bytes
+// through, and they end here.
+std::optional<std::string_view> ToUtf8(const Text& text, std::string& buffer);
+
+}  // namespace ZEL::Schema
