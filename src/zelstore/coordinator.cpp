@@ -38,11 +38,13 @@ HRESULT EventStoreImpl::StartCoordinator() {
     if (Failed(timer))
         return timer;
     if (coordinatorThread_.IsRunning()) {
+        wm::Trace(wm::TraceLevel::warning, "the coordinator runs already");
         wm::ReportError(hr::unexpected);
         return hr::ok;
     }
     if (!coordinatorThread_.Start([this] { return CoordinatorMain(); })) {
         constexpr std::uint32_t tooManyThreads = 0x9B;
+        wm::Trace(wm::TraceLevel::error, "the coordinator can't be started");
         wm::ReportError(hr::Code(tooManyThreads));
         return hr::threadNotStarted;
     }
@@ -75,9 +77,12 @@ HRESULT EventStoreImpl::CoordinatorMain() {
                                        silentBatchReady_.Handle(), eventBatchReady_.Handle()};
     for (;;) {
         const std::uint32_t woken = wm::WaitForAny(waitCount, handles, periods_.coordinatorWaitMs);
-        if (woken == waitStop)
+        if (woken == waitStop) {
+            wm::Trace(wm::TraceLevel::information, "the coordinator ends");
             break;
+        }
         if (woken != wm::waitTimedOut && woken >= waitCount) {
+            wm::Trace(wm::TraceLevel::error, "the coordinator's wait failed");
             wm::ReportError(hr::Code(woken));
             break;
         }

@@ -4,6 +4,7 @@
 
 #include "common/hostservices.h"
 #include "common/textbridge.h"
+#include "zelstore/boundary.h"
 #include "zelstore/database/izeldbimpl.h"
 #include "zelstore/jobs/jobworkercontroller.h"
 #include "zelstore/querymanager.h"
@@ -204,21 +205,20 @@ HRESULT EventStoreImpl::EnqueueForInsertion(std::string key, std::string value, 
     IncomingQueue& queue = silent ? silentQueue_ : eventQueue_;
     wm::EventObject& ready = silent ? silentBatchReady_ : eventBatchReady_;
     bool wake = false;
-    HRESULT result = queue.EnqueueEventData(std::move(key), std::move(value), &wake);
+    HRESULT result =
+        AtBoundary([&] { return queue.EnqueueEventData(std::move(key), std::move(value), &wake); });
+    if (wake)
+        ready.Set();  // also for a full queue: the coordinator makes room
     if (Failed(result)) {
         wm::Trace(wm::TraceLevel::warning, "a record was not queued", result);
         if (!coordinatorThread_.IsRunning()) {
-            wm::ErrorReport()
-                .SetError(hr::unexpected, silent ? "EnqueueForInsertion - Silent Enrichment"
-                                                 : "EnqueueForInsertion - FDR Event or Normal "
-                                                   "Enrichment")
-                .AddDetail("Failing Reason", "FDR Event Coordinator Thread is stopped.")
-                .Submit();
+            wm::ReportError(hr::unexpected,
+                            silent ? "EnqueueForInsertion - Silent Enrichment"
+                                   : "EnqueueForInsertion - FDR Event or Normal Enrichment",
+                            "Failing Reason", "FDR Event Coordinator Thread is stopped.");
             result = hr::unexpected;
         }
     }
-    if (wake)
-        ready.Set();  // also for a full queue: the coordinator makes room
     return result;
 }
 

@@ -32,7 +32,7 @@ public:
     // runs out.
     static std::shared_ptr<EventStoreImpl> GetInstance() noexcept;
 
-    explicit EventStoreImpl(StorePeriods periods = {}) noexcept : periods_(periods) {}
+    explicit EventStoreImpl(StorePeriods periods = {}) : periods_(periods) {}
     virtual ~EventStoreImpl();
     EventStoreImpl(const EventStoreImpl&) = delete;
     EventStoreImpl& operator=(const EventStoreImpl&) = delete;

@@ -37,10 +37,8 @@ void IncomingQueue::ReportFullQueue() {
     if (now - lastCapacityReport.load(std::memory_order_relaxed) <= capacityReportPeriodMs)
         return;
     lastCapacityReport.store(now, std::memory_order_relaxed);
-    wm::ErrorReport()
-        .SetError(hr::fail, "EnqueueEventData")
-        .AddDetail("Failing Reason", "Max capacity reached, can not add event to the queue.")
-        .Submit();
+    wm::ReportError(hr::fail, "EnqueueEventData", "Failing Reason",
+                    "Max capacity reached, can not add event to the queue.");
 }
 
 HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool* wake) {
@@ -60,7 +58,13 @@ HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool
             return hr::outOfMemory;
         *wake = true;
     }
-    last->Add(std::move(key), std::move(value));
+    try {
+        last->Add(std::move(key), std::move(value));
+    } catch (...) {
+        if (last->Size() == 0)
+            batches_.pop_back();  // an empty batch would never be written
+        throw;
+    }
     return hr::ok;
 }
 

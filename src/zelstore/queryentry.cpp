@@ -41,9 +41,9 @@ struct ScanHandles {
     HANDLE pause;
 };
 
-HRESULT Reported(HRESULT result) {
+HRESULT Reported(HRESULT result, wm::Place place = wm::Place::Current()) {
     if (Failed(result))
-        wm::ReportError(result, "Query");
+        wm::ReportError(result, "Query", place);
     return result;
 }
 

@@ -18,14 +18,7 @@ namespace {
 
 // A row that threw is left out, and the walk goes on.
 void ReportLostRow(const char* what) noexcept {
-    IgnoreResult(AtBoundary([&] {
-                     wm::ErrorReport()
-                         .SetError(hr::unexpected, "zelstore/querysink")
-                         .AddDetail("Exception", what)
-                         .Submit();
-                     return hr::ok;
-                 }),
-                 "without memory there is no report either");
+    wm::ReportError(hr::unexpected, "zelstore/querysink", "Exception", what);
 }
 
 constexpr std::string_view receiveMarker = "<receive_time>";

@@ -1,17 +1,20 @@
 #include "common/eventobject.h"
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <unordered_map>
-#include <vector>
 
 // One lock guards all events, and each wait brings a condition of its own that it enters with every
 // event it waits for. Who sets an event wakes those waiters; a waiter takes the setting under the
 // lock, so that of two waiters exactly one gets an auto-reset event, and a setting that nobody
 // takes stays. The lock is held for a few instructions only and nothing else is taken under it.
+//
+// A wait allocates nothing: threads that must go on when memory runs out sleep here.
 
 namespace wm {
 
@@ -21,10 +24,29 @@ struct Waiter {
     std::condition_variable wake;
 };
 
+// A waiter's entry in the list of one event; lives in the waiter's own frame.
+struct Entry {
+    Waiter* waiter = nullptr;
+    Entry* previous = nullptr;
+    Entry* next = nullptr;
+};
+
 struct Event {
     bool manualReset = false;
     bool set = false;
-    std::vector<Waiter*> waiters;
+    Entry* first = nullptr;
+
+    void Enter(Entry* entry) noexcept {
+        entry->next = first;
+        if (first != nullptr)
+            first->previous = entry;
+        first = entry;
+    }
+    void Leave(Entry* entry) noexcept {
+        (entry->previous != nullptr ? entry->previous->next : first) = entry->next;
+        if (entry->next != nullptr)
+            entry->next->previous = entry->previous;
+    }
 };
 
 struct Table {
@@ -37,31 +59,35 @@ struct Table {
 
 Table& Events() {
     // Never destroyed: threads of the host may wait until the very end of the process.
-    static Table* const table = new Table;
+    alignas(Table) static unsigned char room[sizeof(Table)];
+    static Table* const table = ::new (room) Table;
     return *table;
 }
 
-using EventList = std::vector<std::shared_ptr<Event>>;
+// The events of one wait, kept alive by it.
+struct EventList {
+    std::array<std::shared_ptr<Event>, mostWaitHandles> events;
+    std::size_t count = 0;
+};
 
-// The events behind the handles; empty when one of them names none.
-EventList Find(const Table& table, std::size_t count, const ZEL::HANDLE* handles) {
-    EventList events;
-    events.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        const auto found = table.open.find(handles[i]);
+// False when one of the handles names no event.
+bool Find(const Table& table, std::size_t count, const ZEL::HANDLE* handles, EventList* list) {
+    for (; list->count < count; ++list->count) {
+        const auto found = table.open.find(handles[list->count]);
         if (found == table.open.end())
-            return {};
-        events.push_back(found->second);
+            return false;
+        list->events[list->count] = found->second;
     }
-    return events;
+    return true;
 }
 
-std::uint32_t TakeFirstSet(const EventList& events) {
-    for (std::size_t i = 0; i < events.size(); ++i) {
-        if (!events[i]->set)
+std::uint32_t TakeFirstSet(const EventList& list) {
+    for (std::size_t i = 0; i < list.count; ++i) {
+        Event& event = *list.events[i];
+        if (!event.set)
             continue;
-        if (!events[i]->manualReset)
-            events[i]->set = false;
+        if (!event.manualReset)
+            event.set = false;
         return static_cast<std::uint32_t>(i);
     }
     return waitTimedOut;
@@ -70,23 +96,22 @@ std::uint32_t TakeFirstSet(const EventList& events) {
 // Stands in the waiting lists of the events while it lives. Made and destroyed under the lock.
 class Registration {
 public:
-    // Throws before anything is entered, or not at all.
-    Registration(const EventList& events, Waiter* waiter) : events_(events), waiter_(waiter) {
-        for (const auto& event : events_)
-            event->waiters.reserve(event->waiters.size() + events_.size());
-        for (const auto& event : events_)
-            event->waiters.push_back(waiter_);
+    Registration(const EventList& list, Waiter* waiter) noexcept : list_(list) {
+        for (std::size_t i = 0; i < list_.count; ++i) {
+            entries_[i].waiter = waiter;
+            list_.events[i]->Enter(&entries_[i]);
+        }
     }
     ~Registration() {
-        for (const auto& event : events_)
-            std::erase(event->waiters, waiter_);
+        for (std::size_t i = 0; i < list_.count; ++i)
+            list_.events[i]->Leave(&entries_[i]);
     }
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
 
 private:
-    const EventList& events_;
-    Waiter* const waiter_;
+    const EventList& list_;
+    std::array<Entry, mostWaitHandles> entries_;
 };
 
 std::uint32_t WaitRegistered(std::unique_lock<std::mutex>& lock, const EventList& events,
@@ -114,8 +139,8 @@ bool SetState(ZEL::HANDLE handle, bool set) noexcept {
         return false;
     found->second->set = set;
     if (set)
-        for (Waiter* waiter : found->second->waiters)
-            waiter->wake.notify_one();
+        for (const Entry* entry = found->second->first; entry != nullptr; entry = entry->next)
+            entry->waiter->wake.notify_one();
     return true;
 }
 
@@ -129,8 +154,7 @@ std::uint32_t WaitForAny(std::size_t count, const ZEL::HANDLE* handles,
         Table& table = Events();
         EventList events;  // outlives the lock: it may be the last owner of a closed event
         std::unique_lock lock(table.mutex);
-        events = Find(table, count, handles);
-        if (events.empty())
+        if (!Find(table, count, handles, &events))
             return waitFailed;
         const std::uint32_t first = TakeFirstSet(events);
         if (first != waitTimedOut || timeoutMs == 0)

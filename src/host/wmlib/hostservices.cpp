@@ -173,10 +173,14 @@ ZEL::TobResult Open(std::atomic<Interface*>& injected, const wchar_t* component,
         (*out)->AddRef();
         return ZEL::TOB_OK;
     }
-    void* object = nullptr;
-    const ZEL::TobResult result = LoadInstalledObject(component, objectId, iid, &object);
-    *out = static_cast<Interface*>(object);
-    return Succeeded(result) && object == nullptr ? ZEL::TOBERR_NO_INTERFACE : result;
+    try {
+        void* object = nullptr;
+        const ZEL::TobResult result = LoadInstalledObject(component, objectId, iid, &object);
+        *out = static_cast<Interface*>(object);
+        return Succeeded(result) && object == nullptr ? ZEL::TOBERR_NO_INTERFACE : result;
+    } catch (...) {
+        return ZEL::TOBERR_OUT_OF_MEMORY;
+    }
 }
 
 }  // namespace

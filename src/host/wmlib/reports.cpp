@@ -45,10 +45,19 @@ void ErrorReport::Submit() const noexcept {
 }
 
 void ReportError(ZEL::HRESULT code, const char* label, Place place) noexcept {
+    ReportError(code, label, nullptr, nullptr, place);
+}
+
+void ReportError(ZEL::HRESULT code, const char* label, const char* detailName, const char* detail,
+                 Place place) noexcept {
     if (reportSink.load(std::memory_order_acquire) == nullptr)
         return;
     try {
-        ErrorReport().SetError(code, label, place).Submit();
+        ErrorReport report;
+        report.SetError(code, label, place);
+        if (detailName != nullptr)
+            report.AddDetail(detailName, detail);
+        report.Submit();
     } catch (...) {
         Trace(TraceLevel::error, "an error report can't be made", code);
     }

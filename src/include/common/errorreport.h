@@ -44,8 +44,11 @@ private:
     std::vector<std::pair<std::string, std::string>> details_;
 };
 
-// Reports a bare code and its place.
+// Reports a bare code and its place, or with one detail. Where memory has run out there is no
+// report.
 WMLIB_API void ReportError(ZEL::HRESULT code, const char* label = "",
                            Place place = Place::Current()) noexcept;
+WMLIB_API void ReportError(ZEL::HRESULT code, const char* label, const char* detailName,
+                           const char* detail, Place place = Place::Current()) noexcept;
 
 }  // namespace wm

@@ -20,8 +20,9 @@ public:
     void FromJson(const web::json::value& in) override;
     bool IsValid() const override;
 
-    void SetBeginTime(const DatePair& time) { begin_time.Make() = time; }
-    void SetEndTime(const DatePair& time) { end_time.Make() = time; }
+    // By value: what is given may be the time that is replaced.
+    void SetBeginTime(DatePair time) { begin_time.Make() = std::move(time); }
+    void SetEndTime(DatePair time) { end_time.Make() = std::move(time); }
 
     std::unique_ptr<ZelSchemaParser> actor, target, result;
     std::vector<std::int32_t> action;
