@@ -22,7 +22,7 @@ bool ToPath(const std::wstring& text, fs::path& path) {
 }
 
 ZEL::HRESULT ToResult(const std::error_code& error) {
-    return error ? ZEL::hr::Code(0x80070000U | platform::Win32Code(error.value())) : ZEL::hr::ok;
+    return error ? ZEL::FromWin32(platform::Win32Code(error.value())) : ZEL::hr::ok;
 }
 
 bool Vanished(const std::error_code& error) {
@@ -98,6 +98,16 @@ bool FileExists(const std::wstring& path) noexcept {
     }
 }
 
+bool IsLink(const std::wstring& path) noexcept {
+    try {
+        fs::path native;
+        std::error_code error;
+        return ToPath(path, native) && fs::is_symlink(native, error);
+    } catch (...) {
+        return false;
+    }
+}
+
 ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wstring>& out) {
     fs::path native;
     if (!ToPath(directory, native))
@@ -118,7 +128,7 @@ std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix
     try {
         fs::path native;
         std::string ending;
-        if (!ToPath(directory, native) || !ToUtf8(suffix, ending))
+        if (!ToPath(directory, native) || !ToUtf8(suffix, ending) || IsLink(directory))
             return 0;
         std::uint64_t count = 0;
         const std::error_code error = ForEachEntry(native, [&](const fs::directory_entry& entry) {

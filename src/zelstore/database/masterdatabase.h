@@ -22,7 +22,8 @@ class LevelDbInstanceProxy;
 // May be used by any thread. Rows are written and read outside databaseLock, on a copy of the
 // catalog where several databases are concerned; only a new or next database is opened under it.
 // What fails in one database leaves the others alone. A database leaves the catalog only when a
-// write tells that its files are corrupt or its device has failed.
+// write tells that its files are corrupt or its device has failed, or when the size limit asks for
+// its room.
 class ZelMasterDatabase final : public IZelDbImpl {
 public:
     ZelMasterDatabase();
@@ -75,6 +76,13 @@ private:
     void KeepSilentDatabase(const std::wstring& path, const ProxyPtr& proxy);
     void OnWriteFailure(const std::wstring& path, const ProxyPtr& proxy, HRESULT result);
     void GiveUp(const std::wstring& path, const ProxyPtr& proxy);
+
+    bool IsProtectedLocked(const ProxyPtr& proxy) const REQUIRES_SHARED(databaseLock_);
+    HRESULT GetDeletionCandidates(Catalog* candidates);
+    // The oldest candidates that free `excessBytes` together. `victims` is empty on failure.
+    static HRESULT SelectVictims(const Catalog& candidates, std::uint64_t excessBytes,
+                                 std::vector<ProxyPtr>* victims, std::uint32_t* status);
+    void Delete(const ProxyPtr& victim);
 
     HRESULT GetQueryDatabase(const QueryId* query, const std::string& key, ProxyPtr* proxy);
 
