@@ -45,23 +45,28 @@ fs::file_type TypeOf(const fs::directory_entry& entry) {
     return entry.symlink_status(ignored).type();
 }
 
+std::error_code AddSizes(const fs::path& path, std::uint64_t& total);
+
+std::error_code AddEntry(const fs::directory_entry& entry, std::uint64_t& total) {
+    std::error_code error;
+    const fs::file_type type = entry.symlink_status(error).type();
+    if (type == fs::file_type::directory)
+        return AddSizes(entry.path(), total);
+    const bool isFile = !error && type == fs::file_type::regular;
+    const std::uintmax_t size = isFile ? entry.file_size(error) : 0;
+    total += error ? 0 : size;
+    return error;
+}
+
+// The last error, when parts can't be walked. What vanishes meanwhile is no error.
 std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
     std::error_code inside;
     const std::error_code error = ForEachEntry(path, [&](const fs::directory_entry& entry) {
-        std::error_code gone;
-        const fs::file_type type = TypeOf(entry);
-        if (type == fs::file_type::directory) {
-            const std::error_code below = AddSizes(entry.path(), total);
-            if (below)
-                inside = below;
-        } else if (type == fs::file_type::regular) {
-            const std::uintmax_t size = entry.file_size(gone);
-            total += gone ? 0 : size;
-        }
+        const std::error_code below = AddEntry(entry, total);
+        if (below && !Vanished(below))
+            inside = below;
     });
-    if (error && !Vanished(error))
-        return error;
-    return inside;
+    return error && !Vanished(error) ? error : inside;
 }
 
 }  // namespace

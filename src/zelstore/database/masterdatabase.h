@@ -62,8 +62,11 @@ private:
     void RecordDatabaseError(const std::wstring& path, DatabaseErrorKind kind,
                              HRESULT result) noexcept;
 
-    // The path and the database for today's writes, or for silent enrichments of `date`.
+    // The path and the database for today's writes, or for silent enrichments of `date`. What is
+    // given by GetWriteDatabase and ChooseSilentDatabase is marked as being written.
     HRESULT GetWriteDatabase(std::wstring* path, ProxyPtr* proxy);
+    HRESULT GetWriteDatabaseLocked(const std::wstring& today, std::wstring* path, ProxyPtr* proxy)
+        REQUIRES(databaseLock_);
     HRESULT GetSilentDatabaseLocked(const std::wstring& date, bool create, std::wstring* path,
                                     ProxyPtr* proxy) REQUIRES(databaseLock_);
     ProxyPtr FindLocked(const std::wstring& date, bool silent) REQUIRES(databaseLock_);

@@ -6,7 +6,8 @@
 
 // Retention. Nothing is deleted by key or by age: when the store is larger than it may be, whole
 // folders go, the oldest first, until the rest fits. The databases that take today's events and the
-// last silent enrichments stay; all others may go, today's older ones among them.
+// last silent enrichments stay, and so does one whose first write is under way; all others may go,
+// today's older ones among them.
 //
 // A folder goes in two steps. It leaves the catalog, so that nobody new finds it; then its files
 // go, at once or behind the last reader. In between it still counts as used room: a limit that is
@@ -78,7 +79,7 @@ HRESULT ZelMasterDatabase::EnforceSizeLimit(std::uint32_t maxMegabytes, std::uin
 }
 
 bool ZelMasterDatabase::IsProtectedLocked(const ProxyPtr& proxy) const {
-    return proxy == writeDatabase_ || proxy == silentDatabase_;
+    return proxy == writeDatabase_ || proxy == silentDatabase_ || proxy->IsBeingWritten();
 }
 
 HRESULT ZelMasterDatabase::GetDeletionCandidates(Catalog* candidates) {
