@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <set>
 
@@ -21,13 +22,14 @@ struct Outcome {
 };
 
 void PrintTable(const Outcome& outcome, bool isDryRun) {
+    const auto going = std::count_if(outcome.folders.begin(), outcome.folders.end(),
+                                     [](const StoreFolder& folder) { return !folder.inUse; });
     for (const StoreFolder& folder : outcome.folders)
         std::printf("%-12s %-10s %6s %10s%s\n", Printable(folder.name).c_str(),
                     Printable(folder.Date()).c_str(), folder.Kind(),
                     ReadableBytes(folder.size.bytes).c_str(),
                     folder.inUse ? "  in use, stays" : "");
-    Say(std::to_string(outcome.folders.size()) +
-        (isDryRun ? " folder(s) would go; " : " folder(s) went; ") +
+    Say(std::to_string(going) + (isDryRun ? " folder(s) would go; " : " folder(s) went; ") +
         ReadableBytes(outcome.bytesBefore) + " before, " + ReadableBytes(outcome.bytesAfter) +
         (isDryRun ? " then" : " now") + ", limit " + ReadableBytes(outcome.limitBytes));
 }

@@ -3,6 +3,7 @@
 #include <map>
 
 #include "common/filesystem.h"
+#include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/boundary.h"
 #include "zelstore/database/layout.h"
@@ -87,13 +88,16 @@ HRESULT FolderGate::CheckOpen(bool create) const {
 
 void FolderGate::Remove() const noexcept {
     const bool isOpenHere = isOpen_;
-    const HRESULT result = AtBoundary([&] {
-        return isOpenHere                 ? hr::deviceError
-               : IsOpenElsewhere(folder_) ? hr::sharingViolation
-                                          : wm::RemoveTree(folder_);
-    });
-    if (Failed(result))
-        wm::Trace(wm::TraceLevel::error, "a folder can't be removed", result);
+    IgnoreResult(AtBoundary([&] {
+                     const HRESULT result = isOpenHere                 ? hr::deviceError
+                                            : IsOpenElsewhere(folder_) ? hr::sharingViolation
+                                                                       : wm::RemoveTree(folder_);
+                     if (Failed(result))
+                         wm::Trace(wm::TraceLevel::error, "a folder can't be removed", result,
+                                   wm::ToUtf8Lossy(folder_));
+                     return result;
+                 }),
+                 "only traced");
 }
 
 }  // namespace ZEL
