@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,27 @@ struct QueryOptions {
 };
 int RunQuery(const QueryOptions& options);
 
+struct PurgeOptions {
+    std::string maxSize;  // such as 500M
+    bool dryRun = false;
+    std::string output;  // table or json; empty: as stdout suits
+};
+int RunPurge(const PurgeOptions& options);
+
+struct InfoOptions {
+    bool check = false;  // open every event database
+    std::string output;  // as above
+};
+int RunInfo(const InfoOptions& options);
+
+struct MonitorOptions {
+    bool once = false;
+    std::optional<std::uint32_t> stopBelow;         // megabytes of 1,000,000 bytes
+    std::optional<std::uint32_t> resumePercentage;  // above that
+    std::string output;                             // as above
+};
+int RunMonitor(const MonitorOptions& options);
+
 struct SettingsOptions {
     std::string key;
     std::string name;
@@ -30,5 +53,8 @@ struct SettingsOptions {
 };
 int RunSettingsGet(const SettingsOptions& options);
 int RunSettingsSet(const SettingsOptions& options);
+
+// The settings service writes its file but makes no folders. A failure shows when it writes.
+void MakeSettingsFolder();
 
 }  // namespace zel

@@ -32,6 +32,35 @@ void AddQuery(CLI::App& app, QueryOptions& options) {
         ->capture_default_str();
 }
 
+void AddOutput(CLI::App& command, std::string& output) {
+    command.add_option("-o,--output", output, "table, or json; by default a table on a terminal")
+        ->check(CLI::IsMember({"table", "json"}));
+}
+
+void AddPurge(CLI::App& app, PurgeOptions& options) {
+    CLI::App& command = *app.add_subcommand("purge", "Delete the oldest folders to fit a size");
+    command.add_option("--max-size", options.maxSize, "Such as 500M, 2G, or 0 for all that may go")
+        ->required();
+    command.add_flag("--dry-run", options.dryRun, "Tell what would go and delete nothing");
+    AddOutput(command, options.output);
+}
+
+void AddInfo(CLI::App& app, InfoOptions& options) {
+    CLI::App& command = *app.add_subcommand("info", "Tell what the store holds");
+    command.add_flag("--check", options.check, "Open every event database and tell what fails");
+    AddOutput(command, options.output);
+}
+
+void AddMonitor(CLI::App& app, MonitorOptions& options) {
+    CLI::App& command = *app.add_subcommand("monitor", "Tell when disk space runs short");
+    command.add_flag("--once", options.once, "Tell how it is now and end");
+    command.add_option("--stop-below", options.stopBelow,
+                       "Megabytes (1,000,000 bytes) below which to stop; kept in the settings");
+    command.add_option("--resume-percent", options.resumePercentage,
+                       "Percent above that from which to resume; kept in the settings");
+    AddOutput(command, options.output);
+}
+
 void AddSettings(CLI::App& app, SettingsOptions& options) {
     CLI::App& command = *app.add_subcommand("settings", "Read or write a setting");
     command.require_subcommand(1);
@@ -67,8 +96,14 @@ int main(int argc, char** argv) {
     IngestOptions ingest;
     QueryOptions query;
     SettingsOptions settings;
+    PurgeOptions purge;
+    InfoOptions info;
+    MonitorOptions monitor;
     AddIngest(app, ingest);
     AddQuery(app, query);
+    AddPurge(app, purge);
+    AddInfo(app, info);
+    AddMonitor(app, monitor);
     AddSettings(app, settings);
     try {
         app.parse(argc, argv);
@@ -80,6 +115,12 @@ int main(int argc, char** argv) {
     try {
         if (!ApplyOptions(global))
             return exitCode::usage;
+        if (app.got_subcommand("purge"))
+            return RunPurge(purge);
+        if (app.got_subcommand("info"))
+            return RunInfo(info);
+        if (app.got_subcommand("monitor"))
+            return RunMonitor(monitor);
         return Run(app, ingest, query, settings);
     } catch (const std::exception& error) {
         Say(std::string("failed: ") + error.what());

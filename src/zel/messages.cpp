@@ -60,6 +60,10 @@ void ClearProgress() {
         std::fputs("\r\033[K", stderr);
 }
 
+bool WantsTable(const std::string& output) {
+    return output == "table" || (output.empty() && ::isatty(STDOUT_FILENO) == 1);
+}
+
 void WatchInterrupts() {
     struct sigaction action {};
     action.sa_handler = OnInterrupt;

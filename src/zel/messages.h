@@ -23,6 +23,10 @@ void Say(const std::string& text);
 void ShowProgress(const std::string& text);
 void ClearProgress();
 
+// Whether a table is wanted rather than JSON: by what was asked for, else where stdout is a
+// terminal.
+bool WantsTable(const std::string& output);
+
 // Set by SIGINT and SIGTERM once WatchInterrupts has run.
 void WatchInterrupts();
 bool Interrupted() noexcept;

@@ -37,7 +37,8 @@ bool Open(const SettingsOptions& options, OpenKey* open) {
     return true;
 }
 
-// The service writes its file but makes no folders. A failure shows when it writes.
+}  // namespace
+
 void MakeSettingsFolder() {
     std::wstring file;
     std::string path;
@@ -45,8 +46,6 @@ void MakeSettingsFolder() {
     if (wm::ResolvePathVariable(L"%ZELSettingsFile%", file) && wm::ToUtf8(file, path))
         std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
 }
-
-}  // namespace
 
 int RunSettingsGet(const SettingsOptions& options) {
     OpenKey open;

@@ -144,9 +144,13 @@ bool ApplyOptions(const GlobalOptions& options) {
     return settings.empty() || SetToken("ZELSettingsFile", settings);
 }
 
+bool FindStore(StoreSession::Need need, std::string* directory) {
+    return StoreDirectory(directory) && CheckDirectory(*directory, need);
+}
+
 bool StoreSession::Open(Need need) {
     std::string directory;
-    if (!StoreDirectory(&directory) || !CheckDirectory(directory, need))
+    if (!FindStore(need, &directory))
         return false;
     const ZEL::TobResult loaded = wm::LoadInstalledObject(
         L"ZELStore", ZEL::eventStoreObjectId, ZEL::iidEventStore7, store_.ReceiveVoid());
@@ -177,25 +181,42 @@ bool StoreSession::Close() {
     return Succeeded(stopped) && Succeeded(closed) && failures == 0;
 }
 
-std::uint32_t StoreSession::TellDatabaseErrors() {
+const char* DatabaseError::Operation() const {
     constexpr const char* operations[] = {"use", "open", "read", "write"};
-    ZEL::IValueCollection* raw = nullptr;
-    if (Failed(store_->GetDatabaseErrors(&raw)) || raw == nullptr)
-        return 0;
-    const auto list = CountedPtr<ZEL::IValueCollection>::Adopt(raw);
-    std::uint32_t total = 0;
+    return operations[operation % 4];
+}
+
+std::string DatabaseError::Text() const {
+    return "folder " + folder + ": " + std::to_string(count) + " failure(s) to " + Operation() +
+           ", the last: " + Describe(lastResult);
+}
+
+std::vector<DatabaseError> StoreSession::TakeDatabaseErrors() {
+    std::vector<DatabaseError> errors;
+    CountedPtr<ZEL::IValueCollection> list;
+    if (Failed(store_->GetDatabaseErrors(list.Receive())) || !list)
+        return errors;
     for (std::size_t i = 0; i < list->Count(); ++i) {
         ZEL::IValueRecord& record = *list->GetRecord(i);
-        std::uint32_t operation = 0, count = 0, result = 0;
-        record.GetNumber(1, &operation);
-        record.GetNumber(2, &count);
+        DatabaseError error;
+        std::uint32_t result = 0;
+        error.folder = ToText(record.GetText(0));
+        record.GetNumber(1, &error.operation);
+        record.GetNumber(2, &error.count);
         record.GetNumber(3, &result);
-        total += count;
-        Say("folder " + ToText(record.GetText(0)) + ": " + std::to_string(count) +
-            " failure(s) to " + operations[operation % 4] +
-            ", the last: " + Describe(static_cast<std::int32_t>(result)));
+        error.lastResult = static_cast<std::int32_t>(result);
+        errors.push_back(std::move(error));
     }
-    ZEL::IgnoreResult(store_->ClearDatabaseErrors(), "told already");
+    ZEL::IgnoreResult(store_->ClearDatabaseErrors(), "taken already");
+    return errors;
+}
+
+std::uint32_t StoreSession::TellDatabaseErrors() {
+    std::uint32_t total = 0;
+    for (const DatabaseError& error : TakeDatabaseErrors()) {
+        total += error.count;
+        Say(error.Text());
+    }
     return total;
 }
 

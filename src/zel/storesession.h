@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/countedptr.h"
 #include "zelstore/ieventstore.h"
@@ -20,6 +21,17 @@ struct GlobalOptions {
 // False, with a message, when the configuration can't be used.
 bool ApplyOptions(const GlobalOptions& options);
 
+// How often one kind of operation failed on a database.
+struct DatabaseError {
+    std::string folder;
+    std::uint32_t operation = 0;  // 1 open, 2 read, 3 write; 0 when another kind failed first
+    std::uint32_t count = 0;
+    std::int32_t lastResult = 0;
+
+    const char* Operation() const;
+    std::string Text() const;
+};
+
 // A started store. Ends it when it goes.
 class StoreSession {
 public:
@@ -36,7 +48,9 @@ public:
     // Flushes and closes; tells failures. False when something was not written.
     bool Close();
 
-    // Tells the databases that failed; their number of failures. Clears the store's table.
+    // What the store's table of errors holds; clears it.
+    std::vector<DatabaseError> TakeDatabaseErrors();
+    // The same, told; the number of failures.
     std::uint32_t TellDatabaseErrors();
 
     ZEL::IEventStore7* operator->() const noexcept { return store_.Get(); }
@@ -45,6 +59,10 @@ public:
 private:
     ZEL::CountedPtr<ZEL::IEventStore7> store_;
 };
+
+// The store's directory, made when it is missing and `need` asks for that. False, with a message,
+// when none is named or it can't be used.
+bool FindStore(StoreSession::Need need, std::string* directory);
 
 // A string value of a text that is known to be UTF-8; null when it is not, or without memory.
 ZEL::CountedPtr<ZEL::IStringValue> ToValue(std::string_view utf8);

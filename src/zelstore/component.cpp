@@ -3,6 +3,8 @@
 #include <new>
 
 #include "common/itobbaseimpl.h"
+#include "zelstore/diskmonitor/diskspacemonitor.h"
+#include "zelstore/diskmonitor/diskspacemonitormanager.h"
 #include "zelstore/eventsquery.h"
 #include "zelstore/eventstoreproxy.h"
 
@@ -31,6 +33,10 @@ extern "C" ZEL::TobResult GetFactory(const ZEL::GUID& objectId, ZEL::ITobFactory
         return GiveFactory<EventStoreProxy>(factory);
     if (objectId == eventsQueryObjectId)
         return GiveFactory<EventsQuery>(factory);
+    if (objectId == diskSpaceMonitorManagerObjectId)
+        return GiveFactory<DiskSpaceMonitorManager>(factory);
+    if (objectId == diskSpaceMonitorObjectId)
+        return GiveFactory<DiskSpaceMonitor>(factory);
     return TOBERR_INVALID_ARG;
 }
 

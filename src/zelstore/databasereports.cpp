@@ -89,16 +89,4 @@ HRESULT EventStoreImpl::GetOldestDate(IStringValue** oldestDate, std::uint64_t* 
     return hr::ok;
 }
 
-HRESULT EventStoreImpl::Purge(std::uint32_t maxSizeMegabytes) {
-    {
-        const wm::Hold hold(stateLock_);
-        if (!running_) {
-            wm::Trace(wm::TraceLevel::warning, "the store is not running", hr::aborted);
-            return hr::aborted;
-        }
-    }
-    std::uint32_t status = 0;
-    return database_.load(std::memory_order_acquire)->EnforceSizeLimit(maxSizeMegabytes, &status);
-}
-
 }  // namespace ZEL

@@ -45,6 +45,7 @@ std::shared_ptr<EventStoreImpl> EventStoreImpl::GetInstance() noexcept {
 }
 
 EventStoreImpl::~EventStoreImpl() {
+    purgeThread_.Wait();
     // Without Stop the coordinator would never end, and a thread must not outlive its store.
     stopEvent_.Set();
     flushTimer_.Stop();
@@ -128,6 +129,7 @@ HRESULT EventStoreImpl::Stop() {
         const wm::Hold hold(stateLock_);
         running_ = false;
     }
+    purgeThread_.RequestStop();
     stopEvent_.Set();
     QueryModule& queries = Queries();
     const wm::Hold hold(queries.queryManagerLock);
@@ -144,6 +146,7 @@ HRESULT EventStoreImpl::Stop() {
 }
 
 HRESULT EventStoreImpl::Shutdown() {
+    purgeThread_.Wait();
     coordinatorThread_.Wait();
     WaitForQueries();
     if (flushTimer_.IsActive())

@@ -23,9 +23,9 @@ struct StorePeriods {
 };
 
 // The one running store of the process: two incoming queues, the coordinator thread that empties
-// them into the database, and the start and stop of it all. Proxies share it. All operations may be
-// called from any thread, but Stop and Shutdown not at the same time. The destructor writes
-// nothing: Stop and Shutdown belong before it.
+// them into the database, the purge thread, and the start and stop of it all. Proxies share it. All
+// operations may be called from any thread, but Stop and Shutdown not at the same time. The
+// destructor writes nothing: Stop and Shutdown belong before it.
 class EventStoreImpl {
 public:
     // The core of the process: the living one, or a new one that is not started. Null when memory
@@ -68,6 +68,8 @@ private:
     HRESULT FlushQueue(IncomingQueue& queue, bool silent, bool flushAll);
     HRESULT InsertBatch(std::unique_ptr<EventBatch> batch, bool silent);
     void NotifyJob(const RecordBatch& records);
+    HRESULT PurgeMain();
+    void PublishPurgeStatus(std::uint32_t status);
 
     // Null means that the store is not open. Not owned: it lives until the process ends.
     std::atomic<IZelDbImpl*> database_{nullptr};
@@ -82,6 +84,11 @@ private:
     wm::EventObject silentBatchReady_;
     wm::EventObject timerEvent_;
     wm::EventObject stopEvent_;
+    wm::WorkerThread purgeThread_;
+    // Written under stateLock_ and only while no purge runs; read by the purge thread without it,
+    // since a start that fails waits for that thread with the lock held.
+    std::atomic<std::uint32_t> purgeLimit_{0xFFFFFFFF};
+    std::uint32_t lastPurgeStatus_ = 0;  // of the purge thread alone
     bool running_ GUARDED_BY(stateLock_) = false;
     std::atomic<bool> liveMode_{false};
     CountedPtr<IZELJobController> jobController_;

@@ -65,7 +65,12 @@ public:
     // walk of the database in hand at its next thousandth row; null means that the walk ends there.
     virtual HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) = 0;
 
-    // Deletes oldest databases until the store fits. Megabytes of 0x100000 bytes.
+    // Deletes whole databases, oldest first, until all files of the store fit in `maxSizeMegabytes`
+    // of 0x100000 bytes, and returns when that is done. The databases being written stay; one that
+    // is being read goes behind its last reader. hr::ok whatever came of it: the outcome stands in
+    // the settings, under ZEL\Opstate\EMAQ as MaxDBSizeHonored, 1 when the store fits and 2 when it
+    // can't. hr::nothingToDo, at once, while another purge runs; 0x80004004 unless started;
+    // 0x8007009B without a thread.
     virtual HRESULT Purge(std::uint32_t maxSizeMegabytes) = 0;
 
     // One record for each database and kind of failure that occurred: 0 the folder's name, 1 the
@@ -97,7 +102,8 @@ protected:
 
 class IEventStore3 : public IEventStore2 {
 public:
-    // Earliest date in the store as YYYYMMDD, and an estimate of the store's bytes.
+    // Earliest date in the store as YYYYMMDD, empty for an empty store, and an estimate of the
+    // store's bytes.
     virtual HRESULT GetOldestDate(IStringValue** oldestDate, std::uint64_t* totalBytes) = 0;
 
 protected:

@@ -36,6 +36,10 @@ TEST(FileSystem, NeverFollowsLinks) {
     ASSERT_EQ(ListDirectories(store.WidePath(), folders), hr::ok);
     EXPECT_EQ(folders, std::vector<std::wstring>{store.Folder("real")});
     EXPECT_EQ(CountFiles(store.Folder("real"), L".ldb"), 1u);
+    EXPECT_TRUE(IsLink(store.Folder("link")));
+    EXPECT_FALSE(IsLink(store.Folder("real")));
+    fs::create_directory_symlink(store.Path() / "real", store.Path() / "again");
+    EXPECT_EQ(CountFiles(store.Folder("again"), L".ldb"), 0u);
     std::uint64_t bytes = 0;
     ASSERT_EQ(FolderSize(store.WidePath(), &bytes), hr::ok);
     EXPECT_EQ(bytes, 4u);

@@ -170,6 +170,161 @@ interrupt() {
   check "what was taken is stored" "$taken $taken" "$(zel query | wc -l) $(wc -l <keys)"
 }
 
+bytes() { find store -type f -printf '%s\n' | awk '{ n += $1 } END { print n + 0 }'; }
+names() { grep -o '"name":"[^"]*' "${1:-out}" | cut -d'"' -f4 | xargs; }
+# Five folders of 1 MiB each.
+oldstore() {
+  rm -rf store
+  for folder in 20260101 20260101001 20260101999 20260102 foreign; do
+    mkdir -p store/$folder
+    truncate -s 1M store/$folder/000005.ldb
+  done
+}
+
+retention() {
+  oldstore
+  local total=5242880 limit gone
+  check "the store's size" $total "$(bytes)"
+  run zel info -o json
+  check "info" "0 20260101 20260101001 20260101999 20260102 foreign" "$code $(names)"
+  check "sums" 1 "$(grep -c '"files":5,"bytes":5242880,"oldest_date":"20260101","estimated_bytes":7864320,"errors":\[\]}$' out)"
+  check "kinds" "events events silent events other" "$(grep -o '"kind":"[a-z]*' out | cut -d'"' -f4 | xargs)"
+  run zel info --check -o table
+  check "what is no database is told" "4 4" "$code $(grep -c '^folder .*: 1 failure(s) to read' out)"
+  check "a table" "20260101999  2026-01-01    999 silent       1      1.0 MiB" "$(grep silent out)"
+
+  while read -r limit stray gone; do
+    oldstore
+    [ "$stray" = 0 ] || truncate -s "$stray" store/stray
+    run zel purge --max-size "$limit" --dry-run -o json
+    check "$limit $stray: would go" "0 $gone" "$code $(names)"
+    check "$limit $stray: nothing is gone" 5 "$(ls -d store/*/ | wc -l)"
+    run zel purge --max-size "$limit" -o json
+    check "$limit $stray: went" "0 $gone" "$code $(names)"
+    check "$limit $stray: left" $((5 - $(wc -w <<<"$gone"))) "$(ls store | grep -cv stray)"
+    check "$limit $stray: fits" "$(bytes)" "$(sed 's/.*"bytes_after":\([0-9]*\).*/\1/' out)"
+  done <<'LIMITS'
+5M 0
+5M 1 20260101
+6M 1048576
+4m 0 20260101
+3MiB 0 20260101 20260101001
+2M 0 20260101 20260101001 20260101999
+0 0 20260101 20260101001 20260101999 20260102 foreign
+1G 0
+4T 0
+LIMITS
+  check "the outcome is published" 1 "$(zel settings get 'ZEL\Opstate\EMAQ' MaxDBSizeHonored)"
+  oldstore
+  run zel purge --max-size 4M -o table
+  check "a table" "20260101     2026-01-01 events    1.0 MiB" "$(cat out)"
+  check "and a summary" "zel: 1 folder(s) went; 5.0 MiB before, 4.0 MiB now, limit 4.0 MiB" "$(cat err)"
+  for limit in 5 M -1M 1.5M 5K "" 4294967296M 4096T; do
+    run zel purge --max-size "$limit"
+    check "size $limit" 2 "$code"
+  done
+  run "$bin/zel" --store nosuch purge --max-size 1M
+  check "no store" 3 "$code"
+  run "$bin/zel" --store nosuch info
+  check "no store" 3 "$code"
+  run zel purge
+  check "no size" 2 "$code"
+
+  # Links are neither counted nor followed.
+  mkdir kept && truncate -s 9M kept/a && ln -s "$work/kept" store/link && ln -s "$work/kept" store/foreign/link
+  run zel purge --max-size 0 -o json
+  check "links" "0 20260101001 20260101999 20260102 foreign a" "$code $(names) $(ls kept)"
+}
+
+# What another process writes stays; all else goes, and the writer loses nothing.
+inuse() {
+  local today
+  today=$(date -u +%Y%m%d)
+  oldstore
+  mkfifo pipe
+  "$bin/zel" --store store ingest pipe 2>/dev/null &
+  local ingest=$!
+  exec 3>pipe
+  for i in $(seq 1000); do record "$i" >&3; done
+  until [ -s "store/$today/000003.log" ]; do sleep 0.05; done
+  run zel purge --max-size 0 --dry-run -o json
+  check "foreseen" "4 1" "$code $(grep -c "\"name\":\"$today\".*\"in_use\":true" out)"
+  run zel purge --max-size 0 -o json
+  check "others go" "4 20260101 20260101001 20260101999 20260102 foreign" "$code $(names)"
+  check "told" 1 "$(grep -c '^zel: the store is still larger than its limit' err)"
+  record 1001 >&3
+  exec 3>&-
+  wait $ingest
+  check "the writer ends well" 0 "$?"
+  check "nothing is lost" 1001 "$(zel query | wc -l)"
+}
+
+monitor() {
+  mkdir store
+  run zel monitor --once -o json
+  check "once" "0 1" "$code $(grep -c '"state":"[a-z]*","free_mb":[0-9]*}$' out)"
+  run zel monitor --once --stop-below 4294967295 -o table
+  check "below the threshold" 1 "$(grep -c '  stop    [0-9]* MB free$' out)"
+  run zel settings get 'ZEL\Settings\DiskMonitor' StopThreshold
+  check "a look changes no settings" 1 "$code"
+  run "$bin/zel" --store nosuch monitor
+  check "no store" 3 "$code"
+  "$bin/zel" --store store monitor --stop-below 7 -o json >out 2>err &
+  local pid=$!
+  until [ -s out ]; do sleep 0.05; done
+  kill -INT $pid
+  wait $pid
+  check "interrupted" 130 "$?"
+  check "the state at once" 1 "$(grep -c '"state":"resume"' out)"
+  check "thresholds are kept" "7 10" "$(zel settings get 'ZEL\Settings\DiskMonitor' StopThreshold) $(zel settings get 'ZEL\Settings\DiskMonitor' ResumePercentage)"
+}
+
+# Records of about 2500 bytes that don't pack: FIRST LAST
+bulk() {
+  awk -v first="$1" -v last="$2" -v pool="$(head -c 32768 /dev/urandom | od -An -v -tx1 | tr -d ' \n')" '
+    BEGIN {
+      srand(1)
+      for (i = first; i <= last; i++)
+        printf "{\"artifacts\":{\"target\":{\"object_type\":\"url\",\"note\":\"%s\"}},\"action\":[\"open\"],\"begin_time\":{\"value\":\"2026-02-02T03:04:05.006Z\"},\"seq_num\":%d}\n",
+          substr(pool, 1 + int(rand() * 63000), 2400), i
+    }'
+}
+
+# A volume that fills up while records come in, is made room on by a purge, and goes on.
+fulldisk() {
+  mkdir store
+  if ! mount -t tmpfs -o size=180m tmpfs store 2>mounterr; then
+    echo "SKIPPED: no volume can be mounted here: $(cat mounterr)"
+    exit 77
+  fi
+  trap 'umount -l "$work/store"; rm -rf "$work"' EXIT
+  mkdir store/20260101
+  head -c 60M /dev/zero >store/20260101/000005.ldb
+  for i in $(seq 1000); do record "$i"; done >first.ndjson
+  run zel ingest first.ndjson
+  check "there is room" 0 "$code"
+
+  bulk 1 30000 >bulk.ndjson
+  run zel ingest --no-receive-rows bulk.ndjson
+  local taken failures stored
+  taken=$(sed -n 's/^zel: \([0-9]*\) record(s) taken.*/\1/p' err)
+  failures=$(sed -n 's/^zel: folder [0-9]*: \([0-9]*\) failure(s) to write, the last: the disk is full (0x80070070)$/\1/p' err)
+  check "refused records are told" 4 "$code"
+  check "with their cause" 1 "$(grep -c 'failure(s) to write, the last: the disk is full' err)"
+  zel query 2>/dev/null | LC_ALL=C sort >before
+  stored=$(grep -c '"url"' before)
+  check "no more is lost than was told" yes "$([ "$taken" = 30000 ] && [ "$stored" -lt 30000 ] && [ $((taken - stored)) -le $((failures * 500)) ] && echo yes || echo "$taken $stored $failures")"
+  check "what was taken before is there" "$(LC_ALL=C sort first.ndjson | md5sum)" "$(grep '"file"' before | md5sum)"
+  check "and records that fitted" yes "$([ "$stored" -gt 5000 ] && echo yes || echo "$stored")"
+
+  run zel purge --max-size 100M -o json
+  check "a purge makes room" "0 20260101" "$code $(names)"
+  bulk 30001 31000 >third.ndjson
+  run zel ingest third.ndjson
+  check "it goes on" 0 "$code"
+  check "every acknowledged record is there" "$(LC_ALL=C sort -m before <(LC_ALL=C sort third.ndjson) | md5sum)" "$(zel query | LC_ALL=C sort | md5sum)"
+}
+
 host() {
   mkdir hoststore
   run "$bin/minimalhost" hoststore

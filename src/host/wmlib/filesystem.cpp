@@ -22,7 +22,7 @@ bool ToPath(const std::wstring& text, fs::path& path) {
 }
 
 ZEL::HRESULT ToResult(const std::error_code& error) {
-    return error ? ZEL::hr::Code(0x80070000U | platform::Win32Code(error.value())) : ZEL::hr::ok;
+    return error ? ZEL::FromWin32(platform::Win32Code(error.value())) : ZEL::hr::ok;
 }
 
 bool Vanished(const std::error_code& error) {
@@ -45,23 +45,28 @@ fs::file_type TypeOf(const fs::directory_entry& entry) {
     return entry.symlink_status(ignored).type();
 }
 
+std::error_code AddSizes(const fs::path& path, std::uint64_t& total);
+
+std::error_code AddEntry(const fs::directory_entry& entry, std::uint64_t& total) {
+    std::error_code error;
+    const fs::file_type type = entry.symlink_status(error).type();
+    if (type == fs::file_type::directory)
+        return AddSizes(entry.path(), total);
+    const bool isFile = !error && type == fs::file_type::regular;
+    const std::uintmax_t size = isFile ? entry.file_size(error) : 0;
+    total += error ? 0 : size;
+    return error;
+}
+
+// The last error, when parts can't be walked. What vanishes meanwhile is no error.
 std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
     std::error_code inside;
     const std::error_code error = ForEachEntry(path, [&](const fs::directory_entry& entry) {
-        std::error_code gone;
-        const fs::file_type type = TypeOf(entry);
-        if (type == fs::file_type::directory) {
-            const std::error_code below = AddSizes(entry.path(), total);
-            if (below)
-                inside = below;
-        } else if (type == fs::file_type::regular) {
-            const std::uintmax_t size = entry.file_size(gone);
-            total += gone ? 0 : size;
-        }
+        const std::error_code below = AddEntry(entry, total);
+        if (below && !Vanished(below))
+            inside = below;
     });
-    if (error && !Vanished(error))
-        return error;
-    return inside;
+    return error && !Vanished(error) ? error : inside;
 }
 
 }  // namespace
@@ -98,6 +103,16 @@ bool FileExists(const std::wstring& path) noexcept {
     }
 }
 
+bool IsLink(const std::wstring& path) noexcept {
+    try {
+        fs::path native;
+        std::error_code error;
+        return ToPath(path, native) && fs::is_symlink(native, error);
+    } catch (...) {
+        return false;
+    }
+}
+
 ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wstring>& out) {
     fs::path native;
     if (!ToPath(directory, native))
@@ -118,7 +133,7 @@ std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix
     try {
         fs::path native;
         std::string ending;
-        if (!ToPath(directory, native) || !ToUtf8(suffix, ending))
+        if (!ToPath(directory, native) || !ToUtf8(suffix, ending) || IsLink(directory))
             return 0;
         std::uint64_t count = 0;
         const std::error_code error = ForEachEntry(native, [&](const fs::directory_entry& entry) {

@@ -61,9 +61,10 @@ public:
     ZEL::HRESULT AvailableBytes(const std::wstring& path, std::uint64_t* bytes) noexcept override {
         try {
             std::string narrow;
-            if (!ToUtf8(path, narrow) || !platform::AvailableBytes(narrow, bytes))
-                return ZEL::hr::fail;
-            return ZEL::hr::ok;
+            if (!ToUtf8(path, narrow))
+                return ZEL::hr::invalidArgument;
+            const std::error_code error = platform::AvailableBytes(narrow, bytes);
+            return error ? ZEL::FromWin32(platform::Win32Code(error.value())) : ZEL::hr::ok;
         } catch (...) {
             return ZEL::hr::outOfMemory;
         }

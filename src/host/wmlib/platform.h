@@ -38,8 +38,8 @@ std::error_code ReadFile(const std::string& file, std::string* text);
 // nothing behind on failure.
 std::error_code ReplaceFile(const std::string& file, const std::string& text);
 
-// Bytes that the caller may use on the volume of `path`. False when the system can't tell.
-bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept;
+// Bytes that the caller may use on the volume of `path`.
+std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept;
 
 // Win32 code that is nearest to an error of the system's C library.
 std::uint32_t Win32Code(int error) noexcept;

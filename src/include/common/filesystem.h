@@ -20,13 +20,15 @@ WMLIB_API std::wstring LastPathComponent(const std::wstring& path);
 // Follows a link at `path` itself.
 WMLIB_API bool IsDirectory(const std::wstring& path) noexcept;
 WMLIB_API bool FileExists(const std::wstring& path) noexcept;
+// Whether `path` itself is a symbolic link or reparse point.
+WMLIB_API bool IsLink(const std::wstring& path) noexcept;
 
 // Full paths of the entries of `directory` that are themselves directories, in the order of the
 // listing. Names that are not UTF-8 are passed over and traced.
 WMLIB_API ZEL::HRESULT ListDirectories(const std::wstring& directory,
                                        std::vector<std::wstring>& out);
 // Regular files in `directory` whose names end in `suffix`, compared exactly. A directory that
-// can't be listed counts 0.
+// can't be listed, or is a link, counts 0.
 WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
                                    std::wstring_view suffix) noexcept;
 // Sum of the logical sizes of all files below `path`. What vanishes during the walk, `path`

@@ -11,6 +11,7 @@ namespace wm {
 // The order in which one thread may take locks: only upwards. A debug build aborts on an inversion
 // and names both locks.
 enum class LockRank : int {
+    monitorDelivery = 5,       // the disk monitor's, held while subscribers are called
     state = 10,                // EventStoreImpl::stateLock
     queryManagerPointer = 20,  // queryManagerLock
     queryManager = 30,         // the QueryManager's own lock

@@ -25,6 +25,7 @@ inline constexpr HRESULT noInterface = Code(0x80004002);
 inline constexpr HRESULT aborted = Code(0x80004004);
 inline constexpr HRESULT fail = Code(0x80004005);
 inline constexpr HRESULT unexpected = Code(0x8000FFFF);
+inline constexpr HRESULT pathNotFound = Code(0x80070003);
 inline constexpr HRESULT accessDenied = Code(0x80070005);
 inline constexpr HRESULT invalidData = Code(0x8007000D);
 inline constexpr HRESULT outOfMemory = Code(0x8007000E);
@@ -47,6 +48,14 @@ constexpr bool Succeeded(HRESULT result) noexcept {
 }
 constexpr std::uint32_t Bits(HRESULT result) noexcept {
     return static_cast<std::uint32_t>(result);
+}
+
+// The system's codes travel in the lower half of a result.
+constexpr HRESULT FromWin32(std::uint32_t code) noexcept {
+    return hr::Code(0x80070000U | (code & 0xFFFFU));
+}
+constexpr std::uint32_t Win32Code(HRESULT result) noexcept {
+    return Bits(result) >> 16 == 0x8007U ? Bits(result) & 0xFFFFU : Bits(result);
 }
 
 inline constexpr TobResult TOB_OK{0x00010000};

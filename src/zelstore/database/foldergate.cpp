@@ -1,8 +1,6 @@
 #include "zelstore/database/foldergate.h"
 
-#include <filesystem>
 #include <map>
-#include <system_error>
 
 #include "common/filesystem.h"
 #include "common/textbridge.h"
@@ -28,14 +26,6 @@ GateRegistry& Registry() {
 // Looking at the file would drop the lock of this very process, so only while it has none.
 bool IsOpenElsewhere(const std::wstring& folder) {
     return wm::IsLockedByAnotherProcess(wm::JoinPath(folder, L"LOCK"));
-}
-
-bool IsLink(const std::wstring& folder) {
-    std::string narrow;
-    if (!wm::ToUtf8(folder, narrow))
-        return false;
-    std::error_code error;
-    return std::filesystem::is_symlink(std::u8string(narrow.begin(), narrow.end()), error);
 }
 
 }  // namespace
@@ -84,7 +74,7 @@ void FolderGate::AwaitClosed() NO_THREAD_SAFETY_ANALYSIS {
 HRESULT FolderGate::CheckOpen(bool create) const {
     if (isOpen_)
         return hr::deviceError;
-    if (IsLink(folder_))
+    if (wm::IsLink(folder_))
         return hr::fail;
     if (!wm::FileExists(wm::JoinPath(folder_, L"CURRENT"))) {
         // Asked to open what isn't there, the library would leave files behind.
@@ -98,13 +88,16 @@ HRESULT FolderGate::CheckOpen(bool create) const {
 
 void FolderGate::Remove() const noexcept {
     const bool isOpenHere = isOpen_;
-    const HRESULT result = AtBoundary([&] {
-        return isOpenHere                 ? hr::deviceError
-               : IsOpenElsewhere(folder_) ? hr::sharingViolation
-                                          : wm::RemoveTree(folder_);
-    });
-    if (Failed(result))
-        wm::Trace(wm::TraceLevel::error, "a folder can't be removed", result);
+    IgnoreResult(AtBoundary([&] {
+                     const HRESULT result = isOpenHere                 ? hr::deviceError
+                                            : IsOpenElsewhere(folder_) ? hr::sharingViolation
+                                                                       : wm::RemoveTree(folder_);
+                     if (Failed(result))
+                         wm::Trace(wm::TraceLevel::error, "a folder can't be removed", result,
+                                   wm::ToUtf8Lossy(folder_));
+                     return result;
+                 }),
+                 "only traced");
 }
 
 }  // namespace ZEL

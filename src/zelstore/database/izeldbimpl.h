@@ -30,6 +30,10 @@ struct DatabaseErrorEntry {
 struct DatabaseErrorRecord {
     DatabaseErrorEntry entries[3];  // by DatabaseErrorKind
 };
+// What EnforceSizeLimit tells.
+inline constexpr std::uint32_t sizeLimitHonored = 1;     // or will be, once the folders are gone
+inline constexpr std::uint32_t sizeLimitNotHonored = 2;  // what may go is not enough
+
 using DatabaseErrorTable = std::map<std::wstring, DatabaseErrorRecord>;  // by the folder's path
 
 // The stored data of the process. May be used by any thread.
@@ -51,11 +55,15 @@ public:
     // begun: failures of single databases are in the table of errors.
     virtual HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
                          HANDLE pauseEvent) = 0;
+    // Deletes whole databases, oldest first, until all files of the store fit in `maxMegabytes` of
+    // 0x100000 bytes. The ones being written stay. A folder in use goes behind its last user. On
+    // failure nothing is deleted and `*status` keeps its value.
     virtual HRESULT EnforceSizeLimit(std::uint32_t maxMegabytes, std::uint32_t* status) = 0;
     // The value under `key` in the oldest event database that has it.
     virtual HRESULT GetRecord(const std::string& key, std::string* value) = 0;
     virtual HRESULT GetDatabaseErrors(DatabaseErrorTable* out) = 0;
     virtual void ClearDatabaseErrors() = 0;
+    // The earliest date as YYYYMMDD, empty without any database, and an estimate of all bytes.
     virtual HRESULT GetOldestDate(std::wstring* oldestDate, std::uint64_t* totalBytes) = 0;
     // All values under the prefix `key` in the silent database of the key's date, appended.
     virtual HRESULT GetEnrichments(const QueryId* query, const std::string& key,

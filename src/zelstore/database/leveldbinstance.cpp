@@ -3,6 +3,7 @@
 #include <leveldb/db.h>
 #include <leveldb/write_batch.h>
 
+#include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/boundary.h"
@@ -78,8 +79,11 @@ void LevelDbInstance::Close() noexcept {
     if (!deleteOnClose_.load(std::memory_order_relaxed))
         return;
     IgnoreResult(AtBoundary([this] {
-                     return FromStatus(leveldb::DestroyDB(narrowPath_, leveldb::Options()),
-                                       "a database can't be destroyed");
+                     // The library would follow a link that stands in the folder's place by now.
+                     return wm::IsLink(path_)
+                                ? hr::ok
+                                : FromStatus(leveldb::DestroyDB(narrowPath_, leveldb::Options()),
+                                             "a database can't be destroyed");
                  }),
                  "the folder is removed all the same");
     gate_->Remove();

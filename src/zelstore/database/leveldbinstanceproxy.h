@@ -48,6 +48,12 @@ public:
     // prefix reads share.
     void Release(bool closeCursor);
 
+    // A write that is under way keeps the folder from being chosen for deletion.
+    void BeginWrite() noexcept { writesUnderWay_.fetch_add(1, std::memory_order_relaxed); }
+    void EndWrite() noexcept { writesUnderWay_.fetch_sub(1, std::memory_order_release); }
+    bool IsBeingWritten() const noexcept {
+        return writesUnderWay_.load(std::memory_order_acquire) != 0;
+    }
     // 0x80070070, without a look at the database, when the volume has no room for the batch.
     HRESULT Write(const RecordBatch& batch);
 
@@ -75,6 +81,7 @@ private:
     std::atomic<std::uint64_t> estimatedBytes_{0};
     std::atomic<std::uint64_t> recordsSinceCount_{0};
     std::atomic<std::uint64_t> recountBudget_{0};
+    std::atomic<std::int32_t> writesUnderWay_{0};
     // Held while the database is opened, so that it is opened once.
     wm::Lock lock_{wm::LockRank::proxy};
     std::weak_ptr<LevelDbInstance> instance_ GUARDED_BY(lock_);

@@ -118,14 +118,4 @@ void ZelMasterDatabase::RecordDatabaseError(const std::wstring& path, DatabaseEr
                  "a count is lost");
 }
 
-// Retention joins here: the oldest date and the size limit.
-
-HRESULT ZelMasterDatabase::GetOldestDate(std::wstring*, std::uint64_t*) {
-    return hr::notImplemented;
-}
-
-HRESULT ZelMasterDatabase::EnforceSizeLimit(std::uint32_t, std::uint32_t*) {
-    return hr::notImplemented;
-}
-
 }  // namespace ZEL

@@ -22,7 +22,8 @@ class LevelDbInstanceProxy;
 // May be used by any thread. Rows are written and read outside databaseLock, on a copy of the
 // catalog where several databases are concerned; only a new or next database is opened under it.
 // What fails in one database leaves the others alone. A database leaves the catalog only when a
-// write tells that its files are corrupt or its device has failed.
+// write tells that its files are corrupt or its device has failed, or when the size limit asks for
+// its room.
 class ZelMasterDatabase final : public IZelDbImpl {
 public:
     ZelMasterDatabase();
@@ -61,8 +62,11 @@ private:
     void RecordDatabaseError(const std::wstring& path, DatabaseErrorKind kind,
                              HRESULT result) noexcept;
 
-    // The path and the database for today's writes, or for silent enrichments of `date`.
+    // The path and the database for today's writes, or for silent enrichments of `date`. What is
+    // given by GetWriteDatabase and ChooseSilentDatabase is marked as being written.
     HRESULT GetWriteDatabase(std::wstring* path, ProxyPtr* proxy);
+    HRESULT GetWriteDatabaseLocked(const std::wstring& today, std::wstring* path, ProxyPtr* proxy)
+        REQUIRES(databaseLock_);
     HRESULT GetSilentDatabaseLocked(const std::wstring& date, bool create, std::wstring* path,
                                     ProxyPtr* proxy) REQUIRES(databaseLock_);
     ProxyPtr FindLocked(const std::wstring& date, bool silent) REQUIRES(databaseLock_);
@@ -75,6 +79,13 @@ private:
     void KeepSilentDatabase(const std::wstring& path, const ProxyPtr& proxy);
     void OnWriteFailure(const std::wstring& path, const ProxyPtr& proxy, HRESULT result);
     void GiveUp(const std::wstring& path, const ProxyPtr& proxy);
+
+    bool IsProtectedLocked(const ProxyPtr& proxy) const REQUIRES_SHARED(databaseLock_);
+    HRESULT GetDeletionCandidates(Catalog* candidates);
+    // The oldest candidates that free `excessBytes` together. `victims` is empty on failure.
+    static HRESULT SelectVictims(const Catalog& candidates, std::uint64_t excessBytes,
+                                 std::vector<ProxyPtr>* victims, std::uint32_t* status);
+    void Delete(const ProxyPtr& victim);
 
     HRESULT GetQueryDatabase(const QueryId* query, const std::string& key, ProxyPtr* proxy);
 

@@ -31,6 +31,18 @@ bool IsFull(LevelDbInstanceProxy& proxy) {
     return proxy.EstimatedBytes() >= databaseLimitBytes;
 }
 
+// Ends the mark that was set when the database was chosen.
+class WriteUnderWay {
+public:
+    explicit WriteUnderWay(LevelDbInstanceProxy& proxy) noexcept : proxy_(proxy) {}
+    ~WriteUnderWay() { proxy_.EndWrite(); }
+    WriteUnderWay(const WriteUnderWay&) = delete;
+    WriteUnderWay& operator=(const WriteUnderWay&) = delete;
+
+private:
+    LevelDbInstanceProxy& proxy_;
+};
+
 }  // namespace
 
 HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
@@ -40,6 +52,7 @@ HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
         HRESULT result = GetWriteDatabase(&path, &proxy);
         if (Failed(result))
             return result;
+        const WriteUnderWay underWay(*proxy);
         result = proxy->Write(batch);
         if (Failed(result))
             OnWriteFailure(path, proxy, result);
@@ -49,10 +62,18 @@ HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
 
 HRESULT ZelMasterDatabase::GetWriteDatabase(std::wstring* path, ProxyPtr* proxy) {
     std::wstring today;
-    const HRESULT result = FormatToday(&today);
+    HRESULT result = FormatToday(&today);
     if (Failed(result))
         return result;
     const wm::HoldExclusive hold(databaseLock_);
+    result = GetWriteDatabaseLocked(today, path, proxy);
+    if (Succeeded(result))
+        (*proxy)->BeginWrite();
+    return result;
+}
+
+HRESULT ZelMasterDatabase::GetWriteDatabaseLocked(const std::wstring& today, std::wstring* path,
+                                                  ProxyPtr* proxy) {
     ProxyPtr current = writeDatabase_ && writeDatabase_->Date() == today ? writeDatabase_
                                                                          : FindLocked(today, false);
     if (current && (current->Number() == lastEventNumber || !IsFull(*current))) {
@@ -169,6 +190,7 @@ HRESULT ZelMasterDatabase::WriteSilentGroup(const std::string& date, const Recor
     HRESULT result = ChooseSilentDatabase(wideDate, &path, &proxy);
     if (Failed(result))
         return result;
+    const WriteUnderWay underWay(*proxy);
     result = proxy->Write(group);
     if (Failed(result))
         OnWriteFailure(path, proxy, result);
@@ -180,12 +202,16 @@ HRESULT ZelMasterDatabase::WriteSilentGroup(const std::string& date, const Recor
 HRESULT ZelMasterDatabase::ChooseSilentDatabase(const std::wstring& date, std::wstring* path,
                                                 ProxyPtr* proxy) {
     const wm::HoldExclusive hold(databaseLock_);
+    HRESULT result = hr::ok;
     if (silentDatabase_ && silentDatabase_->Date() == date) {
         *path = silentDatabaseName_;
         *proxy = silentDatabase_;
-        return hr::ok;
+    } else {
+        result = GetSilentDatabaseLocked(date, true, path, proxy);
     }
-    return GetSilentDatabaseLocked(date, true, path, proxy);
+    if (Succeeded(result))
+        (*proxy)->BeginWrite();
+    return result;
 }
 
 void ZelMasterDatabase::KeepSilentDatabase(const std::wstring& path, const ProxyPtr& proxy) {

@@ -107,12 +107,12 @@ bool IsLockedByAnotherProcess(const std::string& file) noexcept {
            query.l_type != F_UNLCK;
 }
 
-bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
+std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
     struct statvfs volume {};
-    if (::statvfs(path.c_str(), &volume) != 0 && ::statvfs("/", &volume) != 0)
-        return false;
+    if (::statvfs(path.c_str(), &volume) != 0)
+        return LastError();
     *bytes = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
-    return true;
+    return {};
 }
 
 }  // namespace wm::platform

@@ -1,0 +1,136 @@
+#include <cstdio>
+
+#include "commands.h"
+#include "common/eventobject.h"
+#include "messages.h"
+#include "storefolders.h"
+#include "storesession.h"
+
+namespace zel {
+
+namespace {
+
+struct StoreInfo {
+    std::string directory;
+    StoreListing listing;
+    std::string oldestDate;            // YYYYMMDD; empty for an empty store
+    std::uint64_t estimatedBytes = 0;  // as the store reckons
+    std::vector<DatabaseError> errors;
+};
+
+// A walk of nothing: every event database is opened, and none has a row that late.
+constexpr const char* checkDocument =
+    R"({"event_query":{"events":[{"begin_time":{"operator":{"value":"greater_than_or_equal"},)"
+    R"("value":"9999-12-31T23:59:59.999Z"}}]}})";
+
+class NoResults final : public ZEL::IQueryCallback {
+public:
+    ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
+        *out = nullptr;
+        return ZEL::TOBERR_NO_INTERFACE;
+    }
+    std::int64_t AddRef() override { return 2; }
+    std::int64_t Release() override { return 1; }
+    ZEL::HRESULT OnQueryResults(ZEL::HRESULT, ZEL::IValueCollection*, bool, bool,
+                                ZEL::IStringValue*, std::int32_t) override {
+        return ZEL::hr::ok;
+    }
+};
+
+bool OpenAll(StoreSession& store) {
+    const auto document = ToValue(checkDocument);
+    wm::EventObject stop;
+    NoResults callback;
+    return document && stop.Create(false, false) &&
+           Succeeded(store->Query(document.Get(), &callback, stop.Handle()));
+}
+
+bool AskStore(bool check, StoreInfo* info) {
+    StoreSession store;
+    if (!store.Open(StoreSession::Need::existing))
+        return false;
+    ZEL::CountedPtr<ZEL::IStringValue> date;
+    const ZEL::HRESULT result = store->GetOldestDate(date.Receive(), &info->estimatedBytes);
+    if (Failed(result)) {
+        Say("the oldest date can't be told: " + Describe(static_cast<std::int32_t>(result)));
+        return false;
+    }
+    info->oldestDate = ToText(date.Get());
+    if (check && !OpenAll(store))
+        Say("the databases can't be checked");
+    info->errors = store.TakeDatabaseErrors();
+    return true;
+}
+
+void PrintTable(const StoreInfo& info) {
+    std::printf("%-12s %-10s %6s %-6s %7s %12s\n", "FOLDER", "DATE", "NUMBER", "KIND", "FILES",
+                "SIZE");
+    for (const StoreFolder& folder : info.listing.folders)
+        std::printf("%-12s %-10s %6s %-6s %7llu %12s%s\n", Printable(folder.name).c_str(),
+                    Printable(folder.Date()).c_str(), folder.Number().c_str(), folder.Kind(),
+                    static_cast<unsigned long long>(folder.size.files),
+                    ReadableBytes(folder.size.bytes).c_str(), folder.inUse ? "  in use" : "");
+    const FolderSize total = info.listing.Total();
+    std::printf("%zu folder(s), %llu file(s), %s (%llu bytes)\n", info.listing.folders.size(),
+                static_cast<unsigned long long>(total.files), ReadableBytes(total.bytes).c_str(),
+                static_cast<unsigned long long>(total.bytes));
+    std::printf("oldest date: %s\n",
+                info.oldestDate.empty() ? "none" : Printable(info.oldestDate).c_str());
+    for (const DatabaseError& error : info.errors)
+        std::printf("%s\n", Printable(error.Text()).c_str());
+}
+
+std::string FolderJson(const StoreFolder& folder) {
+    return "{\"name\":" + JsonString(folder.name) + ",\"date\":" + JsonString(folder.Date()) +
+           ",\"number\":" + JsonString(folder.Number()) + ",\"kind\":\"" + folder.Kind() +
+           "\",\"files\":" + std::to_string(folder.size.files) +
+           ",\"bytes\":" + std::to_string(folder.size.bytes) +
+           ",\"in_use\":" + (folder.inUse ? "true}" : "false}");
+}
+
+std::string ErrorJson(const DatabaseError& error) {
+    char result[16];
+    std::snprintf(result, sizeof(result), "0x%08X", static_cast<unsigned>(error.lastResult));
+    return "{\"folder\":" + JsonString(error.folder) + ",\"operation\":\"" + error.Operation() +
+           "\",\"count\":" + std::to_string(error.count) + ",\"last_result\":\"" + result + "\"}";
+}
+
+template <typename List, typename ToJson>
+std::string JsonArray(const List& list, ToJson toJson) {
+    std::string text = "[";
+    for (const auto& item : list)
+        text.append(text.size() > 1 ? "," : "").append(toJson(item));
+    return text + "]";
+}
+
+void PrintJson(const StoreInfo& info) {
+    const FolderSize total = info.listing.Total();
+    std::printf(
+        "{\"store\":%s,\"folders\":%s,\"files\":%llu,\"bytes\":%llu,\"oldest_date\":%s,"
+        "\"estimated_bytes\":%llu,\"errors\":%s}\n",
+        JsonString(info.directory).c_str(), JsonArray(info.listing.folders, FolderJson).c_str(),
+        static_cast<unsigned long long>(total.files), static_cast<unsigned long long>(total.bytes),
+        JsonString(info.oldestDate).c_str(), static_cast<unsigned long long>(info.estimatedBytes),
+        JsonArray(info.errors, ErrorJson).c_str());
+}
+
+}  // namespace
+
+int RunInfo(const InfoOptions& options) {
+    StoreInfo info;
+    if (!FindStore(StoreSession::Need::existing, &info.directory))
+        return exitCode::noStore;
+    info.listing = ListStore(info.directory);
+    if (!AskStore(options.check, &info))
+        return exitCode::noStore;
+    if (WantsTable(options.output))
+        PrintTable(info);
+    else
+        PrintJson(info);
+    for (const std::string& name : info.listing.unreadable)
+        Say(Printable(name) + " can't be read");
+    return info.listing.unreadable.empty() && info.errors.empty() ? exitCode::done
+                                                                  : exitCode::losses;
+}
+
+}  // namespace zel

@@ -1,0 +1,90 @@
+#include "zelstore/diskmonitor/diskspacemonitor.h"
+
+#include "common/errorreport.h"
+#include "zelstore/boundary.h"
+#include "zelstore/diskmonitor/spacewatch.h"
+
+namespace ZEL {
+
+DiskSpaceMonitor::DiskSpaceMonitor(std::uint32_t periodMs)
+    : periodMs_(periodMs), watch_(std::make_shared<SpaceWatch>()) {}
+
+DiskSpaceMonitor::~DiskSpaceMonitor() {
+    monitorThread_.RequestStop();
+    watch_->stopEvent.Set();
+    monitorThread_.Wait();
+    watch_->Clear();
+}
+
+TobResult DiskSpaceMonitor::QueryInterface(const GUID& iid, void** out) {
+    IMonitorRegistration* const registration = this;
+    IMonitorConfiguration* const configuration = this;
+    IMonitorLifetime* const lifetime = this;
+    const InterfaceRow rows[] = {{iidMonitorRegistration, registration},
+                                 {iidMonitorConfiguration, configuration},
+                                 {iidMonitorLifetime, lifetime}};
+    return FindInterface(rows, iid, registration, out);
+}
+
+HRESULT DiskSpaceMonitor::Subscribe(IMonitorSubscriber* subscriber) {
+    return AtBoundary([&] { return watch_->Subscribe(subscriber); });
+}
+
+HRESULT DiskSpaceMonitor::Unsubscribe(IMonitorSubscriber* subscriber) {
+    return AtBoundary([&] {
+        watch_->Unsubscribe(subscriber);
+        return hr::ok;
+    });
+}
+
+HRESULT DiskSpaceMonitor::SetThresholds(std::uint32_t stopThreshold,
+                                        std::uint32_t resumePercentage) {
+    return AtBoundary([&] { return watch_->SetThresholds({stopThreshold, resumePercentage}); });
+}
+
+HRESULT DiskSpaceMonitor::Start() {
+    const wm::Hold hold(startLock_);
+    if (!watch_->stopEvent.Exists() && !watch_->stopEvent.Create(false, false)) {
+        wm::ReportError(hr::outOfMemory);
+        return hr::outOfMemory;
+    }
+    if (monitorThread_.IsRunning())
+        return hr::ok;
+    // The thread has no part in the monitor itself, which may go first.
+    const bool started = monitorThread_.Start([watch = watch_, periodMs = periodMs_] {
+        watch->Run(periodMs);
+        return hr::ok;
+    });
+    if (!started) {
+        watch_->stopEvent.Close();
+        wm::ReportError(hr::Code(Win32Code(hr::threadNotStarted)));
+        return hr::threadNotStarted;
+    }
+    monitorThread_.SetName("ZEL Disk Monitor");
+    return hr::ok;
+}
+
+HRESULT DiskSpaceMonitor::Stop() {
+    monitorThread_.RequestStop();
+    watch_->stopEvent.Set();
+    return hr::ok;
+}
+
+HRESULT DiskSpaceMonitor::Wait() {
+    monitorThread_.Wait();
+    return hr::ok;
+}
+
+void DiskSpaceMonitor::Run() {
+    watch_->Run(periodMs_);
+}
+
+IMonitorEvent* DiskSpaceMonitor::MakeEvent(DiskState state) {
+    return SpaceWatch::MakeEvent(state);
+}
+
+void DiskSpaceMonitor::CheckFreeSpace(const std::wstring& path) {
+    watch_->CheckFreeSpace(path);
+}
+
+}  // namespace ZEL

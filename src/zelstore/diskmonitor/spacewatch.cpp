@@ -1,0 +1,100 @@
+#include "zelstore/diskmonitor/spacewatch.h"
+
+#include <new>
+
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "zelstore/diskmonitor/diskspacemonitorevent.h"
+
+// Two thresholds keep the announcements from flapping: below the lower one subscribers are told to
+// stop, from the higher one on to resume, and in between nothing changes.
+//
+// The state changes behind the calls. Whoever subscribes while it is called hears the former state
+// first; a second round then tells it the new one. Everybody else who comes at that time waits for
+// the end of the calls. So each subscriber hears each state once and the latest one last.
+
+namespace ZEL {
+
+namespace {
+
+constexpr std::uint64_t bytesPerMegabyte = 1000000;
+constexpr const wchar_t* pathToken = L"%ZELDataStore%";
+constexpr const wchar_t* fallbackPath = L"/";
+
+}  // namespace
+
+SpaceWatch::SpaceWatch() {
+    const MonitorThresholds thresholds = ReadThresholds();
+    stopThreshold_ = thresholds.stopThreshold;
+    resumeThreshold_ = ResumeThreshold(thresholds);
+}
+
+HRESULT SpaceWatch::SetThresholds(const MonitorThresholds& thresholds) {
+    stopThreshold_ = thresholds.stopThreshold;
+    resumeThreshold_ = ResumeThreshold(thresholds);
+    return WriteThresholds(thresholds);
+}
+
+HRESULT SpaceWatch::Subscribe(IMonitorSubscriber* subscriber) {
+    const wm::Hold hold(deliveryLock_);
+    const HRESULT result = subscriptions_.Add(subscriber);
+    if (Failed(result))
+        return result;
+    const auto event = CountedPtr<IMonitorEvent>::Adopt(MakeEvent(state_));
+    subscriptions_.Notify(event.Get(), subscriber);
+    return hr::ok;
+}
+
+void SpaceWatch::Unsubscribe(IMonitorSubscriber* subscriber) {
+    const wm::Hold hold(deliveryLock_);
+    subscriptions_.Remove(subscriber);
+}
+
+void SpaceWatch::Run(std::uint32_t periodMs) {
+    std::wstring path;
+    if (!wm::ResolvePathVariable(pathToken, path) || path.empty()) {
+        wm::Trace(wm::TraceLevel::warning, "the data store's volume can't be told");
+        path = fallbackPath;
+    }
+    const HANDLE stop = stopEvent.Handle();
+    while (wm::WaitForAny(1, &stop, periodMs) == wm::waitTimedOut)
+        CheckFreeSpace(path);
+}
+
+void SpaceWatch::CheckFreeSpace(const std::wstring& path) {
+    std::uint64_t freeBytes = 0;
+    const HRESULT result = wm::FreeSpace().AvailableBytes(path, &freeBytes);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::warning, "free space can't be told", result,
+                  wm::ToUtf8Lossy(path));
+        wm::ReportError(hr::Code(Win32Code(result)));
+        return;
+    }
+    const std::uint64_t freeMb = freeBytes / bytesPerMegabyte;
+    const DiskState state = state_;
+    if (freeMb < stopThreshold_ && state == DiskState::resume)
+        Announce(DiskState::stop);
+    else if (freeMb >= resumeThreshold_ && state == DiskState::stop)
+        Announce(DiskState::resume);
+}
+
+void SpaceWatch::Announce(DiskState state) {
+    const auto event = CountedPtr<IMonitorEvent>::Adopt(MakeEvent(state));
+    if (!event)
+        return;
+    const wm::Hold hold(deliveryLock_);
+    const std::uint64_t last = subscriptions_.Notify(event.Get(), nullptr);
+    state_ = state;
+    subscriptions_.NotifyAdded(event.Get(), last);
+}
+
+IMonitorEvent* SpaceWatch::MakeEvent(DiskState state) noexcept {
+    auto* const event = new (std::nothrow) DiskSpaceMonitorEvent(state);
+    if (event == nullptr)
+        wm::ReportError(hr::outOfMemory);
+    else
+        event->AddRef();
+    return event;
+}
+
+}  // namespace ZEL

@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+
+#include "subscriber.h"
+#include "support/client.h"
+#include "support/fakesettings.h"
+#include "support/storefixture.h"
+
+namespace ZEL {
+namespace {
+
+using test::LoadedComponent;
+using test::States;
+using test::Subscriber;
+
+template <typename Face>
+CountedPtr<Face> Make(const LoadedComponent& component, const GUID& objectId, const GUID& iid) {
+    CountedPtr<ITobFactory> factory;
+    EXPECT_EQ(component.getFactory(objectId, factory.Receive()), TOB_OK);
+    CountedPtr<Face> object;
+    EXPECT_EQ(factory->CreateInstance(iid, object.ReceiveVoid()), TOB_OK);
+    return object;
+}
+
+class MonitorManager : public testing::Test {
+protected:
+    CountedPtr<IDiskSpaceMonitorManager> MakeManager() {
+        return Make<IDiskSpaceMonitorManager>(component, diskSpaceMonitorManagerObjectId,
+                                              iidDiskSpaceMonitorManager);
+    }
+
+    test::FakeSettings settings;
+    test::TempStore store;
+    const LoadedComponent component;
+};
+
+TEST_F(MonitorManager, AllManagersShareOneMonitor) {
+    {
+        const auto first = MakeManager(), second = MakeManager();
+        auto* const untouched = reinterpret_cast<IMonitorRegistration*>(0x10);
+        IMonitorRegistration* none = untouched;
+        EXPECT_EQ(first->StopMonitor(), hr::ok) << "nothing to stop";
+        EXPECT_EQ(first->GetRegistration(&none), hr::ok);
+        EXPECT_EQ(none, untouched);
+        EXPECT_EQ(first->GetRegistration(nullptr), hr::invalidArgument);
+
+        ASSERT_EQ(first->StartMonitor(), hr::ok);
+        CountedPtr<IMonitorRegistration> registration;
+        CountedPtr<IMonitorConfiguration> configuration;
+        ASSERT_EQ(second->GetRegistration(registration.Receive()), hr::ok);
+        ASSERT_EQ(second->GetConfiguration(configuration.Receive()), hr::ok);
+        IMonitorRegistration* again = registration.Get();
+        again->AddRef();
+        EXPECT_EQ(first->GetRegistration(&again), hr::ok) << "what was held is released";
+        EXPECT_EQ(again, registration.Get());
+        EXPECT_GT(again->Release(), 0);
+        EXPECT_EQ(configuration->SetThresholds(1, 0), hr::ok);
+        const auto subscriber = Subscriber::Make();
+        ASSERT_EQ(registration->Subscribe(subscriber.Get()), hr::ok);
+        EXPECT_EQ(subscriber->Heard(), States{test::toResume});
+
+        EXPECT_EQ(second->StopMonitor(), hr::ok);
+        EXPECT_EQ(first->GetRegistration(&none), hr::ok);
+        EXPECT_EQ(none, untouched) << "ended for all";
+        registration.Reset();
+        EXPECT_EQ(subscriber->References(), 2) << "the configuration still keeps the monitor";
+        configuration.Reset();
+        EXPECT_EQ(subscriber->References(), 1);
+        ASSERT_EQ(first->StartMonitor(), hr::ok);
+        ASSERT_EQ(first->StartMonitor(), hr::ok) << "in place of the former";
+        EXPECT_EQ(first->StopMonitor(), hr::ok);
+    }
+    EXPECT_EQ(component.getObjectCount(), 0u);
+}
+
+TEST_F(MonitorManager, ObjectsHaveTheFacesOfTheirClasses) {
+    {
+        const auto lifetime =
+            Make<IMonitorLifetime>(component, diskSpaceMonitorObjectId, iidMonitorLifetime);
+        CountedPtr<ITobBase> root;
+        CountedPtr<IMonitorRegistration> registration;
+        CountedPtr<IMonitorConfiguration> configuration;
+        void* out = nullptr;
+        ASSERT_EQ(lifetime->QueryInterface(iidTobBase, root.ReceiveVoid()), TOB_OK);
+        ASSERT_EQ(lifetime->QueryInterface(iidMonitorRegistration, registration.ReceiveVoid()),
+                  TOB_OK);
+        ASSERT_EQ(
+            registration->QueryInterface(iidMonitorConfiguration, configuration.ReceiveVoid()),
+            TOB_OK);
+        EXPECT_EQ(root.Get(), registration.Get()) << "the first face";
+        EXPECT_EQ(lifetime->QueryInterface(iidMonitorEvent, &out), TOBERR_NO_INTERFACE);
+        EXPECT_EQ(lifetime->QueryInterface(iidMonitorEvent, nullptr), TOBERR_INVALID_ARG);
+
+        CountedPtr<IMonitorEvent> kept;
+        class Keeper final : public IMonitorSubscriber {
+        public:
+            explicit Keeper(CountedPtr<IMonitorEvent>& kept) : kept_(kept) {}
+            TobResult QueryInterface(const GUID&, void** out) override {
+                *out = this;
+                return TOB_OK;
+            }
+            std::int64_t AddRef() override { return 2; }
+            std::int64_t Release() override { return 1; }
+            HRESULT OnMonitorEvent(IMonitorEvent* event) override {
+                kept_ = CountedPtr<IMonitorEvent>(event);
+                return hr::ok;
+            }
+
+        private:
+            CountedPtr<IMonitorEvent>& kept_;
+        } keeper(kept);
+        ASSERT_EQ(registration->Subscribe(&keeper), hr::ok);
+        ASSERT_TRUE(kept);
+        EXPECT_EQ(kept->GetState(), test::toResume);
+        EXPECT_EQ(component.getObjectCount(), 2u) << "the monitor and the event";
+        ASSERT_EQ(kept->QueryInterface(iidMonitorEvent, &out), TOB_OK);
+        EXPECT_EQ(out, kept.Get());
+        EXPECT_EQ(kept->Release(), 1);
+    }
+    EXPECT_EQ(component.getObjectCount(), 0u);
+}
+
+}  // namespace
+}  // namespace ZEL

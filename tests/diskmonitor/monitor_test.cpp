@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+
+#include "subscriber.h"
+#include "support/fakesettings.h"
+#include "support/storefixture.h"
+#include "zelstore/diskmonitor/diskspacemonitor.h"
+#include "zelstore/diskmonitor/monitorsettings.h"
+
+namespace ZEL {
+namespace {
+
+using test::FakeFreeSpace;
+using test::FakeSettings;
+using test::States;
+using test::Subscriber;
+using test::toResume;
+using test::toStop;
+using Writes = std::vector<FakeSettings::Write>;
+
+constexpr std::uint64_t megabyte = 1000000;
+const std::wstring key = L"ZEL\\Settings\\DiskMonitor\\";
+
+CountedPtr<DiskSpaceMonitor> MakeMonitor(std::uint32_t periodMs = 3600000) {
+    return CountedPtr<DiskSpaceMonitor>(new DiskSpaceMonitor(periodMs));
+}
+
+TEST(DiskMonitor, ResumeThresholdIsReckonedWithSinglePrecision) {
+    const struct {
+        std::uint32_t stop, percentage, expected;
+    } rows[] = {
+        {2500, 10, 2750},
+        {2500, 0, 2500},
+        {0, 10, 0},
+        {1, 99, 1},
+        {3333, 33, 4432},
+        {16777217, 0, 16777216},
+        {123456789, 7, 132098768},
+        {4294967295, 0, 0},  // rounded up to 2 to the power of 32
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(ResumeThreshold({row.stop, row.percentage}), row.expected)
+            << row.stop << " " << row.percentage;
+}
+
+TEST(DiskMonitor, AnnouncesEachCrossingOnce) {
+    const struct {
+        MonitorThresholds thresholds;
+        std::vector<std::uint64_t> freeBytes;
+        States heard;  // behind the first, which is the state at the subscription
+    } rows[] = {
+        {{2500, 10}, {2500 * megabyte, 9999 * megabyte}, {}},
+        {{2500, 10}, {2500 * megabyte - 1, 0, 2000 * megabyte}, {toStop}},
+        {{2500, 10}, {0, 2749 * megabyte, 2750 * megabyte - 1}, {toStop}},
+        {{2500, 10}, {0, 2750 * megabyte, 2750 * megabyte}, {toStop, toResume}},
+        {{2500, 10}, {0, 2750 * megabyte, 2500 * megabyte, 1}, {toStop, toResume, toStop}},
+        {{100, 0}, {99 * megabyte, 100 * megabyte, 99 * megabyte}, {toStop, toResume, toStop}},
+        {{0, 0}, {0, 0}, {}},
+    };
+    for (const auto& row : rows) {
+        FakeSettings settings;
+        FakeFreeSpace volume(0);
+        const auto monitor = MakeMonitor();
+        ASSERT_EQ(
+            monitor->SetThresholds(row.thresholds.stopThreshold, row.thresholds.resumePercentage),
+            hr::ok);
+        const auto subscriber = Subscriber::Make();
+        ASSERT_EQ(monitor->Subscribe(subscriber.Get()), hr::ok);
+        for (const std::uint64_t bytes : row.freeBytes) {
+            volume.SetBytes(bytes);
+            monitor->CheckFreeSpace(L"/");
+        }
+        States expected{toResume};
+        expected.insert(expected.end(), row.heard.begin(), row.heard.end());
+        EXPECT_EQ(subscriber->Heard(), expected) << row.freeBytes.front();
+    }
+}
+
+TEST(DiskMonitor, LateSubscriberHearsTheStateAtOnce) {
+    FakeSettings settings;
+    FakeFreeSpace volume(0);
+    const auto monitor = MakeMonitor();
+    const auto early = Subscriber::Make(), late = Subscriber::Make();
+    EXPECT_EQ(monitor->Subscribe(nullptr), hr::invalidArgument);
+    EXPECT_EQ(monitor->Subscribe(early.Get()), hr::ok);
+    monitor->CheckFreeSpace(L"/");
+    EXPECT_EQ(monitor->Subscribe(late.Get()), hr::ok);
+    EXPECT_EQ(monitor->Subscribe(late.Get()), hr::fail);
+    EXPECT_EQ(early->Heard(), (States{toResume, toStop})) << "told alone";
+    EXPECT_EQ(late->Heard(), States{toStop}) << "once, also when it asks twice";
+    EXPECT_EQ(monitor->Unsubscribe(early.Get()), hr::ok);
+    EXPECT_EQ(early->References(), 1);
+    EXPECT_EQ(monitor->Unsubscribe(early.Get()), hr::ok) << "no error";
+    volume.SetBytes(2750 * megabyte);
+    monitor->CheckFreeSpace(L"/");
+    EXPECT_EQ(early->Heard().size(), 2u);
+    EXPECT_EQ(late->Heard(), (States{toStop, toResume}));
+    EXPECT_EQ(monitor->Unsubscribe(nullptr), hr::ok);
+    EXPECT_EQ(late->References(), 1);
+}
+
+TEST(DiskMonitor, VolumeThatCantBeAskedChangesNothing) {
+    FakeSettings settings;
+    FakeFreeSpace volume(0);
+    test::RecordingReports reports;
+    const auto monitor = MakeMonitor();
+    const auto subscriber = Subscriber::Make();
+    ASSERT_EQ(monitor->Subscribe(subscriber.Get()), hr::ok);
+    volume.SetResult(hr::accessDenied);
+    monitor->CheckFreeSpace(L"/");
+    ASSERT_EQ(reports.Count(), 1u);
+    EXPECT_EQ(reports.At(0).Code(), hr::Code(5)) << "the system's own code";
+    EXPECT_EQ(subscriber->Heard(), States{toResume});
+    volume.SetResult(hr::ok);
+    monitor->CheckFreeSpace(L"/");
+    EXPECT_EQ(subscriber->Heard(), (States{toResume, toStop})) << "the next look tells";
+    wm::SetFreeSpace(nullptr);
+    monitor->CheckFreeSpace(L"/no such folder");
+    EXPECT_EQ(reports.At(1).Code(), hr::Code(3));
+}
+
+TEST(DiskMonitor, SettingsGiveTheThresholdsAndKeepThem) {
+    FakeSettings settings;
+    FakeFreeSpace volume(1000 * megabyte);
+    test::RecordingReports reports;
+    settings.Set(key + L"StopThreshold", 1000);
+    auto monitor = MakeMonitor();
+    EXPECT_EQ(reports.Count(), 0u) << "a value that is not there is no failure";
+    const auto subscriber = Subscriber::Make();
+    ASSERT_EQ(monitor->Subscribe(subscriber.Get()), hr::ok);
+    monitor->CheckFreeSpace(L"/");
+    EXPECT_EQ(subscriber->Heard(), States{toResume}) << "exactly the threshold of the settings";
+
+    const Writes both{{key + L"StopThreshold", 1001}, {key + L"ResumePercentage", 20}};
+    EXPECT_EQ(monitor->SetThresholds(1001, 20), hr::ok);
+    EXPECT_EQ(monitor->SetThresholds(1001, 20), hr::ok);
+    EXPECT_EQ(settings.Writes(), both) << "what stands there is not written again";
+    EXPECT_EQ(settings.putBacks, 1);
+    monitor->CheckFreeSpace(L"/");
+    EXPECT_EQ(subscriber->Heard(), (States{toResume, toStop}));
+    volume.SetBytes(1201 * megabyte);
+    monitor->CheckFreeSpace(L"/");
+    EXPECT_EQ(subscriber->Heard(), (States{toResume, toStop, toResume}));
+    EXPECT_EQ(reports.Count(), 0u);
+
+    settings.writeAnswer = TOBERR_ACCESS_DENIED;
+    EXPECT_EQ(monitor->SetThresholds(5000, 0), hr::accessDenied);
+    settings.openAnswer = TOBERR_FAIL;
+    EXPECT_EQ(monitor->SetThresholds(6000, 0), hr::fail);
+    EXPECT_EQ(reports.Count(), 2u);
+    volume.SetBytes(5999 * megabyte);
+    monitor->CheckFreeSpace(L"/");
+    EXPECT_EQ(subscriber->Heard().back(), toStop) << "the thresholds hold all the same";
+    MakeMonitor();
+    EXPECT_EQ(reports.Count(), 3u) << "settings that can't be read are reported once";
+}
+
+TEST(DiskMonitor, ThreadWatchesTheVolumeOfTheStore) {
+    class NamedVolume final : public wm::IFreeSpace {
+    public:
+        NamedVolume() { wm::SetFreeSpace(this); }
+        ~NamedVolume() { wm::SetFreeSpace(nullptr); }
+        HRESULT AvailableBytes(const std::wstring& path, std::uint64_t* bytes) noexcept override {
+            *bytes = path == expected ? free.load() : 9999 * megabyte;
+            return hr::ok;
+        }
+        std::wstring expected;
+        std::atomic<std::uint64_t> free{0};
+    };
+    for (const bool isNamed : {true, false}) {
+        FakeSettings settings;
+        NamedVolume volume;
+        test::TempStore store;
+        volume.expected = isNamed ? store.WidePath() : L"/";
+        if (!isNamed)
+            wm::SetPathToken(L"%ZELDataStore%", L"");
+        const auto subscriber = Subscriber::Make();
+        auto monitor = MakeMonitor(1);
+        ASSERT_EQ(monitor->Subscribe(subscriber.Get()), hr::ok);
+        ASSERT_EQ(monitor->Start(), hr::ok);
+        ASSERT_EQ(monitor->Start(), hr::ok) << "one thread";
+        subscriber->AwaitCount(2);
+        volume.free = 2750 * megabyte;
+        subscriber->AwaitCount(3);
+        EXPECT_EQ(monitor->Stop(), hr::ok);
+        EXPECT_EQ(monitor->Wait(), hr::ok);
+        volume.free = 0;
+        EXPECT_EQ(subscriber->Heard(), (States{toResume, toStop, toResume}));
+        ASSERT_EQ(monitor->Start(), hr::ok) << "and once more";
+        subscriber->AwaitCount(4);
+        monitor.Reset();
+        EXPECT_EQ(subscriber->References(), 1) << "the last Release ends the thread";
+    }
+}
+
+TEST(DiskMonitor, StopWithoutAThreadEndsTheNextOne) {
+    FakeSettings settings;
+    const auto monitor = MakeMonitor();
+    EXPECT_EQ(monitor->Stop(), hr::ok);
+    EXPECT_EQ(monitor->Wait(), hr::ok);
+    ASSERT_EQ(monitor->Start(), hr::ok) << "there was no event to set";
+    EXPECT_EQ(monitor->Stop(), hr::ok);
+    EXPECT_EQ(monitor->Wait(), hr::ok);
+    EXPECT_EQ(monitor->Stop(), hr::ok) << "stays set";
+    ASSERT_EQ(monitor->Start(), hr::ok);
+    EXPECT_EQ(monitor->Wait(), hr::ok);
+}
+
+}  // namespace
+}  // namespace ZEL

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "common/countedptr.h"
+#include "zelstore/diskmonitor/idiskspacemonitor.h"
+
+namespace ZEL::test {
+
+using States = std::vector<DiskState>;
+
+// Keeps what it hears, and then does what it is told. Counted, so that a test sees who keeps it.
+class Subscriber final : public IMonitorSubscriber {
+public:
+    static CountedPtr<Subscriber> Make(std::function<void(DiskState)> onEvent = nullptr) {
+        return CountedPtr<Subscriber>(new Subscriber(std::move(onEvent)));
+    }
+
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        *out = iid == iidTobBase && answers ? this : nullptr;
+        if (*out == nullptr)
+            return TOBERR_NO_INTERFACE;
+        AddRef();
+        return TOB_OK;
+    }
+    std::int64_t AddRef() override { return ++references_; }
+    std::int64_t Release() override {
+        const std::int64_t left = --references_;
+        if (left == 0)
+            delete this;
+        return left;
+    }
+    HRESULT OnMonitorEvent(IMonitorEvent* event) override {
+        const DiskState state = event->GetState();
+        {
+            const std::lock_guard hold(mutex_);
+            heard_.push_back(state);
+        }
+        changed_.notify_all();
+        if (onEvent)
+            onEvent(state);
+        return hr::fail;  // not looked at
+    }
+
+    States Heard() const {
+        const std::lock_guard hold(mutex_);
+        return heard_;
+    }
+    void AwaitCount(std::size_t count) {
+        std::unique_lock hold(mutex_);
+        changed_.wait(hold, [&] { return heard_.size() >= count; });
+    }
+    std::int64_t References() const { return references_; }
+
+    std::function<void(DiskState)> onEvent;
+    bool answers = true;
+
+private:
+    explicit Subscriber(std::function<void(DiskState)> call) : onEvent(std::move(call)) {}
+    ~Subscriber() = default;
+
+    std::atomic<std::int64_t> references_{0};
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    States heard_;
+};
+
+inline constexpr DiskState toStop = DiskState::stop;
+inline constexpr DiskState toResume = DiskState::resume;
+
+}  // namespace ZEL::test

@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "common/itobbaseimpl.h"
+#include "runningstore.h"
+#include "support/fakesettings.h"
+
+namespace ZEL {
+namespace {
+
+using test::EventKey;
+using test::FakeSettings;
+using test::RunningStore;
+using Writes = std::vector<FakeSettings::Write>;
+
+const std::wstring honored = L"ZEL\\Opstate\\EMAQ\\MaxDBSizeHonored";
+
+// Holds a purge up at its end, where it publishes its outcome.
+class Barrier {
+public:
+    void Pass() {
+        std::unique_lock hold(mutex_);
+        ++arrived_;
+        changed_.notify_all();
+        changed_.wait(hold, [this] { return open_; });
+    }
+    void AwaitArrival() {
+        std::unique_lock hold(mutex_);
+        changed_.wait(hold, [this] { return arrived_ > 0; });
+    }
+    void Open() {
+        const std::lock_guard hold(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int arrived_ = 0;
+    bool open_ = false;
+};
+
+class Purge : public testing::Test {
+protected:
+    // A folder that the store finds at its start.
+    void AddFolder(const std::string& name, std::uint64_t bytes) {
+        store.directory.MakeFolder(name);
+        store.directory.WriteFile(name + "/a", std::string(bytes, 'x'));
+    }
+    void WriteOne(int i) {
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+        ASSERT_EQ(store.core.SetLiveMode(true), hr::ok);
+        store.AwaitOnDisk(EventKey(i));
+    }
+
+    FakeSettings settings;
+    RunningStore store{{5, RunningStore::never}};
+};
+
+TEST_F(Purge, OnlyAStartedStorePurges) {
+    AddFolder("20260101", 1);
+    EXPECT_EQ(store.core.Purge(0), hr::aborted);
+    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    ASSERT_EQ(store.core.Stop(), hr::ok);
+    EXPECT_EQ(store.core.Purge(0), hr::aborted);
+    EXPECT_TRUE(settings.Writes().empty());
+    EXPECT_TRUE(store.directory.Exists("20260101"));
+}
+
+TEST_F(Purge, OutcomeIsPublishedOncePerChange) {
+    AddFolder("20260101", 0x100000);
+    AddFolder("20260102", 0x100000);
+    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    Writes expected{{honored, 1}};
+    for (const std::uint32_t limit : {1000u, 2u, 1u, 1u}) {
+        EXPECT_EQ(store.core.Purge(limit), hr::ok);
+        EXPECT_EQ(settings.Writes(), expected) << limit;
+    }
+    EXPECT_EQ(store.directory.List(), std::set<std::string>{"20260102"});
+    WriteOne(1);
+    settings.writeAnswer = TOBERR_FAIL;
+    expected.emplace_back(honored, 2);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(store.core.Purge(0), hr::ok) << "also when the write fails";
+        EXPECT_EQ(settings.Writes(), expected) << "which is not tried again";
+    }
+    EXPECT_TRUE(store.OnDisk(EventKey(1)));
+    expected.emplace_back(honored, 1);
+    EXPECT_EQ(store.core.Purge(1000), hr::ok);
+    EXPECT_EQ(settings.Writes(), expected);
+    EXPECT_EQ(settings.putBacks, 1) << "of three writes, two failed";
+}
+
+TEST_F(Purge, AFailureChangesNothing) {
+    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    const std::filesystem::path path = store.directory.Path();
+    std::filesystem::rename(path, path.string() + ".away");
+    EXPECT_EQ(store.core.Purge(0), hr::ok);
+    EXPECT_TRUE(settings.Writes().empty());
+    std::filesystem::rename(path.string() + ".away", path);
+    EXPECT_EQ(store.core.Purge(0), hr::ok);
+    EXPECT_EQ(settings.Writes(), (Writes{{honored, 1}}));
+}
+
+TEST_F(Purge, OneAtATimeAndStopDoesNotWaitForIt) {
+    AddFolder("20260101", 0x100000);
+    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    Barrier barrier;
+    settings.onOpen = [&](const std::wstring& path) {
+        if (path == L"ZEL\\Opstate\\EMAQ")
+            barrier.Pass();
+    };
+    std::thread caller([&] { EXPECT_EQ(store.core.Purge(1000), hr::ok); });
+    barrier.AwaitArrival();
+    EXPECT_EQ(store.core.Purge(0), hr::nothingToDo) << "its limit is dropped";
+    EXPECT_TRUE(store.directory.Exists("20260101"));
+    EXPECT_EQ(store.core.Stop(), hr::ok);
+    EXPECT_EQ(store.core.Purge(0), hr::aborted);
+    std::thread closing([&] { EXPECT_EQ(store.core.Shutdown(), hr::ok); });
+    barrier.Open();
+    closing.join();
+    caller.join();
+    EXPECT_EQ(settings.Writes(), (Writes{{honored, 1}}));
+}
+
+TEST_F(Purge, StoreThatIsDestroyedWaitsForItsPurge) {
+    Barrier barrier;
+    settings.onOpen = [&](const std::wstring& path) {
+        if (path == L"ZEL\\Opstate\\EMAQ")
+            barrier.Pass();
+    };
+    std::weak_ptr<EventStoreImpl> former;
+    {
+        const auto core = EventStoreImpl::GetInstance();
+        former = core;
+        ASSERT_EQ(core->Initialize(), hr::ok);
+        std::thread([core] { EXPECT_EQ(core->Purge(0), hr::ok); }).detach();
+        barrier.AwaitArrival();
+        EXPECT_EQ(core->Stop(), hr::ok);
+    }
+    EXPECT_FALSE(former.expired()) << "its caller keeps it";
+    barrier.Open();
+    while (!former.expired())
+        std::this_thread::yield();
+}
+
+}  // namespace
+}  // namespace ZEL
