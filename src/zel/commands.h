@@ -31,4 +31,12 @@ struct SettingsOptions {
 int RunSettingsGet(const SettingsOptions& options);
 int RunSettingsSet(const SettingsOptions& options);
 
+struct MachineOptions {
+    std::string file;  // the described machine in place of this one
+};
+int RunMachineShow(const MachineOptions& options);
+// Makes the machine that `file` describes (docs/machine.md) the one that queries are answered for.
+// False, with a message, when it can't be read. To be called before a store is opened.
+bool UseMachine(const std::string& file);
+
 }  // namespace zel

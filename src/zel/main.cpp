@@ -44,12 +44,21 @@ void AddSettings(CLI::App& app, SettingsOptions& options) {
     }
 }
 
+void AddMachine(CLI::App& app, MachineOptions& options) {
+    CLI::App& command = *app.add_subcommand("machine", "The machine that paths are meant for");
+    command.require_subcommand(1);
+    CLI::App& show = *command.add_subcommand("show", "Describe this machine as JSON");
+    show.add_option("--machine", options.file, "A described machine in place of this one");
+}
+
 int Run(const CLI::App& app, const IngestOptions& ingest, const QueryOptions& query,
-        const SettingsOptions& settings) {
+        const SettingsOptions& settings, const MachineOptions& machine) {
     if (app.got_subcommand("ingest"))
         return RunIngest(ingest);
     if (app.got_subcommand("query"))
         return RunQuery(query);
+    if (app.got_subcommand("machine"))
+        return RunMachineShow(machine);
     const bool isSet = app.get_subcommand("settings")->got_subcommand("set");
     return isSet ? RunSettingsSet(settings) : RunSettingsGet(settings);
 }
@@ -67,9 +76,11 @@ int main(int argc, char** argv) {
     IngestOptions ingest;
     QueryOptions query;
     SettingsOptions settings;
+    MachineOptions machine;
     AddIngest(app, ingest);
     AddQuery(app, query);
     AddSettings(app, settings);
+    AddMachine(app, machine);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -80,7 +91,7 @@ int main(int argc, char** argv) {
     try {
         if (!ApplyOptions(global))
             return exitCode::usage;
-        return Run(app, ingest, query, settings);
+        return Run(app, ingest, query, settings, machine);
     } catch (const std::exception& error) {
         Say(std::string("failed: ") + error.what());
         return exitCode::noStore;
