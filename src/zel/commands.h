@@ -10,6 +10,9 @@ struct IngestOptions {
     std::vector<std::string> files;  // "-" is standard input, and so is an empty list
     bool printKeys = false;
     bool receiveRows = true;
+    bool live = false;     // records reach the disk within ten seconds
+    bool follow = false;   // and are printed then
+    std::string position;  // the file that says how far they are; empty: one in the store
 };
 int RunIngest(const IngestOptions& options);
 

@@ -16,6 +16,11 @@ void AddIngest(CLI::App& app, IngestOptions& options) {
     command.add_flag("--print-keys", options.printKeys, "Write each record's key to stdout");
     command.add_flag("!--no-receive-rows", options.receiveRows,
                      "Store no receive-time rows beside the records");
+    command.add_flag("--live", options.live, "Write records within ten seconds");
+    command.add_flag("--follow", options.follow,
+                     "Live; print each event once it is on the disk, across runs of the program");
+    command.add_option("--position", options.position,
+                       "The file that keeps how far --follow is (in the store: zel.position)");
 }
 
 void AddQuery(CLI::App& app, QueryOptions& options) {

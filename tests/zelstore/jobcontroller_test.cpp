@@ -431,6 +431,33 @@ TEST(JobControllerHost, ReceiveRowsOfALiveStoreRunTheJob) {
         std::this_thread::yield();  // `ran` outlives every run of the function
 }
 
+// One setting, taken back at once, and every waiter hears of it.
+TEST(JobControllerStress, EachSettingReachesEveryWaiter) {
+    CountedEvent event;
+    ASSERT_TRUE(event.Create());
+    constexpr std::uint64_t rounds = 200;
+    std::atomic<std::uint64_t> arrived{0};
+    std::vector<std::thread> waiters;
+    constexpr std::uint64_t waiterCount = 3;
+    for (std::uint64_t i = 0; i < waiterCount; ++i)
+        waiters.emplace_back([&] {
+            for (std::uint64_t known = 0; known < rounds; ++known) {
+                ++arrived;
+                EXPECT_EQ(event.WaitBehind(known, nullptr), hr::ok);
+            }
+        });
+    for (std::uint64_t round = 1; round <= rounds; ++round) {
+        while (arrived < round * waiterCount)
+            std::this_thread::yield();
+        for (int i = 0; i < 50; ++i)
+            std::this_thread::yield();  // so that some wait already
+        EXPECT_TRUE(event.Set());
+        EXPECT_TRUE(event.Reset());
+    }
+    for (std::thread& waiter : waiters)
+        waiter.join();
+}
+
 // Starts, ends and waits of many threads, as fast as they can.
 TEST(JobControllerStress, NoWakeUpIsLost) {
     CountedPtr<IJobManager> manager;
@@ -452,7 +479,7 @@ TEST(JobControllerStress, NoWakeUpIsLost) {
     std::vector<std::thread> threads;
     const auto repeat = [&](auto operation) {
         threads.emplace_back([operation] {
-            for (int i = 0; i < 500; ++i)
+            for (int i = 0; i < 2000; ++i)
                 operation();
         });
     };
