@@ -12,6 +12,9 @@ struct IngestOptions {
     std::vector<std::string> files;  // "-" is standard input, and so is an empty list
     bool printKeys = false;
     bool receiveRows = true;
+    bool live = false;     // records reach the disk within ten seconds
+    bool follow = false;   // and are printed then
+    std::string position;  // the file that says how far they are; empty: one in the store
 };
 int RunIngest(const IngestOptions& options);
 
@@ -56,5 +59,13 @@ int RunSettingsSet(const SettingsOptions& options);
 
 // The settings service writes its file but makes no folders. A failure shows when it writes.
 void MakeSettingsFolder();
+
+struct MachineOptions {
+    std::string file;  // the described machine in place of this one
+};
+int RunMachineShow(const MachineOptions& options);
+// Makes the machine that `file` describes (docs/machine.md) the one that queries are answered for.
+// False, with a message, when it can't be read. To be called before a store is opened.
+bool UseMachine(const std::string& file);
 
 }  // namespace zel

@@ -3,7 +3,9 @@
 #include <thread>
 
 #include "commands.h"
+#include "common/hostservices.h"
 #include "common/textbridge.h"
+#include "follow.h"
 #include "linereader.h"
 #include "messages.h"
 #include "storesession.h"
@@ -29,7 +31,9 @@ std::string WhyNoKey(HRESULT result) {
 
 class Ingest {
 public:
-    Ingest(StoreSession& store, const IngestOptions& options) : store_(store), options_(options) {}
+    // `follower`, which may be null, makes the receive-time keys.
+    Ingest(StoreSession& store, const IngestOptions& options, Follower* follower)
+        : store_(store), options_(options), follower_(follower) {}
 
     // False when the store has stopped to work.
     bool ReadFile(const std::string& file);
@@ -40,10 +44,12 @@ private:
     bool TakeLine(const std::string& file, std::uint64_t number, const std::string& line);
     bool Insert(IStringValue* key, IStringValue* value);
     bool InsertReceiveRow(IStringValue* eventKey);
+    CountedPtr<IStringValue> MakeReceiveKey(IStringValue* eventKey);
     void Reject(const std::string& file, std::uint64_t number, const std::string& why);
 
     StoreSession& store_;
     const IngestOptions& options_;
+    Follower* const follower_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::uint64_t taken_ = 0;
     std::uint64_t rejected_ = 0;
@@ -121,15 +127,20 @@ bool Ingest::Insert(IStringValue* key, IStringValue* value) {
     }
 }
 
-bool Ingest::InsertReceiveRow(IStringValue* eventKey) {
+CountedPtr<IStringValue> Ingest::MakeReceiveKey(IStringValue* eventKey) {
+    if (follower_ != nullptr)
+        return ToValue(follower_->NextKey());
     CountedPtr<IStringValue> key;
     const HRESULT made = store_->MakeKey(eventKey, ZEL::keyKindReceive, key.Receive());
-    const auto value = ToValue("{\"event_pkey\":" + JsonString(ToText(eventKey)) + "}");
-    if (Failed(made) || !value) {
+    if (Failed(made))
         Say("a receive-time row can't be made: " + Describe(static_cast<std::int32_t>(made)));
-        return false;
-    }
-    return Insert(key.Get(), value.Get());
+    return key;
+}
+
+bool Ingest::InsertReceiveRow(IStringValue* eventKey) {
+    const CountedPtr<IStringValue> key = MakeReceiveKey(eventKey);
+    const auto value = ToValue("{\"event_pkey\":" + JsonString(ToText(eventKey)) + "}");
+    return key && value && key->GetLength(0) > 0 && Insert(key.Get(), value.Get());
 }
 
 void Ingest::Summarise() const {
@@ -148,24 +159,65 @@ void Ingest::Summarise() const {
 
 }  // namespace
 
-int RunIngest(const IngestOptions& options) {
-    StoreSession store;
-    if (!store.Open(StoreSession::Need::writable))
-        return exitCode::noStore;
-    Ingest ingest(store, options);
-    bool works = true;
+namespace {
+
+// Runs all files through the store. False when the store has stopped to work.
+bool ReadFiles(Ingest& ingest, const IngestOptions& options) {
     std::vector<std::string> files = options.files;
     if (files.empty())
         files.emplace_back("-");
+    bool works = true;
     for (const std::string& file : files)
         works = works && !Interrupted() && ingest.ReadFile(file);
+    return works;
+}
+
+// Beside the store's folders, where the next process finds it.
+std::string PositionFile(const IngestOptions& options) {
+    std::wstring store;
+    std::string utf8;
+    if (!options.position.empty())
+        return options.position;
+    return wm::ResolvePathVariable(L"%ZELDataStore%", store) && wm::ToUtf8(store, utf8)
+               ? utf8 + "/zel.position"
+               : "";
+}
+
+}  // namespace
+
+int RunIngest(const IngestOptions& options) {
+    if (options.follow && (options.printKeys || !options.receiveRows)) {
+        Say("--follow prints events by their receive-time rows: it excludes --print-keys and "
+            "--no-receive-rows");
+        return exitCode::usage;
+    }
+    StoreSession store;
+    if (!store.Open(StoreSession::Need::writable))
+        return exitCode::noStore;
+    Follower* follower = nullptr;
+    if (options.follow) {
+        follower = Follower::Start(store, PositionFile(options));
+        if (follower == nullptr)
+            return exitCode::noStore;
+    }
+    if (options.live || options.follow)
+        ZEL::IgnoreResult(store->SetLiveMode(true), "always succeeds");
+    Ingest ingest(store, options, follower);
+    const bool works = ReadFiles(ingest, options);
+    bool followed = true;
+    if (follower != nullptr) {
+        followed = follower->AwaitAll();
+        follower->Close();
+    }
     const bool written = store.Close();
     ingest.Summarise();
+    if (follower != nullptr)
+        Say(std::to_string(follower->Printed()) + " event(s) printed");
     if (Interrupted())
         return exitCode::interrupted;
     if (!works)
         return exitCode::noStore;
-    return written && ingest.Rejected() == 0 ? exitCode::done : exitCode::losses;
+    return written && followed && ingest.Rejected() == 0 ? exitCode::done : exitCode::losses;
 }
 
 }  // namespace zel

@@ -16,6 +16,11 @@ void AddIngest(CLI::App& app, IngestOptions& options) {
     command.add_flag("--print-keys", options.printKeys, "Write each record's key to stdout");
     command.add_flag("!--no-receive-rows", options.receiveRows,
                      "Store no receive-time rows beside the records");
+    command.add_flag("--live", options.live, "Write records within ten seconds");
+    command.add_flag("--follow", options.follow,
+                     "Live; print each event once it is on the disk, across runs of the program");
+    command.add_option("--position", options.position,
+                       "The file that keeps how far --follow is (in the store: zel.position)");
 }
 
 void AddQuery(CLI::App& app, QueryOptions& options) {
@@ -73,12 +78,21 @@ void AddSettings(CLI::App& app, SettingsOptions& options) {
     }
 }
 
+void AddMachine(CLI::App& app, MachineOptions& options) {
+    CLI::App& command = *app.add_subcommand("machine", "The machine that paths are meant for");
+    command.require_subcommand(1);
+    CLI::App& show = *command.add_subcommand("show", "Describe this machine as JSON");
+    show.add_option("--machine", options.file, "A described machine in place of this one");
+}
+
 int Run(const CLI::App& app, const IngestOptions& ingest, const QueryOptions& query,
-        const SettingsOptions& settings) {
+        const SettingsOptions& settings, const MachineOptions& machine) {
     if (app.got_subcommand("ingest"))
         return RunIngest(ingest);
     if (app.got_subcommand("query"))
         return RunQuery(query);
+    if (app.got_subcommand("machine"))
+        return RunMachineShow(machine);
     const bool isSet = app.get_subcommand("settings")->got_subcommand("set");
     return isSet ? RunSettingsSet(settings) : RunSettingsGet(settings);
 }
@@ -99,12 +113,14 @@ int main(int argc, char** argv) {
     PurgeOptions purge;
     InfoOptions info;
     MonitorOptions monitor;
+    MachineOptions machine;
     AddIngest(app, ingest);
     AddQuery(app, query);
     AddPurge(app, purge);
     AddInfo(app, info);
     AddMonitor(app, monitor);
     AddSettings(app, settings);
+    AddMachine(app, machine);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -121,7 +137,7 @@ int main(int argc, char** argv) {
             return RunInfo(info);
         if (app.got_subcommand("monitor"))
             return RunMonitor(monitor);
-        return Run(app, ingest, query, settings);
+        return Run(app, ingest, query, settings, machine);
     } catch (const std::exception& error) {
         Say(std::string("failed: ") + error.what());
         return exitCode::noStore;

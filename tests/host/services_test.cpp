@@ -311,12 +311,12 @@ TEST(Services, JobsRunOnThreadsOfTheirOwn) {
     ASSERT_EQ(manager->SetStatusCallback(&statuses), hr::ok);
     EventObject go;
     ASSERT_TRUE(go.Create(false, false));
-    const auto run = [](void* context) {
+    const auto run = [](void* context, HANDLE) {
         const HANDLE handle = static_cast<EventObject*>(context)->Handle();
         EXPECT_EQ(WaitForAny(1, &handle, waitForever), 0u);
         return hr::fail;
     };
-    ASSERT_EQ(registry->RegisterJob(storeJobId, run, &go), hr::ok);
+    ASSERT_EQ(registry->RegisterJob(storeJobId, nullptr, run, &go), hr::ok);
     ASSERT_EQ(job->Start(0), hr::ok);
     EXPECT_EQ(job->Start(0), jobAlreadyRunning);
     go.Set();
@@ -324,7 +324,7 @@ TEST(Services, JobsRunOnThreadsOfTheirOwn) {
     ASSERT_EQ(WaitForAny(1, &ended, waitForever), 0u);
     EXPECT_EQ(statuses.codes, (std::vector<std::int32_t>{jobStatus::running, jobStatus::failed}));
 
-    ASSERT_EQ(registry->RegisterJob(storeJobId, nullptr, nullptr), hr::ok);
+    ASSERT_EQ(registry->RegisterJob(storeJobId, nullptr, nullptr, nullptr), hr::ok);
     for (int i = 0; i < 100; ++i) {
         ASSERT_EQ(job->Start(0), hr::ok) << "who was told of the end may start it again, " << i;
         ASSERT_EQ(WaitForAny(1, &ended, waitForever), 0u);

@@ -5,6 +5,7 @@ set -uo pipefail
 scenario=$1
 bin=$2
 sample=$3/events.ndjson.xz
+docs=$3/../docs
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export XDG_CONFIG_HOME="$work/config"
@@ -323,6 +324,51 @@ fulldisk() {
   run zel ingest third.ndjson
   check "it goes on" 0 "$code"
   check "every acknowledged record is there" "$(LC_ALL=C sort -m before <(LC_ALL=C sort third.ndjson) | md5sum)" "$(zel query | LC_ALL=C sort | md5sum)"
+}
+
+records() { # FROM TO
+  for i in $(seq "$1" "$2"); do record "$i"; done
+}
+
+follow() {
+  mkfifo pipe
+  "$bin/zel" --store store ingest --follow pipe >first 2>err &
+  local ingest=$! taken
+  exec 3>pipe
+  # A full batch wakes the store, whose job then prints.
+  records 1 600 >&3
+  until [ "$(wc -l <first)" -ge 500 ]; do sleep 0.05; done
+  records 601 900 >&3
+  kill -INT $ingest
+  wait $ingest
+  check "interrupted" 130 "$?"
+  exec 3>&-
+  taken=$(sed -n 's/^zel: \([0-9]*\) record(s) taken.*/\1/p' err)
+  run zel ingest --follow - < <(records $((taken + 1)) 1000)
+  check "the second run" 0 "$code"
+  check "each record once, in order" "$(records 1 1000 | md5sum)" \
+    "$(cat first out | sed 's/,"enriched_data":null}$/}/' | md5sum)"
+  echo garbage >store/zel.position
+  run zel ingest --follow - </dev/null
+  check "a position that is none" "3 1" "$code $(grep -c 'zel.position: this is no position' err)"
+  run zel ingest --follow --print-keys - </dev/null
+  check "what excludes each other" 2 "$code"
+}
+
+machine() {
+  run zel machine show
+  check "this machine" 0 "$code"
+  check "is described as Linux" '  "os_major_version": 0,' "$(grep os_major out)"
+  cp out this.json
+  zel machine show --machine this.json >that.json
+  check "what is shown can be read" "$(sort this.json | tr -d ,)" "$(sort that.json | tr -d ,)"
+  sed -n '/^```json/,/^```/p' "$docs/machine.md" | grep -v '^```' >example.json
+  check "the documented example" 1 "$(zel machine show --machine example.json | grep -c '"account": "alice"')"
+  echo '{"users":[{}]}' >bad.json
+  run zel machine show --machine bad.json
+  check "a bad description" "2 zel: bad.json: users[0]: a user needs a sid" "$code $(cat err)"
+  run zel machine show --machine nosuch.json
+  check "a missing one" "2" "$code"
 }
 
 host() {

@@ -4,11 +4,18 @@ namespace wmjobmgr {
 
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
+namespace jobTrigger = ZEL::jobTrigger;
+
+ZEL::CountedPtr<Job> Job::Create(const ZEL::GUID& id, std::wstring name, IListener& listener) {
+    ZEL::CountedPtr<Job> job(new Job(id, std::move(name), listener));
+    return job->stop_.Create(true, false) ? job : nullptr;
+}
 
 ZEL::TobResult Job::QueryInterface(const ZEL::GUID& iid, void** out) {
-    ZEL::IJob* const face = this;
-    const ZEL::InterfaceRow rows[] = {{ZEL::iidJob, face}};
-    return ZEL::FindInterface(rows, iid, this, out);
+    ZEL::IJob* const job = this;
+    ZEL::IJobInfo* const info = this;
+    const ZEL::InterfaceRow rows[] = {{ZEL::iidJob, job}, {ZEL::iidJobInfo, info}};
+    return ZEL::FindInterface(rows, iid, job, out);
 }
 
 HRESULT Job::GetId(ZEL::GUID* id) {
@@ -16,6 +23,14 @@ HRESULT Job::GetId(ZEL::GUID* id) {
         return hr::invalidArgument;
     *id = id_;
     return hr::ok;
+}
+
+HRESULT Job::GetName(ZEL::IStringValue** name) {
+    if (name == nullptr)
+        return hr::invalidArgument;
+    const wm::Hold hold(lock_);
+    *name = wm::CreateStringValue(name_.c_str());
+    return *name != nullptr ? hr::ok : hr::outOfMemory;
 }
 
 HRESULT Job::GetStatus(std::int32_t* status) {
@@ -26,12 +41,26 @@ HRESULT Job::GetStatus(std::int32_t* status) {
     return hr::ok;
 }
 
-// Who was told of the end may start the job again at once, also from the callback itself: a thread
-// that is about to end takes the new run as well.
+HRESULT Job::GetRunInformation(bool* present, std::uint32_t* result) {
+    if (present == nullptr || result == nullptr)
+        return hr::invalidArgument;
+    const wm::Hold hold(lock_);
+    *present = queued_;
+    *result = queued_ ? 1 : 0;
+    return hr::ok;
+}
+
 HRESULT Job::Start(std::uint32_t) {
     const wm::Hold hold(lock_);
+    return StartLocked();
+}
+
+// Who was told of the end may start the job again at once, also from the callback itself: a thread
+// that is about to end takes the new run as well.
+HRESULT Job::StartLocked() {
     if (active_)
         return ZEL::jobAlreadyRunning;
+    stop_.Reset();
     if (!looping_) {
         thread_.Wait();  // its last act was to clear looping_
         if (!thread_.Start([this] {
@@ -43,12 +72,15 @@ HRESULT Job::Start(std::uint32_t) {
         looping_ = true;
     }
     active_ = true;
+    queued_ = true;
     return hr::ok;
 }
 
-// The host's function is not interrupted: it ends when it has done its work.
 HRESULT Job::Stop() {
-    thread_.RequestStop();
+    const wm::Hold hold(lock_);
+    missed_ = false;
+    if (active_)
+        stop_.Set();
     return hr::ok;
 }
 
@@ -56,34 +88,108 @@ HRESULT Job::GetEnabled(bool* enabled) {
     if (enabled == nullptr)
         return hr::invalidArgument;
     const wm::Hold hold(lock_);
-    *enabled = enabled_;
+    *enabled = working_.enabled;
     return hr::ok;
 }
 
 HRESULT Job::SetEnabled(bool enabled) {
     const wm::Hold hold(lock_);
-    enabled_ = enabled;
+    working_.enabled = enabled;
     return hr::ok;
 }
 
-void Job::SetFunction(const Function& function) {
+HRESULT Job::GetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                             ZEL::JobTriggerValue* out) {
+    if (out == nullptr)
+        return hr::invalidArgument;
     const wm::Hold hold(lock_);
+    if (trigger >= working_.triggers.size())
+        return hr::notFound;
+    *out = working_.triggers[trigger].Get(value);
+    return hr::ok;
+}
+
+HRESULT Job::SetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                             const ZEL::JobTriggerValue& in) {
+    const wm::Hold hold(lock_);
+    if (trigger >= working_.triggers.size())
+        return hr::notFound;
+    working_.triggers[trigger].Set(value, in);
+    return hr::ok;
+}
+
+HRESULT Job::Save() {
+    {
+        const wm::Hold hold(lock_);
+        stored_ = working_;
+        ScheduleLocked(stored_.triggers.front(), true);
+    }
+    listener_.OnScheduleChanged();
+    return hr::ok;
+}
+
+HRESULT Job::Reschedule(std::uint32_t periodSeconds, std::uint32_t delaySeconds,
+                        std::uint32_t mode) {
+    if (mode != ZEL::jobRescheduleBoth || periodSeconds == 0)
+        return hr::invalidArgument;
+    Trigger moved;
+    moved.Set(jobTrigger::kind, {{jobTrigger::periodic, 0, 0}});
+    moved.Set(jobTrigger::period, {{periodSeconds, 0, 0}});
+    moved.Set(jobTrigger::delay, {{delaySeconds, 0, 0}});
+    {
+        const wm::Hold hold(lock_);
+        for (const std::uint32_t value : {jobTrigger::windowFrom, jobTrigger::windowTo})
+            moved.Set(value, stored_.triggers.front().Get(value));
+        ScheduleLocked(moved, true);
+    }
+    listener_.OnScheduleChanged();
+    return hr::ok;
+}
+
+void Job::SetFunction(const wchar_t* name, const Function& function) {
+    const wm::Hold hold(lock_);
+    if (name != nullptr)
+        name_ = name;
     function_ = function;
 }
 
-void Job::ChangeStatus(std::int32_t status, bool active) {
-    {
-        const wm::Hold hold(lock_);
-        status_ = status;
-        active_ = active;
+Definition Job::Stored() const {
+    const wm::Hold hold(lock_);
+    return stored_;
+}
+
+void Job::ScheduleLocked(const Trigger& trigger, bool isFirst) {
+    dueTickMs_.reset();
+    if (!stored_.enabled)
+        return;
+    const auto delay = DelayToNextRunMs(trigger, wm::Clock().UtcNow(), isFirst);
+    if (delay)
+        dueTickMs_ = wm::Clock().TickCount64() + *delay;
+}
+
+std::optional<std::uint64_t> Job::RunWhenDue(std::uint64_t tickMs) {
+    const wm::Hold hold(lock_);
+    if (dueTickMs_ && *dueTickMs_ <= tickMs) {
+        const HRESULT result = StartLocked();
+        missed_ = result == ZEL::jobAlreadyRunning &&
+                  stored_.triggers.front().Number(jobTrigger::makeUp) != 0;
+        ScheduleLocked(stored_.triggers.front(), false);
     }
-    tell_(id_, status);
+    return dueTickMs_;
+}
+
+void Job::MakeUpLocked() {
+    if (!missed_)
+        return;
+    missed_ = false;
+    ZEL::IgnoreResult(StartLocked(), "the thread that would be started is the one that asks");
 }
 
 void Job::Run() {
     for (;;) {
         RunOnce();
         const wm::Hold hold(lock_);
+        MakeUpLocked();
         looping_ = active_;
         if (!looping_)
             return;
@@ -95,16 +201,24 @@ void Job::RunOnce() {
     {
         const wm::Hold hold(lock_);
         function = function_;
+        status_ = ZEL::jobStatus::running;
+        queued_ = false;
     }
-    ChangeStatus(ZEL::jobStatus::running, true);
+    listener_.OnStatus(id_, ZEL::jobStatus::running);
     HRESULT result = hr::ok;
     try {
         if (function.run != nullptr)
-            result = function.run(function.context);
+            result = function.run(function.context, stop_.Handle());
     } catch (...) {
         result = hr::unexpected;
     }
-    ChangeStatus(Failed(result) ? ZEL::jobStatus::failed : ZEL::jobStatus::ended, false);
+    const std::int32_t end = Failed(result) ? ZEL::jobStatus::failed : ZEL::jobStatus::ended;
+    {
+        const wm::Hold hold(lock_);
+        status_ = end;
+        active_ = false;
+    }
+    listener_.OnStatus(id_, end);
 }
 
 }  // namespace wmjobmgr

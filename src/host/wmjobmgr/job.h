@@ -1,27 +1,47 @@
 #pragma once
 
 #include <functional>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "common/itobbaseimpl.h"
 #include "common/jobmanager.h"
 #include "common/lock.h"
 #include "common/workerthread.h"
+#include "schedule.h"
 
 namespace wmjobmgr {
 
-// One job: a function of the host that runs on a thread of its own, one run at a time. Each change
-// of status is told to the manager's callback on that thread, under no lock.
+// What Save stores of a job.
+struct Definition {
+    bool enabled = true;
+    std::vector<Trigger> triggers{1};
+};
+
+// One job: a function of the host that runs on a thread of its own, one run at a time. Its changes
+// of status and of schedule are told to the manager, under no lock.
 class Job final : public ZEL::IJob,
+                  public ZEL::IJobInfo,
                   public ZEL::ITobBaseImpl<ZEL::CTobThreadSafeRefCount>,
                   public vodLib::NonCopyable {
 public:
-    using Tell = std::function<void(const ZEL::GUID& id, std::int32_t status)>;
+    // The manager's ears. They outlive the job.
+    class IListener {
+    public:
+        virtual void OnStatus(const ZEL::GUID& id, std::int32_t status) = 0;
+        virtual void OnScheduleChanged() = 0;
+
+    protected:
+        ~IListener() = default;
+    };
     struct Function {
-        ZEL::HRESULT (*run)(void* context) = nullptr;
+        ZEL::IJobRegistry::JobFunction run = nullptr;
         void* context = nullptr;
     };
 
-    Job(const ZEL::GUID& id, Tell tell) : id_(id), tell_(std::move(tell)) {}
+    // Null when memory runs out.
+    static ZEL::CountedPtr<Job> Create(const ZEL::GUID& id, std::wstring name, IListener& listener);
 
     ZEL::TobResult QueryInterface(const ZEL::GUID& iid, void** out) override;
     std::int64_t AddRef() override { return refCount_.Increment(); }
@@ -33,25 +53,45 @@ public:
     ZEL::HRESULT Stop() override;
     ZEL::HRESULT GetEnabled(bool* enabled) override;
     ZEL::HRESULT SetEnabled(bool enabled) override;
-    // Jobs live as long as the process: there is nothing to make last.
-    ZEL::HRESULT Save() override { return ZEL::hr::ok; }
+    ZEL::HRESULT Save() override;
+    ZEL::HRESULT GetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                                 ZEL::JobTriggerValue* out) override;
+    ZEL::HRESULT SetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                                 const ZEL::JobTriggerValue& in) override;
+    ZEL::HRESULT GetRunInformation(bool* present, std::uint32_t* result) override;
+    ZEL::HRESULT Reschedule(std::uint32_t periodSeconds, std::uint32_t delaySeconds,
+                            std::uint32_t mode) override;
+    ZEL::HRESULT GetName(ZEL::IStringValue** name) override;
 
-    void SetFunction(const Function& function);
+    void SetFunction(const wchar_t* name, const Function& function);
+    Definition Stored() const;
+    // Starts the job when a run is due at `tickMs`. The time of the next one, if there is one.
+    std::optional<std::uint64_t> RunWhenDue(std::uint64_t tickMs);
 
 private:
+    Job(const ZEL::GUID& id, std::wstring name, IListener& listener)
+        : id_(id), listener_(listener), name_(std::move(name)) {}
     void Run();
     void RunOnce();
-    void ChangeStatus(std::int32_t status, bool active);
+    ZEL::HRESULT StartLocked() REQUIRES(lock_);
+    void ScheduleLocked(const Trigger& trigger, bool isFirst) REQUIRES(lock_);
+    void MakeUpLocked() REQUIRES(lock_);
 
     ZEL::ObjectOwnership owner_;
     const ZEL::GUID id_;
-    const Tell tell_;
-    wm::Lock lock_{wm::LockRank::job};
+    IListener& listener_;
+    mutable wm::Lock lock_{wm::LockRank::job};
+    std::wstring name_ GUARDED_BY(lock_);
     Function function_ GUARDED_BY(lock_);
+    Definition working_ GUARDED_BY(lock_);
+    Definition stored_ GUARDED_BY(lock_);
+    std::optional<std::uint64_t> dueTickMs_ GUARDED_BY(lock_);
+    bool missed_ GUARDED_BY(lock_) = false;  // a run fell due during another
     std::int32_t status_ GUARDED_BY(lock_) = ZEL::jobStatus::noRun;
-    bool enabled_ GUARDED_BY(lock_) = true;
     bool active_ GUARDED_BY(lock_) = false;   // a run was asked for and has not ended
+    bool queued_ GUARDED_BY(lock_) = false;   // and it has not begun
     bool looping_ GUARDED_BY(lock_) = false;  // the thread will see a new run without being started
+    wm::EventObject stop_;
     wm::WorkerThread thread_;
 };
 

@@ -1,7 +1,5 @@
-#include <map>
-
 #include "common/hostservices.h"
-#include "job.h"
+#include "jobs.h"
 
 namespace ZEL {
 
@@ -23,72 +21,79 @@ using namespace ZEL;
 
 namespace {
 
-class Status final : public IJobStatus {
+// The jobs at one moment.
+class JobList final : public IJobList,
+                      public ITobBaseImpl<CTobThreadSafeRefCount>,
+                      public vodLib::NonCopyable {
 public:
-    Status(const GUID& id, std::int32_t code) : id_(id), code_(code) {}
-    bool GetJobId(GUID* id) override {
-        *id = id_;
-        return true;
+    explicit JobList(std::vector<CountedPtr<Job>> jobs) : jobs_(std::move(jobs)) {}
+
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        IJobList* const face = this;
+        const InterfaceRow rows[] = {{iidJobList, face}};
+        return FindInterface(rows, iid, face, out);
     }
-    bool GetStatusCode(std::int32_t* code) override {
-        *code = code_;
-        return true;
+    std::int64_t AddRef() override { return refCount_.Increment(); }
+    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
+
+    std::size_t Count() override { return jobs_.size(); }
+    HRESULT GetItem(std::size_t index, ITobBase** item) override {
+        if (item == nullptr || index >= jobs_.size())
+            return hr::invalidArgument;
+        IJob* const job = jobs_[index].Get();
+        job->AddRef();
+        *item = job;
+        return hr::ok;
     }
 
 private:
-    const GUID id_;
-    const std::int32_t code_;
+    ObjectOwnership owner_;
+    const std::vector<CountedPtr<Job>> jobs_;
 };
 
-// The jobs of the process. They and their callback outlive the manager objects that hosts hold.
-class Jobs {
+class StoredDefinition final : public IJobDefinition,
+                               public ITobBaseImpl<CTobThreadSafeRefCount>,
+                               public vodLib::NonCopyable {
 public:
-    Jobs() { FindOrMake(storeJobId); }
+    explicit StoredDefinition(Definition definition) : definition_(std::move(definition)) {}
 
-    CountedPtr<Job> Find(const GUID& id) {
-        const wm::Hold hold(lock_);
-        const auto found = jobs_.find(id);
-        return found != jobs_.end() ? found->second : nullptr;
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        IJobDefinition* const face = this;
+        const InterfaceRow rows[] = {{iidJobDefinition, face}};
+        return FindInterface(rows, iid, face, out);
     }
-    CountedPtr<Job> FindOrMake(const GUID& id) {
-        CountedPtr<Job> fresh(
-            new Job(id, [this](const GUID& changed, std::int32_t s) { Tell(changed, s); }));
-        const wm::Hold hold(lock_);
-        return jobs_.try_emplace(id, std::move(fresh)).first->second;
-    }
+    std::int64_t AddRef() override { return refCount_.Increment(); }
+    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
-    void SetCallback(wmJobMgr::IStatusCallback* callback) {
-        CountedPtr<wmJobMgr::IStatusCallback> former(callback);
-        const wm::Hold hold(lock_);
-        std::swap(callback_, former);
+    HRESULT GetEnabled(bool* enabled) override {
+        if (enabled == nullptr)
+            return hr::invalidArgument;
+        *enabled = definition_.enabled;
+        return hr::ok;
+    }
+    HRESULT GetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                            JobTriggerValue* out) override {
+        if (out == nullptr)
+            return hr::invalidArgument;
+        if (trigger >= definition_.triggers.size())
+            return hr::notFound;
+        *out = definition_.triggers[trigger].Get(value);
+        return hr::ok;
     }
 
 private:
-    void Tell(const GUID& id, std::int32_t code) {
-        CountedPtr<wmJobMgr::IStatusCallback> callback;
-        {
-            const wm::Hold hold(lock_);
-            callback = callback_;
-        }
-        if (!callback)
-            return;
-        Status status(id, code);
-        try {
-            if (Succeeded(callback->OnStatusChanged(&status)))
-                return;
-        } catch (...) {  // a host's fault must not leave the job running for ever
-        }
-        wm::Trace(wm::TraceLevel::warning, "a job's status was not taken");
-    }
-
-    wm::Lock lock_{wm::LockRank::job};
-    std::map<GUID, CountedPtr<Job>> jobs_ GUARDED_BY(lock_);
-    CountedPtr<wmJobMgr::IStatusCallback> callback_ GUARDED_BY(lock_);
+    ObjectOwnership owner_;
+    const Definition definition_;
 };
 
-Jobs& TheJobs() {
-    static Jobs& jobs = *new Jobs;
-    return jobs;
+// Nothing is thrown across the interface.
+template <typename Body>
+HRESULT Guarded(Body&& body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return hr::outOfMemory;
+    }
 }
 
 class JobManager final : public IJobManager,
@@ -106,22 +111,47 @@ public:
     std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     HRESULT SetStatusCallback(wmJobMgr::IStatusCallback* callback) override {
-        TheJobs().SetCallback(callback);
-        return hr::ok;
+        return Guarded([&] {
+            Jobs::Instance().SetCallback(callback);
+            return hr::ok;
+        });
     }
     HRESULT GetJob(const GUID& id, IJob** job) override {
         if (job == nullptr)
             return hr::invalidArgument;
-        *job = TheJobs().Find(id).Detach();
-        return *job != nullptr ? hr::ok : hr::notFound;
+        return Guarded([&] {
+            *job = Jobs::Instance().Find(id).Detach();
+            return *job != nullptr ? hr::ok : hr::notFound;
+        });
     }
-    HRESULT RegisterJob(const GUID& id, HRESULT (*run)(void* context), void* context) override {
-        try {
-            TheJobs().FindOrMake(id)->SetFunction({run, context});
+    HRESULT EnumerateJobs(IJobList** list) override {
+        if (list == nullptr)
+            return hr::invalidArgument;
+        return Guarded([&] {
+            *list = CountedPtr<IJobList>(new JobList(Jobs::Instance().All())).Detach();
             return hr::ok;
-        } catch (...) {
-            return hr::outOfMemory;
-        }
+        });
+    }
+    HRESULT GetDefinition(const GUID& id, IJobDefinition** definition) override {
+        if (definition == nullptr)
+            return hr::invalidArgument;
+        return Guarded([&] {
+            const CountedPtr<Job> job = Jobs::Instance().Find(id);
+            if (!job)
+                return hr::notFound;
+            *definition = CountedPtr<IJobDefinition>(new StoredDefinition(job->Stored())).Detach();
+            return hr::ok;
+        });
+    }
+    HRESULT RegisterJob(const GUID& id, const wchar_t* name, JobFunction run,
+                        void* context) override {
+        return Guarded([&] {
+            const CountedPtr<Job> job = Jobs::Instance().FindOrMake(id, name);
+            if (!job)
+                return hr::outOfMemory;
+            job->SetFunction(name, {run, context});
+            return hr::ok;
+        });
     }
 
     ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }

@@ -155,6 +155,7 @@ struct Seams {
     Seam<IObjectLoader, ComponentLoader> loader;
     std::atomic<ZEL::ISettingsManager*> settings{nullptr};
     std::atomic<ZEL::IJobManager*> jobs{nullptr};
+    std::atomic<IMachineDescription*> machine{nullptr};
 };
 
 Seams& All() noexcept {
@@ -263,6 +264,13 @@ ZEL::TobResult OpenJobManager(ZEL::IJobManager** out) noexcept {
 }
 void SetJobManager(ZEL::IJobManager* replacement) noexcept {
     All().jobs.store(replacement, std::memory_order_release);
+}
+
+IMachineDescription* InjectedMachine() noexcept {
+    return All().machine.load(std::memory_order_acquire);
+}
+void SetMachine(IMachineDescription* replacement) noexcept {
+    All().machine.store(replacement, std::memory_order_release);
 }
 
 }  // namespace wm

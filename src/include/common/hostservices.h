@@ -84,6 +84,13 @@ WMLIB_API void SetSettings(ZEL::ISettingsManager* replacement) noexcept;
 WMLIB_API ZEL::TobResult OpenJobManager(ZEL::IJobManager** out) noexcept;
 WMLIB_API void SetJobManager(ZEL::IJobManager* replacement) noexcept;
 
+// The machine whose paths queries are normalised for. Null means the one that the process runs on.
+// Its users' variables are read once, for the first query that needs them: what is injected later
+// changes nothing of those.
+class IMachineDescription;
+WMLIB_API IMachineDescription* InjectedMachine() noexcept;
+WMLIB_API void SetMachine(IMachineDescription* replacement) noexcept;
+
 WMLIB_API void SetErrorReportSink(IErrorReportSink* sink) noexcept;
 WMLIB_API void SetTraceSink(ITraceSink* sink) noexcept;
 

@@ -2,7 +2,8 @@
 
 #include <cstdint>
 
-#include "common/itobbase.h"
+#include "common/eventobject.h"
+#include "common/istringvalue.h"
 
 namespace ZEL {
 
@@ -46,20 +47,89 @@ inline constexpr ZEL::GUID iidStatusCallback =
 
 namespace ZEL {
 
-// One job of the manager.
+// One value of a trigger. Most have one part; a time of day has three.
+struct JobTriggerValue {
+    std::uint32_t part[3] = {};
+    friend bool operator==(const JobTriggerValue&, const JobTriggerValue&) = default;
+};
+
+// Numbers of a trigger's values. Those of no use to a trigger's kind are kept and do nothing.
+namespace jobTrigger {
+inline constexpr std::uint32_t kind = 0;
+inline constexpr std::uint32_t period = 1;       // of a periodic one: seconds from run to run
+inline constexpr std::uint32_t delay = 2;        // seconds to the first run
+inline constexpr std::uint32_t makeUp = 3;       // not 0: a run that is missed is made up for
+inline constexpr std::uint32_t timeOfDay = 6;    // of a daily one: hour, minute, second, UTC
+inline constexpr std::uint32_t windowFrom = 23;  // seconds of the day, UTC: runs that fall due
+inline constexpr std::uint32_t windowTo = 24;    // outside wait for its begin; equal: no window
+
+// Kinds.
+inline constexpr std::uint32_t none = 0;
+inline constexpr std::uint32_t periodic = 1;
+inline constexpr std::uint32_t daily = 2;
+}  // namespace jobTrigger
+
+// A job as its manager has it stored: what was made last by Save.
+class IJobDefinition : public ITobBase {
+public:
+    virtual HRESULT GetEnabled(bool* enabled) = 0;
+    // As IJob::GetTriggerValue.
+    virtual HRESULT GetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                                    JobTriggerValue* out) = 0;
+
+protected:
+    ~IJobDefinition() = default;
+};
+
+// One job of the manager. Changes to its flag and its triggers are seen by who asks this object;
+// they take effect, and are stored, with Save.
 class IJob : public ITobBase {
 public:
     virtual HRESULT GetId(GUID* id) = 0;
     virtual HRESULT GetStatus(std::int32_t* status) = 0;
     // Asks for a run and does not wait. 0x8004131F when it runs already. `flags` is 0.
     virtual HRESULT Start(std::uint32_t flags) = 0;
+    // Asks a run to end.
     virtual HRESULT Stop() = 0;
     virtual HRESULT GetEnabled(bool* enabled) = 0;
     virtual HRESULT SetEnabled(bool enabled) = 0;
     virtual HRESULT Save() = 0;
+    // Triggers count from 0; 0x80070490 when there is none of that number. A value that was never
+    // set is 0 in all parts.
+    virtual HRESULT GetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                                    JobTriggerValue* out) = 0;
+    virtual HRESULT SetTriggerValue(std::uint32_t trigger, std::uint32_t value,
+                                    const JobTriggerValue& in) = 0;
+    // Whether a run is asked for that has not begun; `*result` is then not 0.
+    virtual HRESULT GetRunInformation(bool* present, std::uint32_t* result) = 0;
+    // Moves the next run to where a periodic trigger of these values, set now, would have it. Later
+    // ones follow the stored trigger. `mode` is jobRescheduleBoth.
+    virtual HRESULT Reschedule(std::uint32_t periodSeconds, std::uint32_t delaySeconds,
+                               std::uint32_t mode) = 0;
 
 protected:
     ~IJob() = default;
+};
+inline constexpr std::uint32_t jobRescheduleBoth = 3;
+
+// What an item of a list of jobs tells of itself. The same object is the job.
+class IJobInfo : public ITobBase {
+public:
+    virtual HRESULT GetName(IStringValue** name) = 0;
+
+protected:
+    ~IJobInfo() = default;
+};
+inline constexpr GUID iidJobInfo = MakeGuid("587B391C-FE8A-40F7-8A41-564642473593");
+
+class IJobList : public ITobBase {
+public:
+    virtual std::size_t Count() = 0;
+    // The job at `index`; 0x80070057 behind the end.
+    virtual HRESULT GetItem(std::size_t index, ITobBase** item) = 0;
+
+protected:
+    ~IJobList() = default;
 };
 
 // The jobs of this process or machine.
@@ -69,6 +139,8 @@ public:
     virtual HRESULT SetStatusCallback(wmJobMgr::IStatusCallback* callback) = 0;
     // 0x80070490 when there is no such job.
     virtual HRESULT GetJob(const GUID& id, IJob** job) = 0;
+    virtual HRESULT EnumerateJobs(IJobList** list) = 0;
+    virtual HRESULT GetDefinition(const GUID& id, IJobDefinition** definition) = 0;
 
 protected:
     ~IJobManager() = default;
@@ -78,9 +150,14 @@ protected:
 // IJobManager.
 class IJobRegistry : public ITobBase {
 public:
-    // `run` is called with `context` on the job's own thread, once for each run; it and `context`
-    // stay in use until the process ends. A job that is known already gets the new function.
-    virtual HRESULT RegisterJob(const GUID& id, HRESULT (*run)(void* context), void* context) = 0;
+    // What a job does. Called on the job's own thread, once for each run; `stop` is an event that
+    // is set when the run is asked to end. It and `context` stay in use until the process ends.
+    using JobFunction = HRESULT (*)(void* context, HANDLE stop);
+
+    // Makes a job, or gives one that is known already a new function; null leaves it with nothing
+    // to do. A null `name` keeps the present one.
+    virtual HRESULT RegisterJob(const GUID& id, const wchar_t* name, JobFunction run,
+                                void* context) = 0;
 
 protected:
     ~IJobRegistry() = default;
@@ -92,6 +169,12 @@ inline constexpr HRESULT jobAlreadyRunning = hr::Code(0x8004131F);
 // Both the object and its interface.
 inline constexpr GUID iidJobManager = MakeGuid("94BA88EB-B1EC-4031-A960-79F67771AB68");
 inline constexpr GUID iidJob = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B15");
+inline constexpr GUID iidJobList = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B17");
+inline constexpr GUID iidJobDefinition = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B18");
+
+// The jobs that a manager has by itself.
 inline constexpr GUID storeJobId = MakeGuid("0DBA0098-010E-4759-BBA5-990F9AC492B9");
+inline constexpr const wchar_t* retentionJobName = L"ZEL\\FDRRetentionJob";
+inline constexpr const wchar_t* submissionJobName = L"ZEL\\FDRSubmissionJob";
 
 }  // namespace ZEL

@@ -22,7 +22,10 @@ enum class LockRank : int {
     folderGate = 65,           // opening and closing of one folder
     queue = 70,                // IncomingQueue::lock
     batch = 75,                // EventBatch::lock
-    job = 80,                  // the job controller's and the job manager's locks
+    jobController = 78,        // the job controller's locks
+    job = 80,                  // the job manager's locks
+    machine = 83,              // the making of the process's table of users' variables
+    variables = 84,            // that table
     keys = 85,                 // EventStoreProxy's key state
     errors = 90,               // the table of database errors
     settings = 95,             // the settings file

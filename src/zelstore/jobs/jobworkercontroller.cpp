@@ -1,6 +1,44 @@
 #include "zelstore/jobs/jobworkercontroller.h"
 
+#include "common/hostservices.h"
+#include "zelstore/jobs/jobtriggers.h"
+
+// The manager tells a job's status on a thread of its own, so a run may have begun and ended before
+// who asked for it comes to wait. Each wait therefore looks at the status first, and waits for a
+// change behind those that were known before the run was asked for.
+
 namespace ZEL {
+
+namespace {
+
+bool IsRunning(std::int32_t status) {
+    return status == jobStatus::starting || status == jobStatus::running;
+}
+
+bool HasEnded(std::int32_t status) {
+    return status == jobStatus::ended || status == jobStatus::failed;
+}
+
+bool IsInactive(std::int32_t status) {
+    return status == jobStatus::noRun || HasEnded(status);
+}
+
+HRESULT Traced(HRESULT result, const char* text) {
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::warning, text, result);
+    return result;
+}
+
+// An event that can't be reset is a state that can't be explained to a caller.
+bool ResetReported(CountedEvent& event) {
+    if (event.Reset())
+        return true;
+    wm::Trace(wm::TraceLevel::error, "a job's event can't be reset", hr::unexpected);
+    wm::ReportError(hr::unexpected);
+    return false;
+}
+
+}  // namespace
 
 TobResult CJobWorkerController::QueryInterface(const GUID& iid, void** out) {
     wmJobMgr::IStatusCallback* const face = this;
@@ -8,15 +46,137 @@ TobResult CJobWorkerController::QueryInterface(const GUID& iid, void** out) {
     return FindInterface(rows, iid, face, out);
 }
 
-HRESULT CJobWorkerController::AttachJob(const GUID& id) {
-    jobId_ = id;
+HRESULT CJobWorkerController::Initialize() {
+    if (!jobEndedEvent_.Create() || !jobStartedEvent_.Create())
+        return Traced(hr::outOfMemory, "a job's event can't be made");
+    return jobManager_.ObtainOnce([](IJobManager** manager) {
+        const TobResult opened = wm::OpenJobManager(manager);
+        if (*manager != nullptr)
+            return hr::ok;
+        IgnoreResult(opened, "whatever the reason, there is no job manager");
+        return Traced(ToHResult(TOBERR_NO_INTERFACE), "there is no job manager");
+    });
+}
+
+HRESULT CJobWorkerController::Uninitialize() {
+    jobManager_.Drop();
+    job_.Drop();
+    // No status will be heard any more.
+    jobStartedEvent_.Set();
+    jobEndedEvent_.Set();
     return hr::ok;
 }
 
-HRESULT CJobWorkerController::GetId(GUID* id) {
-    if (id == nullptr)
+HRESULT CJobWorkerController::Detach() {
+    const CountedPtr<IJobManager> manager = jobManager_.Get();
+    return manager ? manager->SetStatusCallback(nullptr) : hr::ok;
+}
+
+HRESULT CJobWorkerController::AttachJob(const GUID& id) {
+    const CountedPtr<IJobManager> manager = jobManager_.Get();
+    if (!manager)
+        return hr::ok;
+    CountedPtr<IJob> found;
+    const HRESULT result = manager->GetJob(id, found.Receive());
+    if (Failed(result) || !found)
+        return Traced(result, "the job manager does not know the job");
+    return Follow(*manager, std::move(found), id);
+}
+
+HRESULT CJobWorkerController::AttachJobByName(const wchar_t* name) {
+    if (name == nullptr)
         return hr::invalidArgument;
-    *id = jobId_;
+    const CountedPtr<IJobManager> manager = jobManager_.Get();
+    if (!manager)
+        return hr::ok;
+    HRESULT result = hr::ok;
+    CountedPtr<IJob> found = FindByName(*manager, name, &result);
+    if (!found)
+        return Traced(result, "the job manager knows no job of that name");
+    GUID id;
+    result = found->GetId(&id);
+    if (Failed(result))
+        return Traced(result, "a job does not tell its identifier");
+    return Follow(*manager, std::move(found), id);
+}
+
+CountedPtr<IJob> CJobWorkerController::FindByName(IJobManager& manager, std::wstring_view name,
+                                                  HRESULT* result) {
+    CountedPtr<IJobList> list;
+    *result = manager.EnumerateJobs(list.Receive());
+    if (Failed(*result) || !list)
+        return nullptr;
+    *result = hr::notFound;
+    for (std::size_t i = 0; i < list->Count(); ++i) {
+        CountedPtr<ITobBase> item;
+        CountedPtr<IJobInfo> info;
+        CountedPtr<IStringValue> itemName;
+        if (Failed(list->GetItem(i, item.Receive())) || !item ||
+            Failed(item->QueryInterface(iidJobInfo, info.ReceiveVoid())) ||
+            Failed(info->GetName(itemName.Receive())) || !itemName || itemName->GetText() != name)
+            continue;
+        CountedPtr<IJob> job;
+        if (Succeeded(item->QueryInterface(iidJob, job.ReceiveVoid())))
+            return job;
+    }
+    return nullptr;
+}
+
+HRESULT CJobWorkerController::Follow(IJobManager& manager, CountedPtr<IJob> job, const GUID& id) {
+    job_.Store(job);
+    {
+        const wm::Hold hold(statusLock_);
+        jobId_ = id;
+    }
+    const HRESULT result = manager.SetStatusCallback(this);
+    if (Failed(result))
+        return Traced(result, "the job manager takes no callback");
+    TakeStatus(*job);
+    return hr::ok;
+}
+
+// What the job tells is older than what was heard of it while it was asked.
+void CJobWorkerController::TakeStatus(IJob& job) {
+    std::uint64_t heard = 0;
+    {
+        const wm::Hold hold(statusLock_);
+        heard = statusesHeard_;
+    }
+    std::int32_t status = 0;
+    if (Failed(Traced(job.GetStatus(&status), "a job does not tell its status")))
+        return;
+    {
+        const wm::Hold hold(statusLock_);
+        if (heard == statusesHeard_)
+            jobStatus_ = status;
+    }
+    ResetReported(jobEndedEvent_);
+    ResetReported(jobStartedEvent_);
+}
+
+HRESULT CJobWorkerController::OnStatusChanged(IJobStatus* status) {
+    GUID id;
+    std::int32_t code = 0;
+    if (status == nullptr || !status->GetJobId(&id)) {
+        wm::Trace(wm::TraceLevel::warning, "a job's status names no job");
+        return hr::ok;
+    }
+    const bool hasCode = status->GetStatusCode(&code);
+    const wm::Hold hold(statusLock_);
+    if (!(id == jobId_)) {
+        wm::Trace(wm::TraceLevel::verbose, "the status of another job");
+        return hr::ok;
+    }
+    if (!hasCode)
+        return hr::ok;
+    jobStatus_ = code;
+    ++statusesHeard_;
+    if (IsRunning(code))
+        jobStartedEvent_.Set();
+    else if (HasEnded(code))
+        jobEndedEvent_.Set();
+    else if (code == jobStatus::noRun)
+        wm::Trace(wm::TraceLevel::verbose, "the job does not run");
     return hr::ok;
 }
 
@@ -24,21 +184,201 @@ HRESULT CJobWorkerController::IsActive(bool* active) {
     if (active == nullptr)
         return hr::invalidArgument;
     *active = false;
-    return hr::ok;
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    std::int32_t status = 0;
+    const HRESULT result = job->GetStatus(&status);
+    if (Succeeded(result))
+        *active = !IsInactive(status);
+    return Traced(result, "a job does not tell its status");
+}
+
+HRESULT CJobWorkerController::IsActiveOrQueued(bool* active) {
+    const HRESULT result = IsActive(active);
+    const CountedPtr<IJob> job = job_.Get();
+    if (Failed(result) || *active || !job)
+        return result;
+    bool present = false;
+    std::uint32_t runs = 0;
+    const HRESULT asked = job->GetRunInformation(&present, &runs);
+    if (Succeeded(asked))
+        *active = present && runs != 0;
+    return Traced(asked, "a job does not tell of its runs");
+}
+
+HRESULT CJobWorkerController::StopJob() {
+    const CountedPtr<IJob> job = job_.Get();
+    return job ? Traced(job->Stop(), "a job can't be stopped") : hr::ok;
+}
+
+HRESULT CJobWorkerController::RunJob(HANDLE cancel) {
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    if (!ResetReported(jobStartedEvent_))
+        return hr::unexpected;
+    const std::uint64_t starts = jobStartedEvent_.Count();
+    const HRESULT result = job->Start(0);
+    if (Failed(result))
+        return Traced(result, "a job can't be started");
+    return WaitForStart(starts, cancel);
+}
+
+HRESULT CJobWorkerController::RunJobNow() {
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    if (!ResetReported(jobStartedEvent_))
+        return hr::unexpected;
+    return job->Start(0);
+}
+
+HRESULT CJobWorkerController::RunJobAndWait(HANDLE cancel) {
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    ResetReported(jobStartedEvent_);
+    ResetReported(jobEndedEvent_);
+    const std::uint64_t starts = jobStartedEvent_.Count();
+    const HRESULT started = job->Start(0);
+    if (started != jobAlreadyRunning) {
+        if (Failed(started))
+            return Traced(started, "a job can't be started");
+        const HRESULT result = WaitForStart(starts, cancel);
+        if (Failed(result))
+            return result;
+    }
+    return WaitForEnd(cancel);
+}
+
+// The count is known already when the job is looked at: Uninitialize first drops the job, then lets
+// all waits end.
+HRESULT CJobWorkerController::WaitForStart(std::uint64_t knownStarts, HANDLE cancel) {
+    if (!job_.Get())
+        return hr::ok;
+    {
+        const wm::Hold hold(statusLock_);
+        if (IsRunning(jobStatus_))
+            return hr::ok;
+    }
+    return jobStartedEvent_.WaitBehind(knownStarts, cancel);
+}
+
+HRESULT CJobWorkerController::WaitForEnd(HANDLE cancel) {
+    std::uint64_t knownEnds = 0;
+    {
+        const wm::Hold hold(statusLock_);
+        if (IsInactive(jobStatus_))
+            return hr::ok;
+        knownEnds = jobEndedEvent_.Count();
+    }
+    if (!job_.Get())
+        return hr::ok;
+    return jobEndedEvent_.WaitBehind(knownEnds, cancel);
+}
+
+HRESULT CJobWorkerController::GetId(GUID* id) {
+    const CountedPtr<IJob> job = job_.Get();
+    return job ? job->GetId(id) : hr::ok;
 }
 
 HRESULT CJobWorkerController::GetStatus(std::int32_t* status) {
-    if (status == nullptr)
-        return hr::invalidArgument;
-    *status = jobStatus::noRun;
-    return hr::ok;
+    const CountedPtr<IJob> job = job_.Get();
+    return job ? job->GetStatus(status) : hr::ok;
+}
+
+HRESULT CJobWorkerController::Start(std::uint32_t flags) {
+    const CountedPtr<IJob> job = job_.Get();
+    return job ? job->Start(flags) : hr::ok;
 }
 
 HRESULT CJobWorkerController::GetEnabled(bool* enabled) {
-    if (enabled == nullptr)
-        return hr::invalidArgument;
-    *enabled = false;
-    return hr::ok;
+    const CountedPtr<IJob> job = job_.Get();
+    return job ? job->GetEnabled(enabled) : hr::ok;
+}
+
+HRESULT CJobWorkerController::SetEnabled(bool enabled) {
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    bool present = false;
+    HRESULT result = job->GetEnabled(&present);
+    if (Failed(result) || present == enabled)
+        return Traced(result, "a job does not tell whether it is enabled");
+    result = job->SetEnabled(enabled);
+    if (Succeeded(result))
+        result = job->Save();
+    return Traced(result, "a job can't be enabled or disabled");
+}
+
+HRESULT CJobWorkerController::SyncSchedule() {
+    const CountedPtr<IJobManager> manager = jobManager_.Get();
+    if (!manager || !job_.Get())
+        return hr::ok;
+    GUID id;
+    {
+        const wm::Hold hold(statusLock_);
+        id = jobId_;
+    }
+    CountedPtr<IJobDefinition> definition;
+    const HRESULT result = manager->GetDefinition(id, definition.Receive());
+    if (Failed(result) || !definition)
+        return Traced(result, "a job's stored definition can't be read");
+    return SyncFromDefinition(*definition);
+}
+
+HRESULT CJobWorkerController::SyncFromDefinition(IJobDefinition& definition) {
+    PeriodicTrigger stored;
+    HRESULT result = ReadPeriodicTrigger(definition, &stored);
+    if (result == hr::ok)
+        result = SetPeriodicSchedule(stored.a, stored.b, stored.flag, true);
+    if (result == hr::ok)
+        return result;
+    bool enabled = false;
+    result = definition.GetEnabled(&enabled);
+    return Failed(result) ? Traced(result, "a job's stored definition tells no flag")
+                          : SetEnabled(enabled);
+}
+
+HRESULT CJobWorkerController::SetPeriodicSchedule(std::uint32_t a, std::uint32_t b, bool flag,
+                                                  bool restart) {
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    const TriggerChange values[] = {{jobTrigger::kind, {{jobTrigger::periodic, 0, 0}}},
+                                    {jobTrigger::period, {{a, 0, 0}}},
+                                    {jobTrigger::delay, {{b, 0, 0}}},
+                                    {jobTrigger::makeUp, {{flag ? 1U : 0U, 0, 0}}}};
+    bool changed = false;
+    HRESULT result = ChangeTrigger(*job, values, &changed);
+    bool enabled = false;
+    if (Succeeded(result) && changed)
+        result = job->GetEnabled(&enabled);
+    if (enabled)
+        result = job->Reschedule(a, restart ? b : 0, jobRescheduleBoth);
+    return Traced(result, "a job's periodic schedule can't be changed");
+}
+
+HRESULT CJobWorkerController::SetDailySchedule(std::uint32_t hour, std::uint32_t minute,
+                                               std::uint32_t second) {
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    const TriggerChange values[] = {{jobTrigger::kind, {{jobTrigger::daily, 0, 0}}},
+                                    {jobTrigger::timeOfDay, {{hour, minute, second}}}};
+    bool changed = false;
+    return Traced(ChangeTrigger(*job, values, &changed), "a job's daily time can't be changed");
+}
+
+HRESULT CJobWorkerController::SetScheduleWindow(std::uint32_t a, std::uint32_t b) {
+    const CountedPtr<IJob> job = job_.Get();
+    if (!job)
+        return hr::ok;
+    const TriggerChange values[] = {{jobTrigger::windowFrom, {{a, 0, 0}}},
+                                    {jobTrigger::windowTo, {{b, 0, 0}}}};
+    bool changed = false;
+    return Traced(ChangeTrigger(*job, values, &changed), "a job's window can't be changed");
 }
 
 }  // namespace ZEL

@@ -2,13 +2,16 @@
 
 #include "common/itobbaseimpl.h"
 #include "common/jobmanager.h"
+#include "zelstore/jobs/countedevent.h"
 #include "zelstore/jobs/izeljobcontroller.h"
+#include "zelstore/jobs/lazyinterface.h"
 
 namespace ZEL {
 
-// A controller that follows no job yet: it takes the identifier of its job and answers every
-// operation as a controller without a job does. The store core can thus be started by a host that
-// schedules nothing.
+// Follows one job of the host's job manager: finds it, hears of its status on a thread of the
+// manager, starts it, waits for it and changes its schedule. While it is attached, the manager
+// holds a reference to it, which Detach gives back. A wait ends with the status that it waits for,
+// with its cancel event, or with Uninitialize.
 class CJobWorkerController final : public IZELJobController,
                                    public wmJobMgr::IStatusCallback,
                                    public ITobBaseImpl<CTobThreadSafeRefCount>,
@@ -18,33 +21,30 @@ public:
     std::int64_t AddRef() override { return refCount_.Increment(); }
     std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
-    HRESULT Initialize() override { return hr::ok; }
-    HRESULT Uninitialize() override { return hr::ok; }
-    HRESULT Detach() override { return hr::ok; }
-    HRESULT AttachJobByName(const wchar_t*) override { return hr::ok; }
+    HRESULT Initialize() override;
+    HRESULT Uninitialize() override;
+    HRESULT Detach() override;
+    HRESULT AttachJobByName(const wchar_t* name) override;
     HRESULT AttachJob(const GUID& id) override;
     HRESULT IsActive(bool* active) override;
-    HRESULT StopJob() override { return hr::ok; }
-    HRESULT RunJob(HANDLE) override { return hr::ok; }
-    HRESULT RunJobNow() override { return hr::ok; }
-    HRESULT RunJobAndWait(HANDLE) override { return hr::ok; }
-    HRESULT IsActiveOrQueued(bool* active) override { return IsActive(active); }
-    HRESULT WaitForEnd(HANDLE) override { return hr::ok; }
+    HRESULT StopJob() override;
+    HRESULT RunJob(HANDLE cancel) override;
+    HRESULT RunJobNow() override;
+    HRESULT RunJobAndWait(HANDLE cancel) override;
+    HRESULT IsActiveOrQueued(bool* active) override;
+    HRESULT WaitForEnd(HANDLE cancel) override;
     HRESULT GetId(GUID* id) override;
     HRESULT GetStatus(std::int32_t* status) override;
-    HRESULT Start(std::uint32_t) override { return hr::ok; }
+    HRESULT Start(std::uint32_t flags) override;
     HRESULT GetEnabled(bool* enabled) override;
-    HRESULT SetEnabled(bool) override { return hr::ok; }
-    HRESULT SyncSchedule() override { return hr::ok; }
-    HRESULT SetPeriodicSchedule(std::uint32_t, std::uint32_t, bool, bool) override {
-        return hr::ok;
-    }
-    HRESULT SetDailySchedule(std::uint32_t, std::uint32_t, std::uint32_t) override {
-        return hr::ok;
-    }
-    HRESULT SetScheduleWindow(std::uint32_t, std::uint32_t) override { return hr::ok; }
+    HRESULT SetEnabled(bool enabled) override;
+    HRESULT SyncSchedule() override;
+    HRESULT SetPeriodicSchedule(std::uint32_t a, std::uint32_t b, bool flag, bool restart) override;
+    HRESULT SetDailySchedule(std::uint32_t hour, std::uint32_t minute,
+                             std::uint32_t second) override;
+    HRESULT SetScheduleWindow(std::uint32_t a, std::uint32_t b) override;
 
-    HRESULT OnStatusChanged(IJobStatus*) override { return hr::ok; }
+    HRESULT OnStatusChanged(IJobStatus* status) override;
     HRESULT Reserved() override { return hr::ok; }
 
     virtual ITobBase* GetOwner() { return owner_.Get(); }
@@ -52,8 +52,22 @@ public:
     virtual TobResult AttachOwner(ITobBase* owner) { return owner_.Attach(owner); }
 
 private:
+    HRESULT Follow(IJobManager& manager, CountedPtr<IJob> job, const GUID& id);
+    void TakeStatus(IJob& job);
+    // The job of the list that has the name; null, with the failure, when there is none.
+    CountedPtr<IJob> FindByName(IJobManager& manager, std::wstring_view name, HRESULT* result);
+    HRESULT SyncFromDefinition(IJobDefinition& definition);
+    HRESULT WaitForStart(std::uint64_t knownStarts, HANDLE cancel);
+
     ObjectOwnership owner_;
-    GUID jobId_;
+    LazyInterface<IJobManager> jobManager_;
+    LazyInterface<IJob> job_;
+    CountedEvent jobEndedEvent_;    // the status turned to 7 or 8
+    CountedEvent jobStartedEvent_;  // the status turned to 1 or 2
+    mutable wm::Lock statusLock_{wm::LockRank::jobController};
+    GUID jobId_ GUARDED_BY(statusLock_);
+    std::int32_t jobStatus_ GUARDED_BY(statusLock_) = jobStatus::noRun;
+    std::uint64_t statusesHeard_ GUARDED_BY(statusLock_) = 0;
 };
 
 }  // namespace ZEL

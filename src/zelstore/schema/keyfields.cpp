@@ -1,6 +1,7 @@
 #include "zelstore/schema/keyfields.h"
 
 #include "common/trace.h"
+#include "zelstore/schema/machinepaths.h"
 #include "zelstore/schema/objectclasses.h"
 
 // Which part of an event gives which field of a key. The same rows serve records and queries; they
@@ -105,7 +106,7 @@ HRESULT WildcardField(const StringPair* pair, ValueSink& sink) {
 // A path of a query may stand for several concrete ones.
 HRESULT ExpandedPaths(const Extraction& in, bool isRegistry, const Text& value, bool isPattern,
                       std::set<Text>& out) {
-    if (!in.forQuery || in.expander == nullptr) {
+    if (!in.forQuery) {
         out.insert(value);
         return hr::ok;
     }
@@ -265,7 +266,7 @@ std::string_view KeyFieldName(KeyField field) noexcept {
 
 HRESULT ExtractKeyFields(const Event& event, bool forQuery, FilterMap& out,
                          IPathExpander* expander) {
-    const Extraction in{event, forQuery, expander};
+    const Extraction in{event, forQuery, expander != nullptr ? expander : &MachinePaths()};
     for (const Row& row : keyFieldTable) {
         ConditionSink sink;
         const HRESULT result = row.extract(in, sink);

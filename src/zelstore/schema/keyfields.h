@@ -47,8 +47,8 @@ public:
 };
 
 // The conditions that `event` states. An absent source leaves its field out; a present one without
-// values gives an empty list. `expander` is asked for queries only; without one each path stands
-// for itself. 0x8000FFFF for text that is not Unicode.
+// values gives an empty list. `expander` is asked for queries only; null means the process's
+// machine. 0x8000FFFF for text that is not Unicode.
 HRESULT ExtractKeyFields(const Event& event, bool forQuery, FilterMap& out,
                          IPathExpander* expander = nullptr);
 

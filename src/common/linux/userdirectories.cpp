@@ -1,0 +1,60 @@
+#include "userdirectories.h"
+
+#include <fstream>
+#include <string_view>
+
+namespace wm {
+
+namespace {
+
+struct Row {
+    int folder;
+    const char* variable;  // in user-dirs.dirs; null when the place is fixed
+    const char* place;     // under the home folder
+};
+
+constexpr Row rows[] = {
+    {0x00, "XDG_DESKTOP_DIR", "Desktop"},     {0x05, "XDG_DOCUMENTS_DIR", "Documents"},
+    {0x07, nullptr, ".config/autostart"},     {0x0D, "XDG_MUSIC_DIR", "Music"},
+    {0x0E, "XDG_VIDEOS_DIR", "Videos"},       {0x10, "XDG_DESKTOP_DIR", "Desktop"},
+    {0x15, "XDG_TEMPLATES_DIR", "Templates"}, {0x1A, nullptr, ".config"},
+    {0x1C, nullptr, ".local/share"},          {0x20, nullptr, ".cache"},
+    {0x27, "XDG_PICTURES_DIR", "Pictures"},
+};
+constexpr int profileFolder = 0x28;
+
+// The value of a line NAME="value", in which $HOME stands for the home folder.
+bool ReadUserDirs(const std::string& home, std::string_view variable, std::string* path) {
+    constexpr std::string_view homeVariable = "$HOME";
+    std::ifstream file(home + "/.config/user-dirs.dirs");
+    for (std::string line; std::getline(file, line);) {
+        const std::string start = std::string(variable) + "=\"";
+        if (!line.starts_with(start) || line.size() == start.size() || line.back() != '"')
+            continue;
+        const std::string value = line.substr(start.size(), line.size() - start.size() - 1);
+        *path = value.starts_with(homeVariable) ? home + value.substr(homeVariable.size()) : value;
+        return path->starts_with('/');
+    }
+    return false;
+}
+
+}  // namespace
+
+bool FindUserDirectory(const std::string& home, int folder, std::string* path) {
+    if (home.empty())
+        return false;
+    if (folder == profileFolder) {
+        *path = home;
+        return true;
+    }
+    for (const Row& row : rows) {
+        if (row.folder != folder)
+            continue;
+        if (row.variable == nullptr || !ReadUserDirs(home, row.variable, path))
+            *path = home + "/" + row.place;
+        return true;
+    }
+    return false;
+}
+
+}  // namespace wm

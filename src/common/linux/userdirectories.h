@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace wm {
+
+// The folders that a user's desktop session keeps for documents, pictures and so on, as stated in
+// the user's own file or, without a word there, at their usual places under `home`. `folder` is
+// a number of the shell. False for one that has no counterpart. Paths are UTF-8.
+bool FindUserDirectory(const std::string& home, int folder, std::string* path);
+
+}  // namespace wm

@@ -1,0 +1,56 @@
+#include "common/patterntext.h"
+
+#include <algorithm>
+
+namespace ZEL {
+
+namespace {
+
+constexpr wchar_t Upper(wchar_t c) noexcept {
+    return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+}
+
+}  // namespace
+
+std::wstring EscapeForPattern(std::wstring_view text) {
+    std::wstring out;
+    out.reserve(text.size() + text.size() / 4);
+    for (const wchar_t c : text) {
+        if (std::wstring_view(L"\\.$^{}[]()|+").find(c) != std::wstring_view::npos)
+            out += L'\\';
+        out += c;
+        if (c == L'|')
+            out += L')';
+    }
+    return out;
+}
+
+std::wstring WithDoubledSeparators(std::wstring_view expression) {
+    std::wstring out;
+    for (std::size_t i = 0; i < expression.size(); ++i) {
+        out += expression[i];
+        if (expression.substr(i, 2) == L"\\\\") {
+            out += L"\\\\\\";
+            ++i;
+        }
+    }
+    return out;
+}
+
+std::wstring UpperAscii(std::wstring_view text) {
+    std::wstring out(text);
+    std::transform(out.begin(), out.end(), out.begin(), Upper);
+    return out;
+}
+
+bool EqualsNoCase(std::wstring_view a, std::wstring_view b) noexcept {
+    return a.size() == b.size() && StartsWithNoCase(a, b);
+}
+
+bool StartsWithNoCase(std::wstring_view text, std::wstring_view start) noexcept {
+    return text.size() >= start.size() &&
+           std::equal(start.begin(), start.end(), text.begin(),
+                      [](wchar_t x, wchar_t y) { return Upper(x) == Upper(y); });
+}
+
+}  // namespace ZEL

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "common/machinedescription.h"
+
+namespace ZEL {
+
+// Turns a registry path as a query may write it (HKLM\Software\x, HKCU\x, a key under one user's
+// SID) into the long-form paths of all keys that it stands for on the machine: for each user, and
+// for the virtualised copies of HKLM\Software. Letter case stays as it is written. With `isPattern`
+// the path is a regular expression. Adds to `out`; for any thread.
+//
+// A key under Wow6432Node folds to the plain key and stays there. 0x80070057 for a null path, and
+// the machine's own failure when its users can't be listed. Throws what the matching of a text
+// throws.
+HRESULT ExpandRegistryVariants(wm::IMachineDescription& machine, const wchar_t* path,
+                               bool isPattern, std::vector<std::wstring>& out);
+
+// The same for the machine of the process.
+HRESULT ExpandRegistryVariants(const wchar_t* path, bool isPattern, std::vector<std::wstring>& out);
+
+}  // namespace ZEL

@@ -1,0 +1,33 @@
+#include "common/userfolder.h"
+
+#include "common/patterntext.h"
+
+namespace ZEL {
+
+namespace {
+
+constexpr int profileFolder = 0x28 | wm::folderFlag::dontUnexpand;
+
+}  // namespace
+
+bool FolderOfUser(wm::IMachineDescription& machine, const wm::MachineUser& user, int folder,
+                  std::wstring& path) {
+    if (machine.UserFolder(user, folder, path))
+        return true;
+    std::wstring own, profile;
+    if (user.profileFolder.empty() || !machine.Folder(folder, own) ||
+        !machine.Folder(profileFolder, profile))
+        return false;
+    const std::size_t parentLength = profile.rfind(L'\\') + 1;  // 0 when there is no separator
+    if (parentLength == 0 || !StartsWithNoCase(own, profile.substr(0, parentLength))) {
+        path = own;
+        return true;
+    }
+    const std::size_t cut = own.find(L'\\', parentLength);
+    path = user.profileFolder;
+    if (cut != std::wstring::npos)
+        path.append(own, cut);
+    return true;
+}
+
+}  // namespace ZEL

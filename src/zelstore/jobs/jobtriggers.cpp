@@ -1,0 +1,48 @@
+#include "zelstore/jobs/jobtriggers.h"
+
+namespace ZEL {
+
+namespace {
+
+constexpr std::uint32_t firstTrigger = 0;
+
+}  // namespace
+
+HRESULT ChangeTrigger(IJob& job, std::span<const TriggerChange> values, bool* changed) {
+    *changed = false;
+    for (const TriggerChange& change : values) {
+        JobTriggerValue present;
+        const HRESULT result = job.GetTriggerValue(firstTrigger, change.value, &present);
+        if (Failed(result))
+            return result;
+        *changed = *changed || !(present == change.wanted);
+    }
+    if (!*changed)
+        return hr::ok;
+    for (const TriggerChange& change : values) {
+        const HRESULT result = job.SetTriggerValue(firstTrigger, change.value, change.wanted);
+        if (Failed(result))
+            return result;
+    }
+    return job.Save();
+}
+
+HRESULT ReadPeriodicTrigger(IJobDefinition& definition, PeriodicTrigger* out) {
+    JobTriggerValue kind, a, b, flag;
+    HRESULT result = definition.GetTriggerValue(firstTrigger, jobTrigger::kind, &kind);
+    if (Failed(result))
+        return result;
+    if (kind.part[0] != jobTrigger::periodic)
+        return hr::nothingToDo;
+    const std::pair<std::uint32_t, JobTriggerValue*> rest[] = {
+        {jobTrigger::period, &a}, {jobTrigger::delay, &b}, {jobTrigger::makeUp, &flag}};
+    for (const auto& [value, place] : rest) {
+        result = definition.GetTriggerValue(firstTrigger, value, place);
+        if (Failed(result))
+            return result;
+    }
+    *out = {a.part[0], b.part[0], flag.part[0] != 0};
+    return hr::ok;
+}
+
+}  // namespace ZEL

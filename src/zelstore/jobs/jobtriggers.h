@@ -1,0 +1,25 @@
+#pragma once
+
+#include <span>
+
+#include "common/jobmanager.h"
+
+namespace ZEL {
+
+// A job's schedule is its first trigger. A change that changes nothing is not stored.
+
+struct TriggerChange {
+    std::uint32_t value;  // a number of jobTrigger
+    JobTriggerValue wanted;
+};
+// Writes and stores the values when one of them differs from what the trigger has.
+HRESULT ChangeTrigger(IJob& job, std::span<const TriggerChange> values, bool* changed);
+
+struct PeriodicTrigger {
+    std::uint32_t a = 0, b = 0;
+    bool flag = false;
+};
+// hr::nothingToDo when the definition's first trigger is of another kind.
+HRESULT ReadPeriodicTrigger(IJobDefinition& definition, PeriodicTrigger* out);
+
+}  // namespace ZEL
