@@ -45,6 +45,20 @@ fs::file_type TypeOf(const fs::directory_entry& entry) {
     return entry.symlink_status(ignored).type();
 }
 
+// Calls `visit` for each regular file of a directory whose name ends in `suffix`. False when the
+// directory can't be listed or is a link.
+template <typename Visit>
+bool ForEachFile(const std::wstring& directory, std::wstring_view suffix, Visit&& visit) {
+    fs::path native;
+    std::string ending;
+    if (!ToPath(directory, native) || !ToUtf8(suffix, ending) || IsLink(directory))
+        return false;
+    return !ForEachEntry(native, [&](const fs::directory_entry& entry) {
+        if (entry.path().native().ends_with(ending) && TypeOf(entry) == fs::file_type::regular)
+            visit(entry);
+    });
+}
+
 std::error_code AddSizes(const fs::path& path, std::uint64_t& total);
 
 std::error_code AddEntry(const fs::directory_entry& entry, std::uint64_t& total) {
@@ -131,19 +145,29 @@ ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wst
 
 std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
     try {
-        fs::path native;
-        std::string ending;
-        if (!ToPath(directory, native) || !ToUtf8(suffix, ending) || IsLink(directory))
-            return 0;
         std::uint64_t count = 0;
-        const std::error_code error = ForEachEntry(native, [&](const fs::directory_entry& entry) {
-            if (entry.path().native().ends_with(ending) && TypeOf(entry) == fs::file_type::regular)
-                ++count;
-        });
-        return error ? 0 : count;
+        const bool listed =
+            ForEachFile(directory, suffix, [&](const fs::directory_entry&) { ++count; });
+        return listed ? count : 0;
     } catch (...) {
         return 0;
     }
+}
+
+bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
+    try {
+        bool all = true;
+        ForEachFile(directory, suffix, [&](const fs::directory_entry& entry) {
+            all = all && platform::CanRead(entry.path().native());
+        });
+        return all;
+    } catch (...) {
+        return false;
+    }
+}
+
+bool CanOpenFiles(std::size_t count) noexcept {
+    return platform::CanOpenFiles(count);
 }
 
 ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noexcept {

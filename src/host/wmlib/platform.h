@@ -32,6 +32,10 @@ LoadedLibrary LoadComponent(const std::wstring& path);
 
 bool IsLockedByAnotherProcess(const std::string& file) noexcept;
 
+bool CanRead(const std::string& file) noexcept;
+// `count` is at most 64.
+bool CanOpenFiles(std::size_t count) noexcept;
+
 // A regular file, never through a link.
 std::error_code ReadFile(const std::string& file, std::string* text);
 // Puts a new file, with access for its owner alone, in place of `file` once the disk has it. Leaves

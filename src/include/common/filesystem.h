@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -31,6 +32,8 @@ WMLIB_API ZEL::HRESULT ListDirectories(const std::wstring& directory,
 // can't be listed, or is a link, counts 0.
 WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
                                    std::wstring_view suffix) noexcept;
+// Whether this process may read all such files. What can't be listed holds none.
+WMLIB_API bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexcept;
 // Sum of the logical sizes of all files below `path`. What vanishes during the walk, `path`
 // included, counts 0.
 WMLIB_API ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noexcept;
@@ -42,6 +45,9 @@ WMLIB_API ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text
 // Puts `text` in place of the file, which is made with access for its owner alone. At every moment
 // there is either the former file or the new one, also after a crash.
 WMLIB_API ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text);
+
+// Whether this process can still open `count` (at most 64) files at once.
+WMLIB_API bool CanOpenFiles(std::size_t count) noexcept;
 
 // Whether another process holds the advisory lock on `file`. Never call it for a file that this
 // process has locked: on POSIX the check would drop that lock.

@@ -26,6 +26,7 @@ inline constexpr HRESULT aborted = Code(0x80004004);
 inline constexpr HRESULT fail = Code(0x80004005);
 inline constexpr HRESULT unexpected = Code(0x8000FFFF);
 inline constexpr HRESULT pathNotFound = Code(0x80070003);
+inline constexpr HRESULT tooManyOpenFiles = Code(0x80070004);
 inline constexpr HRESULT accessDenied = Code(0x80070005);
 inline constexpr HRESULT invalidData = Code(0x8007000D);
 inline constexpr HRESULT outOfMemory = Code(0x8007000E);

@@ -1,6 +1,8 @@
 #include "zelstore/database/foldergate.h"
 
+#include <chrono>
 #include <map>
+#include <thread>
 
 #include "common/filesystem.h"
 #include "common/textbridge.h"
@@ -23,10 +25,10 @@ GateRegistry& Registry() {
     return registry;
 }
 
-// Looking at the file would drop the lock of this very process, so only while it has none.
-bool IsOpenElsewhere(const std::wstring& folder) {
-    return wm::IsLockedByAnotherProcess(wm::JoinPath(folder, L"LOCK"));
-}
+// A program that reads a folder lets it go soon. To wait for it a little costs less than to refuse
+// a batch, or to leave a folder out of an answer.
+constexpr std::chrono::milliseconds patience(1000);
+constexpr std::chrono::milliseconds lookAgain(10);
 
 }  // namespace
 
@@ -83,15 +85,30 @@ HRESULT FolderGate::CheckOpen(bool create) const {
         if (!HasRoomFor(StoreOfPath(folder_), 0))
             return hr::diskFull;
     }
-    return IsOpenElsewhere(folder_) ? hr::sharingViolation : hr::ok;
+    if (!wm::CanReadFiles(folder_, L".log"))
+        return hr::accessDenied;
+    if (!wm::CanOpenFiles(handlesOfADatabase))
+        return hr::tooManyOpenFiles;
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (IsOpenElsewhere()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return hr::sharingViolation;
+        std::this_thread::sleep_for(lookAgain);
+    }
+    return hr::ok;
+}
+
+// Looking at the file would drop the lock of this very process, so only while it has none.
+bool FolderGate::IsOpenElsewhere() const {
+    return wm::IsLockedByAnotherProcess(wm::JoinPath(folder_, L"LOCK"));
 }
 
 void FolderGate::Remove() const noexcept {
     const bool isOpenHere = isOpen_;
     IgnoreResult(AtBoundary([&] {
-                     const HRESULT result = isOpenHere                 ? hr::deviceError
-                                            : IsOpenElsewhere(folder_) ? hr::sharingViolation
-                                                                       : wm::RemoveTree(folder_);
+                     const HRESULT result = isOpenHere          ? hr::deviceError
+                                            : IsOpenElsewhere() ? hr::sharingViolation
+                                                                : wm::RemoveTree(folder_);
                      if (Failed(result))
                          wm::Trace(wm::TraceLevel::error, "a folder can't be removed", result,
                                    wm::ToUtf8Lossy(folder_));

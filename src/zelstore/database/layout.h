@@ -38,6 +38,10 @@ std::wstring FolderPath(const std::wstring& store, std::wstring_view date, std::
 // Whether a folder's name may hold `date`: a separator would lead out of the store.
 bool IsSafeDate(std::wstring_view date) noexcept;
 
+// What the library opens at once for one database and its background work, with some to spare. A
+// write that finds too few looks to it like a broken device.
+inline constexpr std::size_t handlesOfADatabase = 16;
+
 // Whether the volume of `directory` has room for `bytes` more and for what the library needs beside
 // them. A volume that can't be asked counts as roomy.
 bool HasRoomFor(const std::wstring& directory, std::uint64_t bytes) noexcept;

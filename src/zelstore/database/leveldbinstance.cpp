@@ -113,6 +113,9 @@ HRESULT LevelDbInstance::Open(bool create) {
         return hr::ok;
     }
     const HRESULT result = FromStatus(status, "a database can't be opened");
+    // Another process may have been faster since the check; that is no broken device.
+    if (result == hr::deviceError && gate_->IsOpenElsewhere())
+        return hr::sharingViolation;
     return Failed(result) ? result : hr::fail;
 }
 

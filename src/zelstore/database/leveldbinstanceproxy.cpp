@@ -88,6 +88,8 @@ HRESULT LevelDbInstanceProxy::Write(const RecordBatch& batch) {
     // Opening a database on a full volume would fail like a broken device.
     if (!HasRoomFor(store_, BatchBytes(batch)))
         return hr::diskFull;
+    if (!wm::CanOpenFiles(handlesOfADatabase))
+        return hr::tooManyOpenFiles;
     std::shared_ptr<LevelDbInstance> local;
     const HRESULT result = GetInstance(&local, true);
     if (Failed(result))

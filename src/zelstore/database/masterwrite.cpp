@@ -53,7 +53,7 @@ HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
         if (Failed(result))
             return result;
         const WriteUnderWay underWay(*proxy);
-        result = proxy->Write(batch);
+        result = AtBoundary([&] { return proxy->Write(batch); });
         if (Failed(result))
             OnWriteFailure(path, proxy, result);
         return result;
@@ -191,7 +191,7 @@ HRESULT ZelMasterDatabase::WriteSilentGroup(const std::string& date, const Recor
     if (Failed(result))
         return result;
     const WriteUnderWay underWay(*proxy);
-    result = proxy->Write(group);
+    result = AtBoundary([&] { return proxy->Write(group); });
     if (Failed(result))
         OnWriteFailure(path, proxy, result);
     else

@@ -61,6 +61,25 @@ void SyncFolderOf(const std::string& file) {
 
 }  // namespace
 
+bool CanRead(const std::string& file) noexcept {
+    return ::access(file.c_str(), R_OK) == 0;
+}
+
+bool CanOpenFiles(std::size_t count) noexcept {
+    // Asking for the limit and counting what is open would be slower than trying.
+    int opened[64];
+    std::size_t done = 0;
+    for (; done < count; ++done) {
+        opened[done] = done == 0 ? ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC)
+                                 : ::fcntl(opened[0], F_DUPFD_CLOEXEC, 0);
+        if (opened[done] < 0)
+            break;
+    }
+    for (std::size_t i = 0; i < done; ++i)
+        ::close(opened[i]);
+    return done == count;
+}
+
 std::error_code ReadFile(const std::string& file, std::string* text) {
     // Without O_NONBLOCK the opening of a pipe would wait for its other end.
     const Descriptor in(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
