@@ -52,7 +52,8 @@ void MachineReader::ForEachMember(const Json& object, const std::string& place, 
         Refuse(place, "an object is needed");
     for (const auto& [name, value] : object.as_object()) {
         const std::string narrow = Narrow(name);
-        visit(narrow, value, place == machineKey::document ? narrow : place + "." + narrow);
+        std::string at = place == machineKey::document ? "" : place + ".";
+        visit(narrow, value, at.append(narrow));
     }
 }
 

@@ -192,7 +192,7 @@ std::string Follower::NextKey() {
         Say("a receive-time key can't be made: " + Describe(static_cast<std::int32_t>(made)));
         return "";
     }
-    if (next <= lastKey_)
+    if (!(lastKey_ < next))
         next = {lastKey_.time, lastKey_.sequence + 1};
     lastKey_ = next;
     hasGivenKeys_ = true;
@@ -226,7 +226,7 @@ bool Follower::AwaitAll() {
             const std::lock_guard lock(mutex_);
             if (!DrainLocked())
                 return false;
-            if (!hasGivenKeys_ || position_ >= lastKey_)
+            if (!hasGivenKeys_ || !(position_ < lastKey_))
                 return true;
         }
         std::this_thread::sleep_for(pause);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <tuple>
 
 #include "common/jobmanager.h"
 #include "storesession.h"
@@ -14,7 +15,9 @@ namespace zel {
 struct FollowPosition {
     std::string time;  // of a receive-time row, 24 characters
     std::uint32_t sequence = 0;
-    friend auto operator<=>(const FollowPosition&, const FollowPosition&) = default;
+    friend bool operator<(const FollowPosition& a, const FollowPosition& b) {
+        return std::tie(a.time, a.sequence) < std::tie(b.time, b.sequence);
+    }
 };
 
 // The place of a row by its key r<receive_time>T<sequence>N. False for another key.

@@ -337,7 +337,7 @@ follow() {
   exec 3>pipe
   # A full batch wakes the store, whose job then prints.
   records 1 600 >&3
-  until [ "$(wc -l <first)" -ge 500 ]; do sleep 0.05; done
+  until [ "$(wc -l <first)" -ge 200 ]; do sleep 0.05; done
   records 601 900 >&3
   kill -INT $ingest
   wait $ingest

@@ -10,8 +10,6 @@
 #include "common/textbridge.h"
 #include "common/thismachine.h"
 
-extern "C" char** environ;
-
 namespace wm {
 
 namespace {

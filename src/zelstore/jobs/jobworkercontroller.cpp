@@ -80,7 +80,7 @@ HRESULT CJobWorkerController::AttachJob(const GUID& id) {
     const HRESULT result = manager->GetJob(id, found.Receive());
     if (Failed(result) || !found)
         return Traced(result, "the job manager does not know the job");
-    return Follow(*manager, std::move(found), id);
+    return Follow(*manager, found, id);
 }
 
 HRESULT CJobWorkerController::AttachJobByName(const wchar_t* name) {
@@ -97,7 +97,7 @@ HRESULT CJobWorkerController::AttachJobByName(const wchar_t* name) {
     result = found->GetId(&id);
     if (Failed(result))
         return Traced(result, "a job does not tell its identifier");
-    return Follow(*manager, std::move(found), id);
+    return Follow(*manager, found, id);
 }
 
 CountedPtr<IJob> CJobWorkerController::FindByName(IJobManager& manager, std::wstring_view name,
@@ -122,7 +122,8 @@ CountedPtr<IJob> CJobWorkerController::FindByName(IJobManager& manager, std::wst
     return nullptr;
 }
 
-HRESULT CJobWorkerController::Follow(IJobManager& manager, CountedPtr<IJob> job, const GUID& id) {
+HRESULT CJobWorkerController::Follow(IJobManager& manager, const CountedPtr<IJob>& job,
+                                     const GUID& id) {
     job_.Store(job);
     {
         const wm::Hold hold(statusLock_);

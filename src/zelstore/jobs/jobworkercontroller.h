@@ -52,7 +52,7 @@ public:
     virtual TobResult AttachOwner(ITobBase* owner) { return owner_.Attach(owner); }
 
 private:
-    HRESULT Follow(IJobManager& manager, CountedPtr<IJob> job, const GUID& id);
+    HRESULT Follow(IJobManager& manager, const CountedPtr<IJob>& job, const GUID& id);
     void TakeStatus(IJob& job);
     // The job of the list that has the name; null, with the failure, when there is none.
     CountedPtr<IJob> FindByName(IJobManager& manager, std::wstring_view name, HRESULT* result);

@@ -1,0 +1,116 @@
+#include <algorithm>
+#include <utility>
+
+#include "../platform.h"
+#include "widepath.h"
+
+namespace wm::platform {
+
+namespace {
+
+class File {
+public:
+    File(const std::wstring& path, DWORD access, DWORD share, DWORD creation) noexcept
+        : handle_(::CreateFileW(path.c_str(), access, share, nullptr, creation,
+                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)) {}
+    ~File() { Close(); }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    bool IsOpen() const noexcept { return handle_ != INVALID_HANDLE_VALUE; }
+    ::HANDLE Handle() const noexcept { return handle_; }
+    bool Close() noexcept {
+        return !IsOpen() || ::CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE)) != 0;
+    }
+
+private:
+    ::HANDLE handle_;
+};
+
+// Neither a folder, a device nor a link.
+bool IsRegular(const File& file) noexcept {
+    BY_HANDLE_FILE_INFORMATION info{};
+    constexpr DWORD others =
+        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_REPARSE_POINT;
+    return ::GetFileType(file.Handle()) == FILE_TYPE_DISK &&
+           ::GetFileInformationByHandle(file.Handle(), &info) != 0 &&
+           (info.dwFileAttributes & others) == 0;
+}
+
+bool WriteAll(::HANDLE file, const std::string& text) noexcept {
+    constexpr std::size_t mostAtOnce = 1U << 30;
+    std::size_t done = 0;
+    while (done < text.size()) {
+        DWORD written = 0;
+        const auto length = static_cast<DWORD>(std::min(text.size() - done, mostAtOnce));
+        if (::WriteFile(file, text.data() + done, length, &written, nullptr) == 0)
+            return false;
+        done += written;
+    }
+    return true;
+}
+
+// A name of its own for each writer: two of them never write into one file.
+std::wstring FreshNameFor(const std::wstring& file) {
+    return file + L"." + std::to_wstring(::GetCurrentProcessId()) + L"-" +
+           std::to_wstring(::GetCurrentThreadId());
+}
+
+}  // namespace
+
+std::error_code ReadFile(const std::string& file, std::string* text) {
+    const File in(WidePath(file), GENERIC_READ,
+                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
+    if (!in.IsOpen())
+        return LastError();
+    if (!IsRegular(in))
+        return std::make_error_code(std::errc::invalid_argument);
+    text->clear();
+    char buffer[4096];
+    for (;;) {
+        DWORD got = 0;
+        if (::ReadFile(in.Handle(), buffer, sizeof buffer, &got, nullptr) == 0)
+            return LastError();
+        if (got == 0)
+            return {};
+        text->append(buffer, got);
+    }
+}
+
+// The folder of an account is closed to others already, so the file needs no access list of its
+// own.
+std::error_code ReplaceFile(const std::string& file, const std::string& text) {
+    const std::wstring path = WidePath(file);
+    const std::wstring fresh = FreshNameFor(path);
+    File out(fresh, GENERIC_WRITE, 0, CREATE_ALWAYS);
+    if (!out.IsOpen())
+        return LastError();
+    const bool written = WriteAll(out.Handle(), text) && ::FlushFileBuffers(out.Handle()) != 0;
+    std::error_code error = written ? std::error_code() : LastError();
+    if (!out.Close() && !error)
+        error = LastError();
+    if (!error && ::MoveFileExW(fresh.c_str(), path.c_str(),
+                                MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0)
+        return {};
+    if (!error)
+        error = LastError();
+    ::DeleteFileW(fresh.c_str());
+    return error;
+}
+
+// Whoever holds such a lock has the file open without sharing it.
+bool IsLockedByAnotherProcess(const std::string& file) noexcept {
+    const File opened(WidePath(file), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING);
+    return !opened.IsOpen() && ::GetLastError() == ERROR_SHARING_VIOLATION;
+}
+
+bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
+    ULARGE_INTEGER available{};
+    if (::GetDiskFreeSpaceExW(WidePath(path).c_str(), &available, nullptr, nullptr) == 0 &&
+        ::GetDiskFreeSpaceExW(nullptr, &available, nullptr, nullptr) == 0)
+        return false;
+    *bytes = available.QuadPart;
+    return true;
+}
+
+}  // namespace wm::platform
