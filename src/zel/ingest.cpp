@@ -8,6 +8,7 @@
 #include "follow.h"
 #include "linereader.h"
 #include "messages.h"
+#include "recordcheck.h"
 #include "storesession.h"
 
 namespace zel {
@@ -21,12 +22,16 @@ namespace hr = ZEL::hr;
 
 std::string WhyNoKey(HRESULT result) {
     if (result == hr::unexpected)
-        return "not JSON, or a name that no record may hold";
+        return "no record: " + TakeReason();
     if (result == hr::invalidArgument)
         return "no begin_time";
     if (result == hr::fail)
         return "no target or no action";
     return "no key: " + Describe(static_cast<std::int32_t>(result));
+}
+
+std::string Name(const std::string& file) {
+    return file == "-" ? "(stdin)" : file;
 }
 
 class Ingest {
@@ -38,10 +43,14 @@ public:
     // False when the store has stopped to work.
     bool ReadFile(const std::string& file);
     void Summarise() const;
-    std::uint64_t Rejected() const noexcept { return rejected_; }
+    bool CanNotWrite() const noexcept { return unwritten_; }
+    bool LostAny() const noexcept { return rejected_ + replaced_ > 0 || unwritten_; }
 
 private:
     bool TakeLine(const std::string& file, std::uint64_t number, const std::string& line);
+    bool Check(const std::string& file, std::uint64_t number, const std::string& key,
+               const std::string& line);
+    bool WritesFail(const std::string& file, std::uint64_t number);
     bool Insert(IStringValue* key, IStringValue* value);
     bool InsertReceiveRow(IStringValue* eventKey);
     CountedPtr<IStringValue> MakeReceiveKey(IStringValue* eventKey);
@@ -53,15 +62,18 @@ private:
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::uint64_t taken_ = 0;
     std::uint64_t rejected_ = 0;
+    std::uint64_t replaced_ = 0;
+    bool unwritten_ = false;
+    RepeatedKeys keys_;
 };
 
 void Ingest::Reject(const std::string& file, std::uint64_t number, const std::string& why) {
     ++rejected_;
-    Say((file == "-" ? "(stdin)" : file) + ":" + std::to_string(number) + ": " + why);
+    Say(Name(file) + ":" + std::to_string(number) + ": " + why);
 }
 
 bool Ingest::ReadFile(const std::string& file) {
-    constexpr std::uint64_t linesPerProgress = 5000;
+    constexpr std::uint64_t linesPerLook = 1000;
     LineReader reader(file);
     std::string line;
     while (!Interrupted()) {
@@ -80,8 +92,11 @@ bool Ingest::ReadFile(const std::string& file) {
             continue;
         if (!TakeLine(file, reader.LineNumber(), line))
             return false;
-        if (reader.LineNumber() % linesPerProgress == 0)
-            ShowProgress(std::to_string(taken_) + " records");
+        if (reader.LineNumber() % linesPerLook != 0)
+            continue;
+        ShowProgress(std::to_string(taken_) + " records");
+        if (WritesFail(file, reader.LineNumber()))
+            return true;
     }
     return true;
 }
@@ -102,12 +117,42 @@ bool Ingest::TakeLine(const std::string& file, std::uint64_t number, const std::
         Reject(file, number, WhyNoKey(made));
         return true;
     }
+    const std::string keyText = ToText(key.Get());
+    if (!Check(file, number, keyText, line))
+        return true;
     if (options_.printKeys)
-        std::printf("%s\n", ToText(key.Get()).c_str());
+        std::printf("%s\n", keyText.c_str());
     if (!Insert(key.Get(), text.Get()) || (options_.receiveRows && !InsertReceiveRow(key.Get())))
         return false;
     ++taken_;
     return true;
+}
+
+bool Ingest::Check(const std::string& file, std::uint64_t number, const std::string& key,
+                   const std::string& line) {
+    const std::string badTime = WhyBadTime(key);
+    if (!badTime.empty()) {
+        Reject(file, number, badTime);
+        return false;
+    }
+    if (keys_.Replaces(key, line) && ++replaced_ == 1)
+        Say(Name(file) + ":" + std::to_string(number) +
+            ": has the key of an earlier record, which it replaces (seq_num tells records of one "
+            "time apart)");
+    return true;
+}
+
+// The store drops a batch that it can't write, so there is no point in handing it more.
+bool Ingest::WritesFail(const std::string& file, std::uint64_t number) {
+    constexpr std::uint32_t read = 2;
+    for (const DatabaseError& error : store_.TakeDatabaseErrors()) {
+        Say(error.Text());
+        unwritten_ = unwritten_ || error.operation != read;
+    }
+    if (unwritten_)
+        Say("stopped at " + Name(file) + ":" + std::to_string(number) +
+            ", since the store can't write; each failure cost up to 500 rows");
+    return unwritten_;
 }
 
 // A full queue refuses: the same record is offered again until the coordinator has made room.
@@ -155,6 +200,8 @@ void Ingest::Summarise() const {
                 std::to_string(static_cast<long long>(static_cast<double>(taken_) / took.count())) +
                 " records/s";
     Say(text);
+    if (replaced_ > 0)
+        Say(std::to_string(replaced_) + " record(s) replaced an earlier one with the same key");
 }
 
 }  // namespace
@@ -168,7 +215,7 @@ bool ReadFiles(Ingest& ingest, const IngestOptions& options) {
         files.emplace_back("-");
     bool works = true;
     for (const std::string& file : files)
-        works = works && !Interrupted() && ingest.ReadFile(file);
+        works = works && !Interrupted() && !ingest.CanNotWrite() && ingest.ReadFile(file);
     return works;
 }
 
@@ -217,7 +264,8 @@ int RunIngest(const IngestOptions& options) {
         return exitCode::interrupted;
     if (!works)
         return exitCode::noStore;
-    return written && followed && ingest.Rejected() == 0 ? exitCode::done : exitCode::losses;
+    const bool printed = FlushOutput();
+    return written && followed && printed && !ingest.LostAny() ? exitCode::done : exitCode::losses;
 }
 
 }  // namespace zel

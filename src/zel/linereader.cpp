@@ -117,17 +117,21 @@ public:
     long Read(char* buffer, std::size_t size, std::string* error) override {
         stream_.next_out = reinterpret_cast<std::uint8_t*>(buffer);
         stream_.avail_out = size;
-        while (ready_ && !ended_ && stream_.avail_out == size) {
+        while (ready_ && !ended_ && !damaged_ && stream_.avail_out == size) {
             if (stream_.avail_in == 0 && !inputEnded_ && !Refill(error))
                 return -1;
             const lzma_ret result = ::lzma_code(&stream_, inputEnded_ ? LZMA_FINISH : LZMA_RUN);
             ended_ = result == LZMA_STREAM_END;
-            if (!ended_ && result != LZMA_OK) {
-                *error = "the xz data is damaged or cut off";
-                return -1;
-            }
+            damaged_ = !ended_ && result != LZMA_OK;
+            if (damaged_)
+                break;
         }
-        return static_cast<long>(size - stream_.avail_out);
+        // What was unpacked ahead of the damage is good, and is given first.
+        const auto unpacked = static_cast<long>(size - stream_.avail_out);
+        if (unpacked > 0 || !damaged_)
+            return unpacked;
+        *error = "the xz data is damaged or cut off";
+        return -1;
     }
 
 private:
@@ -145,6 +149,7 @@ private:
     bool ready_ = false;
     bool inputEnded_ = false;
     bool ended_ = false;
+    bool damaged_ = false;
 };
 
 std::unique_ptr<LineReader::Source> OpenSource(const std::string& file, std::string* error) {
@@ -213,6 +218,9 @@ LineReader::Status LineReader::Next(std::string* line) {
     }
     if (!tooLong && line->ends_with('\r'))
         line->pop_back();
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    if (lineNumber_ == 1 && line->starts_with(byteOrderMark))
+        line->erase(0, byteOrderMark.size());
     return tooLong ? Status::tooLong : Status::line;
 }
 

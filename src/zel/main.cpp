@@ -100,6 +100,8 @@ int Run(const CLI::App& app, const IngestOptions& ingest, const QueryOptions& qu
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (!HasStandardStreams())
+        return exitCode::noStore;
     CLI::App app("zel: the local store of security events", "zel");
     app.require_subcommand(1);
     app.set_version_flag("--version", ZEL_VERSION);

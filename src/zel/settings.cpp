@@ -68,6 +68,11 @@ int RunSettingsSet(const SettingsOptions& options) {
         Say("\"" + options.value + "\" is no number from 0 to 4294967295");
         return exitCode::usage;
     }
+    std::wstring file;
+    if (!wm::ResolvePathVariable(L"%ZELSettingsFile%", file) || file.empty()) {
+        Say("there is no file for settings: set HOME, XDG_CONFIG_HOME or ZELSettingsFile");
+        return exitCode::noStore;
+    }
     MakeSettingsFolder();
     OpenKey open;
     if (!Open(options, &open))

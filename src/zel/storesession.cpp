@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "common/hostservices.h"
 #include "common/textbridge.h"
@@ -21,6 +23,9 @@ using ZEL::IStringValue;
 
 namespace {
 
+std::atomic<std::uint32_t> damagedWalks{0};
+thread_local std::string reason;  // what the store last said of something it did not understand
+
 // Tells reports and traces of the store and its services, for -v; reports of broken settings
 // always.
 class Narrator final : public wm::IErrorReportSink, public wm::ITraceSink {
@@ -28,6 +33,8 @@ public:
     explicit Narrator(bool verbose) : verbose_(verbose) {}
 
     void OnReport(const wm::ErrorReport& report) override {
+        if (report.Label() == wm::reportLabel::damagedData)
+            ++damagedWalks;
         const bool isSettings = report.Label() == "Settings";
         if (!verbose_ && !isSettings)
             return;
@@ -38,10 +45,14 @@ public:
         Say(line);
     }
     bool Enabled(wm::TraceLevel level) const noexcept override {
-        return verbose_ && level <= wm::TraceLevel::warning;
+        return level <= wm::TraceLevel::warning;
     }
     void OnTrace(const wm::TraceMessage& message) noexcept override {
         try {
+            if (std::strcmp(message.text, wm::traceText::operationThrew) == 0)
+                reason = message.argument;
+            if (!verbose_)
+                return;
             std::string line = message.text;
             if (Failed(message.code))
                 line += ": " + Describe(static_cast<std::int32_t>(message.code));
@@ -89,7 +100,8 @@ std::string DefaultSettingsFile() {
     if (config != nullptr && *config != '\0')
         return std::string(config) + "/zelstore/settings.ini";
     const char* const home = std::getenv("HOME");
-    return home != nullptr ? std::string(home) + "/.config/zelstore/settings.ini" : "";
+    return home != nullptr && *home != '\0' ? std::string(home) + "/.config/zelstore/settings.ini"
+                                            : "";
 }
 
 bool HasToken(const wchar_t* token) {
@@ -217,7 +229,19 @@ std::uint32_t StoreSession::TellDatabaseErrors() {
         total += error.count;
         Say(error.Text());
     }
+    if (const std::uint32_t walks = damagedWalks.exchange(0)) {
+        Say(std::to_string(walks) + " folder(s) could be read only in part; -v tells where");
+        total += walks;
+    }
     return total;
+}
+
+std::string TakeReason() {
+    const std::string said = std::exchange(reason, "");
+    // How the tables of names refuse what they don't hold.
+    if (said == "invalid map<K, T> key")
+        return "an object type, action or operator that is not known";
+    return said.empty() ? "not understood" : said;
 }
 
 CountedPtr<IStringValue> ToValue(std::string_view utf8) {

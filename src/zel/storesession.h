@@ -50,7 +50,7 @@ public:
 
     // What the store's table of errors holds; clears it.
     std::vector<DatabaseError> TakeDatabaseErrors();
-    // The same, told; the number of failures.
+    // The same, told; the number of failures, walks that damaged data ended early included.
     std::uint32_t TellDatabaseErrors();
 
     ZEL::IEventStore7* operator->() const noexcept { return store_.Get(); }
@@ -59,6 +59,9 @@ public:
 private:
     ZEL::CountedPtr<ZEL::IEventStore7> store_;
 };
+
+// What the store last said of a record or a document that it did not understand, on this thread.
+std::string TakeReason();
 
 // The store's directory, made when it is missing and `need` asks for that. False, with a message,
 // when none is named or it can't be used.

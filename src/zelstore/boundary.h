@@ -17,10 +17,11 @@ HRESULT AtBoundary(Body&& body) noexcept {
         wm::Trace(wm::TraceLevel::error, "memory is exhausted", hr::outOfMemory);
         return hr::outOfMemory;
     } catch (const std::exception& error) {
-        wm::Trace(wm::TraceLevel::error, "an operation failed", hr::unexpected, error.what());
+        wm::Trace(wm::TraceLevel::error, wm::traceText::operationThrew, hr::unexpected,
+                  error.what());
         return hr::unexpected;
     } catch (...) {
-        wm::Trace(wm::TraceLevel::error, "an operation failed", hr::unexpected);
+        wm::Trace(wm::TraceLevel::error, wm::traceText::operationThrew, hr::unexpected);
         return hr::unexpected;
     }
 }

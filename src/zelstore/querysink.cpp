@@ -18,7 +18,7 @@ namespace {
 
 // A row that threw is left out, and the walk goes on.
 void ReportLostRow(const char* what) noexcept {
-    wm::ReportError(hr::unexpected, "zelstore/querysink", "Exception", what);
+    wm::ReportError(hr::unexpected, wm::reportLabel::lostRow, "Exception", what);
 }
 
 constexpr std::string_view receiveMarker = "<receive_time>";

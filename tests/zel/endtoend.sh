@@ -76,9 +76,9 @@ badlines() {
   } >bad.ndjson
   run zel ingest bad.ndjson
   check "losses are told at the end" 4 "$code"
-  check "each bad line with its place" "zel: bad.ndjson:2: not JSON, or a name that no record may hold
+  check "each bad line with its place" "zel: bad.ndjson:2: no record: * Line 1, Column 2 Syntax error: Malformed literal
 zel: bad.ndjson:3: no begin_time
-zel: bad.ndjson:4: not JSON, or a name that no record may hold
+zel: bad.ndjson:4: no record: an object type, action or operator that is not known
 zel: bad.ndjson:5: not UTF-8
 zel: bad.ndjson:7: no target or no action
 zel: bad.ndjson:8: holds a NUL
@@ -92,6 +92,42 @@ zel: bad.ndjson:9: longer than 64 MiB" "$(grep bad.ndjson err)"
   check "told with its name" 1 "$(grep -c "^zel: cut.xz:.*damaged or cut off" err)"
   run zel ingest --print-keys - < <(record 7)
   check "keys" 'p<begin_time>2026-01-02T03:04:05.006Z<sequence>0000000007<object_type>file<action>create<target_path_name>C:\t\7.txt' "$(cat out)"
+}
+
+# What the store would take and nobody would find again.
+misplaced() {
+  {
+    record 1
+    for time in x 2026-01-02T03:04:05Z 2026-01-02T03:04:05.006+02:00 2026-02-30T03:04:05.006Z 1600-01-02T03:04:05.006Z; do
+      record 2 "$time"
+    done
+    record 3
+    record 3
+    record 3 | sed 's/txt/exe/; s/,"seq/ ,"seq/' | sed 's/exe/txt/'
+  } >times.ndjson
+  run zel ingest times.ndjson
+  check "losses" 4 "$code"
+  check "bad times with their places" "2 3 4 5 6" "$(grep -o '^zel: times.ndjson:[0-9]*: \(no begin_time\|begin_time\)' err | cut -d: -f3 | xargs)"
+  check "a record that takes another's place" "zel: times.ndjson:9: has the key of an earlier record, which it replaces (seq_num tells records of one time apart)
+zel: 1 record(s) replaced an earlier one with the same key" "$(grep replace err)"
+  check "what is left" "$(sed -n '1p;9p' times.ndjson)" "$(zel query)"
+
+  # Output that has no place is told and reaches no database.
+  for i in $(seq 2000); do record "$i"; done >many.ndjson
+  run bash -c "'$bin/zel' --store other ingest --print-keys many.ndjson >/dev/full"
+  check "a full device" "4 1" "$code $(grep -c "^zel: can't write: No space left on device" err)"
+  run bash -c "'$bin/zel' --store third ingest --print-keys many.ndjson >&- <&-"
+  check "no stdout" 4 "$code"
+  check "the store is whole" "2000 0" "$("$bin/zel" --store third query | wc -l) $(grep -c begin_time third/*/LOG)"
+
+  # Damage inside a table is no silent end.
+  for i in $(seq 30000); do record "$i"; done | "$bin/zel" --store damaged ingest 2>/dev/null
+  "$bin/zel" --store damaged query --limit 1 >/dev/null # moves the log to a table
+  local table
+  table=$(ls -S damaged/*/*.ldb | head -n 1)
+  truncate -s $(($(stat -c %s "$table") / 2)) "$table"
+  run "$bin/zel" --store damaged query
+  check "rows that can't be read" "4 yes" "$code $(grep -q '^zel: .*' err && echo yes)"
 }
 
 stores() {
@@ -309,12 +345,12 @@ fulldisk() {
   run zel ingest --no-receive-rows bulk.ndjson
   local taken failures stored
   taken=$(sed -n 's/^zel: \([0-9]*\) record(s) taken.*/\1/p' err)
-  failures=$(sed -n 's/^zel: folder [0-9]*: \([0-9]*\) failure(s) to write, the last: the disk is full (0x80070070)$/\1/p' err)
+  failures=$(sed -n 's/^zel: folder [0-9]*: \([0-9]*\) failure(s) to write, the last: the disk is full (0x80070070)$/\1/p' err | awk '{ n += $1 } END { print n + 0 }')
   check "refused records are told" 4 "$code"
-  check "with their cause" 1 "$(grep -c 'failure(s) to write, the last: the disk is full' err)"
+  check "with their cause" yes "$(grep -q 'failure(s) to write, the last: the disk is full' err && echo yes)"
   zel query 2>/dev/null | LC_ALL=C sort >before
   stored=$(grep -c '"url"' before)
-  check "no more is lost than was told" yes "$([ "$taken" = 30000 ] && [ "$stored" -lt 30000 ] && [ $((taken - stored)) -le $((failures * 500)) ] && echo yes || echo "$taken $stored $failures")"
+  check "no more is lost than was told" yes "$([ "$stored" -lt "$taken" ] && [ $((taken - stored)) -le $((failures * 500)) ] && echo yes || echo "$taken $stored $failures")"
   check "what was taken before is there" "$(LC_ALL=C sort first.ndjson | md5sum)" "$(grep '"file"' before | md5sum)"
   check "and records that fitted" yes "$([ "$stored" -gt 5000 ] && echo yes || echo "$stored")"
 

@@ -12,6 +12,14 @@ namespace wm {
 
 class ErrorReport;
 
+// Labels that a host may act on.
+namespace reportLabel {
+// A row was left out of a query's answer, since testing it threw.
+inline constexpr const char* lostRow = "zelstore/querysink";
+// A walk over a database ended early at data that can't be read.
+inline constexpr const char* damagedData = "damaged data";
+}  // namespace reportLabel
+
 // Where the host wants its error reports. Called on the thread that reports, possibly under locks
 // of the component: it must not call back into the component.
 class IErrorReportSink {

@@ -29,6 +29,12 @@ public:
     virtual void OnTrace(const TraceMessage& message) noexcept = 0;
 };
 
+// Texts that a host may act on.
+namespace traceText {
+// What an exception inside an operation said stands in the argument.
+inline constexpr const char* operationThrew = "an operation failed";
+}  // namespace traceText
+
 // Without a sink a message costs one atomic load.
 WMLIB_API void Trace(TraceLevel level, const char* text, ZEL::HRESULT code = ZEL::hr::ok,
                      std::string_view argument = {}, Place place = Place::Current()) noexcept;

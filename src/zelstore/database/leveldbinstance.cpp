@@ -3,6 +3,7 @@
 #include <leveldb/db.h>
 #include <leveldb/write_batch.h>
 
+#include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
@@ -53,10 +54,14 @@ private:
     const leveldb::Snapshot* const snapshot_;
 };
 
-// A block that can't be read ends a walk like the end of the data; only the trace tells.
-void TraceEnd(const leveldb::Iterator& iterator) {
-    if (!iterator.Valid())
-        IgnoreResult(FromStatus(iterator.status(), "a walk ended early"), "only traced");
+// What can't be read is left out of a walk or ends it like the end of the data; only a report
+// tells.
+void TellDamage(const leveldb::Iterator& iterator) {
+    const leveldb::Status status = iterator.status();
+    if (status.ok())
+        return;
+    const HRESULT result = FromStatus(status, "a walk met damaged data");
+    wm::ReportError(result, wm::reportLabel::damagedData, "Status", status.ToString().c_str());
 }
 
 }  // namespace
@@ -156,11 +161,11 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
             return hr::aborted;
         const RowResult answer = sink->OnRecord(row->key(), row->value(), keepGoing);
         if (answer == RowResult::endDatabase)
-            return hr::ok;
+            break;
         if (answer == RowResult::abandonDatabase)
             return hr::fail;
     }
-    TraceEnd(*row);
+    TellDamage(*row);
     return hr::ok;
 }
 
@@ -190,7 +195,7 @@ HRESULT LevelDbInstance::ReadPrefix(std::string_view prefix, std::vector<std::st
     leveldb::Iterator& row = *cursorIterator_;
     for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next())
         values->emplace_back(row.value().data(), row.value().size());
-    TraceEnd(row);
+    TellDamage(row);
     return hr::ok;
 }
 
@@ -217,7 +222,7 @@ HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOthe
         if (collect)
             values->emplace_back(row.value().data(), row.value().size());
     }
-    TraceEnd(row);
+    TellDamage(row);
     return hr::ok;
 }
 
