@@ -4,6 +4,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <thread>
 
 #include "common/filesystem.h"
@@ -105,11 +106,12 @@ Follower::Follower(StoreSession& store, std::string positionFile)
     : store_(store), positionFile_(std::move(positionFile)) {}
 
 Follower* Follower::Start(StoreSession& store, const std::string& positionFile) {
-    auto* const follower = new Follower(store, positionFile);
-    if (!follower->stop_.Create(true, false) || !follower->LoadPosition() || !follower->Register())
+    std::unique_ptr<Follower> fresh(new Follower(store, positionFile));
+    if (!fresh->stop_.Create(true, false) || !fresh->LoadPosition())
         return nullptr;
+    Follower* const follower = fresh.release();  // the job keeps it
     // Rows that an earlier process left behind come first; new keys stand behind them.
-    if (!follower->Drain()) {
+    if (!follower->Register() || !follower->Drain()) {
         follower->Close();
         return nullptr;
     }
