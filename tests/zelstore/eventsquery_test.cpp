@@ -178,6 +178,7 @@ TEST_F(EventsQueryTest, CallbacksMayEndTheirQueryAndTheStore) {
     ASSERT_EQ(Start(*query, last), hr::ok);
     last.AwaitEnd();
     EXPECT_EQ(last.texts.size(), 500u) << "the walk keeps its database";
+    EXPECT_EQ(store->Shutdown(), hr::ok) << "waits for the thread, which still has the callback";
 }
 
 TEST_F(EventsQueryTest, AThrowingCallbackEndsNothing) {
