@@ -12,7 +12,7 @@ struct Unit {
     std::uint64_t megabytes;
 };
 
-constexpr Unit units[] = {{'M', 1}, {'G', 1024}, {'T', 1024 * 1024}};
+constexpr Unit units[] = {{'M', 1}, {'G', 1024}, {'T', 1024ULL * 1024}};
 
 char Upper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;

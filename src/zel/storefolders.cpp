@@ -74,7 +74,7 @@ void AddEntry(const fs::directory_entry& entry, StoreListing* listing) {
 }  // namespace
 
 std::string StoreFolder::Date() const {
-    const std::string date = name.substr(0, dateLength);
+    std::string date = name.substr(0, dateLength);
     if (date.size() != dateLength || !IsDigits(date))
         return date;
     return date.substr(0, 4) + "-" + date.substr(4, 2) + "-" + date.substr(6);

@@ -20,9 +20,8 @@ public:
     void FromJson(const web::json::value& in) override;
     bool IsValid() const override;
 
-    // By value: what is given may be the time that is replaced.
-    void SetBeginTime(DatePair time) { begin_time.Make() = std::move(time); }
-    void SetEndTime(DatePair time) { end_time.Make() = std::move(time); }
+    void SetBeginTime(const DatePair& time) { begin_time.Set(time); }
+    void SetEndTime(const DatePair& time) { end_time.Set(time); }
 
     std::unique_ptr<ZelSchemaParser> actor, target, result;
     std::vector<std::int32_t> action;

@@ -66,6 +66,8 @@ public:
         value_ = std::make_unique<T>();
         return *value_;
     }
+    // A copy, made before the former value goes: that may be what is given.
+    void Set(const T& value) { value_ = std::make_unique<T>(value); }
     void Reset() noexcept { value_.reset(); }
     T* get() const noexcept { return value_.get(); }
     T* operator->() const noexcept { return value_.get(); }
