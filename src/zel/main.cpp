@@ -1,8 +1,10 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
+#include "arguments.h"
 #include "commands.h"
 #include "messages.h"
+#include "output.h"
 #include "storesession.h"
 
 namespace {
@@ -16,20 +18,6 @@ void AddIngest(CLI::App& app, IngestOptions& options) {
     command.add_flag("--print-keys", options.printKeys, "Write each record's key to stdout");
     command.add_flag("!--no-receive-rows", options.receiveRows,
                      "Store no receive-time rows beside the records");
-}
-
-void AddQuery(CLI::App& app, QueryOptions& options) {
-    CLI::App& command = *app.add_subcommand("query", "Print events, one JSON text a line");
-    command.add_option("DOCUMENT", options.document,
-                       "An event_query document, or - for standard input");
-    command.add_option("--since", options.since,
-                       "First time: 2026-11-12T10:00:00Z, 2026-11-12, today, -2h");
-    command.add_option("--until", options.until, "Last time, in the same forms");
-    command.add_option("--limit", options.limit, "Most results")->check(CLI::PositiveNumber);
-    command.add_flag("--explain", options.explain, "Print the document and run nothing");
-    command.add_option("-o,--output", options.output, "Form of the results")
-        ->check(CLI::IsMember({"ndjson", "json"}))
-        ->capture_default_str();
 }
 
 void AddSettings(CLI::App& app, SettingsOptions& options) {
@@ -57,6 +45,7 @@ int Run(const CLI::App& app, const IngestOptions& ingest, const QueryOptions& qu
 }  // namespace
 
 int main(int argc, char** argv) {
+    OccupyStandardDescriptors();
     CLI::App app("zel: the local store of security events", "zel");
     app.require_subcommand(1);
     app.set_version_flag("--version", ZEL_VERSION);

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "common/countedptr.h"
+#include "common/errorreport.h"
 #include "zelstore/ieventstore.h"
 
 namespace zel {
@@ -19,6 +20,9 @@ struct GlobalOptions {
 // Reads the configuration and tells the host services the store's directory and the settings file.
 // False, with a message, when the configuration can't be used.
 bool ApplyOptions(const GlobalOptions& options);
+
+// What hears the store's error reports since ApplyOptions.
+wm::IErrorReportSink* HostReports() noexcept;
 
 // A started store. Ends it when it goes.
 class StoreSession {
