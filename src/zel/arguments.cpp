@@ -76,4 +76,22 @@ void AddQuery(CLI::App& app, QueryOptions& options) {
         ->check(CLI::IsMember({"ndjson", "json", "table"}));
 }
 
+void AddEnrich(CLI::App& app, EnrichOptions& options) {
+    CLI::App& command = *app.add_subcommand("enrich", "Store enrichments for events");
+    command.footer(
+        "Without --ndjson: KEY is an event's key as `ingest --print-keys` writes it, FILE holds\n"
+        "one JSON value. With it: FILE holds lines {\"key\":\"...\",\"enrichment\":...}.\n"
+        "- or no FILE: standard input.");
+    command.add_option("ARGUMENTS", options.arguments, "KEY [FILE], or with --ndjson [FILE]")
+        ->expected(0, 2)
+        ->check(NotEmpty());
+    CLI::Option* const live =
+        command.add_flag("--live", options.live, "Of the kind that --no-live-enriched leaves out");
+    command
+        .add_flag_callback(
+            "--silent", [] {}, "Of the other kind; this is the default")
+        ->excludes(live);
+    command.add_flag("--ndjson", options.ndjson, "Many, one on each line");
+}
+
 }  // namespace zel

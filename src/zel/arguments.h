@@ -10,5 +10,6 @@ namespace zel {
 
 // The flags of the commands that have many.
 void AddQuery(CLI::App& app, QueryOptions& options);
+void AddEnrich(CLI::App& app, EnrichOptions& options);
 
 }  // namespace zel

@@ -31,6 +31,13 @@ struct QueryOptions {
 };
 int RunQuery(const QueryOptions& options);
 
+struct EnrichOptions {
+    std::vector<std::string> arguments;  // KEY and file, or with ndjson the file alone
+    bool live = false;
+    bool ndjson = false;
+};
+int RunEnrich(const EnrichOptions& options);
+
 struct SettingsOptions {
     std::string key;
     std::string name;

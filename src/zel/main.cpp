@@ -33,11 +33,13 @@ void AddSettings(CLI::App& app, SettingsOptions& options) {
 }
 
 int Run(const CLI::App& app, const IngestOptions& ingest, const QueryOptions& query,
-        const SettingsOptions& settings) {
+        const EnrichOptions& enrich, const SettingsOptions& settings) {
     if (app.got_subcommand("ingest"))
         return RunIngest(ingest);
     if (app.got_subcommand("query"))
         return RunQuery(query);
+    if (app.got_subcommand("enrich"))
+        return RunEnrich(enrich);
     const bool isSet = app.get_subcommand("settings")->got_subcommand("set");
     return isSet ? RunSettingsSet(settings) : RunSettingsGet(settings);
 }
@@ -55,9 +57,11 @@ int main(int argc, char** argv) {
     app.add_flag("-v,--verbose", global.verbose, "Tell what the store reports");
     IngestOptions ingest;
     QueryOptions query;
+    EnrichOptions enrich;
     SettingsOptions settings;
     AddIngest(app, ingest);
     AddQuery(app, query);
+    AddEnrich(app, enrich);
     AddSettings(app, settings);
     try {
         app.parse(argc, argv);
@@ -69,7 +73,7 @@ int main(int argc, char** argv) {
     try {
         if (!ApplyOptions(global))
             return exitCode::usage;
-        return Run(app, ingest, query, settings);
+        return Run(app, ingest, query, enrich, settings);
     } catch (const std::exception& error) {
         Say(std::string("failed: ") + error.what());
         return exitCode::noStore;
