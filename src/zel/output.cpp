@@ -21,13 +21,17 @@ bool Output::Write(std::string_view text) {
 bool Output::Flush() {
     std::string_view left = buffer_;
     while (Usable() && !left.empty()) {
+        if (Interrupted()) {
+            Break(EINTR);  // the reader may never take the rest
+            break;
+        }
         const ssize_t written = ::write(STDOUT_FILENO, left.data(), left.size());
         if (written >= 0) {
             left.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno == EAGAIN) {
             pollfd ready{STDOUT_FILENO, POLLOUT, 0};
             ::poll(&ready, 1, -1);
-        } else if (errno != EINTR || Interrupted()) {
+        } else if (errno != EINTR) {
             Break(errno);
         }
     }
@@ -46,7 +50,7 @@ int Output::Finish(int code) {
         Say(std::string("can't write: ") + std::strerror(error_));
         return exitCode::losses;
     }
-    return state_ == State::closed ? exitCode::done : code;
+    return state_ == State::closed && code != exitCode::interrupted ? exitCode::done : code;
 }
 
 void OccupyStandardDescriptors() {
