@@ -22,9 +22,17 @@ struct QueryOptions {
     std::string document;  // a JSON text, or "-" for standard input; empty: built from the rest
     std::string since;
     std::string until;
-    int limit = -1;
+    bool byReceive = false;
+    // Values of one list are alternatives; all lists that hold something have to fit.
+    std::vector<std::string> actions, objects, actorPaths, targetPaths, patterns, hashes, ips,
+        correlations, typeIds;
+    std::string limit;  // a number; empty: none
+    bool enrichments = false;
+    bool noLiveEnriched = false;
     bool explain = false;
-    std::string output = "ndjson";  // or json
+    std::string output;  // ndjson, json or table; empty: table on a terminal, else ndjson
+    bool showCursor = false;
+    std::string afterCursor;
 };
 int RunQuery(const QueryOptions& options);
 
@@ -48,6 +56,13 @@ struct MonitorOptions {
     std::string output;                             // as above
 };
 int RunMonitor(const MonitorOptions& options);
+
+struct EnrichOptions {
+    std::vector<std::string> arguments;  // KEY and file, or with ndjson the file alone
+    bool live = false;
+    bool ndjson = false;
+};
+int RunEnrich(const EnrichOptions& options);
 
 struct SettingsOptions {
     std::string key;

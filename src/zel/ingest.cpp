@@ -8,6 +8,7 @@
 #include "follow.h"
 #include "linereader.h"
 #include "messages.h"
+#include "output.h"
 #include "recordcheck.h"
 #include "storesession.h"
 
@@ -37,8 +38,8 @@ std::string Name(const std::string& file) {
 class Ingest {
 public:
     // `follower`, which may be null, makes the receive-time keys.
-    Ingest(StoreSession& store, const IngestOptions& options, Follower* follower)
-        : store_(store), options_(options), follower_(follower) {}
+    Ingest(StoreSession& store, const IngestOptions& options, Follower* follower, Output& output)
+        : store_(store), options_(options), follower_(follower), output_(output) {}
 
     // False when the store has stopped to work.
     bool ReadFile(const std::string& file);
@@ -59,6 +60,7 @@ private:
     StoreSession& store_;
     const IngestOptions& options_;
     Follower* const follower_;
+    Output& output_;  // for keys
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::uint64_t taken_ = 0;
     std::uint64_t rejected_ = 0;
@@ -121,7 +123,7 @@ bool Ingest::TakeLine(const std::string& file, std::uint64_t number, const std::
     if (!Check(file, number, keyText, line))
         return true;
     if (options_.printKeys)
-        std::printf("%s\n", keyText.c_str());
+        output_.Write(keyText + "\n");
     if (!Insert(key.Get(), text.Get()) || (options_.receiveRows && !InsertReceiveRow(key.Get())))
         return false;
     ++taken_;
@@ -249,7 +251,8 @@ int RunIngest(const IngestOptions& options) {
     }
     if (options.live || options.follow)
         ZEL::IgnoreResult(store->SetLiveMode(true), "always succeeds");
-    Ingest ingest(store, options, follower);
+    Output output;
+    Ingest ingest(store, options, follower, output);
     const bool works = ReadFiles(ingest, options);
     bool followed = true;
     if (follower != nullptr) {
@@ -264,8 +267,8 @@ int RunIngest(const IngestOptions& options) {
         return exitCode::interrupted;
     if (!works)
         return exitCode::noStore;
-    const bool printed = FlushOutput();
-    return written && followed && printed && !ingest.LostAny() ? exitCode::done : exitCode::losses;
+    const bool isWhole = written && followed && !ingest.LostAny();
+    return output.Finish(isWhole ? exitCode::done : exitCode::losses);
 }
 
 }  // namespace zel

@@ -1,13 +1,10 @@
 #include "messages.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
 namespace zel {
 
@@ -49,15 +46,6 @@ constexpr Meaning meanings[] = {
 
 }  // namespace
 
-bool HasStandardStreams() {
-    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
-        if (::fcntl(stream, F_GETFD) < 0 && errno == EBADF &&
-            ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) != stream)
-            return false;
-    }
-    return true;
-}
-
 void Say(const std::string& text) {
     ClearProgress();
     std::fprintf(stderr, "zel: %s\n", text.c_str());
@@ -84,17 +72,6 @@ void WatchInterrupts() {
     ::sigaction(SIGTERM, &action, nullptr);
     ::sigaction(SIGHUP, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
-}
-
-bool FlushOutput() {
-    errno = 0;
-    const bool flushed = std::fflush(stdout) == 0;
-    if (flushed && std::ferror(stdout) == 0)
-        return true;
-    if (errno == EPIPE)
-        return true;
-    Say(std::string("can't write: ") + (errno != 0 ? std::strerror(errno) : "an earlier failure"));
-    return false;
 }
 
 bool Interrupted() noexcept {

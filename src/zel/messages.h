@@ -16,16 +16,8 @@ inline constexpr int losses = 4;  // done, but with losses or unreadable folders
 inline constexpr int interrupted = 130;
 }  // namespace exitCode
 
-// Gives each standard stream that the caller has closed a place of its own. Without that the next
-// file that is opened would take it, and messages would end up in a database.
-bool HasStandardStreams();
-
 // One line "zel: text".
 void Say(const std::string& text);
-
-// Hands what was printed to the system. False, with a message, when it could not be written; a
-// reader that went away is no failure.
-bool FlushOutput();
 
 // A line that the next one overwrites; only where stderr is a terminal.
 void ShowProgress(const std::string& text);

@@ -1,16 +1,20 @@
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <iostream>
 #include <iterator>
 #include <thread>
 
 #include "commands.h"
 #include "common/eventobject.h"
-#include "common/textbridge.h"
+#include "common/hostservices.h"
+#include "common/lock.h"
+#include "documentcheck.h"
 #include "messages.h"
+#include "querydocument.h"
+#include "resultprinter.h"
 #include "storesession.h"
-#include "timearg.h"
 
 namespace zel {
 
@@ -19,60 +23,14 @@ namespace {
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
-constexpr const char* firstTime = "1601-01-01T00:00:00.000Z";
-
-// Writes results as they come. Lives on the caller's stack: its count is not looked at.
-class Printer final : public ZEL::IQueryCallback {
-public:
-    explicit Printer(bool asArray) : asArray_(asArray) {}
-
-    ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
-        *out = nullptr;
-        return ZEL::TOBERR_NO_INTERFACE;
-    }
-    std::int64_t AddRef() override { return 2; }
-    std::int64_t Release() override { return 1; }
-
-    HRESULT OnQueryResults(HRESULT, ZEL::IValueCollection* results, bool isFinal, bool isComplete,
-                           ZEL::IStringValue*, std::int32_t) override {
-        if (isFinal) {
-            complete_ = isComplete;
-            if (asArray_)
-                std::fputs(count_ == 0 ? "[]\n" : "\n]\n", stdout);
-            return hr::ok;
-        }
-        for (std::size_t i = 0; i < results->Count(); ++i)
-            Print(ToText(results->GetValue(i)));
-        return hr::ok;
-    }
-    std::uint64_t Count() const noexcept { return count_; }
-    bool Complete() const noexcept { return complete_; }
-    bool Closed() const noexcept { return closed_; }
-
-private:
-    void Print(const std::string& text) {
-        const char* const ahead = !asArray_ ? "" : count_ == 0 ? "[\n" : ",\n";
-        ++count_;
-        const bool written = std::fputs(ahead, stdout) >= 0 &&
-                             std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
-                             (asArray_ || std::fputc('\n', stdout) != EOF);
-        closed_ = closed_ || !written;
-    }
-
-    const bool asArray_;
-    std::uint64_t count_ = 0;
-    bool complete_ = true;
-    std::atomic<bool> closed_{false};
-};
-
 // Stops the query when the user or the reader of the output asks for it. One setting stops the walk
 // of one database only, so it is repeated until the query has ended.
 class Stopper {
 public:
-    Stopper(wm::EventObject& stop, const Printer& printer)
+    Stopper(wm::EventObject& stop, const ResultPrinter& printer)
         : thread_([this, &stop, &printer] {
               while (!ended_) {
-                  if (Interrupted() || printer.Closed())
+                  if (!printer.Wanted())
                       stop.Set();
                   std::this_thread::sleep_for(std::chrono::milliseconds(20));
               }
@@ -89,96 +47,137 @@ private:
     std::thread thread_;
 };
 
-bool ReadTime(const char* flag, const std::string& argument, std::string* text) {
-    const auto now =
-        std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-    const TimeArgument time = ParseTimeArgument(argument, now);
-    if (time.ok) {
-        *text = time.text;
-        return true;
+// Stands ahead of the host's report sink while it lives, and counts the rows that the store could
+// not test: it reports each of them.
+class LostRows final : public wm::IErrorReportSink {
+public:
+    LostRows() { wm::SetErrorReportSink(this); }
+    ~LostRows() override { wm::SetErrorReportSink(HostReports()); }
+    LostRows(const LostRows&) = delete;
+    LostRows& operator=(const LostRows&) = delete;
+
+    void OnReport(const wm::ErrorReport& report) override {
+        if (report.Label() == wm::reportLabel::lostRow) {
+            const wm::Hold hold(lock_);
+            if (count_++ == 0 && !report.Details().empty())
+                why_ = report.Details().front().second;
+        }
+        if (HostReports() != nullptr)
+            HostReports()->OnReport(report);
     }
-    Say(std::string(flag) + ": " + time.error + "\n  " + argument + "\n  " +
-        std::string(time.column, ' ') + "^");
-    return false;
-}
 
-bool BuildDocument(const QueryOptions& options, std::string* document) {
-    std::string since = firstTime, until;
-    if (!options.since.empty() && !ReadTime("--since", options.since, &since))
+    // False when there are any.
+    bool Tell() const {
+        const wm::Hold hold(lock_);
+        if (count_ == 0)
+            return true;
+        const bool isCostly = why_.find("complexity") != std::string::npos ||
+                              why_.find("stack space") != std::string::npos;
+        Say(std::to_string(count_) + " row(s) could not be tested: " +
+            (isCostly ? "the pattern is too costly for them; fewer .* help" : why_));
         return false;
-    if (!options.until.empty() && !ReadTime("--until", options.until, &until))
-        return false;
-    const auto side = [](const char* name, const char* op, const std::string& time) {
-        return JsonString(name) + ":{\"operator\":{\"value\":" + JsonString(op) +
-               "},\"value\":" + JsonString(time) + "}";
-    };
-    *document =
-        "{\"event_query\":{\"events\":[{" + side("begin_time", "greater_than_or_equal", since);
-    if (!until.empty())
-        *document += "," + side("end_time", "less_than_or_equal", until);
-    *document += "}],\"limit_result_count\":" + std::to_string(options.limit) + "}}";
-    return true;
-}
+    }
 
-bool GetDocument(const QueryOptions& options, std::string* document) {
+private:
+    mutable wm::Lock lock_;
+    std::uint64_t count_ GUARDED_BY(lock_) = 0;
+    std::string why_ GUARDED_BY(lock_);
+};
+
+bool GetDocument(const QueryOptions& options, web::json::value* document, std::string* problem) {
     if (options.document.empty())
-        return BuildDocument(options, document);
-    if (!options.since.empty() || !options.until.empty() || options.limit >= 0) {
-        Say("a document and --since, --until or --limit exclude each other");
-        return false;
-    }
-    *document = options.document;
-    if (options.document == "-")
-        document->assign(std::istreambuf_iterator<char>(std::cin), {});
-    if (document->empty() || !wm::IsUtf8(*document)) {
-        Say(document->empty() ? "the document is empty" : "the document is not UTF-8");
-        return false;
-    }
-    return true;
+        return BuildDocument(options, document, problem);
+    std::string text = options.document;
+    if (text == "-")
+        text.assign(std::istreambuf_iterator<char>(std::cin), {});
+    return ParseDocument(text, document, problem);
 }
 
-int EndOf(HRESULT result, const Printer& printer, std::uint32_t databaseErrors) {
-    if (Interrupted())
-        return exitCode::interrupted;
+// Tells all that is wrong with the document. False when it is not to be run.
+bool Accepts(const web::json::value& document) {
+    constexpr std::size_t mostTold = 20;
+    const DocumentFindings found = CheckDocument(document);
+    for (std::size_t i = 0; i < found.errors.size() && i < mostTold; ++i)
+        Say(found.errors[i]);
+    if (found.errors.size() > mostTold)
+        Say("and " + std::to_string(found.errors.size() - mostTold) + " more");
+    for (std::size_t i = 0; found.errors.empty() && i < found.warnings.size(); ++i)
+        Say("note: " + found.warnings[i]);
+    return found.errors.empty();
+}
+
+void TellCursor(const QueryOptions& options, const ResultPrinter& printer) {
+    if (!options.showCursor)
+        return;
+    if (!printer.Position().time.empty())
+        Say("cursor " + ToText(printer.Position()));
+    else if (!options.afterCursor.empty())
+        Say("cursor " + options.afterCursor);  // nothing came behind it
+    else
+        Say("no cursor: there was no row with a position");
+}
+
+int EndOf(HRESULT result, const ResultPrinter& printer, bool hasLosses) {
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
         return result == hr::outOfMemory ? exitCode::losses : exitCode::usage;
     }
     if (!printer.Complete())
         Say("the limit has cut results off");
-    // What a reader that went away did not want is no loss.
-    if (databaseErrors > 0 && !printer.Closed())
+    if (hasLosses)
         return exitCode::losses;
     return printer.Count() > 0 ? exitCode::done : exitCode::nothingFound;
 }
 
-}  // namespace
+std::string FormName(const QueryOptions& options) {
+    if (!options.output.empty())
+        return options.output;
+    return ::isatty(STDOUT_FILENO) == 1 ? "table" : "ndjson";
+}
 
-int RunQuery(const QueryOptions& options) {
-    std::string document;
-    if (!GetDocument(options, &document))
-        return exitCode::usage;
-    if (options.explain) {
-        std::printf("%s\n", document.c_str());
-        return exitCode::done;
-    }
-    const auto text = ToValue(document);
+int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) {
+    const auto text = ToValue(plan.document);
     StoreSession store;
-    if (!text || !store.Open(StoreSession::Need::existing))
-        return exitCode::noStore;
     wm::EventObject stop;
-    if (!stop.Create(false, false))
+    if (!text || !stop.Create(false, false) || !store.Open(StoreSession::Need::existing))
         return exitCode::noStore;
-    Printer printer(options.output == "json");
+    const LostRows lostRows;
+    const auto form = MakeResultForm(FormName(options), TerminalColumns());
+    ResultPrinter printer(output, *form, plan, *store);
     HRESULT result = hr::ok;
     {
         const Stopper stopper(stop, printer);
         result = store->Query(text.Get(), &printer, stop.Handle());
     }
-    std::fflush(stdout);
-    // A walk that was stopped counts as a failure of its database, which is no news then.
-    const std::uint32_t errors = Interrupted() || printer.Closed() ? 0 : store.TellDatabaseErrors();
-    return EndOf(result, printer, errors);
+    output.Flush();
+    TellCursor(options, printer);
+    // A walk that was stopped counts as a failure of its database, which is no news then; what a
+    // reader that went away did not want is no loss.
+    if (!printer.Wanted()) {
+        ZEL::IgnoreResult(store->ClearDatabaseErrors(), "a table that was not cleared is told");
+        return Interrupted() ? exitCode::interrupted : exitCode::done;
+    }
+    const bool allTested = lostRows.Tell();
+    const bool allRead = store.TellDatabaseErrors() == 0;
+    return EndOf(result, printer, !allTested || !allRead);
+}
+
+}  // namespace
+
+int RunQuery(const QueryOptions& options) {
+    web::json::value document;
+    std::string problem;
+    if (!GetDocument(options, &document, &problem)) {
+        Say(problem);
+        return exitCode::usage;
+    }
+    if (!Accepts(document))
+        return exitCode::usage;
+    Output output;
+    if (!options.explain)
+        return output.Finish(RunPlan(options, PlanQuery(document), output));
+    output.Write(PrettyDocument(document));
+    return output.Finish(exitCode::done);
 }
 
 }  // namespace zel

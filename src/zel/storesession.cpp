@@ -68,6 +68,8 @@ private:
     const bool verbose_;
 };
 
+wm::IErrorReportSink* hostReports = nullptr;
+
 bool SetToken(const std::string& name, const std::string& value) {
     std::wstring token, wide;
     if (!wm::ToWide("%" + name + "%", token) || !wm::ToWide(value, wide)) {
@@ -142,9 +144,14 @@ bool CheckDirectory(const std::string& directory, StoreSession::Need need) {
 
 }  // namespace
 
+wm::IErrorReportSink* HostReports() noexcept {
+    return hostReports;
+}
+
 bool ApplyOptions(const GlobalOptions& options) {
     static Narrator narrator(options.verbose);
-    wm::SetErrorReportSink(&narrator);
+    hostReports = &narrator;
+    wm::SetErrorReportSink(hostReports);
     wm::SetTraceSink(&narrator);
     if (!options.config.empty() && !ReadConfiguration(options.config))
         return false;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/countedptr.h"
+#include "common/errorreport.h"
 #include "zelstore/ieventstore.h"
 
 namespace zel {
@@ -31,6 +32,9 @@ struct DatabaseError {
     const char* Operation() const;
     std::string Text() const;
 };
+
+// What hears the store's error reports since ApplyOptions.
+wm::IErrorReportSink* HostReports() noexcept;
 
 // A started store. Ends it when it goes.
 class StoreSession {

@@ -10,6 +10,10 @@ namespace {
 using namespace std::chrono;
 using Point = sys_time<milliseconds>;
 
+// What the store's form can say in order.
+constexpr Point firstPoint = sys_days(year(1601) / January / 1);
+constexpr Point lastPoint = sys_days(year(10000) / January / 1) - milliseconds(1);
+
 std::string Format(Point point) {
     const sys_days date = floor<days>(point);
     const year_month_day parts(date);
@@ -87,9 +91,8 @@ TimeArgument ParseDistance(const std::string& argument, Point now) {
     if (unit == std::string::npos)
         return Bad("one of s, m, h, d, w is expected behind the number", at);
     constexpr long long unitSeconds[] = {1, 60, 3600, 86400, 604800};
-    const Point first = sys_days(year(1601) / January / 1);
     const Point point = now - seconds(count * unitSeconds[unit]);
-    return Good(point < first ? first : point);
+    return Good(point < firstPoint ? firstPoint : point);
 }
 
 std::optional<seconds> ParseOffset(Cursor& in) {
@@ -127,13 +130,17 @@ TimeArgument ParseClock(Cursor& in, Point date) {
             return Bad("digits are expected behind the point", in.Column());
         fraction = *read;
     }
+    const std::size_t offsetAt = in.Column();
     const auto offset = ParseOffset(in);
     if (!offset)
         return Bad("Z or an offset such as +02:00 is expected", in.Column());
     if (!in.AtEnd())
         return Bad("nothing is expected behind the time", in.Column());
-    return Good(date + hours(*hour) + minutes(*minute) + seconds(*second) + milliseconds(fraction) -
-                *offset);
+    const Point point = date + hours(*hour) + minutes(*minute) + seconds(*second) +
+                        milliseconds(fraction) - *offset;
+    if (point < firstPoint || point > lastPoint)
+        return Bad("the offset leads out of the years 1601 to 9999", offsetAt);
+    return Good(point);
 }
 
 TimeArgument ParseDate(const std::string& argument) {

@@ -56,6 +56,8 @@ TEST(TimeArgument, PointsAtWhatIsWrong) {
         {"2020-01-01T10:00:00.Z", 20},
         {"2020-01-01T10:00:00Zx", 20},
         {"-99999999999h", 1},
+        {"1601-01-01T00:00:00+00:01", 19},
+        {"9999-12-31T23:59:59.999-00:01", 23},
     };
     for (const auto& row : rows) {
         const TimeArgument time = ParseTimeArgument(row.argument, now);

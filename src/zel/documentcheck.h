@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cpprest/json.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Looks a query document over before it runs. The store takes much that makes no sense, and answers
+// it with no results or with too many; a person is better told.
+namespace zel {
+
+// Parses a document. On failure `problem` tells why, with line, column and a caret.
+bool ParseDocument(std::string_view text, web::json::value* document, std::string* problem);
+
+// Each finding begins with its place, such as event_query.events[0].action[1].
+struct DocumentFindings {
+    std::vector<std::string> errors;    // the document is not to be run
+    std::vector<std::string> warnings;  // what is accepted but has no effect
+};
+DocumentFindings CheckDocument(const web::json::value& document);
+
+// Compiles a pattern as the store does; what is wrong with it, and the byte where.
+struct PatternProblem {
+    std::string what;
+    std::size_t at = 0;
+};
+std::optional<PatternProblem> TryPattern(const std::string& pattern, bool caseSensitive);
+
+// "unknown action "creat"; did you mean "create"?"
+std::string UnknownName(std::string_view what, std::string_view name,
+                        const std::vector<std::string_view>& known);
+std::vector<std::string_view> ActionNames();
+std::vector<std::string_view> ObjectTypeNames();  // those that a record can have
+
+}  // namespace zel

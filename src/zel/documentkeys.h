@@ -1,0 +1,53 @@
+#pragma once
+
+#include <span>
+#include <string_view>
+
+// What a query document may say: the keys of each kind of object, and what each may hold.
+namespace zel {
+
+enum class Shape {
+    anything,  // the store does not read it
+    text,
+    boolean,
+    integer,  // any that fits 32 bits with a sign
+    number,   // unsigned, 32 bits
+    numbers,
+    sessionStates,
+    stringPair,
+    numberPair,
+    datePair,
+    guidPair,
+    existPair,
+    source,
+    artifacts,
+    artifact,
+    actions,
+};
+
+struct DocumentKey {
+    std::string_view name;
+    Shape shape;
+    // Whether it narrows the results: as a condition of a target or a sub-query, or of an actor.
+    enum Effect { none, target, both, actor } effect = none;
+    // Whether * and ? under `equals` turn its values into patterns.
+    bool wildcards = false;
+};
+
+using DocumentKeys = std::span<const DocumentKey>;
+
+DocumentKeys QueryKeys();
+DocumentKeys SubQueryKeys();
+DocumentKeys ArtifactKeys();  // actor, target, result
+
+// A kind of artifact that records and queries can have.
+struct ArtifactKind {
+    std::string_view objectType;
+    DocumentKeys keys;
+    std::string_view pathKey;  // what holds its path; empty without one
+    bool hasHash;
+};
+std::span<const ArtifactKind> ArtifactKinds();
+const ArtifactKind* FindArtifactKind(std::string_view objectType);
+
+}  // namespace zel

@@ -1,0 +1,199 @@
+"""Questions to a store of recorded events, answered a second time by a plain look at the records.
+
+queryoracle.py ZEL RECORDS [-v]
+"""
+import collections
+import json
+import re
+import sys
+
+from zelcommand import Zel, read_records
+
+TYPE_IDS = {"session": 8000, "process": 8001, "module": 8002, "file": 8003, "directory": 8004,
+            "reg_key": 8005, "reg_value": 8006, "network": 8007, "kernel_object": 8009,
+            "etw": 8015, "amsi": 8018, "url": 42}
+
+
+def wildcard(text):
+    """A value with * and ? as a regular expression."""
+    return re.sub(rb"[\\.$^{}\[\]()|+]", lambda m: b"\\" + m[0], text).replace(
+        b"?", b".{1}").replace(b"*", b".*")
+
+
+class Event:
+    """What a query can see of a record: the facts that fit a key, as bytes; None for an absent one."""
+
+    def __init__(self, line):
+        record = json.loads(line)
+        self.line = line
+        self.time = record["begin_time"]["value"]
+        self.sequence = record.get("seq_num", 0)
+        artifacts = record["artifacts"]
+        actor, target = artifacts.get("actor", {}), artifacts["target"]
+        self.object_type = target["object_type"]
+        self.action = min(record["action"])
+        self.type_id = str(TYPE_IDS.get(self.object_type, ""))
+        self.actor_hash, self.target_hash = self.fact(actor, "sha2"), self.fact(target, "sha2")
+        self.actor_path = self.fact(actor, "path", True)
+        self.path = self.fact(target, "name" if self.object_type == "kernel_object" else "path", True)
+        self.source, self.destination = self.fact(target, "src_ip", True), self.fact(target, "dst_ip", True)
+        self.correlation = self.fact(record, "correlation_uid")
+        if self.correlation is not None:
+            self.correlation = self.correlation.upper()
+
+    @staticmethod
+    def fact(owner, name, wildcards=False):
+        values = [value.encode() for value in owner.get(name, {}).get("value", [])]
+        if not values:
+            return None
+        if wildcards and any(b"*" in v or b"?" in v for v in values):
+            values = [wildcard(v) for v in values]
+        # Marks inside a value cut it short, or lose it.
+        text = min(values).split(b"<")[0]
+        return None if b">" in text else text
+
+
+def fits(pattern, text, flags=re.IGNORECASE):
+    return text is not None and re.fullmatch(pattern, text, flags | re.DOTALL) is not None
+
+
+def like(text, *values):
+    return any(fits(wildcard(value.encode()), text) for value in values)
+
+
+def document(*sub_queries, **rest):
+    return [json.dumps({"event_query": {"events": sub_queries, **rest}})]
+
+
+def on(field, operator, values, **more):
+    """A sub-query over all times with one condition on a path."""
+    owner, name = field.split(".")
+    pair = {"operator": {"value": operator, **more.pop("op", {})}, "value": values}
+    kind = {"object_type": more.pop("kind", "process"), name: pair}
+    return {"begin_time": {"value": "1601-01-01T00:00:00.000Z"}, "artifacts": {owner: kind}, **more}
+
+
+def commonest(values):
+    return collections.Counter(v for v in values if v is not None).most_common(1)[0][0]
+
+
+def questions(events):
+    """Name, arguments and the test that says which records are the answer."""
+    both = commonest(e.actor_hash for e in events if e.actor_hash == e.target_hash)
+    actor_only = commonest(e.actor_hash for e in events)
+    uid = commonest(e.correlation for e in events)
+    ip = commonest(e.source for e in events)
+    times = sorted(e.time for e in events)
+    early, late = times[len(times) // 4], times[len(times) // 2]
+    svchost = r"C:\Windows\System32\svchost.exe"
+
+    yield "everything", [], lambda e: True
+    yield "one action", ["--action", "launch"], lambda e: e.action == "launch"
+    yield ("several actions", ["--action", "create", "--action", "delete"],
+           lambda e: e.action in ("create", "delete"))
+    yield ("kinds of target", ["--object", "file", "--object", "network"],
+           lambda e: e.object_type in ("file", "network"))
+    yield "an actor in any letter case", ["--actor-path", svchost.upper()], lambda e: like(e.actor_path, svchost)
+    yield ("wildcards in the actor", ["--actor-path", r"*\powershell*.exe"],
+           lambda e: like(e.actor_path, r"*\powershell*.exe"))
+    yield ("single characters", ["--target-path", r"C:\Windows\System32\???.exe"],
+           lambda e: like(e.path, r"C:\Windows\System32\???.exe"))
+    paths = [r"*\cmd.exe", svchost, r"*.d?l"]
+    yield ("several paths with wildcards", [a for p in paths for a in ("--target-path", p)],
+           lambda e: like(e.path, *paths))
+    pattern = r".*\\(powershell|wmi[a-z]*|reg)(_ise)?\.exe"
+    yield "a regular expression", ["--pattern", pattern], lambda e: fits(pattern.encode(), e.path)
+    for name, value in ("actor and target", both), ("mostly actors", actor_only):
+        yield (f"a hash of {name}", ["--hash", value.decode().lower()],
+               lambda e, v=value: v in (e.actor_hash, e.target_hash))
+    yield "an address", ["--ip", ip.decode()], lambda e: ip in (e.source, e.destination)
+    yield ("addresses with wildcards", ["--ip", "127.*", "--ip", "*:*"],
+           lambda e: like(e.source, "127.*", "*:*") or like(e.destination, "127.*", "*:*"))
+    yield ("event types", ["--type-id", "8001", "--type-id", "42"], lambda e: e.type_id in ("8001", "42"))
+    yield ("a correlation in lower case", ["--correlation", uid.decode().lower()],
+           lambda e: e.correlation == uid)
+    yield ("a time range", ["--since", early, "--until", late], lambda e: early <= e.time <= late)
+    yield ("all kinds of flags together",
+           ["--since", early, "--until", late, "--action", "load", "--action", "create", "--object",
+            "module", "--object", "reg_key", "--actor-path", r"C:\Windows\*"],
+           lambda e: early <= e.time <= late and e.action in ("load", "create")
+           and e.object_type in ("module", "reg_key") and like(e.actor_path, r"C:\Windows\*"))
+    yield ("neither of two", document(on("actor.path", "does_not_contain", ["svchost", "POWERSHELL"])),
+           lambda e: e.actor_path is not None
+           and not re.search(rb"svchost|powershell", e.actor_path, re.IGNORECASE))
+    yield ("not equal, among registry keys",
+           document(on("target.path", "does_not_equal", ["HKLM"], kind="reg_key")),
+           lambda e: e.object_type == "reg_key" and e.path is not None and e.path.upper() != b"HKLM")
+    yield ("letter case that matters",
+           document(on("actor.path", "equals", [svchost], op={"case_insensitive": False})),
+           lambda e: e.actor_path == svchost.encode())
+    yield ("beginnings", document(on("actor.path", "starts_with", ["c:\\windows\\"])),
+           lambda e: e.actor_path is not None and e.actor_path.lower().startswith(b"c:\\windows\\"))
+    yield ("ends", document(on("target.path", "ends_with", [".LOG", ".tmp"], kind="file")),
+           lambda e: e.object_type == "file" and e.path is not None
+           and e.path.lower().endswith((b".log", b".tmp")))
+    yield ("numbers compare as text",
+           document({"begin_time": {"value": "1601-01-01T00:00:00.000Z"},
+                     "type_id": {"operator": {"value": "greater_than"}, "value": [8006]}}),
+           lambda e: e.type_id > "8006")
+    yield ("times without their ends",
+           document({"begin_time": {"operator": {"value": "greater_than"}, "value": early},
+                     "end_time": {"operator": {"value": "less_than"}, "value": late}}),
+           lambda e: early < e.time < late)
+    yield ("sub-queries that overlap",
+           document(on("actor.path", "contains", ["powershell"]),
+                    on("actor.path", "contains", ["windows"], action=["load"])),
+           lambda e: e.actor_path is not None and (b"powershell" in e.actor_path.lower() or
+                                                   (e.action == "load" and b"windows" in e.actor_path.lower())))
+
+
+def ask(zel, events, verbose):
+    for name, arguments, test in questions(events):
+        expected = [e.line for e in events if test(e)]
+        got = zel.rows(*arguments)
+        zel.check(f"{name}: there is an answer", True, len(expected) > 0)
+        zel.check(f"{name}: how many", len(expected), len(got))
+        zel.check(f"{name}: which", sorted(expected), sorted(got))
+        explained = zel.run("query", "--explain", *arguments).stdout
+        zel.check(f"{name}: the document asks the same", got, zel.rows("-", given=explained))
+        if verbose:
+            print(f"{name:34}{len(got):8}")
+
+
+def ask_limits(zel, events):
+    ordered = [e.line for e in sorted(events, key=lambda e: (e.time, e.sequence))]
+    zel.check("events come in the order of time", ordered, zel.rows())
+    zel.check("a limit keeps the first", ordered[:7], zel.rows("--limit", "7"))
+    for arguments in (["--target-path", "*"], ["--ip", "*"], ["--object", "file", "--object", "url"]):
+        everything = zel.rows(*arguments)
+        for limit in (1, 5, len(everything) - 1, len(everything)):
+            zel.check(f"{arguments} up to {limit}", everything[:limit],
+                      zel.rows(*arguments, "--limit", str(limit)))
+
+
+def ask_by_receive(zel, events):
+    expected = [e.line[:-1] + b',"enriched_data":null}' for e in events]
+    zel.check("by receive: the order of arrival", expected, zel.rows("--by", "receive"))
+    got, cursor = [], []
+    while True:
+        page = zel.run("query", "--by", "receive", "--show-cursor", "--limit", str(len(events) // 3), *cursor)
+        if page.returncode == 1:
+            break
+        got += page.stdout.splitlines()
+        cursor = ["--after-cursor", page.stderr.split()[-1].decode()]
+    zel.check("page by page, each row once", expected, got)
+    zel.check("the position stays at the end", cursor[1], page.stderr.split()[-1].decode())
+
+
+def main(program, records, verbose=False):
+    events = [Event(line) for line in read_records(records)]
+    with Zel(program) as zel:
+        zel.check("all is stored", 0, zel.run("ingest", records).returncode)
+        ask(zel, events, verbose)
+        ask_limits(zel, events)
+        ask_by_receive(zel, events)
+        return 1 if zel.failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:3], verbose="-v" in sys.argv))

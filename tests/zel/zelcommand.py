@@ -1,0 +1,48 @@
+"""The program as a person runs it, for the tests of its commands."""
+import lzma
+import os
+import shutil
+import subprocess
+import tempfile
+
+
+class Zel:
+    """One store in a folder of its own, which goes with the object."""
+
+    def __init__(self, program):
+        self.program = program
+        self.folder = tempfile.mkdtemp()
+        self.store = os.path.join(self.folder, "store")
+        self.environment = {k: v for k, v in os.environ.items() if k not in ("ZEL_STORE", "COLUMNS")}
+        self.environment["XDG_CONFIG_HOME"] = os.path.join(self.folder, "config")
+        self.failures = 0
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    def command(self, *arguments):
+        return [self.program, "--store", self.store, *arguments]
+
+    def run(self, *arguments, given=b"", columns=None, **options):
+        """The ended process; stdout and stderr as bytes."""
+        environment = dict(self.environment, **({"COLUMNS": str(columns)} if columns else {}))
+        options.setdefault("stdout", subprocess.PIPE)
+        return subprocess.run(self.command(*arguments), input=given, stderr=subprocess.PIPE,
+                              env=environment, **options)
+
+    def rows(self, *arguments, **options):
+        return self.run("query", *arguments, **options).stdout.splitlines()
+
+    def check(self, what, expected, got):
+        if expected == got:
+            return
+        self.failures += 1
+        print(f"FAILED: {what}\n  expected: {str(expected)[:800]}\n  got:      {str(got)[:800]}")
+
+
+def read_records(file):
+    with (lzma.open if file.endswith(".xz") else open)(file, "rb") as lines:
+        return lines.read().splitlines()
