@@ -118,6 +118,9 @@ HRESULT EventStoreImpl::OpenDatabase() {
 HRESULT EventStoreImpl::EnableQueries() {
     QueryModule& queries = Queries();
     const wm::Hold hold(queries.queryManagerLock);
+    // Queries of the former start may still run. Their callbacks may want this very lock.
+    if (queries.queryManager)
+        queries.queryManager->AbandonAllQueries();
     queries.queryManager = std::make_shared<QueryManager>();
     queries.queriesEnabled = true;
     running_ = true;
@@ -137,6 +140,7 @@ HRESULT EventStoreImpl::Stop() {
         queries.queriesEnabled = false;
         queries.queryManager->StopAllQueries();
     }
+    queries.leaving.CancelAll();
     const HRESULT result = FlushQueues(true);
     if (Failed(result))
         wm::Trace(wm::TraceLevel::error, "the last flush failed", result);

@@ -55,6 +55,10 @@ HRESULT Query::Work::Run() {
     }
     if (Failed(result))
         wm::ReportError(result, "ZEL Query");
+    // An ended query may stay entered for long; it needs none of these any more.
+    store.Reset();
+    callback.Reset();
+    document.Reset();
     return result;
 }
 

@@ -17,6 +17,7 @@ namespace ZEL {
 class Query {
 public:
     Query() = default;
+    ~Query() { Cancel(); }
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
 
@@ -28,7 +29,8 @@ public:
     void Stop() { thread_.Wait(); }
     bool IsRunning() const { return thread_.IsRunning(); }
 
-    // Ends the walk of the database in hand, unless it is paused.
+    // Ends the walk of the database in hand, also a paused one; a paused query then waits again in
+    // the next database.
     void RequestStop() { work_->stopEvent.Set(); }
     // The same, and wakes a paused walk. A query that was cancelled can't be paused again, or the
     // one who waits for its end would wait without end.

@@ -1,14 +1,17 @@
 #include "zelstore/querymanager.h"
 
 #include <atomic>
+#include <new>
 
 #include "common/trace.h"
 
 namespace ZEL {
 
 QueryModule& Queries() noexcept {
-    static QueryModule module;
-    return module;
+    // Never destroyed: what a host has not ended at the process's end is not waited for.
+    alignas(QueryModule) static unsigned char room[sizeof(QueryModule)];
+    static QueryModule* const module = ::new (room) QueryModule;
+    return *module;
 }
 
 QueryId NewQueryId() noexcept {
@@ -25,6 +28,12 @@ void LeavingQueries::Add(std::shared_ptr<Query> query) {
     const wm::Hold hold(lock_);
     std::erase_if(queries_, [](const auto& left) { return !left->IsRunning(); });
     queries_.push_back(std::move(query));
+}
+
+void LeavingQueries::CancelAll() {
+    const wm::Hold hold(lock_);
+    for (const auto& query : queries_)
+        query->Cancel();
 }
 
 void LeavingQueries::WaitAll() {
@@ -112,6 +121,13 @@ void QueryManager::StopAllQueries() {
     accepting_ = false;
     for (const auto& [id, query] : queries_)
         query->Cancel();
+}
+
+void QueryManager::AbandonAllQueries() {
+    const wm::Hold hold(lock_);
+    for (auto& [id, query] : queries_)
+        Queries().leaving.Add(std::move(query));
+    queries_.clear();
 }
 
 void QueryManager::WaitAllQueries() {

@@ -11,17 +11,19 @@
 
 namespace ZEL {
 
-// Queries that were ended by their own callbacks: nobody has waited for their threads yet. The
-// store's shut-down does, so that no thread of the store outlives it.
+// Queries that nobody has waited for: those that their own callbacks ended, and those of a store
+// that was started anew without a shut-down. The next shut-down waits for them, so that no thread
+// of the store outlives it.
 class LeavingQueries {
 public:
     // Forgets those that have left meanwhile.
     void Add(std::shared_ptr<Query> query) EXCLUDES(lock_);
+    void CancelAll() EXCLUDES(lock_);
     // A query on whose thread this is called stays for the next call.
     void WaitAll() EXCLUDES(lock_);
 
 private:
-    wm::Lock lock_;
+    wm::Lock lock_{wm::LockRank::leavingQueries};
     std::vector<std::shared_ptr<Query>> queries_ GUARDED_BY(lock_);
 };
 
@@ -47,6 +49,8 @@ public:
     void StopAllQueries() EXCLUDES(lock_);
     // Waits for all and forgets them.
     void WaitAllQueries() EXCLUDES(lock_);
+    // Leaves all to the next shut-down, without a wait.
+    void AbandonAllQueries() EXCLUDES(lock_);
 
 private:
     using QueryPtr = std::shared_ptr<Query>;

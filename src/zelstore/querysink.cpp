@@ -3,6 +3,7 @@
 #include <leveldb/db.h>
 
 #include <cstdlib>
+#include <new>
 #include <string_view>
 
 #include "common/hostservices.h"
@@ -131,11 +132,9 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
         wm::Trace(wm::TraceLevel::error, "a result can't be added", hr::outOfMemory);
         return RowResult::goOn;
     }
-    if (batch_->Count() >= batchSize) {
-        const RowResult delivered = DeliverFullBatch();
-        if (batch_->Count() != 0)
-            return delivered;
-    }
+    RowResult undelivered = RowResult::goOn;
+    if (batch_->Count() >= batchSize && !DeliverFullBatch(&undelivered))
+        return undelivered;
     ++matchCount_;
     if (options_.limit >= 0 && matchCount_ >= options_.limit) {
         *keepGoing = false;
@@ -144,16 +143,17 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
     return RowResult::goOn;
 }
 
-// Leaves the batch filled when it could not be delivered.
-RowResult QuerySink::DeliverFullBatch() {
+// False when the batch stays filled, with what is to be done then.
+bool QuerySink::DeliverFullBatch(RowResult* otherwise) {
     std::wstring time;
     std::int32_t sequence = 0;
     if (Failed(ExtractCursor(&time, &sequence)))
-        return RowResult::goOn;
+        return false;
+    *otherwise = RowResult::abandonDatabase;
     if (Failed(Deliver(time, sequence)))
-        return RowResult::abandonDatabase;
+        return false;
     batch_->Clear();
-    return RowResult::goOn;
+    return true;
 }
 
 bool QuerySink::IsPastEnd() const {
@@ -200,9 +200,14 @@ std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view ke
         wm::Trace(wm::TraceLevel::verbose, "an event has no enrichments", result);
     if (values.empty())
         return value;
-    joined_.assign(value);
-    AppendEnrichments(joined_, values);
-    return joined_;
+    try {
+        joined_.assign(value);
+        AppendEnrichments(joined_, values);
+        return joined_;
+    } catch (const std::bad_alloc&) {
+        wm::Trace(wm::TraceLevel::error, "enrichments can't be joined", hr::outOfMemory);
+        return value;  // the event itself needs no more memory
+    }
 }
 
 HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
@@ -223,9 +228,13 @@ HRESULT QuerySink::JoinEnrichedEvent(std::string_view value) {
     HRESULT result = ParseReceiveRow(value, &row);
     if (Failed(result))
         return result;
+    joined_.clear();
     result = ReadEvent(row.eventKey, &joined_);
     if (Failed(result))
         return result;
+    // With nothing left to search in, a search succeeds and finds nothing.
+    if (joined_.empty())
+        return hr::notFound;
     SpliceEnrichedData(joined_, row.enrichment);
     return wm::IsUtf8(joined_) ? hr::ok : hr::outOfMemory;
 }

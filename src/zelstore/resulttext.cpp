@@ -25,7 +25,7 @@ void AppendEnrichments(std::string& text, const std::vector<std::string>& values
     std::size_t added = sizeof(",\"enrichments\":[]}");
     for (const std::string& value : values)
         added += value.size() + 1;
-    text.reserve(text.size() + added);  // so that a lack of memory leaves the event whole
+    text.reserve(text.size() + added);  // ahead of the cut, so that a failure leaves the text whole
     if (!CutLastBrace(text))
         return;
     text.append(",\"enrichments\":[");

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "subscriber.h"
 #include "support/fakesettings.h"
 #include "support/storefixture.h"
@@ -190,6 +192,44 @@ TEST(DiskMonitor, ThreadWatchesTheVolumeOfTheStore) {
         monitor.Reset();
         EXPECT_EQ(subscriber->References(), 1) << "the last Release ends the thread";
     }
+}
+
+TEST(DiskMonitor, MayBeEndedByANewSubscriberWhileItAnnounces) {
+    // A volume that is full at every other look.
+    class FickleVolume final : public wm::IFreeSpace {
+    public:
+        FickleVolume() { wm::SetFreeSpace(this); }
+        ~FickleVolume() override { wm::SetFreeSpace(nullptr); }
+        HRESULT AvailableBytes(const std::wstring&, std::uint64_t* bytes) noexcept override {
+            *bytes = looks_++ % 2 == 0 ? 0 : 9999 * megabyte;
+            return hr::ok;
+        }
+
+        void AwaitNextLook() const {
+            for (const std::uint64_t before = looks_; looks_ == before;)
+                std::this_thread::yield();
+        }
+
+    private:
+        std::atomic<std::uint64_t> looks_{0};
+    };
+    FakeSettings settings;
+    test::TempStore store;
+    FickleVolume volume;
+    const auto monitor = MakeMonitor(1);
+    const auto early = Subscriber::Make();
+    ASSERT_EQ(monitor->Subscribe(early.Get()), hr::ok);
+    ASSERT_EQ(monitor->Start(), hr::ok);
+    std::atomic<int> calls{0};
+    const auto ender = Subscriber::Make([&](DiskState) {
+        if (calls++ != 0)
+            return;
+        volume.AwaitNextLook();  // which leads to an announcement
+        EXPECT_EQ(monitor->Stop(), hr::ok);
+        EXPECT_EQ(monitor->Wait(), hr::ok);
+    });
+    EXPECT_EQ(monitor->Subscribe(ender.Get()), hr::ok);
+    EXPECT_EQ(ender->Heard().back(), early->Heard().back()) << "the latest state comes last";
 }
 
 TEST(DiskMonitor, StopWithoutAThreadEndsTheNextOne) {

@@ -181,6 +181,27 @@ TEST_F(EventsQueryTest, CallbacksMayEndTheirQueryAndTheStore) {
     EXPECT_EQ(store->Shutdown(), hr::ok) << "waits for the thread, which still has the callback";
 }
 
+TEST_F(EventsQueryTest, AStoreMayStartAnewBesideAFormerQuery) {
+    Fill(1, 2500);
+    const auto query = component.Query();
+    RecordingCallback got;
+    std::atomic<bool> reached{false}, restarted{false};
+    got.onBatch = [&](std::size_t) {
+        reached = true;
+        while (!restarted)
+            EXPECT_EQ(query->Resume(), hr::ok) << "wants the lock of those who start and stop";
+    };
+    ASSERT_EQ(Start(*query, got), hr::ok);
+    while (!reached)
+        std::this_thread::yield();
+    ASSERT_EQ(store->Stop(), hr::ok);
+    ASSERT_EQ(store->Initialize(), hr::ok);
+    restarted = true;
+    ASSERT_EQ(store->Stop(), hr::ok);
+    EXPECT_EQ(store->Shutdown(), hr::ok) << "waits for the former query, too";
+    EXPECT_EQ(got.ends, 1);
+}
+
 TEST_F(EventsQueryTest, AThrowingCallbackEndsNothing) {
     Fill(1, 250);
     const auto query = component.Query();

@@ -140,6 +140,26 @@ TEST_F(QueryTest, ReceiveTimeRowsAreAFamilyOfTheirOwn) {
     EXPECT_EQ(got_.texts.size(), 1u) << "the walk ends where the other family begins";
 }
 
+TEST_F(QueryTest, RowsWhoseEventIsGoneGetNoOthers) {
+    const auto insert = [&](int i, const std::string& event) {
+        const std::string number = std::to_string(1000000000 + i);
+        ASSERT_EQ(store_.Insert("r<receive_time>" + Time(0) + "<sequence>" + number,
+                                R"({"event_pkey":")" + event + "\"}"),
+                  hr::ok);
+    };
+    for (int i = 0; i < 100; ++i)
+        insert(i, Key(1));
+    insert(100, "p<begin_time>gone");
+    Flush();
+    // With the catalog empty a search succeeds and finds nothing.
+    got_.onBatch = [&](std::size_t) { EXPECT_EQ(store_.core.Shutdown(), hr::ok); };
+    const auto text = test::Str(Query(R"({"receive_time":{"value":"2000"}})"));
+    wm::EventObject stop;
+    ASSERT_TRUE(stop.Create(false, false));
+    EXPECT_EQ(store_.core.Query(text.Get(), &got_, stop.Handle(), nullptr), hr::ok);
+    EXPECT_EQ(got_.batches, (std::vector<std::size_t>{100}));
+}
+
 TEST_F(QueryTest, FaultsEndInOneEndCall) {
     const struct {
         std::string document;

@@ -15,6 +15,7 @@ enum class LockRank : int {
     state = 10,                // EventStoreImpl::stateLock
     queryManagerPointer = 20,  // queryManagerLock
     queryManager = 30,         // the QueryManager's own lock
+    leavingQueries = 32,       // queries that nobody has waited for
     masterDatabase = 35,       // the making of the process's ZelMasterDatabase
     database = 40,             // ZelMasterDatabase::databaseLock
     proxy = 50,                // LevelDbInstanceProxy::lock

@@ -25,8 +25,7 @@ GateRegistry& Registry() {
     return registry;
 }
 
-// A program that reads a folder lets it go soon. To wait for it a little costs less than to refuse
-// a batch, or to leave a folder out of an answer.
+// A program that reads a folder lets it go soon, and to wait for it costs less than a batch.
 constexpr std::chrono::milliseconds patience(1000);
 constexpr std::chrono::milliseconds lookAgain(10);
 
@@ -89,13 +88,19 @@ HRESULT FolderGate::CheckOpen(bool create) const {
         return hr::accessDenied;
     if (!wm::CanOpenFiles(handlesOfADatabase))
         return hr::tooManyOpenFiles;
+    return IsOpenElsewhere() ? hr::sharingViolation : hr::ok;
+}
+
+void FolderGate::AwaitOtherProcess() {
     const auto end = std::chrono::steady_clock::now() + patience;
-    while (IsOpenElsewhere()) {
-        if (std::chrono::steady_clock::now() >= end)
-            return hr::sharingViolation;
+    while (std::chrono::steady_clock::now() < end) {
+        {
+            const wm::Hold hold(lock);
+            if (isOpen_ || !IsOpenElsewhere())
+                return;
+        }
         std::this_thread::sleep_for(lookAgain);
     }
-    return hr::ok;
 }
 
 // Looking at the file would drop the lock of this very process, so only while it has none.

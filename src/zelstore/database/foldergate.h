@@ -40,11 +40,13 @@ public:
     //   0x80004005  it is a symbolic link, or holds no database and `create` is false
     //   0x80070004  this process has no file handles left for a database
     //   0x80070005  a log can't be read, and the library would drop it with its records
-    //   0x80070020  another process has it open, and kept it for as long as this call waited
+    //   0x80070020  another process has it open
     //   0x80070070  a database would have to be made and there is no room
     HRESULT CheckOpen(bool create) const REQUIRES(lock);
     // Whether another process has the folder open; this one must not.
     bool IsOpenElsewhere() const;
+    // Waits a little for another process to let the folder go. Call it under no lock.
+    void AwaitOtherProcess() EXCLUDES(lock);
 
     // Removes the folder unless somebody uses it. Failures are only traced: the folder then comes
     // back as a database at the next start.

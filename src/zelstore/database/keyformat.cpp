@@ -5,6 +5,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "common/textbridge.h"
+
 // A key is a letter and then fields, each written as <name>value with nothing behind it:
 //
 //   primary     p<begin_time>B<sequence>S<object_type>O<action>A  and optional fields
@@ -60,6 +62,14 @@ std::size_t LastMark(const char* text, std::size_t end) noexcept {
     while (end > 0 && text[end - 1] != '<')
         --end;
     return end > 0 ? end - 1 : std::string_view::npos;
+}
+
+// Foreign databases may hold anything. Nearly all values are ASCII, which is told at once.
+bool IsText(std::string_view value) noexcept {
+    unsigned char all = 0;
+    for (const char c : value)
+        all = static_cast<unsigned char>(all | static_cast<unsigned char>(c));
+    return all < 0x80 || wm::IsUtf8(value);
 }
 
 // Takes the last piece off a text.
@@ -159,7 +169,7 @@ HRESULT GetKeyField(const KeyFields& fields, std::string_view name,
         return GetTypeId(fields, value);
     if (const auto found = fields.Find(name)) {
         *value = *found;
-        return hr::ok;
+        return IsText(*found) ? hr::ok : hr::fail;
     }
     return name == "target_type_id" ? GetMissingTargetTypeId(fields, value) : hr::fail;
 }

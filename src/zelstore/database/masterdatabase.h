@@ -64,6 +64,7 @@ private:
 
     // The path and the database for today's writes, or for silent enrichments of `date`. What is
     // given by GetWriteDatabase and ChooseSilentDatabase is marked as being written.
+    void AwaitWriteFolder();
     HRESULT GetWriteDatabase(std::wstring* path, ProxyPtr* proxy);
     HRESULT GetWriteDatabaseLocked(const std::wstring& today, std::wstring* path, ProxyPtr* proxy)
         REQUIRES(databaseLock_);

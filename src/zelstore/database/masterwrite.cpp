@@ -3,6 +3,7 @@
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/boundary.h"
+#include "zelstore/database/foldergate.h"
 #include "zelstore/database/keyformat.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 #include "zelstore/database/masterdatabase.h"
@@ -47,6 +48,7 @@ private:
 
 HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
     return AtBoundary([&] {
+        AwaitWriteFolder();
         std::wstring path;
         ProxyPtr proxy;
         HRESULT result = GetWriteDatabase(&path, &proxy);
@@ -58,6 +60,21 @@ HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
             OnWriteFailure(path, proxy, result);
         return result;
     });
+}
+
+// A folder that this process does not hold yet may be open in a program that reads it.
+void ZelMasterDatabase::AwaitWriteFolder() {
+    std::wstring today;
+    ProxyPtr next;
+    if (Failed(FormatToday(&today)))
+        return;
+    {
+        const wm::HoldExclusive hold(databaseLock_);
+        if (!writeDatabase_ || writeDatabase_->Date() != today)
+            next = FindLocked(today, false);
+    }
+    if (next)
+        FolderGate::For(next->Path())->AwaitOtherProcess();
 }
 
 HRESULT ZelMasterDatabase::GetWriteDatabase(std::wstring* path, ProxyPtr* proxy) {

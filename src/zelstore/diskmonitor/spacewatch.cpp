@@ -11,7 +11,9 @@
 //
 // The state changes behind the calls. Whoever subscribes while it is called hears the former state
 // first; a second round then tells it the new one. Everybody else who comes at that time waits for
-// the end of the calls. So each subscriber hears each state once and the latest one last.
+// the end of the calls. A subscriber's first call is made without a lock, since it may end the
+// monitor; should an announcement overtake it, the state is told once more. So each subscriber
+// hears the latest state last.
 
 namespace ZEL {
 
@@ -36,13 +38,22 @@ HRESULT SpaceWatch::SetThresholds(const MonitorThresholds& thresholds) {
 }
 
 HRESULT SpaceWatch::Subscribe(IMonitorSubscriber* subscriber) {
-    const wm::Hold hold(deliveryLock_);
-    const HRESULT result = subscriptions_.Add(subscriber);
-    if (Failed(result))
-        return result;
-    const auto event = CountedPtr<IMonitorEvent>::Adopt(MakeEvent(state_));
-    subscriptions_.Notify(event.Get(), subscriber);
-    return hr::ok;
+    DiskState told;
+    {
+        const wm::Hold hold(deliveryLock_);
+        const HRESULT result = subscriptions_.Add(subscriber);
+        if (Failed(result))
+            return result;
+        told = state_;
+    }
+    for (;;) {
+        const auto event = CountedPtr<IMonitorEvent>::Adopt(MakeEvent(told));
+        subscriptions_.Notify(event.Get(), subscriber);
+        const wm::Hold hold(deliveryLock_);
+        if (state_ == told || !subscriptions_.IsSubscribed(subscriber))
+            return hr::ok;
+        told = state_;
+    }
 }
 
 void SpaceWatch::Unsubscribe(IMonitorSubscriber* subscriber) {

@@ -54,13 +54,17 @@ void SubscriptionManager::Remove(IMonitorSubscriber* subscriber) {
     std::vector<Subscription> removed;  // released behind the lock
     {
         const wm::HoldExclusive hold(lock_);
-        const auto first = std::stable_partition(
-            subscribers_.begin(), subscribers_.end(),
-            [&](const Subscription& s) { return subscriber != nullptr && s.identity != identity; });
+        if (subscriber == nullptr) {
+            removed.swap(subscribers_);  // needs no memory: destructors come here
+            return;
+        }
+        const auto first =
+            std::stable_partition(subscribers_.begin(), subscribers_.end(),
+                                  [&](const Subscription& s) { return s.identity != identity; });
         removed.assign(std::make_move_iterator(first), std::make_move_iterator(subscribers_.end()));
         subscribers_.erase(first, subscribers_.end());
     }
-    if (subscriber != nullptr && removed.empty())
+    if (removed.empty())
         wm::Trace(wm::TraceLevel::warning, "a subscriber that is not subscribed was removed");
 }
 
