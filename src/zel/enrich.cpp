@@ -175,7 +175,7 @@ bool AddLines(const std::string& file, Enrich& enrich, std::uint64_t* rejected) 
     std::string line, key, enrichment;
     while (!Interrupted()) {
         const LineReader::Status status = reader.Next(&line);
-        if (status == LineReader::Status::failed)
+        if (status == LineReader::Status::failed && !Interrupted())
             reject("can't be read: " + reader.Error());
         if (status == LineReader::Status::failed || status == LineReader::Status::end)
             break;
@@ -218,8 +218,8 @@ bool ReadWhole(const std::string& file, std::string* text) {
     LineReader::Status status = reader.Next(&line);
     for (; status == LineReader::Status::line; status = reader.Next(&line))
         *text += line + "\n";
-    if (status == LineReader::Status::end)
-        return true;
+    if (status == LineReader::Status::end || Interrupted())
+        return !Interrupted();
     Say(file + ": " +
         (status == LineReader::Status::tooLong ? "longer than 64 MiB"
                                                : "can't be read: " + reader.Error()));
@@ -260,7 +260,7 @@ int RunEnrich(const EnrichOptions& options) {
         return exitCode::usage;
     }
     if (!ReadOne(options, &enrichment))
-        return exitCode::usage;
+        return Interrupted() ? exitCode::interrupted : exitCode::usage;
     StoreSession store;
     if (!store.Open(StoreSession::Need::existing))
         return exitCode::noStore;
