@@ -58,7 +58,8 @@ struct MonitorOptions {
 int RunMonitor(const MonitorOptions& options);
 
 struct EnrichOptions {
-    std::vector<std::string> arguments;  // KEY and file, or with ndjson the file alone
+    std::string key;   // with ndjson the file stands here
+    std::string file;  // empty or "-": standard input
     bool live = false;
     bool ndjson = false;
 };

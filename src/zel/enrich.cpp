@@ -175,7 +175,7 @@ bool AddLines(const std::string& file, Enrich& enrich, std::uint64_t* rejected) 
     std::string line, key, enrichment;
     while (!Interrupted()) {
         const LineReader::Status status = reader.Next(&line);
-        if (status == LineReader::Status::failed)
+        if (status == LineReader::Status::failed && !Interrupted())
             reject("can't be read: " + reader.Error());
         if (status == LineReader::Status::failed || status == LineReader::Status::end)
             break;
@@ -195,7 +195,7 @@ bool AddLines(const std::string& file, Enrich& enrich, std::uint64_t* rejected) 
 }
 
 int RunLines(const EnrichOptions& options) {
-    if (options.arguments.size() > 1) {
+    if (!options.file.empty()) {
         Say("with --ndjson the keys stand in the file: enrich --ndjson [FILE]");
         return exitCode::usage;
     }
@@ -204,8 +204,7 @@ int RunLines(const EnrichOptions& options) {
         return exitCode::noStore;
     Enrich enrich(store, options.live);
     std::uint64_t rejected = 0;
-    const bool works =
-        AddLines(options.arguments.empty() ? "-" : options.arguments[0], enrich, &rejected);
+    const bool works = AddLines(options.key.empty() ? "-" : options.key, enrich, &rejected);
     const bool written = store.Close();
     enrich.AwaitNewSequences();
     return Summarise(enrich, rejected, works, written);
@@ -218,8 +217,8 @@ bool ReadWhole(const std::string& file, std::string* text) {
     LineReader::Status status = reader.Next(&line);
     for (; status == LineReader::Status::line; status = reader.Next(&line))
         *text += line + "\n";
-    if (status == LineReader::Status::end)
-        return true;
+    if (status == LineReader::Status::end || Interrupted())
+        return !Interrupted();
     Say(file + ": " +
         (status == LineReader::Status::tooLong ? "longer than 64 MiB"
                                                : "can't be read: " + reader.Error()));
@@ -227,17 +226,12 @@ bool ReadWhole(const std::string& file, std::string* text) {
 }
 
 bool ReadOne(const EnrichOptions& options, std::string* enrichment) {
-    const std::string& key = options.arguments[0];
-    if (key.empty()) {
-        Say("the KEY of an event must not be empty");
-        return false;
-    }
-    const std::string why = wm::IsUtf8(key) ? WhyNoEventKey(key) : "not UTF-8";
+    const std::string why = wm::IsUtf8(options.key) ? WhyNoEventKey(options.key) : "not UTF-8";
     if (!why.empty()) {
-        Say("KEY: " + why + "\n" + PointAt(key, 0));
+        Say("KEY: " + why + "\n" + PointAt(options.key, 0));
         return false;
     }
-    if (!ReadWhole(options.arguments.size() > 1 ? options.arguments[1] : "-", enrichment))
+    if (!ReadWhole(options.file.empty() ? "-" : options.file, enrichment))
         return false;
     if (!wm::IsUtf8(*enrichment)) {
         Say("the enrichment is not UTF-8");
@@ -255,17 +249,17 @@ int RunEnrich(const EnrichOptions& options) {
     if (options.ndjson)
         return RunLines(options);
     std::string enrichment;
-    if (options.arguments.empty()) {
+    if (options.key.empty()) {
         Say("the KEY of an event is missing");
         return exitCode::usage;
     }
     if (!ReadOne(options, &enrichment))
-        return exitCode::usage;
+        return Interrupted() ? exitCode::interrupted : exitCode::usage;
     StoreSession store;
     if (!store.Open(StoreSession::Need::existing))
         return exitCode::noStore;
     Enrich enrich(store, options.live);
-    const bool works = enrich.Add(options.arguments[0], enrichment);
+    const bool works = enrich.Add(options.key, enrichment);
     const bool written = store.Close();
     enrich.AwaitNewSequences();
     return Summarise(enrich, 0, works, written);

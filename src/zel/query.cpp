@@ -1,9 +1,10 @@
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <iostream>
 #include <iterator>
+#include <mutex>
 #include <thread>
 
 #include "commands.h"
@@ -28,23 +29,32 @@ namespace hr = ZEL::hr;
 class Stopper {
 public:
     Stopper(wm::EventObject& stop, const ResultPrinter& printer)
-        : thread_([this, &stop, &printer] {
-              while (!ended_) {
-                  if (!printer.Wanted())
-                      stop.Set();
-                  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-              }
-          }) {}
+        : thread_([this, &stop, &printer] { Watch(stop, printer); }) {}
     ~Stopper() {
-        ended_ = true;
+        {
+            const std::lock_guard<std::mutex> hold(lock_);
+            ended_ = true;
+        }
+        wake_.notify_one();
         thread_.join();
     }
     Stopper(const Stopper&) = delete;
     Stopper& operator=(const Stopper&) = delete;
 
 private:
-    std::atomic<bool> ended_{false};
-    std::thread thread_;
+    void Watch(wm::EventObject& stop, const ResultPrinter& printer) {
+        constexpr auto period = std::chrono::milliseconds(20);
+        std::unique_lock<std::mutex> hold(lock_);
+        while (!wake_.wait_for(hold, period, [this] { return ended_; })) {
+            if (!printer.Wanted())
+                stop.Set();
+        }
+    }
+
+    std::mutex lock_;
+    std::condition_variable wake_;
+    bool ended_ = false;
+    std::thread thread_;  // the last: it uses the others
 };
 
 // Stands ahead of the host's report sink while it lives, and counts the rows that the store could
@@ -167,7 +177,10 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) 
 int RunQuery(const QueryOptions& options) {
     web::json::value document;
     std::string problem;
-    if (!GetDocument(options, &document, &problem)) {
+    const bool isThere = GetDocument(options, &document, &problem);
+    if (Interrupted())
+        return exitCode::interrupted;
+    if (!isThere) {
         Say(problem);
         return exitCode::usage;
     }

@@ -60,7 +60,8 @@ void ValueCheck::Members(const web::json::value& object, DocumentKeys keys, cons
         return;
     const std::string* former = nullptr;  // members are sorted by name
     for (const auto& [name, value] : object.as_object()) {
-        const std::string at = path.empty() ? name : path + "." + name;
+        std::string at = path;
+        at.append(path.empty() ? "" : ".").append(name);
         const DocumentKey* const key = Known(name, keys, at);
         if (former != nullptr && *former == name)
             Error(at, "stands twice");
