@@ -89,6 +89,8 @@ void AddQuery(CLI::App& app, QueryOptions& options) {
             if (option->count() != 0 && document->count() != 0)
                 throw CLI::ExcludesError(option->get_name(), "DOCUMENT");
     });
+    AddText(command, "--machine", options.machine, "FILE",
+            "The machine that paths are meant for, as `machine show` prints one; else this one");
     command.add_flag("--show-cursor", options.showCursor,
                      "Tell the position of the last row at the end, on stderr");
     command.add_flag("--explain", options.explain, "Print the document and run nothing");

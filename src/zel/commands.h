@@ -33,6 +33,7 @@ struct QueryOptions {
     std::string output;  // ndjson, json or table; empty: table on a terminal, else ndjson
     bool showCursor = false;
     std::string afterCursor;
+    std::string machine;  // a file that describes the machine of the paths; empty: this machine
 };
 int RunQuery(const QueryOptions& options);
 

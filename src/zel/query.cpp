@@ -16,6 +16,8 @@
 #include "querydocument.h"
 #include "resultprinter.h"
 #include "storesession.h"
+#include "zelstore/schema/eventquery.h"
+#include "zelstore/schema/keyfields.h"
 
 namespace zel {
 
@@ -172,9 +174,29 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) 
     return EndOf(result, printer, !allTested || !allRead);
 }
 
+// Tells what a row's key is tested for, machine-independent paths made concrete.
+void TellConditions(const web::json::value& document) {
+    ZEL::Schema::EventQuery query;
+    query.FromJson(document);
+    for (std::size_t i = 0; i < query.events.size(); ++i) {
+        ZEL::Schema::FilterMap fields;
+        const HRESULT result = ExtractKeyFields(query.events[i], true, fields);
+        const std::string where = "events[" + std::to_string(i) + "]";
+        if (Failed(result))
+            Say(where + ": " + Describe(static_cast<std::int32_t>(result)));
+        for (const auto& [field, conditions] : fields)
+            for (const auto& [value, op] : conditions)
+                Say(where + " " + field + " " +
+                    utility::conversions::to_utf8string(ZEL::Schema::OperatorTypes().Name(op.op)) +
+                    " " + value);
+    }
+}
+
 }  // namespace
 
 int RunQuery(const QueryOptions& options) {
+    if (!options.machine.empty() && !UseMachine(options.machine))
+        return exitCode::usage;
     web::json::value document;
     std::string problem;
     const bool isThere = GetDocument(options, &document, &problem);
@@ -190,6 +212,8 @@ int RunQuery(const QueryOptions& options) {
     if (!options.explain)
         return output.Finish(RunPlan(options, PlanQuery(document), output));
     output.Write(PrettyDocument(document));
+    if (!options.machine.empty())
+        TellConditions(document);
     return output.Finish(exitCode::done);
 }
 

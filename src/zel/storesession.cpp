@@ -1,15 +1,19 @@
 #include "storesession.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 #include <utility>
 
 #include "common/hostservices.h"
@@ -167,10 +171,30 @@ bool FindStore(StoreSession::Need need, std::string* directory) {
     return StoreDirectory(directory) && CheckDirectory(*directory, need);
 }
 
+namespace {
+
+// Readers of one store take turns. Whoever waits too long goes on all the same, and is told by the
+// store which folders it could not open. -1 when the directory can't be opened.
+int TakeTurn(const std::string& directory) {
+    const int turn = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    constexpr int longestWaitMs = 5000, lookAgainMs = 20;
+    for (int waitedMs = 0; turn >= 0 && waitedMs < longestWaitMs && !Interrupted();
+         waitedMs += lookAgainMs) {
+        if (::flock(turn, LOCK_EX | LOCK_NB) == 0)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(lookAgainMs));
+    }
+    return turn;
+}
+
+}  // namespace
+
 bool StoreSession::Open(Need need) {
     std::string directory;
     if (!FindStore(need, &directory))
         return false;
+    if (need == Need::existing)
+        turn_ = TakeTurn(directory);
     const ZEL::TobResult loaded = wm::LoadInstalledObject(
         L"ZELStore", ZEL::eventStoreObjectId, ZEL::iidEventStore7, store_.ReceiveVoid());
     if (Failed(loaded)) {
@@ -188,6 +212,13 @@ bool StoreSession::Open(Need need) {
 }
 
 bool StoreSession::Close() {
+    const bool isWhole = CloseStore();
+    if (turn_ >= 0)
+        ::close(std::exchange(turn_, -1));
+    return isWhole;
+}
+
+bool StoreSession::CloseStore() {
     if (!store_)
         return true;
     const ZEL::HRESULT stopped = store_->Stop();

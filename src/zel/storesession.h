@@ -47,7 +47,8 @@ public:
     enum class Need { existing, writable };
 
     // Loads the component and starts the store. With `writable` the directory is made (mode 0700)
-    // when it is missing. False, with one message, when any of it fails.
+    // when it is missing; else it waits a little for other readers, since two processes can't have
+    // a folder open at once. False, with one message, when any of it fails.
     bool Open(Need need);
     // Flushes and closes; tells failures. False when something was not written.
     bool Close();
@@ -61,7 +62,10 @@ public:
     ZEL::IEventStore7& operator*() const noexcept { return *store_; }
 
 private:
+    bool CloseStore();
+
     ZEL::CountedPtr<ZEL::IEventStore7> store_;
+    int turn_ = -1;  // a descriptor of the store's directory, locked against other readers
 };
 
 // What the store last said of a record or a document that it did not understand, on this thread.

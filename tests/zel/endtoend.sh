@@ -400,6 +400,8 @@ machine() {
   check "what is shown can be read" "$(sort this.json | tr -d ,)" "$(sort that.json | tr -d ,)"
   sed -n '/^```json/,/^```/p' "$docs/machine.md" | grep -v '^```' >example.json
   check "the documented example" 1 "$(zel machine show --machine example.json | grep -c '"account": "alice"')"
+  run zel query --explain --machine example.json --object file --target-path 'CSIDL_APPDATA\x.exe'
+  check "concrete paths" 'C:\Users\alice\AppData\Roaming\x.exe C:\Users\bob\AppData\Roaming\x.exe' "$(sed -n 's/.* target_path_name equals //p' err | xargs -d '\n')"
   echo '{"users":[{}]}' >bad.json
   run zel machine show --machine bad.json
   check "a bad description" "2 zel: bad.json: users[0]: a user needs a sid" "$code $(cat err)"
