@@ -1,27 +1,38 @@
 #include <gtest/gtest.h>
 
-#include "runningstore.h"
+#include "support/client.h"
+#include "support/storefixture.h"
 
 namespace ZEL {
 namespace {
 
 using test::RecordingCallback;
-using test::RunningStore;
+using test::Str;
 
-// A store with five file events, one a second from 10:00:00 on.
+// A store with five file events, one a second from 10:00:00 on, as a host reaches it.
 class QueryTest : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_EQ(store_.core.Initialize(), hr::ok);
+        ASSERT_EQ(store_->Initialize(), hr::ok);
         AddEvents(5);
+    }
+    void TearDown() override {
+        EXPECT_EQ(store_->Stop(), hr::ok);
+        EXPECT_EQ(store_->Shutdown(), hr::ok);
     }
     void AddEvents(int count) {
         for (int i = 0; i < count; ++i)
-            ASSERT_EQ(store_.Insert(Key(i), Value(i)), hr::ok);
+            Insert(Key(i), Value(i));
         Flush();
     }
+    void Insert(const std::string& key, const std::string& value, bool silent = false) {
+        const auto keyValue = Str(key), text = Str(value);
+        ASSERT_EQ(silent ? store_->InsertSilent(keyValue.Get(), text.Get())
+                         : store_->Insert(keyValue.Get(), text.Get()),
+                  hr::ok);
+    }
     void Flush() {
-        ASSERT_EQ(store_.core.Stop(), hr::ok);  // writes on this thread
+        ASSERT_EQ(store_->Stop(), hr::ok);  // writes on this thread
     }
     static std::string Time(int i) {
         char text[64];
@@ -35,13 +46,7 @@ protected:
     HRESULT Run(const std::string& document) {
         got_ = {};
         got_.batchAnswer = batchAnswer_;
-        wm::EventObject stop;
-        EXPECT_TRUE(stop.Create(false, false));
-        const auto text = test::Str(document);
-        const HRESULT result = store_.core.Query(text.Get(), &got_, stop.Handle(), nullptr);
-        EXPECT_EQ(got_.ends, 1);
-        EXPECT_EQ(got_.endStatus, result);
-        return result;
+        return test::RunQuery(*store_, document, got_);
     }
     static std::string Query(const std::string& subQueries, const std::string& more = "") {
         return R"({"event_query":{"events":[)" + subQueries + "]" + more + "}}";
@@ -50,7 +55,9 @@ protected:
         return R"({"begin_time":{"value":")" + Time(i) + "\"}" + more + "}";
     }
 
-    RunningStore store_;
+    test::TempStore directory_;
+    const test::LoadedComponent component_;
+    const CountedPtr<IEventStore7> store_ = component_.Store();
     RecordingCallback got_;
     HRESULT batchAnswer_ = hr::ok;
 };
@@ -123,14 +130,11 @@ TEST_F(QueryTest, ResultsComeInBatchesOfAHundred) {
 
 TEST_F(QueryTest, ReceiveTimeRowsAreAFamilyOfTheirOwn) {
     for (int i : {1, 2})
-        ASSERT_EQ(
-            store_.Insert("r<receive_time>" + Time(i) + "<sequence>000000000" + std::to_string(i),
-                          R"({"event_pkey":")" + Key(i) + R"(","event_enrichment":{"a":)" +
-                              std::to_string(i) + "}}"),
-            hr::ok);
-    ASSERT_EQ(store_.Insert("r<receive_time>" + Time(3) + "<sequence>0000000003",
-                            R"({"event_pkey":"p<begin_time>gone"})"),
-              hr::ok);
+        Insert("r<receive_time>" + Time(i) + "<sequence>000000000" + std::to_string(i),
+               R"({"event_pkey":")" + Key(i) + R"(","event_enrichment":{"a":)" + std::to_string(i) +
+                   "}}");
+    Insert("r<receive_time>" + Time(3) + "<sequence>0000000003",
+           R"({"event_pkey":"p<begin_time>gone"})");
     Flush();
     EXPECT_EQ(Run(Query(R"({"receive_time":{"value":")" + Time(0) + "\"}}")), hr::ok);
     EXPECT_EQ(got_.texts, (std::vector<std::string>{R"({"n":1,"enriched_data":{"a":1}})",
@@ -143,20 +147,16 @@ TEST_F(QueryTest, ReceiveTimeRowsAreAFamilyOfTheirOwn) {
 TEST_F(QueryTest, RowsWhoseEventIsGoneGetNoOthers) {
     const auto insert = [&](int i, const std::string& event) {
         const std::string number = std::to_string(1000000000 + i);
-        ASSERT_EQ(store_.Insert("r<receive_time>" + Time(0) + "<sequence>" + number,
-                                R"({"event_pkey":")" + event + "\"}"),
-                  hr::ok);
+        Insert("r<receive_time>" + Time(0) + "<sequence>" + number,
+               R"({"event_pkey":")" + event + "\"}");
     };
     for (int i = 0; i < 100; ++i)
         insert(i, Key(1));
     insert(100, "p<begin_time>gone");
     Flush();
     // With the catalog empty a search succeeds and finds nothing.
-    got_.onBatch = [&](std::size_t) { EXPECT_EQ(store_.core.Shutdown(), hr::ok); };
-    const auto text = test::Str(Query(R"({"receive_time":{"value":"2000"}})"));
-    wm::EventObject stop;
-    ASSERT_TRUE(stop.Create(false, false));
-    EXPECT_EQ(store_.core.Query(text.Get(), &got_, stop.Handle(), nullptr), hr::ok);
+    got_.onBatch = [&](std::size_t) { EXPECT_EQ(store_->Shutdown(), hr::ok); };
+    EXPECT_EQ(test::RunQuery(*store_, Query(R"({"receive_time":{"value":"2000"}})"), got_), hr::ok);
     EXPECT_EQ(got_.batches, (std::vector<std::size_t>{100}));
 }
 
@@ -184,7 +184,7 @@ TEST_F(QueryTest, FaultsEndInOneEndCall) {
     }
     EXPECT_EQ(Run(Query(From(3) + R"(,{"seq_num":1})")), hr::invalidArgument);
     EXPECT_EQ(got_.texts.size(), 2u) << "what was delivered stays delivered";
-    EXPECT_EQ(store_.core.Query(nullptr, nullptr, nullptr, nullptr), hr::invalidArgument);
+    EXPECT_EQ(store_->QueryEx(nullptr, nullptr, nullptr, nullptr), hr::invalidArgument);
 }
 
 TEST_F(QueryTest, ConditionsAreTestedOnTheKey) {
@@ -193,7 +193,7 @@ TEST_F(QueryTest, ConditionsAreTestedOnTheKey) {
             0, R"(,"artifacts":{"target":{"object_type":"file","path":{"operator":{"value":")" +
                    op + R"("},"value":[")" + value + R"("]}}})");
     };
-    ASSERT_EQ(store_.Insert(Key(9) + "<target_path_name>C:\\Temp\\Tool.exe", Value(9)), hr::ok);
+    Insert(Key(9) + "<target_path_name>C:\\Temp\\Tool.exe", Value(9));
     Flush();
     const struct {
         std::string subQuery;
@@ -217,8 +217,8 @@ TEST_F(QueryTest, ConditionsAreTestedOnTheKey) {
 TEST_F(QueryTest, EnrichmentsAreSplicedIn) {
     const std::string silent = "<silent_sequence>0000000001<silent_enrichment>1";
     const std::string live = "<silent_sequence>0000000002<silent_enrichment>0";
-    ASSERT_EQ(store_.Insert(Key(1) + silent, R"({"s":1})", true), hr::ok);
-    ASSERT_EQ(store_.Insert(Key(2) + live, R"({"l":2})", true), hr::ok);
+    Insert(Key(1) + silent, R"({"s":1})", true);
+    Insert(Key(2) + live, R"({"l":2})", true);
     Flush();
     const std::string both = ",\"include_enrichments\":true,\"no_live_enriched_events\":true";
     EXPECT_EQ(Run(Query(From(0), ",\"include_enrichments\":true")), hr::ok);
