@@ -113,7 +113,7 @@ std::int64_t ReleaseObject(T* object, CTobThreadSafeRefCount& count, const Objec
     if (left != 0)
         return left;
     const CountedPtr<ITobBase> owner = own.Share();
-    delete static_cast<ITobBaseImpl<CTobThreadSafeRefCount>*>(object);
+    delete object;
     if (owner)
         IgnoreResult(static_cast<IObjectOwner*>(owner.Get())->ReleaseModule(ModuleHandle()),
                      "the object is gone, nobody is left to be told");
@@ -148,7 +148,7 @@ public:
                 return TOBERR_OUT_OF_MEMORY;
             const TobResult result = object->QueryInterface(iid, out);
             if (Failed(result)) {
-                delete static_cast<ITobBaseImpl<CTobThreadSafeRefCount>*>(object);
+                delete object;
                 return result;
             }
             if (owner != nullptr)

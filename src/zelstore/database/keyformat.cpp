@@ -113,7 +113,7 @@ HRESULT GetMissingTargetTypeId(const KeyFields& fields, std::string_view* value)
 HRESULT FamilyPrefix(std::int32_t family, std::string* prefix) {
     if (family != familyPrimary && family != familyReceive)
         return hr::invalidArgument;
-    *prefix = family == familyPrimary ? "p" : "r";
+    prefix->assign(1, family == familyPrimary ? 'p' : 'r');
     return hr::ok;
 }
 
