@@ -83,8 +83,11 @@ void CEnvironmentVariableBroker::SynthesiseUserVariables(const wm::MachineUser& 
         Enter(user, L"LOGONSERVER", L"\\\\" + value);
         Enter(user, L"COMPUTERNAME", value);
     }
-    Enter(user, L"USERDOMAIN", user.domain);
-    Enter(user, L"USERNAME", user.account);
+    // An account that can't be looked up has neither; what is kept for the logon then holds.
+    if (!user.domain.empty())
+        Enter(user, L"USERDOMAIN", user.domain);
+    if (!user.account.empty())
+        Enter(user, L"USERNAME", user.account);
     for (const FolderVariable& variable : folderVariables)
         if (machine_.Folder(variable.folder, value))
             Enter(user, variable.name, value);
@@ -101,18 +104,16 @@ void CEnvironmentVariableBroker::SynthesiseProfileVariables(const wm::MachineUse
     if (!profile.empty())
         Enter(user, L"USERPROFILE", profile);
     std::wstring local;
-    const bool hasLocal = FolderOfUser(machine_, user, localAppData, local);
-    if (hasLocal)
+    if (FolderOfUser(machine_, user, localAppData, local)) {
         Enter(user, L"LOCALAPPDATA", local);
-    // Without drives there are neither parts of a path by drive nor a folder named in that style.
+        Enter(user, L"TEMP", local + L"\\Temp");
+        Enter(user, L"TMP", local + L"\\Temp");
+    }
+    // A profile on a share, say, has no drive to be told apart.
     if (profile.size() < driveLength || profile[1] != L':')
         return;
     Enter(user, L"HOMEDRIVE", profile.substr(0, driveLength));
     Enter(user, L"HOMEPATH", profile.substr(driveLength));
-    if (!hasLocal)
-        return;
-    Enter(user, L"TEMP", local + L"\\Temp");
-    Enter(user, L"TMP", local + L"\\Temp");
 }
 
 int CEnvironmentVariableBroker::LookupUserVariable(const std::wstring& sid,

@@ -14,15 +14,19 @@ constexpr const wchar_t* machineVariables[] = {
     L"SystemDrive",
     L"SystemRoot",
     L"windir",
+    L"ComSpec",
+    L"COMPUTERNAME",
     L"ProgramData",
     L"ALLUSERSPROFILE",
     L"PUBLIC",
     L"ProgramFiles",
     L"ProgramFiles(x86)",
     L"ProgramFiles(Arm)",
+    L"ProgramW6432",
     L"CommonProgramFiles",
     L"CommonProgramFiles(x86)",
     L"CommonProgramFiles(Arm)",
+    L"CommonProgramW6432",
 };
 
 // Writes indented JSON from the outside in.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <memory>
 #include <thread>
 
@@ -57,10 +56,12 @@ std::string KeyOfPosition(const FollowPosition& position) {
            std::string(sequenceLength - std::min(sequenceLength, digits.size()), '0') + digits;
 }
 
-// Takes the batches of one run. The position moves with each batch that is out of the house.
+// Takes the batches of one run. The position moves with each batch that is out of the house, and
+// stays once a batch was refused: later folders still tell, and would leave out what is behind it.
 class Follower::Printer final : public ZEL::IQueryCallback {
 public:
-    explicit Printer(Follower& follower) : follower_(follower) {}
+    explicit Printer(Follower& follower)
+        : follower_(follower), knownObstacles_(follower.failures_.Obstacles()) {}
 
     ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
         *out = nullptr;
@@ -74,40 +75,62 @@ public:
                            ZEL::IStringValue* resumeTime, std::int32_t resumeSequence) override {
         if (isFinal)
             return hr::ok;
-        const std::string time = ToText(resumeTime);
-        // Of a walk that is stopped later databases still tell, which would leave out its rest.
-        if (!follower_.works_ || follower_.closing_ || time.size() != timeLength)
-            return hr::fail;
-        if (!PrintAll(*results)) {
-            follower_.works_ = false;
-            return hr::fail;
-        }
-        follower_.printed_ += results->Count();
-        const FollowPosition reached{time, static_cast<std::uint32_t>(resumeSequence)};
-        follower_.position_ = std::max(follower_.position_, reached);
-        follower_.works_ = follower_.SavePosition();
-        return follower_.works_ ? hr::ok : hr::fail;
+        const FollowPosition reached{ToText(resumeTime),
+                                     static_cast<std::uint32_t>(resumeSequence)};
+        whole_ = whole_ && Take(*results, reached);
+        if (!whole_)
+            follower_.failures_.SetRefusing(true);
+        return whole_ ? hr::ok : hr::fail;
     }
 
+    // Whether all rows were seen, once the query has ended.
+    bool SawAll() const { return whole_ && !MetObstacle(); }
+
 private:
-    static bool PrintAll(ZEL::IValueCollection& results) {
-        for (std::size_t i = 0; i < results.Count(); ++i) {
-            const std::string text = ToText(results.GetValue(i)) + "\n";
-            if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
-                return false;
-        }
-        return std::fflush(stdout) == 0;
+    // Whether a folder could not be read, so that rows in front of the batch may be missing.
+    bool MetObstacle() const {
+        follower_.failures_.Look();
+        return follower_.failures_.Obstacles() != knownObstacles_;
+    }
+
+    bool Take(ZEL::IValueCollection& results, const FollowPosition& reached) {
+        if (follower_.closing_ || Interrupted() || reached.time.size() != timeLength ||
+            MetObstacle())
+            return false;
+        follower_.works_ = PrintAll(results);
+        if (!follower_.works_)
+            return false;
+        follower_.printed_ += results.Count();
+        follower_.position_ = std::max(follower_.position_, reached);
+        follower_.works_ = follower_.SavePosition();
+        return follower_.works_;
+    }
+
+    bool PrintAll(ZEL::IValueCollection& results) {
+        for (std::size_t i = 0; i < results.Count(); ++i)
+            follower_.output_.Write(ToText(results.GetValue(i)) + "\n");
+        if (follower_.output_.Flush())
+            return true;
+        if (!Interrupted())
+            Say("events can't be printed any more");
+        return false;
     }
 
     Follower& follower_;
+    const std::uint64_t knownObstacles_;
+    bool whole_ = true;
 };
 
-Follower::Follower(StoreSession& store, std::string positionFile)
-    : store_(store), positionFile_(std::move(positionFile)) {}
+Follower::Follower(StoreSession& store, std::string positionFile, Output& output)
+    : store_(store), failures_(store), positionFile_(std::move(positionFile)), output_(output) {}
 
-Follower* Follower::Start(StoreSession& store, const std::string& positionFile) {
-    std::unique_ptr<Follower> fresh(new Follower(store, positionFile));
-    if (!fresh->stop_.Create(true, false) || !fresh->LoadPosition())
+Follower* Follower::Start(StoreSession& store, const std::string& positionFile, Output& output) {
+    std::unique_ptr<Follower> fresh(new Follower(store, positionFile, output));
+    if (!fresh->stop_.Create(true, false)) {
+        Say("following can't start: " + Describe(static_cast<std::int32_t>(hr::outOfMemory)));
+        return nullptr;
+    }
+    if (!fresh->LoadPosition())
         return nullptr;
     Follower* const follower = fresh.release();  // the job keeps it
     // Rows that an earlier process left behind come first; new keys stand behind them.
@@ -115,7 +138,6 @@ Follower* Follower::Start(StoreSession& store, const std::string& positionFile) 
         follower->Close();
         return nullptr;
     }
-    follower->lastKey_ = std::max(follower->lastKey_, follower->position_);
     return follower;
 }
 
@@ -194,6 +216,7 @@ std::string Follower::NextKey() {
         Say("a receive-time key can't be made: " + Describe(static_cast<std::int32_t>(made)));
         return "";
     }
+    const std::lock_guard lock(keysMutex_);
     if (!(lastKey_ < next))
         next = {lastKey_.time, lastKey_.sequence + 1};
     lastKey_ = next;
@@ -207,34 +230,59 @@ bool Follower::Drain() {
 }
 
 bool Follower::DrainLocked() {
-    if (closed_ || !works_)
+    // To read opens the folders, which makes files anew in each: not without need.
+    if (closed_ || !works_ || !MayLackLocked())
         return works_;
+    failures_.Look();
     const auto document = ToValue(NewRowsQuery(position_));
     Printer printer(*this);
     const HRESULT result = store_->Query(document.Get(), &printer, stop_.Handle());
-    if (Failed(result))
+    complete_ = printer.SawAll() && Succeeded(result);
+    failures_.SetRefusing(false);
+    if (Failed(result) && result != lastResult_)
         Say("new rows can't be read: " + Describe(static_cast<std::int32_t>(result)));
+    lastResult_ = result;
+    const std::lock_guard lock(keysMutex_);
+    lastKey_ = std::max(lastKey_, position_);
     return works_;
+}
+
+// Whether there may be rows that were not printed.
+bool Follower::MayLackLocked() {
+    const std::lock_guard lock(keysMutex_);
+    return !complete_ || (hasGivenKeys_ && position_ < lastKey_);
 }
 
 // A row that was written while the job's last run was past it waits for the next run; here all
 // rows are known, so it is asked for.
 bool Follower::AwaitAll() {
+    using Clock = std::chrono::steady_clock;
     constexpr auto pause = std::chrono::milliseconds(500);
     constexpr auto longestWait = std::chrono::seconds(30);  // the store writes each 10 s
-    const auto end = std::chrono::steady_clock::now() + longestWait;
-    while (!Interrupted() && std::chrono::steady_clock::now() < end) {
+    FollowPosition reached;
+    auto end = Clock::now() + longestWait;
+    while (!Interrupted()) {
+        bool sawAll = true;
         {
             const std::lock_guard lock(mutex_);
             if (!DrainLocked())
                 return false;
-            if (!hasGivenKeys_ || !(position_ < lastKey_))
+            if (!MayLackLocked())
                 return true;
+            if (reached < position_) {
+                reached = position_;
+                end = Clock::now() + longestWait;
+            }
+            sawAll = complete_;
+        }
+        if (Clock::now() >= end) {
+            Say(std::string(sawAll ? "not all rows have reached the disk"
+                                   : "not all rows can be read") +
+                "; the next run goes on with them");
+            return false;
         }
         std::this_thread::sleep_for(pause);
     }
-    if (!Interrupted())
-        Say("not all rows have reached the disk; the next run goes on with them");
     return false;
 }
 
@@ -242,6 +290,8 @@ void Follower::Close() {
     closing_ = true;
     stop_.Set();
     const std::lock_guard lock(mutex_);
+    if (!closed_)
+        failures_.Settle();
     closed_ = true;
 }
 

@@ -7,6 +7,8 @@
 #include <tuple>
 
 #include "common/jobmanager.h"
+#include "output.h"
+#include "storefailures.h"
 #include "storesession.h"
 
 namespace zel {
@@ -28,22 +30,24 @@ std::string KeyOfPosition(const FollowPosition& position);
 // run reads the rows behind the position that the former one reached, prints the events and puts
 // the new position into a file, so that a later process goes on there. Printed and then noted: a
 // process that is killed in between prints its last batch again, one that ends in order prints
-// nothing twice.
+// nothing twice. Rows that can't be read for now keep those behind them waiting.
 //
 // Runs come on the job's thread, Drain may be called by any. Lives until the process ends, since a
 // run may come late; such a run finds the follower closed.
 class Follower {
 public:
     // Without a file following begins with the rows that come from now on. Null, with a message,
-    // when the job can't be had or the position can't be read or kept.
-    static Follower* Start(StoreSession& store, const std::string& positionFile);
+    // when the job can't be had, the position can't be read or kept, or what former processes left
+    // can't be printed. `output` is the follower's until Close.
+    static Follower* Start(StoreSession& store, const std::string& positionFile, Output& output);
 
     // The key for the next row: a fresh one, or when the clock has been set back the next behind
-    // the last. Empty, with a message, when none can be made.
+    // the last. Empty, with a message, when none can be made. Never waits for a run.
     std::string NextKey();
 
-    // Reads and prints what is on the disk by now. False when that is not possible any more: the
-    // reader of the output went away, or the position can't be kept.
+    // Reads and prints what is on the disk by now, if anything may be missing. False when that is
+    // not possible any more: the reader of the output went away or stalls beyond an interrupt, or
+    // the position can't be kept.
     bool Drain();
     // Waits for all rows that got a key here to be printed. False when rows are missing.
     bool AwaitAll();
@@ -51,18 +55,21 @@ public:
     // process.
     void Close();
     std::uint64_t Printed();
+    StoreFailures& Failures() noexcept { return failures_; }
 
 private:
     class Printer;
 
-    Follower(StoreSession& store, std::string positionFile);
+    Follower(StoreSession& store, std::string positionFile, Output& output);
     bool Register();
     bool Schedule();
     bool LoadPosition();
     bool SavePosition();
     bool DrainLocked();
+    bool MayLackLocked();
 
     StoreSession& store_;
+    StoreFailures failures_;
     const std::string positionFile_;
     std::wstring widePositionFile_;
     wm::EventObject stop_;
@@ -70,13 +77,16 @@ private:
 
     // Held for a whole run: runs and drains exclude each other.
     std::mutex mutex_;
+    Output& output_;
     FollowPosition position_;
     bool closed_ = false;
     bool works_ = true;
+    bool complete_ = false;  // the last drain met no obstacle
+    ZEL::HRESULT lastResult_ = ZEL::hr::ok;
     std::uint64_t printed_ = 0;
     std::atomic<bool> closing_{false};
 
-    // Of the thread that inserts.
+    std::mutex keysMutex_;  // behind mutex_
     FollowPosition lastKey_;
     bool hasGivenKeys_ = false;
 };

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <thread>
@@ -45,7 +46,7 @@ public:
     bool ReadFile(const std::string& file);
     void Summarise() const;
     bool CanNotWrite() const noexcept { return unwritten_; }
-    bool LostAny() const noexcept { return rejected_ + replaced_ > 0 || unwritten_; }
+    bool LostAny() const noexcept { return rejected_ + replaced_ > 0 || unwritten_ || unread_; }
 
 private:
     bool TakeLine(const std::string& file, std::uint64_t number, const std::string& line);
@@ -60,12 +61,13 @@ private:
     StoreSession& store_;
     const IngestOptions& options_;
     Follower* const follower_;
-    Output& output_;  // for keys
+    Output& output_;  // for keys, unless there is a follower
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::uint64_t taken_ = 0;
     std::uint64_t rejected_ = 0;
     std::uint64_t replaced_ = 0;
     bool unwritten_ = false;
+    bool unread_ = false;
     RepeatedKeys keys_;
 };
 
@@ -147,9 +149,14 @@ bool Ingest::Check(const std::string& file, std::uint64_t number, const std::str
 // The store drops a batch that it can't write, so there is no point in handing it more.
 bool Ingest::WritesFail(const std::string& file, std::uint64_t number) {
     constexpr std::uint32_t read = 2;
-    for (const DatabaseError& error : store_.TakeDatabaseErrors()) {
-        Say(error.Text());
-        unwritten_ = unwritten_ || error.operation != read;
+    if (follower_ != nullptr) {
+        follower_->Failures().Look();
+        unwritten_ = follower_->Failures().WritesFailed();
+    } else {
+        for (const DatabaseError& error : store_.TakeDatabaseErrors()) {
+            Say(error.Text());
+            (error.operation == read ? unread_ : unwritten_) = true;
+        }
     }
     if (unwritten_)
         Say("stopped at " + Name(file) + ":" + std::to_string(number) +
@@ -232,6 +239,34 @@ std::string PositionFile(const IngestOptions& options) {
                : "";
 }
 
+// The end when following could not begin, so that nothing was taken.
+int EndWithoutFollower(Output& output) {
+    if (Interrupted())
+        return exitCode::interrupted;
+    if (output.Usable())
+        return exitCode::noStore;
+    output.Finish(exitCode::losses);
+    return exitCode::losses;
+}
+
+// No run of the job reaches the output or the store once they go, whatever ends the work on them.
+struct FollowerEnd {
+    Follower* const follower;
+    ~FollowerEnd() {
+        if (follower != nullptr)
+            follower->Close();
+    }
+};
+
+// False when rows could not be read.
+bool TellFollowed(Follower& follower) {
+    Say(std::to_string(follower.Printed()) + " event(s) printed");
+    const std::uint64_t unreadable = follower.Failures().Unreadable();
+    if (unreadable > 0)
+        Say(std::to_string(unreadable) + " failure(s) to read: not all rows could be printed");
+    return unreadable == 0;
+}
+
 }  // namespace
 
 int RunIngest(const IngestOptions& options) {
@@ -243,15 +278,16 @@ int RunIngest(const IngestOptions& options) {
     StoreSession store;
     if (!store.Open(StoreSession::Need::writable))
         return exitCode::noStore;
+    Output output;
     Follower* follower = nullptr;
     if (options.follow) {
-        follower = Follower::Start(store, PositionFile(options));
+        follower = Follower::Start(store, PositionFile(options), output);
         if (follower == nullptr)
-            return exitCode::noStore;
+            return EndWithoutFollower(output);
     }
+    const FollowerEnd end{follower};
     if (options.live || options.follow)
         ZEL::IgnoreResult(store->SetLiveMode(true), "always succeeds");
-    Output output;
     Ingest ingest(store, options, follower, output);
     const bool works = ReadFiles(ingest, options);
     bool followed = true;
@@ -262,13 +298,14 @@ int RunIngest(const IngestOptions& options) {
     const bool written = store.Close();
     ingest.Summarise();
     if (follower != nullptr)
-        Say(std::to_string(follower->Printed()) + " event(s) printed");
+        followed = TellFollowed(*follower) && followed;
     if (Interrupted())
         return exitCode::interrupted;
     if (!works)
         return exitCode::noStore;
     const bool isWhole = written && followed && !ingest.LostAny();
-    return output.Finish(isWhole ? exitCode::done : exitCode::losses);
+    const int code = isWhole ? exitCode::done : exitCode::losses;
+    return std::max(code, output.Finish(code));  // a reader that went away hides no loss
 }
 
 }  // namespace zel

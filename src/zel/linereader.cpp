@@ -2,12 +2,15 @@
 
 #include <fcntl.h>
 #include <lzma.h>
+#include <poll.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include "messages.h"
 
 namespace zel {
 
@@ -45,15 +48,26 @@ public:
 
 private:
     long ReadDescriptor(char* buffer, std::size_t size, std::string* error) {
-        for (;;) {
-            const ssize_t got = ::read(descriptor_, buffer, size);
-            if (got >= 0)
-                return got;
-            if (errno == EINTR)
-                return 0;  // an interrupt ends the reading
-            *error = std::strerror(errno);
-            return -1;
+        if (!AwaitInput())
+            return 0;  // an interrupt ends the reading
+        const ssize_t got = ::read(descriptor_, buffer, size);
+        if (got >= 0)
+            return got;
+        if (errno == EINTR)
+            return 0;
+        *error = std::strerror(errno);
+        return -1;
+    }
+
+    // Waits until there is something to read, or a failure to be told. False when interrupted.
+    bool AwaitInput() const {
+        pollfd waits[] = {{descriptor_, POLLIN, 0}, {InterruptDescriptor(), POLLIN, 0}};
+        while (!Interrupted()) {
+            const int ready = ::poll(waits, std::size(waits), -1);
+            if (ready < 0 ? errno != EINTR : waits[0].revents != 0)
+                return true;
         }
+        return false;
     }
 
     const int descriptor_;

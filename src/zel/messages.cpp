@@ -1,7 +1,9 @@
 #include "messages.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -11,9 +13,14 @@ namespace zel {
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
+int interruptPipe[2] = {-1, -1};
 
+// Any thread may be the one that is interrupted, also just ahead of a wait: the pipe reaches all.
 void OnInterrupt(int) {
+    const int before = errno;
     interrupted = 1;
+    if (::write(interruptPipe[1], "", 1) < 0)
+        errno = before;  // it is full of them
 }
 
 bool StderrIsTerminal() {
@@ -66,6 +73,8 @@ bool WantsTable(const std::string& output) {
 }
 
 void WatchInterrupts() {
+    if (::pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        interruptPipe[0] = interruptPipe[1] = -1;
     struct sigaction action {};
     action.sa_handler = OnInterrupt;
     ::sigaction(SIGINT, &action, nullptr);
@@ -76,6 +85,10 @@ void WatchInterrupts() {
 
 bool Interrupted() noexcept {
     return interrupted != 0;
+}
+
+int InterruptDescriptor() noexcept {
+    return interruptPipe[0];
 }
 
 std::string Describe(std::int32_t result) {

@@ -30,6 +30,8 @@ bool WantsTable(const std::string& output);
 // Set by SIGINT, SIGTERM and SIGHUP once WatchInterrupts has run.
 void WatchInterrupts();
 bool Interrupted() noexcept;
+// Can be read from then on, for those who poll; -1 when there is none. Not to be read or closed.
+int InterruptDescriptor() noexcept;
 
 // "0x80004005" and, for the codes that people meet, what they mean.
 std::string Describe(std::int32_t result);

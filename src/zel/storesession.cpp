@@ -241,11 +241,10 @@ std::string DatabaseError::Text() const {
            ", the last: " + Describe(lastResult);
 }
 
-std::vector<DatabaseError> StoreSession::TakeDatabaseErrors() {
-    std::vector<DatabaseError> errors;
+bool StoreSession::ReadDatabaseErrors(std::vector<DatabaseError>* errors) const {
     CountedPtr<ZEL::IValueCollection> list;
     if (Failed(store_->GetDatabaseErrors(list.Receive())) || !list)
-        return errors;
+        return false;
     for (std::size_t i = 0; i < list->Count(); ++i) {
         ZEL::IValueRecord& record = *list->GetRecord(i);
         DatabaseError error;
@@ -255,9 +254,15 @@ std::vector<DatabaseError> StoreSession::TakeDatabaseErrors() {
         record.GetNumber(2, &error.count);
         record.GetNumber(3, &result);
         error.lastResult = static_cast<std::int32_t>(result);
-        errors.push_back(std::move(error));
+        errors->push_back(std::move(error));
     }
-    ZEL::IgnoreResult(store_->ClearDatabaseErrors(), "taken already");
+    return true;
+}
+
+std::vector<DatabaseError> StoreSession::TakeDatabaseErrors() {
+    std::vector<DatabaseError> errors;
+    if (ReadDatabaseErrors(&errors))
+        ZEL::IgnoreResult(store_->ClearDatabaseErrors(), "taken already");
     return errors;
 }
 

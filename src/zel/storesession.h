@@ -31,6 +31,7 @@ struct DatabaseError {
 
     const char* Operation() const;
     std::string Text() const;
+    friend bool operator==(const DatabaseError&, const DatabaseError&) = default;
 };
 
 // What hears the store's error reports since ApplyOptions.
@@ -53,7 +54,9 @@ public:
     // Flushes and closes; tells failures. False when something was not written.
     bool Close();
 
-    // What the store's table of errors holds; clears it.
+    // What the store's table of errors holds. False when it can't be read.
+    bool ReadDatabaseErrors(std::vector<DatabaseError>* errors) const;
+    // The same; clears the table.
     std::vector<DatabaseError> TakeDatabaseErrors();
     // The same, told; the number of failures, walks that damaged data ended early included.
     std::uint32_t TellDatabaseErrors();

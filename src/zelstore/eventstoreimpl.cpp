@@ -95,7 +95,7 @@ HRESULT EventStoreImpl::StartJobController() {
     if (factory)
         jobController_ = CountedPtr<IZELJobController>::Adopt(factory());
     else
-        jobController_ = CountedPtr<IZELJobController>(new CJobWorkerController());
+        jobController_ = CountedPtr<IZELJobController>(new (std::nothrow) CJobWorkerController());
     if (!jobController_)
         return hr::unexpected;
     const HRESULT result = jobController_->Initialize();

@@ -43,7 +43,8 @@ TEST(Described, StandsInForTheMachineItDescribes) {
                                            L"%USERNAME%",        L"%TEMP%\\x",
                                            L"CSIDL_DRIVE\\x",    L"%SystemRoot%",
                                            L"%USERDOMAIN%",      L"CSIDL_SYSTEM_DRIVE\\x",
-                                           L"%LOGONSERVER%"};
+                                           L"%LOGONSERVER%",     L"%ProgramW6432%",
+                                           L"%COMPUTERNAME%",    L"%ComSpec%"};
         for (const FolderToken& row : FolderTokenTable())
             paths.push_back(std::wstring(L"CSIDL_") + row.name + L"\\x");
         for (const std::wstring& path : paths)

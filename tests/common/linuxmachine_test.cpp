@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -62,6 +63,16 @@ TEST(LinuxMachine, UsersNameTheirOwnDirectories) {
         EXPECT_TRUE(FindUserDirectory(home, folder, &path));
         EXPECT_EQ(path, expected);
     }
+    // The file is the user's to choose; nothing that holds up its reader is read.
+    const std::filesystem::path file = home / ".config/user-dirs.dirs";
+    std::filesystem::remove(file);
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    EXPECT_TRUE(FindUserDirectory(home, 0x0D, &path));
+    EXPECT_EQ(path, home / "Music");
+    std::filesystem::remove(file);
+    std::filesystem::create_symlink("/dev/zero", file);
+    EXPECT_TRUE(FindUserDirectory(home, 0x0D, &path));
+    EXPECT_EQ(path, home / "Music");
     EXPECT_FALSE(FindUserDirectory(home, 0x24, &path));
     EXPECT_FALSE(FindUserDirectory("", 0x28, &path));
     std::filesystem::remove_all(home);

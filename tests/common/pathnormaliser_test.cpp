@@ -254,6 +254,21 @@ TEST(Broker, WorksOutWhatALogonWould) {
     EXPECT_EQ(broker.LookupUserVariable(test::bobSid, L"Own", value), 0) << "another user's";
 }
 
+TEST(Broker, UnknownFactsGiveNoVariables) {
+    WindowsMachine machine;
+    machine.users[0].account.clear();
+    machine.users[0].domain.clear();
+    machine.users[1].profileFolder = L"\\\\server\\profiles\\bob";
+    CEnvironmentVariableBroker broker(machine);
+    std::wstring value;
+    EXPECT_EQ(broker.LookupUserVariable(test::aliceSid, L"USERNAME", value), 1);
+    EXPECT_EQ(value, L"another") << "what is stored holds";
+    EXPECT_EQ(broker.LookupUserVariable(test::aliceSid, L"USERDOMAIN", value), 0);
+    EXPECT_EQ(broker.LookupUserVariable(test::bobSid, L"HOMEDRIVE", value), 0) << "a share";
+    EXPECT_EQ(broker.LookupUserVariable(test::bobSid, L"TMP", value), 1);
+    EXPECT_EQ(value, L"\\\\server\\profiles\\bob\\AppData\\Local\\Temp");
+}
+
 TEST(Broker, KnowsWhereVariablesComeFrom) {
     WindowsMachine machine;
     machine.users[0].source = wm::VariableSource::session;

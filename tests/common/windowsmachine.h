@@ -94,6 +94,9 @@ public:
     std::map<std::wstring, std::wstring> variables = {
         {L"CommonProgramFiles(Arm)", L"C:\\Program Files (Arm)\\Common Files"},
         {L"ProgramFiles(Arm)", L"C:\\Program Files (Arm)"},
+        {L"ProgramW6432", L"C:\\Program Files"},
+        {L"ComSpec", L"C:\\Windows\\system32\\cmd.exe"},
+        {L"COMPUTERNAME", L"DESK"},
         {L"SystemRoot", L"C:\\Windows"}};
     std::vector<wm::MachineUser> users = {
         {aliceSid,

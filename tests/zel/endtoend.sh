@@ -205,6 +205,16 @@ interrupt() {
   local taken
   taken=$(sed -n 's/^zel: \([0-9]*\) record(s) taken.*/\1/p' err)
   check "what was taken is stored" "$taken $taken" "$(zel query | wc -l) $(wc -l <keys)"
+
+  # Whichever thread hears of it, the one that reads does.
+  mkfifo idle
+  exec 4<>idle
+  "$bin/zel" --store store ingest - <&4 2>err &
+  ingest=$!
+  until [ "$(ls /proc/$ingest/task | wc -l)" -gt 1 ] && grep -q '^State:.S' /proc/$ingest/status; do sleep 0.05; done
+  python3 -c "import ctypes; ctypes.CDLL(None).tgkill($ingest, $(ls /proc/$ingest/task | sort -n | tail -n 1), 15)"
+  wait $ingest
+  check "interrupted on another thread" 130 "$?"
 }
 
 bytes() { find store -type f -printf '%s\n' | awk '{ n += $1 } END { print n + 0 }'; }
@@ -389,6 +399,66 @@ follow() {
   check "a position that is none" "3 1" "$code $(grep -c 'zel.position: this is no position' err)"
   run zel ingest --follow --print-keys - </dev/null
   check "what excludes each other" 2 "$code"
+}
+
+# The rows of a folder that can't be read for now come first all the same, once it can.
+followobstacle() {
+  local holder
+  records 1 10 | zel ingest 2>/dev/null
+  mv "store/$(date -u +%Y%m%d)" store/20200101
+  echo 'r<receive_time>2020-01-01T00:00:00.000Z<sequence>0000000000' >store/zel.position
+  python3 -c 'import fcntl, sys, time
+lock = open("store/20200101/LOCK", "r+")
+fcntl.lockf(lock, fcntl.LOCK_EX)
+open("locked", "w")
+sys.stdin.read()' < <(while [ ! -e free ]; do sleep 0.05; done) &
+  holder=$!
+  until [ -e locked ]; do sleep 0.05; done
+  "$bin/zel" --store store ingest --follow - < <(records 11 20) >out 2>err &
+  local ingest=$!
+  until grep -qs '20200101.*in use by another process' err; do sleep 0.05; done
+  touch free
+  wait $holder $ingest
+  check "an obstacle that passed is no loss" 0 "$?"
+  check "each record once, in order" "$(records 1 20)" "$(sed 's/,"enriched_data":null}$/}/' out)"
+  # Reading opens a folder, which makes its log anew; the former one stays beside it.
+  local log
+  log=$(md5sum <store/20200101/LOG)
+  run zel ingest --follow - </dev/null
+  check "who has nothing to do reads once" "0 $log" "$code $(md5sum <store/20200101/LOG.old)"
+  echo garbage >store/20200101/CURRENT
+  run zel ingest --follow - < <(record 21)
+  check "damage holds nothing up and is a loss" "4 1 1" "$code $(wc -l <out) $(grep -c '^zel: folder 20200101: .*is not printed' err)"
+}
+
+# A reader of the output that stalls, or a full device, costs no record and holds no end up.
+followstall() {
+  mkfifo pipe stalled
+  exec 5<>stalled
+  head -c 65536 /dev/zero >&5
+  "$bin/zel" --store store ingest --follow pipe >stalled 2>err &
+  local ingest=$! taken
+  exec 3>pipe
+  records 1 600 >&3
+  # The job prints as soon as the first batch is on the disk.
+  until [ "$(cat store/2*/*.log 2>/dev/null | wc -c)" -gt 60000 ]; do sleep 0.05; done
+  kill -TERM $ingest
+  wait $ingest
+  check "ended" 130 "$?"
+  exec 3>&-
+  taken=$(sed -n 's/^zel: \([0-9]*\) record(s) taken.*/\1/p' err)
+  check "what was taken is stored" "$taken" "$(zel query | wc -l)"
+  cp store/2*/LOG before
+  "$bin/zel" --store store ingest --follow - >stalled 2>err </dev/null &
+  ingest=$!
+  until ! cmp -s before store/2*/LOG; do sleep 0.05; done
+  kill -TERM $ingest
+  wait $ingest
+  check "ended at the start" 130 "$?"
+  run bash -c "'$bin/zel' --store store ingest --follow - >/dev/full </dev/null"
+  check "a full device" "4 1" "$code $(grep -c "^zel: can't write: No space left on device" err)"
+  run zel ingest --follow - </dev/null
+  check "all comes at last" "0 $taken" "$code $(wc -l <out)"
 }
 
 machine() {

@@ -3,6 +3,7 @@
 #include "support/client.h"
 #include "support/failingmemory.h"
 #include "support/storefixture.h"
+#include "zelstore/jobs/countedevent.h"
 
 namespace ZEL {
 namespace {
@@ -54,17 +55,47 @@ TEST(Memory, WithoutItNothingEndsTheProcess) {
     });
 }
 
+TEST(Memory, JobsKeepWhatTheyHad) {
+    CountedPtr<IJobManager> manager;
+    CountedPtr<IJob> job;
+    CountedPtr<IJobDefinition> definition;
+    ASSERT_EQ(wm::OpenJobManager(manager.Receive()), TOB_OK);
+    ASSERT_EQ(manager->GetJob(storeJobId, job.Receive()), hr::ok);
+    HRESULT result = hr::ok;
+    const auto without = [&](int allowed, auto&& operation) {
+        const test::FailingMemory memory(allowed);
+        result = operation();
+    };
+    without(0, [&] { return job->SetTriggerValue(0, jobTrigger::makeUp, {{1, 0, 0}}); });
+    EXPECT_EQ(result, hr::outOfMemory);
+    ASSERT_EQ(job->SetTriggerValue(0, jobTrigger::makeUp, {{1, 0, 0}}), hr::ok);
+    without(1, [&] { return job->Save(); });
+    EXPECT_EQ(result, hr::outOfMemory);
+    without(0, [&] { return job->Reschedule(9, 9, jobRescheduleBoth); });
+    EXPECT_EQ(result, hr::outOfMemory);
+    JobTriggerValue value;
+    ASSERT_EQ(manager->GetDefinition(storeJobId, definition.Receive()), hr::ok);
+    ASSERT_EQ(definition->GetTriggerValue(0, jobTrigger::makeUp, &value), hr::ok);
+    EXPECT_EQ(value.part[0], 0u);
+    ASSERT_EQ(job->Save(), hr::ok);
+    ASSERT_EQ(job->Start(0), hr::ok);
+}
+
 TEST(Memory, WaitsNeedNone) {
     wm::EventObject first, second;
     ASSERT_TRUE(first.Create(false, false) && second.Create(false, false));
     const HANDLE handles[] = {first.Handle(), second.Handle()};
     second.Set();
+    CountedEvent counted;
+    ASSERT_TRUE(counted.Create());
     const test::FailingMemory memory(0);
     const std::uint32_t set = wm::WaitForAny(2, handles, wm::waitForever);
     const std::uint32_t none = wm::WaitForAny(2, handles, 1);
+    const HRESULT behind = counted.WaitBehind(7, nullptr);
     const bool failed = memory.Failed();
     EXPECT_EQ(set, 1u);
     EXPECT_EQ(none, wm::waitTimedOut);
+    EXPECT_EQ(behind, hr::ok);
     EXPECT_FALSE(failed);
 }
 

@@ -1,5 +1,7 @@
 #include "job.h"
 
+#include "guarded.h"
+
 namespace wmjobmgr {
 
 using ZEL::HRESULT;
@@ -68,8 +70,8 @@ HRESULT Job::StartLocked() {
                 return hr::ok;
             }))
             return hr::threadNotStarted;
-        thread_.SetName("ZEL Job");
         looping_ = true;
+        thread_.SetName("ZEL Job");
     }
     active_ = true;
     queued_ = true;
@@ -111,39 +113,46 @@ HRESULT Job::GetTriggerValue(std::uint32_t trigger, std::uint32_t value,
 
 HRESULT Job::SetTriggerValue(std::uint32_t trigger, std::uint32_t value,
                              const ZEL::JobTriggerValue& in) {
-    const wm::Hold hold(lock_);
-    if (trigger >= working_.triggers.size())
-        return hr::notFound;
-    working_.triggers[trigger].Set(value, in);
-    return hr::ok;
+    return Guarded([&] {
+        const wm::Hold hold(lock_);
+        if (trigger >= working_.triggers.size())
+            return hr::notFound;
+        working_.triggers[trigger].Set(value, in);
+        return hr::ok;
+    });
 }
 
 HRESULT Job::Save() {
-    {
-        const wm::Hold hold(lock_);
-        stored_ = working_;
-        ScheduleLocked(stored_.triggers.front(), true);
-    }
-    listener_.OnScheduleChanged();
-    return hr::ok;
+    return Guarded([&] {
+        {
+            const wm::Hold hold(lock_);
+            Definition saved = working_;
+            stored_ = std::move(saved);
+            ScheduleLocked(stored_.triggers.front(), true);
+        }
+        listener_.OnScheduleChanged();
+        return hr::ok;
+    });
 }
 
 HRESULT Job::Reschedule(std::uint32_t periodSeconds, std::uint32_t delaySeconds,
                         std::uint32_t mode) {
     if (mode != ZEL::jobRescheduleBoth || periodSeconds == 0)
         return hr::invalidArgument;
-    Trigger moved;
-    moved.Set(jobTrigger::kind, {{jobTrigger::periodic, 0, 0}});
-    moved.Set(jobTrigger::period, {{periodSeconds, 0, 0}});
-    moved.Set(jobTrigger::delay, {{delaySeconds, 0, 0}});
-    {
-        const wm::Hold hold(lock_);
-        for (const std::uint32_t value : {jobTrigger::windowFrom, jobTrigger::windowTo})
-            moved.Set(value, stored_.triggers.front().Get(value));
-        ScheduleLocked(moved, true);
-    }
-    listener_.OnScheduleChanged();
-    return hr::ok;
+    return Guarded([&] {
+        Trigger moved;
+        moved.Set(jobTrigger::kind, {{jobTrigger::periodic, 0, 0}});
+        moved.Set(jobTrigger::period, {{periodSeconds, 0, 0}});
+        moved.Set(jobTrigger::delay, {{delaySeconds, 0, 0}});
+        {
+            const wm::Hold hold(lock_);
+            for (const std::uint32_t value : {jobTrigger::windowFrom, jobTrigger::windowTo})
+                moved.Set(value, stored_.triggers.front().Get(value));
+            ScheduleLocked(moved, true);
+        }
+        listener_.OnScheduleChanged();
+        return hr::ok;
+    });
 }
 
 void Job::SetFunction(const wchar_t* name, const Function& function) {
@@ -185,9 +194,33 @@ void Job::MakeUpLocked() {
     ZEL::IgnoreResult(StartLocked(), "the thread that would be started is the one that asks");
 }
 
+// The run is over however it ends, or nobody could ever start the job again.
+class Job::RunEnd {
+public:
+    explicit RunEnd(Job& job) : job_(job) {}
+    ~RunEnd() {
+        const wm::Hold hold(job_.lock_);
+        job_.status_ = status;
+        job_.active_ = false;
+    }
+    RunEnd(const RunEnd&) = delete;
+    RunEnd& operator=(const RunEnd&) = delete;
+
+    std::int32_t status = ZEL::jobStatus::failed;
+
+private:
+    Job& job_;
+};
+
 void Job::Run() {
     for (;;) {
-        RunOnce();
+        const HRESULT result = Guarded([this] {
+            const std::int32_t end = RunOnce();
+            listener_.OnStatus(id_, end);
+            return hr::ok;
+        });
+        if (Failed(result))
+            wm::Trace(wm::TraceLevel::error, "a job's run ended early", result);
         const wm::Hold hold(lock_);
         MakeUpLocked();
         looping_ = active_;
@@ -196,7 +229,8 @@ void Job::Run() {
     }
 }
 
-void Job::RunOnce() {
+std::int32_t Job::RunOnce() {
+    RunEnd end(*this);
     Function function;
     {
         const wm::Hold hold(lock_);
@@ -212,13 +246,9 @@ void Job::RunOnce() {
     } catch (...) {
         result = hr::unexpected;
     }
-    const std::int32_t end = Failed(result) ? ZEL::jobStatus::failed : ZEL::jobStatus::ended;
-    {
-        const wm::Hold hold(lock_);
-        status_ = end;
-        active_ = false;
-    }
-    listener_.OnStatus(id_, end);
+    if (Succeeded(result))
+        end.status = ZEL::jobStatus::ended;
+    return end.status;
 }
 
 }  // namespace wmjobmgr

@@ -71,8 +71,10 @@ public:
 private:
     Job(const ZEL::GUID& id, std::wstring name, IListener& listener)
         : id_(id), listener_(listener), name_(std::move(name)) {}
+    class RunEnd;
     void Run();
-    void RunOnce();
+    // The status that the run ended with.
+    std::int32_t RunOnce();
     ZEL::HRESULT StartLocked() REQUIRES(lock_);
     void ScheduleLocked(const Trigger& trigger, bool isFirst) REQUIRES(lock_);
     void MakeUpLocked() REQUIRES(lock_);

@@ -1,4 +1,5 @@
 #include "common/hostservices.h"
+#include "guarded.h"
 #include "jobs.h"
 
 namespace ZEL {
@@ -85,16 +86,6 @@ private:
     ObjectOwnership owner_;
     const Definition definition_;
 };
-
-// Nothing is thrown across the interface.
-template <typename Body>
-HRESULT Guarded(Body&& body) noexcept {
-    try {
-        return body();
-    } catch (...) {
-        return hr::outOfMemory;
-    }
-}
 
 class JobManager final : public IJobManager,
                          public IJobRegistry,

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "guarded.h"
+
 namespace wmjobmgr {
 
 using ZEL::CountedPtr;
@@ -23,6 +25,7 @@ constexpr KnownJob knownJobs[] = {
 
 // The thread's sleep is not told of time that the system slept through.
 constexpr std::uint64_t longestSleepMs = 60000;
+constexpr std::uint64_t retryMs = 1000;
 
 }  // namespace
 
@@ -164,10 +167,14 @@ void Jobs::Tell(const Change& change) {
 std::uint32_t Jobs::RunDueJobs() {
     const std::uint64_t nowMs = wm::Clock().TickCount64();
     std::uint64_t sleepMs = longestSleepMs;
-    for (const CountedPtr<Job>& job : All())
-        if (const auto dueMs = job->RunWhenDue(nowMs))
-            sleepMs = std::min(sleepMs, *dueMs > nowMs ? *dueMs - nowMs : 0);
-    return static_cast<std::uint32_t>(sleepMs);
+    const HRESULT result = Guarded([&] {
+        for (const CountedPtr<Job>& job : All())
+            if (const auto dueMs = job->RunWhenDue(nowMs))
+                sleepMs = std::min(sleepMs, *dueMs > nowMs ? *dueMs - nowMs : 0);
+        return hr::ok;
+    });
+    // Want of memory passes; without this thread no job would ever fall due again.
+    return static_cast<std::uint32_t>(Failed(result) ? retryMs : sleepMs);
 }
 
 }  // namespace wmjobmgr

@@ -1,7 +1,7 @@
 #include "zelstore/jobs/countedevent.h"
 
-#include <algorithm>
 #include <thread>
+#include <utility>
 
 #include "common/trace.h"
 
@@ -11,17 +11,20 @@
 
 namespace ZEL {
 
-// Stands in the list of waiters while it lives. Both ends are under the lock.
+// Stands in the list of waiters while it lives. Both ends are under the lock. The list runs through
+// the waiters themselves, so that a wait needs no memory.
 class CountedEvent::Registration {
 public:
     Registration(CountedEvent& event, std::uint64_t known) : event_(event), known_(known) {
         const wm::Hold hold(event_.lock_);
-        event_.waiters_.push_back(known_);
+        next_ = std::exchange(event_.waiters_, this);
     }
     ~Registration() {
         const wm::Hold hold(event_.lock_);
-        const auto mine = std::find(event_.waiters_.begin(), event_.waiters_.end(), known_);
-        event_.waiters_.erase(mine);
+        Registration** place = &event_.waiters_;
+        while (*place != this)
+            place = &(*place)->next_;
+        *place = next_;
         event_.PassOnLocked();
     }
     Registration(const Registration&) = delete;
@@ -36,9 +39,14 @@ public:
         return false;
     }
 
+    // For who holds the event's lock.
+    std::uint64_t Known() const noexcept { return known_; }
+    const Registration* Next() const noexcept { return next_; }
+
 private:
     CountedEvent& event_;
     const std::uint64_t known_;
+    Registration* next_ = nullptr;
 };
 
 bool CountedEvent::Create() {
@@ -66,9 +74,11 @@ std::uint64_t CountedEvent::Count() const {
 }
 
 void CountedEvent::PassOnLocked() {
-    if (std::any_of(waiters_.begin(), waiters_.end(),
-                    [this](std::uint64_t known) REQUIRES(lock_) { return known != count_; }))
-        event_.Set();
+    for (const Registration* waiter = waiters_; waiter != nullptr; waiter = waiter->Next())
+        if (waiter->Known() != count_) {
+            event_.Set();
+            return;
+        }
 }
 
 HRESULT CountedEvent::WaitBehind(std::uint64_t known, HANDLE cancel) {

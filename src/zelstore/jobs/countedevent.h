@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "common/eventobject.h"
 #include "common/lock.h"
@@ -33,7 +32,7 @@ private:
     mutable wm::Lock lock_{wm::LockRank::leaf};
     wm::EventObject event_;
     std::uint64_t count_ GUARDED_BY(lock_) = 0;
-    std::vector<std::uint64_t> waiters_ GUARDED_BY(lock_);  // what each of them knew
+    Registration* waiters_ GUARDED_BY(lock_) = nullptr;
 };
 
 }  // namespace ZEL

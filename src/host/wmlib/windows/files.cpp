@@ -104,13 +104,12 @@ bool IsLockedByAnotherProcess(const std::string& file) noexcept {
     return !opened.IsOpen() && ::GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
-bool AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
+std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
     ULARGE_INTEGER available{};
-    if (::GetDiskFreeSpaceExW(WidePath(path).c_str(), &available, nullptr, nullptr) == 0 &&
-        ::GetDiskFreeSpaceExW(nullptr, &available, nullptr, nullptr) == 0)
-        return false;
+    if (::GetDiskFreeSpaceExW(WidePath(path).c_str(), &available, nullptr, nullptr) == 0)
+        return LastError();
     *bytes = available.QuadPart;
-    return true;
+    return {};
 }
 
 }  // namespace wm::platform

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "common/result.h"
+
+namespace wmjobmgr {
+
+// Runs the body of an operation. Nothing is thrown across an interface; what is thrown here is
+// want of memory.
+template <typename Body>
+ZEL::HRESULT Guarded(Body&& body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return ZEL::hr::outOfMemory;
+    }
+}
+
+}  // namespace wmjobmgr
