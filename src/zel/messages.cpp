@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -12,13 +13,14 @@ namespace zel {
 
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
+std::atomic<bool> interrupted{false};  // lock-free, so a handler may set it
+static_assert(std::atomic<bool>::is_always_lock_free);
 int interruptPipe[2] = {-1, -1};
 
 // Any thread may be the one that is interrupted, also just ahead of a wait: the pipe reaches all.
 void OnInterrupt(int) {
     const int before = errno;
-    interrupted = 1;
+    interrupted = true;
     if (::write(interruptPipe[1], "", 1) < 0)
         errno = before;  // it is full of them
 }
@@ -84,7 +86,7 @@ void WatchInterrupts() {
 }
 
 bool Interrupted() noexcept {
-    return interrupted != 0;
+    return interrupted;
 }
 
 int InterruptDescriptor() noexcept {
