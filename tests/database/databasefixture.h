@@ -104,6 +104,10 @@ protected:
     }
     void SetUp() override { Restart(); }
 
+    void Put(const std::string& folder, const RecordBatch& rows) {
+        LevelDbInstanceProxy writer(store.Folder(folder));
+        ASSERT_EQ(writer.Write(rows), hr::ok);
+    }
     HRESULT Write(int count = 1) {
         RecordBatch batch = Rows(count);
         return db->WriteRecords(batch);

@@ -36,6 +36,7 @@ public:
     }
     HRESULT OnMonitorEvent(IMonitorEvent* event) override {
         const DiskState state = event->GetState();
+        latest = CountedPtr<IMonitorEvent>(event);
         {
             const std::lock_guard hold(mutex_);
             heard_.push_back(state);
@@ -58,6 +59,7 @@ public:
 
     std::function<void(DiskState)> onEvent;
     bool answers = true;
+    CountedPtr<IMonitorEvent> latest;
 
 private:
     explicit Subscriber(std::function<void(DiskState)> call) : onEvent(std::move(call)) {}

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "support/storefixture.h"
 
@@ -106,27 +104,6 @@ TEST(IncomingQueue, ReportsFullnessOnceInHalfAnHourForAllQueues) {
     clock.SetTick(3600002);
     Fill(second);
     EXPECT_EQ(reports.Count(), 2u);
-}
-
-TEST(IncomingQueue, ManyProducersAndOneConsumerLoseNothing) {
-    IncomingQueue queue;
-    constexpr int producers = 4, each = 3000;
-    std::vector<std::thread> threads;
-    for (int p = 0; p < producers; ++p)
-        threads.emplace_back([&queue, p] {
-            for (int i = 0; i < each; ++i)
-                EXPECT_EQ(Enqueue(queue, Key(p * each + i)).result, hr::ok);
-        });
-    BatchList taken;
-    for (int i = 0; i < 100; ++i)
-        EXPECT_EQ(queue.DequeueBatches(taken, i % 2 == 0), hr::ok);
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(queue.DequeueBatches(taken, true), hr::ok);
-    std::size_t records = 0;
-    for (const auto& batch : taken)
-        records += batch->Size();
-    EXPECT_EQ(records, static_cast<std::size_t>(producers * each));
 }
 
 }  // namespace
