@@ -3,23 +3,20 @@
 #include <thread>
 
 #include "subscriber.h"
-#include "support/fakesettings.h"
-#include "support/storefixture.h"
-#include "zelstore/diskmonitor/diskspacemonitor.h"
 #include "zelstore/diskmonitor/monitorsettings.h"
 
 namespace ZEL {
 namespace {
 
-using test::FakeFreeSpace;
 using test::FakeSettings;
+using test::megabyte;
 using test::States;
 using test::Subscriber;
 using test::toResume;
 using test::toStop;
+using DiskMonitor = test::MonitorTest;
 using Writes = std::vector<FakeSettings::Write>;
 
-constexpr std::uint64_t megabyte = 1000000;
 const std::wstring key = L"ZEL\\Settings\\DiskMonitor\\";
 
 // A volume whose room a test computes.
@@ -43,7 +40,7 @@ CountedPtr<DiskSpaceMonitor> MakeMonitor(std::uint32_t periodMs = 3600000) {
     return CountedPtr<DiskSpaceMonitor>(new DiskSpaceMonitor(periodMs));
 }
 
-TEST(DiskMonitor, ResumeThresholdIsReckonedWithSinglePrecision) {
+TEST(Thresholds, ResumeThresholdIsReckonedWithSinglePrecision) {
     const struct {
         std::uint32_t stop, percentage, expected;
     } rows[] = {
@@ -55,7 +52,7 @@ TEST(DiskMonitor, ResumeThresholdIsReckonedWithSinglePrecision) {
             << row.stop << " " << row.percentage;
 }
 
-TEST(DiskMonitor, AnnouncesEachCrossingOnce) {
+TEST_F(DiskMonitor, AnnouncesEachCrossingOnce) {
     const struct {
         MonitorThresholds thresholds;
         std::vector<std::uint64_t> freeBytes;
@@ -70,103 +67,81 @@ TEST(DiskMonitor, AnnouncesEachCrossingOnce) {
         {{0, 0}, {0, 0}, {}},
     };
     for (const auto& row : rows) {
-        FakeSettings settings;
-        FakeFreeSpace volume(0);
-        const auto monitor = MakeMonitor();
-        ASSERT_EQ(
-            monitor->SetThresholds(row.thresholds.stopThreshold, row.thresholds.resumePercentage),
-            hr::ok);
+        monitor = MakeMonitor();
+        const auto& [stop, percentage] = row.thresholds;
+        ASSERT_EQ(monitor->SetThresholds(stop, percentage), hr::ok);
         const auto subscriber = Subscriber::Make();
-        ASSERT_EQ(monitor->Subscribe(subscriber.Get()), hr::ok);
-        for (const std::uint64_t bytes : row.freeBytes) {
-            volume.SetBytes(bytes);
-            monitor->CheckFreeSpace(L"/");
-        }
+        ASSERT_EQ(Subscribe(subscriber), hr::ok);
+        for (const std::uint64_t bytes : row.freeBytes)
+            Look(bytes);
         States expected{toResume};
         expected.insert(expected.end(), row.heard.begin(), row.heard.end());
         EXPECT_EQ(subscriber->Heard(), expected) << row.freeBytes.front();
     }
 }
 
-TEST(DiskMonitor, LateSubscriberHearsTheStateAtOnce) {
-    FakeSettings settings;
-    FakeFreeSpace volume(0);
-    const auto monitor = MakeMonitor();
-    const auto early = Subscriber::Make(), late = Subscriber::Make();
-    EXPECT_EQ(monitor->Subscribe(early.Get()), hr::ok);
-    monitor->CheckFreeSpace(L"/");
-    EXPECT_EQ(monitor->Subscribe(late.Get()), hr::ok);
-    EXPECT_EQ(monitor->Subscribe(late.Get()), hr::fail);
+TEST_F(DiskMonitor, LateSubscriberHearsTheStateAtOnce) {
+    const auto early = Subscriber::Make();
+    EXPECT_EQ(Subscribe(early), hr::ok);
+    Look(0);
+    EXPECT_EQ(Subscribe(last), hr::ok);
+    EXPECT_EQ(Subscribe(last), hr::fail);
     EXPECT_EQ(early->Heard(), (States{toResume, toStop})) << "told alone";
-    EXPECT_EQ(late->Heard(), States{toStop}) << "once, also when it asks twice";
-    EXPECT_EQ(monitor->Unsubscribe(early.Get()), hr::ok);
+    EXPECT_EQ(last->Heard(), States{toStop}) << "once, also when it asks twice";
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(monitor->Unsubscribe(early.Get()), hr::ok);
     EXPECT_EQ(early->References(), 1);
-    EXPECT_EQ(monitor->Unsubscribe(early.Get()), hr::ok) << "no error";
-    volume.SetBytes(2750 * megabyte);
-    monitor->CheckFreeSpace(L"/");
+    Look(2750 * megabyte);
     EXPECT_EQ(early->Heard().size(), 2u);
-    EXPECT_EQ(late->Heard(), (States{toStop, toResume}));
+    EXPECT_EQ(last->Heard(), (States{toStop, toResume}));
     EXPECT_EQ(monitor->Unsubscribe(nullptr), hr::ok);
-    EXPECT_EQ(late->References(), 1);
+    EXPECT_EQ(last->References(), 1);
 }
 
-TEST(DiskMonitor, VolumeThatCantBeAskedChangesNothing) {
-    FakeSettings settings;
-    FakeFreeSpace volume(0);
-    test::RecordingReports reports;
-    const auto monitor = MakeMonitor();
-    const auto subscriber = Subscriber::Make();
-    ASSERT_EQ(monitor->Subscribe(subscriber.Get()), hr::ok);
+TEST_F(DiskMonitor, VolumeThatCantBeAskedChangesNothing) {
+    ASSERT_EQ(Subscribe(last), hr::ok);
     volume.SetResult(hr::accessDenied);
-    monitor->CheckFreeSpace(L"/");
+    Look(0);
     ASSERT_EQ(reports.Count(), 1u);
     EXPECT_EQ(reports.At(0).Code(), hr::Code(5)) << "the system's own code";
-    EXPECT_EQ(subscriber->Heard(), States{toResume});
+    EXPECT_EQ(last->Heard(), States{toResume});
     volume.SetResult(hr::ok);
-    monitor->CheckFreeSpace(L"/");
-    EXPECT_EQ(subscriber->Heard(), (States{toResume, toStop})) << "the next look tells";
+    Look(0);
+    EXPECT_EQ(last->Heard(), (States{toResume, toStop})) << "the next look tells";
     wm::SetFreeSpace(nullptr);
     monitor->CheckFreeSpace(L"/no such folder");
     EXPECT_EQ(reports.At(1).Code(), hr::Code(3));
 }
 
-TEST(DiskMonitor, SettingsGiveTheThresholdsAndKeepThem) {
-    FakeSettings settings;
-    FakeFreeSpace volume(1000 * megabyte);
-    test::RecordingReports reports;
+TEST_F(DiskMonitor, SettingsGiveTheThresholdsAndKeepThem) {
     settings.Set(key + L"StopThreshold", 1000);
-    auto monitor = MakeMonitor();
+    monitor = MakeMonitor();
     EXPECT_EQ(reports.Count(), 0u) << "a value that is not there is no failure";
-    const auto subscriber = Subscriber::Make();
-    ASSERT_EQ(monitor->Subscribe(subscriber.Get()), hr::ok);
-    monitor->CheckFreeSpace(L"/");
-    EXPECT_EQ(subscriber->Heard(), States{toResume}) << "exactly the threshold of the settings";
+    ASSERT_EQ(Subscribe(last), hr::ok);
+    Look(1000 * megabyte);
+    EXPECT_EQ(last->Heard(), States{toResume}) << "exactly the threshold of the settings";
 
     const Writes both{{key + L"StopThreshold", 1001}, {key + L"ResumePercentage", 20}};
     EXPECT_EQ(monitor->SetThresholds(1001, 20), hr::ok);
     EXPECT_EQ(monitor->SetThresholds(1001, 20), hr::ok);
     EXPECT_EQ(settings.Writes(), both) << "what stands there is not written again";
     EXPECT_EQ(settings.putBacks, 1);
-    monitor->CheckFreeSpace(L"/");
-    EXPECT_EQ(subscriber->Heard(), (States{toResume, toStop}));
-    volume.SetBytes(1201 * megabyte);
-    monitor->CheckFreeSpace(L"/");
-    EXPECT_EQ(subscriber->Heard(), (States{toResume, toStop, toResume}));
-    EXPECT_EQ(reports.Count(), 0u);
+    Look(1000 * megabyte);
+    Look(1201 * megabyte);
+    EXPECT_EQ(last->Heard(), (States{toResume, toStop, toResume}));
 
     settings.writeAnswer = TOBERR_ACCESS_DENIED;
     EXPECT_EQ(monitor->SetThresholds(5000, 0), hr::accessDenied);
     settings.openAnswer = TOBERR_FAIL;
     EXPECT_EQ(monitor->SetThresholds(6000, 0), hr::fail);
     EXPECT_EQ(reports.Count(), 2u);
-    volume.SetBytes(5999 * megabyte);
-    monitor->CheckFreeSpace(L"/");
-    EXPECT_EQ(subscriber->Heard().back(), toStop) << "the thresholds hold all the same";
+    Look(5999 * megabyte);
+    EXPECT_EQ(last->Heard().back(), toStop) << "the thresholds hold all the same";
     MakeMonitor();
     EXPECT_EQ(reports.Count(), 3u) << "settings that can't be read are reported once";
 }
 
-TEST(DiskMonitor, ThreadWatchesTheVolumeOfTheStore) {
+TEST(MonitorThread, ThreadWatchesTheVolumeOfTheStore) {
     for (const bool isNamed : {true, false}) {
         FakeSettings settings;
         test::TempStore store;
@@ -196,7 +171,7 @@ TEST(DiskMonitor, ThreadWatchesTheVolumeOfTheStore) {
     }
 }
 
-TEST(DiskMonitor, MayBeEndedByANewSubscriberWhileItAnnounces) {
+TEST(MonitorThread, MayBeEndedByANewSubscriberWhileItAnnounces) {
     FakeSettings settings;
     test::TempStore store;
     std::atomic<std::uint64_t> looks{0};
@@ -219,9 +194,7 @@ TEST(DiskMonitor, MayBeEndedByANewSubscriberWhileItAnnounces) {
     EXPECT_EQ(ender->Heard().back(), early->Heard().back()) << "the latest state comes last";
 }
 
-TEST(DiskMonitor, StopWithoutAThreadEndsTheNextOne) {
-    FakeSettings settings;
-    const auto monitor = MakeMonitor();
+TEST_F(DiskMonitor, StopWithoutAThreadEndsTheNextOne) {
     ASSERT_EQ(monitor->Start(), hr::ok);
     EXPECT_EQ(monitor->Stop(), hr::ok);
     EXPECT_EQ(monitor->Wait(), hr::ok);

