@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "common/ivaluecollection.h"
 #include "common/result.h"
 #include "common/textbridge.h"
 
@@ -51,24 +50,6 @@ TEST(TextBridge, RoundTripsEveryLength) {
         EXPECT_EQ(back, text);
         EXPECT_FALSE(IsUtf8(std::string(length, 'a') + "\xFF" + std::string(40, 'b')));
     }
-}
-
-TEST(Values, HoldTextsAndRecords) {
-    EXPECT_EQ(CreateStringValue(static_cast<const wchar_t*>(nullptr)), nullptr);
-    ZEL::IStringValue* const text = CreateStringValue(std::wstring_view(L"ab\0c", 4));
-    EXPECT_EQ(text->GetLength(0), 2u);
-    ZEL::IValueRecord* const record = CreateValueRecord();
-    EXPECT_TRUE(record->AddText(text) && record->AddNumber(7));
-    std::uint32_t number = 0;
-    EXPECT_FALSE(record->GetNumber(0, &number));
-    EXPECT_EQ(record->GetText(1), nullptr);
-    ZEL::IValueCollection* const list = CreateValueCollection();
-    EXPECT_TRUE(list->Add(text) && list->AddRecord(record));
-    EXPECT_EQ(list->GetValue(1), nullptr);
-    list->Clear();
-    EXPECT_EQ(list->Release(), 0);
-    EXPECT_EQ(record->Release(), 0);
-    EXPECT_EQ(text->Release(), 0) << "everything was counted";
 }
 
 TEST(Results, ConvertByTheCallersTable) {
