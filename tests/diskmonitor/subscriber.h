@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <functional>
@@ -7,7 +9,9 @@
 #include <vector>
 
 #include "common/countedptr.h"
-#include "zelstore/diskmonitor/idiskspacemonitor.h"
+#include "support/fakesettings.h"
+#include "support/storefixture.h"
+#include "zelstore/diskmonitor/diskspacemonitor.h"
 
 namespace ZEL::test {
 
@@ -36,6 +40,7 @@ public:
     }
     HRESULT OnMonitorEvent(IMonitorEvent* event) override {
         const DiskState state = event->GetState();
+        latest = CountedPtr<IMonitorEvent>(event);
         {
             const std::lock_guard hold(mutex_);
             heard_.push_back(state);
@@ -58,6 +63,7 @@ public:
 
     std::function<void(DiskState)> onEvent;
     bool answers = true;
+    CountedPtr<IMonitorEvent> latest;
 
 private:
     explicit Subscriber(std::function<void(DiskState)> call) : onEvent(std::move(call)) {}
@@ -71,5 +77,24 @@ private:
 
 inline constexpr DiskState toStop = DiskState::stop;
 inline constexpr DiskState toResume = DiskState::resume;
+inline constexpr std::uint64_t megabyte = 1000000;
+
+// A monitor that looks when it is told to, at a volume that is full at first.
+class MonitorTest : public testing::Test {
+protected:
+    void Look(std::uint64_t bytes) {
+        volume.SetBytes(bytes);
+        monitor->CheckFreeSpace(L"/");
+    }
+    HRESULT Subscribe(const CountedPtr<Subscriber>& subscriber) {
+        return monitor->Subscribe(subscriber.Get());
+    }
+
+    FakeSettings settings;
+    FakeFreeSpace volume{0};
+    RecordingReports reports;
+    CountedPtr<DiskSpaceMonitor> monitor{new DiskSpaceMonitor()};
+    const CountedPtr<Subscriber> last = Subscriber::Make();
+};
 
 }  // namespace ZEL::test

@@ -16,10 +16,11 @@ using test::EventKey;
 using test::RunningStore;
 
 constexpr std::uint32_t soon = 5;  // milliseconds
+const std::string silentKey = EventKey(1) + "<silent_sequence>0000000001<silent_enrichment>1";
 
 TEST(Coordinator, WritesFullBatchesWhenTheNextRecordComes) {
     RunningStore store;
-    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    store.Start();
     for (int i = 0; i <= 500; ++i)
         ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
     store.AwaitOnDisk(EventKey(499));
@@ -30,129 +31,58 @@ TEST(Coordinator, WritesFullBatchesWhenTheNextRecordComes) {
 
 TEST(Coordinator, TimerTickWritesWhatIsThere) {
     RunningStore store({RunningStore::never, soon});
-    ASSERT_EQ(store.core.Initialize(), hr::ok);
-    ASSERT_EQ(store.Insert(EventKey(1)), hr::ok);
-    store.AwaitOnDisk(EventKey(1));
-    ASSERT_EQ(store.Insert(EventKey(2)), hr::ok);
-    store.AwaitOnDisk(EventKey(2));
+    store.Start();
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+        store.AwaitOnDisk(EventKey(i));
+    }
 }
 
-// Counts the starts of the job in place of running one.
-class CountingJob {
-public:
-    CountingJob() {
-        JobControllerFactory() = [this]() -> IZELJobController* {
-            ++made;
-            auto* controller = new Controller(*this);
-            controller->AddRef();
-            return controller;
-        };
-    }
-    ~CountingJob() { JobControllerFactory() = nullptr; }
-
-    int made = 0;
-    HRESULT attachResult = hr::ok;
-    std::atomic<int> starts{0};
-
-private:
-    class Controller final : public IZELJobController {
-    public:
-        explicit Controller(CountingJob& job) : job_(job) {}
-        TobResult QueryInterface(const GUID&, void**) override { return TOBERR_NO_INTERFACE; }
-        std::int64_t AddRef() override { return ++count_; }
-        std::int64_t Release() override {
-            const std::int64_t left = --count_;
-            if (left == 0)
-                delete this;
-            return left;
-        }
-        HRESULT Initialize() override { return hr::ok; }
-        HRESULT Uninitialize() override { return hr::ok; }
-        HRESULT Detach() override { return hr::ok; }
-        HRESULT AttachJobByName(const wchar_t*) override { return hr::ok; }
-        HRESULT AttachJob(const GUID& id) override {
-            EXPECT_EQ(id, storeJobId);
-            return job_.attachResult;
-        }
-        HRESULT IsActive(bool*) override { return hr::ok; }
-        HRESULT StopJob() override { return hr::ok; }
-        HRESULT RunJob(HANDLE) override { return hr::ok; }
-        HRESULT RunJobNow() override {
-            ++job_.starts;
-            return hr::fail;  // only traced
-        }
-        HRESULT RunJobAndWait(HANDLE) override { return hr::ok; }
-        HRESULT IsActiveOrQueued(bool*) override { return hr::ok; }
-        HRESULT WaitForEnd(HANDLE) override { return hr::ok; }
-        HRESULT GetId(GUID*) override { return hr::ok; }
-        HRESULT GetStatus(std::int32_t*) override { return hr::ok; }
-        HRESULT Start(std::uint32_t) override { return hr::ok; }
-        HRESULT GetEnabled(bool*) override { return hr::ok; }
-        HRESULT SetEnabled(bool) override { return hr::ok; }
-        HRESULT SyncSchedule() override { return hr::ok; }
-        HRESULT SetPeriodicSchedule(std::uint32_t, std::uint32_t, bool, bool) override {
-            return hr::ok;
-        }
-        HRESULT SetDailySchedule(std::uint32_t, std::uint32_t, std::uint32_t) override {
-            return hr::ok;
-        }
-        HRESULT SetScheduleWindow(std::uint32_t, std::uint32_t) override { return hr::ok; }
-
-    private:
-        ~Controller() = default;
-        CountingJob& job_;
-        std::atomic<std::int64_t> count_{0};
+TEST(Coordinator, LiveModeDrainsAndStartsTheJobForReceiveRowsAlone) {
+    CountedPtr<IJobManager> manager;
+    ASSERT_EQ(wm::OpenJobManager(manager.Receive()), TOB_OK);
+    CountedPtr<IJobRegistry> registry;
+    ASSERT_EQ(manager->QueryInterface(iidJobRegistry, registry.ReceiveVoid()), TOB_OK);
+    static std::atomic<int> runs{0};
+    const auto count = [](void*, HANDLE) {
+        ++runs;
+        return hr::ok;
     };
-};
-
-TEST(Coordinator, LiveModeDrainsAndStartsTheJobForReceiveRows) {
-    CountingJob job;
+    ASSERT_EQ(registry->RegisterJob(storeJobId, nullptr, count, nullptr), hr::ok);
     RunningStore store({soon, RunningStore::never});
-    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    store.Start();
     ASSERT_EQ(store.core.SetLiveMode(true), hr::ok);
-    ASSERT_EQ(store.Insert(EventKey(1)), hr::ok);
-    store.AwaitOnDisk(EventKey(1));
-    const std::string silent = EventKey(1) + "<silent_sequence>0000000001<silent_enrichment>1";
-    ASSERT_EQ(store.Insert(silent, "{}", true), hr::ok);
-    ASSERT_EQ(store.Insert(EventKey(2)), hr::ok);
-    store.AwaitOnDisk(EventKey(2));
-    EXPECT_EQ(job.starts, 0) << "events and silent enrichments start nothing";
+    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+        store.AwaitOnDisk(EventKey(i));
+    }
+    EXPECT_EQ(runs, 0);
     ASSERT_EQ(store.Insert("r<receive_time>2026-01-01T00:00:00.000Z<sequence>0000000001"), hr::ok);
-    while (job.starts == 0)
+    while (runs == 0)
         std::this_thread::yield();
 }
 
-TEST(Coordinator, JobControllerThatFailsLeavesTheStoreNew) {
-    CountingJob job;
-    job.attachResult = hr::notFound;
+TEST(Coordinator, WithoutAJobControllerTheStoreStaysNew) {
     RunningStore store;
-    EXPECT_EQ(store.core.Initialize(), hr::notFound);
+    JobControllerFactory() = [] { return static_cast<IZELJobController*>(nullptr); };
+    EXPECT_EQ(store.core.Initialize(), hr::unexpected);
     const auto text = test::Str("x");
     EXPECT_EQ(store.core.Insert(text.Get(), text.Get(), false), hr::notReady);
-    job.attachResult = hr::ok;
-    EXPECT_EQ(store.core.Initialize(), hr::ok);
+    JobControllerFactory() = nullptr;
+    store.Start();
     EXPECT_EQ(store.core.Initialize(), hr::nothingToDo);
-    EXPECT_EQ(job.made, 2) << "one for each attempt, none for the store that runs";
-    JobControllerFactory() = [] { return static_cast<IZELJobController*>(nullptr); };
-    EXPECT_EQ(store.core.Stop(), hr::ok);
-    EXPECT_EQ(store.core.Shutdown(), hr::ok);
-    EXPECT_EQ(store.core.Initialize(), hr::unexpected);
 }
 
 TEST(Coordinator, ProducersNeverWaitForTheDisk) {
     RunningStore store;
-    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    store.Start();
     test::SlowDisk disk;
     disk.Block(".log");
-    // The coordinator hangs in its first write; producers go on until the queue is full, and are
-    // then refused rather than kept waiting.
-    int accepted = 0;
-    while (Succeeded(store.Insert(EventKey(accepted))))
-        ++accepted;
+    const int accepted = store.Fill();  // while the coordinator hangs in its first write
     EXPECT_GE(accepted, 20000);
     EXPECT_LE(accepted, 20000 + 40 * 500) << "the queue and what the coordinator has taken";
-    const std::string silent = EventKey(1) + "<silent_sequence>0000000001<silent_enrichment>1";
-    EXPECT_EQ(store.Insert(silent, "{}", true), hr::ok) << "the other queue is not full";
+    EXPECT_EQ(store.Insert(silentKey, "{}", true), hr::ok) << "the other queue is not full";
     disk.AwaitBlocked();
     disk.Unblock();
     EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(accepted));
@@ -160,9 +90,8 @@ TEST(Coordinator, ProducersNeverWaitForTheDisk) {
 
 TEST(Coordinator, EventsReachTheDiskAheadOfTheirSilentEnrichments) {
     RunningStore store;
-    ASSERT_EQ(store.core.Initialize(), hr::ok);
-    const std::string silent = EventKey(1) + "<silent_sequence>0000000001<silent_enrichment>1";
-    ASSERT_EQ(store.Insert(silent, "{}", true), hr::ok);
+    store.Start();
+    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
     ASSERT_EQ(store.Insert(EventKey(1)), hr::ok);
     test::SlowDisk disk;
     disk.Block(".log");
@@ -176,7 +105,7 @@ TEST(Coordinator, EventsReachTheDiskAheadOfTheirSilentEnrichments) {
 
 TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {
     RunningStore store({soon, soon});
-    ASSERT_EQ(store.core.Initialize(), hr::ok);
+    store.Start();
     constexpr int producers = 4, each = 3000;
     std::vector<std::thread> threads;
     for (int p = 0; p < producers; ++p)
@@ -190,21 +119,20 @@ TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {
     EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(producers * each));
 }
 
-TEST(Coordinator, StoppedStoreQueuesAndReportsWhenFull) {
+TEST(Coordinator, StoppedStoreQueuesForTheNextStartAndReportsWhenFull) {
     test::RecordingReports reports;
     RunningStore store;
-    ASSERT_EQ(store.core.Initialize(), hr::ok);
-    ASSERT_EQ(store.core.Stop(), hr::ok);
-    ASSERT_EQ(store.core.Shutdown(), hr::ok);
-    int taken = 0;
-    HRESULT result = hr::ok;
-    while (Succeeded(result = store.Insert(EventKey(taken), "{}", true)))
-        ++taken;
-    EXPECT_EQ(taken, 20000);
-    EXPECT_EQ(result, hr::unexpected);
+    store.Start();
+    store.End();
+    EXPECT_EQ(store.Fill(true), 20000);
+    EXPECT_EQ(store.Insert(silentKey, "{}", true), hr::unexpected);
     const auto& last = reports.At(reports.Count() - 1);
     EXPECT_EQ(last.Label(), "EnqueueForInsertion - Silent Enrichment");
     EXPECT_EQ(last.Details().front().second, "FDR Event Coordinator Thread is stopped.");
+    ASSERT_EQ(store.Insert(EventKey(7)), hr::ok);
+    store.Start();
+    ASSERT_EQ(store.core.Stop(), hr::ok);
+    EXPECT_TRUE(store.OnDisk(EventKey(7)));
 }
 
 }  // namespace

@@ -30,6 +30,10 @@ public:
     std::size_t rows = 0;
 };
 
+inline std::string EventKey(int i) {
+    return "p<begin_time>2026-01-01T00:00:00.000Z<sequence>" + std::to_string(1000000000 + i);
+}
+
 // A store core of its own on an empty directory, with periods that suit a test.
 class RunningStore {
 public:
@@ -37,11 +41,21 @@ public:
     static constexpr std::uint32_t never = 3600000;
 
     explicit RunningStore(StorePeriods periods = {never, never}) : core(periods) {}
-    ~RunningStore() {
+    ~RunningStore() { End(); }
+
+    void Start() { ASSERT_EQ(core.Initialize(), hr::ok); }
+    void End() {
         EXPECT_EQ(core.Stop(), hr::ok);
         EXPECT_EQ(core.Shutdown(), hr::ok);
     }
 
+    // Adds records until one is refused, and returns how many were taken.
+    int Fill(bool silent = false) {
+        int taken = 0;
+        while (Succeeded(Insert(EventKey(taken), "{}", silent)))
+            ++taken;
+        return taken;
+    }
     HRESULT Insert(const std::string& key, const std::string& value = "{}", bool silent = false) {
         return core.EnqueueForInsertion(key, value, silent);
     }
@@ -56,8 +70,7 @@ public:
     }
     // Ends the store, reads the directory anew and counts the rows.
     std::size_t StopAndCount() {
-        EXPECT_EQ(core.Stop(), hr::ok);
-        EXPECT_EQ(core.Shutdown(), hr::ok);
+        End();
         ZelMasterDatabase database;
         EXPECT_EQ(database.LoadExistingDatabases(), hr::ok);
         CountingSink sink;
@@ -70,9 +83,5 @@ public:
     TempStore directory;
     EventStoreImpl core;
 };
-
-inline std::string EventKey(int i) {
-    return "p<begin_time>2026-01-01T00:00:00.000Z<sequence>" + std::to_string(1000000000 + i);
-}
 
 }  // namespace ZEL::test
