@@ -27,20 +27,16 @@ TEST(Event, ReadsAndWrites) {
     EXPECT_THROW(Parse<Event>(R"({"artifacts":[]})"), web::json::json_exception);
 }
 
-TEST(Event, IsValidWithAProcessAsActor) {
-    const struct {
-        const char* json;
-        bool valid;
-    } rows[] = {
-        {"{}", false},
+TEST(Event, IsValidWithATimeOrAValidArtifact) {
+    const std::pair<const char*, bool> rows[] = {
         {R"({"receive_time":{"value":"t"},"action":["create"]})", false},
         {R"({"begin_time":{"value":"t"}})", true},
         {R"({"begin_time":{}})", false},
         {R"({"artifacts":{"actor":{"object_type":"file","path":{"value":["x"]}}}})", false},
         {R"({"artifacts":{"target":{"object_type":"file","path":{"value":["x"]}}}})", true},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(Parse<Event>(row.json).IsValid(), row.valid) << row.json;
+    for (const auto& [json, valid] : rows)
+        EXPECT_EQ(Parse<Event>(json).IsValid(), valid) << json;
 }
 
 TEST(EventQuery, ReadsItsDocument) {
@@ -57,8 +53,6 @@ TEST(EventQuery, ReadsItsDocument) {
     const EventQuery lost = Parse<EventQuery>(
         R"({"event_query":{"events":[{"artifacts":{"target":{"object_type":"event"}}}]}})");
     EXPECT_EQ(lost.events.at(0).target, nullptr) << "an object without a class sets no condition";
-    EXPECT_TRUE(EventQuery().IsValid());
-    EXPECT_FALSE(Parse<EventQuery>(R"({"event_query":{"events":[{}]}})").IsValid());
     for (const char* wrong : {R"({"event_query":[]})", R"({"event_query":{"events":{}}})",
                               R"({"event_query":{"limit_result_count":"1"}})",
                               R"({"event_query":{"include_enrichments":1}})"})
@@ -83,9 +77,7 @@ TEST(TimeRange, BecomesAClosedRange) {
         {"greater_than", "less_than_or_equal", hr::ok, after, t},
         {"", "", hr::ok, t, t},
         {"less_than", "greater_than", hr::ok, zero, before},  // the end is replaced
-        {"less_than_or_equal", nullptr, hr::ok, zero, t},
         {"equals", nullptr, hr::invalidArgument, t, ""},
-        {"unknown", nullptr, hr::invalidArgument, t, ""},
         {"", "greater_than", hr::invalidArgument, t, t},
     };
     const auto pair = [&](const char* op) {
@@ -103,9 +95,6 @@ TEST(TimeRange, BecomesAClosedRange) {
     }
     Event bad = Parse<Event>(R"({"begin_time":{"value":"x","operator":{"value":"greater_than"}}})");
     EXPECT_EQ(NormaliseTimeRange(bad), hr::timeTextLength);
-    Event noBegin = Parse<Event>(R"({"end_time":{"value":"x","operator":{"value":"less_than"}}})");
-    EXPECT_EQ(NormaliseTimeRange(noBegin), hr::ok);
-    EXPECT_EQ(noBegin.end_time->value, "x");
 }
 
 }  // namespace

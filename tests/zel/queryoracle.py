@@ -1,6 +1,6 @@
 """Questions to a store of recorded events, answered a second time by a plain look at the records.
 
-queryoracle.py ZEL RECORDS [-v]
+queryoracle.py ZEL RECORDS
 """
 import collections
 import json
@@ -87,32 +87,25 @@ def questions(events):
     early, late = times[len(times) // 4], times[len(times) // 2]
     svchost = r"C:\Windows\System32\svchost.exe"
 
-    yield "everything", [], lambda e: True
-    yield "one action", ["--action", "launch"], lambda e: e.action == "launch"
     yield ("several actions", ["--action", "create", "--action", "delete"],
            lambda e: e.action in ("create", "delete"))
     yield ("kinds of target", ["--object", "file", "--object", "network"],
            lambda e: e.object_type in ("file", "network"))
     yield "an actor in any letter case", ["--actor-path", svchost.upper()], lambda e: like(e.actor_path, svchost)
-    yield ("wildcards in the actor", ["--actor-path", r"*\powershell*.exe"],
-           lambda e: like(e.actor_path, r"*\powershell*.exe"))
-    yield ("single characters", ["--target-path", r"C:\Windows\System32\???.exe"],
-           lambda e: like(e.path, r"C:\Windows\System32\???.exe"))
-    paths = [r"*\cmd.exe", svchost, r"*.d?l"]
+    paths = [r"*\cmd.exe", svchost, r"C:\Windows\System32\???.exe", r"*.d?l"]
     yield ("several paths with wildcards", [a for p in paths for a in ("--target-path", p)],
            lambda e: like(e.path, *paths))
     pattern = r".*\\(powershell|wmi[a-z]*|reg)(_ise)?\.exe"
     yield "a regular expression", ["--pattern", pattern], lambda e: fits(pattern.encode(), e.path)
-    for name, value in ("actor and target", both), ("mostly actors", actor_only):
-        yield (f"a hash of {name}", ["--hash", value.decode().lower()],
+    for value in both, actor_only:
+        yield ("a hash", ["--hash", value.decode().lower()],
                lambda e, v=value: v in (e.actor_hash, e.target_hash))
-    yield "an address", ["--ip", ip.decode()], lambda e: ip in (e.source, e.destination)
-    yield ("addresses with wildcards", ["--ip", "127.*", "--ip", "*:*"],
-           lambda e: like(e.source, "127.*", "*:*") or like(e.destination, "127.*", "*:*"))
+    yield ("addresses", ["--ip", ip.decode(), "--ip", "127.*", "--ip", "*:*"],
+           lambda e: ip in (e.source, e.destination)
+           or like(e.source, "127.*", "*:*") or like(e.destination, "127.*", "*:*"))
     yield ("event types", ["--type-id", "8001", "--type-id", "42"], lambda e: e.type_id in ("8001", "42"))
     yield ("a correlation in lower case", ["--correlation", uid.decode().lower()],
            lambda e: e.correlation == uid)
-    yield ("a time range", ["--since", early, "--until", late], lambda e: early <= e.time <= late)
     yield ("all kinds of flags together",
            ["--since", early, "--until", late, "--action", "load", "--action", "create", "--object",
             "module", "--object", "reg_key", "--actor-path", r"C:\Windows\*"],
@@ -147,24 +140,20 @@ def questions(events):
                                                    (e.action == "load" and b"windows" in e.actor_path.lower())))
 
 
-def ask(zel, events, verbose):
+def ask(zel, events):
     for name, arguments, test in questions(events):
         expected = [e.line for e in events if test(e)]
         got = zel.rows(*arguments)
         zel.check(f"{name}: there is an answer", True, len(expected) > 0)
-        zel.check(f"{name}: how many", len(expected), len(got))
         zel.check(f"{name}: which", sorted(expected), sorted(got))
         explained = zel.run("query", "--explain", *arguments).stdout
         zel.check(f"{name}: the document asks the same", got, zel.rows("-", given=explained))
-        if verbose:
-            print(f"{name:34}{len(got):8}")
 
 
 def ask_limits(zel, events):
     ordered = [e.line for e in sorted(events, key=lambda e: (e.time, e.sequence))]
     zel.check("events come in the order of time", ordered, zel.rows())
-    zel.check("a limit keeps the first", ordered[:7], zel.rows("--limit", "7"))
-    for arguments in (["--target-path", "*"], ["--ip", "*"], ["--object", "file", "--object", "url"]):
+    for arguments in ([], ["--target-path", "*"], ["--ip", "*"], ["--object", "file", "--object", "url"]):
         everything = zel.rows(*arguments)
         for limit in (1, 5, len(everything) - 1, len(everything)):
             zel.check(f"{arguments} up to {limit}", everything[:limit],
@@ -185,15 +174,15 @@ def ask_by_receive(zel, events):
     zel.check("the position stays at the end", cursor[1], page.stderr.split()[-1].decode())
 
 
-def main(program, records, verbose=False):
+def main(program, records):
     events = [Event(line) for line in read_records(records)]
     with Zel(program) as zel:
         zel.check("all is stored", 0, zel.run("ingest", records).returncode)
-        ask(zel, events, verbose)
+        ask(zel, events)
         ask_limits(zel, events)
         ask_by_receive(zel, events)
         return 1 if zel.failures else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:3], verbose="-v" in sys.argv))
+    sys.exit(main(*sys.argv[1:3]))

@@ -10,7 +10,6 @@
 namespace ZEL {
 namespace {
 
-using test::LoadedComponent;
 using test::RecordingCallback;
 using test::Str;
 
@@ -52,13 +51,17 @@ protected:
                   const char* document = everything) {
         return query.Start(Str(document).Get(), &callback);
     }
+    static void Await(const std::atomic<bool>& flag) {
+        while (!flag)
+            std::this_thread::yield();
+    }
 
 private:
     test::TempStore directory_;
     test::FakeClock clock_;
 
 protected:
-    LoadedComponent component;
+    test::LoadedComponent component;
     CountedPtr<IEventStore7> store = component.Store();
 };
 
@@ -66,7 +69,6 @@ TEST_F(EventsQueryTest, RunsToItsEndAndIsFreedOnce) {
     Fill(2, 150);
     const auto query = component.Query();
     EXPECT_EQ(query->StopAndWait(), hr::nothingToDo) << "never started";
-    EXPECT_EQ(query->RequestStop(), hr::nothingToDo);
     EXPECT_EQ(query->Start(nullptr, nullptr), hr::invalidArgument);
     RecordingCallback got;
     ASSERT_EQ(Start(*query, got), hr::ok);
@@ -95,8 +97,6 @@ TEST_F(EventsQueryTest, AnswersAsTheStoreStands) {
         EXPECT_EQ(query->RequestStop(), hr::fail);
         EXPECT_EQ(query->Pause(), hr::ok);
         EXPECT_EQ(query->Resume(), hr::ok);
-        EXPECT_EQ(query->ReservedA(), hr::ok);
-        EXPECT_EQ(query->ReservedB(), hr::ok);
     };
     refused();
     ASSERT_EQ(store->Shutdown(), hr::ok);
@@ -110,15 +110,12 @@ TEST_F(EventsQueryTest, PauseHoldsTheWalkAtAThousandthRow) {
     RecordingCallback got;
     std::atomic<bool> resumed{false}, reached{false};
     got.onBatch = [&](std::size_t batches) {
-        if (batches == 1) {
-            EXPECT_EQ(query->Pause(), hr::ok);
-        }
+        EXPECT_TRUE(batches != 1 || query->Pause() == hr::ok);
         reached = batches >= 9;
         EXPECT_TRUE(batches < 10 || resumed) << "the walk did not wait";
     };
     ASSERT_EQ(Start(*query, got), hr::ok);
-    while (!reached)
-        std::this_thread::yield();
+    Await(reached);
     resumed = true;
     EXPECT_EQ(query->Resume(), hr::ok);
     got.AwaitEnd();
@@ -131,9 +128,7 @@ TEST_F(EventsQueryTest, StopEndsOneFolderAndCancellingAPausedQueryEnds) {
     const auto query = component.Query();
     RecordingCallback stopped;
     stopped.onBatch = [&](std::size_t batches) {
-        if (batches == 1) {
-            EXPECT_EQ(query->RequestStop(), hr::ok);
-        }
+        EXPECT_TRUE(batches != 1 || query->RequestStop() == hr::ok);
     };
     ASSERT_EQ(Start(*query, stopped), hr::ok);
     stopped.AwaitEnd();
@@ -148,8 +143,7 @@ TEST_F(EventsQueryTest, StopEndsOneFolderAndCancellingAPausedQueryEnds) {
         reached = reached || batches == 9;
     };
     ASSERT_EQ(Start(*query, paused), hr::ok);
-    while (!reached)
-        std::this_thread::yield();
+    Await(reached);
     EXPECT_EQ(query->StopAndWait(), hr::ok);
     EXPECT_EQ(paused.ends, 1);
 }
@@ -192,8 +186,7 @@ TEST_F(EventsQueryTest, AStoreMayStartAnewBesideAFormerQuery) {
             EXPECT_EQ(query->Resume(), hr::ok) << "wants the lock of those who start and stop";
     };
     ASSERT_EQ(Start(*query, got), hr::ok);
-    while (!reached)
-        std::this_thread::yield();
+    Await(reached);
     ASSERT_EQ(store->Stop(), hr::ok);
     ASSERT_EQ(store->Initialize(), hr::ok);
     restarted = true;
@@ -203,7 +196,7 @@ TEST_F(EventsQueryTest, AStoreMayStartAnewBesideAFormerQuery) {
 }
 
 TEST_F(EventsQueryTest, AThrowingCallbackEndsNothing) {
-    Fill(1, 250);
+    Fill(1, 150);
     const auto query = component.Query();
     RecordingCallback got;
     got.onBatch = [](std::size_t) { throw std::runtime_error("of the host"); };
@@ -234,9 +227,7 @@ TEST_F(EventsQueryTest, RunsBesideWritersStopsAndOtherQueries) {
                     if (Failed(Start(*query, got)))
                         continue;
                     EXPECT_EQ(query->Pause(), hr::ok);
-                    if (n != 0) {
-                        EXPECT_EQ(query->Resume(), hr::ok);
-                    }
+                    EXPECT_TRUE(n == 0 || query->Resume() == hr::ok);
                     IgnoreResult(query->StopAndWait(), "the store may be gone");
                     got.AwaitEnd();
                     EXPECT_EQ(got.ends, 1);

@@ -2,28 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace ZEL {
 namespace {
 
-// What the general matcher says: 1, 0, or -1 when it throws.
-int Plain(const std::string& expression, const std::string& text, bool caseSensitive) {
+// 1, 0, or -1 when it throws.
+int Answer(const std::function<bool()>& matches) {
     try {
-        boost::regex::flag_type syntax = boost::regex_constants::normal;
-        if (!caseSensitive)
-            syntax |= boost::regex_constants::icase;
-        return boost::regex_match(text, boost::regex(expression, syntax),
-                                  boost::regex_constants::match_any);
+        return matches();
     } catch (const std::exception&) {
         return -1;
     }
 }
 
+int Plain(const std::string& expression, const std::string& text, bool caseSensitive) {
+    return Answer([&] {
+        boost::regex::flag_type syntax = boost::regex_constants::normal;
+        if (!caseSensitive)
+            syntax |= boost::regex_constants::icase;
+        return boost::regex_match(text, boost::regex(expression, syntax),
+                                  boost::regex_constants::match_any);
+    });
+}
+
 int Fast(const std::string& expression, const std::string& text, bool caseSensitive) {
-    try {
-        return Pattern(expression, caseSensitive).Matches(text);
-    } catch (const std::exception&) {
-        return -1;
-    }
+    return Answer([&] { return Pattern(expression, caseSensitive).Matches(text); });
 }
 
 // All texts of up to `length` characters of an alphabet.
