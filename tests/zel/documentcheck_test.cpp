@@ -40,6 +40,7 @@ TEST(DocumentCheck, PointsAtSyntax) {
         {"[\"\\ud800\"]", "line 1, column 3: half of a surrogate pair"},
         {"[\"\\ud83d\\ude0\"]", "line 1, column 14: four hexadecimal digits"},
         {"[\"a\nb\"]", "line 1, column 4: a control character"},
+        {"[\"a", "line 1, column 4: the string has no end"},
         {" \n", "empty"},
         {"\xff", "not UTF-8"},
     };
@@ -75,6 +76,8 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong) {
          event + ".artifacts.actor: the object_type is missing"},
         {With(R"("artifacts":{"target":{"object_type":"fil"}})"),
          event + ".artifacts.target.object_type: unknown object type \"fil\"; did you"},
+        {With(R"("artifacts":{"target":{"object_type":"event"}})"),
+         event + ".artifacts.target.object_type: unknown object type"},
         {Target(R"("path":{"value":"a"})"), path + ".value: an array is expected"},
         {Target(R"("path":{"value":["a",1]})"), path + ".value[1]: a string is expected"},
         {Target(R"("path":{"operator":{"value":"equals"}})"), path + ": there is no value"},

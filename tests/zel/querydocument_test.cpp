@@ -21,7 +21,8 @@ value TryBuild(const Fill& fill, std::string* problem) {
     QueryOptions options;
     fill(options);
     value document;
-    EXPECT_EQ(BuildDocument(options, &document, problem), problem->empty()) << *problem;
+    const bool built = BuildDocument(options, &document, problem);
+    EXPECT_EQ(built, problem->empty()) << *problem;
     return document;
 }
 

@@ -39,11 +39,5 @@ TEST(TextFit, PointsAtColumns) {
     EXPECT_EQ(PointAt("a\nb", 3), "  a\\nb\n      ^");
 }
 
-TEST(TextFit, GuessesNames) {
-    const std::string_view known[] = {"create", "delete", "set"};
-    EXPECT_EQ(Nearest("craete", known, 3), "create");
-    EXPECT_EQ(Nearest("xyz", known, 3), "");
-}
-
 }  // namespace
 }  // namespace zel

@@ -1,24 +1,64 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <limits>
+#include <new>
+
 #include "support/client.h"
-#include "support/failingmemory.h"
 #include "support/storefixture.h"
+
+namespace {
+
+constexpr int unlimited = std::numeric_limits<int>::max();
+thread_local int allowedAllocations = unlimited;
+thread_local bool failed = false;
+
+}  // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (allowedAllocations != unlimited && allowedAllocations-- <= 0) {
+        allowedAllocations = 0;
+        failed = true;
+        return nullptr;
+    }
+    return std::malloc(size != 0 ? size : 1);
+}
+void* operator new(std::size_t size) {
+    if (void* const memory = operator new(size, std::nothrow))
+        return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace ZEL {
 namespace {
+
+// While it lives, allocations of this thread fail from the one behind `allowed` others on. Nothing
+// that asserts may run under it.
+class FailingMemory {
+public:
+    explicit FailingMemory(int allowed) noexcept {
+        failed = false;
+        allowedAllocations = allowed;
+    }
+    ~FailingMemory() { allowedAllocations = unlimited; }
+};
 
 // Runs an operation with memory for 0, 1, 2... allocations until none fails; gives the number of
 // runs that lacked some.
 template <typename Operation>
 int Starve(Operation&& operation) {
     for (int allowed = 0;; ++allowed) {
-        bool starved = false;
         {
-            const test::FailingMemory memory(allowed);
+            const FailingMemory memory(allowed);
             operation();
-            starved = memory.Failed();
         }
-        if (!starved)
+        if (!failed)
             return allowed;
     }
 }
@@ -59,9 +99,11 @@ TEST(Memory, WaitsNeedNone) {
     ASSERT_TRUE(first.Create(false, false) && second.Create(false, false));
     const HANDLE handles[] = {first.Handle(), second.Handle()};
     second.Set();
-    const test::FailingMemory memory(0);
-    const std::uint32_t set = wm::WaitForAny(2, handles, wm::waitForever);
-    const bool failed = memory.Failed();
+    std::uint32_t set = 0;
+    {
+        const FailingMemory memory(0);
+        set = wm::WaitForAny(2, handles, wm::waitForever);
+    }
     EXPECT_EQ(set, 1u);
     EXPECT_FALSE(failed);
 }
