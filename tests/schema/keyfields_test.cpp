@@ -77,8 +77,7 @@ TEST(KeyFields, WildcardsTurnEqualsIntoAPatternForTheRestOfTheList) {
 class Doubling final : public IPathExpander {
 public:
     HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) override {
-        patterns.push_back(isPattern);
-        out = {path, path + "2"};
+        out = {path, path + (isPattern ? "3" : "2")};
         return result;
     }
     HRESULT ExpandRegistryPath(const Text& path, bool, std::set<Text>& out) override {
@@ -86,31 +85,28 @@ public:
         return result;
     }
     HRESULT result = hr::ok;
-    std::vector<bool> patterns;
 };
 
 TEST(KeyFields, PathsOfQueriesAreExpanded) {
-    const auto extract = [](const char* type, Doubling& machine, FilterMap& fields, bool forQuery) {
-        return ExtractKeyFields(
-            Parse<Event>(std::string(R"({"artifacts":{"target":{"object_type":")") + type +
-                         R"(","path":{"value":["a*","b"]}}}})"),
-            forQuery, fields, &machine);
-    };
     Doubling machine;
-    FilterMap fields;
-    EXPECT_EQ(extract("file", machine, fields, true), hr::ok);
-    EXPECT_EQ(
-        Conditions(fields, "target_path_name"),
-        (Texts{"a.*:fits_pattern", "a.*2:fits_pattern", "b:fits_pattern", "b2:fits_pattern"}));
-    EXPECT_EQ(machine.patterns, (std::vector<bool>{false, true}));
-    EXPECT_EQ(extract("file", machine, fields = {}, false), hr::ok);
-    EXPECT_EQ(Conditions(fields, "target_path_name").size(), 2u) << "records are not expanded";
-    EXPECT_EQ(extract("reg_key", machine, fields = {}, true), hr::ok);
-    EXPECT_EQ(Conditions(fields, "target_path_name").front(), "Ra.*:fits_pattern");
+    HRESULT result = hr::ok;
+    const auto paths = [&](const std::string& type, bool forQuery = true) {
+        FilterMap fields;
+        const std::string json = R"({"artifacts":{"target":{"object_type":")" + type +
+                                 R"(","path":{"value":["a*","b"]}}}})";
+        result = ExtractKeyFields(Parse<Event>(json), forQuery, fields, &machine);
+        return Conditions(fields, "target_path_name");
+    };
+    const Texts asTheyAre = {"a.*:fits_pattern", "b:fits_pattern"};
+    EXPECT_EQ(paths("file"), (Texts{"a.*:fits_pattern", "a.*2:fits_pattern", "b:fits_pattern",
+                                    "b3:fits_pattern"}));
+    EXPECT_EQ(paths("reg_key").front(), "Ra.*:fits_pattern");
+    EXPECT_EQ(paths("file", false).size(), 2u) << "records are not expanded";
     machine.result = hr::fail;
-    EXPECT_EQ(extract("file", machine, fields = {}, true), hr::ok);
-    EXPECT_EQ(Conditions(fields, "target_path_name").size(), 2u) << "a path stands for itself";
-    EXPECT_EQ(extract("reg_value", machine, fields = {}, true), hr::fail);
+    EXPECT_EQ(paths("file"), asTheyAre);
+    EXPECT_EQ(result, hr::ok);
+    paths("reg_value");
+    EXPECT_EQ(result, hr::fail);
 }
 
 }  // namespace

@@ -38,48 +38,6 @@ value Build(const Fill& fill) {
     return edited;
 }
 
-TEST(QueryDocument, FlagsBecomeConditions) {
-    const value document = Build([](QueryOptions& o) {
-        o.since = "2020-01-01";
-        o.until = "2020-01-02T00:00:00+01:00";
-        o.actions = {"create", "delete"};
-        o.objects = {"file"};
-        o.actorPaths = {"C:\\a*", "C:\\b.exe"};
-        o.correlations = {"x"};
-        o.typeIds = {"8003", "5"};
-        o.limit = "7";
-        o.enrichments = o.noLiveEnriched = true;
-    });
-    EXPECT_EQ(document.serialize(),
-              R"({"event_query":{"events":[{"action":["create","delete"],)"
-              R"("artifacts":{"actor":{"object_type":"process","path":{"operator":)"
-              R"({"value":"equals"},"value":["C:\\b.exe","C:\\a*"]}},)"
-              R"("target":{"object_type":"file"}},)"
-              R"("begin_time":{"operator":{"value":"greater_than_or_equal"},)"
-              R"("value":"2020-01-01T00:00:00.000Z"},)"
-              R"("correlation_uid":{"operator":{"value":"equals"},"value":["x"]},)"
-              R"("end_time":{"operator":{"value":"less_than_or_equal"},)"
-              R"("value":"2020-01-01T23:00:00.000Z"},)"
-              R"("type_id":{"operator":{"value":"equals"},"value":[8003,5]}}],)"
-              R"("include_enrichments":true,"limit_result_count":7,)"
-              R"("no_live_enriched_events":true}})");
-    EXPECT_THAT(Build([](QueryOptions& o) {
-                    o.byReceive = true;
-                    o.afterCursor = "2020-01-01T00:00:00.000Z/41";
-                }).serialize(),
-                HasSubstr(R"("value":"2020-01-01T00:00:00.000Z"},"seq_num":42)"));
-}
-
-// Only the first value with wildcards would be turned into a pattern by the store.
-TEST(QueryDocument, SeveralWildcardsBecomePatterns) {
-    EXPECT_THAT(Build([](QueryOptions& o) {
-                    o.objects = {"kernel_object"};
-                    o.targetPaths = {"a.b", "*x", "y?"};
-                }).serialize(),
-                HasSubstr(R"("name":{"operator":{"value":"fits_pattern"},)"
-                          R"("value":["a\\.b",".*x","y.{1}"]})"));
-}
-
 TEST(QueryDocument, AlternativesInOtherFieldsBecomeSubQueries) {
     const struct {
         Fill fill;

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <limits>
 #include <new>
 
 #include "support/client.h"
@@ -9,18 +8,18 @@
 
 namespace {
 
-constexpr int unlimited = std::numeric_limits<int>::max();
+constexpr int unlimited = -1;
 thread_local int allowedAllocations = unlimited;
 thread_local bool failed = false;
 
 }  // namespace
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    if (allowedAllocations != unlimited && allowedAllocations-- <= 0) {
-        allowedAllocations = 0;
-        failed = true;
+    failed = failed || allowedAllocations == 0;
+    if (allowedAllocations == 0)
         return nullptr;
-    }
+    if (allowedAllocations != unlimited)
+        --allowedAllocations;
     return std::malloc(size != 0 ? size : 1);
 }
 void* operator new(std::size_t size) {

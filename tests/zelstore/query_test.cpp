@@ -25,11 +25,8 @@ protected:
             Insert(Key(i), Value(i));
         Flush();
     }
-    void Insert(const std::string& key, const std::string& value, bool silent = false) {
-        const auto keyValue = Str(key), text = Str(value);
-        ASSERT_EQ(silent ? store_->InsertSilent(keyValue.Get(), text.Get())
-                         : store_->Insert(keyValue.Get(), text.Get()),
-                  hr::ok);
+    void Insert(const std::string& key, const std::string& value) {
+        ASSERT_EQ(store_->Insert(Str(key).Get(), Str(value).Get()), hr::ok);
     }
     void Flush() { ASSERT_EQ(store_->Stop(), hr::ok); }  // writes on this thread
     static std::string Time(int i) {
@@ -59,20 +56,6 @@ protected:
     RecordingCallback got_;
     HRESULT batchAnswer_ = hr::ok;
 };
-
-TEST_F(QueryTest, WalksFromTheBeginThroughTheEnd) {
-    const std::pair<std::string, std::vector<std::string>> rows[] = {
-        {From(1, R"(,"end_time":{"value":")" + Time(2) + "\"}"), {Value(1), Value(2)}},
-        {From(3), {Value(3), Value(4)}},
-        {From(3, R"(,"seq_num":2)"), {Value(4)}},
-        {From(5), {}},
-    };
-    for (const auto& [subQuery, texts] : rows) {
-        EXPECT_EQ(Run(Query(subQuery)), hr::ok) << subQuery;
-        EXPECT_EQ(got_.texts, texts) << subQuery;
-        EXPECT_TRUE(got_.complete);
-    }
-}
 
 TEST_F(QueryTest, LimitsCountOverAllSubQueries) {
     const std::string two = From(0, R"(,"end_time":{"value":")" + Time(1) + "\"}");
@@ -157,23 +140,6 @@ TEST_F(QueryTest, FaultsEndInOneEndCall) {
     EXPECT_EQ(Run(Query(From(3) + R"(,{"seq_num":1})")), hr::invalidArgument);
     EXPECT_EQ(got_.texts.size(), 2u) << "what was delivered stays delivered";
     EXPECT_EQ(store_->QueryEx(nullptr, nullptr, nullptr, nullptr), hr::invalidArgument);
-}
-
-TEST_F(QueryTest, EnrichmentsAreSplicedIn) {
-    Insert(Key(1) + "<silent_sequence>0000000001<silent_enrichment>1", R"({"s":1})", true);
-    Insert(Key(2) + "<silent_sequence>0000000002<silent_enrichment>0", R"({"l":2})", true);
-    Flush();
-    const std::string include = R"(,"include_enrichments":true)";
-    const std::string noLive = R"(,"no_live_enriched_events":true)";
-    const std::string joined = R"({"n":1,"enrichments":[{"s":1}]})";
-    using Texts = std::vector<std::string>;
-    EXPECT_EQ(Run(Query(From(0), include)), hr::ok);
-    EXPECT_EQ(got_.texts,
-              (Texts{Value(0), joined, R"({"n":2,"enrichments":[{"l":2}]})", Value(3), Value(4)}));
-    EXPECT_EQ(Run(Query(From(0), include + noLive)), hr::ok);
-    EXPECT_EQ(got_.texts, (Texts{Value(0), joined, Value(3), Value(4)}));
-    EXPECT_EQ(Run(Query(From(0), noLive)), hr::ok);
-    EXPECT_EQ(got_.texts[1], Value(1));
 }
 
 }  // namespace
