@@ -23,8 +23,6 @@ TEST(Event, ReadsAndWrites) {
     event.FromJson(Json("{}"));
     EXPECT_EQ(Write(event), R"({"artifacts":{},"filter":"record","enable":false})")
         << "that a flag was given once stays known";
-    EXPECT_THROW(Parse<Event>(R"({"action":["fly"]})"), std::out_of_range);
-    EXPECT_THROW(Parse<Event>(R"({"artifacts":[]})"), web::json::json_exception);
 }
 
 TEST(EventQuery, ReadsItsDocument) {
@@ -39,10 +37,6 @@ TEST(EventQuery, ReadsItsDocument) {
     const EventQuery lost = Parse<EventQuery>(
         R"({"event_query":{"events":[{"artifacts":{"target":{"object_type":"event"}}}]}})");
     EXPECT_EQ(lost.events.at(0).target, nullptr) << "an object without a class sets no condition";
-    for (const char* wrong : {R"({"event_query":[]})", R"({"event_query":{"events":{}}})",
-                              R"({"event_query":{"limit_result_count":"1"}})",
-                              R"({"event_query":{"include_enrichments":1}})"})
-        EXPECT_THROW(Parse<EventQuery>(wrong), web::json::json_exception) << wrong;
 }
 
 TEST(TimeRange, BecomesAClosedRange) {

@@ -27,8 +27,7 @@ TEST(KeyFormat, StartKeysAndDates) {
         std::string date;
         const HRESULT result = ExtractKeyDate(row.key, &date);
         EXPECT_EQ(result, row.date != nullptr ? hr::ok : hr::fail) << row.key;
-        if (row.date != nullptr)
-            EXPECT_EQ(date, row.date);
+        EXPECT_EQ(date, row.date != nullptr ? row.date : "") << row.key;
     }
 }
 

@@ -208,17 +208,21 @@ retention() {
     check "$limit $stray: the size is told" "$(bytes)" "$(sed 's/.*"bytes_after":\([0-9]*\).*/\1/' out)"
   done <<'LIMITS'
 5M 0
-5M 1 20260101
+5m 1 20260101
 3MiB 0 20260101 20260101001
 0 0 20260101 20260101001 20260101999 20260102 foreign
-4T 0
+4294967295M 0
+4095T 0
+2gib 0
 LIMITS
   check "the outcome is published" 1 "$(zel settings get 'ZEL\Opstate\EMAQ' MaxDBSizeHonored)"
   oldstore
   run zel purge --max-size 4M -o table
   check "a table" "20260101     2026-01-01 events    1.0 MiB" "$(cat out)"
   check "and a summary" "zel: 1 folder(s) went; 5.0 MiB before, 4.0 MiB now, limit 4.0 MiB" "$(cat err)"
-  ends 2 "no unit" zel purge --max-size 5
+  for limit in "" 5 M -1M " 5M" 1.5M 5K 5MB 4294967296M 4096T 99999999999999999999M; do
+    ends 2 "size $limit" zel purge --max-size "$limit"
+  done
   ends 2 "no size" zel purge
   for command in "purge --max-size 1M" info monitor; do
     ends 3 "$command: no store" "$bin/zel" --store nosuch $command
