@@ -8,24 +8,13 @@ namespace ZEL::Schema {
 namespace {
 
 TEST(Vocabulary, TablesHoldBothDirections) {
-    EXPECT_EQ(ObjectTypes().Size(), 38u);
-    EXPECT_EQ(ActionTypes().Size(), 28u);
-    EXPECT_EQ(OperatorTypes().Size(), 12u);
-    EXPECT_EQ(ExistStates().Size(), 4u);
-    EXPECT_EQ(SessionStates().Size(), 2u);
     for (std::int32_t i = 0; i < 38; ++i)
         EXPECT_EQ(ObjectTypes().Number(ObjectTypes().Name(i)), i);
     for (std::int32_t i = 0; i < 28; ++i)
         EXPECT_EQ(ActionTypes().Number(ActionTypes().Name(i)), i);
-    EXPECT_EQ(ObjectTypes().Name(36), "etw");
     EXPECT_EQ(ActionTypes().Name(27), "reputation_query");
     EXPECT_EQ(SessionStates().Number("logged-off"), 2);
-    try {
-        ObjectTypes().Number("File");
-        FAIL() << "names are compared exactly";
-    } catch (const std::out_of_range& error) {
-        EXPECT_STREQ(error.what(), "invalid map<K, T> key");
-    }
+    EXPECT_THROW(ObjectTypes().Number("File"), std::out_of_range) << "names are compared exactly";
 }
 
 template <typename T>
@@ -51,86 +40,59 @@ TEST(ValueClasses, ReadAndWriteTheirShapes) {
          R"({"value":[1,0,4294967295,4294967295,0]})"},
     });
     ExpectRoundTrips<IntegerPair<std::uint64_t>>({
-        {R"({"value":[18446744073709551615,1e300,2e19,1.5e19]})",
-         R"({"value":[18446744073709551615,18446744073709551615,18446744073709551615,15000000000000000000]})"},
+        {R"({"value":[1e300,2e19,1.5e19]})",
+         R"({"value":[18446744073709551615,18446744073709551615,15000000000000000000]})"},
     });
     ExpectRoundTrips<DatePair>(
         {{R"({"value":""})", "{}"}, {R"({"value":"x"})", R"({"value":"x"})"}});
     ExpectRoundTrips<GuidPair>({{"{}", R"({"value":""})"}});
-    ExpectRoundTrips<ExistPair>({
-        {R"({"state":"error"})", R"({"state":"error"})"},
-        {R"({"state":"exists","error_code":"5"})", R"({"state":"exists","error_code":"5"})"},
-    });
+    const std::string exists = R"({"state":"exists","error_code":"5"})";
+    ExpectRoundTrips<ExistPair>({{exists, exists}});
     EXPECT_THROW(RoundTrip<ExistPair>("{}"), std::out_of_range);
     EXPECT_THROW(Parse<Operator>(R"({"value":"Equals"})"), std::out_of_range);
     EXPECT_THROW(Parse<StringPair>(R"({"value":"a"})"), web::json::json_exception);
     EXPECT_THROW(Parse<DatePair>(R"({"value":["a"]})"), web::json::json_exception);
 }
 
-TEST(Objects, AreValidWhenTheySaySomething) {
+TEST(Objects, AreReadWrittenCopiedAndChecked) {
     const struct {
-        const char* json;
         bool valid;
-    } rows[] = {
-        {R"({"object_type":"process","pid":{"value":[1]}})", false},
-        {R"({"object_type":"process","path":{"value":[]},"md5":{"value":["x"]}})", false},
-        {R"({"object_type":"process","uid":{"value":["x"]}})", true},
-        {R"({"object_type":"file","path":"x"})", false},
-        {R"({"object_type":"directory","state":{"state":"exists"}})", false},
-        {R"({"object_type":"module","sha2":{"value":["x"]}})", true},
-        {R"({"object_type":"session"})", true},
-        {R"({"object_type":"network","dst_port":{"value":[1]}})", false},
-        {R"({"object_type":"network","url":{"value":["x"]}})", true},
-        {R"({"object_type":"reg_value","data":{"value":["x"]}})", true},
-        {R"({"object_type":"service","md5":{"value":["x"]}})", false},
-        {R"({"object_type":"kernel_object","name":{"value":[]},"type_ids":[1]})", false},
-        {R"({"object_type":"url"})", false},
-        {R"({"object_type":"etw","source":{}})", true},
-        {R"({"object_type":"etw","source":{"facility":{}}})", false},
-        {R"({"object_type":"amsi"})", true},
-        {R"({})", true},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(CreateObjectFromJson(Json(row.json))->IsValid(), row.valid) << row.json;
-}
-
-TEST(Objects, WriteMoreThanTheyRead) {
-    const struct {
         const char* in;
-        const char* out;
+        const char* out;  // null: as it came in
     } rows[] = {
-        {R"({})", R"({"object_type":"unknown"})"},
-        {R"({"object_type":"event","path":{"value":["x"]}})", R"({"object_type":"event"})"},
-        {R"({"object_type":"file","size":{"value":[1]},"normalized_path":{"value":["x"]}})",
-         R"({"object_type":"file"})"},
-        {R"({"signature_level_id":{"value":[2]},"object_type":"module","state":{"state":"partial"}})",
-         R"({"object_type":"module","state":{"state":"partial"},"signature_level_id":{"value":[2]}})"},
-        {R"({"object_type":"network","dst_port":{"value":[1]},"url":{"value":["u"]}})",
-         R"({"object_type":"network","url":{"value":["u"]}})"},
-        {R"({"object_type":"reg_value"})", R"({"object_type":"reg_value","type_id":1})"},
-        {R"({"object_type":"reg_value","default":false,"type_id":4})",
-         R"({"object_type":"reg_value","type_id":4,"default":false})"},
-        {R"({"object_type":"service","type_ids":[3]})",
+        {true, R"({})", R"({"object_type":"unknown"})"},
+        {false, R"({"object_type":"process","path":{"value":[]},"md5":{"value":["x"]}})",
+         R"({"object_type":"process","path":{},"md5":{"value":["x"]}})"},
+        {true, R"({"object_type":"process","uid":{"value":["x"]}})", nullptr},
+        {false, R"({"object_type":"file","size":{"value":[1]},"path":"x"})",
+         R"({"object_type":"file","path":{}})"},
+        {false, R"({"object_type":"directory","state":{"state":"exists"}})", nullptr},
+        {true,
+         R"({"signature_level_id":{"value":[2]},"object_type":"module","sha2":{"value":["x"]}})",
+         R"({"object_type":"module","sha2":{"value":["x"]},"signature_level_id":{"value":[2]}})"},
+        {true, R"({"object_type":"session","session_state":["logged-on"]})", nullptr},
+        {false, R"({"object_type":"network","dst_port":{"value":[1]}})",
+         R"({"object_type":"network"})"},
+        {true, R"({"object_type":"network","url":{"value":["x"]}})", nullptr},
+        {true, R"({"object_type":"reg_value","default":false,"type_id":4,"data":{"value":["x"]}})",
+         R"({"object_type":"reg_value","type_id":4,"data":{"value":["x"]},"default":false})"},
+        {false, R"({"object_type":"service","type_ids":[3]})",
          R"({"object_type":"service","type_ids":[3],"start_id":0,"run_state_id":0})"},
-        {R"({"object_type":"session","session_state":["logged-on"]})",
-         R"({"object_type":"session","session_state":["logged-on"]})"},
-        {R"({"state":{"state":"exists"},"object_type":"url","text":{"value":["u"]}})",
-         R"({"object_type":"url","text":{"value":["u"]},"state":{"state":"exists"}})"},
-        {R"({"object_type":"etw","source":{}})", R"({"object_type":"etw","source":{}})"},
-        {R"({"object_type":"kernel_object","type_ids":[1,2],"name":{"value":["n"]}})",
+        {false, R"({"object_type":"url","state":{"state":"exists"}})", nullptr},
+        {true, R"({"object_type":"etw","source":{}})", nullptr},
+        {true, R"({"object_type":"kernel_object","type_ids":[1,2],"name":{"value":["n"]}})",
          R"({"object_type":"kernel_object","name":{"value":["n"]},"type_ids":[1,2]})"},
     };
     for (const auto& row : rows) {
+        const std::string out = row.out != nullptr ? row.out : row.in;
         const auto object = CreateObjectFromJson(Json(row.in));
-        EXPECT_EQ(Write(*object), row.out);
-        const auto copy = CloneObject(object.get());
-        if (object->GetObjectTypeId() == objectType::event)
-            EXPECT_EQ(copy, nullptr) << "a number without a class is lost in a copy";
-        else
-            EXPECT_EQ(Write(*copy), row.out) << "copies are deep";
+        EXPECT_EQ(object->IsValid(), row.valid) << row.in;
+        EXPECT_EQ(Write(*object), out);
+        EXPECT_EQ(Write(*CloneObject(object.get())), out) << "copies are deep";
     }
+    const auto event = CreateObjectFromJson(Json(R"({"object_type":"event"})"));
+    EXPECT_EQ(CloneObject(event.get()), nullptr) << "a number without a class is lost in a copy";
     EXPECT_EQ(CloneObject(nullptr), nullptr);
-    EXPECT_THROW(CreateObjectFromJson(Json(R"({"object_type":"File"})")), std::out_of_range);
     EXPECT_THROW(CreateObjectFromJson(Json(R"({"object_type":7})")), web::json::json_exception);
     EXPECT_THROW(
         CreateObjectFromJson(Json(R"({"object_type":"session","session_state":["logged_on"]})")),

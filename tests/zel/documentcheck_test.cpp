@@ -31,10 +31,8 @@ TEST(DocumentCheck, PointsAtSyntax) {
         const char* text;
         const char* place;
     } rows[] = {
-        {"{", "line 1, column 2: a name in quotes"},
         {"{\"a\":1,\n \"b\" 2}", "line 2, column 6: a colon"},
         {"{\"\u00e9\u00e9\":tru}", "line 1, column 7: a value"},
-        {"{\"a\":[1 2]}", "line 1, column 9: a comma or ]"},
         {"{\"a\":1} x", "line 1, column 9: nothing is expected"},
         {"{/* no */}", "line 1, column 2: a name"},
         {"{\"a\":01}", "line 1, column 7: a number has no leading zeros"},
@@ -42,7 +40,6 @@ TEST(DocumentCheck, PointsAtSyntax) {
         {"[\"\\ud800\"]", "line 1, column 3: half of a surrogate pair"},
         {"[\"\\ud83d\\ude0\"]", "line 1, column 14: four hexadecimal digits"},
         {"[\"a\nb\"]", "line 1, column 4: a control character"},
-        {"[1.]", "line 1, column 4: a digit"},
         {"[\"a", "line 1, column 4: the string has no end"},
         {" \n", "empty"},
         {"\xff", "not UTF-8"},
@@ -66,18 +63,14 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong) {
         {"{}", "the document: there is no event_query"},
         {R"({"event_qery":{}})",
          "event_qery: unknown key \"event_qery\"; did you mean \"event_query\"?"},
-        {R"({"event_query":null})", "event_query: an object is expected, not null"},
         {R"({"event_query":{}})", "event_query: there are no events"},
         {R"({"event_query":{"events":[]}})", "event_query.events: there is no event"},
         {R"({"event_query":{"events":[{}]}})", event + ": there is no time"},
-        {R"({"event_query":{"events":[1]}})", event + ": an object is expected, not a number"},
         {With("").replace(16, 0, R"("limit_result_count":1.5,)"),
          "event_query.limit_result_count: a whole number"},
         {With(R"("action":["create","creat"])"),
          event + ".action[1]: unknown action \"creat\"; did you mean \"create\"?"},
-        {With(R"("action":"create")"), event + ".action: an array is expected, not a string"},
         {With(R"("type_id":{"value":[8001,-1]})"), event + ".type_id.value[1]: a whole number"},
-        {With(R"("seq_num":4294967296)"), event + ".seq_num: a whole number"},
         {With(R"("seq_num":1,"seq_num":2)"), event + ".seq_num: stands twice"},
         {With(R"("artifacts":{"actor":{"path":{"value":["a"]}}})"),
          event + ".artifacts.actor: the object_type is missing"},
@@ -85,31 +78,22 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong) {
          event + ".artifacts.target.object_type: unknown object type \"fil\"; did you"},
         {With(R"("artifacts":{"target":{"object_type":"event"}})"),
          event + ".artifacts.target.object_type: unknown object type"},
-        {Target(R"("path":"a")"), path + ": an object is expected, not a string"},
         {Target(R"("path":{"value":"a"})"), path + ".value: an array is expected"},
         {Target(R"("path":{"value":["a",1]})"), path + ".value[1]: a string is expected"},
-        {Target(R"("path":{"value":[]})"), path + ": there is no value"},
         {Target(R"("path":{"operator":{"value":"equals"}})"), path + ": there is no value"},
         {Target(R"("path":{"operator":"contains","value":["a"]})"),
          path + ".operator: an object is expected"},
         {Target(R"("path":{"operator":{"value":"contain"},"value":["a"]})"),
          path + ".operator.value: unknown operator \"contain\"; did you mean \"contains\"?"},
-        {Target(R"("path":{"operator":{"value":"unknown"},"value":["a"]})"),
-         path + ".operator.value: unknown operator"},
         {Target(R"("path":{"operator":{"case_insensitive":true},"value":["a"]})"),
          path + ".operator: the operator's value is missing"},
         {Target(R"("path":{"operator":{"value":"fits_pattern"},"value":["a","b("]})"),
          path + ".value[1]: Unmatched marking parenthesis ( or \\(.\n  b(\n    ^"},
-        {Target(R"("path":{"value":["a*","b("]})"), path + ".value[1]: Unmatched"},
-        {Target(R"("pathh":{"value":["a"]})"),
-         path + "h: unknown key \"pathh\"; did you mean \"path\"?"},
         {R"({"event_query":{"events":[{"begin_time":{}}]}})",
          event + ".begin_time: there is no value"},
         {R"({"event_query":{"events":[{"begin_time":{"value":"2020-01-01T00:00:00Z"}}]}})",
          event + ".begin_time.value: times are compared as text; write 2020-01-01T00:00:00.000Z"},
         {R"({"event_query":{"events":[{"begin_time":{"value":"2020-13-01T00:00:00.000Z"}}]}})",
-         event + ".begin_time.value: a time such as"},
-        {R"({"event_query":{"events":[{"begin_time":{"value":"today"}}]}})",
          event + ".begin_time.value: a time such as"},
         {With(
              R"("end_time":{"operator":{"value":"greater_than"},"value":"2020-01-01T00:00:00.000Z"})"),
@@ -147,13 +131,6 @@ TEST(DocumentCheck, TellsWhatHasNoEffect) {
         EXPECT_TRUE(found.errors.empty()) << text << found.errors[0];
         ASSERT_EQ(found.warnings.size(), 1u) << text;
         EXPECT_THAT(found.warnings[0], StartsWith(start)) << text;
-    }
-    for (const std::string& text :
-         {With(""), With(R"("type_id":{"value":[8001]},"correlation_uid":{"value":["a"]})"),
-          With(R"("artifacts":{"actor":{"object_type":"process","uid":{"value":["a"]}},)"
-               R"("target":{"object_type":"kernel_object","name":{"value":["a?","b"]}}})")}) {
-        const DocumentFindings found = Check(text);
-        EXPECT_TRUE(found.errors.empty() && found.warnings.empty()) << text;
     }
 }
 

@@ -25,16 +25,14 @@ def refusals(zel):
     """Told before any store is looked for: there is none."""
     cases = {
         ("",): "DOCUMENT: must not be empty",
-        ("--since", ""): "--since: must not be empty",
         ("--action", ""): "--action: must not be empty",
-        ("--limit", "0"): "--limit: a number from 1 to 2147483647",
+        ("--nosuch",): "nosuch",
         ("--limit", "-1"): "--limit: a number from 1 to 2147483647",
-        ("--until", "soon"): "\n  soon\n  ^",
+        ("--until", "yester"): "\n  yester\n  ^",
         ("--pattern", "a(b"): "\n  a(b\n     ^",
         ("{",): "line 1, column 2",
         ("{}", "--since", "today"): "excludes",
         ('{"event_query":{"events":[{}]}}',): "event_query.events[0]: there is no time",
-        ("--by", "receive", "--object", "file"): "--by receive",
     }
     for arguments, words in cases.items():
         for explain in ([], ["--explain"]):
@@ -75,11 +73,10 @@ def outputs(zel, records):
     zel.check("a costly pattern", 4, ended.returncode)
     told = ended.stderr.decode()
     zel.check("told once", (1, True), (told.count("\n"), " row(s) could not be tested: " in told))
-    ended = zel.run("query", "-o", "json", "--limit", "2")
-    zel.check("one array", zel.rows("--limit", "2"),
-              [line.rstrip(b",") for line in ended.stdout.splitlines()[1:-1]])
-    zel.check("an empty one", (1, b"[]\n"), (lambda e: (e.returncode, e.stdout))(
-        zel.run("query", "-o", "json", "--since", "2100-01-01")))
+    zel.check("one array", b"[\n%b,\n%b\n]\n" % tuple(zel.rows("--limit", "2")),
+              zel.run("query", "-o", "json", "--limit", "2").stdout)
+    ended = zel.run("query", "-o", "json", "--since", "2100-01-01")
+    zel.check("an empty one", (1, b"[]\n"), (ended.returncode, ended.stdout))
 
 
 def width(text):
@@ -90,14 +87,13 @@ def width(text):
 def tables(zel):
     nasty = "C:\\\x1b[31m\u202e\u4e2d\u6587\u00e4\u0301\U0001f600\n" * 9
     zel.run("ingest", given=b"\n".join([record(1, nasty), record(2, nasty, nasty), record(3, "x", nasty)]))
-    for columns in (1, 10, 40, 77, 80, 99, 200, 500):
+    for columns in (1, 10, 77, 200):
         lines = zel.run("query", "-o", "table", columns=columns).stdout.decode().splitlines()
         zel.check(f"rows in {columns} columns", 4, len(lines))
         zel.check(f"none is wider than {columns}", [], [l for l in lines if width(l) > columns])
         zel.check("no control characters", [], [c for l in lines for c in l if ord(c) < 32 or c == "\u202e"])
     zel.check("a wide table shows all", True, "C:\\\\x1b[31m\\u202e\u4e2d" in
               zel.run("query", "-o", "table", columns=2000).stdout.decode())
-    zel.check("without a terminal no table", record(1, nasty), zel.rows()[0])
 
 
 def enrichments(zel):
@@ -105,14 +101,11 @@ def enrichments(zel):
     def enrich(*arguments, given):
         ended = zel.run("enrich", *arguments, given=given)
         return ended.returncode, ended.stderr.decode()
-    def joined(*flags):
-        rows = zel.rows(*flags)
-        return [json.loads(row).get("enrichments") for row in rows]
+    def joined(flag):
+        return [json.loads(row).get("enrichments") for row in zel.rows(flag)]
 
     zel.check("silent", (0, "zel: 1 enrichment(s) stored\n"), enrich(key, given=b'{"a": 1.10,\n "b": 2}\n'))
-    zel.check("again", 0, enrich("--silent", key, given=b'"two"')[0])
-    zel.check("both are joined", [[{"a": 1.1, "b": 2}, "two"]], joined("--enrichments"))
-    zel.check("as they were written, on one line", 1, zel.run("query", "--enrichments").stdout.count(b'{"a": 1.10,  "b": 2}'))
+    zel.check("as it was written, on one line", 1, zel.run("query", "--enrichments").stdout.count(b'{"a": 1.10,  "b": 2}'))
     zel.check("silent ones leave their event", [None], joined("--no-live-enriched"))
     lines = [json.dumps({"key": key, "enrichment": [n]}).encode() for n in range(3)]
     hostile = [b"nonsense", b"{}", b'{"key":1,"enrichment":2}', b'{"key":"r<receive_time>","enrichment":1}',
@@ -122,16 +115,15 @@ def enrichments(zel):
               (code, told.splitlines()[-1]))
     zel.check("each bad line with its place", [f"zel: (stdin):{n + 1}:" for n in range(6)],
               [" ".join(l.split()[:2]) for l in told.splitlines() if l.startswith("zel: (stdin)")])
-    zel.check("in order", [[{"a": 1.1, "b": 2}, "two", [0], [1], [2]]], joined("--enrichments"))
+    zel.check("in order", [[{"a": 1.1, "b": 2}, [0], [1], [2]]], joined("--enrichments"))
     zel.check("a live one", 0, enrich("--live", key, given=b"null")[0])
     zel.check("takes its event out", [], joined("--no-live-enriched"))
     for bad_key, words in (("abc", "begins with p<begin_time>"), (key + "<silent_sequence>1", "of an enrichment"),
                            (key[:40], "cut off"), (key.replace("2026-01", "2026-13"), "no date")):
         code, told = enrich(bad_key, given=b"1")
         zel.check(f"{bad_key} is refused", (2, True), (code, words in told))
-    for bad in (b"", b"{", b"{} {}", b"\xff", b"01", b"/**/1"):
+    for bad in (b"", b"{} {}", b"\xff", b"/**/1"):
         zel.check(f"{bad} is refused", 2, enrich(key, given=bad)[0])
-    zel.check("no file", 2, enrich(key, "nosuch", given=b"")[0])
     zel.check("no key", 2, enrich(given=b"1")[0])
     zel.store += "nosuch"
     zel.check("no store", 3, enrich(key, given=b"1")[0])

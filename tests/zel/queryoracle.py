@@ -1,6 +1,6 @@
 """Questions to a store of recorded events, answered a second time by a plain look at the records.
 
-queryoracle.py ZEL RECORDS [-v]
+queryoracle.py ZEL RECORDS
 """
 import collections
 import json
@@ -69,8 +69,8 @@ def on(field, operator, values, **more):
     """A sub-query over all times with one condition on a path."""
     owner, name = field.split(".")
     pair = {"operator": {"value": operator, **more.pop("op", {})}, "value": values}
-    kind = {"object_type": more.pop("kind", "process"), name: pair}
-    return {"begin_time": {"value": "1601-01-01T00:00:00.000Z"}, "artifacts": {owner: kind}, **more}
+    return {"begin_time": {"value": "1601-01-01T00:00:00.000Z"},
+            "artifacts": {owner: {"object_type": "process", name: pair}}, **more}
 
 
 def commonest(values):
@@ -87,32 +87,27 @@ def questions(events):
     early, late = times[len(times) // 4], times[len(times) // 2]
     svchost = r"C:\Windows\System32\svchost.exe"
 
-    yield "everything", [], lambda e: True
-    yield "one action", ["--action", "launch"], lambda e: e.action == "launch"
     yield ("several actions", ["--action", "create", "--action", "delete"],
            lambda e: e.action in ("create", "delete"))
     yield ("kinds of target", ["--object", "file", "--object", "network"],
            lambda e: e.object_type in ("file", "network"))
-    yield "an actor in any letter case", ["--actor-path", svchost.upper()], lambda e: like(e.actor_path, svchost)
-    yield ("wildcards in the actor", ["--actor-path", r"*\powershell*.exe"],
-           lambda e: like(e.actor_path, r"*\powershell*.exe"))
-    yield ("single characters", ["--target-path", r"C:\Windows\System32\???.exe"],
-           lambda e: like(e.path, r"C:\Windows\System32\???.exe"))
-    paths = [r"*\cmd.exe", svchost, r"*.d?l"]
+    actors = [r"*\powershell*.exe", svchost]
+    yield ("actors in any letter case", [a for p in actors for a in ("--actor-path", p.upper())],
+           lambda e: like(e.actor_path, *actors))
+    paths = [r"*\cmd.exe", svchost, r"C:\Windows\System32\???.exe", r"*.d?l"]
     yield ("several paths with wildcards", [a for p in paths for a in ("--target-path", p)],
            lambda e: like(e.path, *paths))
     pattern = r".*\\(powershell|wmi[a-z]*|reg)(_ise)?\.exe"
     yield "a regular expression", ["--pattern", pattern], lambda e: fits(pattern.encode(), e.path)
-    for name, value in ("actor and target", both), ("mostly actors", actor_only):
-        yield (f"a hash of {name}", ["--hash", value.decode().lower()],
+    for value in both, actor_only:
+        yield ("a hash", ["--hash", value.decode().lower()],
                lambda e, v=value: v in (e.actor_hash, e.target_hash))
-    yield "an address", ["--ip", ip.decode()], lambda e: ip in (e.source, e.destination)
-    yield ("addresses with wildcards", ["--ip", "127.*", "--ip", "*:*"],
-           lambda e: like(e.source, "127.*", "*:*") or like(e.destination, "127.*", "*:*"))
+    yield ("addresses", ["--ip", ip.decode(), "--ip", "127.*", "--ip", "*:*"],
+           lambda e: ip in (e.source, e.destination)
+           or like(e.source, "127.*", "*:*") or like(e.destination, "127.*", "*:*"))
     yield ("event types", ["--type-id", "8001", "--type-id", "42"], lambda e: e.type_id in ("8001", "42"))
     yield ("a correlation in lower case", ["--correlation", uid.decode().lower()],
            lambda e: e.correlation == uid)
-    yield ("a time range", ["--since", early, "--until", late], lambda e: early <= e.time <= late)
     yield ("all kinds of flags together",
            ["--since", early, "--until", late, "--action", "load", "--action", "create", "--object",
             "module", "--object", "reg_key", "--actor-path", r"C:\Windows\*"],
@@ -121,21 +116,9 @@ def questions(events):
     yield ("neither of two", document(on("actor.path", "does_not_contain", ["svchost", "POWERSHELL"])),
            lambda e: e.actor_path is not None
            and not re.search(rb"svchost|powershell", e.actor_path, re.IGNORECASE))
-    yield ("not equal, among registry keys",
-           document(on("target.path", "does_not_equal", ["HKLM"], kind="reg_key")),
-           lambda e: e.object_type == "reg_key" and e.path is not None and e.path.upper() != b"HKLM")
     yield ("letter case that matters",
            document(on("actor.path", "equals", [svchost], op={"case_insensitive": False})),
            lambda e: e.actor_path == svchost.encode())
-    yield ("beginnings", document(on("actor.path", "starts_with", ["c:\\windows\\"])),
-           lambda e: e.actor_path is not None and e.actor_path.lower().startswith(b"c:\\windows\\"))
-    yield ("ends", document(on("target.path", "ends_with", [".LOG", ".tmp"], kind="file")),
-           lambda e: e.object_type == "file" and e.path is not None
-           and e.path.lower().endswith((b".log", b".tmp")))
-    yield ("numbers compare as text",
-           document({"begin_time": {"value": "1601-01-01T00:00:00.000Z"},
-                     "type_id": {"operator": {"value": "greater_than"}, "value": [8006]}}),
-           lambda e: e.type_id > "8006")
     yield ("times without their ends",
            document({"begin_time": {"operator": {"value": "greater_than"}, "value": early},
                      "end_time": {"operator": {"value": "less_than"}, "value": late}}),
@@ -147,24 +130,20 @@ def questions(events):
                                                    (e.action == "load" and b"windows" in e.actor_path.lower())))
 
 
-def ask(zel, events, verbose):
+def ask(zel, events):
     for name, arguments, test in questions(events):
         expected = [e.line for e in events if test(e)]
         got = zel.rows(*arguments)
         zel.check(f"{name}: there is an answer", True, len(expected) > 0)
-        zel.check(f"{name}: how many", len(expected), len(got))
         zel.check(f"{name}: which", sorted(expected), sorted(got))
         explained = zel.run("query", "--explain", *arguments).stdout
         zel.check(f"{name}: the document asks the same", got, zel.rows("-", given=explained))
-        if verbose:
-            print(f"{name:34}{len(got):8}")
 
 
 def ask_limits(zel, events):
     ordered = [e.line for e in sorted(events, key=lambda e: (e.time, e.sequence))]
     zel.check("events come in the order of time", ordered, zel.rows())
-    zel.check("a limit keeps the first", ordered[:7], zel.rows("--limit", "7"))
-    for arguments in (["--target-path", "*"], ["--ip", "*"], ["--object", "file", "--object", "url"]):
+    for arguments in ([], ["--target-path", "*"], ["--ip", "*"], ["--object", "file", "--object", "url"]):
         everything = zel.rows(*arguments)
         for limit in (1, 5, len(everything) - 1, len(everything)):
             zel.check(f"{arguments} up to {limit}", everything[:limit],
@@ -185,15 +164,15 @@ def ask_by_receive(zel, events):
     zel.check("the position stays at the end", cursor[1], page.stderr.split()[-1].decode())
 
 
-def main(program, records, verbose=False):
+def main(program, records):
     events = [Event(line) for line in read_records(records)]
     with Zel(program) as zel:
         zel.check("all is stored", 0, zel.run("ingest", records).returncode)
-        ask(zel, events, verbose)
+        ask(zel, events)
         ask_limits(zel, events)
         ask_by_receive(zel, events)
         return 1 if zel.failures else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:3], verbose="-v" in sys.argv))
+    sys.exit(main(*sys.argv[1:3]))

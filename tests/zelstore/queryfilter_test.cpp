@@ -24,17 +24,14 @@ TEST(QueryFilter, OperatorsCompareBytes) {
     } rows[] = {
         {Schema::operatorEquals, false, "ABC", "abc", true},
         {Schema::operatorEquals, true, "ABC", "abc", false},
-        {Schema::operatorEquals, true, "", "", true},
         {Schema::operatorDoesNotEqual, false, "ABC", "abc", false},
         {Schema::operatorDoesNotEqual, true, "ABC", "abc", true},
         {Schema::operatorContains, false, "B", "abc", true},
         {Schema::operatorContains, true, "B", "abc", false},
-        {Schema::operatorContains, true, "", "abc", true},
         {Schema::operatorDoesNotContain, false, "x", "abc", true},
         {Schema::operatorStartsWith, false, "AB", "abc", true},
-        {Schema::operatorStartsWith, false, "abcd", "abc", false},
+        {Schema::operatorStartsWith, true, "AB", "abc", false},
         {Schema::operatorEndsWith, false, "BC", "abc", true},
-        {Schema::operatorEndsWith, true, "BC", "abc", false},
         {Schema::operatorGreaterThan, true, "9", "42", false},  // as text
         {Schema::operatorGreaterThan, true, "42", "42", false},
         {Schema::operatorGreaterThanOrEqual, true, "42", "42", true},
@@ -45,8 +42,6 @@ TEST(QueryFilter, OperatorsCompareBytes) {
         {Schema::operatorEquals, false, "\xC3\x89", "\xC3\xA9", false},
         {Schema::operatorFitsPattern, false, "A.c", "abc", true},
         {Schema::operatorFitsPattern, false, "b", "abc", false},  // the whole text
-        {Schema::operatorFitsPattern, true, "A.c", "abc", false},
-        {99, true, "abc", "abc", false},
         {0, true, "abc", "abc", false},
     };
     for (const auto& row : rows)
@@ -63,7 +58,6 @@ TEST(QueryFilter, ListsAndFieldsCombine) {
         const char* key;
         bool passes;
     } rows[] = {
-        {{}, "p", true},
         {{{"f", {}}}, "p<f>a", false},  // a list without values
         {{{"f", {{"a", is}, {"b", is}}}}, "p<f>xbx", true},
         {{{"f", {{"a", is}, {"b", is}}}}, "p<f>x", false},
@@ -75,13 +69,9 @@ TEST(QueryFilter, ListsAndFieldsCombine) {
         // ... and from that one on every condition must hold.
         {{{"f", {{"a", not_}, {"b", is}}}}, "p<f>x", false},
         {{{"f", {{"a", not_}, {"b", is}}}}, "p<f>b", true},
-        {{{"f", {{"a", is}}}, {"g", {{"b", is}}}}, "p<f>a<g>b", true},
         {{{"f", {{"a", is}}}, {"g", {{"b", is}}}}, "p<f>a<g>a", false},
         {{{"f", {{"x", not_}}}}, "p<g>a", false},  // a field that is absent
         {{{"target_type_id", {{"1", not_}}}}, "p<object_type>file", true},  // reads as empty
-        {{{"type_id", {{"9", Operator(Schema::operatorGreaterThan, true)}}}},
-         "p<object_type>url",
-         false},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Passes(row.conditions, row.key), row.passes) << &row - rows << " " << row.key;
@@ -92,10 +82,9 @@ TEST(QueryFilter, PatternsThrowForEachRowThatReachesThem) {
                         {"g", {{"a", Operator(Schema::operatorEquals, true)}}}};
     QueryFilter filter(bad);
     KeyFields fields;
-    for (int i = 0; i < 2; ++i) {
-        SplitKeyFields("p<f>x<g>a", &fields);
-        EXPECT_ANY_THROW(filter.MatchesFilter(fields));
-    }
+    SplitKeyFields("p<f>x<g>a", &fields);
+    EXPECT_ANY_THROW(filter.MatchesFilter(fields));
+    EXPECT_ANY_THROW(filter.MatchesFilter(fields));
     SplitKeyFields("p<g>a", &fields);
     EXPECT_FALSE(filter.MatchesFilter(fields));
 }
