@@ -185,10 +185,12 @@ void TellConditions(const web::json::value& document) {
         if (Failed(result))
             Say(where + ": " + Describe(static_cast<std::int32_t>(result)));
         for (const auto& [field, conditions] : fields)
-            for (const auto& [value, op] : conditions)
-                Say(where + " " + field + " " +
-                    utility::conversions::to_utf8string(ZEL::Schema::OperatorTypes().Name(op.op)) +
-                    " " + value);
+            for (const auto& [value, op] : conditions) {
+                std::string line = where;
+                line.append(" ").append(field).append(" ").append(
+                    utility::conversions::to_utf8string(ZEL::Schema::OperatorTypes().Name(op.op)));
+                Say(line.append(" ").append(value));
+            }
     }
 }
 
