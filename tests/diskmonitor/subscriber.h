@@ -40,9 +40,9 @@ public:
     }
     HRESULT OnMonitorEvent(IMonitorEvent* event) override {
         const DiskState state = event->GetState();
-        latest = CountedPtr<IMonitorEvent>(event);
         {
             const std::lock_guard hold(mutex_);
+            latest = CountedPtr<IMonitorEvent>(event);
             heard_.push_back(state);
         }
         changed_.notify_all();
