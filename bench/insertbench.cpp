@@ -22,9 +22,10 @@ using ZEL::CountedPtr;
 using ZEL::IStringValue;
 
 CountedPtr<IStringValue> Wide(const std::string& utf8) {
-    std::wstring wide;
-    wm::ToWide(utf8, wide);
-    return CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(std::wstring_view(wide)));
+    CountedPtr<IStringValue> text;
+    if (!wm::CreateStringValue(std::string_view(utf8), text.Receive()))
+        std::abort();
+    return text;
 }
 
 }  // namespace
@@ -39,7 +40,7 @@ const std::vector<Row>& Rows() {
         std::vector<Row> made;
         for (const std::string& record : Records()) {
             std::string key;
-            if (ZEL::Succeeded(ZEL::MakeEventKeyUtf8(record, &key)))
+            if (ZEL::Succeeded(ZEL::MakeEventKey(record, &key)))
                 made.emplace_back(std::move(key), record);
         }
         return made;
@@ -78,7 +79,7 @@ void BM_MakeKey(benchmark::State& state) {
     std::size_t i = 0;
     for (auto _ : state) {
         std::string key;
-        benchmark::DoNotOptimize(ZEL::MakeEventKeyUtf8(Records()[i++ % recordCount], &key));
+        benchmark::DoNotOptimize(ZEL::MakeEventKey(Records()[i++ % recordCount], &key));
         benchmark::DoNotOptimize(key);
     }
     state.SetItemsProcessed(state.iterations());

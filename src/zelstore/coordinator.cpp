@@ -138,6 +138,7 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, bool sile
         wm::Trace(wm::TraceLevel::error, "a batch was not written", result);
     if (!silent)
         NotifyJob(records);
+    (silent ? silentQueue_ : eventQueue_).Recycle(std::move(records));
     return result;
 }
 

@@ -11,14 +11,31 @@ namespace ZEL {
 // One unit of hand-over from the producers to the coordinator: up to `capacity` records under
 // distinct keys. Producers add under the batch's lock; who has taken the batch out of its queue
 // owns it alone.
+//
+// A record's memory is taken by a producer and would be freed by the coordinator. Allocators make
+// both threads pay dearly for that, so a written batch goes back to its queue, and the producers
+// put their next records into its entries.
 class EventBatch {
 public:
     static constexpr std::uint32_t capacity = 500;
 
+    EventBatch() = default;
+    // A new batch that uses the entries of a written one.
+    explicit EventBatch(RecordBatch spent) noexcept : spent_(std::move(spent)) {}
+
     // A record with the key of one in the batch replaces that one's value.
     void Add(std::string key, std::string value) EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
-        records_.insert_or_assign(std::move(key), std::move(value));
+        if (spent_.empty()) {
+            records_.insert_or_assign(std::move(key), std::move(value));
+            return;
+        }
+        RecordBatch::node_type entry = spent_.extract(spent_.begin());
+        entry.key() = std::move(key);
+        entry.mapped() = std::move(value);
+        const auto added = records_.insert(std::move(entry));
+        if (!added.inserted)
+            added.position->second = std::move(added.node.mapped());
     }
     std::size_t Size() const EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
@@ -30,6 +47,7 @@ public:
 private:
     mutable wm::Lock lock_{wm::LockRank::batch};
     RecordBatch records_ GUARDED_BY(lock_);
+    RecordBatch spent_ GUARDED_BY(lock_);
 };
 
 }  // namespace ZEL

@@ -48,6 +48,17 @@ HRESULT EventStoreProxy::GiveKey(IStringValue** key, Make&& make) noexcept {
     });
 }
 
+HRESULT EventStoreProxy::GiveEventKey(IStringValue* text, IStringValue** key) noexcept {
+    if (key == nullptr)
+        return hr::invalidArgument;
+    std::string made;
+    const HRESULT result = MakeEventKey(TextOf(text), &made);
+    if (Failed(result))
+        return result;
+    return wm::CreateStringValue(std::string_view(made), key) && *key != nullptr ? result
+                                                                                 : hr::outOfMemory;
+}
+
 HRESULT EventStoreProxy::MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) {
     if (kind != keyKindEvent && kind != keyKindReceive) {
         wm::Trace(wm::TraceLevel::warning, "an unknown kind of key was asked for",
@@ -56,10 +67,9 @@ HRESULT EventStoreProxy::MakeKey(IStringValue* text, std::int32_t kind, IStringV
     }
     if (text == nullptr)
         return hr::invalidArgument;
-    return GiveKey(key, [&](std::wstring* made) {
-        return kind == keyKindEvent ? MakeEventKey(TextOf(text), made)
-                                    : keyState_.MakeReceiveKey(made);
-    });
+    if (kind == keyKindReceive)
+        return GiveKey(key, [&](std::wstring* made) { return keyState_.MakeReceiveKey(made); });
+    return GiveEventKey(text, key);
 }
 
 HRESULT EventStoreProxy::MakePropertyKey(IEventProperties* event, IStringValue** key) {

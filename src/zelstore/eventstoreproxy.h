@@ -53,6 +53,7 @@ private:
     // Runs `make`, which fills a wide text, and wraps the text for the caller.
     template <typename Make>
     static HRESULT GiveKey(IStringValue** key, Make&& make) noexcept;
+    static HRESULT GiveEventKey(IStringValue* text, IStringValue** key) noexcept;
 
     ObjectOwnership owner_;
     std::shared_ptr<EventStoreImpl> core_;

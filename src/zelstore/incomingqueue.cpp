@@ -15,6 +15,9 @@ namespace {
 constexpr std::uint64_t capacityReportPeriodMs = 1800000;
 std::atomic<std::uint64_t> lastCapacityReport{0};
 
+// The longest text, in bytes, whose memory a spent entry keeps.
+constexpr std::size_t largestKept = 4096;
+
 }  // namespace
 
 void IncomingQueue::SetCapacity(std::uint32_t records) {
@@ -24,7 +27,10 @@ void IncomingQueue::SetCapacity(std::uint32_t records) {
 
 EventBatch* IncomingQueue::AppendBatchLocked() {
     try {
-        batches_.push_back(std::make_unique<EventBatch>());
+        RecordBatch spent;
+        if (spentCount_ != 0)
+            spent.swap(spent_[--spentCount_]);
+        batches_.push_back(std::make_unique<EventBatch>(std::move(spent)));
         return batches_.back().get();
     } catch (const std::bad_alloc&) {
         wm::ReportError(hr::outOfMemory);
@@ -76,6 +82,16 @@ HRESULT IncomingQueue::DequeueBatches(BatchList& out, bool flushAll) {
         out.splice(out.end(), batches_, batches_.begin());
     }
     return hr::ok;
+}
+
+void IncomingQueue::Recycle(RecordBatch spent) noexcept {
+    // A large record is rare, and must not hold its memory on.
+    for (auto& [key, value] : spent)
+        if (value.capacity() > largestKept)
+            std::string().swap(value);
+    const wm::Hold hold(lock_);
+    if (spentCount_ < mostSpent)
+        spent_[spentCount_++].swap(spent);
 }
 
 std::size_t IncomingQueue::Size() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <list>
 #include <memory>
 #include <string>
@@ -17,6 +18,7 @@ using BatchList = std::list<std::unique_ptr<EventBatch>>;
 class IncomingQueue {
 public:
     static constexpr std::uint32_t defaultCapacity = 20000;  // records
+    static constexpr std::size_t mostSpent = 4;              // batches
 
     // Counted in records and rounded down to whole batches, but never below one batch.
     void SetCapacity(std::uint32_t records) EXCLUDES(lock_);
@@ -30,6 +32,9 @@ public:
     // filled as well.
     HRESULT DequeueBatches(BatchList& out, bool flushAll) EXCLUDES(lock_);
 
+    // Takes back the entries of a batch that was written, whose records are of no use any more.
+    void Recycle(RecordBatch spent) noexcept EXCLUDES(lock_);
+
     // Number of batches.
     std::size_t Size() const EXCLUDES(lock_);
 
@@ -39,6 +44,8 @@ private:
 
     mutable wm::Lock lock_{wm::LockRank::queue};
     BatchList batches_ GUARDED_BY(lock_);
+    std::array<RecordBatch, mostSpent> spent_ GUARDED_BY(lock_);
+    std::size_t spentCount_ GUARDED_BY(lock_) = 0;
     std::uint32_t capacity_ GUARDED_BY(lock_) = defaultCapacity;
 };
 

@@ -33,16 +33,18 @@ std::string FieldTemplate(std::string_view name, char tag) {
     return text;
 }
 
-std::string ComposeKey(std::string_view time, std::uint32_t sequence,
-                       const Schema::RecordFields& fields) {
+// Each value takes the place of the first tag of its kind in the whole key so far, which may stand
+// in a value that was set before.
+std::string ComposeByTags(std::string_view time, std::uint32_t sequence,
+                          const Schema::RecordFields& fields) {
     KeyTemplate key("p<begin_time>|A<sequence>|B<object_type>|D<action>|E");
     key.Set('A', time);
     key.Set('B', TenDigits(sequence));
     key.Set('D', *fields.Find(KeyField::objectType));
     key.Set('E', *fields.Find(KeyField::action));
     for (const OptionalField& row : optionalFields) {
-        const std::string* const value = fields.Find(row.field);
-        if (value == nullptr)
+        const auto value = fields.Find(row.field);
+        if (!value)
             continue;
         key.Append(FieldTemplate(Schema::KeyFieldName(row.field), row.tag));
         key.Set(row.tag, *value);
@@ -50,7 +52,33 @@ std::string ComposeKey(std::string_view time, std::uint32_t sequence,
     return key.Take();
 }
 
-HRESULT KeyOfEvent(const Schema::Event& event, std::string* key) {
+void AppendField(std::string& key, std::string_view name, std::string_view value) {
+    key.push_back('<');
+    key.append(name).push_back('>');
+    key.append(value);
+}
+
+// Nearly no value holds the character that tags begin with. Without it each value stands behind its
+// name, and nothing has to be looked for.
+std::string ComposeKey(std::string_view time, std::uint32_t sequence,
+                       const Schema::RecordFields& fields) {
+    constexpr std::size_t usualSize = 480;
+    constexpr char tagMark = '|';
+    std::string key;
+    key.reserve(usualSize);
+    key.append("p<begin_time>").append(time);
+    AppendField(key, "sequence", TenDigits(sequence));
+    for (const KeyField field : {KeyField::objectType, KeyField::action})
+        AppendField(key, Schema::KeyFieldName(field), *fields.Find(field));
+    for (const OptionalField& row : optionalFields)
+        if (const auto value = fields.Find(row.field))
+            AppendField(key, Schema::KeyFieldName(row.field), *value);
+    return key.find(tagMark) == std::string::npos ? key : ComposeByTags(time, sequence, fields);
+}
+
+HRESULT KeyOfEvent(std::string jsonText, std::string* key) {
+    Schema::Event event;
+    event.FromJson(web::json::value::parse(utility::conversions::to_string_t(std::move(jsonText))));
     Schema::RecordFields fields;
     const HRESULT result = Schema::ExtractRecordFields(event, fields);
     if (Failed(result))
@@ -61,7 +89,7 @@ HRESULT KeyOfEvent(const Schema::Event& event, std::string* key) {
     const auto time = Schema::ToUtf8(event.begin_time->value, buffer);
     if (!time)
         return hr::outOfMemory;
-    if (fields.Find(KeyField::objectType) == nullptr || fields.Find(KeyField::action) == nullptr)
+    if (!fields.Find(KeyField::objectType) || !fields.Find(KeyField::action))
         return hr::fail;
     *key = ComposeKey(*time, event.seq_num, fields);
     return hr::ok;
@@ -128,24 +156,14 @@ bool PropertyText(IEventProperties& event, const PropertyRow& row, std::wstring*
 
 }  // namespace
 
-HRESULT MakeEventKeyUtf8(std::string_view jsonText, std::string* key) noexcept {
-    return AtBoundary([&] {
-        Schema::Event event;
-        event.FromJson(
-            web::json::value::parse(utility::conversions::to_string_t(std::string(jsonText))));
-        return KeyOfEvent(event, key);
-    });
+HRESULT MakeEventKey(std::string jsonText, std::string* key) noexcept {
+    return AtBoundary([&] { return KeyOfEvent(std::move(jsonText), key); });
 }
 
-HRESULT MakeEventKey(std::wstring_view jsonText, std::wstring* key) noexcept {
+HRESULT MakeEventKey(std::wstring_view jsonText, std::string* key) noexcept {
     return AtBoundary([&] {
-        std::string utf8, made;
-        if (!wm::ToUtf8(jsonText, utf8))
-            return hr::unexpected;
-        const HRESULT result = MakeEventKeyUtf8(utf8, &made);
-        if (Failed(result))
-            return result;
-        return wm::ToWide(made, *key) ? hr::ok : hr::outOfMemory;
+        std::string utf8;
+        return wm::ToUtf8(jsonText, utf8) ? KeyOfEvent(std::move(utf8), key) : hr::unexpected;
     });
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 std::string KeyOf(const std::string& record) {
     std::string key;
-    EXPECT_EQ(MakeEventKeyUtf8(record, &key), hr::ok) << record;
+    EXPECT_EQ(MakeEventKey(record, &key), hr::ok) << record;
     return key;
 }
 

@@ -8,6 +8,7 @@
 #include "common/itobbaseimpl.h"
 #include "common/ivaluecollection.h"
 #include "common/textbridge.h"
+#include "host/wmlib/textmemory.h"
 
 namespace ZEL {
 
@@ -71,18 +72,23 @@ public:
         *out = nullptr;
         return false;
     }
-    static void operator delete(void* place) { ::operator delete(place); }
+    static void operator delete(StringValue* value, std::destroying_delete_t) {
+        const std::size_t bytes = value->bytes_;
+        value->~StringValue();
+        FreeTextMemory(value, bytes);
+    }
 
     std::size_t GetLength(int) override { return length_; }
     const wchar_t* GetText() override { return Text(); }
 
 private:
+    explicit StringValue(std::size_t bytes) noexcept : bytes_(bytes) {}
     static StringValue* CreateEmpty(std::size_t room) noexcept {
-        const std::size_t bytes = sizeof(StringValue) + (room + 1) * sizeof(wchar_t);
-        void* const place = ::operator new(bytes, std::nothrow);
+        std::size_t bytes = sizeof(StringValue) + (room + 1) * sizeof(wchar_t);
+        void* const place = AllocateTextMemory(&bytes);
         if (place == nullptr)
             return nullptr;
-        auto* const value = ::new (place) StringValue();
+        auto* const value = ::new (place) StringValue(bytes);
         value->AddRef();
         return value;
     }
@@ -93,6 +99,7 @@ private:
         length_ = std::wcslen(Text());
     }
 
+    const std::size_t bytes_;  // of the whole allocation
     std::size_t length_ = 0;
 };
 

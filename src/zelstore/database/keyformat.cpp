@@ -182,8 +182,9 @@ void KeyTemplate::Set(char tag, std::string_view value) {
 }
 
 std::string TenDigits(std::uint32_t number) {
-    std::string digits = std::to_string(number);
-    digits.insert(0, 10 - digits.size(), '0');
+    std::string digits(10, '0');
+    for (auto digit = digits.rbegin(); number != 0; number /= 10)
+        *digit++ = static_cast<char>('0' + number % 10);
     return digits;
 }
 

@@ -48,24 +48,26 @@ Event& Event::operator=(const Event& other) {
     return *this;
 }
 
-void Event::ReadArtifacts(const value& in) {
+void Event::ReadArtifacts(const Members& in) {
     actor.reset();
     target.reset();
     result.reset();
-    if (!in.has_field(ZEL_TEXT("artifacts")))
+    const value* const artifacts = in.Find(ZEL_TEXT("artifacts"));
+    if (artifacts == nullptr)
         return;
-    const web::json::object& artifacts = Member(in, ZEL_TEXT("artifacts")).as_object();
-    const auto read = [&](const utility::char_t* key, std::unique_ptr<ZelSchemaParser>& object) {
-        const auto found = artifacts.find(key);
-        if (found != artifacts.end())
-            object = CreateObjectFromJson(found->second);
+    static_cast<void>(artifacts->as_object());  // throws for anything but an object
+    const Members members(*artifacts);
+    const auto read = [&](TextView key, std::unique_ptr<ZelSchemaParser>& object) {
+        if (const value* const found = members.Find(key))
+            object = CreateObjectFromJson(*found);
     };
     read(ZEL_TEXT("actor"), actor);
     read(ZEL_TEXT("target"), target);
     read(ZEL_TEXT("result"), result);
 }
 
-void Event::FromJson(const value& in) {
+void Event::FromJson(const value& json) {
+    const Members in(json);
     action.clear();
     filter = 0;
     enable = false;
@@ -73,20 +75,20 @@ void Event::FromJson(const value& in) {
     seq_num = 0;
     ReadArtifacts(in);
     ReadField(in, ZEL_TEXT("type_id"), type_id);
-    if (in.has_field(ZEL_TEXT("action")))
-        for (const value& name : Member(in, ZEL_TEXT("action")).as_array())
+    if (const value* const names = in.Find(ZEL_TEXT("action")))
+        for (const value& name : names->as_array())
             action.push_back(ActionTypes().Number(name.as_string()));
     ReadFields(in, ZEL_TEXT("begin_time"), begin_time, ZEL_TEXT("receive_time"), receive_time,
                ZEL_TEXT("end_time"), end_time, ZEL_TEXT("correlation_uid"), correlation_uid);
-    if (in.has_field(ZEL_TEXT("filter")))
-        filter = Member(in, ZEL_TEXT("filter")).as_string() == ZEL_TEXT("record") ? 0 : 1;
+    if (const value* const kind = in.Find(ZEL_TEXT("filter")))
+        filter = kind->as_string() == ZEL_TEXT("record") ? 0 : 1;
     ReadField(in, ZEL_TEXT("ref_uid"), ref_uid);
-    if (in.has_field(ZEL_TEXT("event_count")))
-        event_count = static_cast<std::int32_t>(ReadNumber32(Member(in, ZEL_TEXT("event_count"))));
-    if (in.has_field(ZEL_TEXT("seq_num")))
-        seq_num = ReadNumber32(Member(in, ZEL_TEXT("seq_num")));
-    if (in.has_field(ZEL_TEXT("enable"))) {
-        enable = Member(in, ZEL_TEXT("enable")).as_bool();
+    if (const value* const count = in.Find(ZEL_TEXT("event_count")))
+        event_count = static_cast<std::int32_t>(ReadNumber32(*count));
+    if (const value* const number = in.Find(ZEL_TEXT("seq_num")))
+        seq_num = ReadNumber32(*number);
+    if (const value* const enabled = in.Find(ZEL_TEXT("enable"))) {
+        enable = enabled->as_bool();
         enable_present = true;
     }
 }

@@ -36,7 +36,7 @@ public:
     Field<GuidPair> ref_uid;
 
 private:
-    void ReadArtifacts(const web::json::value& in);
+    void ReadArtifacts(const Members& in);
 };
 
 }  // namespace ZEL::Schema

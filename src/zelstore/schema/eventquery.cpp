@@ -10,24 +10,25 @@ namespace {
 
 constexpr const utility::char_t* keyQuery = ZEL_TEXT("event_query");
 
-bool ReadFlag(const value& in, const utility::char_t* key, bool absent) {
-    return in.has_field(key) ? Member(in, key).as_bool() : absent;
+bool ReadFlag(const Members& in, TextView key, bool absent) {
+    const value* const flag = in.Find(key);
+    return flag != nullptr ? flag->as_bool() : absent;
 }
 
 }  // namespace
 
 void EventQuery::FromJson(const value& document) {
     *this = EventQuery();
-    if (!document.has_field(keyQuery))
+    const value* const query = Members(document).Find(keyQuery);
+    if (query == nullptr)
         return;
-    const value& in = Member(document, keyQuery);
-    static_cast<void>(in.as_object());  // throws for anything but an object
-    if (in.has_field(ZEL_TEXT("command_uid")))
-        command_uid = Member(in, ZEL_TEXT("command_uid")).as_string();
-    if (in.has_field(ZEL_TEXT("events"))) {
-        const web::json::array& list = Member(in, ZEL_TEXT("events")).as_array();
-        events.reserve(list.size());
-        for (const value& element : list) {
+    static_cast<void>(query->as_object());  // throws for anything but an object
+    const Members in(*query);
+    if (const value* const uid = in.Find(ZEL_TEXT("command_uid")))
+        command_uid = uid->as_string();
+    if (const value* const list = in.Find(ZEL_TEXT("events"))) {
+        events.reserve(list->as_array().size());
+        for (const value& element : list->as_array()) {
             Event event;
             event.FromJson(element);
             // Entered by deep copy: a target whose number has no class is lost here and sets no
@@ -35,9 +36,8 @@ void EventQuery::FromJson(const value& document) {
             events.push_back(static_cast<const Event&>(event));
         }
     }
-    if (in.has_field(ZEL_TEXT("limit_result_count")))
-        limit_result_count =
-            static_cast<std::int32_t>(ReadNumber32(Member(in, ZEL_TEXT("limit_result_count"))));
+    if (const value* const limit = in.Find(ZEL_TEXT("limit_result_count")))
+        limit_result_count = static_cast<std::int32_t>(ReadNumber32(*limit));
     include_enrichments = ReadFlag(in, ZEL_TEXT("include_enrichments"), false);
     no_live_enriched_events = ReadFlag(in, ZEL_TEXT("no_live_enriched_events"), false);
 }

@@ -15,9 +15,9 @@ inline void WriteObject(web::json::value& out, const ZelSchemaParser& object) {
 }
 
 // An object says itself what it is, whatever class it was made as.
-inline void ReadObjectType(const web::json::value& in, ZelSchemaParser& object) {
-    if (in.has_field(keyObjectType))
-        object.SetObjectType(Member(in, keyObjectType).as_string());
+inline void ReadObjectType(const Members& in, ZelSchemaParser& object) {
+    if (const web::json::value* const name = in.Find(keyObjectType))
+        object.SetObjectType(name->as_string());
 }
 
 inline void WriteFields(web::json::value&) {}
@@ -28,10 +28,9 @@ void WriteFields(web::json::value& out, const utility::char_t* key, const Field<
     WriteFields(out, rest...);
 }
 
-inline void ReadFields(const web::json::value&) {}
+inline void ReadFields(const Members&) {}
 template <typename T, typename... Rest>
-void ReadFields(const web::json::value& in, const utility::char_t* key, Field<T>& field,
-                Rest&&... rest) {
+void ReadFields(const Members& in, TextView key, Field<T>& field, Rest&&... rest) {
     ReadField(in, key, field);
     ReadFields(in, rest...);
 }

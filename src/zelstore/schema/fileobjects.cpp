@@ -21,7 +21,8 @@ void Process::ToJson(value& out) const {
                 ZEL_TEXT("signature_level_id"), signature_level_id, ZEL_TEXT("state"), state);
 }
 
-void Process::FromJson(const value& in) {
+void Process::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(normalized_path, alternate_data_stream_name, security_descriptor, url, file_id,
                 size, signature_company_name, signature_value_ids);
     ReadObjectType(in, *this);
@@ -48,7 +49,8 @@ void File::ToJson(value& out) const {
                 ZEL_TEXT("attribute_ids"), attribute_ids, ZEL_TEXT("state"), state);
 }
 
-void File::FromJson(const value& in) {
+void File::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(normalized_path, alternate_data_stream_name, security_descriptor, size, attributes,
                 attribute_ids);
     ReadObjectType(in, *this);
@@ -68,7 +70,8 @@ void Directory::ToJson(value& out) const {
                 ZEL_TEXT("security_descriptor"), security_descriptor, ZEL_TEXT("state"), state);
 }
 
-void Directory::FromJson(const value& in) {
+void Directory::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(normalized_path, security_descriptor);
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("state"), state);
@@ -86,7 +89,8 @@ void Module::ToJson(value& out) const {
                 ZEL_TEXT("signature_level_id"), signature_level_id);
 }
 
-void Module::FromJson(const value& in) {
+void Module::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(normalized_path, alternate_data_stream_name);
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("md5"), md5, ZEL_TEXT("sha2"), sha2,

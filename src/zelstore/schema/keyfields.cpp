@@ -1,5 +1,8 @@
 #include "zelstore/schema/keyfields.h"
 
+#include <type_traits>
+#include <typeinfo>
+
 #include "common/trace.h"
 #include "zelstore/schema/machinepaths.h"
 #include "zelstore/schema/objectclasses.h"
@@ -82,10 +85,14 @@ HRESULT PlainField(const StringPair* pair, ValueSink& sink) {
     return hr::ok;
 }
 
+bool HasWildcard(const Text& value) {
+    return value.find(ZEL_TEXT('*')) != Text::npos || value.find(ZEL_TEXT('?')) != Text::npos;
+}
+
 // Wildcards under `equals` turn the condition into a pattern. The change stays for the values
 // behind, which are then taken for patterns as they stand.
 bool BecomesPattern(const Text& value, Operator& op) {
-    if (op.op != operatorEquals || value.find_first_of(ZEL_TEXT("*?")) == Text::npos)
+    if (op.op != operatorEquals || !HasWildcard(value))
         return false;
     op.op = operatorFitsPattern;
     return true;
@@ -106,10 +113,6 @@ HRESULT WildcardField(const StringPair* pair, ValueSink& sink) {
 // A path of a query may stand for several concrete ones.
 HRESULT ExpandedPaths(const Extraction& in, bool isRegistry, const Text& value, bool isPattern,
                       std::set<Text>& out) {
-    if (!in.forQuery) {
-        out.insert(value);
-        return hr::ok;
-    }
     const HRESULT result = isRegistry ? in.expander->ExpandRegistryPath(value, isPattern, out)
                                       : in.expander->ExpandPath(value, isPattern, out);
     if (!Failed(result) || isRegistry)
@@ -121,8 +124,8 @@ HRESULT ExpandedPaths(const Extraction& in, bool isRegistry, const Text& value, 
 HRESULT PathField(const Extraction& in, const ZelSchemaParser* object, bool isRegistry,
                   ValueSink& sink) {
     const StringPair* const pair = object != nullptr ? object->GetPath() : nullptr;
-    if (pair == nullptr)
-        return absent;
+    if (pair == nullptr || !in.forQuery)
+        return WildcardField(pair, sink);
     Operator op = OperatorOf(pair->op);
     for (const Text& value : pair->values) {
         std::set<Text> variants;
@@ -142,9 +145,12 @@ const StringPair* Sha2(const std::unique_ptr<ZelSchemaParser>& object) {
     return object ? object->GetSha2() : nullptr;
 }
 
+// Nothing derives from the classes asked for, so that no walk through type information is needed.
 template <typename T>
 const T* As(const std::unique_ptr<ZelSchemaParser>& object) {
-    return dynamic_cast<const T*>(object.get());
+    static_assert(std::is_final_v<T>);
+    const ZelSchemaParser* const any = object.get();
+    return any != nullptr && typeid(*any) == typeid(T) ? static_cast<const T*>(any) : nullptr;
 }
 
 HRESULT ActorHashField(const Extraction& in, ValueSink& sink) {
@@ -280,10 +286,22 @@ HRESULT ExtractKeyFields(const Event& event, bool forQuery, FilterMap& out,
     return hr::ok;
 }
 
+std::optional<std::string_view> RecordFields::Find(KeyField field) const noexcept {
+    const Place& place = places_[static_cast<std::size_t>(field)];
+    if (place.at == std::string::npos)
+        return std::nullopt;
+    return std::string_view(texts_.data() + place.at, place.size);
+}
+
 void RecordFields::Offer(KeyField field, std::string_view value) {
-    auto& held = values_[static_cast<std::size_t>(field)];
-    if (!held || value < std::string_view(*held))
-        held.emplace(value);
+    constexpr std::size_t usualSize = 512;
+    const auto held = Find(field);
+    if (held && *held <= value)
+        return;
+    if (texts_.empty())
+        texts_.reserve(usualSize);
+    places_[static_cast<std::size_t>(field)] = {texts_.size(), value.size()};
+    texts_.append(value);
 }
 
 HRESULT ExtractRecordFields(const Event& event, RecordFields& out) {

@@ -55,15 +55,17 @@ HRESULT ExtractKeyFields(const Event& event, bool forQuery, FilterMap& out,
 // The facts of a record: the first value of each field, in byte order. Same failures.
 class RecordFields {
 public:
-    // Null when the record has no such field.
-    const std::string* Find(KeyField field) const noexcept {
-        const auto& value = values_[static_cast<std::size_t>(field)];
-        return value ? &*value : nullptr;
-    }
+    // None when the record has no such field. A view of this object, until the next Offer.
+    std::optional<std::string_view> Find(KeyField field) const noexcept;
     void Offer(KeyField field, std::string_view value);
 
 private:
-    std::optional<std::string> values_[keyFieldCount];
+    struct Place {
+        std::size_t at = std::string::npos;
+        std::size_t size = 0;
+    };
+    std::string texts_;  // of all fields, one behind the other
+    Place places_[keyFieldCount];
 };
 HRESULT ExtractRecordFields(const Event& event, RecordFields& out);
 

@@ -60,8 +60,8 @@ const ClassRow* FindClass(std::int32_t number) {
 
 ObjectPtr CreateObjectFromJson(const web::json::value& in) {
     const ClassRow* row = nullptr;
-    if (in.has_field(keyObjectType))
-        row = FindClass(ObjectTypes().Number(Member(in, keyObjectType).as_string()));
+    if (const web::json::value* const name = Members(in).Find(keyObjectType))
+        row = FindClass(ObjectTypes().Number(name->as_string()));
     ObjectPtr object = row != nullptr ? row->make() : Make<Unknown>();
     object->FromJson(in);
     return object;

@@ -20,16 +20,18 @@ void WriteNumbers(value& out, const utility::char_t* key, const std::vector<T>& 
 }
 
 template <typename T>
-void ReadNumbers(const value& in, const utility::char_t* key, std::vector<T>& numbers) {
+void ReadNumbers(const Members& in, TextView key, std::vector<T>& numbers) {
     numbers.clear();
-    if (!in.has_field(key))
+    const value* const list = in.Find(key);
+    if (list == nullptr)
         return;
-    for (const value& element : Member(in, key).as_array())
+    for (const value& element : list->as_array())
         numbers.push_back(static_cast<T>(ReadNumber32(element)));
 }
 
-std::uint32_t ReadPlain(const value& in, const utility::char_t* key, std::uint32_t absent) {
-    return in.has_field(key) ? ReadNumber32(Member(in, key)) : absent;
+std::uint32_t ReadPlain(const Members& in, TextView key, std::uint32_t absent) {
+    const value* const number = in.Find(key);
+    return number != nullptr ? ReadNumber32(*number) : absent;
 }
 
 }  // namespace
@@ -38,7 +40,8 @@ void Unknown::ToJson(value& out) const {
     WriteObject(out, *this);
 }
 
-void Unknown::FromJson(const value& in) {
+void Unknown::FromJson(const value& json) {
+    const Members in(json);
     ReadObjectType(in, *this);
 }
 
@@ -54,12 +57,13 @@ void Session::ToJson(value& out) const {
     WriteField(out, ZEL_TEXT("state"), state);
 }
 
-void Session::FromJson(const value& in) {
+void Session::FromJson(const value& json) {
+    const Members in(json);
     session_state.clear();
     ReadObjectType(in, *this);
     ReadField(in, ZEL_TEXT("id"), id);
-    if (in.has_field(ZEL_TEXT("session_state")))
-        for (const value& name : Member(in, ZEL_TEXT("session_state")).as_array())
+    if (const value* const names = in.Find(ZEL_TEXT("session_state")))
+        for (const value& name : names->as_array())
             session_state.push_back(SessionStates().Number(name.as_string()));
     ReadField(in, ZEL_TEXT("state"), state);
 }
@@ -71,7 +75,8 @@ void Network::ToJson(value& out) const {
                 ZEL_TEXT("protocol_id"), protocol_id, ZEL_TEXT("direction_id"), direction_id);
 }
 
-void Network::FromJson(const value& in) {
+void Network::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(dst_port, src_port, protocol_id, direction_id);
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("dst_ip"), dst_ip, ZEL_TEXT("src_ip"), src_ip, ZEL_TEXT("url"), url);
@@ -88,7 +93,8 @@ void RegKey::ToJson(value& out) const {
                 ZEL_TEXT("state"), state);
 }
 
-void RegKey::FromJson(const value& in) {
+void RegKey::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(security_descriptor);
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("state"), state);
@@ -108,15 +114,16 @@ void RegValue::ToJson(value& out) const {
     WriteField(out, ZEL_TEXT("state"), state);
 }
 
-void RegValue::FromJson(const value& in) {
+void RegValue::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(security_descriptor);
     isDefault = isDefaultPresent = false;
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("name"), name);
     type_id = ReadPlain(in, ZEL_TEXT("type_id"), 1);
     ReadField(in, ZEL_TEXT("data"), data);
-    if (in.has_field(ZEL_TEXT("default"))) {
-        isDefault = Member(in, ZEL_TEXT("default")).as_bool();
+    if (const value* const given = in.Find(ZEL_TEXT("default"))) {
+        isDefault = given->as_bool();
         isDefaultPresent = true;
     }
     ReadField(in, ZEL_TEXT("state"), state);
@@ -138,7 +145,8 @@ void Service::ToJson(value& out) const {
                 state);
 }
 
-void Service::FromJson(const value& in) {
+void Service::FromJson(const value& json) {
+    const Members in(json);
     ResetFields(normalized_path);
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("path"), path, ZEL_TEXT("name"), name, ZEL_TEXT("md5"), md5,
@@ -163,7 +171,8 @@ void Url::ToJson(value& out) const {
     WriteField(out, ZEL_TEXT("state"), state);
 }
 
-void Url::FromJson(const value& in) {
+void Url::FromJson(const value& json) {
+    const Members in(json);
     ReadObjectType(in, *this);
     ReadField(in, ZEL_TEXT("state"), state);
     ReadField(in, ZEL_TEXT("text"), text);
@@ -179,7 +188,8 @@ void KernelObject::ToJson(value& out) const {
     WriteNumbers(out, ZEL_TEXT("type_ids"), type_ids);
 }
 
-void KernelObject::FromJson(const value& in) {
+void KernelObject::FromJson(const value& json) {
+    const Members in(json);
     type_ids.clear();
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("name"), name, ZEL_TEXT("state"), state);
@@ -195,7 +205,8 @@ void Source::ToJson(value& out) const {
     WriteField(out, ZEL_TEXT("facility"), facility);
 }
 
-void Source::FromJson(const value& in) {
+void Source::FromJson(const value& json) {
+    const Members in(json);
     ReadField(in, ZEL_TEXT("facility"), facility);
 }
 
@@ -205,7 +216,8 @@ void Etw::ToJson(value& out) const {
                 ZEL_TEXT("state"), state);
 }
 
-void Etw::FromJson(const value& in) {
+void Etw::FromJson(const value& json) {
+    const Members in(json);
     ReadObjectType(in, *this);
     ReadFields(in, ZEL_TEXT("ref_event"), ref_event, ZEL_TEXT("source"), source, ZEL_TEXT("state"),
                state);
@@ -221,7 +233,8 @@ void Amsi::ToJson(value& out) const {
     WriteField(out, ZEL_TEXT("state"), state);
 }
 
-void Amsi::FromJson(const value& in) {
+void Amsi::FromJson(const value& json) {
+    const Members in(json);
     ReadObjectType(in, *this);
     ReadField(in, ZEL_TEXT("state"), state);
     ReadField(in, ZEL_TEXT("resource"), resource);

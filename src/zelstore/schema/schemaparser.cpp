@@ -36,10 +36,6 @@ const web::json::number& AsNumber(const web::json::value& in) {
 
 }  // namespace
 
-const web::json::value& Member(const web::json::value& in, const utility::char_t* key) {
-    return in.as_object().at(key);
-}
-
 std::uint32_t ReadNumber32(const web::json::value& in) {
     const web::json::number& number = AsNumber(in);
     if (!number.is_integral())

@@ -78,15 +78,34 @@ private:
     std::unique_ptr<T> value_;
 };
 
-// The member of an object, which must be there.
-const web::json::value& Member(const web::json::value& in, const utility::char_t* key);
+// The members of a JSON value, which has none unless it is an object. A view: the value must
+// outlive it. The library's own search needs a string made of each key that is asked for, and a
+// record has few members and is asked for many.
+class Members {
+public:
+    Members(const web::json::value& in) : object_(in.is_object() ? &in.as_object() : nullptr) {}
+
+    // Null when there is none. Of several with the same key it is the one that the library's search
+    // finds.
+    const web::json::value* Find(TextView key) const noexcept {
+        if (object_ == nullptr)
+            return nullptr;
+        for (const auto& [name, member] : *object_)
+            if (name.size() == key.size() && key == name)
+                return &member;
+        return nullptr;
+    }
+
+private:
+    const web::json::object* object_;
+};
 
 // Reads an optional field: absent keys leave it absent.
 template <typename T>
-void ReadField(const web::json::value& in, const utility::char_t* key, Field<T>& field) {
+void ReadField(const Members& in, TextView key, Field<T>& field) {
     field.Reset();
-    if (in.has_field(key))
-        field.Make().FromJson(Member(in, key));
+    if (const web::json::value* const member = in.Find(key))
+        field.Make().FromJson(*member);
 }
 
 template <typename T>

@@ -10,7 +10,7 @@ constexpr const utility::char_t* keyOperator = ZEL_TEXT("operator");
 constexpr const utility::char_t* keyValue = ZEL_TEXT("value");
 
 template <typename T>
-value ToArray(const std::vector<T>& values) {
+value ToArray(const T& values) {
     value array = value::array(values.size());
     for (std::size_t i = 0; i < values.size(); ++i)
         array[i] = value(values[i]);
@@ -25,13 +25,14 @@ void Operator::ToJson(value& out) const {
     out[ZEL_TEXT("case_insensitive")] = value::boolean(!caseSensitive);
 }
 
-void Operator::FromJson(const value& in) {
+void Operator::FromJson(const value& json) {
+    const Members in(json);
     op = operatorUnknown;
     caseSensitive = false;
-    if (in.has_field(keyValue))
-        op = OperatorTypes().Number(Member(in, keyValue).as_string());
-    if (in.has_field(ZEL_TEXT("case_insensitive")))
-        caseSensitive = !Member(in, ZEL_TEXT("case_insensitive")).as_bool();
+    if (const value* const name = in.Find(keyValue))
+        op = OperatorTypes().Number(name->as_string());
+    if (const value* const insensitive = in.Find(ZEL_TEXT("case_insensitive")))
+        caseSensitive = !insensitive->as_bool();
 }
 
 void StringPair::ToJson(value& out) const {
@@ -41,12 +42,14 @@ void StringPair::ToJson(value& out) const {
         out[keyValue] = ToArray(values);
 }
 
-void StringPair::FromJson(const value& in) {
+void StringPair::FromJson(const value& json) {
+    const Members in(json);
     values.clear();
     ReadField(in, keyOperator, op);
-    if (!in.has_field(keyValue))
+    const value* const list = in.Find(keyValue);
+    if (list == nullptr)
         return;
-    const web::json::array& array = Member(in, keyValue).as_array();
+    const web::json::array& array = list->as_array();
     values.reserve(array.size());
     for (const value& element : array)
         values.push_back(element.as_string());
@@ -61,12 +64,14 @@ void IntegerPair<T>::ToJson(value& out) const {
 }
 
 template <typename T>
-void IntegerPair<T>::FromJson(const value& in) {
+void IntegerPair<T>::FromJson(const value& json) {
+    const Members in(json);
     values.clear();
     ReadField(in, keyOperator, op);
-    if (!in.has_field(keyValue))
+    const value* const list = in.Find(keyValue);
+    if (list == nullptr)
         return;
-    for (const value& element : Member(in, keyValue).as_array()) {
+    for (const value& element : list->as_array()) {
         if constexpr (sizeof(T) == sizeof(std::uint32_t))
             values.push_back(ReadNumber32(element));
         else
@@ -77,11 +82,12 @@ void IntegerPair<T>::FromJson(const value& in) {
 template class IntegerPair<std::uint32_t>;
 template class IntegerPair<std::uint64_t>;
 
-void TextPair::FromJson(const web::json::value& in) {
+void TextPair::FromJson(const web::json::value& json) {
+    const Members in(json);
     value.clear();
     ReadField(in, keyOperator, op);
-    if (in.has_field(keyValue))
-        value = Member(in, keyValue).as_string();
+    if (const web::json::value* const text = in.Find(keyValue))
+        value = text->as_string();
 }
 
 void DatePair::ToJson(web::json::value& out) const {
@@ -104,13 +110,14 @@ void ExistPair::ToJson(value& out) const {
         out[ZEL_TEXT("error_code")] = value::string(error_code);
 }
 
-void ExistPair::FromJson(const value& in) {
+void ExistPair::FromJson(const value& json) {
+    const Members in(json);
     state = 0;
     error_code.clear();
-    if (in.has_field(ZEL_TEXT("state")))
-        state = ExistStates().Number(Member(in, ZEL_TEXT("state")).as_string());
-    if (in.has_field(ZEL_TEXT("error_code")))
-        error_code = Member(in, ZEL_TEXT("error_code")).as_string();
+    if (const value* const name = in.Find(ZEL_TEXT("state")))
+        state = ExistStates().Number(name->as_string());
+    if (const value* const code = in.Find(ZEL_TEXT("error_code")))
+        error_code = code->as_string();
 }
 
 }  // namespace ZEL::Schema

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <vector>
 
 #include "zelstore/schema/schemaparser.h"
@@ -29,7 +30,7 @@ public:
     bool IsValid() const override { return !values.empty(); }
 
     Field<Operator> op;
-    std::vector<Text> values;
+    boost::container::small_vector<Text, 1> values;  // nearly always one
 };
 
 // {"operator":{...},"value":[1,2]}, for unsigned 32-bit and 64-bit numbers.
@@ -42,7 +43,7 @@ public:
     bool IsValid() const override { return !values.empty(); }
 
     Field<Operator> op;
-    std::vector<T> values;
+    boost::container::small_vector<T, 1> values;
 };
 
 // {"operator":{...},"value":"text"}; the text is not checked. DatePair and GuidPair read alike.

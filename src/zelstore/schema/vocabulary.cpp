@@ -87,29 +87,34 @@ constexpr NameTable::Row existStates[] = {{1, ZEL_TEXT("exists")},
 constexpr NameTable::Row sessionStates[] = {{1, ZEL_TEXT("logged-on")},
                                             {2, ZEL_TEXT("logged-off")}};
 
-template <typename Map, typename Key>
-const typename Map::mapped_type& Find(const Map& map, const Key& key) {
-    const auto found = map.find(key);
-    if (found == map.end())
-        throw std::out_of_range("invalid map<K, T> key");
-    return found->second;
+[[noreturn]] void ThrowUnknown() {
+    throw std::out_of_range("invalid map<K, T> key");
 }
 
 }  // namespace
 
 NameTable::NameTable(const Row* rows, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
+        const auto number = static_cast<std::size_t>(rows[i].number);
+        if (names_.size() <= number)
+            names_.resize(number + 1);
+        names_[number] = rows[i].name;
         numbers_.emplace(rows[i].name, rows[i].number);
-        names_.emplace(rows[i].number, rows[i].name);
     }
 }
 
 std::int32_t NameTable::Number(const Text& name) const {
-    return Find(numbers_, name);
+    const auto found = numbers_.find(name);
+    if (found == numbers_.end())
+        ThrowUnknown();
+    return found->second;
 }
 
 const Text& NameTable::Name(std::int32_t number) const {
-    return Find(names_, number);
+    if (number < 0 || static_cast<std::size_t>(number) >= names_.size() ||
+        names_[static_cast<std::size_t>(number)].empty())
+        ThrowUnknown();
+    return names_[static_cast<std::size_t>(number)];
 }
 
 const NameTable& ObjectTypes() {

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <unordered_map>
+#include <vector>
 
 #include "zelstore/schema/text.h"
 
@@ -60,13 +61,13 @@ public:
     // Both throw std::out_of_range "invalid map<K, T> key" for what is not in the table.
     std::int32_t Number(const Text& name) const;
     const Text& Name(std::int32_t number) const;
-    std::size_t Size() const noexcept { return names_.size(); }
+    std::size_t Size() const noexcept { return numbers_.size(); }
 
 private:
     NameTable(const Row* rows, std::size_t count);
 
-    std::map<Text, std::int32_t> numbers_;
-    std::map<std::int32_t, Text> names_;
+    std::unordered_map<Text, std::int32_t> numbers_;
+    std::vector<Text> names_;  // by number; empty where a number has no name
 };
 
 const NameTable& ObjectTypes();
