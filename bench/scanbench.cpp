@@ -1,8 +1,8 @@
 #include <benchmark/benchmark.h>
 
 #include "common/countedptr.h"
-#include "common/itobbaseimpl.h"
 #include "common/textbridge.h"
+#include "countingcallback.h"
 #include "fixture.h"
 #include "zelstore/eventstoreproxy.h"
 
@@ -11,22 +11,6 @@ namespace bench {
 namespace {
 
 using ZEL::CountedPtr;
-
-class CountingCallback final : public ZEL::IQueryCallback {
-public:
-    ZEL::TobResult QueryInterface(const ZEL::GUID&, void**) override {
-        return ZEL::TOBERR_NO_INTERFACE;
-    }
-    std::int64_t AddRef() override { return 2; }
-    std::int64_t Release() override { return 1; }
-    ZEL::HRESULT OnQueryResults(ZEL::HRESULT, ZEL::IValueCollection* results, bool, bool,
-                                ZEL::IStringValue*, std::int32_t) override {
-        if (results != nullptr)
-            rows += results->Count();
-        return ZEL::hr::ok;
-    }
-    std::size_t rows = 0;
-};
 
 // Runs a query until its rows are counted; the store stays started for all benchmarks.
 void RunQuery(benchmark::State& state, const wchar_t* document, std::size_t expectedRows) {

@@ -54,7 +54,7 @@ private:
                const std::string& line);
     bool WritesFail(const std::string& file, std::uint64_t number);
     bool Insert(IStringValue* key, IStringValue* value);
-    bool InsertReceiveRow(IStringValue* eventKey);
+    bool InsertReceiveRow(IStringValue* eventKey, const std::string& keyText);
     CountedPtr<IStringValue> MakeReceiveKey(IStringValue* eventKey);
     void Reject(const std::string& file, std::uint64_t number, const std::string& why);
 
@@ -126,7 +126,8 @@ bool Ingest::TakeLine(const std::string& file, std::uint64_t number, const std::
         return true;
     if (options_.printKeys)
         output_.Write(keyText + "\n");
-    if (!Insert(key.Get(), text.Get()) || (options_.receiveRows && !InsertReceiveRow(key.Get())))
+    if (!Insert(key.Get(), text.Get()) ||
+        (options_.receiveRows && !InsertReceiveRow(key.Get(), keyText)))
         return false;
     ++taken_;
     return true;
@@ -191,9 +192,9 @@ CountedPtr<IStringValue> Ingest::MakeReceiveKey(IStringValue* eventKey) {
     return key;
 }
 
-bool Ingest::InsertReceiveRow(IStringValue* eventKey) {
+bool Ingest::InsertReceiveRow(IStringValue* eventKey, const std::string& keyText) {
     const CountedPtr<IStringValue> key = MakeReceiveKey(eventKey);
-    const auto value = ToValue("{\"event_pkey\":" + JsonString(ToText(eventKey)) + "}");
+    const auto value = ToValue("{\"event_pkey\":" + JsonString(keyText) + "}");
     return key && value && key->GetLength(0) > 0 && Insert(key.Get(), value.Get());
 }
 

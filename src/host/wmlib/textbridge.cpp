@@ -170,6 +170,9 @@ bool IsUtf8(std::string_view bytes) noexcept {
 
 std::string ToUtf8Lossy(std::wstring_view text) {
     std::string out;
+    if (ToUtf8(text, out))
+        return out;
+    out.clear();
     for (std::size_t at = 0; at < text.size();) {
         const std::uint32_t c = NextWide(text, at);
         AppendUtf8(c == malformed ? replacement : c, out);
