@@ -45,7 +45,7 @@ std::string FolderOf(int day) {
 }
 
 std::string TimeKey(int day, std::size_t record) {
-    char time[24];
+    char time[48];
     std::snprintf(time, sizeof(time), "T%02zu:%02zu:00.000Z", record / 10, record % 10 * 6);
     return "p<begin_time>" + DateText(day, "%04d-%02u-%02u") + time;
 }
