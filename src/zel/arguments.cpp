@@ -21,7 +21,6 @@ CLI::Option* AddText(CLI::App& command, const char* name, std::string& text, con
 }
 
 // May be given several times, with one value each.
-// May be given several times, with one value each.
 void AddTexts(CLI::App& command, const char* name, std::vector<std::string>& texts,
               const char* kind, const char* help) {
     command.add_option(name, texts, help)
@@ -31,12 +30,14 @@ void AddTexts(CLI::App& command, const char* name, std::vector<std::string>& tex
 }
 
 void AddConditions(CLI::App& command, QueryOptions& options) {
-    AddTexts(command, "--action", options.actions, "NAME", "Such as create, launch, connect");
-    AddTexts(command, "--object", options.objects, "KIND", "Kind of target, such as file, process");
+    AddTexts(command, "--action", options.actions, "NAME",
+             "What happened, such as create, launch, connect");
+    AddTexts(command, "--object", options.objects, "KIND",
+             "Kind of the target, such as file, process, network");
     AddTexts(command, "--actor-path", options.actorPaths, "PATH",
              "Path of the acting process; * and ? stand for any characters");
     AddTexts(command, "--target-path", options.targetPaths, "PATH",
-             "Path or name of the target, likewise");
+             "Path or name of the target; * and ? as above");
     AddTexts(command, "--pattern", options.patterns, "REGEX",
              "Regular expression for the whole path or name of the target (Perl syntax)");
     AddTexts(command, "--hash", options.hashes, "SHA2", "SHA-2 of the actor or of the target");
@@ -54,16 +55,18 @@ void AddTimes(CLI::App& command, QueryOptions& options) {
     command
         .add_option_function<std::string>(
             "--by", [&options](const std::string& by) { options.byReceive = by == "receive"; },
-            "Walk events by their own time (event), or by when the store received them (receive)")
+            "Order and times: when events happened (event), or when the store received them "
+            "(receive)")
         ->check(CLI::IsMember({"event", "receive"}))
-        ->type_name("TIME");
+        ->type_name("CLOCK");
     AddText(command, "--after-cursor", options.afterCursor, "POSITION",
             "With --by receive: go on behind the position that --show-cursor told");
 }
 
 void AddOutput(CLI::App& command, std::string& output) {
-    command.add_option("-o,--output", output, "table, or json; by default a table on a terminal")
-        ->check(CLI::IsMember({"table", "json"}));
+    command.add_option("-o,--output", output, "By default table on a terminal, else json")
+        ->check(CLI::IsMember({"table", "json"}))
+        ->type_name("FORM");
 }
 
 }  // namespace
@@ -78,7 +81,7 @@ void AddQuery(CLI::App& app, QueryOptions& options) {
                 "An event_query document in place of the flags, or - for standard input");
     AddTimes(command, options);
     AddConditions(command, options);
-    AddText(command, "--limit", options.limit, "NUMBER", "Most results");
+    AddText(command, "--limit", options.limit, "NUMBER", "Print at most so many events");
     command.add_flag("--enrichments", options.enrichments, "Join the enrichments to each event");
     command.add_flag("--no-live-enriched", options.noLiveEnriched,
                      "Leave out events that have a live enrichment");
@@ -90,13 +93,15 @@ void AddQuery(CLI::App& app, QueryOptions& options) {
                 throw CLI::ExcludesError(option->get_name(), "DOCUMENT");
     });
     AddText(command, "--machine", options.machine, "FILE",
-            "The machine that paths are meant for, as `machine show` prints one; else this one");
+            "Read paths as on the machine that FILE describes (`zel machine show` writes one), "
+            "not as on this one");
     command.add_flag("--show-cursor", options.showCursor,
                      "Tell the position of the last row at the end, on stderr");
-    command.add_flag("--explain", options.explain, "Print the document and run nothing");
+    command.add_flag("--explain", options.explain,
+                     "Print the document that the flags make, and run nothing");
     command
         .add_option("-o,--output", options.output,
-                    "ndjson, json or table; without it table on a terminal, else ndjson")
+                    "By default table on a terminal, else ndjson: one JSON text a line")
         ->check(CLI::IsMember({"ndjson", "json", "table"}))
         ->type_name("FORM");
 }
@@ -108,33 +113,42 @@ void AddEnrich(CLI::App& app, EnrichOptions& options) {
         "one JSON value. With it: FILE holds lines {\"key\":\"...\",\"enrichment\":...}.");
     AddText(command, "KEY", options.key, "", "Key of an event; not with --ndjson");
     AddText(command, "FILE", options.file, "", "What to store; - or none: standard input");
-    CLI::Option* const live =
-        command.add_flag("--live", options.live, "Of the kind that --no-live-enriched leaves out");
+    CLI::Option* const live = command.add_flag(
+        "--live", options.live, "Live: `query --no-live-enriched` leaves the event out");
     command
         .add_flag_callback(
-            "--silent", [] {}, "Of the other kind; this is the default")
+            "--silent", [] {}, "Silent, and so of no effect on that; this is the default")
         ->excludes(live);
-    command.add_flag("--ndjson", options.ndjson, "Many, one on each line");
+    command.add_flag("--ndjson", options.ndjson, "Many enrichments, one on each line of FILE");
 }
 
 void AddIngest(CLI::App& app, IngestOptions& options) {
     CLI::App& command = *app.add_subcommand("ingest", "Store event records, one JSON text a line");
-    command.add_option("FILE", options.files,
-                       "Files, plain or packed with gzip or xz; - or none: standard input");
+    command
+        .add_option("FILE", options.files,
+                    "Files, plain or packed with gzip or xz; - or none: standard input")
+        ->type_name("");
     command.add_flag("--print-keys", options.printKeys, "Write each record's key to stdout");
-    command.add_flag("!--no-receive-rows", options.receiveRows,
-                     "Store no receive-time rows beside the records");
-    command.add_flag("--live", options.live, "Write records within ten seconds");
-    command.add_flag("--follow", options.follow,
-                     "Live; print each event once it is on the disk, across runs of the program");
-    command.add_option("--position", options.position,
-                       "The file that keeps how far --follow is (in the store: zel.position)");
+    command.add_flag_callback(
+        "--no-receive-rows", [&options] { options.receiveRows = false; },
+        "Store no receive-time rows, which `query --by receive` and --follow need");
+    command.add_flag("--live", options.live, "Bring records to the disk within ten seconds");
+    command.add_flag(
+        "--follow", options.follow,
+        "As --live, and print each event once it is on the disk; the next run goes on there");
+    command
+        .add_option("--position", options.position,
+                    "The file that keeps how far --follow is; by default zel.position in the store")
+        ->type_name("FILE");
 }
 
 void AddPurge(CLI::App& app, PurgeOptions& options) {
     CLI::App& command = *app.add_subcommand("purge", "Delete the oldest folders to fit a size");
-    command.add_option("--max-size", options.maxSize, "Such as 500M, 2G, or 0 for all that may go")
-        ->required();
+    command
+        .add_option("--max-size", options.maxSize,
+                    "Such as 500M or 2G (M is 1,048,576 bytes); 0 for all that may go")
+        ->required()
+        ->type_name("SIZE");
     command.add_flag("--dry-run", options.dryRun, "Tell what would go and delete nothing");
     AddOutput(command, options.output);
 }
@@ -148,30 +162,36 @@ void AddInfo(CLI::App& app, InfoOptions& options) {
 void AddMonitor(CLI::App& app, MonitorOptions& options) {
     CLI::App& command = *app.add_subcommand("monitor", "Tell when disk space runs short");
     command.add_flag("--once", options.once, "Tell how it is now and end");
-    command.add_option("--stop-below", options.stopBelow,
-                       "Megabytes (1,000,000 bytes) below which to stop; kept in the settings");
-    command.add_option("--resume-percent", options.resumePercentage,
-                       "Percent above that from which to resume; kept in the settings");
+    command
+        .add_option("--stop-below", options.stopBelow,
+                    "Stop with less free space, in units of 1,000,000 bytes; kept in the settings")
+        ->type_name("MEGABYTES");
+    command
+        .add_option("--resume-percent", options.resumePercentage,
+                    "Resume so far above that, in percent of it; kept in the settings")
+        ->type_name("PERCENT");
     AddOutput(command, options.output);
 }
 
 void AddSettings(CLI::App& app, SettingsOptions& options) {
     CLI::App& command = *app.add_subcommand("settings", "Read or write a setting");
     command.require_subcommand(1);
-    for (const char* name : {"get", "set"}) {
-        CLI::App& action = *command.add_subcommand(name);
-        action.add_option("KEY", options.key, "Such as ZEL\\Settings\\FDR")->required();
-        action.add_option("NAME", options.name, "Such as MAX_INCOMING_QUEUE_LENGTH")->required();
-        if (std::string(name) == "set")
-            action.add_option("VALUE", options.value, "0 to 4294967295")->required();
+    CLI::App& get = *command.add_subcommand("get", "Print a value");
+    CLI::App& set = *command.add_subcommand("set", "Store a value");
+    for (CLI::App* const action : {&get, &set}) {
+        action->add_option("KEY", options.key, "Such as ZEL\\Settings\\FDR")->required();
+        action->add_option("NAME", options.name, "Such as MAX_INCOMING_QUEUE_LENGTH")->required();
     }
+    set.add_option("VALUE", options.value, "0 to 4294967295")->required();
 }
 
 void AddMachine(CLI::App& app, MachineOptions& options) {
     CLI::App& command = *app.add_subcommand("machine", "The machine that paths are meant for");
     command.require_subcommand(1);
     CLI::App& show = *command.add_subcommand("show", "Describe this machine as JSON");
-    show.add_option("--machine", options.file, "A described machine in place of this one");
+    show.add_option("--machine", options.file,
+                    "Print what a description says in place of this machine")
+        ->type_name("FILE");
 }
 
 }  // namespace zel

@@ -60,12 +60,19 @@ int main(int argc, char** argv) {
     OccupyStandardDescriptors();
     CLI::App app("zel: the local store of security events", "zel");
     app.require_subcommand(1);
-    app.set_version_flag("--version", ZEL_VERSION);
+    app.set_version_flag("--version", "zel " ZEL_VERSION);
     GlobalOptions global;
-    app.add_option("--store", global.store, "The store's directory")->envname("ZEL_STORE");
-    app.add_option("--config", global.config, "A file with path tokens (ZELDataStore=DIR)");
+    app.add_option("--store", global.store, "The store's directory")
+        ->envname("ZEL_STORE")
+        ->type_name("DIR");
+    app.add_option("--config", global.config,
+                   "A file that names directories, such as ZELDataStore=DIR")
+        ->type_name("FILE");
     app.add_flag("-v,--verbose", global.verbose, "Tell what the store reports");
     const Commands commands(app);
+    app.footer(
+        "These options stand ahead of the command: zel --store DIR query --since today.\n"
+        "`zel COMMAND --help` tells those of a command, zel(1) all of them.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,0 +1,76 @@
+# What an installation holds. All that is loaded together stands in one private folder, as in the
+# build tree, so that an installed tree may be moved anywhere.
+set(CMAKE_INSTALL_DOCDIR share/doc/zelstore CACHE PATH "Documents")
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+set(component_folder ${CMAKE_INSTALL_LIBDIR}/zelstore)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ZELStore)
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/ZELStore)
+file(RELATIVE_PATH from_bin /${CMAKE_INSTALL_BINDIR} /${component_folder})
+set_target_properties(wmLib wmSet wmJobMgr ZELStore PROPERTIES INSTALL_RPATH "$ORIGIN")
+set_target_properties(zel PROPERTIES INSTALL_RPATH "$ORIGIN/${from_bin}")
+
+target_include_directories(wmLib INTERFACE $<INSTALL_INTERFACE:${headers}>)
+
+install(TARGETS wmLib wmSet wmJobMgr ZELStore zel EXPORT ZELStoreTargets
+        RUNTIME COMPONENT runtime
+        LIBRARY DESTINATION ${component_folder} COMPONENT runtime NAMELINK_COMPONENT development)
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT runtime FILES_MATCHING PATTERN *.md)
+install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES docs/zel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+install(FILES completions/zel.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        RENAME zel COMPONENT runtime)
+install(FILES completions/_zel DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT runtime)
+install(FILES completions/zel.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
+        COMPONENT runtime)
+install(FILES examples/README.md examples/events.ndjson.xz examples/LICENSE.Security-Datasets.txt
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
+
+# For those who build a host. Locks are the store's own business.
+install(DIRECTORY src/include/common DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h
+        PATTERN lock.h EXCLUDE PATTERN threadannotations.h EXCLUDE)
+install(FILES src/zelstore/ieventstore.h src/zelstore/izelstorequery.h
+        DESTINATION ${headers}/zelstore COMPONENT development)
+install(FILES src/zelstore/diskmonitor/idiskspacemonitor.h
+        DESTINATION ${headers}/zelstore/diskmonitor COMPONENT development)
+install(FILES examples/minimalhost.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
+install(DIRECTORY examples/outside DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
+install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR}-dev COMPONENT development)
+
+install(EXPORT ZELStoreTargets NAMESPACE ZELStore:: DESTINATION ${package_folder} COMPONENT development)
+configure_package_config_file(cmake/ZELStoreConfig.cmake.in ZELStoreConfig.cmake
+                              INSTALL_DESTINATION ${package_folder} PATH_VARS component_folder)
+write_basic_package_version_file(ZELStoreConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ZELStoreConfig.cmake ${PROJECT_BINARY_DIR}/ZELStoreConfigVersion.cmake
+        DESTINATION ${package_folder} COMPONENT development)
+
+# Debian packages: zelstore, and zelstore-dev for hosts. scripts/package makes them.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME zelstore)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debiandocs.cmake)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "ZELStore maintainers <maintainers@zelstore.example>"
+    CACHE STRING "Maintainer of the Debian packages")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME zelstore)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Takes security events as JSON records, keeps them in LevelDB
+databases grouped by date, and answers queries by walking their keys. This
+package holds the loadable component and zel, its command line host.")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME zelstore-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "zelstore (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds what it takes to build a program that
+loads the event store of the package zelstore: headers, a CMake package and an
+example.")
+include(CPack)

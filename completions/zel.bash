@@ -1,0 +1,76 @@
+# Completion of zel for bash. zsh and fish ask it too.
+
+_zel_flags() { # COMMAND: its flags
+    case $1 in
+        "") echo --help --version --store --config --verbose ;;
+        ingest) echo --help --print-keys --no-receive-rows --live --follow --position ;;
+        query) echo --help --since --until --by --after-cursor --action --object --actor-path --target-path \
+            --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
+            --show-cursor --explain --output ;;
+        enrich) echo --help --live --silent --ndjson ;;
+        purge) echo --help --max-size --dry-run --output ;;
+        info) echo --help --check --output ;;
+        monitor) echo --help --once --stop-below --resume-percent --output ;;
+        "machine show") echo --help --machine ;;
+        *) echo --help ;;
+    esac
+}
+
+_zel_commands() { # COMMAND: the commands that may follow
+    case $1 in
+        "") echo ingest query enrich purge info monitor settings machine ;;
+        settings) echo get set ;;
+        machine) echo show ;;
+    esac
+}
+
+_zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for all of them
+    case $2 in
+        --store) echo DIR ;;
+        --config | --position | --machine) echo FILE ;;
+        --since | --until) echo now today yesterday -1h -1d -1w ;;
+        --by) echo event receive ;;
+        --action) echo create delete open rename modify set_attributes encrypt decrypt close set_security \
+            restore set launch terminate injection load unload logon logoff connect accept request \
+            statistic scan generic enumerate reputation_query ;;
+        --object) echo process file directory module service reg_key reg_value kernel_object network url \
+            session etw amsi ;;
+        -o | --output) if [ "$1" = query ]; then echo ndjson json table; else echo table json; fi ;;
+        --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
+            --limit | --max-size | --stop-below | --resume-percent) echo NONE ;;
+    esac
+}
+
+_zel_complete() {
+    local cur="${COMP_WORDS[COMP_CWORD]}" command="" flag="" word values
+    # `flag` is the one whose value the word behind it is.
+    for word in "${COMP_WORDS[@]:1:$((COMP_CWORD - 1))}"; do
+        if [ "$word" = "=" ]; then
+            continue
+        elif [ -n "$flag" ]; then
+            flag=
+        elif [ -n "$(_zel_values "$command" "$word")" ]; then
+            flag=$word
+        elif [ -n "$(_zel_commands "$command")" ] && [ "${word#-}" = "$word" ]; then
+            command="${command:+$command }$word"
+        fi
+    done
+    [ "$cur" = "=" ] && cur=
+    values=$(_zel_values "$command" "$flag")
+    if [ -z "$values" ]; then
+        case $cur,$command in
+            -*) values=$(_zel_flags "$command") ;;
+            *,ingest | *,enrich) values=FILE ;;
+            *) values=$(_zel_commands "$command") ;;
+        esac
+    fi
+    local IFS=$'\n'
+    case $values in
+        NONE | "") COMPREPLY=() ;;
+        DIR) compopt -o filenames 2>/dev/null; COMPREPLY=($(compgen -d -- "$cur")) ;;
+        FILE) compopt -o filenames 2>/dev/null; COMPREPLY=($(compgen -f -- "$cur")) ;;
+        *) COMPREPLY=($(compgen -W "${values// /$'\n'}" -- "$cur")) ;;
+    esac
+}
+
+complete -F _zel_complete zel
