@@ -60,7 +60,7 @@ private:
     HRESULT OnQueryResults(HRESULT, ZEL::IValueCollection* results, bool isFinal, bool,
                            IStringValue*, std::int32_t) override {
         for (std::size_t i = 0; !isFinal && i < results->Count(); ++i, ++count_)
-            std::printf("%ls\n", results->GetValue(i)->GetText());
+            std::printf("%s\n", wm::ToUtf8Lossy(results->GetValue(i)->GetText()).c_str());
         if (isFinal)
             ended_.Set();
         return ZEL::hr::ok;
@@ -138,8 +138,8 @@ void PrintDatabaseErrors(ZEL::IEventStore7& store) {
         row.GetNumber(1, &operation);
         row.GetNumber(2, &times);
         row.GetNumber(3, &result);
-        std::printf("%ls: operation %u failed %u times, 0x%08X\n", row.GetText(0)->GetText(),
-                    operation, times, result);
+        std::printf("%s: operation %u failed %u times, 0x%08X\n",
+                    wm::ToUtf8Lossy(row.GetText(0)->GetText()).c_str(), operation, times, result);
     }
 }
 
