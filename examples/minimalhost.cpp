@@ -28,7 +28,7 @@ public:
     ZEL::HRESULT OnQueryResults(ZEL::HRESULT, ZEL::IValueCollection* results, bool isFinal, bool,
                                 IStringValue*, std::int32_t) override {
         for (std::size_t i = 0; !isFinal && i < results->Count(); ++i)
-            std::printf("%ls\n", results->GetValue(i)->GetText());
+            std::printf("%s\n", wm::ToUtf8Lossy(results->GetValue(i)->GetText()).c_str());
         return ZEL::hr::ok;
     }
 };

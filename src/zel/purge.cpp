@@ -29,6 +29,7 @@ void PrintTable(const Outcome& outcome, bool isDryRun) {
                     Printable(folder.Date()).c_str(), folder.Kind(),
                     ReadableBytes(folder.size.bytes).c_str(),
                     folder.inUse ? "  in use, stays" : "");
+    std::fflush(stdout);  // ahead of the summary, also where both go to one file
     Say(std::to_string(going) + (isDryRun ? " folder(s) would go; " : " folder(s) went; ") +
         ReadableBytes(outcome.bytesBefore) + " before, " + ReadableBytes(outcome.bytesAfter) +
         (isDryRun ? " then" : " now") + ", limit " + ReadableBytes(outcome.limitBytes));

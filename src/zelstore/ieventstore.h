@@ -6,7 +6,9 @@
 
 namespace ZEL {
 
-// Receives a query's results, on the thread that runs the query. See IEventStore::Query.
+// Receives a query's results, on the thread that runs the query, one call at a time and under no
+// lock of the store: it may call the store. The query holds a reference until its end. See
+// IEventStore::Query.
 class IQueryCallback : public ITobBase {
 public:
     // A batch: status 0, `results` holds 1 to 100 event texts and is valid during the call only,
@@ -16,7 +18,8 @@ public:
     // The end, exactly once, behind all batches: the query's result, null `results`, `isFinal`
     // true, `complete` false only when the limit has cut results off.
     //
-    // A failure returned for a batch ends the walk of the database in hand.
+    // A failure returned for a batch ends the walk of the database in hand and counts as its
+    // failure to read.
     virtual HRESULT OnQueryResults(HRESULT status, IValueCollection* results, bool isFinal,
                                    bool complete, IStringValue* resumeTime,
                                    std::int32_t resumeSequence) = 0;
@@ -25,8 +28,14 @@ protected:
     ~IQueryCallback() = default;
 };
 
-// A sensor's event as numbered properties. Each operation returns false when the property is absent
-// or of another kind. Text comes with a new reference.
+// A sensor's event as numbered properties; implemented by the host and called within
+// MakePropertyKey. Each operation returns false when the property is absent or of another kind.
+// Text comes with a new reference.
+//
+//   text    3 begin time, 5 object type, 6 action, 7 correlation, 9 actor's hash, 10 actor's path,
+//           12 target's hash, 13 target's path, 16 source address, 17 destination address, 25 url
+//   number  4 sequence, 24 type of a kernel object
+//   GUID    8 actor
 class IEventProperties : public ITobBase {
 public:
     virtual bool GetText(std::uint32_t property, IStringValue** text) = 0;
@@ -44,25 +53,33 @@ inline constexpr std::int32_t keyKindReceive = 1;  // from the clock
 // The event store, in seven versions of one table of operations. All operations may be called from
 // any thread; Stop and Shutdown not at the same time as each other. Every object of the class
 // reaches the one store of the process. Nothing is thrown: memory exhaustion gives 0x8007000E, any
-// other exception 0x8000FFFF. Output strings carry one reference that the caller owns.
+// other exception 0x8000FFFF. A null pointer for an output gives 0x80070057; what is given carries
+// one reference that the caller owns. On failure an output is not to be used.
 //
 // Order for a host: Initialize, any number of inserts and queries, Stop, Shutdown, last Release.
 class IEventStore : public ITobBase {
 public:
     // The key for a record. kind 0: `text` is an event record as JSON; 0x80070057 for a null text
     // or a record without begin_time, 0x80004005 without target or action, 0x8000FFFF for text
-    // that is no JSON or holds a name that is not in the vocabulary. kind 1: a receive-time key of
-    // this moment; `text` is not read. Works without Initialize and never waits for the disk.
+    // that is no JSON or holds a name that is not in the vocabulary. The time is taken as it
+    // stands. kind 1: a receive-time key of this moment; `text` is not read, but not null.
+    // 0x80070057 for any other kind. Works without Initialize and never waits for the disk.
     virtual HRESULT MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) = 0;
 
-    // Queues a record. 0x80070015 before Initialize; 0x80070057 for a null or empty argument;
-    // 0x80004005 for text that is not Unicode, and when the queue is full: the record is then not
-    // taken, and may be offered again. Never waits for the disk.
+    // Queues a record, of which the store keeps copies. 0x80070015 before Initialize; 0x80070057
+    // for a null or empty argument; 0x80004005 for text that is not Unicode, and when the queue is
+    // full: the record is then not taken, and may be offered again; 0x8000FFFF when it is full and
+    // the store has been stopped, so that nobody will empty it. Never waits for the disk. What
+    // becomes of a queued record only GetDatabaseErrors tells.
     virtual HRESULT Insert(IStringValue* key, IStringValue* value) = 0;
 
     // Runs an event_query document on the calling thread. 0x80070057 for a null callback, with no
-    // call back; on every other path the callback gets its end call. Setting `stopEvent` stops the
-    // walk of the database in hand at its next thousandth row; null means that the walk ends there.
+    // call back; on every other path the callback gets its end call with the result: 0x80004005
+    // before Initialize, 0x80070057 for a null or empty document, 0x8000FFFF for one that can't be
+    // understood, 0x8007000D or 0x800705B6 for a time that has an operator and not its form. What
+    // fails in one database is counted and leaves the result alone. Setting `stopEvent` stops the
+    // walk of the database in hand at its next thousandth row, and an auto-reset one is then used
+    // up; null means that each walk ends there.
     virtual HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) = 0;
 
     // Deletes whole databases, oldest first, until all files of the store fit in `maxSizeMegabytes`
@@ -75,15 +92,24 @@ public:
 
     // One record for each database and kind of failure that occurred: 0 the folder's name, 1 the
     // operation (1 open, 2 read, 3 write, 0 when another kind failed first), 2 how often, 3 the
-    // last result. What `*out` holds is released first.
+    // last result, as bits. What `*out` holds is released first. Both give 0x80004005 before
+    // Initialize.
     virtual HRESULT GetDatabaseErrors(IValueCollection** out) = 0;
     virtual HRESULT ClearDatabaseErrors() = 0;
 
-    // hr::nothingToDo when the store is started already. A failure leaves it stopped.
+    // Starts the store in the directory that %ZELDataStore% names; the folders in it are listed and
+    // not opened. A directory that does not exist is not made, and counts as empty. hr::nothingToDo
+    // when the store is started already. A failure leaves it stopped: 0x80004005 when the directory
+    // has no name or can't be listed, 0x80004002 without a job manager, that one's own failure,
+    // 0x8007000E, 0x8007009B without a thread. In each process the folders are listed once: a store
+    // that is started anew sees only what it then writes.
     virtual HRESULT Initialize() = 0;
-    // Takes no more work, writes what is queued, and returns the result of that.
+    // Ends purging, queries and the coordinator, and writes what is queued, on the calling thread.
+    // Batches that can't be written don't fail it: GetDatabaseErrors tells them. Records that are
+    // inserted from here on stay queued.
     virtual HRESULT Stop() = 0;
-    // Waits for the store's threads and closes its databases. Call Stop first.
+    // Waits for the store's threads, closes its databases and ends live mode. Always succeeds. Call
+    // Stop first: without it the wait has no end.
     virtual HRESULT Shutdown() = 0;
 
 protected:
@@ -103,7 +129,7 @@ protected:
 class IEventStore3 : public IEventStore2 {
 public:
     // Earliest date in the store as YYYYMMDD, empty for an empty store, and an estimate of the
-    // store's bytes.
+    // store's bytes, which may be far off for small folders. 0x80004005 before Initialize.
     virtual HRESULT GetOldestDate(IStringValue** oldestDate, std::uint64_t* totalBytes) = 0;
 
 protected:
@@ -121,9 +147,11 @@ protected:
 
 class IEventStore5 : public IEventStore4 {
 public:
-    // A key for an enrichment of the event that has `baseKey`.
+    // A key for an enrichment of the event that has `baseKey`, which is not checked. Enrichments
+    // are numbered from 1 for each store object, so keys of different objects and runs may meet.
     virtual HRESULT MakeEnrichmentKey(IStringValue* baseKey, IStringValue** key) = 0;
-    // As Insert, into the silent queue: the record goes to the database of its event's date.
+    // As Insert, into the silent queue: the record goes to the database of its event's date, where
+    // queries join it to the event.
     virtual HRESULT InsertSilent(IStringValue* key, IStringValue* value) = 0;
 
 protected:
@@ -132,7 +160,8 @@ protected:
 
 class IEventStore6 : public IEventStore5 {
 public:
-    // In live mode records reach the disk within ten seconds, and receive-time rows start the job.
+    // In live mode records reach the disk within ten seconds, and receive-time rows start the
+    // store's job. Always succeeds; may be set at any time.
     virtual HRESULT SetLiveMode(bool enable) = 0;
 
 protected:

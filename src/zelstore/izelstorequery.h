@@ -9,17 +9,22 @@ namespace ZEL {
 // and it is also what frees a finished query before the store stops.
 class IZelStoreQuery : public ITobBase {
 public:
+    // Both do nothing and succeed.
     virtual HRESULT ReservedA() = 0;
     virtual HRESULT ReservedB() = 0;
-    // Stops the query, waits for its end and frees it. hr::nothingToDo when there is none (any
-    // more). Called inside the query's callback it does not wait.
+    // Stops the walk of the database in hand, also a paused one, waits for the query's end and
+    // frees it; databases behind that one are still visited. hr::nothingToDo when there is none
+    // (any more), hr::ok when the store is stopped. Called inside the query's callback it does not
+    // wait.
     virtual HRESULT StopAndWait() = 0;
     // Asks the walk of the database in hand to end; later databases are still visited.
     // hr::nothingToDo when there is no query, 0x80004005 when the store is stopped.
     virtual HRESULT RequestStop() = 0;
     // Runs an event_query document. Results and the one end call go to `callback` on the query's
-    // thread. 0x80004005 when the store is stopped, 0x80004004 while it is stopping, 0x80070057
-    // for a null argument.
+    // thread; both arguments are referenced until the query's end. 0x80004005 when the store is
+    // stopped, 0x80004004 while it is stopping, 0x80070057 for a null argument, 0x8007000E,
+    // 0x8007009B without a thread. Started again, the object stands for the new query, and the
+    // former one is left to the end of the store.
     virtual HRESULT Start(IStringValue* document, IQueryCallback* callback) = 0;
 
 protected:
@@ -28,7 +33,8 @@ protected:
 
 class IZelStoreQuery2 : public IZelStoreQuery {
 public:
-    // Holds the walk at its next thousandth row, until Resume.
+    // Holds the walk at its next thousandth row, until Resume. Both succeed whatever there is to
+    // hold.
     virtual HRESULT Pause() = 0;
     virtual HRESULT Resume() = 0;
 

@@ -57,7 +57,7 @@ private:
     std::atomic<ZEL::HANDLE> handle_{nullptr};
 };
 
-// The same for somebody who holds only the handle.
+// As EventObject::Set, for somebody who holds only the handle.
 WMLIB_API bool SetEventHandle(ZEL::HANDLE handle) noexcept;
 
 }  // namespace wm

@@ -10,7 +10,8 @@
 #include "common/wmapi.h"
 
 // The few questions that the store asks the file system. Paths are wide. No operation follows a
-// symbolic link or reparse point, save that the data store directory itself may be one.
+// symbolic link or reparse point, save that the data store directory itself may be one. Any thread
+// may ask. A failure of the system comes as its Win32 code, such as 0x80070003 for a missing path.
 namespace wm {
 
 // `directory` and `name`, with one separator of the platform between them.

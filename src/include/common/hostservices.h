@@ -21,6 +21,7 @@ struct SystemTime {
     std::uint16_t hour = 0, minute = 0, second = 0, milliseconds = 0;
 };
 
+// Called by any thread, also under locks of the store.
 class IClock {
 public:
     virtual ~IClock() = default;
@@ -31,6 +32,8 @@ public:
 WMLIB_API IClock& Clock() noexcept;
 WMLIB_API void SetClock(IClock* replacement) noexcept;
 
+// Called by any thread, for each batch. A failure counts as room enough for a batch, and is
+// reported by the disk monitor.
 class IFreeSpace {
 public:
     virtual ~IFreeSpace() = default;
@@ -42,7 +45,7 @@ WMLIB_API IFreeSpace& FreeSpace() noexcept;
 WMLIB_API void SetFreeSpace(IFreeSpace* replacement) noexcept;
 
 // Values of tokens such as L"%ZELDataStore%". The default knows what SetPathToken was told, and
-// otherwise the environment variable of the token's name.
+// otherwise the environment variable of the token's name. Called by any thread.
 class IPathTokens {
 public:
     virtual ~IPathTokens() = default;
@@ -58,7 +61,7 @@ WMLIB_API bool ResolvePathVariable(const std::wstring& token, std::wstring& valu
 // The directory that holds the components: %ZELInstallDir% when set, else that of wmLib itself.
 WMLIB_API bool InstallDirectory(std::wstring& directory) noexcept;
 
-// Loads components and makes their objects.
+// Loads components and makes their objects. Called by any thread.
 class IObjectLoader {
 public:
     virtual ~IObjectLoader() = default;
@@ -91,6 +94,7 @@ class IMachineDescription;
 WMLIB_API IMachineDescription* InjectedMachine() noexcept;
 WMLIB_API void SetMachine(IMachineDescription* replacement) noexcept;
 
+// Null brings silence back.
 WMLIB_API void SetErrorReportSink(IErrorReportSink* sink) noexcept;
 WMLIB_API void SetTraceSink(ITraceSink* sink) noexcept;
 

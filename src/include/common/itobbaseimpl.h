@@ -47,6 +47,7 @@ public:
     ITobBaseImpl& operator=(const ITobBaseImpl&) = delete;
     virtual ~ITobBaseImpl() { LiveObjectCounter().fetch_sub(1, std::memory_order_release); }
 
+    // Both stand in the table of virtual operations; nothing in this tree calls them.
     virtual TobResult OnConstructed() { return TOB_OK; }
     virtual void OnDestroying() {}
 

@@ -4,7 +4,8 @@
 
 namespace ZEL {
 
-// One row of several values: a text, or 32-bit numbers beside it.
+// One row of several values: a text, or 32-bit numbers beside it. Not for use by several threads at
+// once.
 class IValueRecord : public ITobBase {
 public:
     virtual std::size_t Count() = 0;

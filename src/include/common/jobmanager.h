@@ -69,7 +69,7 @@ inline constexpr std::uint32_t periodic = 1;
 inline constexpr std::uint32_t daily = 2;
 }  // namespace jobTrigger
 
-// A job as its manager has it stored: what was made last by Save.
+// A job as its manager has it stored: what was made last by Save before it was asked for.
 class IJobDefinition : public ITobBase {
 public:
     virtual HRESULT GetEnabled(bool* enabled) = 0;
@@ -81,18 +81,21 @@ protected:
     ~IJobDefinition() = default;
 };
 
-// One job of the manager. Changes to its flag and its triggers are seen by who asks this object;
-// they take effect, and are stored, with Save.
+// One job of the manager. May be used by any thread. Changes to its flag and its triggers are seen
+// by who asks this object; they take effect, and are stored, with Save. A null output gives
+// 0x80070057.
 class IJob : public ITobBase {
 public:
     virtual HRESULT GetId(GUID* id) = 0;
     virtual HRESULT GetStatus(std::int32_t* status) = 0;
     // Asks for a run and does not wait. 0x8004131F when it runs already. `flags` is 0.
     virtual HRESULT Start(std::uint32_t flags) = 0;
-    // Asks a run to end.
+    // Asks a run to end and does not wait; without a run it does nothing.
     virtual HRESULT Stop() = 0;
+    // A job that is not enabled starts no runs by itself.
     virtual HRESULT GetEnabled(bool* enabled) = 0;
     virtual HRESULT SetEnabled(bool enabled) = 0;
+    // wmJobMgr keeps what is stored until the process ends.
     virtual HRESULT Save() = 0;
     // Triggers count from 0; 0x80070490 when there is none of that number. A value that was never
     // set is 0 in all parts.
@@ -103,7 +106,8 @@ public:
     // Whether a run is asked for that has not begun; `*result` is then not 0.
     virtual HRESULT GetRunInformation(bool* present, std::uint32_t* result) = 0;
     // Moves the next run to where a periodic trigger of these values, set now, would have it. Later
-    // ones follow the stored trigger. `mode` is jobRescheduleBoth.
+    // ones follow the stored trigger. `mode` is jobRescheduleBoth. 0x80070057 for another mode or a
+    // period of 0.
     virtual HRESULT Reschedule(std::uint32_t periodSeconds, std::uint32_t delaySeconds,
                                std::uint32_t mode) = 0;
 
@@ -122,6 +126,7 @@ protected:
 };
 inline constexpr GUID iidJobInfo = MakeGuid("587B391C-FE8A-40F7-8A41-564642473593");
 
+// The jobs that there were when it was asked for.
 class IJobList : public ITobBase {
 public:
     virtual std::size_t Count() = 0;
@@ -132,7 +137,8 @@ protected:
     ~IJobList() = default;
 };
 
-// The jobs of this process or machine.
+// The jobs of this process or machine. May be used by any thread. Outputs come with a new
+// reference.
 class IJobManager : public ITobBase {
 public:
     // One callback for all jobs; null removes it. The manager holds a reference.

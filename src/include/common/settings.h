@@ -4,11 +4,13 @@
 
 namespace ZEL {
 
-// One key of the settings, open. 32-bit values by name.
+// One key of the settings, open: 32-bit values by name, as they stood when it was opened, and what
+// was written through it since. For one thread at a time.
 class ISettingsKey : public ITobBase {
 public:
-    // TOBERR_NOT_FOUND when the key has no such value.
+    // TOBERR_NOT_FOUND when the key has no such value; `*value` then stays as it was.
     virtual TobResult ReadNumber(const wchar_t* name, std::uint32_t* value) = 0;
+    // Lasts with PutBack. TOBERR_INVALID_ARG for a name that the settings can't hold.
     virtual TobResult WriteNumber(const wchar_t* name, std::uint32_t value) = 0;
 
 protected:
@@ -18,10 +20,12 @@ protected:
 // Settings and operational state of the agent. May be used by any thread.
 class ISettingsManager : public ITobBase {
 public:
-    // Opens a key by its path, such as L"ZEL\\Settings\\FDR". A key that holds nothing yet opens
-    // as well.
+    // Opens a key by its path, such as L"ZEL\\Settings\\FDR", with a new reference. A key that
+    // holds nothing yet opens as well. TOBERR_FAIL, and a report, when the settings can't be read.
     virtual TobResult OpenKey(const wchar_t* path, ISettingsKey** key) = 0;
-    // Makes what was written through `key` last. The key is still to be released.
+    // Makes what was written through `key` last; values that others wrote meanwhile stay, unless
+    // both wrote the same one. TOBERR_FAIL, and a report, when it can't be kept. The key is still
+    // to be released.
     virtual TobResult PutBack(ISettingsKey* key) = 0;
 
 protected:

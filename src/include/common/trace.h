@@ -25,7 +25,9 @@ struct TraceMessage {
 class ITraceSink {
 public:
     virtual ~ITraceSink() = default;
+    // Asked before each message.
     virtual bool Enabled(TraceLevel level) const noexcept = 0;
+    // `message` is valid during the call.
     virtual void OnTrace(const TraceMessage& message) noexcept = 0;
 };
 

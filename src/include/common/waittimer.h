@@ -19,6 +19,8 @@ public:
 
     // False when memory runs out; LastError then tells the Win32 code.
     bool Create(std::function<void()> callback);
+    // The first call comes after one period. False when it ticks already, for a period of 0, before
+    // Create, and without a thread.
     bool Start(std::uint32_t periodMs);
     bool IsActive() const noexcept;
     void Stop() noexcept;

@@ -12,6 +12,7 @@ enum class DiskState : std::uint32_t {
     resume = 2,  // there is room, or there is room again by a margin
 };
 
+// What subscribers are told. It never changes; who needs it longer than the call adds a reference.
 class IMonitorEvent : public ITobBase {
 public:
     virtual DiskState GetState() = 0;
@@ -49,6 +50,7 @@ protected:
     ~IMonitorRegistration() = default;
 };
 
+// A monitor's thresholds. A new monitor takes those of the settings, else 2500 and 10.
 class IMonitorConfiguration : public ITobBase {
 public:
     // `stopThreshold` in megabytes of 1,000,000 bytes: below it, subscribers are told to stop.
@@ -62,6 +64,7 @@ protected:
     ~IMonitorConfiguration() = default;
 };
 
+// Start and end of a monitor that a host has made itself; the manager does this for its own.
 class IMonitorLifetime : public ITobBase {
 public:
     // Begins to watch; the first look comes after one period. hr::ok when it watches already;
@@ -80,12 +83,12 @@ protected:
 class IDiskSpaceMonitorManager : public ITobBase {
 public:
     // Makes a monitor and starts it. A failure is reported and returned; an earlier monitor then
-    // stays. One that runs already is let go.
+    // stays. One that runs already is let go. 0x8007000E or 0x8007009B.
     virtual HRESULT StartMonitor() = 0;
     // Ends the monitor and waits for its thread. Without a monitor nothing is done.
     virtual HRESULT StopMonitor() = 0;
     // Both release what `*out` holds and give the monitor's face with a new reference. Without a
-    // monitor `*out` stays as it was.
+    // monitor they succeed and `*out` stays as it was. 0x80070057 for null.
     virtual HRESULT GetRegistration(IMonitorRegistration** out) = 0;
     virtual HRESULT GetConfiguration(IMonitorConfiguration** out) = 0;
 
