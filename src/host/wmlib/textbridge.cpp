@@ -35,48 +35,32 @@ std::size_t AsciiEnd(std::basic_string_view<Unit> text, std::size_t at) noexcept
     return at;
 }
 
-// Copies the ASCII that a text begins with and gives its length. Looked at and copied in one go;
-// there has to be room for the whole text, and what is behind the ASCII may be written to.
 template <typename From, typename To>
-std::size_t CopyAscii(std::basic_string_view<From> text, To* to) noexcept {
-    using Bits = std::make_unsigned_t<From>;
-    constexpr std::size_t block = 16;
-    const From* const from = text.data();
-    std::size_t at = 0;
-    for (; text.size() - at >= block; at += block) {
-        Bits all = 0;
-        for (std::size_t i = at; i < at + block; ++i) {
-            all = static_cast<Bits>(all | static_cast<Bits>(from[i]));
-            to[i] = static_cast<To>(from[i]);
-        }
-        if (all >= 0x80)
-            break;
-    }
-    for (; at < text.size() && static_cast<Bits>(from[at]) < 0x80; ++at)
-        to[at] = static_cast<To>(from[at]);
-    return at;
+void AppendAscii(std::basic_string_view<From> run, std::basic_string<To>& out) {
+    const std::size_t length = out.size();
+    out.resize(length + run.size());
+    const From* const from = run.data();
+    To* const to = out.data() + length;
+    for (std::size_t i = 0; i < run.size(); ++i)
+        to[i] = static_cast<To>(from[i]);
 }
 
-constexpr std::size_t mostUtf8Bytes = 4;
-
-char* PutUtf8(std::uint32_t c, char* out) noexcept {
+void AppendUtf8(std::uint32_t c, std::string& out) {
     if (c < 0x80) {
-        *out++ = static_cast<char>(c);
-        return out;
-    }
-    if (c < 0x800) {
-        *out++ = static_cast<char>(0xC0 | (c >> 6));
+        out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
     } else {
-        if (c < 0x10000) {
-            *out++ = static_cast<char>(0xE0 | (c >> 12));
-        } else {
-            *out++ = static_cast<char>(0xF0 | (c >> 18));
-            *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        }
-        *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
     }
-    *out++ = static_cast<char>(0x80 | (c & 0x3F));
-    return out;
 }
 
 wchar_t* PutWide(std::uint32_t c, wchar_t* out) noexcept {
@@ -133,39 +117,34 @@ std::uint32_t NextUtf8(std::string_view bytes, std::size_t& at) {
 }  // namespace
 
 bool ToUtf8(std::wstring_view text, std::string& out) {
-    out.resize(text.size());
-    std::size_t length = 0;
+    out.clear();
     for (std::size_t at = 0; at < text.size();) {
-        const std::size_t ascii = CopyAscii(text.substr(at), out.data() + length);
-        length += ascii;
-        at += ascii;
-        while (at < text.size() && UnitOf(text[at]) >= 0x80) {
-            const std::uint32_t c = NextWide(text, at);
-            if (c == malformed)
-                return false;
-            // Room for the rest as well, should it all be ASCII.
-            const std::size_t needed = length + mostUtf8Bytes + text.size() - at;
-            if (out.size() < needed)
-                out.resize(needed);
-            length = static_cast<std::size_t>(PutUtf8(c, out.data() + length) - out.data());
-        }
+        const std::size_t end = AsciiEnd(text, at);
+        AppendAscii(text.substr(at, end - at), out);
+        at = end;
+        if (at == text.size())
+            break;
+        const std::uint32_t c = NextWide(text, at);
+        if (c == malformed)
+            return false;
+        AppendUtf8(c, out);
     }
-    out.resize(length);
     return true;
 }
 
 bool ToWide(std::string_view utf8, wchar_t* out, std::size_t* length) noexcept {
     wchar_t* to = out;
     for (std::size_t at = 0; at < utf8.size();) {
-        const std::size_t ascii = CopyAscii(utf8.substr(at), to);
-        to += ascii;
-        at += ascii;
-        while (at < utf8.size() && static_cast<unsigned char>(utf8[at]) >= 0x80) {
-            const std::uint32_t c = NextUtf8(utf8, at);
-            if (c == malformed)
-                return false;
-            to = PutWide(c, to);
-        }
+        const std::size_t end = AsciiEnd(utf8, at);
+        to = std::copy(utf8.begin() + static_cast<std::ptrdiff_t>(at),
+                       utf8.begin() + static_cast<std::ptrdiff_t>(end), to);
+        at = end;
+        if (at == utf8.size())
+            break;
+        const std::uint32_t c = NextUtf8(utf8, at);
+        if (c == malformed)
+            return false;
+        to = PutWide(c, to);
     }
     *length = static_cast<std::size_t>(to - out);
     return true;
@@ -196,8 +175,7 @@ std::string ToUtf8Lossy(std::wstring_view text) {
     out.clear();
     for (std::size_t at = 0; at < text.size();) {
         const std::uint32_t c = NextWide(text, at);
-        char bytes[mostUtf8Bytes];
-        out.append(bytes, PutUtf8(c == malformed ? replacement : c, bytes));
+        AppendUtf8(c == malformed ? replacement : c, out);
     }
     return out;
 }
