@@ -26,16 +26,17 @@ public:
     // A record with the key of one in the batch replaces that one's value.
     void Add(std::string key, std::string value) EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
+        // Records mostly come in the order of their keys, and then go to the end at once.
         if (spent_.empty()) {
-            records_.insert_or_assign(std::move(key), std::move(value));
+            records_.insert_or_assign(records_.end(), std::move(key), std::move(value));
             return;
         }
         RecordBatch::node_type entry = spent_.extract(spent_.begin());
         entry.key() = std::move(key);
         entry.mapped() = std::move(value);
-        const auto added = records_.insert(std::move(entry));
-        if (!added.inserted)
-            added.position->second = std::move(added.node.mapped());
+        const auto place = records_.insert(records_.end(), std::move(entry));
+        if (entry)  // there is a record with this key
+            place->second = std::move(entry.mapped());
     }
     std::size_t Size() const EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
