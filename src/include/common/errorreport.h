@@ -16,7 +16,7 @@ class ErrorReport;
 namespace reportLabel {
 // A row was left out of a query's answer, since testing it threw.
 inline constexpr const char* lostRow = "zelstore/querysink";
-// A walk over a database ended early at data that can't be read.
+// A walk over a database ended early at data that can't be read, or a row was left out for it.
 inline constexpr const char* damagedData = "damaged data";
 }  // namespace reportLabel
 
