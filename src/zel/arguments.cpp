@@ -155,7 +155,7 @@ void AddPurge(CLI::App& app, PurgeOptions& options) {
 
 void AddInfo(CLI::App& app, InfoOptions& options) {
     CLI::App& command = *app.add_subcommand("info", "Tell what the store holds");
-    command.add_flag("--check", options.check, "Open every event database and tell what fails");
+    command.add_flag("--check", options.check, "Read all of every database and tell damage");
     AddOutput(command, options.output);
 }
 

@@ -45,7 +45,7 @@ struct PurgeOptions {
 int RunPurge(const PurgeOptions& options);
 
 struct InfoOptions {
-    bool check = false;  // open every event database
+    bool check = false;  // read all of every database
     std::string output;  // as above
 };
 int RunInfo(const InfoOptions& options);

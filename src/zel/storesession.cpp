@@ -27,7 +27,7 @@ using ZEL::IStringValue;
 
 namespace {
 
-std::atomic<std::uint32_t> damagedWalks{0};
+std::atomic<std::uint32_t> damagedReads{0};
 thread_local std::string reason;  // what the store last said of something it did not understand
 
 // Tells reports and traces of the store and its services, for -v; reports of broken settings
@@ -38,7 +38,7 @@ public:
 
     void OnReport(const wm::ErrorReport& report) override {
         if (report.Label() == wm::reportLabel::damagedData)
-            ++damagedWalks;
+            ++damagedReads;
         const bool isSettings = report.Label() == "Settings";
         if (!verbose_ && !isSettings)
             return;
@@ -272,9 +272,9 @@ std::uint32_t StoreSession::TellDatabaseErrors() {
         total += error.count;
         Say(error.Text());
     }
-    if (const std::uint32_t walks = damagedWalks.exchange(0)) {
-        Say(std::to_string(walks) + " folder(s) could be read only in part; -v tells where");
-        total += walks;
+    if (const std::uint32_t reads = damagedReads.exchange(0)) {
+        Say(std::to_string(reads) + " read(s) met damaged data; -v tells where");
+        total += reads;
     }
     return total;
 }

@@ -58,7 +58,7 @@ public:
     bool ReadDatabaseErrors(std::vector<DatabaseError>* errors) const;
     // The same; clears the table.
     std::vector<DatabaseError> TakeDatabaseErrors();
-    // The same, told; the number of failures, walks that damaged data ended early included.
+    // The same, told; the number of failures, reads that met damaged data included.
     std::uint32_t TellDatabaseErrors();
 
     ZEL::IEventStore7* operator->() const noexcept { return store_.Get(); }

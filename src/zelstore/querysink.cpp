@@ -216,9 +216,11 @@ HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
         return hr::ok;
     if (status.IsNotFound())
         return database_ != nullptr ? database_->GetRecord(key, event) : hr::notFound;
-    if (status.IsCorruption())
-        return hr::corrupt;
-    return status.IsIOError() ? hr::deviceError : hr::fail;
+    const HRESULT result = status.IsCorruption() ? hr::corrupt
+                           : status.IsIOError()  ? hr::deviceError
+                                                 : hr::fail;
+    wm::ReportError(result, wm::reportLabel::damagedData, "Status", status.ToString().c_str());
+    return result;
 }
 
 HRESULT QuerySink::JoinEnrichedEvent(std::string_view value) {

@@ -78,6 +78,17 @@ TEST_F(InstanceTest, WhatIsBrokenTellsHow) {
     EXPECT_EQ(Open(true), hr::deviceError) << "a file in the place of a folder to be made";
 }
 
+TEST_F(InstanceTest, WhatALogHasLostIsReported) {
+    MakeDatabase();
+    std::fstream log(store.Path() / FileLike(".log"), std::ios::in | std::ios::out);
+    log.seekp(40) << '?';
+    log.close();
+    const test::RecordingReports reports;
+    EXPECT_EQ(Open(false), hr::ok);
+    ASSERT_EQ(reports.Count(), 1u);
+    EXPECT_EQ(reports.At(0).Label(), wm::reportLabel::damagedData);
+}
+
 TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {
     MakeDatabase();
     LevelDbInstanceProxy proxy(store.Folder(name));

@@ -93,6 +93,8 @@ TEST_F(MasterRead, AQueryKeepsTheSilentDatabaseOfOneDateOpen) {
     EXPECT_TRUE(IsOpen("20261111999"));
     EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-14", 1), &values), hr::corrupt);
     EXPECT_TRUE(store.Exists("20261114999")) << "a lookup gives nothing up";
+    EXPECT_EQ(ErrorOf("20261114999", DatabaseErrorKind::read).lastResult, hr::corrupt);
+    EXPECT_EQ(Errors().size(), 1u) << "what is not there is no failure";
     EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-12", 1), &values), hr::ok);
     EXPECT_EQ(values, (Values{"a", "b"}));
     EXPECT_FALSE(IsOpen("20261111999")) << "the date has changed";

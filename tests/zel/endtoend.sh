@@ -204,7 +204,7 @@ retention() {
   check "sums" 1 "$(grep -c '"files":5,"bytes":5242880,"oldest_date":"20260101","estimated_bytes":7864320,"errors":\[\]}$' out)"
   check "kinds" "events events silent events other" "$(grep -o '"kind":"[a-z]*' out | cut -d'"' -f4 | xargs)"
   run zel info --check -o table
-  check "what is no database is told" "4 4" "$code $(grep -c '^folder .*: 1 failure(s) to read' out)"
+  check "what is no database is told" "4 5" "$code $(grep -c '^folder .*: 1 failure(s) to read' out)"
   check "a table" "20260101999  2026-01-01    999 silent       1      1.0 MiB" "$(grep silent out)"
 
   while read -r limit stray gone; do

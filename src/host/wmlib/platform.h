@@ -32,6 +32,7 @@ LoadedLibrary LoadComponent(const std::wstring& path);
 
 bool IsLockedByAnotherProcess(const std::string& file) noexcept;
 
+// Reads it to the end.
 bool CanRead(const std::string& file) noexcept;
 // `count` is at most 64.
 bool CanOpenFiles(std::size_t count) noexcept;

@@ -16,7 +16,8 @@ class ErrorReport;
 namespace reportLabel {
 // A row was left out of a query's answer, since testing it threw.
 inline constexpr const char* lostRow = "zelstore/querysink";
-// A walk over a database ended early at data that can't be read.
+// Rows are missing since their data can't be read: a walk ended early, a row was left out, or
+// opening a database dropped what its log held.
 inline constexpr const char* damagedData = "damaged data";
 }  // namespace reportLabel
 

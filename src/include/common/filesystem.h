@@ -33,7 +33,8 @@ WMLIB_API ZEL::HRESULT ListDirectories(const std::wstring& directory,
 // can't be listed, or is a link, counts 0.
 WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
                                    std::wstring_view suffix) noexcept;
-// Whether this process may read all such files. What can't be listed holds none.
+// Whether all such files can be read to their ends, which is tried. What can't be listed holds
+// none.
 WMLIB_API bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexcept;
 // Sum of the logical sizes of all files below `path`. What vanishes during the walk, `path`
 // included, counts 0.

@@ -84,10 +84,10 @@ HRESULT FolderGate::CheckOpen(bool create) const {
         if (!HasRoomFor(StoreOfPath(folder_), 0))
             return hr::diskFull;
     }
-    if (!wm::CanReadFiles(folder_, L".log"))
-        return hr::accessDenied;
     if (!wm::CanOpenFiles(handlesOfADatabase))
         return hr::tooManyOpenFiles;
+    if (!wm::CanReadFiles(folder_, L".log"))
+        return hr::accessDenied;
     return IsOpenElsewhere() ? hr::sharingViolation : hr::ok;
 }
 

@@ -64,6 +64,20 @@ void TellDamage(const leveldb::Iterator& iterator) {
     wm::ReportError(result, wm::reportLabel::damagedData, "Status", status.ToString().c_str());
 }
 
+// What the library can't read of a log it drops while it opens the database, and says so in its own
+// protocol alone, which it begins anew each time.
+void TellDroppedRecords(const std::wstring& folder) {
+    std::string protocol;
+    if (Failed(wm::ReadWholeFile(wm::JoinPath(folder, L"LOG"), &protocol)))
+        return;
+    const std::size_t told = protocol.find(": dropping ");
+    if (told == std::string::npos)
+        return;
+    const std::size_t line = protocol.rfind('\n', told) + 1;
+    wm::ReportError(hr::corrupt, wm::reportLabel::damagedData, "Log",
+                    protocol.substr(line, protocol.find('\n', told) - line).c_str());
+}
+
 }  // namespace
 
 LevelDbInstance::LevelDbInstance(std::wstring path) : path_(std::move(path)) {
@@ -115,6 +129,7 @@ HRESULT LevelDbInstance::Open(bool create) {
     if (status.ok() && opened != nullptr) {
         db_.reset(opened);
         gate_->SetOpen(weak_from_this());
+        TellDroppedRecords(path_);
         return hr::ok;
     }
     const HRESULT result = FromStatus(status, "a database can't be opened");

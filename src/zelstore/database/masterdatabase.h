@@ -89,6 +89,9 @@ private:
     void Delete(const ProxyPtr& victim);
 
     HRESULT GetQueryDatabase(const QueryId* query, const std::string& key, ProxyPtr* proxy);
+    // Counts what fails, which the query's result doesn't tell.
+    template <typename Read>
+    HRESULT ReadSilent(LevelDbInstanceProxy& proxy, Read&& read);
 
     std::wstring dataStoreDirectory_;  // set by LoadExistingDatabases
     wm::ReaderWriterLock databaseLock_{wm::LockRank::database};

@@ -105,6 +105,14 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
     return hr::ok;
 }
 
+template <typename Read>
+HRESULT ZelMasterDatabase::ReadSilent(LevelDbInstanceProxy& proxy, Read&& read) {
+    const HRESULT result = ReadFrom(proxy, std::forward<Read>(read));
+    if (Failed(result) && result != hr::notFound)
+        RecordDatabaseError(proxy.Path(), DatabaseErrorKind::read, result);
+    return result;
+}
+
 HRESULT ZelMasterDatabase::GetEnrichments(const QueryId* query, const std::string& key,
                                           std::vector<std::string>* values) {
     return AtBoundary([&] {
@@ -112,7 +120,7 @@ HRESULT ZelMasterDatabase::GetEnrichments(const QueryId* query, const std::strin
         const HRESULT result = GetQueryDatabase(query, key, &proxy);
         if (Failed(result))
             return result;
-        return ReadFrom(
+        return ReadSilent(
             *proxy, [&](LevelDbInstance& instance) { return instance.ReadPrefix(key, values); });
     });
 }
@@ -125,7 +133,7 @@ HRESULT ZelMasterDatabase::GetSilentEnrichments(const QueryId* query, const std:
         const HRESULT result = GetQueryDatabase(query, key, &proxy);
         if (Failed(result))
             return result;
-        return ReadFrom(*proxy, [&](LevelDbInstance& instance) {
+        return ReadSilent(*proxy, [&](LevelDbInstance& instance) {
             return instance.ReadSilentPrefix(key, hasOther, collect, values);
         });
     });

@@ -62,7 +62,12 @@ void SyncFolderOf(const std::string& file) {
 }  // namespace
 
 bool CanRead(const std::string& file) noexcept {
-    return ::access(file.c_str(), R_OK) == 0;
+    const Descriptor in(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    char buffer[16384];
+    ssize_t got = in.IsOpen() ? 1 : -1;
+    while (got > 0 || (got < 0 && in.IsOpen() && errno == EINTR))
+        got = ::read(in.Number(), buffer, sizeof buffer);
+    return got == 0;
 }
 
 bool CanOpenFiles(std::size_t count) noexcept {
