@@ -90,7 +90,9 @@ TEST_F(MasterRead, AQueryKeepsTheSilentDatabaseOfOneDateOpen) {
     EXPECT_FALSE(store.Exists("20261110999"));
     EXPECT_EQ(db->GetEnrichments(&query, "r<receive_time>2026", &values), hr::fail);
     EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-11", 1), &values), hr::ok);
-    EXPECT_TRUE(IsOpen("20261111999"));
+    RecordBatch written{{Enrichment("2026-11-11", 2), ""}, {Enrichment("2026-11-12", 3), ""}};
+    EXPECT_EQ(db->WriteSilentRecords(written), hr::ok);
+    EXPECT_TRUE(IsOpen("20261111999")) << "also when a writer has let it go";
     EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-14", 1), &values), hr::corrupt);
     EXPECT_TRUE(store.Exists("20261114999")) << "a lookup gives nothing up";
     EXPECT_EQ(ErrorOf("20261114999", DatabaseErrorKind::read).lastResult, hr::corrupt);

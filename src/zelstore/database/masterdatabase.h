@@ -13,6 +13,7 @@
 
 namespace ZEL {
 
+class LevelDbInstance;
 class LevelDbInstanceProxy;
 
 // The catalog of the store's databases, and all that is done with more than one of them: which one
@@ -102,8 +103,13 @@ private:
     std::wstring silentDatabaseName_ GUARDED_BY(databaseLock_);
     ProxyPtr silentDatabase_ GUARDED_BY(databaseLock_);
     ErrorTable errorTable_;
-    // The silent database that a running query keeps open.
-    std::map<QueryId, ProxyPtr> queryCursors_ GUARDED_BY(databaseLock_);
+    // The silent database that a running query keeps open. The hold alone would not do: a writer
+    // that goes on to another date ends one hold, and may have had none of its own.
+    struct QueryCursor {
+        ProxyPtr proxy;
+        std::shared_ptr<LevelDbInstance> open;
+    };
+    std::map<QueryId, QueryCursor> queryCursors_ GUARDED_BY(databaseLock_);
 };
 
 }  // namespace ZEL

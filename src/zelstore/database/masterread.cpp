@@ -85,23 +85,25 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
     std::wstring date, path;
     if (!wm::ToWide(keyDate, date))
         return hr::fail;
-    ProxyPtr former;  // dropped behind the lock
+    QueryCursor former;  // dropped behind the lock
     const wm::HoldExclusive hold(databaseLock_);
     const auto cursor = queryCursors_.find(*query);
     if (cursor != queryCursors_.end()) {
-        if (cursor->second->Date() == date) {
-            *proxy = cursor->second;
+        if (cursor->second.proxy->Date() == date) {
+            *proxy = cursor->second.proxy;
             return hr::ok;
         }
         former = std::move(cursor->second);
         queryCursors_.erase(cursor);
-        former->Release(true);
+        former.proxy->Release(true);
     }
     result = GetSilentDatabaseLocked(date, false, &path, proxy);
     if (Failed(result))
         return result;
-    queryCursors_.emplace(*query, *proxy);
-    IgnoreResult((*proxy)->Hold(false), "the read opens the database again and tells");
+    QueryCursor& entered = queryCursors_[*query];
+    entered.proxy = *proxy;
+    if (Succeeded((*proxy)->Hold(false)))  // if not, the read tries again and tells
+        entered.open = (*proxy)->PeekInstance();
     return hr::ok;
 }
 
@@ -142,7 +144,7 @@ HRESULT ZelMasterDatabase::GetSilentEnrichments(const QueryId* query, const std:
 void ZelMasterDatabase::ReleaseQueryCursor(const QueryId* query) {
     if (query == nullptr)
         return;
-    ProxyPtr former;
+    QueryCursor former;
     {
         const wm::HoldExclusive hold(databaseLock_);
         const auto cursor = queryCursors_.find(*query);
@@ -151,7 +153,7 @@ void ZelMasterDatabase::ReleaseQueryCursor(const QueryId* query) {
         former = std::move(cursor->second);
         queryCursors_.erase(cursor);
     }
-    former->Release(false);
+    former.proxy->Release(false);
 }
 
 }  // namespace ZEL
