@@ -5,39 +5,14 @@
 #include <map>
 #include <string>
 
+#include "zelstore/schema/vocabulary.h"
+
 // Conditions on a text, tested in the plainest way: nothing is prepared, folded beforehand or
 // matched by anything but the general matcher.
 namespace ZEL::fuzz {
 
-enum Op {
-    unknown,
-    equals,
-    doesNotEqual,
-    contains,
-    doesNotContain,
-    startsWith,
-    endsWith,
-    greaterThan,
-    greaterThanOrEqual,
-    lessThan,
-    lessThanOrEqual,
-    fitsPattern
-};
-inline constexpr const char* opNames[] = {"unknown",
-                                          "equals",
-                                          "does_not_equal",
-                                          "contains",
-                                          "does_not_contain",
-                                          "starts_with",
-                                          "ends_with",
-                                          "greater_than",
-                                          "greater_than_or_equal",
-                                          "less_than",
-                                          "less_than_or_equal",
-                                          "fits_pattern"};
-
 struct Condition {
-    int op;
+    std::int32_t op;  // an OperatorType
     bool caseSensitive;
 };
 using Conditions = std::map<std::string, Condition>;  // by value, in byte order
@@ -62,27 +37,27 @@ inline bool Holds(const std::string& text, const std::string& value, const Condi
     const std::string t = condition.caseSensitive ? text : UpperCase(text);
     const std::string v = condition.caseSensitive ? value : UpperCase(value);
     switch (condition.op) {
-        case equals:
+        case Schema::operatorEquals:
             return t == v;
-        case doesNotEqual:
+        case Schema::operatorDoesNotEqual:
             return t != v;
-        case contains:
+        case Schema::operatorContains:
             return t.find(v) != std::string::npos;
-        case doesNotContain:
+        case Schema::operatorDoesNotContain:
             return t.find(v) == std::string::npos;
-        case startsWith:
+        case Schema::operatorStartsWith:
             return t.compare(0, v.size(), v) == 0;
-        case endsWith:
+        case Schema::operatorEndsWith:
             return t.size() >= v.size() && t.substr(t.size() - v.size()) == v;
-        case greaterThan:
+        case Schema::operatorGreaterThan:
             return v < t;
-        case greaterThanOrEqual:
+        case Schema::operatorGreaterThanOrEqual:
             return !(t < v);
-        case lessThan:
+        case Schema::operatorLessThan:
             return t < v;
-        case lessThanOrEqual:
+        case Schema::operatorLessThanOrEqual:
             return !(v < t);
-        case fitsPattern:
+        case Schema::operatorFitsPattern:
             return GeneralMatch(text, value, condition.caseSensitive);
         default:
             return false;
@@ -94,7 +69,8 @@ inline bool Passes(const std::string& text, const Conditions& conditions) {
     bool negative = false;
     int passed = 0, failed = 0;
     for (const auto& [value, condition] : conditions) {
-        negative |= condition.op == doesNotEqual || condition.op == doesNotContain;
+        negative |= condition.op == Schema::operatorDoesNotEqual ||
+                    condition.op == Schema::operatorDoesNotContain;
         const bool held = Holds(text, value, condition);
         if (held && !negative)
             return true;

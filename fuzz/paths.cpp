@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "common/describedmachine.h"
+#include "common/foldertokens.h"
 #include "common/pathnormaliser.h"
 #include "common/registrynormaliser.h"
 #include "common/textbridge.h"
 #include "fuzz.h"
-#include "zelstore/schema/text.h"
 
 // What a path stands for on a described Windows machine, worked out a second time with other means:
 // by hand where the product has expressions, and by expressions where it goes by hand. Input: a
@@ -22,64 +22,33 @@ namespace {
 
 using namespace ZEL;
 using Wide = std::wstring;
-using Pairs = std::map<Wide, Wide>;
+using User = wm::MachineUser;
 
-const Pairs folders = {{L"WINDOWS", L"C:\\Windows"}, {L"SYSTEM", L"C:\\Windows\\System32"}};
-const Pairs userFolders = {{L"APPDATA", L"AppData\\Roaming"}, {L"DESKTOP", L"Desk.[1]|top"}};
-const std::map<Wide, const wchar_t*> drives = {{L"DRIVE_FIXED", L"CD"}, {L"DRIVE_REMOVABLE", L"R"},
-                                               {L"DRIVE_REMOTE", L""},  {L"DRIVE_CDROM", L"E"},
-                                               {L"DRIVE", L"CDER"},     {L"SYSTEM_DRIVE", L"C"}};
-const Pairs machineVariables = {{L"WINDIR", L"C:\\Windows"},
-                                {L"PROGRAMFILES(ARM)", L"C:\\Arm (x)"},
-                                {L"COMMONPROGRAMFILES(X86)", L"C:\\Common (x86)"}};
+// Without its end, since the users differ by input.
+const char* const description = R"json({
+"system_directory": "C:\\Windows\\System32",
+"drives": {"C": "fixed", "D": "fixed", "E": "cdrom", "R": "removable"},
+"folders": {"WINDOWS": "C:\\Windows", "SYSTEM": "C:\\Windows\\System32"},
+"user_folders": {"APPDATA": "AppData\\Roaming", "DESKTOP": "Desk.[1]|top"},
+"variables": {"WINDIR": "C:\\Windows", "PROGRAMFILES(ARM)" : "C:\\Arm (x)",
+                  "COMMONPROGRAMFILES(X86)" : "C:\\Common (x86)"
+},
+"users": [
+  {"sid": "S-1-5-21-1-2-3-1002", "profile": "D:\\Profiles\\bob.CORP", "variables_are": "session",
+   "variables": {"V": "<b>\\", "WINDIR": "D:\\W+n", "PROGRAMFILES(X86)": "%V%"}},
+  {
+    "sid" : "S-1-5-21-1-2-3-1001",
+            "profile" : "C:\\Users\\alice",
+                        "variables_are" : "session",
+                                          "variables" : {"PROGRAMFILES": "C:\\Program Files", "LOOP": "$1%loop%", "V": )json";
 
-struct User {
-    Wide sid, profile;
-    Pairs variables;
-};
-using Users = std::vector<User>;
-
-Users MakeUsers(const Wide& v) {
-    return {{L"S-1-5-21-1-2-3-1001",
-             L"C:\\Users\\alice",
-             {{L"V", v}, {L"PROGRAMFILES", L"C:\\Program Files"}, {L"LOOP", L"$1%loop%"}}},
-            {L"S-1-5-21-1-2-3-1002",
-             L"D:\\Profiles\\bob.CORP",
-             {{L"V", L"<b>\\"}, {L"WINDIR", L"D:\\W+n"}, {L"PROGRAMFILES(X86)", L"%V%"}}}};
-}
-
-using Json = web::json::value;
-
-Json JsonText(const Wide& text) {
-    return Json(utility::conversions::to_string_t(wm::ToUtf8Lossy(text)));
-}
-
-Json JsonPairs(const Pairs& pairs) {
-    Json object = Json::object();
-    for (const auto& [name, text] : pairs)
-        object[JsonText(name).as_string()] = JsonText(text);
-    return object;
-}
-
-std::unique_ptr<wm::DescribedMachine> Describe(const Users& users, bool isOld, bool isArm) {
-    Json json = Json::parse(ZEL_TEXT(
-        R"({"system_directory":"C:\\Windows\\System32","drives":{"C":"fixed","D":"fixed","E":"cdrom","R":"removable"}})"));
-    json[ZEL_TEXT("os_major_version")] = Json(isOld ? 5 : 6);
-    json[ZEL_TEXT("arm")] = Json(isArm);
-    json[ZEL_TEXT("folders")] = JsonPairs(folders);
-    json[ZEL_TEXT("user_folders")] = JsonPairs(userFolders);
-    json[ZEL_TEXT("variables")] = JsonPairs(machineVariables);
-    json[ZEL_TEXT("users")] = Json::array();
-    for (const User& user : users) {
-        Json entry = JsonPairs(
-            {{L"sid", user.sid}, {L"profile", user.profile}, {L"variables_are", L"session"}});
-        entry[ZEL_TEXT("variables")] = JsonPairs(user.variables);
-        json[ZEL_TEXT("users")][json.at(ZEL_TEXT("users")).size()] = entry;
-    }
+std::unique_ptr<wm::DescribedMachine> Describe(const Wide& v, bool isOld, bool isArm) {
+    std::string json = description + web::json::value(wm::ToUtf8Lossy(v)).serialize();
+    json.append("}}],\"os_major_version\":").append(isOld ? "5" : "6");
+    json.append(",\"arm\":").append(isArm ? "true}" : "false}");
     std::string error;
-    auto machine =
-        wm::DescribedMachine::Parse(utility::conversions::to_utf8string(json.serialize()), &error);
-    fuzz::Check(machine != nullptr, {error});
+    auto machine = wm::DescribedMachine::Parse(json, &error);
+    fuzz::Check(machine != nullptr, {json, error});
     return machine;
 }
 
@@ -97,8 +66,9 @@ Wide ReplaceAll(Wide text, const Wide& from, const Wide& to) {
 }
 
 struct Expansion {
-    const Users& users;
-    bool isPattern, isOld, isArm;
+    wm::IMachineDescription& machine;
+    CEnvironmentVariableBroker& broker;
+    const bool isPattern;
 
     // A text of the machine, as it stands in the path.
     Wide Literal(Wide text) const {
@@ -127,13 +97,9 @@ struct Expansion {
         for (int i = 0; i < 64 && boost::regex_search(text, match, token); ++i) {
             const auto at = static_cast<std::size_t>(match.position());
             const auto length = static_cast<std::size_t>(match.length());
-            const Wide name = Upper(ReplaceAll(text.substr(at, length), L"%", L""));
-            const auto own = user.variables.find(name);
-            const auto common = machineVariables.find(name);
-            if (own != user.variables.end())
-                text.replace(at, length, Literal(own->second));
-            else if (common != machineVariables.end())
-                text.replace(at, length, Literal(common->second));
+            const Wide name = ReplaceAll(text.substr(at, length), L"%", L"");
+            if (Wide value; broker.LookupUserVariable(user.sid, name, value) == 1)
+                text.replace(at, length, Literal(value));
             else
                 text.replace(at, 1, L"<").replace(at + length - 1, 1, L">");
         }
@@ -149,14 +115,19 @@ struct Expansion {
             return {path};
         const Wide name = token.substr(6), rest = path.substr(end + Table(L"\\").size());
         std::set<Wide> stage;
-        if (const auto found = folders.find(name); found != folders.end())
-            stage.insert(Literal(found->second) + Table(L"\\") + rest);
-        if (const auto found = userFolders.find(name); found != userFolders.end())
-            for (const User& user : users)
-                stage.insert(Literal(user.profile + L"\\" + found->second) + Table(L"\\") + rest);
-        if (name == L"PROFILE")
-            for (const User& user : users)
-                stage.insert(Literal(user.profile) + Table(L"\\") + rest);
+        for (const FolderToken& row : FolderTokenTable()) {
+            Wide folder;
+            if (row.name == name && !row.perUser && machine.Folder(row.folder, folder))
+                stage.insert(Literal(folder) + Table(L"\\") + rest);
+            for (const User& user : broker.Users())
+                if (row.name == name && row.perUser && machine.UserFolder(user, row.folder, folder))
+                    stage.insert(Literal(folder) + Table(L"\\") + rest);
+        }
+        static const std::map<Wide, const wchar_t*> drives = {{L"DRIVE_FIXED", L"CD"},
+                                                              {L"DRIVE_REMOVABLE", L"R"},
+                                                              {L"DRIVE_CDROM", L"E"},
+                                                              {L"DRIVE", L"CDER"},
+                                                              {L"SYSTEM_DRIVE", L"C"}};
         if (const auto found = drives.find(name); found != drives.end())
             for (const wchar_t* letter = found->second; *letter != 0; ++letter)
                 stage.insert(Literal(Wide(1, *letter) + L":\\") + rest);
@@ -166,15 +137,16 @@ struct Expansion {
     std::set<Wide> Path(const Wide& path) const {
         std::set<Wide> out;
         for (const Wide& text : Stage(path)) {
-            const Wide work = isOld ? text
-                                    : ReplaceAll(text, Table(L"%WINDIR%\\ServicePackFiles"),
-                                                 Table(L"%WINDIR%\\servicing"));
-            for (const User& user : users) {
+            const Wide work = machine.OsMajorVersion() < 6
+                                  ? text
+                                  : ReplaceAll(text, Table(L"%WINDIR%\\ServicePackFiles"),
+                                               Table(L"%WINDIR%\\servicing"));
+            for (const User& user : broker.Users()) {
                 const Wide expanded = ExpandVariables(user, work);
                 out.insert(expanded);
                 for (const wchar_t* place : {L"x86", L"ARM"}) {
                     const bool isWow = place[0] == L'x';
-                    if (!isWow && !isArm)
+                    if (!isWow && !machine.IsArm())
                         continue;
                     Wide other = work;
                     for (const Wide name : {L"%PROGRAMFILES", L"%COMMONPROGRAMFILES"})
@@ -192,8 +164,8 @@ struct Expansion {
         return out;
     }
 
-    // Length of HKU and a SID at the start of a text, 0 for none: S, one digit, an authority and
-    // two to fifteen numbers.
+    // Length of HKU and a SID at the start of a text, 0 for none: S, one digit, an
+    // authority and two to fifteen numbers.
     std::size_t UserKeyLength(const Wide& text) const {
         const Wide start = Table(L"HKU\\") + L"S-";
         std::size_t at = start.size(), end = 0;
@@ -229,14 +201,14 @@ struct Expansion {
         TakePrefix(text, L"HKLM\\Software\\Wow6432Node", L"HKLM\\Software");
         TakePrefix(text, L"HKLM\\Software\\Classes\\Wow6432Node", L"HKLM\\Software\\Classes");
         std::vector<Wide> texts{text}, out;
-        if (!isOld &&
+        if (machine.OsMajorVersion() > 5 &&
             TakePrefix(text, L"HKLM\\Software", L"%HKUClasses%\\VirtualStore\\Machine\\Software"))
             texts.push_back(text);
         for (const Wide& each : texts) {
             const bool isUser = Upper(each).find(L"%HKU%") != Wide::npos;
             const bool isClasses = Upper(each).find(L"%HKUCLASSES%") != Wide::npos;
             const std::size_t end = std::min(each.find(L'\\'), each.size());
-            for (const User& user : users)
+            for (const User& user : broker.Users())
                 if (isUser || isClasses)
                     out.push_back(Table(L"HKU\\") + user.sid + (isUser ? L"" : L"_Classes") +
                                   each.substr(end));
@@ -269,9 +241,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     v = v.c_str();
     path = path.c_str();
-    const Users users = MakeUsers(v);
-    const Expansion plain{users, has('p'), has('o'), has('a')};
-    const auto machine = Describe(users, plain.isOld, plain.isArm);
+    const auto machine = Describe(v, has('o'), has('a'));
+    CEnvironmentVariableBroker broker(*machine);
+    const Expansion plain{*machine, broker, has('p')};
     if (has('r')) {
         std::vector<Wide> out;
         const HRESULT result = ExpandRegistryVariants(*machine, path.c_str(), plain.isPattern, out);
@@ -282,7 +254,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                         {flags, text, Joined(out), Joined(plain.Registry(path))});
         return 0;
     }
-    CEnvironmentVariableBroker broker(*machine);
     PathSet out;
     const HRESULT result =
         PathNormaliser(*machine, broker).ExpandPathVariants(path.c_str(), out, plain.isPattern);

@@ -42,9 +42,7 @@ bool WildcardMatch(const std::string& value, const std::string& text) {
 }
 
 void CheckWildcards(const std::string& value, const std::string& text, bool caseSensitive) {
-    const Schema::Text expression =
-        Schema::WildcardToPattern(Schema::Text(value.begin(), value.end()));
-    const std::string pattern(expression.begin(), expression.end());
+    const std::string pattern = Schema::WildcardToPattern(value);
     const int plain = caseSensitive ? WildcardMatch(value, text)
                                     : WildcardMatch(fuzz::UpperCase(value), fuzz::UpperCase(text));
     const int matched = Answer([&] { return Pattern(pattern, caseSensitive).Matches(text); });
@@ -66,7 +64,8 @@ void CheckConditions(const std::string& operators, fuzz::Input& input) {
         const unsigned number = static_cast<unsigned char>(letter) % 32U % 12U;
         const bool caseSensitive = letter >= 'a';
         const std::string value = input.Line();
-        if (conditions.emplace(value, fuzz::Condition{static_cast<int>(number), caseSensitive})
+        if (conditions
+                .emplace(value, fuzz::Condition{static_cast<std::int32_t>(number), caseSensitive})
                 .second)
             filter["actor_hash"].emplace(
                 value, Schema::Operator(static_cast<std::int32_t>(number), caseSensitive));
