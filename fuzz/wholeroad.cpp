@@ -53,8 +53,7 @@ class RealStore {
 public:
     RealStore() {
         std::string error;
-        machine_ = wm::DescribedMachine::Parse("{}", &error);
-        wm::SetMachine(machine_.get());
+        wm::SetMachine(wm::DescribedMachine::Parse("{}", &error).release());
         wm::SetClock(&clock_);
         std::string path = (std::filesystem::temp_directory_path() / "zelfuzz-XXXXXX").string();
         Check(::mkdtemp(path.data()) != nullptr, {path});
@@ -99,8 +98,8 @@ public:
 private:
     static constexpr std::uint32_t never = 3600000;
 
-    std::unique_ptr<wm::DescribedMachine> machine_;
-    Clock clock_;
+    // The job manager's thread, which outlives the store, may still look at it.
+    Clock& clock_ = *new Clock;
     std::filesystem::path directory_;
     EventStoreImpl core_{{never, never}};
 };
