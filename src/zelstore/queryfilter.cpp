@@ -11,8 +11,10 @@ constexpr char Same(char c) noexcept {
     return c;
 }
 
-constexpr auto unsignedLess = [](char a, char b) {
-    return static_cast<unsigned char>(a) < static_cast<unsigned char>(b);
+// The comparison of two ranges calls it with either one's byte first, so both are folded.
+template <char (*fold)(char)>
+constexpr auto foldedLess = [](char a, char b) {
+    return static_cast<unsigned char>(fold(a)) < static_cast<unsigned char>(fold(b));
 };
 
 // The comparisons, with `fold` applied to the text's bytes; `value` is folded already.
@@ -36,14 +38,12 @@ struct Bytes {
                value.empty();
     }
     static bool Less(std::string_view text, std::string_view value) {
-        return std::lexicographical_compare(
-            text.begin(), text.end(), value.begin(), value.end(),
-            [](char t, char v) { return unsignedLess(fold(t), v); });
+        return std::lexicographical_compare(text.begin(), text.end(), value.begin(), value.end(),
+                                            foldedLess<fold>);
     }
     static bool Greater(std::string_view text, std::string_view value) {
-        return std::lexicographical_compare(
-            value.begin(), value.end(), text.begin(), text.end(),
-            [](char v, char t) { return unsignedLess(v, fold(t)); });
+        return std::lexicographical_compare(value.begin(), value.end(), text.begin(), text.end(),
+                                            foldedLess<fold>);
     }
 };
 

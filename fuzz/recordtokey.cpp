@@ -1,0 +1,98 @@
+#include <cpprest/json.h>
+
+#include <vector>
+
+#include "common/textbridge.h"
+#include "fuzz.h"
+#include "zelstore/database/keyformat.h"
+#include "zelstore/keymaker.h"
+#include "zelstore/schema/keyfields.h"
+
+// The key of an event record, against one that is put together step by step from the record's
+// conditions, and read back field by field. Input: the record.
+
+namespace {
+
+using namespace ZEL;
+using NamedValues = std::vector<std::pair<std::string, std::string>>;
+
+// What the record says, in the order of a key. The required fields come first.
+HRESULT ReadRecord(const std::string& text, NamedValues* values) {
+    Schema::Event event;
+    Schema::FilterMap fields;
+    try {
+        event.FromJson(web::json::value::parse(text));
+    } catch (const std::exception&) {
+        return hr::unexpected;
+    }
+    const HRESULT result = Schema::ExtractKeyFields(event, false, fields);
+    if (Failed(result))
+        return result;
+    if (!event.begin_time)
+        return hr::invalidArgument;
+    if (!wm::IsUtf8(event.begin_time->value))
+        return hr::outOfMemory;
+    char digits[16];
+    std::snprintf(digits, sizeof(digits), "%010u", event.seq_num);
+    *values = {{"begin_time", event.begin_time->value}, {"sequence", digits}};
+    for (const char* const name : {"object_type", "action", "actor_hash", "actor_path_name",
+                                   "target_hash", "target_path_name", "target_source_ip",
+                                   "target_destination_ip", "correlation_uid", "actor_uid"})
+        if (const auto found = fields.find(name); found != fields.end() && !found->second.empty())
+            values->emplace_back(name, found->second.begin()->first);
+    const bool complete = values->size() >= 4 && (*values)[3].first == "action";
+    return complete ? hr::ok : hr::fail;
+}
+
+// Each value takes the place of the first text that looks like its placeholder.
+std::string Compose(const NamedValues& values) {
+    static const std::map<std::string, std::string> placeholders = {
+        {"begin_time", "|A"},       {"sequence", "|B"},
+        {"object_type", "|D"},      {"action", "|E"},
+        {"actor_hash", "|F"},       {"actor_path_name", "|G"},
+        {"target_hash", "|H"},      {"target_path_name", "|I"},
+        {"target_source_ip", "|J"}, {"target_destination_ip", "|K"},
+        {"correlation_uid", "|M"},  {"actor_uid", "|N"}};
+    std::string key = "p<begin_time>|A<sequence>|B<object_type>|D<action>|E";
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const auto& [name, value] = values[i];
+        const std::string& placeholder = placeholders.at(name);
+        if (i >= 4)
+            key += "<" + name + ">" + placeholder;
+        key.replace(key.find(placeholder), placeholder.size(), value);
+    }
+    return key;
+}
+
+void CheckReadBack(const std::string& key, const NamedValues& values) {
+    for (const auto& [name, value] : values)
+        if (value.find_first_of("<>|") != std::string::npos)
+            return;  // such a key is not read back as it was
+    KeyFields fields;
+    SplitKeyFields(key, &fields);
+    for (const auto& [name, value] : values) {
+        std::string_view found;
+        fuzz::Check(GetKeyField(fields, name, &found) == hr::ok && found == value, {key, name});
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text = fuzz::Input(data, size).Rest();
+    NamedValues values;
+    const HRESULT expected = ReadRecord(text, &values);
+    std::string key;
+    const HRESULT result = MakeEventKeyUtf8(text, &key);
+    fuzz::Check(result == expected, {text, std::to_string(static_cast<int>(result))});
+    const std::string composed = Succeeded(result) ? Compose(values) : "";
+    fuzz::Check(key == composed, {text, key, composed});
+    std::wstring wide, wideKey, expectedWide;
+    if (wm::ToWide(text, wide)) {
+        fuzz::Check(MakeEventKey(wide, &wideKey) == result, {text});
+        fuzz::Check(wm::ToWide(key, expectedWide) && expectedWide == wideKey, {text, key});
+    }
+    if (Succeeded(result))
+        CheckReadBack(key, values);
+    return 0;
+}
