@@ -1,6 +1,6 @@
 # What an installation holds. All that is loaded together stands in one private folder, as in the
 # build tree, so that an installed tree may be moved anywhere.
-set(CMAKE_INSTALL_DOCDIR share/doc/zelstore CACHE PATH "Documents")
+set(CMAKE_INSTALL_DOCDIR share/doc/zelstore CACHE STRING "Documents")
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 set(component_folder ${CMAKE_INSTALL_LIBDIR}/zelstore)
@@ -24,6 +24,7 @@ install(FILES completions/zel.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-com
 install(FILES completions/_zel DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT runtime)
 install(FILES completions/zel.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
         COMPONENT runtime)
+install(PROGRAMS examples/readstore.py DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 install(FILES examples/README.md examples/events.ndjson.xz examples/LICENSE.Security-Datasets.txt
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 
@@ -34,7 +35,7 @@ install(FILES src/zelstore/ieventstore.h src/zelstore/izelstorequery.h
         DESTINATION ${headers}/zelstore COMPONENT development)
 install(FILES src/zelstore/diskmonitor/idiskspacemonitor.h
         DESTINATION ${headers}/zelstore/diskmonitor COMPONENT development)
-install(FILES examples/minimalhost.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
+install(FILES examples/minimalhost.cpp examples/agenthost.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 install(DIRECTORY examples/outside DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR}-dev COMPONENT development)
 

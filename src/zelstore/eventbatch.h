@@ -24,7 +24,8 @@ public:
     explicit EventBatch(RecordBatch spent) noexcept : spent_(std::move(spent)) {}
 
     // A record with the key of one in the batch replaces that one's value.
-    void Add(std::string key, std::string value) EXCLUDES(lock_) {
+    // What the two texts hold then is of no use; the caller frees it behind all locks.
+    void Add(std::string& key, std::string& value) EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
         // Records mostly come in the order of their keys, and then go to the end at once.
         if (spent_.empty()) {
@@ -32,8 +33,8 @@ public:
             return;
         }
         RecordBatch::node_type entry = spent_.extract(spent_.begin());
-        entry.key() = std::move(key);
-        entry.mapped() = std::move(value);
+        entry.key().swap(key);
+        entry.mapped().swap(value);
         const auto place = records_.insert(records_.end(), std::move(entry));
         if (entry)  // there is a record with this key
             place->second = std::move(entry.mapped());

@@ -15,7 +15,7 @@ namespace {
 constexpr std::uint64_t capacityReportPeriodMs = 1800000;
 std::atomic<std::uint64_t> lastCapacityReport{0};
 
-// The longest text, in bytes, whose memory a spent entry keeps.
+// The most bytes that a spent entry keeps for the next one.
 constexpr std::size_t largestKept = 4096;
 
 }  // namespace
@@ -28,8 +28,10 @@ void IncomingQueue::SetCapacity(std::uint32_t records) {
 EventBatch* IncomingQueue::AppendBatchLocked() {
     try {
         RecordBatch spent;
-        if (spentCount_ != 0)
-            spent.swap(spent_[--spentCount_]);
+        if (!spent_.empty()) {
+            spent.swap(spent_.back());
+            spent_.pop_back();
+        }
         batches_.push_back(std::make_unique<EventBatch>(std::move(spent)));
         return batches_.back().get();
     } catch (const std::bad_alloc&) {
@@ -65,7 +67,7 @@ HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool
         *wake = true;
     }
     try {
-        last->Add(std::move(key), std::move(value));
+        last->Add(key, value);
     } catch (...) {
         if (last->Size() == 0)
             batches_.pop_back();  // an empty batch would never be written
@@ -75,7 +77,10 @@ HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool
 }
 
 HRESULT IncomingQueue::DequeueBatches(BatchList& out, bool flushAll) {
+    SpentBatches dropped;  // behind the lock
     const wm::Hold hold(lock_);
+    if (flushAll && batches_.empty())
+        dropped.swap(spent_);
     while (!batches_.empty()) {
         if (!flushAll && batches_.front()->Size() != EventBatch::capacity)
             break;
@@ -85,13 +90,13 @@ HRESULT IncomingQueue::DequeueBatches(BatchList& out, bool flushAll) {
 }
 
 void IncomingQueue::Recycle(RecordBatch spent) noexcept {
-    // A large record is rare, and must not hold its memory on.
-    for (auto& [key, value] : spent)
-        if (value.capacity() > largestKept)
-            std::string().swap(value);
+    // Large records are rare, and must not hold their memory on.
+    std::erase_if(spent, [](const auto& entry) {
+        return entry.first.capacity() + entry.second.capacity() > largestKept;
+    });
     const wm::Hold hold(lock_);
-    if (spentCount_ < mostSpent)
-        spent_[spentCount_++].swap(spent);
+    if (spent_.size() < mostSpent)
+        spent_.push_back(std::move(spent));
 }
 
 std::size_t IncomingQueue::Size() const {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <array>
+#include <boost/container/static_vector.hpp>
 #include <list>
 #include <memory>
 #include <string>
@@ -29,7 +29,7 @@ public:
     HRESULT EnqueueEventData(std::string key, std::string value, bool* wake) EXCLUDES(lock_);
 
     // Moves the full batches, oldest first, to the end of `out`; with `flushAll` the one being
-    // filled as well.
+    // filled as well, and a queue that was empty then lets go of the memory of spent batches.
     HRESULT DequeueBatches(BatchList& out, bool flushAll) EXCLUDES(lock_);
 
     // Takes back the entries of a batch that was written, whose records are of no use any more.
@@ -39,13 +39,14 @@ public:
     std::size_t Size() const EXCLUDES(lock_);
 
 private:
+    using SpentBatches = boost::container::static_vector<RecordBatch, mostSpent>;
+
     EventBatch* AppendBatchLocked() REQUIRES(lock_);
     static void ReportFullQueue();
 
     mutable wm::Lock lock_{wm::LockRank::queue};
     BatchList batches_ GUARDED_BY(lock_);
-    std::array<RecordBatch, mostSpent> spent_ GUARDED_BY(lock_);
-    std::size_t spentCount_ GUARDED_BY(lock_) = 0;
+    SpentBatches spent_ GUARDED_BY(lock_);
     std::uint32_t capacity_ GUARDED_BY(lock_) = defaultCapacity;
 };
 

@@ -11,13 +11,13 @@ namespace {
 // Smaller ones come from the allocator's own store of the thread; larger ones are rare, and not
 // worth holding.
 constexpr std::size_t smallestKept = 1024;
-constexpr std::size_t largestKept = 64 * 1024;
+constexpr std::size_t largestKept = 16 * 1024;
 constexpr std::size_t roundedTo = 512;
 // Memory is not handed out for a text that would use less than this part of it.
 constexpr std::size_t mostWaste = 8;
 
-// Address sanitizers see the use of freed texts only if the memory is really freed.
-#ifdef __SANITIZE_ADDRESS__
+// Sanitizers see the use of freed texts only if the memory is really freed.
+#ifdef WM_KEEP_NO_MEMORY
 constexpr bool keepsMemory = false;
 #else
 constexpr bool keepsMemory = true;
@@ -28,10 +28,11 @@ struct Block {
     std::size_t bytes = 0;
 };
 
-// A record's text and its key.
+// A record's text and its key; the one freed last comes first.
 struct Spares {
     ~Spares();
     std::array<Block, 2> blocks;
+    bool makesTexts = false;  // a thread that only drops them has no use for their memory
 };
 
 thread_local Spares spares;
@@ -48,15 +49,24 @@ bool IsKept(std::size_t bytes) noexcept {
     return keepsMemory && bytes >= smallestKept && bytes <= largestKept && !threadEnds;
 }
 
+// The smallest spare that is large enough and not much too large, or null.
+Block* FindSpare(std::size_t bytes) noexcept {
+    Block* best = nullptr;
+    for (Block& spare : spares.blocks)
+        if (spare.bytes >= bytes && spare.bytes / mostWaste <= bytes &&
+            (best == nullptr || spare.bytes < best->bytes))
+            best = &spare;
+    return best;
+}
+
 }  // namespace
 
 void* AllocateTextMemory(std::size_t* bytes) noexcept {
     if (IsKept(*bytes)) {
-        for (Block& spare : spares.blocks) {
-            if (spare.bytes < *bytes || spare.bytes / mostWaste > *bytes)
-                continue;
-            *bytes = spare.bytes;
-            return std::exchange(spare, {}).memory;
+        spares.makesTexts = true;
+        if (Block* const spare = FindSpare(*bytes)) {
+            *bytes = spare->bytes;
+            return std::exchange(*spare, {}).memory;
         }
         *bytes = (*bytes + roundedTo - 1) / roundedTo * roundedTo;
     }
@@ -64,14 +74,14 @@ void* AllocateTextMemory(std::size_t* bytes) noexcept {
 }
 
 void FreeTextMemory(void* memory, std::size_t bytes) noexcept {
-    Block freed{memory, bytes};
-    if (IsKept(bytes)) {
-        // The smaller ones move down, and the smallest goes.
-        for (Block& spare : spares.blocks)
-            if (freed.bytes > spare.bytes)
-                std::swap(freed, spare);
+    if (IsKept(bytes) && spares.makesTexts) {
+        Block& first = spares.blocks[0];
+        Block& last = spares.blocks[1];
+        if (first.memory != nullptr)
+            std::swap(first, last);
+        memory = std::exchange(first, Block{memory, bytes}).memory;
     }
-    ::operator delete(freed.memory);
+    ::operator delete(memory);
 }
 
 }  // namespace wm
