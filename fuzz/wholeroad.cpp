@@ -110,14 +110,14 @@ struct Writer {
     PlainStore& plain;
     std::vector<std::pair<std::string, Row>> events;  // all so far, with their keys
     unsigned counter = 0;
+    EventKeyMaker keys;
 
     void WriteEvent(Rows& folder) {
         const Said said = MakeEvent(input, false);
         Row row{Written(said.event), TimeText(*said.begin), {}, "", ""};
         const std::string plainKey = KeyOf(said, &row.facts);
         std::string key;
-        Check(MakeEventKeyUtf8(row.value, &key) == hr::ok && key == plainKey,
-              {row.value, key, plainKey});
+        Check(keys.Make(row.value, &key) == hr::ok && key == plainKey, {row.value, key, plainKey});
         store.Insert(key, row.value, false);
         folder[key] = row;
         events.emplace_back(key, row);

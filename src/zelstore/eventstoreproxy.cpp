@@ -51,14 +51,7 @@ HRESULT EventStoreProxy::GiveKey(IStringValue** key, Make&& make) noexcept {
 HRESULT EventStoreProxy::GiveEventKey(IStringValue* text, IStringValue** key) noexcept {
     if (key == nullptr)
         return hr::invalidArgument;
-    return AtBoundary([&] {
-        std::string made;
-        const HRESULT result = MakeEventKey(TextOf(text), &made);
-        if (Failed(result))
-            return result;
-        const bool isUtf8 = wm::CreateStringValue(std::string_view(made), key);
-        return isUtf8 && *key != nullptr ? result : hr::outOfMemory;
-    });
+    return AtBoundary([&] { return eventKeys_.Make(TextOf(text), key); });
 }
 
 HRESULT EventStoreProxy::MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) {

@@ -4,6 +4,7 @@
 
 #include "common/itobbaseimpl.h"
 #include "zelstore/ieventstore.h"
+#include "zelstore/keymaker.h"
 #include "zelstore/keystate.h"
 
 namespace ZEL {
@@ -53,11 +54,12 @@ private:
     // Runs `make`, which fills a wide text, and wraps the text for the caller.
     template <typename Make>
     static HRESULT GiveKey(IStringValue** key, Make&& make) noexcept;
-    static HRESULT GiveEventKey(IStringValue* text, IStringValue** key) noexcept;
+    HRESULT GiveEventKey(IStringValue* text, IStringValue** key) noexcept;
 
     ObjectOwnership owner_;
     std::shared_ptr<EventStoreImpl> core_;
     KeyState keyState_;
+    EventKeyMaker eventKeys_;
 };
 
 }  // namespace ZEL

@@ -60,26 +60,35 @@ void AppendField(std::string& key, std::string_view name, std::string_view value
 
 // Nearly no value holds the character that tags begin with. Without it each value stands behind its
 // name, and nothing has to be looked for.
-std::string ComposeKey(std::string_view time, std::uint32_t sequence,
-                       const Schema::RecordFields& fields) {
-    constexpr std::size_t usualSize = 480;
+void ComposeKey(std::string_view time, std::uint32_t sequence, const Schema::RecordFields& fields,
+                std::string& key) {
     constexpr char tagMark = '|';
-    std::string key;
-    key.reserve(usualSize);
-    key.append("p<begin_time>").append(time);
+    key.assign("p<begin_time>").append(time);
     AppendField(key, "sequence", TenDigits(sequence));
     for (const KeyField field : {KeyField::objectType, KeyField::action})
         AppendField(key, Schema::KeyFieldName(field), *fields.Find(field));
     for (const OptionalField& row : optionalFields)
         if (const auto value = fields.Find(row.field))
             AppendField(key, Schema::KeyFieldName(row.field), *value);
-    return key.find(tagMark) == std::string::npos ? key : ComposeByTags(time, sequence, fields);
+    if (key.find(tagMark) != std::string::npos)
+        key = ComposeByTags(time, sequence, fields);
 }
 
-HRESULT KeyOfEvent(std::string jsonText, std::string* key) {
+}  // namespace
+
+struct EventKeyMaker::Work {
+    // From `json` to `key`.
+    HRESULT Run();
+
+    std::string json;
     Schema::Event event;
-    event.FromJson(web::json::value::parse(utility::conversions::to_string_t(std::move(jsonText))));
     Schema::RecordFields fields;
+    std::string key;
+};
+
+HRESULT EventKeyMaker::Work::Run() {
+    event.FromJson(web::json::value::parse(utility::conversions::to_string_t(json)));
+    fields.Clear();
     const HRESULT result = Schema::ExtractRecordFields(event, fields);
     if (Failed(result))
         return result;
@@ -91,9 +100,57 @@ HRESULT KeyOfEvent(std::string jsonText, std::string* key) {
         return hr::outOfMemory;
     if (!fields.Find(KeyField::objectType) || !fields.Find(KeyField::action))
         return hr::fail;
-    *key = ComposeKey(*time, event.seq_num, fields);
+    ComposeKey(*time, event.seq_num, fields, key);
     return hr::ok;
 }
+
+EventKeyMaker::EventKeyMaker() noexcept = default;
+
+EventKeyMaker::~EventKeyMaker() {
+    delete spare_.load();
+}
+
+std::unique_ptr<EventKeyMaker::Work> EventKeyMaker::Begin() {
+    std::unique_ptr<Work> work(spare_.exchange(nullptr));
+    return work ? std::move(work) : std::make_unique<Work>();
+}
+
+void EventKeyMaker::End(std::unique_ptr<Work> work) noexcept {
+    constexpr std::size_t largestKept = 8192;  // bytes; a larger record must not hold its memory on
+    if (work->json.capacity() <= largestKept)
+        work.reset(spare_.exchange(work.release()));
+}
+
+template <typename Convert>
+HRESULT EventKeyMaker::Make(Convert&& convert, std::string* utf8, IStringValue** key) noexcept {
+    return AtBoundary([&] {
+        std::unique_ptr<Work> work = Begin();
+        HRESULT result =
+            convert(work->json) ? AtBoundary([&] { return work->Run(); }) : hr::unexpected;
+        if (Succeeded(result) && utf8 != nullptr)
+            utf8->assign(work->key);
+        if (Succeeded(result) && key != nullptr &&
+            (!wm::CreateStringValue(std::string_view(work->key), key) || *key == nullptr))
+            result = hr::outOfMemory;
+        End(std::move(work));
+        return result;
+    });
+}
+
+HRESULT EventKeyMaker::Make(std::wstring_view jsonText, IStringValue** key) noexcept {
+    return Make([&](std::string& json) { return wm::ToUtf8(jsonText, json); }, nullptr, key);
+}
+
+HRESULT EventKeyMaker::Make(std::string_view jsonText, std::string* key) noexcept {
+    return Make(
+        [&](std::string& json) {
+            json.assign(jsonText);
+            return true;
+        },
+        key, nullptr);
+}
+
+namespace {
 
 // Numbers of an event's properties, by the fields of a key in its order.
 struct PropertyRow {
@@ -155,17 +212,6 @@ bool PropertyText(IEventProperties& event, const PropertyRow& row, std::wstring*
 }
 
 }  // namespace
-
-HRESULT MakeEventKey(std::string jsonText, std::string* key) noexcept {
-    return AtBoundary([&] { return KeyOfEvent(std::move(jsonText), key); });
-}
-
-HRESULT MakeEventKey(std::wstring_view jsonText, std::string* key) noexcept {
-    return AtBoundary([&] {
-        std::string utf8;
-        return wm::ToUtf8(jsonText, utf8) ? KeyOfEvent(std::move(utf8), key) : hr::unexpected;
-    });
-}
 
 HRESULT MakePropertyKey(IEventProperties* event, std::wstring* key) noexcept {
     if (event == nullptr)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -8,14 +10,34 @@
 
 namespace ZEL {
 
-// Primary keys. No lock and no state: a key is told by its record alone. All of these throw
-// nothing; memory exhaustion gives 0x8007000E.
+// Primary keys. A key is told by its record alone. All of these throw nothing; memory exhaustion
+// gives 0x8007000E.
 
-// The key of an event record given as JSON text, in UTF-8. 0x8000FFFF for text that is not JSON,
-// not Unicode or holds a name that is not in the vocabulary; 0x80070057 without begin_time;
-// 0x80004005 without target or action.
-HRESULT MakeEventKey(std::wstring_view jsonText, std::string* key) noexcept;
-HRESULT MakeEventKey(std::string jsonText, std::string* key) noexcept;
+// Makes the keys of event records given as JSON text. May be used by any thread, without a lock:
+// what one record took of memory is kept for the next, and who finds it taken makes his own.
+class EventKeyMaker {
+public:
+    EventKeyMaker() noexcept;
+    ~EventKeyMaker();
+    EventKeyMaker(const EventKeyMaker&) = delete;
+    EventKeyMaker& operator=(const EventKeyMaker&) = delete;
+
+    // A new string value with one reference, or the UTF-8 text. 0x8000FFFF for text that is not
+    // JSON, not Unicode or holds a name that is not in the vocabulary; 0x80070057 without
+    // begin_time; 0x80004005 without target or action. `*key` is then as it was.
+    HRESULT Make(std::wstring_view jsonText, IStringValue** key) noexcept;
+    HRESULT Make(std::string_view jsonText, std::string* key) noexcept;
+
+private:
+    struct Work;
+
+    std::unique_ptr<Work> Begin();
+    void End(std::unique_ptr<Work> work) noexcept;
+    template <typename Convert>
+    HRESULT Make(Convert&& convert, std::string* utf8, IStringValue** key) noexcept;
+
+    std::atomic<Work*> spare_{nullptr};
+};
 
 // The key of an event given as numbered properties. 0x80070057 when one of the time, the sequence,
 // the object type and the action is absent.

@@ -80,17 +80,18 @@ TEST(HostileRecords, GiveACodeOrAKey) {
          hr::ok},
         {"10 MB name", "{\"" + tenMegabytes + "\":1," + good + "}", hr::ok},
     };
+    EventKeyMaker maker;
     for (const auto& row : rows) {
         std::string key;
-        EXPECT_EQ(MakeEventKey(row.text, &key), row.result) << row.what;
+        EXPECT_EQ(maker.Make(row.text, &key), row.result) << row.what;
         EXPECT_TRUE(wm::IsUtf8(key)) << row.what;
     }
 }
 
 TEST(HostileRecords, WideTextIsCheckedToo) {
     for (const int character : {0xD800, 0x7FFFFFFF}) {
-        std::string key;
-        EXPECT_EQ(MakeEventKey(std::wstring(1, static_cast<wchar_t>(character)), &key),
+        IStringValue* key = nullptr;
+        EXPECT_EQ(EventKeyMaker().Make(std::wstring(1, static_cast<wchar_t>(character)), &key),
                   hr::unexpected);
     }
 }

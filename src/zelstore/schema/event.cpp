@@ -49,21 +49,20 @@ Event& Event::operator=(const Event& other) {
 }
 
 void Event::ReadArtifacts(const Members& in) {
-    actor.reset();
-    target.reset();
+    std::unique_ptr<ZelSchemaParser> formerActor = std::move(actor);
+    std::unique_ptr<ZelSchemaParser> formerTarget = std::move(target);
     result.reset();
     const value* const artifacts = in.Find(ZEL_TEXT("artifacts"));
     if (artifacts == nullptr)
         return;
     static_cast<void>(artifacts->as_object());  // throws for anything but an object
     const Members members(*artifacts);
-    const auto read = [&](TextView key, std::unique_ptr<ZelSchemaParser>& object) {
-        if (const value* const found = members.Find(key))
-            object = CreateObjectFromJson(*found);
-    };
-    read(ZEL_TEXT("actor"), actor);
-    read(ZEL_TEXT("target"), target);
-    read(ZEL_TEXT("result"), result);
+    if (const value* const found = members.Find(ZEL_TEXT("actor")))
+        actor = CreateObjectFromJson(*found, std::move(formerActor));
+    if (const value* const found = members.Find(ZEL_TEXT("target")))
+        target = CreateObjectFromJson(*found, std::move(formerTarget));
+    if (const value* const found = members.Find(ZEL_TEXT("result")))
+        result = CreateObjectFromJson(*found);
 }
 
 void Event::FromJson(const value& json) {

@@ -293,13 +293,16 @@ std::optional<std::string_view> RecordFields::Find(KeyField field) const noexcep
     return std::string_view(texts_.data() + place.at, place.size);
 }
 
+void RecordFields::Clear() noexcept {
+    texts_.clear();
+    for (Place& place : places_)
+        place = Place();
+}
+
 void RecordFields::Offer(KeyField field, std::string_view value) {
-    constexpr std::size_t usualSize = 512;
     const auto held = Find(field);
     if (held && *held <= value)
         return;
-    if (texts_.empty())
-        texts_.reserve(usualSize);
     places_[static_cast<std::size_t>(field)] = {texts_.size(), value.size()};
     texts_.append(value);
 }

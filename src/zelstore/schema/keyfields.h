@@ -58,6 +58,7 @@ public:
     // None when the record has no such field. A view of this object, until the next Offer.
     std::optional<std::string_view> Find(KeyField field) const noexcept;
     void Offer(KeyField field, std::string_view value);
+    void Clear() noexcept;
 
 private:
     struct Place {

@@ -1,5 +1,7 @@
 #include "zelstore/schema/objectfactory.h"
 
+#include <typeinfo>
+
 #include "zelstore/schema/fieldlists.h"
 #include "zelstore/schema/objectclasses.h"
 
@@ -21,15 +23,21 @@ ObjectPtr Copy(const ZelSchemaParser& object) {
     return typed != nullptr ? std::make_unique<T>(*typed) : nullptr;
 }
 
+template <typename T>
+bool Is(const ZelSchemaParser& object) {
+    return typeid(object) == typeid(T);
+}
+
 struct ClassRow {
     std::int32_t number;
     ObjectPtr (*make)();
+    bool (*is)(const ZelSchemaParser&);
     ObjectPtr (*copy)(const ZelSchemaParser&);
 };
 
 template <typename T>
 constexpr ClassRow Row(std::int32_t number) {
-    return {number, &Make<T>, &Copy<T>};
+    return {number, &Make<T>, &Is<T>, &Copy<T>};
 }
 
 constexpr ClassRow classes[] = {
@@ -58,13 +66,16 @@ const ClassRow* FindClass(std::int32_t number) {
 
 }  // namespace
 
-ObjectPtr CreateObjectFromJson(const web::json::value& in) {
+ObjectPtr CreateObjectFromJson(const web::json::value& in, ObjectPtr former) {
     const ClassRow* row = nullptr;
     if (const web::json::value* const name = Members(in).Find(keyObjectType))
         row = FindClass(ObjectTypes().Number(name->as_string()));
-    ObjectPtr object = row != nullptr ? row->make() : Make<Unknown>();
-    object->FromJson(in);
-    return object;
+    if (former == nullptr || row == nullptr || !row->is(*former))
+        former = row != nullptr ? row->make() : Make<Unknown>();
+    else
+        former->SetObjectTypeId(row->number);
+    former->FromJson(in);
+    return former;
 }
 
 ObjectPtr CloneObject(const ZelSchemaParser* object) {

@@ -7,8 +7,10 @@
 namespace ZEL::Schema {
 
 // The object that a JSON object describes, by its object_type. A name without a class of its own,
-// or none, gives an Unknown that keeps the name's number. Throws as FromJson does.
-std::unique_ptr<ZelSchemaParser> CreateObjectFromJson(const web::json::value& in);
+// or none, gives an Unknown that keeps the name's number. `former` may be an object of no more use,
+// which becomes the new one if it is of its class. Throws as FromJson does.
+std::unique_ptr<ZelSchemaParser> CreateObjectFromJson(
+    const web::json::value& in, std::unique_ptr<ZelSchemaParser> former = nullptr);
 
 // A deep copy, chosen by the object's number. Null for null, and for a number without a class: the
 // copy then loses the object.

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "zelstore/schema/vocabulary.h"
@@ -50,32 +51,48 @@ protected:
     ZelSchemaParser& operator=(const ZelSchemaParser&) = default;
 };
 
-// An optional field: owns its value, and copies deep.
+// An optional field: owns its value, and copies deep. An absent one keeps the memory of the value
+// that it had, for the next that is read into it.
 template <typename T>
 class Field {
 public:
     Field() = default;
-    Field(const Field& other) : value_(other ? std::make_unique<T>(*other) : nullptr) {}
-    Field(Field&&) noexcept = default;
+    Field(const Field& other) : value_(other ? std::make_unique<T>(*other) : nullptr) {
+        isPresent_ = other.isPresent_;
+    }
+    Field(Field&& other) noexcept
+        : value_(std::move(other.value_)), isPresent_(std::exchange(other.isPresent_, false)) {}
     Field& operator=(Field other) noexcept {
         value_.swap(other.value_);
+        std::swap(isPresent_, other.isPresent_);
         return *this;
     }
 
     T& Make() {
-        value_ = std::make_unique<T>();
+        Set(T());
         return *value_;
     }
     // A copy, made before the former value goes: that may be what is given.
-    void Set(const T& value) { value_ = std::make_unique<T>(value); }
-    void Reset() noexcept { value_.reset(); }
-    T* get() const noexcept { return value_.get(); }
+    void Set(const T& value) {
+        value_ = std::make_unique<T>(value);
+        isPresent_ = true;
+    }
+    // Present, with whatever value; for those who replace all of it.
+    T& Reuse() {
+        if (value_ == nullptr)
+            value_ = std::make_unique<T>();
+        isPresent_ = true;
+        return *value_;
+    }
+    void Reset() noexcept { isPresent_ = false; }
+    T* get() const noexcept { return isPresent_ ? value_.get() : nullptr; }
     T* operator->() const noexcept { return value_.get(); }
     T& operator*() const noexcept { return *value_; }
-    explicit operator bool() const noexcept { return value_ != nullptr; }
+    explicit operator bool() const noexcept { return isPresent_; }
 
 private:
     std::unique_ptr<T> value_;
+    bool isPresent_ = false;
 };
 
 // The members of a JSON value, which has none unless it is an object. A view: the value must
@@ -105,7 +122,7 @@ template <typename T>
 void ReadField(const Members& in, TextView key, Field<T>& field) {
     field.Reset();
     if (const web::json::value* const member = in.Find(key))
-        field.Make().FromJson(*member);
+        field.Reuse().FromJson(*member);
 }
 
 template <typename T>

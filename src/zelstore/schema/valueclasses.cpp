@@ -44,15 +44,17 @@ void StringPair::ToJson(value& out) const {
 
 void StringPair::FromJson(const value& json) {
     const Members in(json);
-    values.clear();
     ReadField(in, keyOperator, op);
     const value* const list = in.Find(keyValue);
-    if (list == nullptr)
+    if (list == nullptr) {
+        values.clear();
         return;
+    }
+    // Into the former texts, whose memory is mostly large enough.
     const web::json::array& array = list->as_array();
-    values.reserve(array.size());
-    for (const value& element : array)
-        values.push_back(element.as_string());
+    values.resize(array.size());
+    for (std::size_t i = 0; i < values.size(); ++i)
+        values[i] = array.at(i).as_string();
 }
 
 template <typename T>
