@@ -110,7 +110,7 @@ struct Writer {
     PlainStore& plain;
     std::vector<std::pair<std::string, Row>> events;  // all so far, with their keys
     unsigned counter = 0;
-    EventKeyMaker keys;
+    EventKeyMaker keys{};
 
     void WriteEvent(Rows& folder) {
         const Said said = MakeEvent(input, false);
