@@ -33,6 +33,13 @@ COMMANDS = {
     "enrich": ("enrich", "p<begin_time>2020-01-01T00:00:00.001Z<sequence>0000000001<object_type>file<action>create"),
     "purge": ("purge", "--max-size", "0"),
 }
+
+
+# A log is read through before the library gets it. Should only the library fail to read it, its rows go.
+def may_lose_log(fault, told):
+    return told and fault[0] in ("open", "read") and fault[1] == ".log"
+
+
 GIVEN_UP = ("0x80070570", "0x8007045D")
 
 
@@ -81,8 +88,7 @@ class Faults:
         ended, failed = self.run("writer", command, fault)
         acked, told = read_acks(ended.stdout)
         after, rows = self.store.look()
-        # A log is read through before it is opened. Should only the second read fail, its rows go.
-        if ["data"] not in told:
+        if not may_lose_log(fault, ["data"] in told):
             self.store.check("the old rows are there", [], self.store.lacks(rows, OLD_ROWS)[:10])
         if ended.returncode == 0:
             self.store.check("the store said that all is written", [], self.store.lacks(rows, NEW_ROWS)[:10])
@@ -104,7 +110,7 @@ class Faults:
             rows = len(ended.stdout.splitlines())
             self.store.check("a query that ends well has all rows", len(OLD_ROWS), rows)
         after, rows = self.store.look(strict=name != "enrich")
-        if name != "purge":
+        if name != "purge" and not may_lose_log(fault, ended.returncode == 4):
             self.store.check("the rows are there", [], [n for n in OLD_ROWS if n not in rows][:10])
         if name == "ingest" and ended.returncode == 0:
             self.store.check("what was taken is there", True, new in rows)

@@ -88,7 +88,7 @@ class Cycles:
 
 
 def main(binaries):
-    cycles, seed = setting("ZEL_KILL_CYCLES", 20), setting("ZEL_SEED", int(time.time()))
+    cycles, seed = setting("ZEL_KILL_CYCLES", 15), setting("ZEL_SEED", int(time.time()))
     print(f"{cycles} cycles, ZEL_SEED={seed}", flush=True)
     failures, done, sums = 0, 0, {"records": 0, "folders": 0, "begun": 0}
     dice, killed = random.Random(seed), {}

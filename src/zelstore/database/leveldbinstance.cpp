@@ -3,6 +3,8 @@
 #include <leveldb/db.h>
 #include <leveldb/write_batch.h>
 
+#include <algorithm>
+
 #include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/textbridge.h"
@@ -70,7 +72,9 @@ void TellDroppedRecords(const std::wstring& folder) {
     std::string protocol;
     if (Failed(wm::ReadWholeFile(wm::JoinPath(folder, L"LOG"), &protocol)))
         return;
-    const std::size_t told = protocol.find(": dropping ");
+    // Parts of a log, or one that can't be opened.
+    const std::size_t told =
+        std::min(protocol.find(": dropping "), protocol.find("Ignoring error "));
     if (told == std::string::npos)
         return;
     const std::size_t line = protocol.rfind('\n', told) + 1;
