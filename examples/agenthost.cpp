@@ -171,6 +171,7 @@ int main(int argc, char** argv) {
         Failed(store->Initialize()))
         return 1;
     const bool worked = Run(*store);
-    const bool written = Succeeded(store->Stop()) && PrintDatabaseErrors(*store);
-    return Succeeded(store->Shutdown()) && written && worked ? 0 : 1;
+    const bool written = Succeeded(store->Stop());
+    const bool isWhole = PrintDatabaseErrors(*store);
+    return Succeeded(store->Shutdown()) && written && isWhole && worked ? 0 : 1;
 }
