@@ -70,7 +70,9 @@ databases grouped by date, and answers queries by walking their keys. This
 package holds the loadable component and zel, its command line host.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME zelstore-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "zelstore (= ${PROJECT_VERSION})")
+# With the version that the runtime's package really gets, a Debian release included.
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds what it takes to build a program that
 loads the event store of the package zelstore: headers, a CMake package and an
 example.")

@@ -42,7 +42,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
 }
 
 _zel_complete() {
-    local cur="${COMP_WORDS[COMP_CWORD]}" command="" flag="" word values
+    local cur="${COMP_WORDS[COMP_CWORD]}" command="" flag="" ahead="" word values
     # `flag` is the one whose value the word behind it is.
     for word in "${COMP_WORDS[@]:1:$((COMP_CWORD - 1))}"; do
         if [ "$word" = "=" ]; then
@@ -56,6 +56,10 @@ _zel_complete() {
         fi
     done
     [ "$cur" = "=" ] && cur=
+    # bash makes words of a flag, = and the value; other shells leave them together.
+    if [[ -z $flag && $cur == --*=* && -n $(_zel_values "$command" "${cur%%=*}") ]]; then
+        flag=${cur%%=*} ahead=$flag= cur=${cur#*=}
+    fi
     values=$(_zel_values "$command" "$flag")
     if [ -z "$values" ]; then
         case $cur,$command in
@@ -71,6 +75,7 @@ _zel_complete() {
         FILE) compopt -o filenames 2>/dev/null; COMPREPLY=($(compgen -f -- "$cur")) ;;
         *) COMPREPLY=($(compgen -W "${values// /$'\n'}" -- "$cur")) ;;
     esac
+    COMPREPLY=("${COMPREPLY[@]/#/$ahead}")
 }
 
 complete -F _zel_complete zel

@@ -128,10 +128,11 @@ bool WatchRoom(Room& room) {
     return Succeeded(registration->Unsubscribe(&room)) && Succeeded(monitors->StopMonitor());
 }
 
-void PrintDatabaseErrors(ZEL::IEventStore7& store) {
+// True when there are none.
+bool PrintDatabaseErrors(ZEL::IEventStore7& store) {
     CountedPtr<ZEL::IValueCollection> errors;
     if (Failed(store.GetDatabaseErrors(errors.Receive())))
-        return;
+        return false;
     for (std::size_t i = 0; i < errors->Count(); ++i) {
         std::uint32_t operation = 0, times = 0, result = 0;
         ZEL::IValueRecord& row = *errors->GetRecord(i);
@@ -141,6 +142,7 @@ void PrintDatabaseErrors(ZEL::IEventStore7& store) {
         std::printf("%s: operation %u failed %u times, 0x%08X\n",
                     wm::ToUtf8Lossy(row.GetText(0)->GetText()).c_str(), operation, times, result);
     }
+    return errors->Count() == 0;
 }
 
 bool Run(ZEL::IEventStore7& store) {
@@ -170,6 +172,6 @@ int main(int argc, char** argv) {
         return 1;
     const bool worked = Run(*store);
     const bool written = Succeeded(store->Stop());
-    PrintDatabaseErrors(*store);
-    return Succeeded(store->Shutdown()) && written && worked ? 0 : 1;
+    const bool isWhole = PrintDatabaseErrors(*store);
+    return Succeeded(store->Shutdown()) && written && isWhole && worked ? 0 : 1;
 }

@@ -4,9 +4,8 @@
 readstore.py FOLDER...   prints each row of the folders, in the order of the keys: key, tab, value
 readstore.py --fields    prints the fields of each key that stands on a line of standard input
 
-Nothing is locked or changed. Rows that a process is writing at the moment may be left out.
+Nothing is locked or changed. All rows that were written before the start are found, also while a process writes.
 """
-import glob
 import json
 import os
 import sys
@@ -14,6 +13,7 @@ import sys
 LOG_BLOCK, LOG_HEADER, TABLE_FOOTER, BLOCK_TRAILER = 32768, 7, 48, 5
 PUT = 1
 TABLE_MAGIC = 0xdb4775248b80fb57
+MOST_TRIES = 10
 
 
 def fields(key):
@@ -107,7 +107,8 @@ def block(data, handle):
 
 def table_rows(data):
     footer = data[-TABLE_FOOTER:]
-    assert int.from_bytes(footer[-8:], "little") == TABLE_MAGIC
+    if int.from_bytes(footer[-8:], "little") != TABLE_MAGIC:
+        return  # it is just being written, from files that are still there
     _, at = varint(footer, 0)  # the meta index is not needed
     _, at = varint(footer, at)
     for _, handle in block(data, footer[at:]):
@@ -116,23 +117,30 @@ def table_rows(data):
             yield key[:-8], mark >> 8, value if mark & 0xff == PUT else None
 
 
+READERS = {".ldb": table_rows, ".log": log_rows}
+
+
 def rows(folder):
     """Key to value. A key that was written again has its value of the highest sequence number."""
-    while True:
+    for _ in range(MOST_TRIES - 1):
         try:
             return rows_of_files(folder)
         except FileNotFoundError:  # its rows are in a newer table by now
             pass
+    return rows_of_files(folder)
 
 
 def rows_of_files(folder):
+    # One listing ahead of all reading: a log of a later listing would lack what became a table in between.
     newest = {}
-    for suffix, read in (".ldb", table_rows), (".log", log_rows):
-        for name in glob.glob(os.path.join(glob.escape(folder), "*" + suffix)):
-            with open(name, "rb") as file:
-                for key, sequence, value in read(file.read()):
-                    if key not in newest or newest[key][0] < sequence:
-                        newest[key] = sequence, value
+    for name in os.listdir(folder):
+        read = READERS.get(os.path.splitext(name)[1])
+        if read is None:
+            continue
+        with open(os.path.join(folder, name), "rb") as file:
+            for key, sequence, value in read(file.read()):
+                if key not in newest or newest[key][0] < sequence:
+                    newest[key] = sequence, value
     return {key: newest[key][1] for key in sorted(newest) if newest[key][1] is not None}
 
 

@@ -13,7 +13,8 @@ class IQueryCallback : public ITobBase {
 public:
     // A batch: status 0, `results` holds 1 to 100 event texts and is valid during the call only,
     // `isFinal` and `complete` are false. For receive-time rows `resumeTime` (UTC, 24 characters)
-    // and `resumeSequence` name the row that ended the batch; a later query may start there.
+    // and `resumeSequence` name the row that ended the batch: a later query goes on behind it with
+    // that receive_time and a seq_num of one more. For other rows they are empty and 0.
     //
     // The end, exactly once, behind all batches: the query's result, null `results`, `isFinal`
     // true, `complete` false only when the limit has cut results off.
@@ -76,10 +77,13 @@ public:
     // Runs an event_query document on the calling thread. 0x80070057 for a null callback, with no
     // call back; on every other path the callback gets its end call with the result: 0x80004005
     // before Initialize, 0x80070057 for a null or empty document, 0x8000FFFF for one that can't be
-    // understood, 0x8007000D or 0x800705B6 for a time that has an operator and not its form. What
-    // fails in one database is counted and leaves the result alone. Setting `stopEvent` stops the
-    // walk of the database in hand at its next thousandth row, and an auto-reset one is then used
-    // up; null means that each walk ends there.
+    // understood. A sub-query also ends the query, behind the results of those ahead of it, with
+    // 0x80070057 when it has neither begin_time nor receive_time, or an operator on begin_time or
+    // end_time that makes no range; 0x8007000D or 0x800705B6 for a time that has an operator and
+    // not its form; 0x8007000E when a condition can't be made, its text not being Unicode for
+    // instance. What fails in one database is counted and leaves the result alone. Setting
+    // `stopEvent` stops the walk of the database in hand at its next thousandth row, and an
+    // auto-reset one is then used up; null means that each walk ends there.
     virtual HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) = 0;
 
     // Deletes whole databases, oldest first, until all files of the store fit in `maxSizeMegabytes`
@@ -104,9 +108,10 @@ public:
     // 0x8007000E, 0x8007009B without a thread. In each process the folders are listed once: a store
     // that is started anew sees only what it then writes.
     virtual HRESULT Initialize() = 0;
-    // Ends purging, queries and the coordinator, and writes what is queued, on the calling thread.
-    // Batches that can't be written don't fail it: GetDatabaseErrors tells them. Records that are
-    // inserted from here on stay queued.
+    // Asks purge, queries and coordinator to end and waits for none of them: a purge goes on, walks
+    // end at their next thousandth row. Writes what is queued, on the calling thread. Batches that
+    // can't be written don't fail it: GetDatabaseErrors tells them. Records that are inserted from
+    // here on stay queued.
     virtual HRESULT Stop() = 0;
     // Waits for the store's threads, closes its databases and ends live mode. Always succeeds. Call
     // Stop first: without it the wait has no end.

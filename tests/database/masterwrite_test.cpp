@@ -186,7 +186,10 @@ TEST_F(MasterWrite, SilentKeysCanNotLeaveTheStore) {
     };
     for (const auto& row : rows) {
         RecordBatch batch{{row.key, "{}"}};
+        const test::RecordingReports reports;
         EXPECT_EQ(db->WriteSilentRecords(batch), hr::fail) << row.key;
+        ASSERT_EQ(reports.Count(), 1u) << row.key;
+        EXPECT_EQ(reports.At(0).Details().at(0).second, "1") << row.key;
         EXPECT_EQ(batch.size(), row.left) << row.key;
         EXPECT_TRUE(store.List().empty()) << row.key;
     }
@@ -194,7 +197,9 @@ TEST_F(MasterWrite, SilentKeysCanNotLeaveTheStore) {
     EXPECT_EQ(db->WriteSilentRecords(mixed), hr::fail);
     EXPECT_EQ(mixed.size(), 3u);
     mixed.erase("a");
+    const test::RecordingReports reports;
     EXPECT_EQ(db->WriteSilentRecords(mixed), hr::fail);
+    EXPECT_EQ(reports.At(0).Details().at(0).second, "2") << "what is left is given to nobody";
     EXPECT_EQ(mixed.size(), 1u) << "what the pass had moved is lost";
     EXPECT_TRUE(store.List().empty());
 }

@@ -73,6 +73,8 @@ def main():
             if values := re.search(r"\{(.*)\}", sign):
                 check(f"values of {flag}", values[1].split(","), completed(*path, flag, ""))
                 check(f"values of {flag}=", values[1].split(","), completed(*path, flag, "=", ""))
+                check(f"values of {flag}= in one word", [f"{flag}={value}" for value in values[1].split(",")],
+                      completed(*path, flag + "="))
     for flag in ("--action", "--object"):
         names = completed("query", flag, "")
         check(f"names behind {flag}", True, len(names) > 10)

@@ -436,6 +436,10 @@ host() {
   run "$bin/minimalhost" hoststore
   check "the minimal host" "0 2" "$code $(wc -l <out)"
   check "its events" 2 "$("$bin/zel" --store hoststore query | wc -l)"
+  run "$bin/minimalhost" nosuch
+  check "without a directory" "1 minimalhost: events can't be stored or read in nosuch" "$code $(cat err)"
+  run "$bin/agenthost" nosuch
+  check "the other host says what failed" "1 2" "$code $(grep -c 'operation 1 failed' out)"
 }
 
 "$scenario"

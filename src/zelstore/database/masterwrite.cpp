@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "common/errorreport.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/boundary.h"
@@ -30,6 +31,21 @@ bool IsFull(LevelDbInstanceProxy& proxy) {
     if (proxy.RecordsSinceCount() != 0)
         proxy.RecountSize();
     return proxy.EstimatedBytes() >= databaseLimitBytes;
+}
+
+// The table of errors tells what a folder has lost. Where no folder is concerned only a report can.
+void ReportLostRecords(HRESULT result, std::size_t count) {
+    wm::ReportError(result, "WriteSilentRecords", "Lost Records", std::to_string(count).c_str());
+}
+
+void ReportUnlessCounted(HRESULT result, const std::string& date, std::size_t count) {
+    const auto report = [&] {
+        std::wstring wideDate;
+        if (!wm::ToWide(date, wideDate) || !IsSafeDate(wideDate))
+            ReportLostRecords(result, count);
+        return hr::ok;
+    };
+    IgnoreResult(AtBoundary(report), "a report never changes a result");
 }
 
 // Ends the mark that was set when the database was chosen.
@@ -182,8 +198,10 @@ HRESULT ZelMasterDatabase::WriteSilentRecords(RecordBatch& batch) {
             RecordBatch group;
             for (auto record = batch.begin(); record != batch.end();) {
                 const HRESULT result = ExtractKeyDate(record->first, &date);
-                if (Failed(result))
+                if (Failed(result)) {
+                    ReportLostRecords(result, batch.size() + group.size());
                     return result;
+                }
                 if (group.empty())
                     passDate = date;
                 const auto next = std::next(record);
@@ -192,8 +210,10 @@ HRESULT ZelMasterDatabase::WriteSilentRecords(RecordBatch& batch) {
                 record = next;
             }
             const HRESULT result = WriteSilentGroup(passDate, group);
-            if (Failed(result))
+            if (Failed(result)) {
+                ReportUnlessCounted(result, passDate, batch.size() + group.size());
                 return result;
+            }
         }
         return hr::ok;
     });
