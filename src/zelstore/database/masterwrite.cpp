@@ -1,6 +1,8 @@
 #include <utility>
+#include <vector>
 
 #include "common/errorreport.h"
+#include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/boundary.h"
@@ -78,6 +80,26 @@ HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
     });
 }
 
+namespace {
+
+// A process that ends while the library makes a database leaves a folder that can't be opened and
+// holds no rows. The next write makes it anew, once the catalog does not name it any more. With any
+// other file in it, it is somebody's.
+bool IsCutOffMaking(const std::wstring& folder) {
+    const auto has = [&](const wchar_t* name) {
+        return wm::FileExists(wm::JoinPath(folder, name));
+    };
+    std::vector<std::wstring> inside;
+    if (has(L"CURRENT") || Failed(wm::ListDirectories(folder, inside)) || !inside.empty())
+        return false;
+    std::uint64_t leftovers = wm::CountFiles(folder, L".dbtmp");
+    for (const wchar_t* name : {L"LOCK", L"LOG", L"LOG.old", L"MANIFEST-000001"})
+        leftovers += has(name) ? 1 : 0;
+    return wm::CountFiles(folder, L"") == leftovers;
+}
+
+}  // namespace
+
 // A folder that this process does not hold yet may be open in a program that reads it.
 void ZelMasterDatabase::AwaitWriteFolder() {
     std::wstring today;
@@ -89,8 +111,17 @@ void ZelMasterDatabase::AwaitWriteFolder() {
         if (!writeDatabase_ || writeDatabase_->Date() != today)
             next = FindLocked(today, false);
     }
-    if (next)
-        FolderGate::For(next->Path())->AwaitOtherProcess();
+    if (!next)
+        return;
+    FolderGate::For(next->Path())->AwaitOtherProcess();
+    if (!IsCutOffMaking(next->Path()))
+        return;
+    wm::Trace(wm::TraceLevel::warning, "a database whose making was cut off is made anew", hr::fail,
+              wm::ToUtf8Lossy(next->Path()));
+    const wm::HoldExclusive hold(databaseLock_);
+    const auto entry = databases_.find(next->Path());
+    if (entry != databases_.end() && entry->second == next && !next->PeekInstance())
+        databases_.erase(entry);
 }
 
 HRESULT ZelMasterDatabase::GetWriteDatabase(std::wstring* path, ProxyPtr* proxy) {
