@@ -56,7 +56,7 @@ public:
     // `isFirst`: the catalog still knows the folders of earlier phases.
     void RunPhase(unsigned phase, bool isFirst) {
         Step(phase, "Initialize");
-        capacity_ = phase % 3 == 0 ? 20000 : phase % 3 == 1 ? 1000 : 5000;
+        capacity_ = phase % 3 == 0 ? 1000 : phase % 3 == 1 ? 5000 : 20000;
         settings_.Set(L"ZEL\\Settings\\FDR\\MAX_INCOMING_QUEUE_LENGTH", capacity_);
         if (!store_)
             store_ = component_.Store();

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace ZEL::soak {
 
@@ -124,7 +125,10 @@ void Step(unsigned phase, const char* what) {
     constexpr unsigned patience = 300;  // also of a sanitizer's build on a busy machine
     ::alarm(0);
     std::snprintf(step, sizeof(step), "phase %u: %s\n", phase, what);
-    std::fprintf(stderr, "soak: %s", step);
+    const std::time_t now = std::time(nullptr);
+    char time[16];
+    std::strftime(time, sizeof(time), "%T", std::localtime(&now));
+    std::fprintf(stderr, "soak: %s %s", time, step);
     std::signal(SIGALRM, OnAlarm);
     ::alarm(patience);
 }
