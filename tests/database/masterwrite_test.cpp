@@ -116,6 +116,25 @@ TEST_F(MasterWrite, RunningScanKeepsWhatWasGivenUp) {
     EXPECT_EQ(Write(), hr::ok);
 }
 
+TEST_F(MasterWrite, MakesAnewWhatACrashLeftHalfMade) {
+    const std::vector<Names> leftovers = {
+        {}, {"LOCK"}, {"LOCK", "LOG", "LOG.old", "MANIFEST-000001", "000001.dbtmp"}};
+    for (const Names& files : leftovers) {
+        db.reset();
+        std::filesystem::remove_all(store.Path() / "20261112");
+        std::filesystem::create_directory(store.Path() / "20261112");
+        for (const std::string& file : files)
+            store.WriteFile("20261112/" + file, "");
+        Restart();
+        EXPECT_EQ(Write(), hr::ok) << files.size();
+        EXPECT_EQ(ScanAll().size(), 1u);
+    }
+    db.reset();
+    std::filesystem::remove(store.Path() / "20261112/CURRENT");
+    Restart();
+    EXPECT_EQ(Write(), hr::fail) << "there may be rows, for somebody to save";
+}
+
 TEST_F(MasterWrite, OtherFailuresGiveNothingUp) {
     ASSERT_EQ(Write(), hr::ok);
     db.reset();
