@@ -36,8 +36,10 @@ public:
         entry.key().swap(key);
         entry.mapped().swap(value);
         const auto place = records_.insert(records_.end(), std::move(entry));
-        if (entry)  // there is a record with this key
-            place->second = std::move(entry.mapped());
+        // Left as it was where there is a record with its key. NOLINTBEGIN(bugprone-use-after-move)
+        if (entry)
+            place->second.swap(entry.mapped());
+        // NOLINTEND(bugprone-use-after-move)
     }
     std::size_t Size() const EXCLUDES(lock_) {
         const wm::Hold hold(lock_);

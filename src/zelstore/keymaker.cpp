@@ -117,8 +117,10 @@ std::unique_ptr<EventKeyMaker::Work> EventKeyMaker::Begin() {
 
 void EventKeyMaker::End(std::unique_ptr<Work> work) noexcept {
     constexpr std::size_t largestKept = 8192;  // bytes; a larger record must not hold its memory on
-    if (work->json.capacity() <= largestKept)
-        work.reset(spare_.exchange(work.release()));
+    if (work->json.capacity() > largestKept)
+        return;
+    const std::unique_ptr<Work> former(spare_.exchange(work.get()));
+    static_cast<void>(work.release());  // it is the spare now
 }
 
 template <typename Convert>

@@ -71,31 +71,44 @@ private:
     std::filesystem::path path_;
 };
 
-// Stands still until it is set. Starts on 2026-11-12 at 10:00 UTC, with 0 ticks.
-class FakeClock final : public wm::IClock {
+// Stands still until it is set. Starts on 2026-11-12 at 10:00 UTC, with 0 ticks. What answers is
+// never destroyed: a thread of the job manager may be asking it when a test ends.
+class FakeClock final {
 public:
-    FakeClock() { wm::SetClock(this); }
+    FakeClock() {
+        SetTime({2026, 11, 4, 12, 10, 0, 0, 0});
+        SetTick(0);
+        wm::SetClock(&face_);
+    }
     ~FakeClock() { wm::SetClock(nullptr); }
 
-    wm::SystemTime UtcNow() noexcept override {
-        const wm::Hold hold(lock_);
-        return now_;
-    }
-    std::uint64_t TickCount64() noexcept override { return tick_; }
-
     void SetTime(const wm::SystemTime& now) {
-        const wm::Hold hold(lock_);
-        now_ = now;
+        const wm::Hold hold(face_.lock);
+        face_.now = now;
     }
     void SetDate(std::uint16_t year, std::uint16_t month, std::uint16_t day) {
         SetTime({year, month, 0, day, 10, 0, 0, 0});
     }
-    void SetTick(std::uint64_t milliseconds) { tick_ = milliseconds; }
+    void SetTick(std::uint64_t milliseconds) { face_.tick = milliseconds; }
 
 private:
-    wm::Lock lock_;
-    wm::SystemTime now_ GUARDED_BY(lock_) = {2026, 11, 4, 12, 10, 0, 0, 0};
-    std::atomic<std::uint64_t> tick_{0};
+    struct Face final : wm::IClock {
+        wm::SystemTime UtcNow() noexcept override {
+            const wm::Hold hold(lock);
+            return now;
+        }
+        std::uint64_t TickCount64() noexcept override { return tick; }
+
+        wm::Lock lock;
+        wm::SystemTime now GUARDED_BY(lock) = {};
+        std::atomic<std::uint64_t> tick{0};
+    };
+    static Face& OneFace() {
+        static Face& face = *new Face;
+        return face;
+    }
+
+    Face& face_ = OneFace();
 };
 
 // A volume with as much room as it is told.

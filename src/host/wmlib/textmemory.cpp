@@ -11,7 +11,7 @@ namespace {
 // Smaller ones come from the allocator's own store of the thread; larger ones are rare, and not
 // worth holding.
 constexpr std::size_t smallestKept = 1024;
-constexpr std::size_t largestKept = 16 * 1024;
+constexpr std::size_t largestKept = std::size_t{16} * 1024;
 constexpr std::size_t roundedTo = 512;
 // Memory is not handed out for a text that would use less than this part of it.
 constexpr std::size_t mostWaste = 8;
