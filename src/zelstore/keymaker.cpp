@@ -112,7 +112,9 @@ EventKeyMaker::~EventKeyMaker() {
 
 std::unique_ptr<EventKeyMaker::Work> EventKeyMaker::Begin() {
     std::unique_ptr<Work> work(spare_.exchange(nullptr));
-    return work ? std::move(work) : std::make_unique<Work>();
+    if (work == nullptr)
+        work = std::make_unique<Work>();
+    return work;
 }
 
 void EventKeyMaker::End(std::unique_ptr<Work> work) noexcept {
