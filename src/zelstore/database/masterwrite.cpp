@@ -50,6 +50,22 @@ void ReportUnlessCounted(HRESULT result, const std::string& date, std::size_t co
     IgnoreResult(AtBoundary(report), "a report never changes a result");
 }
 
+// A process that ends while the library makes a database leaves a folder that can't be opened and
+// holds no rows. The next write makes it anew, once the catalog does not name it any more. With any
+// other file in it, it is somebody's.
+bool IsCutOffMaking(const std::wstring& folder) {
+    const auto has = [&](const wchar_t* name) {
+        return wm::FileExists(wm::JoinPath(folder, name));
+    };
+    std::vector<std::wstring> inside;
+    if (has(L"CURRENT") || Failed(wm::ListDirectories(folder, inside)) || !inside.empty())
+        return false;
+    std::uint64_t leftovers = wm::CountFiles(folder, L".dbtmp");
+    for (const wchar_t* name : {L"LOCK", L"LOG", L"LOG.old", L"MANIFEST-000001"})
+        leftovers += has(name) ? 1 : 0;
+    return wm::CountFiles(folder, L"") == leftovers;
+}
+
 // Ends the mark that was set when the database was chosen.
 class WriteUnderWay {
 public:
@@ -79,26 +95,6 @@ HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
         return result;
     });
 }
-
-namespace {
-
-// A process that ends while the library makes a database leaves a folder that can't be opened and
-// holds no rows. The next write makes it anew, once the catalog does not name it any more. With any
-// other file in it, it is somebody's.
-bool IsCutOffMaking(const std::wstring& folder) {
-    const auto has = [&](const wchar_t* name) {
-        return wm::FileExists(wm::JoinPath(folder, name));
-    };
-    std::vector<std::wstring> inside;
-    if (has(L"CURRENT") || Failed(wm::ListDirectories(folder, inside)) || !inside.empty())
-        return false;
-    std::uint64_t leftovers = wm::CountFiles(folder, L".dbtmp");
-    for (const wchar_t* name : {L"LOCK", L"LOG", L"LOG.old", L"MANIFEST-000001"})
-        leftovers += has(name) ? 1 : 0;
-    return wm::CountFiles(folder, L"") == leftovers;
-}
-
-}  // namespace
 
 // A folder that this process does not hold yet may be open in a program that reads it.
 void ZelMasterDatabase::AwaitWriteFolder() {
