@@ -7,7 +7,7 @@
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "fixture.h"
-#include "zelstore/eventstoreimpl.h"
+#include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/eventstoreproxy.h"
 #include "zelstore/keymaker.h"
 

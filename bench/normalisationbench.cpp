@@ -5,7 +5,8 @@
 #include "common/describedmachine.h"
 #include "common/environmentvariablebroker.h"
 #include "common/hostservices.h"
-#include "zelstore/schema/keyfields.h"
+#include "zelstore/query/machinepaths.h"
+#include "zelstore/schema/eventfields.h"
 
 // What a query pays for its paths on a machine with many users and drives, once the users'
 // variables are read. The goal is less than 5 ms for a path that stands for something on each
@@ -56,7 +57,7 @@ void BuildFilter(benchmark::State& state, const char* type, const char* path) {
     std::size_t conditions = 0;
     for (auto _ : state) {
         ZEL::Schema::FilterMap filter;
-        if (Failed(ZEL::Schema::ExtractKeyFields(event, true, filter)))
+        if (Failed(ZEL::Schema::ExtractKeyFields(event, true, &ZEL::MachinePaths(), filter)))
             state.SkipWithError("the filter can't be built");
         conditions = filter["target_path_name"].size();
     }

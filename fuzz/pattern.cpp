@@ -1,4 +1,4 @@
-#include "zelstore/pattern.h"
+#include "zelstore/query/pattern.h"
 
 #include <functional>
 #include <vector>
@@ -6,7 +6,7 @@
 #include "common/textbridge.h"
 #include "fuzz.h"
 #include "naive.h"
-#include "zelstore/queryfilter.h"
+#include "zelstore/query/queryfilter.h"
 
 // Patterns and conditions on texts. Input: a line with w for a value with wildcards or e for an
 // expression, then I to leave case out; the value on a line; the text. Or a line with c and then,

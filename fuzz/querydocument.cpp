@@ -4,9 +4,9 @@
 #include <string>
 
 #include "fuzz.h"
+#include "zelstore/query/timerange.h"
+#include "zelstore/schema/eventfields.h"
 #include "zelstore/schema/eventquery.h"
-#include "zelstore/schema/keyfields.h"
-#include "zelstore/schema/timerange.h"
 
 // Query documents: read, written and read again, they say the same and give the same conditions;
 // and a time range comes out closed. Input: the document.
@@ -50,7 +50,7 @@ std::string Written(const ZelSchemaParser& object) {
 std::string Conditions(const Event& subQuery) {
     SamePaths paths;
     FilterMap filter;
-    const HRESULT result = ExtractKeyFields(subQuery, true, filter, &paths);
+    const HRESULT result = ExtractKeyFields(subQuery, true, &paths, filter);
     fuzz::Check(result == hr::ok || result == hr::unexpected, {Written(subQuery)});
     std::string text = std::to_string(static_cast<std::int32_t>(result));
     for (const auto& [name, values] : filter) {

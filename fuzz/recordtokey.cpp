@@ -6,9 +6,9 @@
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "fuzz.h"
-#include "zelstore/database/keyformat.h"
 #include "zelstore/keymaker.h"
-#include "zelstore/schema/keyfields.h"
+#include "zelstore/keys/keyformat.h"
+#include "zelstore/schema/eventfields.h"
 
 // The key of an event record, against one that is put together step by step from the record's
 // conditions, and read back field by field. Input: the record.
@@ -27,7 +27,7 @@ HRESULT ReadRecord(const std::string& text, NamedValues* values) {
     } catch (const std::exception&) {
         return hr::unexpected;
     }
-    const HRESULT result = Schema::ExtractKeyFields(event, false, fields);
+    const HRESULT result = Schema::ExtractKeyFields(event, false, nullptr, fields);
     if (Failed(result))
         return result;
     if (!event.begin_time)

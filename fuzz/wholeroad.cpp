@@ -8,7 +8,7 @@
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "plainstore.h"
-#include "zelstore/eventstoreimpl.h"
+#include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/keymaker.h"
 
 // The whole road: records go into a real store and queries come out, against a plain look at the

@@ -1,6 +1,7 @@
 #include "common/machinetext.h"
 
 #include "common/foldertokens.h"
+#include "common/jsontext.h"
 #include "common/machinekeys.h"
 #include "common/textbridge.h"
 #include "common/userfolder.h"
@@ -47,7 +48,7 @@ public:
     }
     void Text(const char* name, std::wstring_view text) {
         Begin(name);
-        Quote(ToUtf8Lossy(text));
+        out_ += JsonString(ToUtf8Lossy(text));
     }
     void Bare(const char* name, const std::string& text) {
         Begin(name);
@@ -65,24 +66,10 @@ private:
         isFirst_ = false;
         if (name == nullptr)
             return;
-        Quote(name);
+        out_ += JsonString(name);
         out_ += ": ";
     }
     void NewLine() { out_.append("\n").append(depth_ * 2, ' '); }
-    void Quote(std::string_view text) {
-        constexpr const char* digits = "0123456789abcdef";
-        out_ += '"';
-        for (const char c : text) {
-            if (c == '"' || c == '\\') {
-                out_.append(1, '\\').append(1, c);
-            } else if (static_cast<unsigned char>(c) < 0x20) {
-                out_.append("\\u00").append(1, digits[c >> 4]).append(1, digits[c & 15]);
-            } else {
-                out_ += c;
-            }
-        }
-        out_ += '"';
-    }
 
     std::string out_;
     std::size_t depth_ = 0;

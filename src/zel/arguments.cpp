@@ -1,4 +1,4 @@
-#include "arguments.h"
+#include "zel/arguments.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "commands.h"
+#include "zel/commands.h"
 
 namespace CLI {
 class App;

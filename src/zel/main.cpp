@@ -4,11 +4,12 @@
 #include <utility>
 #include <vector>
 
-#include "arguments.h"
-#include "commands.h"
-#include "messages.h"
-#include "output.h"
-#include "storesession.h"
+#include "connection/storesession.h"
+#include "zel/arguments.h"
+#include "zel/commands.h"
+#include "zel/terminal/messages.h"
+#include "zel/terminal/narrator.h"
+#include "zel/terminal/output.h"
 
 namespace {
 

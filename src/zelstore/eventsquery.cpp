@@ -1,7 +1,8 @@
 #include "zelstore/eventsquery.h"
 
-#include "zelstore/boundary.h"
-#include "zelstore/querymanager.h"
+#include "common/boundary.h"
+#include "zelstore/eventstoreproxy.h"
+#include "zelstore/query/querymanager.h"
 
 namespace ZEL {
 
@@ -53,7 +54,8 @@ HRESULT EventsQuery::Start(IStringValue* document, IQueryCallback* callback) {
     return OnManager(hr::fail, [&](QueryManager& manager) {
         const QueryId former = Id();
         const HRESULT result =
-            manager.StartQuery(document, callback, [this](const QueryId& id) { SetId(id); });
+            manager.StartQuery(CountedPtr<IEventStore>(new EventStoreProxy()), document, callback,
+                               [this](const QueryId& id) { SetId(id); });
         if (Failed(result))
             SetId(former);
         return result;

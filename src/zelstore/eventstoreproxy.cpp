@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "zelstore/boundary.h"
-#include "zelstore/eventstoreimpl.h"
+#include "common/boundary.h"
+#include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/keymaker.h"
 
 namespace ZEL {

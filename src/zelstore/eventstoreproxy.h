@@ -5,7 +5,7 @@
 #include "common/itobbaseimpl.h"
 #include "zelstore/ieventstore.h"
 #include "zelstore/keymaker.h"
-#include "zelstore/keystate.h"
+#include "zelstore/keys/keycounter.h"
 
 namespace ZEL {
 
@@ -58,7 +58,7 @@ private:
 
     ObjectOwnership owner_;
     std::shared_ptr<EventStoreImpl> core_;
-    KeyState keyState_;
+    KeyCounter keyState_;
     EventKeyMaker eventKeys_;
 };
 

@@ -2,11 +2,11 @@
 
 #include <cwchar>
 
+#include "common/boundary.h"
 #include "common/countedptr.h"
 #include "common/textbridge.h"
-#include "zelstore/boundary.h"
-#include "zelstore/database/keyformat.h"
-#include "zelstore/schema/keyfields.h"
+#include "zelstore/keys/keyformat.h"
+#include "zelstore/schema/eventfields.h"
 
 namespace ZEL {
 

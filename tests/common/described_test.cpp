@@ -6,7 +6,8 @@
 #include "common/machinetext.h"
 #include "common/registrynormaliser.h"
 #include "windowsmachine.h"
-#include "zelstore/schema/keyfields.h"
+#include "zelstore/query/machinepaths.h"
+#include "zelstore/schema/eventfields.h"
 
 namespace ZEL {
 namespace {
@@ -116,7 +117,7 @@ TEST(Described, QueriesSeeTheInjectedMachine) {
             web::json::value::parse(std::string(R"({"artifacts":{"target":{"object_type":")") +
                                     type + R"(","path":{"value":[")" + path + R"("]}}}})"));
         Schema::FilterMap fields;
-        EXPECT_EQ(Schema::ExtractKeyFields(event, true, fields), hr::ok);
+        EXPECT_EQ(Schema::ExtractKeyFields(event, true, &MachinePaths(), fields), hr::ok);
         std::set<std::string> values;
         for (const auto& [value, op] : fields["target_path_name"])
             values.insert(value);
@@ -133,7 +134,7 @@ TEST(Described, QueriesSeeTheInjectedMachine) {
     event.FromJson(web::json::value::parse(
         R"({"artifacts":{"target":{"object_type":"reg_key","path":{"value":["HKCU"]}}}})"));
     Schema::FilterMap fields;
-    EXPECT_EQ(Schema::ExtractKeyFields(event, true, fields), hr::fail);
+    EXPECT_EQ(Schema::ExtractKeyFields(event, true, &MachinePaths(), fields), hr::fail);
     wm::SetMachine(nullptr);
 }
 

@@ -1,8 +1,8 @@
 #include "zelstore/schema/event.h"
 
 #include "parsing.h"
+#include "zelstore/query/timerange.h"
 #include "zelstore/schema/eventquery.h"
-#include "zelstore/schema/timerange.h"
 
 namespace ZEL::Schema {
 namespace {

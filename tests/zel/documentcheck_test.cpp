@@ -1,8 +1,8 @@
-#include "documentcheck.h"
+#include "zel/query/documentcheck.h"
 
 #include <gmock/gmock.h>
 
-#include "jsonscan.h"
+#include "zel/query/jsonscan.h"
 
 namespace zel {
 namespace {

@@ -1,11 +1,11 @@
-#include "querydocument.h"
+#include "zel/query/querydocument.h"
 
 #include <gmock/gmock.h>
 
 #include <functional>
 
-#include "documentcheck.h"
-#include "queryplan.h"
+#include "zel/query/documentcheck.h"
+#include "zel/query/queryplan.h"
 
 namespace zel {
 namespace {

@@ -1,4 +1,4 @@
-#include "timearg.h"
+#include "zel/terminal/timearg.h"
 
 #include <gtest/gtest.h>
 

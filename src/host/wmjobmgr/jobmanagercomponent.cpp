@@ -2,20 +2,6 @@
 #include "guarded.h"
 #include "jobs.h"
 
-namespace ZEL {
-
-std::atomic<std::uint32_t>& LiveObjectCounter() noexcept {
-    static std::atomic<std::uint32_t> counter{0};
-    return counter;
-}
-
-void* ModuleHandle() noexcept {
-    static const char anchor = 0;
-    return const_cast<char*>(&anchor);
-}
-
-}  // namespace ZEL
-
 namespace wmjobmgr {
 
 using namespace ZEL;

@@ -38,20 +38,7 @@ class SystemClock final : public IClock {
 public:
     SystemTime UtcNow() noexcept override {
         using namespace std::chrono;
-        const auto now = floor<milliseconds>(system_clock::now());
-        const auto day = floor<days>(now);
-        const year_month_day date(day);
-        const hh_mm_ss time(now - day);
-        SystemTime result;
-        result.year = static_cast<std::uint16_t>(static_cast<int>(date.year()));
-        result.month = static_cast<std::uint16_t>(static_cast<unsigned>(date.month()));
-        result.day = static_cast<std::uint16_t>(static_cast<unsigned>(date.day()));
-        result.dayOfWeek = static_cast<std::uint16_t>(weekday(day).c_encoding());
-        result.hour = static_cast<std::uint16_t>(time.hours().count());
-        result.minute = static_cast<std::uint16_t>(time.minutes().count());
-        result.second = static_cast<std::uint16_t>(time.seconds().count());
-        result.milliseconds = static_cast<std::uint16_t>(time.subseconds().count());
-        return result;
+        return ToSystemTime(floor<milliseconds>(system_clock::now()));
     }
     std::uint64_t TickCount64() noexcept override { return platform::UptimeMs(); }
 };

@@ -10,20 +10,6 @@
 #include "common/textbridge.h"
 #include "host/wmlib/textmemory.h"
 
-namespace ZEL {
-
-std::atomic<std::uint32_t>& LiveObjectCounter() noexcept {
-    static std::atomic<std::uint32_t> counter{0};
-    return counter;
-}
-
-void* ModuleHandle() noexcept {
-    static const char anchor = 0;
-    return const_cast<char*>(&anchor);
-}
-
-}  // namespace ZEL
-
 namespace wm {
 
 namespace {

@@ -3,20 +3,6 @@
 #include "common/textbridge.h"
 #include "settingsfile.h"
 
-namespace ZEL {
-
-std::atomic<std::uint32_t>& LiveObjectCounter() noexcept {
-    static std::atomic<std::uint32_t> counter{0};
-    return counter;
-}
-
-void* ModuleHandle() noexcept {
-    static const char anchor = 0;
-    return const_cast<char*>(&anchor);
-}
-
-}  // namespace ZEL
-
 namespace wmset {
 
 using namespace ZEL;

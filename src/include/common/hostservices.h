@@ -7,6 +7,7 @@
 #include "common/jobmanager.h"
 #include "common/settings.h"
 #include "common/trace.h"
+#include "common/utctime.h"
 #include "common/wmapi.h"
 
 // The seams between the store and its host. Each is one small interface with a real default that a
@@ -14,12 +15,6 @@
 // the default back. Replacing is safe at any time, but an operation in progress may still use the
 // former one.
 namespace wm {
-
-// UTC, broken down. Fields as in the calendar: month 1 to 12, day 1 to 31.
-struct SystemTime {
-    std::uint16_t year = 0, month = 0, dayOfWeek = 0, day = 0;
-    std::uint16_t hour = 0, minute = 0, second = 0, milliseconds = 0;
-};
 
 // Called by any thread, also under locks of the store.
 class IClock {

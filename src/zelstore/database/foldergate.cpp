@@ -4,10 +4,10 @@
 #include <map>
 #include <thread>
 
+#include "common/boundary.h"
 #include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
-#include "zelstore/boundary.h"
 #include "zelstore/database/layout.h"
 
 namespace ZEL {

@@ -5,14 +5,14 @@
 
 #include <algorithm>
 
+#include "common/boundary.h"
 #include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
-#include "zelstore/boundary.h"
 #include "zelstore/database/foldergate.h"
 #include "zelstore/database/iquerysink.h"
-#include "zelstore/database/keyformat.h"
+#include "zelstore/keys/keyformat.h"
 
 namespace ZEL {
 

@@ -1,9 +1,9 @@
 #include "zelstore/database/masterdatabase.h"
 
+#include "common/boundary.h"
 #include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/hostservices.h"
-#include "zelstore/boundary.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 

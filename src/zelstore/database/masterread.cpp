@@ -1,11 +1,11 @@
+#include "common/boundary.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
-#include "zelstore/boundary.h"
 #include "zelstore/database/iquerysink.h"
-#include "zelstore/database/keyformat.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 #include "zelstore/database/masterdatabase.h"
+#include "zelstore/keys/keyformat.h"
 
 // Reading. Scans and lookups go over a copy of the catalog, oldest database first, each opened for
 // the purpose and let go at once. An event's enrichments are read where its date says, and the

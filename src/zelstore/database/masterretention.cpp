@@ -1,6 +1,6 @@
+#include "common/boundary.h"
 #include "common/filesystem.h"
 #include "common/trace.h"
-#include "zelstore/boundary.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 #include "zelstore/database/masterdatabase.h"
 

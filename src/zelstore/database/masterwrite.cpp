@@ -1,15 +1,15 @@
 #include <utility>
 #include <vector>
 
+#include "common/boundary.h"
 #include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
-#include "zelstore/boundary.h"
 #include "zelstore/database/foldergate.h"
-#include "zelstore/database/keyformat.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 #include "zelstore/database/masterdatabase.h"
+#include "zelstore/keys/keyformat.h"
 
 // Writing. A batch goes to the highest-numbered event database of today. When that holds its share
 // of table files, the next write opens one with the next number; holes in the numbers stay. The

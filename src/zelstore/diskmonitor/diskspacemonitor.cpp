@@ -1,7 +1,7 @@
 #include "zelstore/diskmonitor/diskspacemonitor.h"
 
+#include "common/boundary.h"
 #include "common/errorreport.h"
-#include "zelstore/boundary.h"
 #include "zelstore/diskmonitor/spacewatch.h"
 
 namespace ZEL {

@@ -1,9 +1,9 @@
 #include "zelstore/diskmonitor/diskspacemonitormanager.h"
 
+#include "common/boundary.h"
 #include "common/errorreport.h"
 #include "common/lock.h"
 #include "common/trace.h"
-#include "zelstore/boundary.h"
 #include "zelstore/diskmonitor/diskspacemonitor.h"
 
 namespace ZEL {

@@ -1,7 +1,7 @@
 #include "zelstore/diskmonitor/monitorsettings.h"
 
-#include "common/countedptr.h"
 #include "common/hostservices.h"
+#include "common/settingsvalue.h"
 
 namespace ZEL {
 
@@ -10,16 +10,6 @@ namespace {
 constexpr const wchar_t* keyPath = L"ZEL\\Settings\\DiskMonitor";
 constexpr const wchar_t* stopName = L"StopThreshold";
 constexpr const wchar_t* resumeName = L"ResumePercentage";
-
-struct OpenKey {
-    CountedPtr<ISettingsManager> manager;
-    CountedPtr<ISettingsKey> key;
-};
-
-TobResult Open(OpenKey* open) {
-    const TobResult loaded = wm::OpenSettings(open->manager.Receive());
-    return Failed(loaded) ? loaded : open->manager->OpenKey(keyPath, open->key.Receive());
-}
 
 // A value that is not there is no failure.
 TobResult Read(ISettingsKey& key, const wchar_t* name, std::uint32_t* value, bool* found) {
@@ -61,30 +51,30 @@ std::uint32_t ResumeThreshold(const MonitorThresholds& thresholds) noexcept {
 
 MonitorThresholds ReadThresholds() {
     MonitorThresholds thresholds;
-    OpenKey open;
-    TobResult result = Open(&open);
+    wm::OpenSettingsKey open;
+    TobResult result = open.Open(keyPath);
     bool foundBoth = false;
     if (Succeeded(result))
-        result = ReadBoth(*open.key, &thresholds, &foundBoth);
+        result = ReadBoth(*open, &thresholds, &foundBoth);
     IgnoreResult(Reported(result), "the defaults stand");
     return thresholds;
 }
 
 HRESULT WriteThresholds(const MonitorThresholds& thresholds) {
-    OpenKey open;
-    TobResult result = Open(&open);
+    wm::OpenSettingsKey open;
+    TobResult result = open.Open(keyPath);
     if (Failed(result))
         return Reported(result);
     MonitorThresholds present;
     bool foundBoth = false;
-    IgnoreResult(ReadBoth(*open.key, &present, &foundBoth), "then they are written");
+    IgnoreResult(ReadBoth(*open, &present, &foundBoth), "then they are written");
     if (foundBoth && present == thresholds)
         return hr::ok;
-    result = open.key->WriteNumber(stopName, thresholds.stopThreshold);
+    result = open->WriteNumber(stopName, thresholds.stopThreshold);
     if (Succeeded(result))
-        result = open.key->WriteNumber(resumeName, thresholds.resumePercentage);
+        result = open->WriteNumber(resumeName, thresholds.resumePercentage);
     if (Succeeded(result))
-        result = open.manager->PutBack(open.key.Get());
+        result = open.PutBack();
     return Reported(result);
 }
 

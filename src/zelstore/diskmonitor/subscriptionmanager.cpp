@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "common/boundary.h"
 #include "common/trace.h"
-#include "zelstore/boundary.h"
 
 namespace ZEL {
 

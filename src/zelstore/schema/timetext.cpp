@@ -2,7 +2,6 @@
 
 #include <boost/regex.hpp>
 #include <chrono>
-#include <cstdio>
 
 #include "common/trace.h"
 
@@ -25,21 +24,6 @@ bool ToTimePoint(const wm::SystemTime& time, sys_time<milliseconds>* point) {
     *point = sys_days(date) + hours(time.hour) + minutes(time.minute) + seconds(time.second) +
              milliseconds(time.milliseconds);
     return *point >= firstTime && *point <= lastTime;
-}
-
-wm::SystemTime ToSystemTime(sys_time<milliseconds> point) {
-    const sys_days date = floor<days>(point);
-    const year_month_day parts(date);
-    const hh_mm_ss time(point - date);
-    wm::SystemTime result;
-    result.year = static_cast<std::uint16_t>(static_cast<int>(parts.year()));
-    result.month = static_cast<std::uint16_t>(static_cast<unsigned>(parts.month()));
-    result.day = static_cast<std::uint16_t>(static_cast<unsigned>(parts.day()));
-    result.hour = static_cast<std::uint16_t>(time.hours().count());
-    result.minute = static_cast<std::uint16_t>(time.minutes().count());
-    result.second = static_cast<std::uint16_t>(time.seconds().count());
-    result.milliseconds = static_cast<std::uint16_t>(time.subseconds().count());
-    return result;
 }
 
 using Pattern = boost::basic_regex<utility::char_t>;
@@ -70,11 +54,8 @@ HRESULT Matched(const Text& text, wm::SystemTime* time) {
 }  // namespace
 
 HRESULT FormatTimestamp(const wm::SystemTime& time, Text* text) {
-    char formatted[48];
-    const int length = std::snprintf(
-        formatted, sizeof(formatted), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", time.year, time.month,
-        time.day, time.hour, time.minute, time.second, time.milliseconds);
-    text->assign(formatted, formatted + length);
+    const std::string formatted = wm::FormatUtc(time);
+    text->assign(formatted.begin(), formatted.end());
     return hr::ok;
 }
 
@@ -105,7 +86,7 @@ HRESULT AdjustTimestamp(const Text& text, std::int32_t shift, Text* out) {
     }
     if (!exists)
         wm::Trace(wm::TraceLevel::warning, "a time does not exist");
-    return FormatTimestamp(exists ? ToSystemTime(point) : wm::SystemTime(), out);
+    return FormatTimestamp(exists ? wm::ToSystemTime(point) : wm::SystemTime(), out);
 }
 
 }  // namespace ZEL::Schema

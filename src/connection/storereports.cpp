@@ -1,0 +1,60 @@
+#include "connection/storereports.h"
+
+#include <atomic>
+#include <cstring>
+#include <utility>
+
+#include "connection/resultwords.h"
+
+namespace zel {
+
+namespace {
+
+std::atomic<std::uint32_t> damagedReads{0};
+thread_local std::string reason;
+
+}  // namespace
+
+void StoreReports::OnReport(const wm::ErrorReport& report) {
+    if (report.Label() == wm::reportLabel::damagedData)
+        ++damagedReads;
+    const bool isSettings = report.Label() == "Settings";
+    if (!tellsAll_ && !isSettings)
+        return;
+    std::string line = report.Label().empty() ? report.Where().function : report.Label();
+    line += ": " + Describe(static_cast<std::int32_t>(report.Code()));
+    for (const auto& [name, value] : report.Details())
+        line.append(", ").append(name).append(": ").append(value);
+    listener_.Say(line);
+}
+
+void StoreReports::OnTrace(const wm::TraceMessage& message) noexcept {
+    try {
+        if (std::strcmp(message.text, wm::traceText::operationThrew) == 0)
+            reason = message.argument;
+        if (!tellsAll_)
+            return;
+        std::string line = message.text;
+        if (Failed(message.code))
+            line += ": " + Describe(static_cast<std::int32_t>(message.code));
+        if (!message.argument.empty())
+            line.append(": ").append(message.argument);
+        listener_.Say(line);
+    } catch (...) {
+        return;  // a trace message is not worth more
+    }
+}
+
+std::uint32_t TakeDamagedReads() noexcept {
+    return damagedReads.exchange(0);
+}
+
+std::string TakeReason() {
+    const std::string said = std::exchange(reason, "");
+    // How the tables of names refuse what they don't hold.
+    if (said == "invalid map<K, T> key")
+        return "an object type, action or operator that is not known";
+    return said.empty() ? "not understood" : said;
+}
+
+}  // namespace zel

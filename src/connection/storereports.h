@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common/errorreport.h"
+#include "common/trace.h"
+#include "connection/sessionlistener.h"
+
+namespace zel {
+
+// Hears what the store and its services report and trace. Broken settings are always told to the
+// listener, all else only when it wants to know. Lives as long as the process uses the store. Any
+// thread.
+class StoreReports final : public wm::IErrorReportSink, public wm::ITraceSink {
+public:
+    StoreReports(ISessionListener& listener, bool tellsAll)
+        : listener_(listener), tellsAll_(tellsAll) {}
+
+    void OnReport(const wm::ErrorReport& report) override;
+    bool Enabled(wm::TraceLevel level) const noexcept override {
+        return level <= wm::TraceLevel::warning;
+    }
+    void OnTrace(const wm::TraceMessage& message) noexcept override;
+
+private:
+    ISessionListener& listener_;
+    const bool tellsAll_;
+};
+
+// How many reads of this process met damaged data since this was last asked.
+std::uint32_t TakeDamagedReads() noexcept;
+
+// What the store last said of a record or a document that it did not understand, on this thread.
+std::string TakeReason();
+
+}  // namespace zel

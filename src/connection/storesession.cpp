@@ -1,0 +1,98 @@
+#include "connection/storesession.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "common/hostservices.h"
+#include "connection/resultwords.h"
+#include "connection/storereports.h"
+
+namespace zel {
+
+// Readers of one store take turns. Whoever waits too long goes on all the same, and is told by the
+// store which folders it could not open. -1 when the directory can't be opened.
+int StoreSession::TakeTurn(const std::string& directory) {
+    const int turn = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    constexpr int longestWaitMs = 5000, lookAgainMs = 20;
+    for (int waitedMs = 0; turn >= 0 && waitedMs < longestWaitMs && !listener_.Interrupted();
+         waitedMs += lookAgainMs) {
+        if (::flock(turn, LOCK_EX | LOCK_NB) == 0)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(lookAgainMs));
+    }
+    return turn;
+}
+
+bool StoreSession::Open(StoreNeed need) {
+    std::string directory;
+    std::string problem;
+    if (!FindStore(need, &directory, &problem)) {
+        listener_.Say(problem);
+        return false;
+    }
+    if (need == StoreNeed::existing)
+        turn_ = TakeTurn(directory);
+    const ZEL::TobResult loaded = wm::LoadInstalledObject(
+        L"ZELStore", ZEL::eventStoreObjectId, ZEL::iidEventStore7, store_.ReceiveVoid());
+    if (Failed(loaded)) {
+        listener_.Say("the store's component can't be loaded; -v tells why");
+        return false;
+    }
+    const ZEL::HRESULT started = store_->Initialize();
+    if (Failed(started)) {
+        listener_.Say("the store " + directory +
+                      " can't be opened: " + Describe(static_cast<std::int32_t>(started)));
+        store_.Reset();
+        return false;
+    }
+    return true;
+}
+
+bool StoreSession::Close() {
+    const bool isWhole = CloseStore();
+    if (turn_ >= 0)
+        ::close(std::exchange(turn_, -1));
+    return isWhole;
+}
+
+bool StoreSession::CloseStore() {
+    if (!store_)
+        return true;
+    const ZEL::HRESULT stopped = store_->Stop();
+    if (Failed(stopped))
+        listener_.Say("the last records can't be written: " +
+                      Describe(static_cast<std::int32_t>(stopped)));
+    const ZEL::HRESULT closed = store_->Shutdown();
+    // Only now has the last batch been written.
+    const std::uint32_t failures = TellDatabaseErrors();
+    store_.Reset();
+    return Succeeded(stopped) && Succeeded(closed) && failures == 0;
+}
+
+std::vector<DatabaseError> StoreSession::TakeDatabaseErrors() {
+    std::vector<DatabaseError> errors;
+    if (ReadDatabaseErrors(&errors))
+        ZEL::IgnoreResult(store_->ClearDatabaseErrors(), "taken already");
+    return errors;
+}
+
+std::uint32_t StoreSession::TellDatabaseErrors() {
+    std::uint32_t total = 0;
+    for (const DatabaseError& error : TakeDatabaseErrors()) {
+        total += error.count;
+        listener_.Say(error.Text());
+    }
+    if (const std::uint32_t reads = TakeDamagedReads()) {
+        listener_.Say(std::to_string(reads) + " read(s) met damaged data; -v tells where");
+        total += reads;
+    }
+    return total;
+}
+
+}  // namespace zel

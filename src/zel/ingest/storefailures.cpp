@@ -1,0 +1,99 @@
+#include "zel/ingest/storefailures.h"
+
+#include <algorithm>
+
+#include "common/result.h"
+#include "connection/resultwords.h"
+#include "zel/terminal/messages.h"
+
+namespace zel {
+
+namespace {
+
+namespace hr = ZEL::hr;
+
+constexpr std::uint32_t readOperation = 2;
+constexpr std::uint32_t writeOperation = 3;
+
+bool Is(const DatabaseError& error, std::initializer_list<ZEL::HRESULT> results) {
+    return std::any_of(results.begin(), results.end(), [&](ZEL::HRESULT result) {
+        return static_cast<std::int32_t>(result) == error.lastResult;
+    });
+}
+
+bool IsPassing(const DatabaseError& error) {
+    return Is(error, {hr::sharingViolation, hr::tooManyOpenFiles, hr::outOfMemory});
+}
+
+}  // namespace
+
+void StoreFailures::Look() {
+    const std::lock_guard lock(mutex_);
+    std::vector<DatabaseError> errors;
+    if (!store_.ReadDatabaseErrors(&errors)) {
+        ++obstacles_;
+        return;
+    }
+    std::map<std::string, std::vector<DatabaseError>> present;
+    for (DatabaseError& error : errors)
+        present[error.folder].push_back(std::move(error));
+    for (const auto& [folder, list] : present)
+        for (const DatabaseError& error : list)
+            TakeIn(error, seen_[folder]);
+    seen_ = std::move(present);
+}
+
+// An operation that is not told (0) stands beside another one of the folder. Unless that is a read,
+// it may be one itself.
+void StoreFailures::TakeIn(const DatabaseError& error, const std::vector<DatabaseError>& former) {
+    if (std::find(former.begin(), former.end(), error) != former.end())
+        return;
+    const bool isRead = error.operation == readOperation;
+    if (isRead && (Is(error, {hr::aborted}) || (refusing_ && Is(error, {hr::fail}))))
+        return;
+    if (error.operation != writeOperation && IsPassing(error)) {
+        ++obstacles_;
+        Tell(error, "; printing waits for it");
+    } else if (isRead) {
+        ++unreadable_;
+        Tell(error, "; what it holds is not printed");
+    } else {
+        Tell(error, "");
+    }
+    writesFailed_ = writesFailed_ || !isRead;
+}
+
+void StoreFailures::Tell(const DatabaseError& error, const char* consequence) {
+    const std::string kind = error.folder + "/" + error.Operation() + Describe(error.lastResult);
+    if (told_.insert(kind).second)
+        Say(error.Text() + consequence);
+}
+
+std::uint64_t StoreFailures::Obstacles() const {
+    const std::lock_guard lock(mutex_);
+    return obstacles_;
+}
+
+std::uint64_t StoreFailures::Unreadable() const {
+    const std::lock_guard lock(mutex_);
+    return unreadable_;
+}
+
+bool StoreFailures::WritesFailed() const {
+    const std::lock_guard lock(mutex_);
+    return writesFailed_;
+}
+
+void StoreFailures::SetRefusing(bool refusing) {
+    const std::lock_guard lock(mutex_);
+    refusing_ = refusing;
+}
+
+void StoreFailures::Settle() {
+    Look();
+    const std::lock_guard lock(mutex_);
+    if (!writesFailed_)
+        ZEL::IgnoreResult(store_->ClearDatabaseErrors(), "what is left is told at the end");
+}
+
+}  // namespace zel

@@ -1,0 +1,199 @@
+#include "zel/query/queryarguments.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <limits>
+
+#include "common/textbridge.h"
+#include "zel/query/documentcheck.h"
+#include "zel/terminal/textfit.h"
+#include "zel/terminal/timearg.h"
+
+namespace zel {
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+std::string Complaint(const char* flag, const std::string& argument, const std::string& what,
+                      std::size_t at = 0) {
+    return std::string(flag) + ": " + what + "\n" + PointAt(argument, at);
+}
+
+bool ReadNumber(const std::string& text, std::uint32_t least, std::uint32_t most,
+                std::uint32_t* number) {
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, *number);
+    return parsed.ec == std::errc() && parsed.ptr == end && *number >= least && *number <= most;
+}
+
+bool ParseCursor(const std::string& text, Cursor* cursor, std::string* problem) {
+    const std::size_t slash = text.find('/');
+    cursor->time = text.substr(0, slash);
+    const TimeArgument time = ParseTimeArgument(cursor->time, {});
+    constexpr std::uint32_t last = std::numeric_limits<std::uint32_t>::max() - 1;
+    if (!time.ok || time.text != cursor->time || slash == text.npos ||
+        !ReadNumber(text.substr(slash + 1), 0, last, &cursor->sequence)) {
+        *problem = Complaint("--after-cursor", text,
+                             "a position as --show-cursor prints it is expected, such as "
+                             "2026-11-12T10:00:00.000Z/1",
+                             time.ok ? std::min(slash, text.size()) : 0);
+        return false;
+    }
+    return true;
+}
+
+class Reader {
+public:
+    Reader(const QueryOptions& options, QueryArguments* arguments, std::string* problem)
+        : options_(options), out_(*arguments), problem_(*problem) {}
+
+    bool Read() {
+        return CheckCombination() && CheckTexts() && CheckNames() && CheckHashes() && CheckIps() &&
+               ReadTimes() && ReadNumbers();
+    }
+
+private:
+    bool Refuse(std::string why) {
+        problem_ = std::move(why);
+        return false;
+    }
+
+    bool HasConditions() const {
+        const Texts* const lists[] = {
+            &options_.actions,     &options_.objects,  &options_.actorPaths,
+            &options_.targetPaths, &options_.patterns, &options_.hashes,
+            &options_.ips,         &options_.typeIds,  &options_.correlations};
+        return std::any_of(std::begin(lists), std::end(lists),
+                           [](const Texts* list) { return !list->empty(); });
+    }
+
+    bool CheckCombination() {
+        const bool enriches = options_.enrichments || options_.noLiveEnriched;
+        if (options_.byReceive && (HasConditions() || enriches))
+            return Refuse(
+                "--by receive walks rows that hold the time of receipt alone: it can only be "
+                "combined with --since, --until and --limit");
+        if (!options_.afterCursor.empty() && (!options_.byReceive || !options_.since.empty()))
+            return Refuse("--after-cursor needs --by receive and takes the place of --since");
+        if (options_.showCursor && !options_.byReceive)
+            return Refuse("--show-cursor needs --by receive: other rows have no position");
+        if (!options_.patterns.empty() && !options_.targetPaths.empty())
+            return Refuse(
+                "--pattern and --target-path exclude each other: both test the path of the target");
+        return true;
+    }
+
+    bool CheckTexts() {
+        const std::pair<const char*, const Texts*> lists[] = {
+            {"--actor-path", &options_.actorPaths},
+            {"--target-path", &options_.targetPaths},
+            {"--pattern", &options_.patterns},
+            {"--correlation", &options_.correlations}};
+        for (const auto& [flag, list] : lists)
+            for (const std::string& text : *list)
+                if (!wm::IsUtf8(text))
+                    return Refuse(Complaint(flag, text, "not UTF-8"));
+        for (const std::string& pattern : options_.patterns)
+            if (const auto problem = TryPattern(pattern, false))
+                return Refuse(Complaint("--pattern", pattern, problem->what, problem->at));
+        return true;
+    }
+
+    bool CheckNames() {
+        const auto check = [this](const char* flag, const char* what, const Texts& names,
+                                  const std::vector<std::string_view>& known) {
+            for (const std::string& name : names)
+                if (std::find(known.begin(), known.end(), name) == known.end())
+                    return Refuse(Complaint(flag, name, UnknownName(what, name, known)));
+            return true;
+        };
+        return check("--action", "action", options_.actions, ActionNames()) &&
+               check("--object", "object type", options_.objects, ObjectTypeNames());
+    }
+
+    bool CheckHashes() {
+        for (const std::string& hash : options_.hashes) {
+            const std::size_t at = hash.find_first_not_of("0123456789abcdefABCDEF");
+            if (at != hash.npos)
+                return Refuse(Complaint("--hash", hash, "a hexadecimal digit is expected", at));
+            if (hash.size() != 64 && hash.size() != 96 && hash.size() != 128)
+                return Refuse(Complaint("--hash", hash,
+                                        "keys hold SHA-2 hashes alone, which have 64 digits",
+                                        hash.size()));
+        }
+        return true;
+    }
+
+    bool CheckIps() {
+        for (const std::string& ip : options_.ips) {
+            const std::size_t at = ip.find_first_not_of("0123456789abcdefABCDEF.:%*?");
+            if (at != ip.npos)
+                return Refuse(Complaint("--ip", ip, "an address is expected", at));
+        }
+        return true;
+    }
+
+    bool ReadTime(const char* flag, const std::string& argument, std::string* text) {
+        if (argument.empty())
+            return true;
+        const auto now =
+            std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+        const TimeArgument time = ParseTimeArgument(argument, now);
+        if (!time.ok)
+            return Refuse(Complaint(flag, argument, time.error, time.column));
+        *text = time.text;
+        return true;
+    }
+
+    bool ReadTimes() {
+        if (!ReadTime("--since", options_.since, &out_.since) ||
+            !ReadTime("--until", options_.until, &out_.until))
+            return false;
+        if (!options_.afterCursor.empty()) {
+            Cursor cursor;
+            if (!ParseCursor(options_.afterCursor, &cursor, &problem_))
+                return false;
+            out_.since = cursor.time;
+            out_.sequence = cursor.sequence + 1;  // rows are ordered by time, then by number
+            return true;
+        }
+        if (!out_.until.empty() && out_.until < out_.since)
+            return Refuse("--until (" + out_.until + ") lies before --since (" + out_.since + ")");
+        return true;
+    }
+
+    bool ReadNumbers() {
+        for (const std::string& text : options_.typeIds) {
+            std::uint32_t number = 0;
+            if (!ReadNumber(text, 0, std::numeric_limits<std::uint32_t>::max(), &number))
+                return Refuse(Complaint("--type-id", text, "a number is expected, such as 8001"));
+            out_.typeIds.push_back(number);
+        }
+        if (options_.limit.empty())
+            return true;
+        std::uint32_t number = 0;
+        if (!ReadNumber(options_.limit, 1, std::numeric_limits<std::int32_t>::max(), &number))
+            return Refuse(
+                Complaint("--limit", options_.limit, "a number from 1 to 2147483647 is expected"));
+        out_.limit = static_cast<std::int32_t>(number);
+        return true;
+    }
+
+    const QueryOptions& options_;
+    QueryArguments& out_;
+    std::string& problem_;
+};
+
+}  // namespace
+
+bool ReadArguments(const QueryOptions& options, QueryArguments* arguments, std::string* problem) {
+    return Reader(options, arguments, problem).Read();
+}
+
+std::string ToText(const Cursor& cursor) {
+    return cursor.time + "/" + std::to_string(cursor.sequence);
+}
+
+}  // namespace zel

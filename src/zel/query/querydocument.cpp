@@ -1,0 +1,220 @@
+#include "zel/query/querydocument.h"
+
+#include <algorithm>
+
+#include "zel/query/documentkeys.h"
+#include "zel/query/queryarguments.h"
+#include "zelstore/schema/eventfields.h"
+
+namespace zel {
+
+namespace {
+
+using web::json::value;
+using Texts = std::vector<std::string>;
+
+template <typename T>
+value ToArray(const std::vector<T>& items) {
+    value array = value::array(items.size());
+    for (std::size_t i = 0; i < items.size(); ++i)
+        array[i] = value(items[i]);
+    return array;
+}
+
+value Pair(const char* comparison, value content) {
+    value op = value::object(true), pair = value::object(true);
+    op["value"] = value(comparison);
+    pair["operator"] = std::move(op);
+    pair["value"] = std::move(content);
+    return pair;
+}
+
+bool HasWildcard(const std::string& text) {
+    return text.find_first_of("*?") != std::string::npos;
+}
+
+// The store turns only the first value with wildcards into a pattern and reads those behind it as
+// patterns already, so a single one goes last, and several are turned here.
+value WildcardPair(Texts values) {
+    const auto wildcards = std::count_if(values.begin(), values.end(), HasWildcard);
+    if (wildcards <= 1) {
+        std::stable_partition(values.begin(), values.end(),
+                              [](const std::string& text) { return !HasWildcard(text); });
+        return Pair("equals", ToArray(values));
+    }
+    for (std::string& text : values)
+        text = ZEL::Schema::WildcardToPattern(text);
+    return Pair("fits_pattern", ToArray(values));
+}
+
+// Where the alternatives of one sub-query lie.
+struct Alternative {
+    const ArtifactKind* target = nullptr;  // null: any, also none
+    bool hashOfTarget = false;
+    bool ipOfSource = false;
+};
+
+class Builder {
+public:
+    Builder(const QueryOptions& options, const QueryArguments& arguments)
+        : options_(options), arguments_(arguments) {}
+
+    bool Build(value* document, std::string* problem) const {
+        const std::vector<Alternative> alternatives = Alternatives();
+        if (alternatives.empty()) {
+            *problem =
+                "no event has all of that: --ip asks for network events, and a path or a hash for "
+                "a target that has one";
+            return false;
+        }
+        value events = value::array(alternatives.size());
+        for (std::size_t i = 0; i < alternatives.size(); ++i)
+            events[i] = SubQuery(alternatives[i]);
+        value query = value::object(true);
+        query["events"] = std::move(events);
+        if (arguments_.limit)
+            query["limit_result_count"] = value(*arguments_.limit);
+        if (options_.enrichments)
+            query["include_enrichments"] = value(true);
+        if (options_.noLiveEnriched)
+            query["no_live_enriched_events"] = value(true);
+        *document = value::object(true);
+        (*document)["event_query"] = std::move(query);
+        return true;
+    }
+
+private:
+    bool Fits(const ArtifactKind& kind, bool hashOfTarget) const {
+        const bool wantsPath = !options_.targetPaths.empty() || !options_.patterns.empty();
+        const bool isAsked =
+            options_.objects.empty() || std::find(options_.objects.begin(), options_.objects.end(),
+                                                  kind.objectType) != options_.objects.end();
+        return isAsked && (!wantsPath || !kind.pathKey.empty()) &&
+               (!hashOfTarget || kind.hasHash) &&
+               (options_.ips.empty() || kind.objectType == "network");
+    }
+
+    std::vector<Alternative> Alternatives() const {
+        const bool anyTarget = options_.objects.empty() && options_.targetPaths.empty() &&
+                               options_.patterns.empty() && options_.ips.empty();
+        std::vector<Alternative> alternatives;
+        const auto add = [&](const ArtifactKind* kind, bool hashOfTarget) {
+            alternatives.push_back({kind, hashOfTarget, false});
+            if (!options_.ips.empty())
+                alternatives.push_back({kind, hashOfTarget, true});
+        };
+        for (const bool hashOfTarget : {false, true}) {
+            if (hashOfTarget && options_.hashes.empty())
+                break;
+            if (anyTarget && !hashOfTarget) {
+                add(nullptr, false);
+                continue;
+            }
+            for (const ArtifactKind& kind : ArtifactKinds())
+                if (Fits(kind, hashOfTarget))
+                    add(&kind, hashOfTarget);
+        }
+        return alternatives;
+    }
+
+    value Actor(const Alternative& alternative) const {
+        value actor = value::object(true);
+        if (!options_.actorPaths.empty())
+            actor["path"] = WildcardPair(options_.actorPaths);
+        if (!options_.hashes.empty() && !alternative.hashOfTarget)
+            actor["sha2"] = Pair("equals", ToArray(options_.hashes));
+        return actor;
+    }
+
+    value Target(const Alternative& alternative) const {
+        value target = value::object(true);
+        target["object_type"] = value(std::string(alternative.target->objectType));
+        const std::string pathKey(alternative.target->pathKey);
+        if (!options_.targetPaths.empty())
+            target[pathKey] = WildcardPair(options_.targetPaths);
+        if (!options_.patterns.empty())
+            target[pathKey] = Pair("fits_pattern", ToArray(options_.patterns));
+        if (alternative.hashOfTarget)
+            target["sha2"] = Pair("equals", ToArray(options_.hashes));
+        if (!options_.ips.empty())
+            target[alternative.ipOfSource ? "src_ip" : "dst_ip"] = WildcardPair(options_.ips);
+        return target;
+    }
+
+    value SubQuery(const Alternative& alternative) const {
+        value event = value::object(true);
+        event[options_.byReceive ? "receive_time" : "begin_time"] =
+            Pair("greater_than_or_equal", value(arguments_.since));
+        if (!arguments_.until.empty())
+            event["end_time"] = Pair("less_than_or_equal", value(arguments_.until));
+        if (arguments_.sequence != 0)
+            event["seq_num"] = value(arguments_.sequence);
+        if (!options_.actions.empty())
+            event["action"] = ToArray(options_.actions);
+        if (!arguments_.typeIds.empty())
+            event["type_id"] = Pair("equals", ToArray(arguments_.typeIds));
+        if (!options_.correlations.empty())
+            event["correlation_uid"] = Pair("equals", ToArray(options_.correlations));
+        value artifacts = value::object(true);
+        const value conditions = Actor(alternative);
+        if (conditions.size() != 0) {
+            value actor = value::object(true);
+            actor["object_type"] = value("process");
+            for (const auto& [name, pair] : conditions.as_object())
+                actor[name] = pair;
+            artifacts["actor"] = std::move(actor);
+        }
+        if (alternative.target != nullptr)
+            artifacts["target"] = Target(alternative);
+        if (artifacts.size() != 0)
+            event["artifacts"] = std::move(artifacts);
+        return event;
+    }
+
+    const QueryOptions& options_;
+    const QueryArguments& arguments_;
+};
+
+// What fits a line stands on one, but for the document's frame.
+void PrettyPrint(const value& v, const std::string& indent, std::string* out) {
+    constexpr std::size_t lineWidth = 100, frameIndent = 6;
+    const std::string flat = v.serialize();
+    const bool isFrame = indent.size() <= frameIndent && v.size() != 0;
+    if ((!v.is_array() && !v.is_object()) ||
+        (!isFrame && indent.size() + flat.size() <= lineWidth)) {
+        *out += flat;
+        return;
+    }
+    const std::string inner = indent + "  ";
+    const char* separator = "\n";
+    *out += v.is_array() ? "[" : "{";
+    const auto print = [&](const std::string& name, const value& member) {
+        out->append(separator).append(inner).append(name);
+        PrettyPrint(member, inner, out);
+        separator = ",\n";
+    };
+    if (v.is_array()) {
+        for (const value& element : v.as_array())
+            print("", element);
+    } else {
+        for (const auto& [name, member] : v.as_object())
+            print(value(name).serialize() + ": ", member);
+    }
+    out->append("\n").append(indent).append(v.is_array() ? "]" : "}");
+}
+
+}  // namespace
+
+bool BuildDocument(const QueryOptions& options, value* document, std::string* problem) {
+    QueryArguments arguments;
+    return ReadArguments(options, &arguments, problem) &&
+           Builder(options, arguments).Build(document, problem);
+}
+
+std::string PrettyDocument(const value& document) {
+    std::string text;
+    PrettyPrint(document, "", &text);
+    return text + "\n";
+}
+
+}  // namespace zel

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cpprest/json.h>
+
+#include <string>
+
+#include "zel/commands.h"
+
+namespace zel {
+
+// Builds the document that the flags of a query stand for. Empty flags count as absent. On failure
+// `problem` tells which argument is wrong, with a caret under the place.
+//
+// A sub-query joins its conditions by AND, so alternatives that lie in different fields (the hash
+// of the actor or of the target, either address of a connection, the kinds of target that have a
+// path) become sub-queries of their own.
+bool BuildDocument(const QueryOptions& options, web::json::value* document, std::string* problem);
+
+// The document as people edit it: indented, members in their order.
+std::string PrettyDocument(const web::json::value& document);
+
+}  // namespace zel

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "zel/query/documentcheck.h"
+#include "zel/query/documentkeys.h"
+
+namespace zel {
+
+// Checks the values at the leaves of a document: pairs, operators, times, numbers and names. For
+// one document; the findings are the caller's.
+class ValueCheck {
+public:
+    explicit ValueCheck(DocumentFindings& found) : found_(found) {}
+
+    // A value of any shape but artifacts. `counts`: whether it is a condition, which must have
+    // values.
+    void Value(const web::json::value& value, const DocumentKey& key, const std::string& path,
+               bool counts);
+    // Calls `visit(key, value, path)` for each member that is known; tells the others.
+    template <typename Visit>
+    void Members(const web::json::value& object, DocumentKeys keys, const std::string& path,
+                 Visit&& visit);
+    bool IsObject(const web::json::value& value, const std::string& path);
+    bool IsArray(const web::json::value& value, const std::string& path);
+    bool IsString(const web::json::value& value, const std::string& path);
+
+    void Error(const std::string& path, const std::string& what);
+    void Warn(const std::string& path, const std::string& what);
+    bool HasErrors() const { return !found_.errors.empty(); }
+
+private:
+    struct Comparison {
+        std::string name = "equals";
+        bool caseSensitive = false;
+    };
+
+    const DocumentKey* Known(const std::string& name, DocumentKeys keys, const std::string& at);
+    bool Expect(bool isRight, const char* wanted, const web::json::value& value,
+                const std::string& path);
+    void Number(const web::json::value& value, bool isSigned, const std::string& path);
+    Comparison Operator(const web::json::value& pair, const std::string& path);
+    const web::json::value* Pair(const web::json::value& pair, const std::string& path,
+                                 bool isArray, bool counts, Comparison* comparison);
+    void StringPair(const web::json::value& pair, const DocumentKey& key, const std::string& path,
+                    bool counts);
+    void Patterns(const std::vector<std::string>& values, const DocumentKey& key,
+                  const Comparison& comparison, const std::string& path);
+    void NumberPair(const web::json::value& pair, const std::string& path, bool counts);
+    void DatePair(const web::json::value& pair, std::string_view name, const std::string& path);
+    void ExistPair(const web::json::value& pair, const std::string& path);
+    void Names(const web::json::value& list, const char* what,
+               const std::vector<std::string_view>& known, const std::string& path);
+
+    DocumentFindings& found_;
+};
+
+template <typename Visit>
+void ValueCheck::Members(const web::json::value& object, DocumentKeys keys, const std::string& path,
+                         Visit&& visit) {
+    if (!IsObject(object, path))
+        return;
+    const std::string* former = nullptr;  // members are sorted by name
+    for (const auto& [name, value] : object.as_object()) {
+        std::string at = path;
+        at.append(path.empty() ? "" : ".").append(name);
+        const DocumentKey* const key = Known(name, keys, at);
+        if (former != nullptr && *former == name)
+            Error(at, "stands twice");
+        else if (key != nullptr)
+            visit(*key, value, at);
+        former = &name;
+    }
+}
+
+}  // namespace zel

@@ -1,0 +1,75 @@
+#include "zel/terminal/messages.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+
+#include "zel/terminal/narrator.h"
+
+namespace zel {
+
+namespace {
+
+std::atomic<bool> interrupted{false};  // lock-free, so a handler may set it
+static_assert(std::atomic<bool>::is_always_lock_free);
+int interruptPipe[2] = {-1, -1};
+
+// Any thread may be the one that is interrupted, also just ahead of a wait: the pipe reaches all.
+void OnInterrupt(int) {
+    const int before = errno;
+    interrupted = true;
+    if (::write(interruptPipe[1], "", 1) < 0)
+        errno = before;  // it is full of them
+}
+
+bool StderrIsTerminal() {
+    static const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
+    return isTerminal;
+}
+
+}  // namespace
+
+void Say(const std::string& text) {
+    ClearProgress();
+    std::fprintf(stderr, "zel: %s\n", text.c_str());
+}
+
+void ShowProgress(const std::string& text) {
+    if (StderrIsTerminal())
+        std::fprintf(stderr, "\r\033[K%s", text.c_str());
+}
+
+void ClearProgress() {
+    if (StderrIsTerminal())
+        std::fputs("\r\033[K", stderr);
+}
+
+bool WantsTable(const std::string& output) {
+    return output == "table" || (output.empty() && ::isatty(STDOUT_FILENO) == 1);
+}
+
+void WatchInterrupts() {
+    if (::pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        interruptPipe[0] = interruptPipe[1] = -1;
+    struct sigaction action {};
+    action.sa_handler = OnInterrupt;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    ::sigaction(SIGHUP, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool Interrupted() noexcept {
+    return interrupted;
+}
+
+int InterruptDescriptor() noexcept {
+    return interruptPipe[0];
+}
+
+}  // namespace zel

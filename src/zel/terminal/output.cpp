@@ -1,0 +1,92 @@
+#include "zel/terminal/output.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "zel/terminal/messages.h"
+
+namespace zel {
+
+bool Output::Write(std::string_view text) {
+    if (!Usable())
+        return false;
+    buffer_ += text;
+    return buffer_.size() < bufferSize || Flush();
+}
+
+bool Output::Flush() {
+    std::string_view left = buffer_;
+    while (Usable() && !left.empty()) {
+        if (!AwaitReader()) {
+            Break(EINTR);
+            break;
+        }
+        // No more than what a pipe that can take something takes without waiting.
+        const ssize_t written =
+            ::write(STDOUT_FILENO, left.data(), std::min<std::size_t>(left.size(), PIPE_BUF));
+        if (written >= 0)
+            left.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno != EAGAIN && errno != EINTR)
+            Break(errno);
+    }
+    buffer_.clear();
+    return Usable();
+}
+
+// Waits until something can be written. A write itself would keep this thread beyond an interrupt,
+// which another thread may have heard. False when the reader stalls and the user has had enough.
+bool Output::AwaitReader() {
+    constexpr int patienceMs = 200;
+    pollfd reader{STDOUT_FILENO, POLLOUT, 0};
+    for (;;) {
+        const int ready = ::poll(&reader, 1, patienceMs);
+        if (ready > 0 || (ready < 0 && errno != EINTR))
+            return true;
+        if (Interrupted() && ready == 0)
+            return false;
+    }
+}
+
+void Output::Break(int error) {
+    error_ = error;
+    state_ = error == EPIPE || error == EINTR ? State::closed : State::failed;
+}
+
+int Output::Finish(int code) {
+    Flush();
+    if (state_ == State::failed) {
+        Say(std::string("can't write: ") + std::strerror(error_));
+        return exitCode::losses;
+    }
+    return state_ == State::closed && code != exitCode::interrupted ? exitCode::done : code;
+}
+
+int FinishStdout(int code) {
+    errno = 0;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return code;
+    if (errno == EPIPE)
+        return code;
+    Say(std::string("can't write: ") + (errno != 0 ? std::strerror(errno) : "an earlier failure"));
+    return exitCode::losses;
+}
+
+void OccupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(descriptor, F_GETFD) != -1 || errno != EBADF)
+            continue;
+        // The lowest free descriptor is the one that was found closed.
+        const int wrongWay = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+        if (::open("/dev/null", descriptor == STDERR_FILENO ? O_WRONLY : wrongWay) < 0)
+            return;
+    }
+}
+
+}  // namespace zel

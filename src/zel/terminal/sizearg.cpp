@@ -1,0 +1,50 @@
+#include "zel/terminal/sizearg.h"
+
+#include <charconv>
+#include <limits>
+
+namespace zel {
+
+namespace {
+
+struct Unit {
+    char letter;
+    std::uint64_t megabytes;
+};
+
+constexpr Unit units[] = {{'M', 1}, {'G', 1024}, {'T', 1024ULL * 1024}};
+
+char Upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+bool IsUnit(std::string_view text, char letter) {
+    return Upper(text.front()) == letter &&
+           (text.size() == 1 ||
+            (text.size() == 3 && Upper(text[1]) == 'I' && Upper(text[2]) == 'B'));
+}
+
+}  // namespace
+
+bool ParseMegabytes(std::string_view text, std::uint32_t* megabytes) {
+    constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
+    std::uint64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    if (parsed.ec != std::errc())
+        return false;
+    const std::string_view suffix(parsed.ptr, static_cast<std::size_t>(end - parsed.ptr));
+    if (suffix.empty()) {
+        *megabytes = 0;
+        return number == 0;
+    }
+    for (const Unit& unit : units) {
+        if (!IsUnit(suffix, unit.letter) || number > most / unit.megabytes)
+            continue;
+        *megabytes = static_cast<std::uint32_t>(number * unit.megabytes);
+        return true;
+    }
+    return false;
+}
+
+}  // namespace zel

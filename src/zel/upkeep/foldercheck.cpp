@@ -1,0 +1,69 @@
+#include "zel/upkeep/foldercheck.h"
+
+#include <leveldb/db.h>
+
+#include <memory>
+#include <new>
+
+#include "common/filesystem.h"
+#include "common/result.h"
+#include "common/textbridge.h"
+#include "zel/terminal/messages.h"
+
+namespace zel {
+
+namespace {
+
+namespace hr = ZEL::hr;
+
+ZEL::HRESULT FromStatus(const leveldb::Status& status, std::string* why) {
+    if (status.ok())
+        return hr::ok;
+    *why = status.ToString();
+    return status.IsCorruption() ? hr::corrupt : status.IsIOError() ? hr::deviceError : hr::fail;
+}
+
+leveldb::Status ReadAll(leveldb::DB& database) {
+    constexpr std::uint64_t rowsPerLook = 1000;
+    leveldb::ReadOptions options;
+    options.verify_checksums = true;
+    options.fill_cache = false;
+    const std::unique_ptr<leveldb::Iterator> row(database.NewIterator(options));
+    std::uint64_t rows = 0;
+    for (row->SeekToFirst(); row->Valid(); row->Next())
+        if (++rows % rowsPerLook == 0 && Interrupted())
+            break;
+    return row->status();
+}
+
+ZEL::HRESULT Check(const std::string& folder, std::string* why) {
+    std::wstring wide;
+    // Asked to open what isn't there, the library would leave files behind.
+    if (!wm::ToWide(folder, wide) || !wm::FileExists(wm::JoinPath(wide, L"CURRENT"))) {
+        *why = "no database: the file CURRENT is missing";
+        return hr::fail;
+    }
+    if (wm::IsLockedByAnotherProcess(wm::JoinPath(wide, L"LOCK"))) {
+        *why = "in use by another process";
+        return hr::sharingViolation;
+    }
+    leveldb::Options options;
+    options.paranoid_checks = true;
+    leveldb::DB* opened = nullptr;
+    const leveldb::Status status = leveldb::DB::Open(options, folder, &opened);
+    const std::unique_ptr<leveldb::DB> database(opened);
+    return FromStatus(status.ok() ? ReadAll(*database) : status, why);
+}
+
+}  // namespace
+
+std::int32_t CheckFolder(const std::string& folder, std::string* why) {
+    try {
+        return static_cast<std::int32_t>(Check(folder, why));
+    } catch (const std::bad_alloc&) {  // damaged sizes ask for any amount of it
+        *why = "memory is exhausted";
+        return static_cast<std::int32_t>(hr::outOfMemory);
+    }
+}
+
+}  // namespace zel

@@ -1,0 +1,130 @@
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
+#include "common/jsontext.h"
+#include "connection/resultwords.h"
+#include "connection/storesession.h"
+#include "zel/commands.h"
+#include "zel/terminal/messages.h"
+#include "zel/terminal/narrator.h"
+#include "zel/terminal/sizearg.h"
+#include "zel/upkeep/storefolders.h"
+
+namespace zel {
+
+namespace {
+
+constexpr std::uint64_t bytesPerMegabyte = 0x100000;
+
+struct Outcome {
+    std::vector<StoreFolder> folders;  // that went, or would go, oldest first
+    std::uint64_t limitBytes = 0;
+    std::uint64_t bytesBefore = 0;
+    std::uint64_t bytesAfter = 0;
+};
+
+void PrintTable(const Outcome& outcome, bool isDryRun) {
+    const auto going = std::count_if(outcome.folders.begin(), outcome.folders.end(),
+                                     [](const StoreFolder& folder) { return !folder.inUse; });
+    for (const StoreFolder& folder : outcome.folders)
+        std::printf("%-12s %-10s %6s %10s%s\n", Printable(folder.name).c_str(),
+                    Printable(folder.Date()).c_str(), folder.Kind(),
+                    ReadableBytes(folder.size.bytes).c_str(),
+                    folder.inUse ? "  in use, stays" : "");
+    std::fflush(stdout);  // ahead of the summary, also where both go to one file
+    Say(std::to_string(going) + (isDryRun ? " folder(s) would go; " : " folder(s) went; ") +
+        ReadableBytes(outcome.bytesBefore) + " before, " + ReadableBytes(outcome.bytesAfter) +
+        (isDryRun ? " then" : " now") + ", limit " + ReadableBytes(outcome.limitBytes));
+}
+
+void PrintJson(const Outcome& outcome, bool isDryRun) {
+    std::string text = "{\"dry_run\":";
+    text.append(isDryRun ? "true" : "false")
+        .append(",\"limit_bytes\":" + std::to_string(outcome.limitBytes))
+        .append(",\"bytes_before\":" + std::to_string(outcome.bytesBefore))
+        .append(",\"bytes_after\":" + std::to_string(outcome.bytesAfter))
+        .append(",\"folders\":[");
+    const char* ahead = "";
+    for (const StoreFolder& folder : outcome.folders) {
+        text.append(ahead).append("{\"name\":" + wm::JsonString(folder.name));
+        text.append(",\"kind\":\"").append(folder.Kind());
+        text.append("\",\"files\":" + std::to_string(folder.size.files))
+            .append(",\"bytes\":" + std::to_string(folder.size.bytes))
+            .append(",\"in_use\":")
+            .append(folder.inUse ? "true}" : "false}");
+        ahead = ",";
+    }
+    std::printf("%s]}\n", text.c_str());
+}
+
+int Tell(const Outcome& outcome, const PurgeOptions& options) {
+    if (WantsTable(options.output))
+        PrintTable(outcome, options.dryRun);
+    else
+        PrintJson(outcome, options.dryRun);
+    if (outcome.bytesAfter <= outcome.limitBytes)
+        return exitCode::done;
+    Say(options.dryRun ? "the store would still be larger than its limit"
+                       : "the store is still larger than its limit; -v tells why");
+    return exitCode::losses;
+}
+
+Outcome Foresee(const StoreListing& before, std::uint64_t limitBytes) {
+    Outcome outcome{{}, limitBytes, before.Total().bytes, before.Total().bytes};
+    const std::size_t count = CountVictims(before, limitBytes);
+    outcome.folders.assign(before.folders.begin(),
+                           before.folders.begin() + static_cast<std::ptrdiff_t>(count));
+    for (const StoreFolder& folder : outcome.folders)
+        outcome.bytesAfter -= folder.inUse ? 0 : folder.size.bytes;
+    return outcome;
+}
+
+// What was there before and is not any more.
+Outcome Compare(const StoreListing& before, const StoreListing& after, std::uint64_t limitBytes) {
+    Outcome outcome{{}, limitBytes, before.Total().bytes, after.Total().bytes};
+    std::set<std::string> left;
+    for (const StoreFolder& folder : after.folders)
+        left.insert(folder.name);
+    for (const StoreFolder& folder : before.folders)
+        if (!left.contains(folder.name))
+            outcome.folders.push_back(folder);
+    return outcome;
+}
+
+bool RunInStore(std::uint32_t megabytes) {
+    MakeSettingsFolder();  // the outcome is published there
+    StoreSession store(Terminal());
+    if (!store.Open(StoreNeed::writable))
+        return false;
+    const ZEL::HRESULT result = store->Purge(megabytes);
+    if (Failed(result))
+        Say("the purge failed: " + Describe(static_cast<std::int32_t>(result)));
+    return store.Close() && Succeeded(result);
+}
+
+}  // namespace
+
+int RunPurge(const PurgeOptions& options) {
+    std::uint32_t megabytes = 0;
+    if (!ParseMegabytes(options.maxSize, &megabytes)) {
+        Say("--max-size: \"" + options.maxSize + "\" is no size such as 500M, 2G or 0");
+        return exitCode::usage;
+    }
+    std::string directory;
+    if (!FindStore(StoreNeed::existing, &directory))
+        return exitCode::noStore;
+    const std::uint64_t limitBytes = megabytes * bytesPerMegabyte;
+    const StoreListing before = ListStore(directory);
+    for (const std::string& name : before.unreadable)
+        Say(Printable(name) + " can't be read");
+    if (!before.unreadable.empty())
+        return exitCode::losses;  // sizes that can't be told end a purge with nothing deleted
+    if (options.dryRun)
+        return Tell(Foresee(before, limitBytes), options);
+    if (!RunInStore(megabytes))
+        return exitCode::noStore;
+    return Tell(Compare(before, ListStore(directory), limitBytes), options);
+}
+
+}  // namespace zel

@@ -1,0 +1,160 @@
+#include <string_view>
+
+#include "common/boundary.h"
+#include "common/hostservices.h"
+#include "zelstore/core/eventstoreimpl.h"
+#include "zelstore/database/izeldbimpl.h"
+
+// The coordinator: the thread of the store core that moves records from the two queues to the
+// database. It sleeps on four events, whose order is their priority, and looks at the live mode at
+// least every ten seconds. With live mode off only full batches and the tick of the flush timer
+// make it write; with live mode on each wake-up drains everything.
+//
+// It does not flush on its way out: Stop does that on its own thread, right after it has set the
+// stop event. Should both flush at the same moment, each batch goes to exactly one of them.
+
+namespace ZEL {
+
+namespace {
+
+constexpr std::uint32_t waitStop = 0;
+constexpr std::uint32_t waitTimer = 1;
+constexpr std::size_t waitCount = 4;
+
+// Receive-time rows announce new events to the job that sends them on.
+constexpr std::string_view receivePrefix = "r";
+
+}  // namespace
+
+HRESULT EventStoreImpl::StartCoordinator() {
+    for (wm::EventObject* event :
+         {&eventBatchReady_, &silentBatchReady_, &timerEvent_, &stopEvent_}) {
+        if (!event->Create(false, false)) {
+            wm::Trace(wm::TraceLevel::error, "an event can't be made", hr::outOfMemory);
+            return hr::outOfMemory;
+        }
+    }
+    const HRESULT timer = StartFlushTimer();
+    if (Failed(timer))
+        return timer;
+    if (coordinatorThread_.IsRunning()) {
+        wm::Trace(wm::TraceLevel::warning, "the coordinator runs already");
+        wm::ReportError(hr::unexpected);
+        return hr::ok;
+    }
+    if (!coordinatorThread_.Start([this] { return CoordinatorMain(); })) {
+        constexpr std::uint32_t tooManyThreads = 0x9B;
+        wm::Trace(wm::TraceLevel::error, "the coordinator can't be started");
+        wm::ReportError(hr::Code(tooManyThreads));
+        return hr::threadNotStarted;
+    }
+    coordinatorThread_.SetName("ZEL Store Coordinator");
+    return hr::ok;
+}
+
+HRESULT EventStoreImpl::StartFlushTimer() {
+    if (!flushTimer_.Create([this] { timerEvent_.Set(); })) {
+        const HRESULT result = TimerError();
+        wm::Trace(wm::TraceLevel::error, "the flush timer can't be made", result);
+        return result;
+    }
+    if (!flushTimer_.Start(periods_.flushTimerMs)) {
+        const HRESULT result = TimerError();
+        wm::Trace(wm::TraceLevel::error, "the flush timer can't be started", result);
+        flushTimer_.Stop();
+        return result;
+    }
+    return hr::ok;
+}
+
+HRESULT EventStoreImpl::TimerError() const noexcept {
+    const std::uint32_t code = flushTimer_.LastError();
+    return code != 0 ? hr::Code(0x80070000U | (code & 0xFFFFU)) : hr::unexpected;
+}
+
+HRESULT EventStoreImpl::CoordinatorMain() {
+    const HANDLE handles[waitCount] = {stopEvent_.Handle(), timerEvent_.Handle(),
+                                       silentBatchReady_.Handle(), eventBatchReady_.Handle()};
+    for (;;) {
+        const std::uint32_t woken = wm::WaitForAny(waitCount, handles, periods_.coordinatorWaitMs);
+        if (woken == waitStop) {
+            wm::Trace(wm::TraceLevel::information, "the coordinator ends");
+            break;
+        }
+        if (woken != wm::waitTimedOut && woken >= waitCount) {
+            wm::Trace(wm::TraceLevel::error, "the coordinator's wait failed");
+            wm::ReportError(hr::Code(woken));
+            break;
+        }
+        const bool live = liveMode_.load(std::memory_order_relaxed);
+        if (woken == wm::waitTimedOut && !live)
+            continue;
+        const HRESULT result = FlushQueues(live || woken == waitTimer);
+        if (Failed(result))
+            wm::Trace(wm::TraceLevel::error, "a flush failed", result);
+    }
+    coordinatorThread_.SetName("ZEL Store Coordinator - Terminating");
+    return hr::ok;
+}
+
+HRESULT EventStoreImpl::FlushQueues(bool flushAll) {
+    // Events first, so that no silent enrichment reaches the disk ahead of its event.
+    const HRESULT result = FlushQueue(eventQueue_, false, flushAll);
+    if (Failed(result))
+        return result;
+    return FlushQueue(silentQueue_, true, flushAll);
+}
+
+HRESULT EventStoreImpl::FlushQueue(IncomingQueue& queue, bool silent, bool flushAll) {
+    BatchList local;
+    const HRESULT result = queue.DequeueBatches(local, flushAll);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::error, "a queue can't be emptied", result);
+        return result;
+    }
+    while (!local.empty()) {
+        std::unique_ptr<EventBatch> batch = std::move(local.front());
+        local.pop_front();
+        IgnoreResult(AtBoundary([&] { return InsertBatch(std::move(batch), silent); }),
+                     "the database counts its failures, and the other batches still go out");
+    }
+    return result;
+}
+
+HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, bool silent) {
+    IZelDbImpl* const database = database_.load(std::memory_order_acquire);
+    if (database == nullptr) {
+        wm::ReportError(hr::fail);
+        return hr::fail;
+    }
+    if (batch == nullptr) {
+        wm::ReportError(hr::invalidArgument);
+        return hr::invalidArgument;
+    }
+    RecordBatch& records = batch->Records();
+    const HRESULT result =
+        silent ? database->WriteSilentRecords(records) : database->WriteRecords(records);
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::error, "a batch was not written", result);
+    if (!silent)
+        NotifyJob(records);
+    (silent ? silentQueue_ : eventQueue_).Recycle(std::move(records));
+    return result;
+}
+
+void EventStoreImpl::NotifyJob(const RecordBatch& records) {
+    if (!liveMode_.load(std::memory_order_relaxed))
+        return;
+    const auto first = records.lower_bound(std::string(receivePrefix));
+    if (first == records.end() || !first->first.starts_with(receivePrefix))
+        return;
+    if (!jobController_) {
+        wm::Trace(wm::TraceLevel::error, "there is no job controller");
+        return;
+    }
+    const HRESULT result = jobController_->RunJobNow();
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::warning, "the job was not started", result);
+}
+
+}  // namespace ZEL

@@ -1,0 +1,240 @@
+#include "zelstore/core/eventstoreimpl.h"
+
+#include <new>
+
+#include "common/boundary.h"
+#include "common/hostservices.h"
+#include "common/settingsvalue.h"
+#include "common/textbridge.h"
+#include "zelstore/core/storesettings.h"
+#include "zelstore/database/izeldbimpl.h"
+#include "zelstore/jobs/jobworkercontroller.h"
+#include "zelstore/query/querymanager.h"
+#include "zelstore/query/runquery.h"
+
+// Starting and stopping.
+//
+// Initialize builds the store up in a fixed order and, when a step fails, runs Stop and Shutdown on
+// what there is; so each step of those two looks whether what it ends exists. The coordinator
+// starts before the database is opened: no record can reach it in between, since Insert refuses
+// records while there is no database.
+//
+// Stopping takes two calls. Stop signals: it ends the coordinator, stops the queries and writes on
+// the caller's thread what is queued; it waits for no thread. Shutdown waits and closes. A record
+// that comes between the two stays in its queue for a later Initialize.
+
+namespace ZEL {
+
+std::function<IZELJobController*()>& JobControllerFactory() noexcept {
+    static std::function<IZELJobController*()> jobControllerFactory;
+    return jobControllerFactory;
+}
+
+std::shared_ptr<EventStoreImpl> EventStoreImpl::GetInstance() noexcept {
+    static wm::Lock lock;
+    static std::weak_ptr<EventStoreImpl> living;
+    const wm::Hold hold(lock);
+    std::shared_ptr<EventStoreImpl> core = living.lock();
+    if (core)
+        return core;
+    try {
+        core = std::make_shared<EventStoreImpl>();
+        living = core;
+    } catch (...) {
+        wm::Trace(wm::TraceLevel::error, "the store can't be made", hr::outOfMemory);
+    }
+    return core;
+}
+
+EventStoreImpl::~EventStoreImpl() {
+    purgeThread_.Wait();
+    // Without Stop the coordinator would never end, and a thread must not outlive its store.
+    stopEvent_.Set();
+    flushTimer_.Stop();
+    coordinatorThread_.Wait();
+}
+
+HRESULT EventStoreImpl::Initialize() {
+    const wm::Hold hold(stateLock_);
+    if (running_)
+        return hr::nothingToDo;
+    HRESULT result = hr::outOfMemory;
+    try {
+        result = Start();
+    } catch (...) {
+        wm::Trace(wm::TraceLevel::error, "starting the store threw", result);
+    }
+    if (Failed(result)) {
+        IgnoreResult(Stop(), "the failure of the start is what the caller needs");
+        IgnoreResult(Shutdown(), "always succeeds");
+    }
+    return result;
+}
+
+HRESULT EventStoreImpl::Start() {
+    HRESULT result = StartJobController();
+    if (Failed(result))
+        return result;
+    std::uint32_t capacity = IncomingQueue::defaultCapacity;
+    IgnoreResult(wm::ReadSetting(settingsKeyStore, settingsQueueLength, &capacity),
+                 "the default stays");
+    // The silent queue keeps its default whatever the setting says.
+    if (capacity != 0)
+        eventQueue_.SetCapacity(capacity);
+    result = StartCoordinator();
+    if (Failed(result))
+        return result;
+    result = OpenDatabase();
+    if (Failed(result))
+        return result;
+    return EnableQueries();
+}
+
+HRESULT EventStoreImpl::StartJobController() {
+    if (jobController_)
+        return hr::ok;
+    const auto& factory = JobControllerFactory();
+    if (factory)
+        jobController_ = CountedPtr<IZELJobController>::Adopt(factory());
+    else
+        jobController_ = CountedPtr<IZELJobController>(new (std::nothrow) CJobWorkerController());
+    if (!jobController_)
+        return hr::unexpected;
+    const HRESULT result = jobController_->Initialize();
+    if (Failed(result))
+        return result;
+    return jobController_->AttachJob(storeJobId);
+}
+
+HRESULT EventStoreImpl::OpenDatabase() {
+    IZelDbImpl* database = database_.load(std::memory_order_acquire);
+    if (database != nullptr)
+        return database->Initialize();
+    database = GetMasterDatabase();
+    if (database == nullptr)
+        return hr::fail;
+    database_.store(database, std::memory_order_release);
+    return database->Initialize();
+}
+
+HRESULT EventStoreImpl::EnableQueries() {
+    QueryModule& queries = Queries();
+    const wm::Hold hold(queries.queryManagerLock);
+    // Queries of the former start may still run. Their callbacks may want this very lock.
+    if (queries.queryManager)
+        queries.queryManager->AbandonAllQueries();
+    queries.queryManager = std::make_shared<QueryManager>();
+    queries.queriesEnabled = true;
+    running_ = true;
+    return hr::ok;
+}
+
+HRESULT EventStoreImpl::Stop() {
+    {
+        const wm::Hold hold(stateLock_);
+        running_ = false;
+    }
+    purgeThread_.RequestStop();
+    stopEvent_.Set();
+    QueryModule& queries = Queries();
+    const wm::Hold hold(queries.queryManagerLock);
+    if (queries.queryManager) {
+        queries.queriesEnabled = false;
+        queries.queryManager->StopAllQueries();
+    }
+    queries.leaving.CancelAll();
+    const HRESULT result = FlushQueues(true);
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::error, "the last flush failed", result);
+    if (IZelDbImpl* database = database_.load(std::memory_order_acquire))
+        database->AbortScans();
+    return result;
+}
+
+HRESULT EventStoreImpl::Shutdown() {
+    purgeThread_.Wait();
+    coordinatorThread_.Wait();
+    WaitForQueries();
+    if (flushTimer_.IsActive())
+        flushTimer_.Stop();
+    stopEvent_.Close();
+    eventBatchReady_.Close();
+    silentBatchReady_.Close();
+    timerEvent_.Close();
+    if (IZelDbImpl* database = database_.load(std::memory_order_acquire))
+        database->CloseAll();
+    liveMode_.exchange(false);
+    if (jobController_) {
+        IgnoreResult(jobController_->Detach(), "the controller goes in any case");
+        IgnoreResult(jobController_->Uninitialize(), "the controller goes in any case");
+        jobController_.Reset();
+    }
+    return hr::ok;
+}
+
+// No lock is held during the wait: a query's callback may be about to take it.
+void EventStoreImpl::WaitForQueries() {
+    QueryModule& queries = Queries();
+    std::shared_ptr<QueryManager> manager;
+    {
+        const wm::Hold hold(queries.queryManagerLock);
+        queries.queriesEnabled = false;
+        manager = std::move(queries.queryManager);
+    }
+    if (manager)
+        manager->WaitAllQueries();
+    queries.leaving.WaitAll();
+}
+
+HRESULT EventStoreImpl::Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
+                              HANDLE pauseEvent) {
+    return RunQuery(database_.load(std::memory_order_acquire), document, callback, stopEvent,
+                    pauseEvent);
+}
+
+HRESULT EventStoreImpl::SetLiveMode(bool enable) {
+    liveMode_.exchange(enable);
+    return hr::ok;
+}
+
+HRESULT EventStoreImpl::Insert(IStringValue* key, IStringValue* value, bool silent) {
+    if (database_.load(std::memory_order_acquire) == nullptr) {
+        wm::ReportError(hr::notReady);
+        return hr::notReady;
+    }
+    if (key == nullptr || value == nullptr || key->GetLength(0) == 0 || value->GetLength(0) == 0) {
+        wm::ReportError(hr::invalidArgument);
+        return hr::invalidArgument;
+    }
+    std::string keyUtf8;
+    std::string valueUtf8;
+    if (!wm::ToUtf8({key->GetText(), key->GetLength(0)}, keyUtf8) ||
+        !wm::ToUtf8({value->GetText(), value->GetLength(0)}, valueUtf8)) {
+        wm::ReportError(hr::fail);
+        return hr::fail;
+    }
+    return EnqueueForInsertion(std::move(keyUtf8), std::move(valueUtf8), silent);
+}
+
+HRESULT EventStoreImpl::EnqueueForInsertion(std::string key, std::string value, bool silent) {
+    IncomingQueue& queue = silent ? silentQueue_ : eventQueue_;
+    wm::EventObject& ready = silent ? silentBatchReady_ : eventBatchReady_;
+    bool wake = false;
+    HRESULT result =
+        AtBoundary([&] { return queue.EnqueueEventData(std::move(key), std::move(value), &wake); });
+    if (wake)
+        ready.Set();  // also for a full queue: the coordinator makes room
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::warning, "a record was not queued", result);
+        if (!coordinatorThread_.IsRunning()) {
+            wm::ReportError(hr::unexpected,
+                            silent ? "EnqueueForInsertion - Silent Enrichment"
+                                   : "EnqueueForInsertion - FDR Event or Normal Enrichment",
+                            "Failing Reason", "FDR Event Coordinator Thread is stopped.");
+            result = hr::unexpected;
+        }
+    }
+    return result;
+}
+
+}  // namespace ZEL

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "common/countedptr.h"
+#include "common/eventobject.h"
+#include "common/lock.h"
+#include "common/waittimer.h"
+#include "common/workerthread.h"
+#include "zelstore/core/incomingqueue.h"
+#include "zelstore/ieventstore.h"
+#include "zelstore/jobs/izeljobcontroller.h"
+
+namespace ZEL {
+
+// How long the coordinator sleeps, and how often partly filled batches go to the disk.
+struct StorePeriods {
+    std::uint32_t coordinatorWaitMs = 10000;
+    std::uint32_t flushTimerMs = 60000;
+};
+
+// The one running store of the process: two incoming queues, the coordinator thread that empties
+// them into the database, the purge thread, and the start and stop of it all. Proxies share it. All
+// operations may be called from any thread, but Stop and Shutdown not at the same time. The
+// destructor writes nothing: Stop and Shutdown belong before it.
+class EventStoreImpl {
+public:
+    // The core of the process: the living one, or a new one that is not started. Null when memory
+    // runs out.
+    static std::shared_ptr<EventStoreImpl> GetInstance() noexcept;
+
+    explicit EventStoreImpl(StorePeriods periods = {}) : periods_(periods) {}
+    virtual ~EventStoreImpl();
+    EventStoreImpl(const EventStoreImpl&) = delete;
+    EventStoreImpl& operator=(const EventStoreImpl&) = delete;
+
+    HRESULT Initialize();
+    HRESULT Stop();
+    HRESULT Shutdown();
+
+    // `key` and `value` are UTF-8 and are moved on to the batch.
+    HRESULT Insert(IStringValue* key, IStringValue* value, bool silent);
+    HRESULT EnqueueForInsertion(std::string key, std::string value, bool silent);
+
+    HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
+                  HANDLE pauseEvent);
+    HRESULT Purge(std::uint32_t maxSizeMegabytes);
+    HRESULT GetDatabaseErrors(IValueCollection** out);
+    HRESULT ClearDatabaseErrors();
+    HRESULT GetOldestDate(IStringValue** oldestDate, std::uint64_t* totalBytes);
+    HRESULT SetLiveMode(bool enable);
+
+private:
+    HRESULT Start() REQUIRES(stateLock_);
+    HRESULT StartJobController() REQUIRES(stateLock_);
+    HRESULT OpenDatabase();
+    HRESULT EnableQueries() REQUIRES(stateLock_);
+    void WaitForQueries();
+
+    HRESULT StartCoordinator();
+    HRESULT StartFlushTimer();
+    HRESULT TimerError() const noexcept;
+    HRESULT CoordinatorMain();
+    HRESULT FlushQueues(bool flushAll);
+    HRESULT FlushQueue(IncomingQueue& queue, bool silent, bool flushAll);
+    HRESULT InsertBatch(std::unique_ptr<EventBatch> batch, bool silent);
+    void NotifyJob(const RecordBatch& records);
+    HRESULT PurgeMain();
+    void PublishPurgeStatus(std::uint32_t status);
+
+    // Null means that the store is not open. Not owned: it lives until the process ends.
+    std::atomic<IZelDbImpl*> database_{nullptr};
+    IncomingQueue eventQueue_;   // events and normal enrichments
+    IncomingQueue silentQueue_;  // silent enrichments
+    wm::WorkerThread coordinatorThread_;
+    wm::RegisteredWaitTimer flushTimer_;
+    wm::RecursiveLock stateLock_{wm::LockRank::state};
+    // All auto-reset: several settings before the coordinator wakes count as one, which loses
+    // nothing, since it takes all that is ready.
+    wm::EventObject eventBatchReady_;
+    wm::EventObject silentBatchReady_;
+    wm::EventObject timerEvent_;
+    wm::EventObject stopEvent_;
+    wm::WorkerThread purgeThread_;
+    // Written under stateLock_ and only while no purge runs; read by the purge thread without it,
+    // since a start that fails waits for that thread with the lock held.
+    std::atomic<std::uint32_t> purgeLimit_{0xFFFFFFFF};
+    std::uint32_t lastPurgeStatus_ = 0;  // of the purge thread alone
+    bool running_ GUARDED_BY(stateLock_) = false;
+    std::atomic<bool> liveMode_{false};
+    CountedPtr<IZELJobController> jobController_;
+    const StorePeriods periods_;
+};
+
+// When set, makes the store's job controller, with one reference, in place of the default class.
+// To be set before a store starts.
+std::function<IZELJobController*()>& JobControllerFactory() noexcept;
+
+}  // namespace ZEL

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <boost/container/static_vector.hpp>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "common/result.h"
+#include "zelstore/core/eventbatch.h"
+
+namespace ZEL {
+
+using BatchList = std::list<std::unique_ptr<EventBatch>>;
+
+// Records on their way to the disk, bounded in number. Any number of producers and consumers may
+// use a queue at the same time. Nothing in it waits for the disk: a full queue drops the record and
+// says so. Destroying the queue frees what is still in it.
+class IncomingQueue {
+public:
+    static constexpr std::uint32_t defaultCapacity = 20000;  // records
+    static constexpr std::size_t mostSpent = 4;              // batches
+
+    // Counted in records and rounded down to whole batches, but never below one batch.
+    void SetCapacity(std::uint32_t records) EXCLUDES(lock_);
+
+    // Adds a record to the batch being filled. `*wake` tells that the consumer has work: a batch
+    // became full one record ago, or the queue is full. 0x80004005 for a full queue: the record is
+    // dropped. 0x8007000E without memory: likewise.
+    HRESULT EnqueueEventData(std::string key, std::string value, bool* wake) EXCLUDES(lock_);
+
+    // Moves the full batches, oldest first, to the end of `out`; with `flushAll` the one being
+    // filled as well, and a queue that was empty then lets go of the memory of spent batches.
+    HRESULT DequeueBatches(BatchList& out, bool flushAll) EXCLUDES(lock_);
+
+    // Takes back the entries of a batch that was written, whose records are of no use any more.
+    void Recycle(RecordBatch spent) noexcept EXCLUDES(lock_);
+
+    // Number of batches.
+    std::size_t Size() const EXCLUDES(lock_);
+
+private:
+    using SpentBatches = boost::container::static_vector<RecordBatch, mostSpent>;
+
+    EventBatch* AppendBatchLocked() REQUIRES(lock_);
+    static void ReportFullQueue();
+
+    mutable wm::Lock lock_{wm::LockRank::queue};
+    BatchList batches_ GUARDED_BY(lock_);
+    SpentBatches spent_ GUARDED_BY(lock_);
+    std::uint32_t capacity_ GUARDED_BY(lock_) = defaultCapacity;
+};
+
+}  // namespace ZEL

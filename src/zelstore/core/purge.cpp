@@ -1,0 +1,63 @@
+#include "common/hostservices.h"
+#include "common/settingsvalue.h"
+#include "zelstore/core/eventstoreimpl.h"
+#include "zelstore/core/storesettings.h"
+#include "zelstore/database/izeldbimpl.h"
+
+// Purging. The work runs on a thread of its own, one at a time, while the caller waits for it
+// without any lock; so Stop and other callers are never held up by a purge. Its outcome goes to the
+// operational state of the host, once for each change.
+
+namespace ZEL {
+
+HRESULT EventStoreImpl::Purge(std::uint32_t maxSizeMegabytes) {
+    {
+        const wm::Hold hold(stateLock_);
+        if (!running_) {
+            wm::Trace(wm::TraceLevel::warning, "the store is not running", hr::aborted);
+            return hr::aborted;
+        }
+        if (purgeThread_.IsRunning()) {
+            wm::Trace(wm::TraceLevel::information, "a purge is running", hr::nothingToDo);
+            return hr::nothingToDo;
+        }
+        purgeLimit_.store(maxSizeMegabytes);
+        if (!purgeThread_.Start([this] { return PurgeMain(); })) {
+            wm::Trace(wm::TraceLevel::error, "the purge can't be started", hr::threadNotStarted);
+            return hr::threadNotStarted;
+        }
+        purgeThread_.SetName("ZEL Store Purge");
+    }
+    purgeThread_.Wait();
+    return hr::ok;
+}
+
+HRESULT EventStoreImpl::PurgeMain() {
+    IZelDbImpl* const database = database_.load(std::memory_order_acquire);
+    if (database == nullptr) {
+        wm::ReportError(hr::fail);
+        wm::Trace(wm::TraceLevel::error, "there is no database", hr::fail);
+        return hr::fail;
+    }
+    std::uint32_t status = 0;
+    const HRESULT result = database->EnforceSizeLimit(purgeLimit_.load(), &status);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::error, "the size limit can't be enforced", result);
+        return result;
+    }
+    wm::Trace(wm::TraceLevel::information, status == sizeLimitHonored
+                                               ? "the store is within its size limit"
+                                               : "the store stays above its size limit");
+    PublishPurgeStatus(status);
+    return hr::ok;
+}
+
+void EventStoreImpl::PublishPurgeStatus(std::uint32_t status) {
+    if (status == lastPurgeStatus_)
+        return;
+    lastPurgeStatus_ = status;
+    IgnoreResult(wm::WriteSetting(settingsKeyState, settingsLimitHonored, status),
+                 "traced; the next change writes again");
+}
+
+}  // namespace ZEL

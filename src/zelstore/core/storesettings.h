@@ -1,0 +1,11 @@
+#pragma once
+
+namespace ZEL {
+
+// Keys and values of the host's settings service that the store core uses.
+inline constexpr const wchar_t* settingsKeyStore = L"ZEL\\Settings\\FDR";
+inline constexpr const wchar_t* settingsQueueLength = L"MAX_INCOMING_QUEUE_LENGTH";
+inline constexpr const wchar_t* settingsKeyState = L"ZEL\\Opstate\\EMAQ";
+inline constexpr const wchar_t* settingsLimitHonored = L"MaxDBSizeHonored";
+
+}  // namespace ZEL

@@ -1,0 +1,78 @@
+#include "zelstore/query/machinepaths.h"
+
+#include "common/boundary.h"
+#include "common/pathnormaliser.h"
+#include "common/registrynormaliser.h"
+#include "common/textbridge.h"
+
+namespace ZEL {
+
+using namespace Schema;
+
+namespace {
+
+// The schema's text and wide text are one on Windows and two elsewhere.
+template <typename AnyText>
+bool ToWideText(const AnyText& text, std::wstring& wide) {
+    if constexpr (std::is_same_v<AnyText, std::string>) {
+        return wm::ToWide(text, wide);
+    } else {
+        wide = text;
+        return true;
+    }
+}
+
+template <typename AnyText>
+bool FromWideText(const std::wstring& wide, AnyText& text) {
+    if constexpr (std::is_same_v<AnyText, std::string>) {
+        return wm::ToUtf8(wide, text);
+    } else {
+        text = wide;
+        return true;
+    }
+}
+
+template <typename WideTexts>
+HRESULT AddTexts(const WideTexts& wideTexts, std::set<Text>& out) {
+    for (const std::wstring& wide : wideTexts) {
+        Text text;
+        if (!FromWideText(wide, text))
+            return hr::unexpected;
+        out.insert(std::move(text));
+    }
+    return hr::ok;
+}
+
+class Expander final : public IPathExpander {
+public:
+    HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) override {
+        return AtBoundary([&] {
+            std::wstring wide;
+            if (!ToWideText(path, wide))
+                return hr::unexpected;
+            PathSet variants;
+            const HRESULT result = ExpandPathVariants(wide.c_str(), variants, isPattern);
+            return Failed(result) ? result : AddTexts(variants, out);
+        });
+    }
+
+    HRESULT ExpandRegistryPath(const Text& path, bool isPattern, std::set<Text>& out) override {
+        return AtBoundary([&] {
+            std::wstring wide;
+            if (!ToWideText(path, wide))
+                return hr::unexpected;
+            std::vector<std::wstring> variants;
+            const HRESULT result = ExpandRegistryVariants(wide.c_str(), isPattern, variants);
+            return Failed(result) ? result : AddTexts(variants, out);
+        });
+    }
+};
+
+}  // namespace
+
+IPathExpander& MachinePaths() noexcept {
+    static Expander expander;
+    return expander;
+}
+
+}  // namespace ZEL

@@ -1,0 +1,145 @@
+#include "zelstore/query/querymanager.h"
+
+#include <atomic>
+#include <new>
+#include <utility>
+
+#include "common/trace.h"
+
+namespace ZEL {
+
+QueryModule& Queries() noexcept {
+    // Never destroyed: what a host has not ended at the process's end is not waited for.
+    alignas(QueryModule) static unsigned char room[sizeof(QueryModule)];
+    static QueryModule* const module = ::new (room) QueryModule;
+    return *module;
+}
+
+QueryId NewQueryId() noexcept {
+    static std::atomic<std::uint64_t> counter{0};
+    const std::uint64_t number = counter.fetch_add(1, std::memory_order_relaxed) + 1;
+    QueryId id;
+    id.Data1 = static_cast<std::uint32_t>(number);
+    id.Data2 = static_cast<std::uint16_t>(number >> 32);
+    id.Data3 = static_cast<std::uint16_t>(number >> 48);
+    return id;
+}
+
+void LeavingQueries::Add(std::shared_ptr<BackgroundQuery> query) {
+    const wm::Hold hold(lock_);
+    std::erase_if(queries_, [](const auto& left) { return !left->IsRunning(); });
+    queries_.push_back(std::move(query));
+}
+
+void LeavingQueries::CancelAll() {
+    const wm::Hold hold(lock_);
+    for (const auto& query : queries_)
+        query->Cancel();
+}
+
+void LeavingQueries::WaitAll() {
+    std::vector<std::shared_ptr<BackgroundQuery>> queries;
+    {
+        const wm::Hold hold(lock_);
+        queries = queries_;
+    }
+    for (const auto& query : queries)
+        query->Stop();
+    const wm::Hold hold(lock_);
+    std::erase_if(queries_, [](const auto& left) { return !left->IsRunning(); });
+}
+
+void QueryManager::Await(const QueryPtr& query) {
+    query->Stop();
+    if (query->IsRunning())
+        Queries().leaving.Add(query);
+}
+
+HRESULT QueryManager::StartQuery(CountedPtr<IEventStore> store, IStringValue* document,
+                                 IQueryCallback* callback,
+                                 const std::function<void(const QueryId&)>& announce) {
+    const wm::Hold hold(lock_);
+    if (!accepting_)
+        return hr::aborted;
+    const auto query = std::make_shared<BackgroundQuery>();
+    HRESULT result = query->Init(std::move(store));
+    if (Failed(result))
+        return result;
+    const QueryId id = NewQueryId();
+    // Entered ahead of its start, so that no running thread is ever without an entry.
+    queries_[id] = query;
+    announce(id);
+    result = query->Start(document, callback);
+    if (Failed(result))
+        queries_.erase(id);
+    return result;
+}
+
+QueryManager::QueryPtr QueryManager::Find(const QueryId& id) const {
+    const wm::Hold hold(lock_);
+    const auto found = queries_.find(id);
+    if (found != queries_.end())
+        return found->second;
+    wm::Trace(wm::TraceLevel::information, "there is no such query");
+    return nullptr;
+}
+
+HRESULT QueryManager::CancelQuery(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->Cancel();
+    Await(query);
+    const wm::Hold hold(lock_);
+    return queries_.erase(id) != 0 ? hr::ok : hr::nothingToDo;
+}
+
+HRESULT QueryManager::RequestStop(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->RequestStop();
+    return hr::ok;
+}
+
+HRESULT QueryManager::Pause(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->Pause();
+    return hr::ok;
+}
+
+HRESULT QueryManager::Resume(const QueryId& id) {
+    const QueryPtr query = Find(id);
+    if (!query)
+        return hr::nothingToDo;
+    query->Resume();
+    return hr::ok;
+}
+
+void QueryManager::StopAllQueries() {
+    const wm::Hold hold(lock_);
+    accepting_ = false;
+    for (const auto& [id, query] : queries_)
+        query->Cancel();
+}
+
+void QueryManager::AbandonAllQueries() {
+    const wm::Hold hold(lock_);
+    for (auto& [id, query] : queries_)
+        Queries().leaving.Add(std::move(query));
+    queries_.clear();
+}
+
+void QueryManager::WaitAllQueries() {
+    std::map<QueryId, QueryPtr> queries;
+    {
+        const wm::Hold hold(lock_);
+        queries.swap(queries_);
+    }
+    for (const auto& [id, query] : queries)
+        Await(query);
+}
+
+}  // namespace ZEL

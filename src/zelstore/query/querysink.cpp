@@ -1,0 +1,283 @@
+#include "zelstore/query/querysink.h"
+
+#include <leveldb/db.h>
+
+#include <cstdlib>
+#include <new>
+#include <string_view>
+
+#include "common/boundary.h"
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "zelstore/keys/keyformat.h"
+#include "zelstore/query/machinepaths.h"
+#include "zelstore/query/querymanager.h"
+#include "zelstore/query/resulttext.h"
+
+namespace ZEL {
+
+namespace {
+
+// A row that threw is left out, and the walk goes on.
+void ReportLostRow(const char* what) noexcept {
+    wm::ReportError(hr::unexpected, wm::reportLabel::lostRow, "Exception", what);
+}
+
+constexpr std::string_view receiveMarker = "<receive_time>";
+constexpr std::string_view sequenceMarker = "<sequence>";
+
+std::string_view View(const leveldb::Slice& slice) {
+    return {slice.data(), slice.size()};
+}
+
+}  // namespace
+
+std::unique_ptr<QuerySink> QuerySink::Create(const Schema::Event& subQuery,
+                                             const QuerySinkOptions& options,
+                                             IQueryCallback* callback) {
+    std::string prefix;
+    HRESULT result = FamilyPrefix(options.family, &prefix);
+    Schema::FilterMap conditions;
+    if (Succeeded(result))
+        result = Schema::ExtractKeyFields(subQuery, true, &MachinePaths(), conditions);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::error, "a sub-query can't be made ready", result);
+        return nullptr;
+    }
+    std::unique_ptr<QuerySink> sink(
+        new QuerySink(options, std::move(prefix), conditions, callback));
+    if (const Schema::DatePair* end = subQuery.end_time.get()) {
+        std::string buffer;
+        const auto text = Schema::ToUtf8(end->value, buffer);
+        if (!text || Failed(sink->SetEndValue(std::string(*text))))
+            wm::Trace(wm::TraceLevel::warning, "a query's end is not Unicode and does not apply");
+    }
+    return sink;
+}
+
+QuerySink::QuerySink(const QuerySinkOptions& options, std::string prefix,
+                     const Schema::FilterMap& conditions, IQueryCallback* callback)
+    : options_(options),
+      prefix_(std::move(prefix)),
+      isPrimary_(options.family == familyPrimary),
+      timeField_(isPrimary_ ? "begin_time" : "receive_time"),
+      callback_(callback),
+      filter_(conditions) {
+    if (options_.includeEnrichments || options_.noLiveEnrichedEvents)
+        queryId_ = NewQueryId();
+}
+
+HRESULT QuerySink::SetEndValue(const std::string& end) {
+    if (!wm::IsUtf8(end))
+        return hr::fail;
+    endValue_ = end;
+    return hr::ok;
+}
+
+HRESULT QuerySink::Begin(IZelDbImpl* database) {
+    if (database == nullptr || !callback_) {
+        wm::ReportError(hr::invalidArgument);
+        return hr::invalidArgument;
+    }
+    if (batch_)
+        batch_->Clear();
+    else
+        batch_ = CountedPtr<IValueCollection>::Adopt(wm::CreateValueCollection());
+    if (!batch_)
+        return hr::outOfMemory;
+    database_ = database;
+    return hr::ok;
+}
+
+HRESULT QuerySink::Attach(leveldb::DB* instance, const leveldb::ReadOptions& options) {
+    if (instance == nullptr) {
+        wm::ReportError(hr::invalidArgument);
+        return hr::invalidArgument;
+    }
+    instance_ = instance;
+    readOptions_ = options;
+    return hr::ok;
+}
+
+RowResult QuerySink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& value,
+                              bool* keepGoing) {
+    try {
+        return Accept(View(key), View(value), keepGoing);
+    } catch (const std::exception& error) {
+        ReportLostRow(error.what());
+    } catch (...) {
+        ReportLostRow("Unknown");
+    }
+    return RowResult::goOn;
+}
+
+RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* keepGoing) {
+    if (!key.starts_with(prefix_))
+        return RowResult::endDatabase;
+    if (!endValue_.empty() || !filter_.Empty())
+        SplitKeyFields(key, &fields_);
+    if (!endValue_.empty() && IsPastEnd())
+        return RowResult::endDatabase;
+    if (!filter_.MatchesFilter(fields_))
+        return RowResult::goOn;
+    const auto text = MakeResult(key, value);
+    IStringValue* made = nullptr;
+    if (!text || !wm::CreateStringValue(*text, &made))
+        return RowResult::goOn;
+    const auto result = CountedPtr<IStringValue>::Adopt(made);
+    if (!result) {
+        wm::Trace(wm::TraceLevel::error, "a result can't be made", hr::outOfMemory);
+        return RowResult::abandonDatabase;
+    }
+    if (!batch_->Add(result.Get())) {
+        wm::Trace(wm::TraceLevel::error, "a result can't be added", hr::outOfMemory);
+        return RowResult::goOn;
+    }
+    RowResult undelivered = RowResult::goOn;
+    if (batch_->Count() >= batchSize && !DeliverFullBatch(&undelivered))
+        return undelivered;
+    ++matchCount_;
+    if (options_.limit >= 0 && matchCount_ >= options_.limit) {
+        *keepGoing = false;
+        return RowResult::endDatabase;
+    }
+    return RowResult::goOn;
+}
+
+// False when the batch stays filled, with what is to be done then.
+bool QuerySink::DeliverFullBatch(RowResult* otherwise) {
+    std::wstring time;
+    std::int32_t sequence = 0;
+    if (Failed(ExtractCursor(&time, &sequence)))
+        return false;
+    *otherwise = RowResult::abandonDatabase;
+    if (Failed(Deliver(time, sequence)))
+        return false;
+    batch_->Clear();
+    return true;
+}
+
+bool QuerySink::IsPastEnd() const {
+    std::string_view time;
+    const HRESULT result = GetKeyField(fields_, timeField_, &time);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::warning, "a key has no time", result);
+        return false;
+    }
+    return time > std::string_view(endValue_);
+}
+
+std::optional<std::string_view> QuerySink::MakeResult(std::string_view key,
+                                                      std::string_view value) {
+    if (isPrimary_)
+        return MakePrimaryResult(key, value);
+    const HRESULT result = JoinEnrichedEvent(value);
+    if (Failed(result)) {
+        wm::Trace(wm::TraceLevel::warning, "a receive-time row has no event", result, key);
+        return std::nullopt;
+    }
+    lastKey_.assign(key);
+    return joined_;
+}
+
+std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view key,
+                                                             std::string_view value) {
+    if (!options_.includeEnrichments && !options_.noLiveEnrichedEvents)
+        return value;
+    std::vector<std::string> values;
+    HRESULT result = hr::ok;
+    if (options_.noLiveEnrichedEvents) {
+        bool hasOther = false;
+        result = database_->GetSilentEnrichments(&queryId_, std::string(key), &hasOther,
+                                                 options_.includeEnrichments, &values);
+        if (Failed(result))
+            values.clear();
+        else if (hasOther)
+            return std::nullopt;
+    } else {
+        result = database_->GetEnrichments(&queryId_, std::string(key), &values);
+    }
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::verbose, "an event has no enrichments", result);
+    if (values.empty())
+        return value;
+    try {
+        joined_.assign(value);
+        AppendEnrichments(joined_, values);
+        return joined_;
+    } catch (const std::bad_alloc&) {
+        wm::Trace(wm::TraceLevel::error, "enrichments can't be joined", hr::outOfMemory);
+        return value;  // the event itself needs no more memory
+    }
+}
+
+HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
+    const leveldb::Status status = instance_->Get(readOptions_, key, event);
+    if (status.ok())
+        return hr::ok;
+    if (status.IsNotFound())
+        return database_ != nullptr ? database_->GetRecord(key, event) : hr::notFound;
+    const HRESULT result = status.IsCorruption() ? hr::corrupt
+                           : status.IsIOError()  ? hr::deviceError
+                                                 : hr::fail;
+    wm::ReportError(result, wm::reportLabel::damagedData, "Status", status.ToString().c_str());
+    return result;
+}
+
+HRESULT QuerySink::JoinEnrichedEvent(std::string_view value) {
+    if (instance_ == nullptr)
+        return hr::noInterface;
+    ReceiveRow row;
+    HRESULT result = ParseReceiveRow(value, &row);
+    if (Failed(result))
+        return result;
+    joined_.clear();
+    result = ReadEvent(row.eventKey, &joined_);
+    if (Failed(result))
+        return result;
+    // With nothing left to search in, a search succeeds and finds nothing.
+    if (joined_.empty())
+        return hr::notFound;
+    SpliceEnrichedData(joined_, row.enrichment);
+    return wm::IsUtf8(joined_) ? hr::ok : hr::outOfMemory;
+}
+
+HRESULT QuerySink::ExtractCursor(std::wstring* time, std::int32_t* sequence) const {
+    if (isPrimary_)
+        return hr::ok;
+    const std::size_t timeAt = lastKey_.find(receiveMarker);
+    const std::size_t sequenceAt = lastKey_.find(sequenceMarker);
+    if (timeAt == std::string::npos || sequenceAt == std::string::npos || sequenceAt < timeAt) {
+        wm::Trace(wm::TraceLevel::warning, "a row has no resume position", hr::fail, lastKey_);
+        return hr::fail;
+    }
+    const std::string_view key = lastKey_;
+    const std::size_t timeStart = timeAt + receiveMarker.size();
+    if (!wm::ToWide(key.substr(timeStart, sequenceAt - timeStart), *time))
+        wm::Trace(wm::TraceLevel::warning, "a resume time is not UTF-8");
+    const std::string digits(key.substr(sequenceAt + sequenceMarker.size()));
+    *sequence = std::atoi(digits.c_str());
+    return hr::ok;
+}
+
+HRESULT QuerySink::Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence) {
+    const auto time = CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(resumeTime.c_str()));
+    const HRESULT result =
+        callback_->OnQueryResults(hr::ok, batch_.Get(), false, false, time.Get(), resumeSequence);
+    if (Failed(result))
+        wm::Trace(wm::TraceLevel::warning, "the receiver of results failed", result);
+    return result;
+}
+
+HRESULT QuerySink::End() {
+    if ((options_.includeEnrichments || options_.noLiveEnrichedEvents) && database_ != nullptr)
+        database_->ReleaseQueryCursor(&queryId_);
+    if (!batch_ || batch_->Count() == 0)
+        return hr::ok;
+    std::wstring time;
+    std::int32_t sequence = 0;
+    IgnoreResult(ExtractCursor(&time, &sequence), "results go out without a resume position");
+    return AtBoundary([&] { return Deliver(time, sequence); });
+}
+
+}  // namespace ZEL

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <leveldb/options.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "common/countedptr.h"
+#include "zelstore/database/iquerysink.h"
+#include "zelstore/database/izeldbimpl.h"
+#include "zelstore/ieventstore.h"
+#include "zelstore/keys/keyformat.h"
+#include "zelstore/query/queryfilter.h"
+#include "zelstore/schema/event.h"
+
+namespace ZEL {
+
+// How the results of one sub-query are to be made.
+struct QuerySinkOptions {
+    std::int32_t family = 0;
+    std::int32_t limit = -1;  // most matches; negative means no limit
+    bool includeEnrichments = false;
+    bool noLiveEnrichedEvents = false;
+};
+
+// Turns the rows of one scan into batches of results for a callback. Made for one sub-query, used
+// by one scan on the query's thread, then dropped. A row that can't be turned into a result is left
+// out; a sink never ends a query with a failure.
+class QuerySink final : public IQuerySink {
+public:
+    static constexpr std::size_t batchSize = 100;
+
+    // Null when the conditions can't be made ready or the family is unknown.
+    static std::unique_ptr<QuerySink> Create(const Schema::Event& subQuery,
+                                             const QuerySinkOptions& options,
+                                             IQueryCallback* callback);
+
+    HRESULT Begin(IZelDbImpl* database) override;
+    HRESULT End() override;
+    HRESULT Attach(leveldb::DB* instance, const leveldb::ReadOptions& options) override;
+    RowResult OnRecord(const leveldb::Slice& key, const leveldb::Slice& value,
+                       bool* keepGoing) override;
+    HRESULT SetEndValue(const std::string& end) override;
+    std::int32_t GetMatchCount() override { return matchCount_; }
+
+private:
+    QuerySink(const QuerySinkOptions& options, std::string prefix,
+              const Schema::FilterMap& conditions, IQueryCallback* callback);
+
+    RowResult Accept(std::string_view key, std::string_view value, bool* keepGoing);
+    bool IsPastEnd() const;
+    // The result text of a row: a view of `value` or of `joined_`. None when the record is to be
+    // dropped.
+    std::optional<std::string_view> MakeResult(std::string_view key, std::string_view value);
+    std::optional<std::string_view> MakePrimaryResult(std::string_view key, std::string_view value);
+    HRESULT JoinEnrichedEvent(std::string_view value);
+    bool DeliverFullBatch(RowResult* otherwise);
+    HRESULT ReadEvent(const std::string& key, std::string* event);
+    HRESULT ExtractCursor(std::wstring* time, std::int32_t* sequence) const;
+    HRESULT Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence);
+
+    const QuerySinkOptions options_;
+    const std::string prefix_;
+    const bool isPrimary_;
+    const std::string_view timeField_;
+    CountedPtr<IQueryCallback> callback_;
+    CountedPtr<IValueCollection> batch_;
+    QueryFilter filter_;
+    IZelDbImpl* database_ = nullptr;   // not owned
+    leveldb::DB* instance_ = nullptr;  // not owned; the database being scanned
+    leveldb::ReadOptions readOptions_;
+    KeyFields fields_;    // of the row in hand
+    std::string joined_;  // a result's text that is not just the row's value
+    std::string endValue_;
+    std::string lastKey_;  // of the latest receive-time row that was accepted
+    std::int32_t matchCount_ = 0;
+    QueryId queryId_;
+};
+
+}  // namespace ZEL

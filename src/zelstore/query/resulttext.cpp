@@ -1,0 +1,65 @@
+#include "zelstore/query/resulttext.h"
+
+#include <cpprest/json.h>
+
+#include "common/trace.h"
+#include "zelstore/schema/text.h"
+
+namespace ZEL {
+
+namespace {
+
+bool CutLastBrace(std::string& text) {
+    const std::size_t brace = text.rfind('}');
+    if (brace == std::string::npos) {
+        wm::Trace(wm::TraceLevel::warning, "an event text has no closing brace");
+        return false;
+    }
+    text.resize(brace);
+    return true;
+}
+
+}  // namespace
+
+void AppendEnrichments(std::string& text, const std::vector<std::string>& values) {
+    std::size_t added = sizeof(",\"enrichments\":[]}");
+    for (const std::string& value : values)
+        added += value.size() + 1;
+    text.reserve(text.size() + added);  // ahead of the cut, so that a failure leaves the text whole
+    if (!CutLastBrace(text))
+        return;
+    text.append(",\"enrichments\":[");
+    const char* separator = "";
+    for (const std::string& value : values) {
+        text.append(separator).append(value);
+        separator = ",";
+    }
+    text.append("]}");
+}
+
+void SpliceEnrichedData(std::string& text, std::string_view enrichment) {
+    if (!CutLastBrace(text))
+        return;
+    text.append(",\"enriched_data\":").append(enrichment).append("}");
+}
+
+HRESULT ParseReceiveRow(std::string_view value, ReceiveRow* row) {
+    try {
+        web::json::value parsed =
+            web::json::value::parse(utility::conversions::to_string_t(std::string(value)));
+        std::string buffer;
+        const auto key = Schema::ToUtf8(parsed.at(ZEL_TEXT("event_pkey")).as_string(), buffer);
+        if (!key)
+            return hr::outOfMemory;
+        row->eventKey = *key;
+        row->enrichment = utility::conversions::to_utf8string(
+            parsed.has_field(ZEL_TEXT("event_enrichment"))
+                ? parsed.at(ZEL_TEXT("event_enrichment")).serialize()
+                : utility::string_t(ZEL_TEXT("null")));
+        return hr::ok;
+    } catch (const web::json::json_exception&) {
+        return hr::fail;
+    }
+}
+
+}  // namespace ZEL

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "common/result.h"
+#include "zelstore/schema/event.h"
+
+namespace ZEL {
+
+// Rewrites a sub-query's times so that begin_time is the first time wanted and end_time the last.
+// Nothing happens without begin_time; receive_time is never touched. 0x80070057 for an operator
+// that makes no range; a time that has to be shifted and can't be read gives its failure.
+HRESULT NormaliseTimeRange(Schema::Event& subQuery);
+
+}  // namespace ZEL

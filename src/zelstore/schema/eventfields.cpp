@@ -1,0 +1,337 @@
+#include "zelstore/schema/eventfields.h"
+
+#include <type_traits>
+#include <typeinfo>
+
+#include "common/trace.h"
+#include "zelstore/schema/objectclasses.h"
+
+// Which part of an event gives which field of a key. The same rows serve records and queries; they
+// differ in what collects the values.
+
+namespace ZEL::Schema {
+
+namespace {
+
+constexpr HRESULT absent = hr::nothingToDo;
+
+// Takes the values of one field.
+class ValueSink {
+public:
+    virtual void Add(std::string_view value, const Operator& op) = 0;
+
+protected:
+    ~ValueSink() = default;
+};
+
+struct Extraction {
+    const Event& event;
+    bool forQuery;
+    IPathExpander* expander;
+};
+
+bool AddText(ValueSink& sink, const Text& value, const Operator& op) {
+    std::string buffer;
+    const auto utf8 = ToUtf8(value, buffer);
+    if (utf8)
+        sink.Add(*utf8, op);
+    return utf8.has_value();
+}
+
+Operator OperatorOf(const Field<Operator>& op) {
+    return op ? *op : Operator(operatorEquals, false);
+}
+
+const Operator exactly(operatorEquals, true);
+
+HRESULT AddNames(ValueSink& sink, const Text& name) {
+    return AddText(sink, name, exactly) ? hr::ok : hr::unexpected;
+}
+
+HRESULT ObjectTypeField(const Extraction& in, ValueSink& sink) {
+    if (!in.event.target)
+        return absent;
+    return AddNames(sink, in.event.target->GetObjectTypeName());
+}
+
+HRESULT ActionField(const Extraction& in, ValueSink& sink) {
+    if (in.event.action.empty())
+        return absent;
+    for (const std::int32_t action : in.event.action) {
+        const HRESULT result = AddNames(sink, ActionTypes().Name(action));
+        if (Failed(result))
+            return result;
+    }
+    return hr::ok;
+}
+
+HRESULT TypeIdField(const Extraction& in, ValueSink& sink) {
+    if (!in.event.type_id)
+        return absent;
+    const Operator op = OperatorOf(in.event.type_id->op);
+    for (const std::uint32_t number : in.event.type_id->values)
+        sink.Add(std::to_string(number), op);
+    return hr::ok;
+}
+
+HRESULT PlainField(const StringPair* pair, ValueSink& sink) {
+    if (pair == nullptr)
+        return absent;
+    const Operator op = OperatorOf(pair->op);
+    for (const Text& value : pair->values)
+        if (!AddText(sink, value, op))
+            return hr::unexpected;
+    return hr::ok;
+}
+
+bool HasWildcard(const Text& value) {
+    return value.find(ZEL_TEXT('*')) != Text::npos || value.find(ZEL_TEXT('?')) != Text::npos;
+}
+
+// Wildcards under `equals` turn the condition into a pattern. The change stays for the values
+// behind, which are then taken for patterns as they stand.
+bool BecomesPattern(const Text& value, Operator& op) {
+    if (op.op != operatorEquals || !HasWildcard(value))
+        return false;
+    op.op = operatorFitsPattern;
+    return true;
+}
+
+HRESULT WildcardField(const StringPair* pair, ValueSink& sink) {
+    if (pair == nullptr)
+        return absent;
+    Operator op = OperatorOf(pair->op);
+    for (const Text& value : pair->values) {
+        const bool converts = BecomesPattern(value, op);
+        if (!AddText(sink, converts ? WildcardToPattern(value) : value, op))
+            return hr::unexpected;
+    }
+    return hr::ok;
+}
+
+// A path of a query may stand for several concrete ones.
+HRESULT ExpandedPaths(const Extraction& in, bool isRegistry, const Text& value, bool isPattern,
+                      std::set<Text>& out) {
+    const HRESULT result = isRegistry ? in.expander->ExpandRegistryPath(value, isPattern, out)
+                                      : in.expander->ExpandPath(value, isPattern, out);
+    if (!Failed(result) || isRegistry)
+        return result;
+    out = {value};
+    return hr::ok;
+}
+
+HRESULT PathField(const Extraction& in, const ZelSchemaParser* object, bool isRegistry,
+                  ValueSink& sink) {
+    const StringPair* const pair = object != nullptr ? object->GetPath() : nullptr;
+    if (pair == nullptr || !in.forQuery)
+        return WildcardField(pair, sink);
+    Operator op = OperatorOf(pair->op);
+    for (const Text& value : pair->values) {
+        std::set<Text> variants;
+        const HRESULT result =
+            ExpandedPaths(in, isRegistry, value, op.op == operatorFitsPattern, variants);
+        if (Failed(result))
+            return result;
+        const bool converts = BecomesPattern(value, op);
+        for (const Text& variant : variants)
+            if (!AddText(sink, converts ? WildcardToPattern(variant) : variant, op))
+                return hr::unexpected;
+    }
+    return hr::ok;
+}
+
+const StringPair* Sha2(const std::unique_ptr<ZelSchemaParser>& object) {
+    return object ? object->GetSha2() : nullptr;
+}
+
+// Nothing derives from the classes asked for, so that no walk through type information is needed.
+template <typename T>
+const T* As(const std::unique_ptr<ZelSchemaParser>& object) {
+    static_assert(std::is_final_v<T>);
+    const ZelSchemaParser* const any = object.get();
+    return any != nullptr && typeid(*any) == typeid(T) ? static_cast<const T*>(any) : nullptr;
+}
+
+HRESULT ActorHashField(const Extraction& in, ValueSink& sink) {
+    return PlainField(Sha2(in.event.actor), sink);
+}
+
+HRESULT ActorPathField(const Extraction& in, ValueSink& sink) {
+    return PathField(in, in.event.actor.get(), false, sink);
+}
+
+HRESULT ActorUidField(const Extraction& in, ValueSink& sink) {
+    const Process* const process = As<Process>(in.event.actor);
+    return PlainField(process != nullptr ? process->GetUid() : nullptr, sink);
+}
+
+HRESULT TargetHashField(const Extraction& in, ValueSink& sink) {
+    return PlainField(Sha2(in.event.target), sink);
+}
+
+HRESULT TargetPathField(const Extraction& in, ValueSink& sink) {
+    const ZelSchemaParser* const target = in.event.target.get();
+    const std::int32_t type = target != nullptr ? target->GetObjectTypeId() : objectType::unknown;
+    const bool isRegistry = type == objectType::regKey || type == objectType::regValue;
+    return PathField(in, target, isRegistry, sink);
+}
+
+HRESULT SourceIpField(const Extraction& in, ValueSink& sink) {
+    const Network* const network = As<Network>(in.event.target);
+    return WildcardField(network != nullptr ? network->GetSrcIp() : nullptr, sink);
+}
+
+HRESULT DestinationIpField(const Extraction& in, ValueSink& sink) {
+    const Network* const network = As<Network>(in.event.target);
+    return WildcardField(network != nullptr ? network->GetDstIp() : nullptr, sink);
+}
+
+HRESULT TargetTypeIdField(const Extraction& in, ValueSink& sink) {
+    const KernelObject* const object = As<KernelObject>(in.event.target);
+    if (object == nullptr)
+        return absent;
+    const Operator op(operatorEquals, false);
+    if (object->type_ids.empty())
+        sink.Add("1", op);
+    for (const std::uint32_t number : object->type_ids)
+        sink.Add(std::to_string(number), op);
+    return hr::ok;
+}
+
+// Letter case of a correlation identifier never matters, so all are kept in upper case.
+HRESULT CorrelationField(const Extraction& in, ValueSink& sink) {
+    if (!in.event.correlation_uid)
+        return absent;
+    const Operator op = OperatorOf(in.event.correlation_uid->op);
+    for (Text value : in.event.correlation_uid->values) {
+        for (utility::char_t& c : value)
+            if (c >= ZEL_TEXT('a') && c <= ZEL_TEXT('z'))
+                c = static_cast<utility::char_t>(c - ZEL_TEXT('a') + ZEL_TEXT('A'));
+        if (!AddText(sink, value, op))
+            return hr::unexpected;
+    }
+    return hr::ok;
+}
+
+HRESULT UrlField(const Extraction& in, ValueSink& sink) {
+    const Url* const url = As<Url>(in.event.target);
+    return WildcardField(url != nullptr ? url->GetText() : nullptr, sink);
+}
+
+struct Row {
+    std::string_view name;
+    HRESULT (*extract)(const Extraction&, ValueSink&);
+};
+
+// By KeyField.
+constexpr Row keyFieldTable[keyFieldCount] = {
+    {"object_type", ObjectTypeField},
+    {"action", ActionField},
+    {"type_id", TypeIdField},
+    {"actor_hash", ActorHashField},
+    {"actor_path_name", ActorPathField},
+    {"actor_uid", ActorUidField},
+    {"target_hash", TargetHashField},
+    {"target_path_name", TargetPathField},
+    {"target_source_ip", SourceIpField},
+    {"target_destination_ip", DestinationIpField},
+    {"target_type_id", TargetTypeIdField},
+    {"correlation_uid", CorrelationField},
+    {"target_url_text", UrlField},
+};
+
+class ConditionSink final : public ValueSink {
+public:
+    void Add(std::string_view value, const Operator& op) override {
+        conditions.emplace(value, op);  // a repeated value keeps its first operator
+    }
+    std::map<std::string, Operator> conditions;
+};
+
+class FactSink final : public ValueSink {
+public:
+    FactSink(RecordFields& fields, KeyField field) : fields_(fields), field_(field) {}
+    void Add(std::string_view value, const Operator&) override { fields_.Offer(field_, value); }
+
+private:
+    RecordFields& fields_;
+    const KeyField field_;
+};
+
+HRESULT Traced(HRESULT result, const Row& row) {
+    wm::Trace(wm::TraceLevel::error, "a key field can't be worked out", result, row.name);
+    return result;
+}
+
+}  // namespace
+
+std::string_view KeyFieldName(KeyField field) noexcept {
+    return keyFieldTable[static_cast<std::size_t>(field)].name;
+}
+
+HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expander,
+                         FilterMap& out) {
+    const Extraction in{event, forQuery, expander};
+    for (const Row& row : keyFieldTable) {
+        ConditionSink sink;
+        const HRESULT result = row.extract(in, sink);
+        if (Failed(result))
+            return Traced(result, row);
+        if (result != absent)
+            out[std::string(row.name)] = std::move(sink.conditions);
+    }
+    if (out.empty())
+        wm::Trace(wm::TraceLevel::verbose, "an event gives no key fields");
+    return hr::ok;
+}
+
+std::optional<std::string_view> RecordFields::Find(KeyField field) const noexcept {
+    const Place& place = places_[static_cast<std::size_t>(field)];
+    if (place.at == std::string::npos)
+        return std::nullopt;
+    return std::string_view(texts_.data() + place.at, place.size);
+}
+
+void RecordFields::Clear() noexcept {
+    texts_.clear();
+    for (Place& place : places_)
+        place = Place();
+}
+
+void RecordFields::Offer(KeyField field, std::string_view value) {
+    const auto held = Find(field);
+    if (held && *held <= value)
+        return;
+    places_[static_cast<std::size_t>(field)] = {texts_.size(), value.size()};
+    texts_.append(value);
+}
+
+HRESULT ExtractRecordFields(const Event& event, RecordFields& out) {
+    const Extraction in{event, false, nullptr};
+    for (std::size_t i = 0; i < keyFieldCount; ++i) {
+        FactSink sink(out, static_cast<KeyField>(i));
+        const HRESULT result = keyFieldTable[i].extract(in, sink);
+        if (Failed(result))
+            return Traced(result, keyFieldTable[i]);
+    }
+    return hr::ok;
+}
+
+Text WildcardToPattern(const Text& value) {
+    Text pattern;
+    pattern.reserve(value.size() * 2);
+    for (const utility::char_t c : value) {
+        if (c == ZEL_TEXT('?')) {
+            pattern += ZEL_TEXT(".{1}");
+        } else if (c == ZEL_TEXT('*')) {
+            pattern += ZEL_TEXT(".*");
+        } else {
+            if (Text(ZEL_TEXT("\\.$^{}[]()|+")).find(c) != Text::npos)
+                pattern += ZEL_TEXT('\\');
+            pattern += c;
+        }
+    }
+    return pattern;
+}
+
+}  // namespace ZEL::Schema

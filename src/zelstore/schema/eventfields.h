@@ -1,0 +1,76 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "common/result.h"
+#include "zelstore/schema/event.h"
+
+namespace ZEL::Schema {
+
+// The thirteen fields that an event itself gives to its key, in the order in which they are worked
+// out. Each may have several values; a record's key takes the first in byte order.
+enum class KeyField : std::size_t {
+    objectType,
+    action,
+    typeId,
+    actorHash,
+    actorPathName,
+    actorUid,
+    targetHash,
+    targetPathName,
+    targetSourceIp,
+    targetDestinationIp,
+    targetTypeId,
+    correlationUid,
+    targetUrlText,
+};
+inline constexpr std::size_t keyFieldCount = 13;
+
+// A field's name in a key.
+std::string_view KeyFieldName(KeyField field) noexcept;
+
+// Conditions of a sub-query: by field name, and by value in byte order. All UTF-8.
+using FilterMap = std::map<std::string, std::map<std::string, Operator>>;
+
+// The concrete paths that one path of a query stands for on this machine.
+class IPathExpander {
+public:
+    virtual ~IPathExpander() = default;
+    // Adds the variants of a file path. A failure means that the path stands for itself.
+    virtual HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) = 0;
+    // The same for a registry path. A failure ends the extraction.
+    virtual HRESULT ExpandRegistryPath(const Text& path, bool isPattern, std::set<Text>& out) = 0;
+};
+
+// The conditions that `event` states. An absent source leaves its field out; a present one without
+// values gives an empty list. `expander` is asked for queries only, and may be null for
+// records. 0x8000FFFF for text that is not Unicode.
+HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expander,
+                         FilterMap& out);
+
+// The facts of a record: the first value of each field, in byte order. Same failures.
+class RecordFields {
+public:
+    // None when the record has no such field. A view of this object, until the next Offer.
+    std::optional<std::string_view> Find(KeyField field) const noexcept;
+    void Offer(KeyField field, std::string_view value);
+    void Clear() noexcept;
+
+private:
+    struct Place {
+        std::size_t at = std::string::npos;
+        std::size_t size = 0;
+    };
+    std::string texts_;  // of all fields, one behind the other
+    Place places_[keyFieldCount];
+};
+HRESULT ExtractRecordFields(const Event& event, RecordFields& out);
+
+// A value with * and ? as a regular expression that matches the same texts, not anchored.
+Text WildcardToPattern(const Text& value);
+
+}  // namespace ZEL::Schema

@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "common/itobbaseimpl.h"
+#include "support/runningstore.h"
+#include "support/slowdisk.h"
+#include "zelstore/jobs/jobworkercontroller.h"
+
+namespace ZEL {
+namespace {
+
+using test::EventKey;
+using test::RunningStore;
+
+constexpr std::uint32_t soon = 5;  // milliseconds
+const std::string silentKey = EventKey(1) + "<silent_sequence>0000000001<silent_enrichment>1";
+
+TEST(Coordinator, WritesFullBatchesWhenTheNextRecordComes) {
+    RunningStore store;
+    store.Start();
+    for (int i = 0; i <= 500; ++i)
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+    store.AwaitOnDisk(EventKey(499));
+    EXPECT_FALSE(store.OnDisk(EventKey(500))) << "its batch is not full";
+    ASSERT_EQ(store.core.Stop(), hr::ok);
+    EXPECT_TRUE(store.OnDisk(EventKey(500))) << "stopping flushes partly filled batches";
+}
+
+TEST(Coordinator, TimerTickWritesWhatIsThere) {
+    RunningStore store({RunningStore::never, soon});
+    store.Start();
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+        store.AwaitOnDisk(EventKey(i));
+    }
+}
+
+TEST(Coordinator, LiveModeDrainsAndStartsTheJobForReceiveRowsAlone) {
+    CountedPtr<IJobManager> manager;
+    ASSERT_EQ(wm::OpenJobManager(manager.Receive()), TOB_OK);
+    CountedPtr<IJobRegistry> registry;
+    ASSERT_EQ(manager->QueryInterface(iidJobRegistry, registry.ReceiveVoid()), TOB_OK);
+    static std::atomic<int> runs{0};
+    const auto count = [](void*, HANDLE) {
+        ++runs;
+        return hr::ok;
+    };
+    ASSERT_EQ(registry->RegisterJob(storeJobId, nullptr, count, nullptr), hr::ok);
+    RunningStore store({soon, RunningStore::never});
+    store.Start();
+    ASSERT_EQ(store.core.SetLiveMode(true), hr::ok);
+    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+        store.AwaitOnDisk(EventKey(i));
+    }
+    EXPECT_EQ(runs, 0);
+    ASSERT_EQ(store.Insert("r<receive_time>2026-01-01T00:00:00.000Z<sequence>0000000001"), hr::ok);
+    while (runs == 0)
+        std::this_thread::yield();
+}
+
+TEST(Coordinator, WithoutAJobControllerTheStoreStaysNew) {
+    RunningStore store;
+    JobControllerFactory() = [] { return static_cast<IZELJobController*>(nullptr); };
+    EXPECT_EQ(store.core.Initialize(), hr::unexpected);
+    const auto text = test::Str("x");
+    EXPECT_EQ(store.core.Insert(text.Get(), text.Get(), false), hr::notReady);
+    JobControllerFactory() = nullptr;
+    store.Start();
+    EXPECT_EQ(store.core.Initialize(), hr::nothingToDo);
+}
+
+TEST(Coordinator, ProducersNeverWaitForTheDisk) {
+    RunningStore store;
+    store.Start();
+    test::SlowDisk disk;
+    disk.Block(".log");
+    const int accepted = store.Fill();  // while the coordinator hangs in its first write
+    EXPECT_GE(accepted, 20000);
+    EXPECT_LE(accepted, 20000 + 40 * 500) << "the queue and what the coordinator has taken";
+    EXPECT_EQ(store.Insert(silentKey, "{}", true), hr::ok) << "the other queue is not full";
+    disk.AwaitBlocked();
+    disk.Unblock();
+    EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(accepted));
+}
+
+TEST(Coordinator, EventsReachTheDiskAheadOfTheirSilentEnrichments) {
+    RunningStore store;
+    store.Start();
+    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
+    ASSERT_EQ(store.Insert(EventKey(1)), hr::ok);
+    test::SlowDisk disk;
+    disk.Block(".log");
+    std::thread stopping([&] { EXPECT_EQ(store.core.Stop(), hr::ok); });
+    disk.AwaitBlocked();
+    EXPECT_FALSE(store.directory.Exists("20260101999")) << "the event's write hangs";
+    disk.Unblock();
+    stopping.join();
+    EXPECT_TRUE(store.directory.Exists("20260101999"));
+}
+
+TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {
+    RunningStore store({soon, soon});
+    store.Start();
+    constexpr int producers = 4, each = 3000;
+    std::vector<std::thread> threads;
+    for (int p = 0; p < producers; ++p)
+        threads.emplace_back([&, p] {
+            for (int i = 0; i < each; ++i)
+                while (Failed(store.Insert(EventKey(p * each + i))))
+                    std::this_thread::yield();
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(producers * each));
+}
+
+TEST(Coordinator, StoppedStoreQueuesForTheNextStartAndReportsWhenFull) {
+    test::RecordingReports reports;
+    RunningStore store;
+    store.Start();
+    store.End();
+    EXPECT_EQ(store.Fill(true), 20000);
+    EXPECT_EQ(store.Insert(silentKey, "{}", true), hr::unexpected);
+    const auto& last = reports.At(reports.Count() - 1);
+    EXPECT_EQ(last.Label(), "EnqueueForInsertion - Silent Enrichment");
+    EXPECT_EQ(last.Details().front().second, "FDR Event Coordinator Thread is stopped.");
+    ASSERT_EQ(store.Insert(EventKey(7)), hr::ok);
+    store.Start();
+    ASSERT_EQ(store.core.Stop(), hr::ok);
+    EXPECT_TRUE(store.OnDisk(EventKey(7)));
+}
+
+}  // namespace
+}  // namespace ZEL

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "support/client.h"
+#include "support/storefixture.h"
+#include "zelstore/core/eventstoreimpl.h"
+#include "zelstore/database/iquerysink.h"
+#include "zelstore/database/masterdatabase.h"
+
+namespace ZEL::test {
+
+class CountingSink final : public IQuerySink {
+public:
+    HRESULT Begin(IZelDbImpl*) override { return hr::ok; }
+    HRESULT End() override { return hr::ok; }
+    HRESULT Attach(leveldb::DB*, const leveldb::ReadOptions&) override { return hr::ok; }
+    RowResult OnRecord(const leveldb::Slice&, const leveldb::Slice&, bool*) override {
+        ++rows;
+        return RowResult::goOn;
+    }
+    HRESULT SetEndValue(const std::string&) override { return hr::ok; }
+    std::int32_t GetMatchCount() override { return 0; }
+
+    std::size_t rows = 0;
+};
+
+inline std::string EventKey(int i) {
+    return "p<begin_time>2026-01-01T00:00:00.000Z<sequence>" + std::to_string(1000000000 + i);
+}
+
+// A store core of its own on an empty directory, with periods that suit a test.
+class RunningStore {
+public:
+    // Neither the coordinator's look at the live mode nor the flush timer comes by itself.
+    static constexpr std::uint32_t never = 3600000;
+
+    explicit RunningStore(StorePeriods periods = {never, never}) : core(periods) {}
+    ~RunningStore() { End(); }
+
+    void Start() { ASSERT_EQ(core.Initialize(), hr::ok); }
+    void End() {
+        EXPECT_EQ(core.Stop(), hr::ok);
+        EXPECT_EQ(core.Shutdown(), hr::ok);
+    }
+
+    // Adds records until one is refused, and returns how many were taken.
+    int Fill(bool silent = false) {
+        int taken = 0;
+        while (Succeeded(Insert(EventKey(taken), "{}", silent)))
+            ++taken;
+        return taken;
+    }
+    HRESULT Insert(const std::string& key, const std::string& value = "{}", bool silent = false) {
+        return core.EnqueueForInsertion(key, value, silent);
+    }
+    bool OnDisk(const std::string& key) {
+        std::string value;
+        return Succeeded(GetMasterDatabase()->GetRecord(key, &value)) && !value.empty();
+    }
+    // Looks again and again until the row is there; the test's own time limit ends a wait in vain.
+    void AwaitOnDisk(const std::string& key) {
+        while (!OnDisk(key))
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    // Ends the store, reads the directory anew and counts the rows.
+    std::size_t StopAndCount() {
+        End();
+        ZelMasterDatabase database;
+        EXPECT_EQ(database.LoadExistingDatabases(), hr::ok);
+        CountingSink sink;
+        wm::EventObject stop;
+        EXPECT_TRUE(stop.Create(false, false));
+        EXPECT_EQ(database.Scan("p", &sink, stop.Handle(), nullptr), hr::ok);
+        return sink.rows;
+    }
+
+    TempStore directory;
+    EventStoreImpl core;
+};
+
+}  // namespace ZEL::test
