@@ -15,7 +15,7 @@ target_include_directories(wmLib INTERFACE $<INSTALL_INTERFACE:${headers}>)
 install(TARGETS wmLib wmSet wmJobMgr ZELStore zel EXPORT ZELStoreTargets
         RUNTIME COMPONENT runtime
         LIBRARY DESTINATION ${component_folder} COMPONENT runtime NAMELINK_COMPONENT development)
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES README.md CHANGELOG.md LICENSE SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT runtime FILES_MATCHING PATTERN *.md)
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(FILES docs/zel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
@@ -58,7 +58,7 @@ set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debiandocs.cmake)
 set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER "ZELStore maintainers <maintainers@zelstore.example>"
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The ZELStore authors <maintainers@zelstore.invalid>"
     CACHE STRING "Maintainer of the Debian packages")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME zelstore)

@@ -2,7 +2,7 @@
 
 #include "common/itobbaseimpl.h"
 #include "common/lock.h"
-#include "zelstore/database/izeldbimpl.h"
+#include "zelstore/query/querymanager.h"
 #include "zelstore/izelstorequery.h"
 
 namespace ZEL {
