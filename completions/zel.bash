@@ -63,7 +63,7 @@ _zel_complete() {
     values=$(_zel_values "$command" "$flag")
     if [ -z "$values" ]; then
         case $cur,$command in
-            -*) values=$(_zel_flags "$command") ;;
+            -*) values="$(_zel_flags "$command")${command:+ --store --config --verbose}" ;;
             *,ingest | *,enrich) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac

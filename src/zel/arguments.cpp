@@ -1,7 +1,15 @@
 #include "zel/arguments.h"
 
 #include <CLI/CLI.hpp>
+#include <memory>
 
+#include "zel/commands.h"
+#include "zel/terminal/textfit.h"
+
+// All that the command line knows. A command is one row of the table at the end and one function
+// that gives it its flags; its options (commands.h) are made when it is added and live as long as
+// what is to be run holds them. Global flags are taken anywhere: what a command does not know falls
+// through to the program.
 namespace zel {
 
 namespace {
@@ -13,6 +21,15 @@ const CLI::Validator& NotEmpty() {
         },
         "");
     return validator;
+}
+
+// Options for the command's flags to fill; when the command is given, `run` becomes `what` with
+// them.
+template <typename Options>
+Options& OptionsOf(CLI::App& command, Run& run, int (*what)(const Options&)) {
+    auto options = std::make_shared<Options>();
+    command.callback([options, what, &run] { run = [options, what] { return what(*options); }; });
+    return *options;
 }
 
 CLI::Option* AddText(CLI::App& command, const char* name, std::string& text, const char* kind,
@@ -69,10 +86,8 @@ void AddOutput(CLI::App& command, std::string& output) {
         ->type_name("FORM");
 }
 
-}  // namespace
-
-void AddQuery(CLI::App& app, QueryOptions& options) {
-    CLI::App& command = *app.add_subcommand("query", "Print events");
+void AddQuery(CLI::App& command, Run& run) {
+    QueryOptions& options = OptionsOf(command, run, RunQuery);
     command.footer(
         "Several values of one flag are alternatives; all flags that are given have to fit.\n"
         "Letter case does not matter. docs/query.md tells the rest.");
@@ -106,8 +121,8 @@ void AddQuery(CLI::App& app, QueryOptions& options) {
         ->type_name("FORM");
 }
 
-void AddEnrich(CLI::App& app, EnrichOptions& options) {
-    CLI::App& command = *app.add_subcommand("enrich", "Store enrichments for events");
+void AddEnrich(CLI::App& command, Run& run) {
+    EnrichOptions& options = OptionsOf(command, run, RunEnrich);
     command.footer(
         "Without --ndjson: KEY is an event's key as `ingest --print-keys` writes it, FILE holds\n"
         "one JSON value. With it: FILE holds lines {\"key\":\"...\",\"enrichment\":...}.");
@@ -122,8 +137,8 @@ void AddEnrich(CLI::App& app, EnrichOptions& options) {
     command.add_flag("--ndjson", options.ndjson, "Many enrichments, one on each line of FILE");
 }
 
-void AddIngest(CLI::App& app, IngestOptions& options) {
-    CLI::App& command = *app.add_subcommand("ingest", "Store event records, one JSON text a line");
+void AddIngest(CLI::App& command, Run& run) {
+    IngestOptions& options = OptionsOf(command, run, RunIngest);
     command
         .add_option("FILE", options.files,
                     "Files, plain or packed with gzip or xz; - or none: standard input")
@@ -142,8 +157,8 @@ void AddIngest(CLI::App& app, IngestOptions& options) {
         ->type_name("FILE");
 }
 
-void AddPurge(CLI::App& app, PurgeOptions& options) {
-    CLI::App& command = *app.add_subcommand("purge", "Delete the oldest folders to fit a size");
+void AddPurge(CLI::App& command, Run& run) {
+    PurgeOptions& options = OptionsOf(command, run, RunPurge);
     command
         .add_option("--max-size", options.maxSize,
                     "Such as 500M or 2G (M is 1,048,576 bytes); 0 for all that may go")
@@ -153,14 +168,14 @@ void AddPurge(CLI::App& app, PurgeOptions& options) {
     AddOutput(command, options.output);
 }
 
-void AddInfo(CLI::App& app, InfoOptions& options) {
-    CLI::App& command = *app.add_subcommand("info", "Tell what the store holds");
+void AddInfo(CLI::App& command, Run& run) {
+    InfoOptions& options = OptionsOf(command, run, RunInfo);
     command.add_flag("--check", options.check, "Read all of every database and tell damage");
     AddOutput(command, options.output);
 }
 
-void AddMonitor(CLI::App& app, MonitorOptions& options) {
-    CLI::App& command = *app.add_subcommand("monitor", "Tell when disk space runs short");
+void AddMonitor(CLI::App& command, Run& run) {
+    MonitorOptions& options = OptionsOf(command, run, RunMonitor);
     command.add_flag("--once", options.once, "Tell how it is now and end");
     command
         .add_option("--stop-below", options.stopBelow,
@@ -173,25 +188,85 @@ void AddMonitor(CLI::App& app, MonitorOptions& options) {
     AddOutput(command, options.output);
 }
 
-void AddSettings(CLI::App& app, SettingsOptions& options) {
-    CLI::App& command = *app.add_subcommand("settings", "Read or write a setting");
+void AddSettings(CLI::App& command, Run& run) {
     command.require_subcommand(1);
-    CLI::App& get = *command.add_subcommand("get", "Print a value");
-    CLI::App& set = *command.add_subcommand("set", "Store a value");
-    for (CLI::App* const action : {&get, &set}) {
-        action->add_option("KEY", options.key, "Such as ZEL\\Settings\\FDR")->required();
-        action->add_option("NAME", options.name, "Such as MAX_INCOMING_QUEUE_LENGTH")->required();
-    }
+    const auto add = [&](const char* name, const char* help, int (*what)(const SettingsOptions&)) {
+        CLI::App& action = *command.add_subcommand(name, help);
+        SettingsOptions& options = OptionsOf(action, run, what);
+        action.add_option("KEY", options.key, "Such as ZEL\\Settings\\FDR")->required();
+        action.add_option("NAME", options.name, "Such as MAX_INCOMING_QUEUE_LENGTH")->required();
+        return std::pair<CLI::App&, SettingsOptions&>(action, options);
+    };
+    add("get", "Print a value", RunSettingsGet);
+    auto [set, options] = add("set", "Store a value", RunSettingsSet);
     set.add_option("VALUE", options.value, "0 to 4294967295")->required();
 }
 
-void AddMachine(CLI::App& app, MachineOptions& options) {
-    CLI::App& command = *app.add_subcommand("machine", "The machine that paths are meant for");
+void AddMachine(CLI::App& command, Run& run) {
     command.require_subcommand(1);
     CLI::App& show = *command.add_subcommand("show", "Describe this machine as JSON");
+    MachineOptions& options = OptionsOf(show, run, RunMachineShow);
     show.add_option("--machine", options.file,
                     "Print what a description says in place of this machine")
         ->type_name("FILE");
+}
+
+constexpr struct {
+    const char* name;
+    const char* help;
+    void (*add)(CLI::App& command, Run& run);
+} rows[] = {
+    {"ingest", "Store event records, one JSON text a line", AddIngest},
+    {"query", "Print events", AddQuery},
+    {"enrich", "Store enrichments for events", AddEnrich},
+    {"purge", "Delete the oldest folders to fit a size", AddPurge},
+    {"info", "Tell what the store holds", AddInfo},
+    {"monitor", "Tell when disk space runs short", AddMonitor},
+    {"settings", "Read or write a setting", AddSettings},
+    {"machine", "The machine that paths are meant for", AddMachine},
+};
+
+// The innermost command that was given.
+const CLI::App& Given(const CLI::App& app) {
+    const auto below = app.get_subcommands();
+    return below.empty() ? app : Given(*below.front());
+}
+
+std::vector<std::string> FlagsOf(const CLI::App& command) {
+    std::vector<std::string> flags;
+    for (const CLI::App* app = &command; app != nullptr; app = app->get_parent())
+        for (const CLI::Option* const option : app->get_options())
+            for (const std::string& name : option->get_lnames())
+                flags.push_back("--" + name);
+    return flags;
+}
+
+std::vector<std::string> CommandsOf(const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::App* const below : command.get_subcommands({}))
+        names.push_back(below->get_name());
+    return names;
+}
+
+}  // namespace
+
+void AddCommands(CLI::App& app, Run& run) {
+    app.fallthrough();
+    for (const auto& row : rows)
+        row.add(*app.add_subcommand(row.name, row.help), run);
+}
+
+std::string UnknownWord(const CLI::App& app) {
+    const std::vector<std::string> left = app.remaining(true);
+    if (left.empty())
+        return "";
+    const std::string word = left.front().substr(0, left.front().find('='));
+    const CLI::App& given = Given(app);
+    const bool isFlag = word.starts_with('-');
+    const auto known = isFlag ? FlagsOf(given) : CommandsOf(given);
+    if (known.empty())
+        return "";
+    return UnknownName(isFlag ? "flag" : "command", word, {known.begin(), known.end()});
 }
 
 }  // namespace zel

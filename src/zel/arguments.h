@@ -1,21 +1,23 @@
 #pragma once
 
-#include "zel/commands.h"
+#include <functional>
+#include <string>
 
 namespace CLI {
 class App;
 }
 
+// The command line: which commands there are, and the flags of each.
 namespace zel {
 
-// The commands with their flags.
-void AddIngest(CLI::App& app, IngestOptions& options);
-void AddQuery(CLI::App& app, QueryOptions& options);
-void AddEnrich(CLI::App& app, EnrichOptions& options);
-void AddPurge(CLI::App& app, PurgeOptions& options);
-void AddInfo(CLI::App& app, InfoOptions& options);
-void AddMonitor(CLI::App& app, MonitorOptions& options);
-void AddSettings(CLI::App& app, SettingsOptions& options);
-void AddMachine(CLI::App& app, MachineOptions& options);
+// What the program is to do; gives the value that it ends with.
+using Run = std::function<int()>;
+
+// Adds every command. Parsing then sets `run`, which must live as long as `app`.
+void AddCommands(CLI::App& app, Run& run);
+
+// After parsing has failed: names the first command or flag that is not known, with the one that
+// was probably meant. Empty when that isn't what is wrong.
+std::string UnknownWord(const CLI::App& app);
 
 }  // namespace zel

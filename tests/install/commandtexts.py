@@ -66,10 +66,12 @@ def main():
     check("the manual page's flags", leaves, manual())
     check("what the formatter says", "", run("groff", "-ww", "-man", "-Tutf8", f"{SOURCE}/docs/zel.1").stderr)
     for path, flags in commands.items():
-        check(f"flags completed behind {path}", list(flags), completed(*path, "--"))
+        everywhere = [flag for flag in commands[()] if path and flag not in ("--help", "--version")]
+        offered = completed(*path, "--")
+        check(f"flags completed behind {path}", list(flags) + everywhere, offered)
         for flag, sign in flags.items():
             takes = re.match("[A-Z0-9]+(:|$)", sign) is not None
-            check(f"{flag} of {path} takes a value", takes, completed(*path, flag, "--") != list(flags))
+            check(f"{flag} of {path} takes a value", takes, completed(*path, flag, "--") != offered)
             if values := re.search(r"\{(.*)\}", sign):
                 check(f"values of {flag}", values[1].split(","), completed(*path, flag, ""))
                 check(f"values of {flag}=", values[1].split(","), completed(*path, flag, "=", ""))

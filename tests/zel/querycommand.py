@@ -26,7 +26,7 @@ def refusals(zel):
     cases = {
         ("",): "DOCUMENT: must not be empty",
         ("--action", ""): "--action: must not be empty",
-        ("--nosuch",): "nosuch",
+        ("--actoin", "create"): 'unknown flag "--actoin"; did you mean "--action"?',
         ("--limit", "-1"): "--limit: a number from 1 to 2147483647",
         ("--until", "yester"): "\n  yester\n  ^",
         ("--pattern", "a(b"): "\n  a(b\n     ^",
@@ -40,6 +40,11 @@ def refusals(zel):
             zel.check(f"{arguments} is refused", (2, b""), (ended.returncode, ended.stdout))
             zel.check(f"{arguments} says {words}", True, words in ended.stderr.decode())
     zel.check("a distance back is a time", 3, zel.run("query", "--since", "-2h").returncode)
+    words = (("qurey", "--store", "x"), ("settings", "gett"), ("query", "-v", "--since", "-2h", "--store", "/nosuch"))
+    zel.check("the command line as a whole", [
+        b'zel: unknown command "qurey"; did you mean "query"?\n',
+        b'zel: unknown command "gett"; did you mean "get"?\n',
+        b"zel: the store /nosuch does not exist\n"], [zel.run(*line).stderr for line in words])
 
 
 def outputs(zel, records):

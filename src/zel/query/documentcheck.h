@@ -28,9 +28,6 @@ struct PatternProblem {
 };
 std::optional<PatternProblem> TryPattern(const std::string& pattern, bool caseSensitive);
 
-// "unknown action "creat"; did you mean "create"?"
-std::string UnknownName(std::string_view what, std::string_view name,
-                        const std::vector<std::string_view>& known);
 std::vector<std::string_view> ActionNames();
 std::vector<std::string_view> ObjectTypeNames();  // those that a record can have
 

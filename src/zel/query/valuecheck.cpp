@@ -74,17 +74,6 @@ std::vector<std::string_view> ObjectTypeNames() {
     return names;
 }
 
-std::string UnknownName(std::string_view what, std::string_view name, const Strings& known) {
-    std::string text = "unknown " + std::string(what) + " \"" + Escaped(name) + "\"";
-    const std::string_view nearest = Nearest(name, known.data(), known.size());
-    if (!nearest.empty())
-        return text + "; did you mean \"" + std::string(nearest) + "\"?";
-    text += "; known:";
-    for (const std::string_view candidate : known)
-        text.append(" ").append(candidate);
-    return text;
-}
-
 std::optional<PatternProblem> TryPattern(const std::string& pattern, bool caseSensitive) {
     const auto flags = caseSensitive
                            ? boost::regex_constants::normal

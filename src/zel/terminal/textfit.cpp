@@ -174,4 +174,16 @@ std::string_view Nearest(std::string_view name, const std::string_view* known, s
     return best;
 }
 
+std::string UnknownName(std::string_view what, std::string_view name,
+                        const std::vector<std::string_view>& known) {
+    std::string text = "unknown " + std::string(what) + " \"" + Escaped(name) + "\"";
+    const std::string_view nearest = Nearest(name, known.data(), known.size());
+    if (!nearest.empty())
+        return text + "; did you mean \"" + std::string(nearest) + "\"?";
+    text += "; known:";
+    for (const std::string_view candidate : known)
+        text.append(" ").append(candidate);
+    return text;
+}
+
 }  // namespace zel

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Text that strangers wrote, as a terminal can show it: one line, no control character, in a known
 // number of columns. All is UTF-8.
@@ -24,5 +25,9 @@ std::string PointAt(std::string_view text, std::size_t at);
 
 // The name among `known` that was probably meant, or none.
 std::string_view Nearest(std::string_view name, const std::string_view* known, std::size_t count);
+
+// "unknown action "creat"; did you mean "create"?"
+std::string UnknownName(std::string_view what, std::string_view name,
+                        const std::vector<std::string_view>& known);
 
 }  // namespace zel
