@@ -7,11 +7,22 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string_view>
 
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 
+// Whether a directory is a store is told by what stands in it. A program that is pointed at a
+// person's documents by mistake must neither answer "no events" nor fill them with databases, and a
+// purge there would be a disaster. A store's own are the folders that are named as its databases
+// are and hold files that are named as LevelDB's are (one whose making or removal was cut off may
+// lack any one of them, or all), the place that following has reached, and what a file system of
+// its own brings along.
+
 namespace zel {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -34,11 +45,59 @@ bool HasToken(const wchar_t* token) {
     return wm::ResolvePathVariable(token, value) && !value.empty();
 }
 
+bool IsNumber(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+}
+
+bool IsDatabaseName(std::string_view name) {
+    constexpr std::size_t dateLength = 8, numberLength = 3;
+    return IsNumber(name) &&
+           (name.size() == dateLength || name.size() == dateLength + numberLength);
+}
+
+bool IsDatabaseFile(const std::string& name) {
+    const fs::path path(name);
+    const std::string kind = path.extension();
+    return name == "CURRENT" || name.starts_with("MANIFEST-") ||
+           ((kind == ".log" || kind == ".ldb") && IsNumber(path.stem().string()));
+}
+
+// What one entry of a store's directory says of it.
+StoreContent ContentOf(const fs::directory_entry& entry) {
+    const std::string name = entry.path().filename();
+    std::error_code error;
+    if (entry.symlink_status(error).type() != fs::file_type::directory)
+        return name.starts_with("zel.position") ? StoreContent::nothing : StoreContent::foreign;
+    if (name == "lost+found")
+        return StoreContent::nothing;
+    if (!IsDatabaseName(name))
+        return StoreContent::foreign;
+    bool isEmpty = true;
+    fs::directory_iterator file(entry.path(), error);
+    for (; !error && file != fs::directory_iterator(); file.increment(error)) {
+        if (IsDatabaseFile(file->path().filename()))
+            return StoreContent::databases;
+        const std::string other = file->path().filename();
+        isEmpty = isEmpty && (other == "LOCK" || other == "LOG" || other == "LOG.old");
+    }
+    return isEmpty ? StoreContent::nothing : StoreContent::foreign;
+}
+
+bool CheckContent(const std::string& directory, StoreNeed need, std::string* problem) {
+    if (need == StoreNeed::anywhere || LookIntoStore(directory) != StoreContent::foreign)
+        return true;
+    return Refuse(problem, need == StoreNeed::existing
+                               ? directory + " is no store: none of a store's folders is in it"
+                               : directory +
+                                     " is no store and holds other things; "
+                                     "`ingest --new` makes one there all the same");
+}
+
 bool CheckDirectory(const std::string& directory, StoreNeed need, std::string* problem) {
     constexpr mode_t ownerOnly = 0700;
     struct stat info {};
     bool exists = ::stat(directory.c_str(), &info) == 0;
-    if (!exists && need == StoreNeed::writable) {
+    if (!exists && need != StoreNeed::existing) {
         if (::mkdir(directory.c_str(), ownerOnly) != 0)
             return Refuse(problem,
                           "the store " + directory + " can't be made: " + std::strerror(errno));
@@ -47,11 +106,11 @@ bool CheckDirectory(const std::string& directory, StoreNeed need, std::string* p
     if (!exists || !S_ISDIR(info.st_mode))
         return Refuse(problem,
                       "the store " + directory + (exists ? " is no directory" : " does not exist"));
-    const int access = need == StoreNeed::writable ? R_OK | W_OK | X_OK : R_OK | X_OK;
+    const int access = need == StoreNeed::existing ? R_OK | X_OK : R_OK | W_OK | X_OK;
     if (::access(directory.c_str(), access) != 0)
         return Refuse(problem,
                       "the store " + directory + " can't be used: " + std::strerror(errno));
-    return true;
+    return CheckContent(directory, need, problem);
 }
 
 }  // namespace
@@ -83,6 +142,20 @@ bool NameDefaultSettings(std::string* problem) {
         return true;
     const std::string settings = DefaultSettingsFile();
     return settings.empty() || NamePath("ZELSettingsFile", settings, problem);
+}
+
+StoreContent LookIntoStore(const std::string& directory) {
+    StoreContent content = StoreContent::nothing;
+    std::error_code error;
+    fs::directory_iterator entry(directory, error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        const StoreContent one = ContentOf(*entry);
+        if (one == StoreContent::databases)
+            return one;
+        if (one == StoreContent::foreign)
+            content = one;
+    }
+    return content;
 }
 
 bool FindStore(StoreNeed need, std::string* directory, std::string* problem) {

@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <utility>
@@ -14,6 +16,24 @@
 #include "connection/storereports.h"
 
 namespace zel {
+
+namespace {
+
+// What is no fault, but should be known before the store is used.
+void TellState(const std::string& directory, StoreNeed need, ISessionListener& listener) {
+    constexpr mode_t ofOthers = 0077;
+    struct stat info {};
+    char mode[8] = "";
+    if (::stat(directory.c_str(), &info) == 0 && (info.st_mode & ofOthers) != 0) {
+        std::snprintf(mode, sizeof(mode), "%04o", static_cast<unsigned>(info.st_mode & 07777));
+        listener.Say("note: the store " + directory + " is open to others than its owner (mode " +
+                     mode + "); chmod 700 closes it");
+    }
+    if (need == StoreNeed::existing && LookIntoStore(directory) == StoreContent::nothing)
+        listener.Say("the store " + directory + " is empty");
+}
+
+}  // namespace
 
 // Readers of one store take turns. Whoever waits too long goes on all the same, and is told by the
 // store which folders it could not open. -1 when the directory can't be opened.
@@ -36,6 +56,7 @@ bool StoreSession::Open(StoreNeed need) {
         listener_.Say(problem);
         return false;
     }
+    TellState(directory, need, listener_);
     if (need == StoreNeed::existing)
         turn_ = TakeTurn(directory);
     const ZEL::TobResult loaded = wm::LoadInstalledObject(

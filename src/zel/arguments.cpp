@@ -144,6 +144,8 @@ void AddIngest(CLI::App& command, Run& run) {
                     "Files, plain or packed with gzip or xz; - or none: standard input")
         ->type_name("");
     command.add_flag("--print-keys", options.printKeys, "Write each record's key to stdout");
+    command.add_flag("--new", options.makesStore,
+                     "Make a store also in a directory that holds other things");
     command.add_flag_callback(
         "--no-receive-rows", [&options] { options.receiveRows = false; },
         "Store no receive-time rows, which `query --by receive` and --follow need");

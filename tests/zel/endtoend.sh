@@ -141,6 +141,23 @@ stores() {
   echo "ZELDataStore=$work/env" >zel.ini
   check "store by environment and by configuration" 1 "$("$bin/zel" --config zel.ini query | wc -l)"
 
+  # A directory of other things is not taken for a store, nor made one unless asked.
+  mkdir -p documents/20200101
+  touch documents/letter documents/20200101/photo
+  ends 3 "a question there" "$bin/zel" --store documents query
+  check "why not" "zel: documents is no store: none of a store's folders is in it" "$(cat err)"
+  ends 3 "a purge there" "$bin/zel" --store documents purge --max-size 0
+  run "$bin/zel" --store documents ingest - < <(record 1)
+  check "nothing is put there" "3 20200101 letter" "$code $(ls documents | xargs)"
+  run "$bin/zel" --store documents ingest --new - < <(record 1)
+  check "unless that is wanted" "0 1" "$code $("$bin/zel" --store documents query | wc -l)"
+  # One that holds nothing yet may become one, and its owner is warned of what others may do.
+  mkdir -m 755 fresh
+  run "$bin/zel" --store fresh query
+  check "an empty store" "1 zel: note: the store fresh is open to others than its owner (mode 0755); chmod 700 closes it zel: the store fresh is empty" "$code $(xargs -d '\n' <err | xargs -0 printf %s)"
+  run "$bin/zel" --store fresh ingest - < <(record 1)
+  check "becomes a store" 0 "$code"
+
   # A folder that is no database, and one whose files went bad, cost only themselves.
   record 2 | zel ingest 2>/dev/null
   cp -r "store/$(ls store)" store/20200101
@@ -190,6 +207,7 @@ names() { grep -o '"name":"[^"]*' "${1:-out}" | cut -d'"' -f4 | xargs; }
 # Five folders of 1 MiB each.
 oldstore() {
   rm -rf store
+  mkdir -m 700 store
   for folder in 20260101 20260101001 20260101999 20260102 foreign; do
     mkdir -p store/$folder
     truncate -s 1M store/$folder/000005.ldb
@@ -269,7 +287,7 @@ inuse() {
 }
 
 monitor() {
-  mkdir store
+  mkdir -m 700 store
   run zel monitor --once -o json
   check "once" "0 1" "$code $(grep -c '"state":"[a-z]*","free_mb":[0-9]*}$' out)"
   run zel monitor --once --stop-below 4294967295 -o table

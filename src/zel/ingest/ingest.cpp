@@ -282,7 +282,7 @@ int RunIngest(const IngestOptions& options) {
         return exitCode::usage;
     }
     StoreSession store(Terminal());
-    if (!store.Open(StoreNeed::writable))
+    if (!store.Open(options.makesStore ? StoreNeed::anywhere : StoreNeed::writable))
         return exitCode::noStore;
     Output output;
     Follower* follower = nullptr;
