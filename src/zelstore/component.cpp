@@ -1,29 +1,10 @@
 #include "zelstore/component.h"
 
-#include <new>
-
 #include "common/itobbaseimpl.h"
 #include "zelstore/diskmonitor/diskspacemonitor.h"
 #include "zelstore/diskmonitor/diskspacemonitormanager.h"
 #include "zelstore/eventsquery.h"
 #include "zelstore/eventstoreproxy.h"
-
-namespace ZEL {
-
-namespace {
-
-template <typename T>
-TobResult GiveFactory(ITobFactory** factory) {
-    auto* const made = new (std::nothrow) CTobFactoryImpl<T>();
-    if (made == nullptr)
-        return TOBERR_OUT_OF_MEMORY;
-    made->AddRef();
-    *factory = made;
-    return TOB_OK;
-}
-
-}  // namespace
-}  // namespace ZEL
 
 extern "C" ZEL::TobResult GetFactory(const ZEL::GUID& objectId, ZEL::ITobFactory** factory) {
     using namespace ZEL;

@@ -28,8 +28,7 @@ HRESULT OnManager(HRESULT disabled, Operation&& operation) noexcept {
 
 TobResult EventsQuery::QueryInterface(const GUID& iid, void** out) {
     IZelStoreQuery2* const face = this;
-    const InterfaceRow rows[] = {{iidZelStoreQuery, face}, {iidZelStoreQuery2, face}};
-    return FindInterface(rows, iid, this, out);
+    return Answer(iid, out, {{iidZelStoreQuery, face}, {iidZelStoreQuery2, face}});
 }
 
 QueryId EventsQuery::Id() const {

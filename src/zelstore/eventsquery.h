@@ -9,13 +9,9 @@ namespace ZEL {
 
 // A query on a thread of its own, as a host holds it: the name of an entry in the query manager.
 // All operations may be called from any thread. Dropping it leaves the query running.
-class EventsQuery final : public IZelStoreQuery2,
-                          public ITobBaseImpl<CTobThreadSafeRefCount>,
-                          public vodLib::NonCopyable {
+class EventsQuery final : public TobObject<IZelStoreQuery2> {
 public:
     TobResult QueryInterface(const GUID& iid, void** out) override;
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     HRESULT ReservedA() override { return hr::ok; }
     HRESULT ReservedB() override { return hr::ok; }
@@ -25,15 +21,10 @@ public:
     HRESULT Pause() override;
     HRESULT Resume() override;
 
-    virtual ITobBase* GetOwner() { return owner_.Get(); }
-    virtual ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }
-    virtual TobResult AttachOwner(ITobBase* owner) { return owner_.Attach(owner); }
-
 private:
     QueryId Id() const EXCLUDES(idLock_);
     void SetId(const QueryId& id) EXCLUDES(idLock_);
 
-    ObjectOwnership owner_;
     mutable wm::Lock idLock_;
     QueryId queryId_ GUARDED_BY(idLock_);  // all zero until a start succeeds
 };

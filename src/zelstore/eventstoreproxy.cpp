@@ -20,11 +20,14 @@ EventStoreProxy::EventStoreProxy() : core_(EventStoreImpl::GetInstance()) {}
 
 TobResult EventStoreProxy::QueryInterface(const GUID& iid, void** out) {
     IEventStore7* const face = this;
-    const InterfaceRow rows[] = {{iidEventStore, face},  {iidEventStore2, face},
-                                 {iidEventStore3, face}, {iidEventStore4, face},
-                                 {iidEventStore5, face}, {iidEventStore6, face},
-                                 {iidEventStore7, face}};
-    return FindInterface(rows, iid, this, out);
+    return Answer(iid, out,
+                  {{iidEventStore, face},
+                   {iidEventStore2, face},
+                   {iidEventStore3, face},
+                   {iidEventStore4, face},
+                   {iidEventStore5, face},
+                   {iidEventStore6, face},
+                   {iidEventStore7, face}});
 }
 
 template <typename Operation>

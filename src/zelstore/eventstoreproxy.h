@@ -14,15 +14,11 @@ class EventStoreImpl;
 // What a host holds: a thin object that shares the one store core of the process and numbers the
 // keys that are made through it. The core may be missing when memory ran out; every operation but
 // those on keys then answers 0x8007000E for the rest of the proxy's life.
-class EventStoreProxy final : public IEventStore7,
-                              public ITobBaseImpl<CTobThreadSafeRefCount>,
-                              public vodLib::NonCopyable {
+class EventStoreProxy final : public TobObject<IEventStore7> {
 public:
     EventStoreProxy();
 
     TobResult QueryInterface(const GUID& iid, void** out) override;
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     HRESULT MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) override;
     HRESULT Insert(IStringValue* key, IStringValue* value) override;
@@ -43,10 +39,6 @@ public:
     HRESULT MakeFlaggedEnrichmentKey(IStringValue* baseKey, bool silentEnrichment,
                                      IStringValue** key) override;
 
-    virtual ITobBase* GetOwner() { return owner_.Get(); }
-    virtual ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }
-    virtual TobResult AttachOwner(ITobBase* owner) { return owner_.Attach(owner); }
-
 private:
     // Runs `operation` on the core, and answers for a missing core and for exceptions.
     template <typename Operation>
@@ -56,7 +48,6 @@ private:
     static HRESULT GiveKey(IStringValue** key, Make&& make) noexcept;
     HRESULT GiveEventKey(IStringValue* text, IStringValue** key) noexcept;
 
-    ObjectOwnership owner_;
     std::shared_ptr<EventStoreImpl> core_;
     KeyCounter keyState_;
     EventKeyMaker eventKeys_;

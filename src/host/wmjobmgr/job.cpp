@@ -16,8 +16,7 @@ ZEL::CountedPtr<Job> Job::Create(const ZEL::GUID& id, std::wstring name, IListen
 ZEL::TobResult Job::QueryInterface(const ZEL::GUID& iid, void** out) {
     ZEL::IJob* const job = this;
     ZEL::IJobInfo* const info = this;
-    const ZEL::InterfaceRow rows[] = {{ZEL::iidJob, job}, {ZEL::iidJobInfo, info}};
-    return ZEL::FindInterface(rows, iid, job, out);
+    return Answer(iid, out, {{ZEL::iidJob, job}, {ZEL::iidJobInfo, info}});
 }
 
 HRESULT Job::GetId(ZEL::GUID* id) {

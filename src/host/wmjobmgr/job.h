@@ -21,10 +21,7 @@ struct Definition {
 
 // One job: a function of the host that runs on a thread of its own, one run at a time. Its changes
 // of status and of schedule are told to the manager, under no lock.
-class Job final : public ZEL::IJob,
-                  public ZEL::IJobInfo,
-                  public ZEL::ITobBaseImpl<ZEL::CTobThreadSafeRefCount>,
-                  public vodLib::NonCopyable {
+class Job final : public ZEL::TobObject<ZEL::IJob, ZEL::IJobInfo> {
 public:
     // The manager's ears. They outlive the job.
     class IListener {
@@ -44,8 +41,6 @@ public:
     static ZEL::CountedPtr<Job> Create(const ZEL::GUID& id, std::wstring name, IListener& listener);
 
     ZEL::TobResult QueryInterface(const ZEL::GUID& iid, void** out) override;
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ZEL::ReleaseObject(this, refCount_, owner_); }
 
     ZEL::HRESULT GetId(ZEL::GUID* id) override;
     ZEL::HRESULT GetStatus(std::int32_t* status) override;
@@ -79,7 +74,6 @@ private:
     void ScheduleLocked(const Trigger& trigger, bool isFirst) REQUIRES(lock_);
     void MakeUpLocked() REQUIRES(lock_);
 
-    ZEL::ObjectOwnership owner_;
     const ZEL::GUID id_;
     IListener& listener_;
     mutable wm::Lock lock_{wm::LockRank::job};

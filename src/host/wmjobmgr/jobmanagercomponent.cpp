@@ -9,19 +9,9 @@ using namespace ZEL;
 namespace {
 
 // The jobs at one moment.
-class JobList final : public IJobList,
-                      public ITobBaseImpl<CTobThreadSafeRefCount>,
-                      public vodLib::NonCopyable {
+class JobList final : public TobObjectOf<IJobList, iidJobList> {
 public:
     explicit JobList(std::vector<CountedPtr<Job>> jobs) : jobs_(std::move(jobs)) {}
-
-    TobResult QueryInterface(const GUID& iid, void** out) override {
-        IJobList* const face = this;
-        const InterfaceRow rows[] = {{iidJobList, face}};
-        return FindInterface(rows, iid, face, out);
-    }
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     std::size_t Count() override { return jobs_.size(); }
     HRESULT GetItem(std::size_t index, ITobBase** item) override {
@@ -34,23 +24,12 @@ public:
     }
 
 private:
-    ObjectOwnership owner_;
     const std::vector<CountedPtr<Job>> jobs_;
 };
 
-class StoredDefinition final : public IJobDefinition,
-                               public ITobBaseImpl<CTobThreadSafeRefCount>,
-                               public vodLib::NonCopyable {
+class StoredDefinition final : public TobObjectOf<IJobDefinition, iidJobDefinition> {
 public:
     explicit StoredDefinition(Definition definition) : definition_(std::move(definition)) {}
-
-    TobResult QueryInterface(const GUID& iid, void** out) override {
-        IJobDefinition* const face = this;
-        const InterfaceRow rows[] = {{iidJobDefinition, face}};
-        return FindInterface(rows, iid, face, out);
-    }
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     HRESULT GetEnabled(bool* enabled) override {
         if (enabled == nullptr)
@@ -69,23 +48,16 @@ public:
     }
 
 private:
-    ObjectOwnership owner_;
     const Definition definition_;
 };
 
-class JobManager final : public IJobManager,
-                         public IJobRegistry,
-                         public ITobBaseImpl<CTobThreadSafeRefCount>,
-                         public vodLib::NonCopyable {
+class JobManager final : public TobObject<IJobManager, IJobRegistry> {
 public:
     TobResult QueryInterface(const GUID& iid, void** out) override {
         IJobManager* const manager = this;
         IJobRegistry* const registry = this;
-        const InterfaceRow rows[] = {{iidJobManager, manager}, {iidJobRegistry, registry}};
-        return FindInterface(rows, iid, manager, out);
+        return Answer(iid, out, {{iidJobManager, manager}, {iidJobRegistry, registry}});
     }
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     HRESULT SetStatusCallback(wmJobMgr::IStatusCallback* callback) override {
         return Guarded([&] {
@@ -130,11 +102,6 @@ public:
             return hr::ok;
         });
     }
-
-    ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }
-
-private:
-    ObjectOwnership owner_;
 };
 
 }  // namespace
@@ -145,12 +112,7 @@ extern "C" __attribute__((visibility("default"))) ZEL::TobResult GetFactory(
     using namespace ZEL;
     if (factory == nullptr || !(objectId == iidJobManager))
         return TOBERR_INVALID_ARG;
-    auto* const made = new (std::nothrow) CTobFactoryImpl<wmjobmgr::JobManager>();
-    if (made == nullptr)
-        return TOBERR_OUT_OF_MEMORY;
-    made->AddRef();
-    *factory = made;
-    return TOB_OK;
+    return GiveFactory<wmjobmgr::JobManager>(factory);
 }
 
 extern "C" __attribute__((visibility("default"))) std::uint32_t GetObjectCount() {

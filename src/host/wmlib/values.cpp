@@ -16,26 +16,8 @@ namespace {
 
 using namespace ZEL;
 
-// Counting for the classes of this file, which never have an owner.
-template <typename Interface, const GUID& interfaceId>
-class Counted : public Interface,
-                public ITobBaseImpl<CTobThreadSafeRefCount>,
-                public vodLib::NonCopyable {
-public:
-    TobResult QueryInterface(const GUID& iid, void** out) override {
-        Interface* const face = this;
-        const InterfaceRow rows[] = {{interfaceId, face}};
-        return FindInterface(rows, iid, this, out);
-    }
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, noOwner_); }
-
-private:
-    ObjectOwnership noOwner_;
-};
-
 // The characters stand right behind the object, in the same allocation.
-class StringValue final : public Counted<IStringValue, iidStringValue> {
+class StringValue final : public TobObjectOf<IStringValue, iidStringValue> {
 public:
     // With one reference; null when memory runs out.
     static StringValue* Create(std::wstring_view text) noexcept {
@@ -89,7 +71,7 @@ private:
     std::size_t length_ = 0;
 };
 
-class ValueRecord final : public Counted<IValueRecord, iidValueRecord> {
+class ValueRecord final : public TobObjectOf<IValueRecord, iidValueRecord> {
 public:
     std::size_t Count() override { return values_.size(); }
     IStringValue* GetText(std::size_t index) override {
@@ -127,7 +109,7 @@ private:
     std::vector<Value> values_;
 };
 
-class ValueCollection final : public Counted<IValueCollection, iidValueCollection> {
+class ValueCollection final : public TobObjectOf<IValueCollection, iidValueCollection> {
 public:
     bool Add(IStringValue* value) override {
         return value != nullptr && Append({CountedPtr<IStringValue>(value), {}});

@@ -29,23 +29,9 @@ bool ToName(const wchar_t* text, std::string& utf8) {
     return text != nullptr && wm::ToUtf8(text, utf8) && SettingsFile::IsName(utf8);
 }
 
-// What the settings objects share. They have no owner of their own.
-class SettingsObject : public ITobBaseImpl<CTobThreadSafeRefCount>, public vodLib::NonCopyable {
-protected:
-    ObjectOwnership owner_;
-};
-
-class SettingsKey final : public ISettingsKey, public SettingsObject {
+class SettingsKey final : public TobObjectOf<ISettingsKey, iidSettingsKey> {
 public:
     explicit SettingsKey(std::string path) : path_(std::move(path)) {}
-
-    TobResult QueryInterface(const GUID& iid, void** out) override {
-        ISettingsKey* const face = this;
-        const InterfaceRow rows[] = {{iidSettingsKey, face}};
-        return FindInterface(rows, iid, this, out);
-    }
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     TobResult Load() { return TheFile().Load(path_, &numbers_); }
     // Only what was written here: another key object may have changed the rest in the meantime.
@@ -85,16 +71,8 @@ private:
     SettingsFile::Numbers written_;  // since the last Save
 };
 
-class SettingsManager final : public ISettingsManager, public SettingsObject {
+class SettingsManager final : public TobObjectOf<ISettingsManager, iidSettingsManager> {
 public:
-    TobResult QueryInterface(const GUID& iid, void** out) override {
-        ISettingsManager* const face = this;
-        const InterfaceRow rows[] = {{iidSettingsManager, face}};
-        return FindInterface(rows, iid, this, out);
-    }
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
-
     TobResult OpenKey(const wchar_t* path, ISettingsKey** key) override {
         if (key == nullptr)
             return TOBERR_INVALID_ARG;
@@ -115,8 +93,6 @@ public:
         auto* const own = dynamic_cast<SettingsKey*>(key);
         return own != nullptr ? Guarded([&] { return own->Save(); }) : TOBERR_INVALID_ARG;
     }
-
-    ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }
 };
 
 }  // namespace
@@ -127,12 +103,7 @@ extern "C" __attribute__((visibility("default"))) ZEL::TobResult GetFactory(
     using namespace ZEL;
     if (factory == nullptr || !(objectId == settingsManagerObjectId))
         return TOBERR_INVALID_ARG;
-    auto* const made = new (std::nothrow) CTobFactoryImpl<wmset::SettingsManager>();
-    if (made == nullptr)
-        return TOBERR_OUT_OF_MEMORY;
-    made->AddRef();
-    *factory = made;
-    return TOB_OK;
+    return GiveFactory<wmset::SettingsManager>(factory);
 }
 
 extern "C" __attribute__((visibility("default"))) std::uint32_t GetObjectCount() {

@@ -55,85 +55,98 @@ protected:
     RefCount refCount_;
 };
 
-// One row of a class's list of interfaces: the identifier, and the face that answers it.
-struct InterfaceRow {
-    GUID iid;
-    void* face;
-};
-
-// `QueryInterface` over a list of rows; the all-zero identifier gives the first row's face.
-template <std::size_t n>
-TobResult FindInterface(const InterfaceRow (&rows)[n], const GUID& iid, ITobBase* object,
-                        void** out) {
-    if (out == nullptr)
-        return TOBERR_INVALID_ARG;
-    *out = nullptr;
-    for (const InterfaceRow& row : rows) {
-        if (iid == iidTobBase || iid == row.iid) {
-            *out = row.face;
-            object->AddRef();
-            return TOB_OK;
-        }
-    }
-    return TOBERR_NO_INTERFACE;
-}
-
-// The owner that every public object may have: the loader that is told when the object goes.
-class ObjectOwnership {
+// The base of every public object: the faces of its interfaces, its count and its owner. A class
+// adds its interfaces' own operations and `QueryInterface`, which is `Answer` with the list of what
+// it answers.
+//
+// Callers in other modules go by the place of an operation in a face's table, so the order of bases
+// and of operations is a contract: first the interfaces, and behind the first one's operations
+// those on the owner.
+template <typename... Interfaces>
+class TobObject : public Interfaces...,
+                  public ITobBaseImpl<CTobThreadSafeRefCount>,
+                  public vodLib::NonCopyable {
 public:
-    ITobBase* Get() const noexcept { return owner_.Get(); }
+    std::int64_t AddRef() final { return refCount_.Increment(); }
 
-    ITobBase* Set(ITobBase* owner) noexcept {
+    // The owner is taken out first: its module holds the code of the destructor that is about to
+    // run.
+    std::int64_t Release() final {
+        const std::int64_t left = refCount_.Decrement();
+        if (left != 0)
+            return left;
+        const CountedPtr<ITobBase> owner = owner_;
+        delete this;
+        if (owner)
+            IgnoreResult(static_cast<IObjectOwner*>(owner.Get())->ReleaseModule(ModuleHandle()),
+                         "the object is gone, nobody is left to be told");
+        return 0;
+    }
+
+    // Without a new reference; null when there is none.
+    virtual ITobBase* GetOwner() { return owner_.Get(); }
+
+    virtual ITobBase* SetOwner(ITobBase* owner) {
         if (owner != owner_.Get())
             owner_ = CountedPtr<ITobBase>(owner);
         return owner;
     }
 
-    TobResult Attach(ITobBase* owner) {
+    // As SetOwner, after the owner was told; when it refuses, the former one stays.
+    virtual TobResult AttachOwner(ITobBase* owner) {
         if (owner != nullptr) {
-            const TobResult result =
-                static_cast<IObjectOwner*>(owner)->AddRefModule(ModuleHandle());
-            if (Failed(result))
-                return result;
+            const TobResult told = static_cast<IObjectOwner*>(owner)->AddRefModule(ModuleHandle());
+            if (Failed(told))
+                return told;
         }
-        Set(owner);
+        SetOwner(owner);
         return TOB_OK;
     }
 
-    CountedPtr<ITobBase> Share() const noexcept { return owner_; }
+protected:
+    // The identifier of an interface, and the face that answers it.
+    struct Face {
+        GUID iid;
+        void* face;
+    };
+
+    // Body of QueryInterface; the all-zero identifier gives the first face.
+    template <std::size_t n>
+    TobResult Answer(const GUID& iid, void** out, const Face (&faces)[n]) {
+        if (out == nullptr)
+            return TOBERR_INVALID_ARG;
+        *out = nullptr;
+        for (const Face& row : faces) {
+            if (iid == iidTobBase || iid == row.iid) {
+                *out = row.face;
+                AddRef();
+                return TOB_OK;
+            }
+        }
+        return TOBERR_NO_INTERFACE;
+    }
 
 private:
     CountedPtr<ITobBase> owner_;
 };
 
-// Body of every public object's Release. The owner is taken out first, since it must outlive the
-// destructor of the object that may be the last user of the owner's module.
-template <typename T>
-std::int64_t ReleaseObject(T* object, CTobThreadSafeRefCount& count, const ObjectOwnership& own) {
-    const std::int64_t left = count.Decrement();
-    if (left != 0)
-        return left;
-    const CountedPtr<ITobBase> owner = own.Share();
-    delete object;
-    if (owner)
-        IgnoreResult(static_cast<IObjectOwner*>(owner.Get())->ReleaseModule(ModuleHandle()),
-                     "the object is gone, nobody is left to be told");
-    return 0;
-}
+// A public object with one interface.
+template <typename Interface, const GUID& interfaceId>
+class TobObjectOf : public TobObject<Interface> {
+public:
+    TobResult QueryInterface(const GUID& iid, void** out) final {
+        return this->Answer(iid, out, {{interfaceId, static_cast<Interface*>(this)}});
+    }
+};
 
 // The factory of class T. T offers QueryInterface, SetOwner and a constructor without arguments.
 template <typename T>
-class CTobFactoryImpl final : public ITobFactory2,
-                              public ITobBaseImpl<CTobThreadSafeRefCount>,
-                              public vodLib::NonCopyable {
+class CTobFactoryImpl final : public TobObject<ITobFactory2> {
 public:
     TobResult QueryInterface(const GUID& iid, void** out) override {
         ITobFactory2* const face = this;
-        const InterfaceRow rows[] = {{iidTobFactory, face}, {iidTobFactory2, face}};
-        return FindInterface(rows, iid, this, out);
+        return this->Answer(iid, out, {{iidTobFactory, face}, {iidTobFactory2, face}});
     }
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     TobResult CreateInstance(const GUID& iid, void** out) override {
         return CreateInstance(iid, out, nullptr);
@@ -159,13 +172,18 @@ public:
             return TOBERR_OUT_OF_MEMORY;
         }
     }
-
-    virtual ITobBase* GetOwner() { return owner_.Get(); }
-    virtual ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }
-    virtual TobResult AttachOwner(ITobBase* owner) { return owner_.Attach(owner); }
-
-private:
-    ObjectOwnership owner_;
 };
+
+// Body of a component's GetFactory, for the class that was asked for: a new factory with one
+// reference.
+template <typename T>
+TobResult GiveFactory(ITobFactory** factory) noexcept {
+    auto* const made = new (std::nothrow) CTobFactoryImpl<T>();
+    if (made == nullptr)
+        return TOBERR_OUT_OF_MEMORY;
+    made->AddRef();
+    *factory = made;
+    return TOB_OK;
+}
 
 }  // namespace ZEL

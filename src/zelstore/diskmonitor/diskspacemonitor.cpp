@@ -20,10 +20,10 @@ TobResult DiskSpaceMonitor::QueryInterface(const GUID& iid, void** out) {
     IMonitorRegistration* const registration = this;
     IMonitorConfiguration* const configuration = this;
     IMonitorLifetime* const lifetime = this;
-    const InterfaceRow rows[] = {{iidMonitorRegistration, registration},
-                                 {iidMonitorConfiguration, configuration},
-                                 {iidMonitorLifetime, lifetime}};
-    return FindInterface(rows, iid, registration, out);
+    return Answer(iid, out,
+                  {{iidMonitorRegistration, registration},
+                   {iidMonitorConfiguration, configuration},
+                   {iidMonitorLifetime, lifetime}});
 }
 
 HRESULT DiskSpaceMonitor::Subscribe(IMonitorSubscriber* subscriber) {

@@ -18,21 +18,20 @@ class SpaceWatch;
 //
 // Any thread may use it. The last Release ends the thread and waits for it; from within a
 // subscriber's call it doesn't wait, and the thread ends behind that call.
-class DiskSpaceMonitor final : public IMonitorRegistration,
-                               public IMonitorConfiguration,
-                               public IMonitorLifetime,
-                               public ITobBaseImpl<CTobThreadSafeRefCount>,
-                               public vodLib::NonCopyable {
+class DiskSpaceMonitor final
+    : public TobObject<IMonitorRegistration, IMonitorConfiguration, IMonitorLifetime> {
 public:
     static constexpr std::uint32_t pollingPeriodMs = 60000;
 
     explicit DiskSpaceMonitor(std::uint32_t periodMs = pollingPeriodMs);
     ~DiskSpaceMonitor() override;
 
-    TobResult QueryInterface(const GUID& iid, void** out) override;
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
+    // The thread's body, and an announcement with one reference, or null. Both stand in the class's
+    // own table, behind the operations on the owner.
+    virtual void Run();
+    virtual IMonitorEvent* MakeEvent(DiskState state);
 
+    TobResult QueryInterface(const GUID& iid, void** out) override;
     HRESULT Subscribe(IMonitorSubscriber* subscriber) override;
     HRESULT Unsubscribe(IMonitorSubscriber* subscriber) override;
     HRESULT SetThresholds(std::uint32_t stopThreshold, std::uint32_t resumePercentage) override;
@@ -40,20 +39,10 @@ public:
     HRESULT Stop() override;
     HRESULT Wait() override;
 
-    virtual ITobBase* GetOwner() { return owner_.Get(); }
-    virtual ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }
-    virtual TobResult AttachOwner(ITobBase* owner) { return owner_.Attach(owner); }
-
-    // The thread's body.
-    virtual void Run();
-    // With one reference, or null.
-    virtual IMonitorEvent* MakeEvent(DiskState state);
-
     // One look at the volume of `path`.
     void CheckFreeSpace(const std::wstring& path);
 
 private:
-    ObjectOwnership owner_;
     const std::uint32_t periodMs_;
     const std::shared_ptr<SpaceWatch> watch_;
     wm::Lock startLock_;

@@ -42,8 +42,7 @@ bool ResetReported(CountedEvent& event) {
 
 TobResult CJobWorkerController::QueryInterface(const GUID& iid, void** out) {
     wmJobMgr::IStatusCallback* const face = this;
-    const InterfaceRow rows[] = {{wmJobMgr::iidStatusCallback, face}};
-    return FindInterface(rows, iid, face, out);
+    return Answer(iid, out, {{wmJobMgr::iidStatusCallback, face}});
 }
 
 HRESULT CJobWorkerController::Initialize() {

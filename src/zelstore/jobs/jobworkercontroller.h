@@ -12,14 +12,9 @@ namespace ZEL {
 // manager, starts it, waits for it and changes its schedule. While it is attached, the manager
 // holds a reference to it, which Detach gives back. A wait ends with the status that it waits for,
 // with its cancel event, or with Uninitialize.
-class CJobWorkerController final : public IZELJobController,
-                                   public wmJobMgr::IStatusCallback,
-                                   public ITobBaseImpl<CTobThreadSafeRefCount>,
-                                   public vodLib::NonCopyable {
+class CJobWorkerController final : public TobObject<IZELJobController, wmJobMgr::IStatusCallback> {
 public:
     TobResult QueryInterface(const GUID& iid, void** out) override;
-    std::int64_t AddRef() override { return refCount_.Increment(); }
-    std::int64_t Release() override { return ReleaseObject(this, refCount_, owner_); }
 
     HRESULT Initialize() override;
     HRESULT Uninitialize() override;
@@ -47,10 +42,6 @@ public:
     HRESULT OnStatusChanged(IJobStatus* status) override;
     HRESULT Reserved() override { return hr::ok; }
 
-    virtual ITobBase* GetOwner() { return owner_.Get(); }
-    virtual ITobBase* SetOwner(ITobBase* owner) { return owner_.Set(owner); }
-    virtual TobResult AttachOwner(ITobBase* owner) { return owner_.Attach(owner); }
-
 private:
     HRESULT Follow(IJobManager& manager, const CountedPtr<IJob>& job, const GUID& id);
     void TakeStatus(IJob& job);
@@ -59,7 +50,6 @@ private:
     HRESULT SyncFromDefinition(IJobDefinition& definition);
     HRESULT WaitForStart(std::uint64_t knownStarts, HANDLE cancel);
 
-    ObjectOwnership owner_;
     LazyInterface<IJobManager> jobManager_;
     LazyInterface<IJob> job_;
     CountedEvent jobEndedEvent_;    // the status turned to 7 or 8
