@@ -69,9 +69,9 @@ public:
         if (child_ == 0) {
             ::close(ends[0]);
             LevelDbInstanceProxy proxy(folder);
-            char byte = Succeeded(proxy.Hold(true)) ? 'y' : 'n';
+            char byte = Succeeded(proxy.Hold(IfMissing::create)) ? 'y' : 'n';
             if (::write(ends[1], &byte, 1) == 1 && ::read(ends[1], &byte, 1) == 0)
-                proxy.Release(false);
+                proxy.Release();
             ::_exit(0);
         }
         ::close(ends[1]);

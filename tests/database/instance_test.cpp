@@ -26,25 +26,25 @@ protected:
         ADD_FAILURE() << "no file " << part;
         return {};
     }
-    HRESULT Open(bool create) {
+    HRESULT Open(IfMissing ifMissing) {
         LevelDbInstanceProxy proxy(store.Folder(name));
         InstancePtr instance;
-        return proxy.GetInstance(&instance, create);
+        return proxy.GetInstance(&instance, ifMissing);
     }
 
     test::TempStore store;
 };
 
 TEST_F(InstanceTest, OpeningWithoutCreateLeavesForeignFoldersAlone) {
-    EXPECT_EQ(Open(false), hr::fail);
+    EXPECT_EQ(Open(IfMissing::fail), hr::fail);
     EXPECT_FALSE(store.Exists(name));
     store.MakeFolder(name);
     store.WriteFile(name + "/notes.txt", "mine");
-    EXPECT_EQ(Open(false), hr::fail);
+    EXPECT_EQ(Open(IfMissing::fail), hr::fail);
     EXPECT_EQ(store.List(name), std::set<std::string>{"notes.txt"});
     std::filesystem::create_directory_symlink(store.Path(), store.Path() / "link");
     LevelDbInstanceProxy linked(store.Folder("link"));
-    EXPECT_EQ(linked.Hold(true), hr::fail) << "links are not followed";
+    EXPECT_EQ(linked.Hold(IfMissing::create), hr::fail) << "links are not followed";
     EXPECT_FALSE(store.Exists("CURRENT"));
 }
 
@@ -71,11 +71,12 @@ TEST_F(InstanceTest, WhatIsBrokenTellsHow) {
     for (const auto& row : rows) {
         std::filesystem::remove_all(store.Path() / name);
         MakeDatabase();
-        ASSERT_EQ(Open(false), hr::ok);
+        ASSERT_EQ(Open(IfMissing::fail), hr::ok);
         row.breakIt();
-        EXPECT_EQ(Open(false), row.expected) << row.what;
+        EXPECT_EQ(Open(IfMissing::fail), row.expected) << row.what;
     }
-    EXPECT_EQ(Open(true), hr::deviceError) << "a file in the place of a folder to be made";
+    EXPECT_EQ(Open(IfMissing::create), hr::deviceError)
+        << "a file in the place of a folder to be made";
 }
 
 TEST_F(InstanceTest, WhatALogHasLostIsReported) {
@@ -84,7 +85,7 @@ TEST_F(InstanceTest, WhatALogHasLostIsReported) {
     log.seekp(40) << '?';
     log.close();
     const test::RecordingReports reports;
-    EXPECT_EQ(Open(false), hr::ok);
+    EXPECT_EQ(Open(IfMissing::fail), hr::ok);
     ASSERT_EQ(reports.Count(), 1u);
     EXPECT_EQ(reports.At(0).Label(), wm::reportLabel::damagedData);
 }
@@ -94,20 +95,20 @@ TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {
     LevelDbInstanceProxy proxy(store.Folder(name));
     {
         InstancePtr first, second;
-        ASSERT_EQ(proxy.GetInstance(&first, false), hr::ok);
-        ASSERT_EQ(proxy.GetInstance(&second, false), hr::ok);
+        ASSERT_EQ(proxy.GetInstance(&first, IfMissing::fail), hr::ok);
+        ASSERT_EQ(proxy.GetInstance(&second, IfMissing::fail), hr::ok);
         EXPECT_EQ(first, second);
     }
     EXPECT_EQ(proxy.PeekInstance(), nullptr) << "the last user closes it";
-    ASSERT_EQ(proxy.Hold(false), hr::ok);
-    ASSERT_EQ(proxy.Hold(false), hr::ok);
-    proxy.Release(false);
+    ASSERT_EQ(proxy.Hold(IfMissing::fail), hr::ok);
+    ASSERT_EQ(proxy.Hold(IfMissing::fail), hr::ok);
+    proxy.Release();
     EXPECT_NE(proxy.PeekInstance(), nullptr) << "held twice, let go once";
-    proxy.Release(false);
-    proxy.Release(false);
+    proxy.Release();
+    proxy.Release();
     EXPECT_EQ(proxy.PeekInstance(), nullptr);
-    ASSERT_EQ(proxy.Hold(false), hr::ok) << "a release too many does no harm";
-    proxy.Release(false);
+    ASSERT_EQ(proxy.Hold(IfMissing::fail), hr::ok) << "a release too many does no harm";
+    proxy.Release();
     EXPECT_EQ(proxy.PeekInstance(), nullptr);
 }
 
@@ -115,16 +116,16 @@ TEST_F(InstanceTest, MarkedFolderGoesWithItsLastUser) {
     MakeDatabase();
     auto proxy = std::make_unique<LevelDbInstanceProxy>(store.Folder(name));
     InstancePtr user;
-    ASSERT_EQ(proxy->GetInstance(&user, false), hr::ok);
+    ASSERT_EQ(proxy->GetInstance(&user, IfMissing::fail), hr::ok);
     proxy->MarkForDeletion();
     proxy.reset();
-    EXPECT_EQ(Open(true), hr::deviceError) << "two instances never share a folder";
+    EXPECT_EQ(Open(IfMissing::create), hr::deviceError) << "two instances never share a folder";
     LevelDbInstanceProxy(store.Folder(name)).MarkForDeletion();
     std::string value;
     EXPECT_EQ(user->Get(test::Key("2026-11-12", 3), &value), hr::ok) << "it still serves its user";
     user.reset();
     EXPECT_FALSE(store.Exists(name));
-    EXPECT_EQ(Open(true), hr::ok);
+    EXPECT_EQ(Open(IfMissing::create), hr::ok);
     LevelDbInstanceProxy(store.Folder(name)).MarkForDeletion();
     EXPECT_FALSE(store.Exists(name)) << "nobody uses it: it goes at once";
 }
@@ -140,7 +141,7 @@ TEST_F(InstanceTest, OpenersWaitForACloseThatIsStillToCome) {
         std::atomic<bool> isOpening{false};
         std::thread opener([&] {
             isOpening = true;
-            EXPECT_EQ(Open(false), hr::ok) << "in round " << round;
+            EXPECT_EQ(Open(IfMissing::fail), hr::ok) << "in round " << round;
         });
         while (!isOpening)
             std::this_thread::yield();
@@ -157,18 +158,19 @@ TEST_F(InstanceTest, OpenersNeverMeetARemovalHalfWay) {
         auto former = std::make_shared<LevelDbInstanceProxy>(store.Folder(name));
         InstancePtr user;
         ASSERT_EQ(former->Write(Rows(50)), hr::ok);
-        ASSERT_EQ(former->GetInstance(&user, true), hr::ok);
+        ASSERT_EQ(former->GetInstance(&user, IfMissing::create), hr::ok);
         former->MarkForDeletion();
         std::thread closer([&user] { user.reset(); });
         LevelDbInstanceProxy next(store.Folder(name));
         HRESULT result = hr::deviceError;
         while (result == hr::deviceError)  // the former one is still in use
-            result = next.Hold(true);
+            result = next.Hold(IfMissing::create);
         closer.join();
         ASSERT_EQ(result, hr::ok);
         ASSERT_EQ(next.Write(Rows(1)), hr::ok);
-        next.Release(false);
-        ASSERT_EQ(Open(false), hr::ok) << "what the former one removed is not the new one's";
+        next.Release();
+        ASSERT_EQ(Open(IfMissing::fail), hr::ok)
+            << "what the former one removed is not the new one's";
         std::filesystem::remove_all(store.Path() / name);
     }
 }
@@ -176,7 +178,7 @@ TEST_F(InstanceTest, OpenersNeverMeetARemovalHalfWay) {
 TEST_F(InstanceTest, FolderOfAnotherProcessIsNeitherOpenedNorRemoved) {
     const test::OtherProcess owner(store.Folder(name));
     LevelDbInstanceProxy proxy(store.Folder(name));
-    EXPECT_EQ(proxy.Hold(false), hr::sharingViolation);
+    EXPECT_EQ(proxy.Hold(IfMissing::fail), hr::sharingViolation);
     EXPECT_EQ(proxy.Write(Rows(1)), hr::sharingViolation);
     proxy.MarkForDeletion();
     EXPECT_TRUE(store.Exists(name + "/CURRENT"));
@@ -186,12 +188,12 @@ TEST_F(InstanceTest, RefusesABatchWithoutRoomBeforeItTouchesTheDisk) {
     test::FakeFreeSpace volume(0);
     LevelDbInstanceProxy proxy(store.Folder(name));
     EXPECT_EQ(proxy.Write(Rows(1)), hr::diskFull);
-    EXPECT_EQ(proxy.Hold(true), hr::diskFull);
+    EXPECT_EQ(proxy.Hold(IfMissing::create), hr::diskFull);
     EXPECT_FALSE(store.Exists(name)) << "a folder begun now would be no database later";
     volume.SetBytes(1ULL << 30);
     EXPECT_EQ(proxy.Write(Rows(1)), hr::ok);
     volume.SetBytes(0);
-    EXPECT_EQ(proxy.Hold(false), hr::ok) << "reading needs no room";
+    EXPECT_EQ(proxy.Hold(IfMissing::fail), hr::ok) << "reading needs no room";
     EXPECT_EQ(proxy.Write(Rows(1)), hr::diskFull);
     volume.SetResult(hr::fail);
     EXPECT_EQ(proxy.Write(Rows(1)), hr::ok) << "a volume that can't be asked";
@@ -200,7 +202,7 @@ TEST_F(InstanceTest, RefusesABatchWithoutRoomBeforeItTouchesTheDisk) {
 TEST_F(InstanceTest, PrefixReadsShareASnapshotUntilItIsReleased) {
     LevelDbInstanceProxy proxy(store.Folder(name));
     ASSERT_EQ(proxy.Write({{"a", "0"}, {"ab1", "1"}, {"ab2", "2"}, {"b", "3"}}), hr::ok);
-    ASSERT_EQ(proxy.Hold(false), hr::ok);
+    ASSERT_EQ(proxy.Hold(IfMissing::fail), hr::ok);
     const InstancePtr instance = proxy.PeekInstance();
     std::vector<std::string> values{"kept"};
     EXPECT_EQ(instance->ReadPrefix("x", &values), hr::ok);
@@ -208,7 +210,7 @@ TEST_F(InstanceTest, PrefixReadsShareASnapshotUntilItIsReleased) {
     ASSERT_EQ(proxy.Write({{"ab3", "late"}}), hr::ok);
     EXPECT_EQ(instance->ReadPrefix("ab3", &values), hr::ok);
     EXPECT_EQ(values, (std::vector<std::string>{"kept", "1", "2"})) << "of the snapshot";
-    proxy.Release(true);
+    proxy.Release(LevelDbInstanceProxy::Cursor::drop);
     EXPECT_EQ(instance->ReadPrefix("ab3", &values), hr::ok);
     EXPECT_EQ(values.back(), "late");
 }
@@ -221,7 +223,7 @@ TEST_F(InstanceTest, OneRecordThatIsNotSilentSpoilsTheRead) {
     } rows[] = {{"11", true, false, 2},  {"11", false, false, 0}, {"110", true, true, 0},
                 {"-1-", true, false, 3}, {"1x", true, true, 0},   {"", true, false, 0}};
     LevelDbInstanceProxy proxy(store.Folder(name));
-    ASSERT_EQ(proxy.Hold(true), hr::ok);
+    ASSERT_EQ(proxy.Hold(IfMissing::create), hr::ok);
     const InstancePtr instance = proxy.PeekInstance();
     for (std::size_t row = 0; row < std::size(rows); ++row) {
         const std::string prefix = test::Key("2026-11-12", static_cast<int>(row));

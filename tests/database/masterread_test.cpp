@@ -16,7 +16,7 @@ protected:
     // Whether somebody has the folder's database open in this process.
     bool IsOpen(const std::string& folder) {
         LevelDbInstanceProxy probe(store.Folder(folder));
-        return probe.Hold(false) == hr::deviceError;
+        return probe.Hold(IfMissing::fail) == hr::deviceError;
     }
 };
 

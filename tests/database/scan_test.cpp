@@ -11,7 +11,7 @@ class ScanTest : public testing::Test {
 protected:
     ScanTest() : proxy_(store_.Folder("20261112")) {
         EXPECT_EQ(proxy_.Write(test::Rows(3000)), hr::ok);
-        EXPECT_EQ(proxy_.GetInstance(&instance, false), hr::ok);
+        EXPECT_EQ(proxy_.GetInstance(&instance, IfMissing::fail), hr::ok);
         EXPECT_TRUE(stop.Create(true, false));
         EXPECT_TRUE(pause.Create(true, true));
     }

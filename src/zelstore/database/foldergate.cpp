@@ -8,7 +8,6 @@
 #include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
-#include "zelstore/database/layout.h"
 
 namespace ZEL {
 
@@ -72,14 +71,14 @@ void FolderGate::AwaitClosed() NO_THREAD_SAFETY_ANALYSIS {
         closed_.wait(left);
 }
 
-HRESULT FolderGate::CheckOpen(bool create) const {
+HRESULT FolderGate::CheckOpen(IfMissing ifMissing) const {
     if (isOpen_)
         return hr::deviceError;
     if (wm::IsLink(folder_))
         return hr::fail;
     if (!wm::FileExists(wm::JoinPath(folder_, L"CURRENT"))) {
         // Asked to open what isn't there, the library would leave files behind.
-        if (!create)
+        if (ifMissing == IfMissing::fail)
             return hr::fail;
         if (!HasRoomFor(StoreOfPath(folder_), 0))
             return hr::diskFull;

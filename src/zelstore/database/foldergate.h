@@ -6,6 +6,7 @@
 
 #include "common/lock.h"
 #include "common/result.h"
+#include "zelstore/database/layout.h"
 
 namespace ZEL {
 
@@ -37,12 +38,12 @@ public:
 
     // Whether the library may be asked to open the folder; nothing is changed on disk.
     //   0x8007045d  a user in this process has the folder open
-    //   0x80004005  it is a symbolic link, or holds no database and `create` is false
+    //   0x80004005  it is a symbolic link, or holds no database and none may be made
     //   0x80070004  this process has no file handles left for a database
     //   0x80070005  a log can't be read, and the library would drop it with its records
     //   0x80070020  another process has it open
     //   0x80070070  a database would have to be made and there is no room
-    HRESULT CheckOpen(bool create) const REQUIRES(lock);
+    HRESULT CheckOpen(IfMissing ifMissing) const REQUIRES(lock);
     // Whether another process has the folder open; this one must not.
     bool IsOpenElsewhere() const;
     // Waits a little for another process to let the folder go. Call it under no lock.

@@ -18,6 +18,9 @@
 // any other name counts as a database too; what stands for its date is no date.
 namespace ZEL {
 
+// What to do about a folder that holds no database.
+enum class IfMissing { fail, create };
+
 inline constexpr std::uint32_t lastEventNumber = 998;
 inline constexpr std::uint32_t silentNumber = 999;
 

@@ -112,7 +112,7 @@ void LevelDbInstance::Close() noexcept {
     gate_->Remove();
 }
 
-HRESULT LevelDbInstance::Open(bool create) {
+HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     if (narrowPath_.empty())
         return hr::invalidArgument;
     if (!abortEvent_.Create(false, false))
@@ -120,13 +120,13 @@ HRESULT LevelDbInstance::Open(bool create) {
     gate_ = FolderGate::For(path_);
     const wm::Hold hold(gate_->lock);
     gate_->AwaitClosed();
-    const HRESULT allowed = gate_->CheckOpen(create);
+    const HRESULT allowed = gate_->CheckOpen(ifMissing);
     if (Failed(allowed)) {
         wm::Trace(wm::TraceLevel::warning, "a database is not opened", allowed, narrowPath_);
         return allowed;
     }
     leveldb::Options options;
-    options.create_if_missing = create;
+    options.create_if_missing = ifMissing == IfMissing::create;
     options.max_open_files = mostOpenFiles;
     leveldb::DB* opened = nullptr;
     const leveldb::Status status = leveldb::DB::Open(options, narrowPath_, &opened);

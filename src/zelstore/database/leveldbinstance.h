@@ -10,6 +10,7 @@
 #include "common/lock.h"
 #include "common/result.h"
 #include "zelstore/database/izeldbimpl.h"
+#include "zelstore/database/layout.h"
 
 namespace leveldb {
 class DB;
@@ -38,9 +39,9 @@ public:
     LevelDbInstance& operator=(const LevelDbInstance&) = delete;
 
     // To be called before any other thread has the object. 0x80070020 when another process has the
-    // folder open, 0x8007045d when an instance of this one has. With `create` false, nothing is
+    // folder open, 0x8007045d when an instance of this one has. With IfMissing::fail nothing is
     // made in a folder without a database, and the result is 0x80004005.
-    HRESULT Open(bool create);
+    HRESULT Open(IfMissing ifMissing);
 
     // Writes all records at once or none. They survive a crash of the process, not of the system.
     HRESULT Write(const RecordBatch& batch);

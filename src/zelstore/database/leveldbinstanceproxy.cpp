@@ -2,7 +2,6 @@
 
 #include "common/filesystem.h"
 #include "zelstore/database/foldergate.h"
-#include "zelstore/database/layout.h"
 #include "zelstore/database/leveldbinstance.h"
 
 // Whoever drops the last pointer to an instance closes the database, which may take long. So
@@ -40,22 +39,23 @@ std::shared_ptr<LevelDbInstance> LevelDbInstanceProxy::PeekInstanceLocked() {
     return heldInstance_ ? heldInstance_ : instance_.lock();
 }
 
-HRESULT LevelDbInstanceProxy::GetInstance(std::shared_ptr<LevelDbInstance>* out, bool create) {
+HRESULT LevelDbInstanceProxy::GetInstance(std::shared_ptr<LevelDbInstance>* out,
+                                          IfMissing ifMissing) {
     out->reset();
     const wm::Hold hold(lock_);
-    return GetInstanceLocked(out, create);
+    return GetInstanceLocked(out, ifMissing);
 }
 
 HRESULT LevelDbInstanceProxy::GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out,
-                                                bool create) {
+                                                IfMissing ifMissing) {
     *out = PeekInstanceLocked();
-    return *out ? hr::ok : CreateInstanceLocked(out, create);
+    return *out ? hr::ok : CreateInstanceLocked(out, ifMissing);
 }
 
 HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out,
-                                                   bool create) {
+                                                   IfMissing ifMissing) {
     auto fresh = std::make_shared<LevelDbInstance>(path_);
-    const HRESULT result = fresh->Open(create);
+    const HRESULT result = fresh->Open(ifMissing);
     if (Failed(result))
         return result;
     instance_ = fresh;
@@ -63,10 +63,10 @@ HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstan
     return hr::ok;
 }
 
-HRESULT LevelDbInstanceProxy::Hold(bool create) {
+HRESULT LevelDbInstanceProxy::Hold(IfMissing ifMissing) {
     std::shared_ptr<LevelDbInstance> local;
     const wm::Hold hold(lock_);
-    const HRESULT result = GetInstanceLocked(&local, create);
+    const HRESULT result = GetInstanceLocked(&local, ifMissing);
     if (Failed(result))
         return result;
     if (!heldInstance_)
@@ -75,10 +75,10 @@ HRESULT LevelDbInstanceProxy::Hold(bool create) {
     return hr::ok;
 }
 
-void LevelDbInstanceProxy::Release(bool closeCursor) {
+void LevelDbInstanceProxy::Release(Cursor cursor) {
     std::shared_ptr<LevelDbInstance> closing;
     const wm::Hold hold(lock_);
-    if (closeCursor && heldInstance_)
+    if (cursor == Cursor::drop && heldInstance_)
         heldInstance_->ReleaseCursor();
     if (holdCount_ == 0 || --holdCount_ == 0)
         closing.swap(heldInstance_);
@@ -91,7 +91,7 @@ HRESULT LevelDbInstanceProxy::Write(const RecordBatch& batch) {
     if (!wm::CanOpenFiles(handlesOfADatabase))
         return hr::tooManyOpenFiles;
     std::shared_ptr<LevelDbInstance> local;
-    const HRESULT result = GetInstance(&local, true);
+    const HRESULT result = GetInstance(&local, IfMissing::create);
     if (Failed(result))
         return result;
     recordsSinceCount_.fetch_add(batch.size(), std::memory_order_relaxed);

@@ -8,6 +8,7 @@
 #include "common/lock.h"
 #include "common/result.h"
 #include "zelstore/database/izeldbimpl.h"
+#include "zelstore/database/layout.h"
 
 namespace ZEL {
 
@@ -40,13 +41,14 @@ public:
     // The database when it is open now, else null.
     std::shared_ptr<LevelDbInstance> PeekInstance();
     // Opens it when needed. Threads that ask at the same time get the same instance.
-    HRESULT GetInstance(std::shared_ptr<LevelDbInstance>* out, bool create);
+    HRESULT GetInstance(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing);
 
     // Opens the database when needed and keeps it open until as many calls of Release.
-    HRESULT Hold(bool create);
-    // Ends one hold; without any, lets a kept instance go. `closeCursor` drops the snapshot that
-    // prefix reads share.
-    void Release(bool closeCursor);
+    HRESULT Hold(IfMissing ifMissing);
+    // Ends one hold; without any, lets a kept instance go. The snapshot that prefix reads share is
+    // dropped on demand.
+    enum class Cursor { keep, drop };
+    void Release(Cursor cursor = Cursor::keep);
 
     // A write that is under way keeps the folder from being chosen for deletion.
     void BeginWrite() noexcept { writesUnderWay_.fetch_add(1, std::memory_order_relaxed); }
@@ -70,8 +72,9 @@ public:
 
 private:
     std::shared_ptr<LevelDbInstance> PeekInstanceLocked() REQUIRES(lock_);
-    HRESULT GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out, bool create) REQUIRES(lock_);
-    HRESULT CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out, bool create)
+    HRESULT GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing)
+        REQUIRES(lock_);
+    HRESULT CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing)
         REQUIRES(lock_);
 
     const std::wstring path_;

@@ -20,7 +20,7 @@ template <typename Read>
 HRESULT ReadFrom(LevelDbInstanceProxy& proxy, Read&& read) {
     return AtBoundary([&] {
         std::shared_ptr<LevelDbInstance> instance;
-        const HRESULT opened = proxy.GetInstance(&instance, false);
+        const HRESULT opened = proxy.GetInstance(&instance, IfMissing::fail);
         return Failed(opened) ? opened : read(*instance);
     });
 }
@@ -95,14 +95,14 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
         }
         former = std::move(cursor->second);
         queryCursors_.erase(cursor);
-        former.proxy->Release(true);
+        former.proxy->Release(LevelDbInstanceProxy::Cursor::drop);
     }
     result = GetSilentDatabaseLocked(date, false, &path, proxy);
     if (Failed(result))
         return result;
     QueryCursor& entered = queryCursors_[*query];
     entered.proxy = *proxy;
-    if (Succeeded((*proxy)->Hold(false)))  // if not, the read tries again and tells
+    if (Succeeded((*proxy)->Hold(IfMissing::fail)))  // if not, the read tries again and tells
         entered.open = (*proxy)->PeekInstance();
     return hr::ok;
 }
@@ -153,7 +153,7 @@ void ZelMasterDatabase::ReleaseQueryCursor(const QueryId* query) {
         former = std::move(cursor->second);
         queryCursors_.erase(cursor);
     }
-    former.proxy->Release(false);
+    former.proxy->Release();
 }
 
 }  // namespace ZEL

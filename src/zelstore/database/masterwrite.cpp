@@ -171,7 +171,7 @@ void ZelMasterDatabase::RetireWriteDatabaseLocked() {
     writeDatabaseName_.clear();
     if (writeDatabase_->RecordsSinceCount() != 0)
         writeDatabase_->RecountSize();
-    writeDatabase_->Release(false);
+    writeDatabase_->Release();
     writeDatabase_.reset();
 }
 
@@ -179,7 +179,7 @@ HRESULT ZelMasterDatabase::ReuseWriteDatabaseLocked(const ProxyPtr& proxy) {
     if (proxy == writeDatabase_)
         return hr::ok;
     RetireWriteDatabaseLocked();
-    const HRESULT result = proxy->Hold(false);
+    const HRESULT result = proxy->Hold(IfMissing::fail);
     if (Failed(result)) {
         RecordDatabaseError(proxy->Path(), DatabaseErrorKind::open, result);
         return result;
@@ -191,7 +191,7 @@ HRESULT ZelMasterDatabase::ReuseWriteDatabaseLocked(const ProxyPtr& proxy) {
 
 HRESULT ZelMasterDatabase::CreateDatabaseLocked(std::wstring path, ProxyPtr* proxy) {
     auto fresh = std::make_shared<LevelDbInstanceProxy>(path);
-    const HRESULT result = fresh->Hold(true);
+    const HRESULT result = fresh->Hold(IfMissing::create);
     if (Failed(result)) {
         RecordDatabaseError(path, DatabaseErrorKind::open, result);
         return result;
@@ -290,7 +290,7 @@ void ZelMasterDatabase::KeepSilentDatabase(const std::wstring& path, const Proxy
         former = std::exchange(silentDatabase_, proxy);
     }
     if (former)
-        former->Release(false);
+        former->Release();
 }
 
 void ZelMasterDatabase::OnWriteFailure(const std::wstring& path, const ProxyPtr& proxy,
@@ -318,7 +318,7 @@ void ZelMasterDatabase::GiveUp(const std::wstring& path, const ProxyPtr& proxy) 
             silentDatabase_.reset();
         }
     }
-    proxy->Release(false);
+    proxy->Release();
     proxy->MarkForDeletion();
 }
 
