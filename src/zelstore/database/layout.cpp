@@ -27,10 +27,9 @@ std::wstring Digits(std::uint32_t number, std::size_t leastDigits) {
 
 }  // namespace
 
-HRESULT FormatToday(std::wstring* date) {
+std::wstring FormatToday() {
     const wm::SystemTime now = wm::Clock().UtcNow();
-    *date = Digits(now.year, 4) + Digits(now.month, 2) + Digits(now.day, 2);
-    return hr::ok;
+    return Digits(now.year, 4) + Digits(now.month, 2) + Digits(now.day, 2);
 }
 
 std::wstring DateFromPath(const std::wstring& path) {

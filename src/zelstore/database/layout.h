@@ -25,7 +25,7 @@ inline constexpr std::uint32_t lastEventNumber = 998;
 inline constexpr std::uint32_t silentNumber = 999;
 
 // Today in UTC as YYYYMMDD.
-HRESULT FormatToday(std::wstring* date);
+std::wstring FormatToday();
 
 // The first 8 characters of a folder's name, or all of a shorter one.
 std::wstring DateFromPath(const std::wstring& path);

@@ -63,24 +63,24 @@ private:
     void RecordDatabaseError(const std::wstring& path, DatabaseErrorKind kind,
                              HRESULT result) noexcept;
 
-    // The path and the database for today's writes, or for silent enrichments of `date`. What is
-    // given by GetWriteDatabase and ChooseSilentDatabase is marked as being written.
+    // The database for today's writes, or for silent enrichments of `date`. What is given by
+    // GetWriteDatabase and ChooseSilentDatabase is marked as being written.
     void AwaitWriteFolder();
-    HRESULT GetWriteDatabase(std::wstring* path, ProxyPtr* proxy);
-    HRESULT GetWriteDatabaseLocked(const std::wstring& today, std::wstring* path, ProxyPtr* proxy)
+    HRESULT GetWriteDatabase(ProxyPtr* proxy);
+    HRESULT GetWriteDatabaseLocked(const std::wstring& today, ProxyPtr* proxy)
         REQUIRES(databaseLock_);
-    HRESULT GetSilentDatabaseLocked(const std::wstring& date, bool create, std::wstring* path,
-                                    ProxyPtr* proxy) REQUIRES(databaseLock_);
+    HRESULT GetSilentDatabaseLocked(const std::wstring& date, IfMissing ifMissing, ProxyPtr* proxy)
+        REQUIRES(databaseLock_);
     ProxyPtr FindLocked(const std::wstring& date, bool silent) REQUIRES(databaseLock_);
     void RetireWriteDatabaseLocked() REQUIRES(databaseLock_);
     HRESULT ReuseWriteDatabaseLocked(const ProxyPtr& proxy) REQUIRES(databaseLock_);
     HRESULT CreateDatabaseLocked(std::wstring path, ProxyPtr* proxy) REQUIRES(databaseLock_);
 
     HRESULT WriteSilentGroup(const std::string& date, const RecordBatch& group);
-    HRESULT ChooseSilentDatabase(const std::wstring& date, std::wstring* path, ProxyPtr* proxy);
-    void KeepSilentDatabase(const std::wstring& path, const ProxyPtr& proxy);
-    void OnWriteFailure(const std::wstring& path, const ProxyPtr& proxy, HRESULT result);
-    void GiveUp(const std::wstring& path, const ProxyPtr& proxy);
+    HRESULT ChooseSilentDatabase(const std::wstring& date, ProxyPtr* proxy);
+    void KeepSilentDatabase(const ProxyPtr& proxy);
+    void OnWriteFailure(const ProxyPtr& proxy, HRESULT result);
+    void GiveUp(const ProxyPtr& proxy);
 
     bool IsProtectedLocked(const ProxyPtr& proxy) const REQUIRES_SHARED(databaseLock_);
     HRESULT GetDeletionCandidates(Catalog* candidates);
@@ -97,11 +97,8 @@ private:
     std::wstring dataStoreDirectory_;  // set by LoadExistingDatabases
     wm::ReaderWriterLock databaseLock_{wm::LockRank::database};
     Catalog databases_ GUARDED_BY(databaseLock_);
-    std::wstring writeDatabaseName_ GUARDED_BY(databaseLock_);
     ProxyPtr writeDatabase_ GUARDED_BY(databaseLock_);
-    // The one that took the last silent batch.
-    std::wstring silentDatabaseName_ GUARDED_BY(databaseLock_);
-    ProxyPtr silentDatabase_ GUARDED_BY(databaseLock_);
+    ProxyPtr silentDatabase_ GUARDED_BY(databaseLock_);  // took the last silent batch
     ErrorTable errorTable_;
     // The silent database that a running query keeps open. The hold alone would not do: a writer
     // that goes on to another date ends one hold, and may have had none of its own.

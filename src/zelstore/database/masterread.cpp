@@ -82,10 +82,10 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
     HRESULT result = ExtractKeyDate(key, &keyDate);
     if (Failed(result))
         return result;
-    std::wstring date, path;
+    std::wstring date;
     if (!wm::ToWide(keyDate, date))
         return hr::fail;
-    QueryCursor former;  // dropped behind the lock
+    QueryCursor former;  // dropped after the lock is released
     const wm::HoldExclusive hold(databaseLock_);
     const auto cursor = queryCursors_.find(*query);
     if (cursor != queryCursors_.end()) {
@@ -97,7 +97,7 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
         queryCursors_.erase(cursor);
         former.proxy->Release(LevelDbInstanceProxy::Cursor::drop);
     }
-    result = GetSilentDatabaseLocked(date, false, &path, proxy);
+    result = GetSilentDatabaseLocked(date, IfMissing::fail, proxy);
     if (Failed(result))
         return result;
     QueryCursor& entered = queryCursors_[*query];

@@ -35,10 +35,7 @@ HRESULT ZelMasterDatabase::GetOldestDate(std::wstring* oldestDate, std::uint64_t
     return AtBoundary([&] {
         oldestDate->clear();
         *totalBytes = 0;
-        std::wstring today;
-        const HRESULT result = FormatToday(&today);
-        if (Failed(result))
-            return result;
+        const std::wstring today = FormatToday();
         const wm::HoldExclusive hold(databaseLock_);
         for (const auto& [path, proxy] : databases_) {
             if (proxy->Date() == today && proxy->RecordsSinceCount() != 0)

@@ -83,25 +83,22 @@ private:
 HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
     return AtBoundary([&] {
         AwaitWriteFolder();
-        std::wstring path;
         ProxyPtr proxy;
-        HRESULT result = GetWriteDatabase(&path, &proxy);
+        HRESULT result = GetWriteDatabase(&proxy);
         if (Failed(result))
             return result;
         const WriteUnderWay underWay(*proxy);
         result = AtBoundary([&] { return proxy->Write(batch); });
         if (Failed(result))
-            OnWriteFailure(path, proxy, result);
+            OnWriteFailure(proxy, result);
         return result;
     });
 }
 
 // A folder that this process does not hold yet may be open in a program that reads it.
 void ZelMasterDatabase::AwaitWriteFolder() {
-    std::wstring today;
+    const std::wstring today = FormatToday();
     ProxyPtr next;
-    if (Failed(FormatToday(&today)))
-        return;
     {
         const wm::HoldExclusive hold(databaseLock_);
         if (!writeDatabase_ || writeDatabase_->Date() != today)
@@ -120,34 +117,28 @@ void ZelMasterDatabase::AwaitWriteFolder() {
         databases_.erase(entry);
 }
 
-HRESULT ZelMasterDatabase::GetWriteDatabase(std::wstring* path, ProxyPtr* proxy) {
-    std::wstring today;
-    HRESULT result = FormatToday(&today);
-    if (Failed(result))
-        return result;
+HRESULT ZelMasterDatabase::GetWriteDatabase(ProxyPtr* proxy) {
     const wm::HoldExclusive hold(databaseLock_);
-    result = GetWriteDatabaseLocked(today, path, proxy);
+    const HRESULT result = GetWriteDatabaseLocked(FormatToday(), proxy);
     if (Succeeded(result))
         (*proxy)->BeginWrite();
     return result;
 }
 
-HRESULT ZelMasterDatabase::GetWriteDatabaseLocked(const std::wstring& today, std::wstring* path,
-                                                  ProxyPtr* proxy) {
+HRESULT ZelMasterDatabase::GetWriteDatabaseLocked(const std::wstring& today, ProxyPtr* proxy) {
     ProxyPtr current = writeDatabase_ && writeDatabase_->Date() == today ? writeDatabase_
                                                                          : FindLocked(today, false);
     if (current && (current->Number() == lastEventNumber || !IsFull(*current))) {
-        *path = current->Path();
         *proxy = current;
         return ReuseWriteDatabaseLocked(current);
     }
-    *path = current ? FolderPath(dataStoreDirectory_, today, current->Number() + 1)
-                    : FolderPath(dataStoreDirectory_, today);
     RetireWriteDatabaseLocked();
-    const HRESULT created = CreateDatabaseLocked(*path, proxy);
+    const HRESULT created =
+        CreateDatabaseLocked(current ? FolderPath(dataStoreDirectory_, today, current->Number() + 1)
+                                     : FolderPath(dataStoreDirectory_, today),
+                             proxy);
     if (Failed(created))
         return created;
-    writeDatabaseName_ = *path;
     writeDatabase_ = *proxy;
     return hr::ok;
 }
@@ -168,7 +159,6 @@ ZelMasterDatabase::ProxyPtr ZelMasterDatabase::FindLocked(const std::wstring& da
 void ZelMasterDatabase::RetireWriteDatabaseLocked() {
     if (!writeDatabase_)
         return;
-    writeDatabaseName_.clear();
     if (writeDatabase_->RecordsSinceCount() != 0)
         writeDatabase_->RecountSize();
     writeDatabase_->Release();
@@ -184,7 +174,6 @@ HRESULT ZelMasterDatabase::ReuseWriteDatabaseLocked(const ProxyPtr& proxy) {
         RecordDatabaseError(proxy->Path(), DatabaseErrorKind::open, result);
         return result;
     }
-    writeDatabaseName_ = proxy->Path();
     writeDatabase_ = proxy;
     return hr::ok;
 }
@@ -201,21 +190,18 @@ HRESULT ZelMasterDatabase::CreateDatabaseLocked(std::wstring path, ProxyPtr* pro
     return hr::ok;
 }
 
-HRESULT ZelMasterDatabase::GetSilentDatabaseLocked(const std::wstring& date, bool create,
-                                                   std::wstring* path, ProxyPtr* proxy) {
+HRESULT ZelMasterDatabase::GetSilentDatabaseLocked(const std::wstring& date, IfMissing ifMissing,
+                                                   ProxyPtr* proxy) {
     *proxy = FindLocked(date, true);
-    if (*proxy) {
-        *path = (*proxy)->Path();
+    if (*proxy)
         return hr::ok;
-    }
-    if (!create)
+    if (ifMissing == IfMissing::fail)
         return hr::notFound;
     if (!IsSafeDate(date)) {
         wm::Trace(wm::TraceLevel::error, "a date can't name a folder", hr::fail);
         return hr::fail;
     }
-    *path = FolderPath(dataStoreDirectory_, date, silentNumber);
-    return CreateDatabaseLocked(*path, proxy);
+    return CreateDatabaseLocked(FolderPath(dataStoreDirectory_, date, silentNumber), proxy);
 }
 
 HRESULT ZelMasterDatabase::WriteSilentRecords(RecordBatch& batch) {
@@ -247,76 +233,67 @@ HRESULT ZelMasterDatabase::WriteSilentRecords(RecordBatch& batch) {
 }
 
 HRESULT ZelMasterDatabase::WriteSilentGroup(const std::string& date, const RecordBatch& group) {
-    std::wstring wideDate, path;
+    std::wstring wideDate;
     if (!wm::ToWide(date, wideDate))
         return hr::fail;
     ProxyPtr proxy;
-    HRESULT result = ChooseSilentDatabase(wideDate, &path, &proxy);
+    HRESULT result = ChooseSilentDatabase(wideDate, &proxy);
     if (Failed(result))
         return result;
     const WriteUnderWay underWay(*proxy);
     result = AtBoundary([&] { return proxy->Write(group); });
     if (Failed(result))
-        OnWriteFailure(path, proxy, result);
+        OnWriteFailure(proxy, result);
     else
-        KeepSilentDatabase(path, proxy);
+        KeepSilentDatabase(proxy);
     return result;
 }
 
-HRESULT ZelMasterDatabase::ChooseSilentDatabase(const std::wstring& date, std::wstring* path,
-                                                ProxyPtr* proxy) {
+HRESULT ZelMasterDatabase::ChooseSilentDatabase(const std::wstring& date, ProxyPtr* proxy) {
     const wm::HoldExclusive hold(databaseLock_);
     HRESULT result = hr::ok;
-    if (silentDatabase_ && silentDatabase_->Date() == date) {
-        *path = silentDatabaseName_;
+    if (silentDatabase_ && silentDatabase_->Date() == date)
         *proxy = silentDatabase_;
-    } else {
-        result = GetSilentDatabaseLocked(date, true, path, proxy);
-    }
+    else
+        result = GetSilentDatabaseLocked(date, IfMissing::create, proxy);
     if (Succeeded(result))
         (*proxy)->BeginWrite();
     return result;
 }
 
-void ZelMasterDatabase::KeepSilentDatabase(const std::wstring& path, const ProxyPtr& proxy) {
+void ZelMasterDatabase::KeepSilentDatabase(const ProxyPtr& proxy) {
     ProxyPtr former;
     {
         const wm::HoldExclusive hold(databaseLock_);
-        const auto entry = databases_.find(path);
+        const auto entry = databases_.find(proxy->Path());
         const bool isGivenUp = entry == databases_.end() || entry->second != proxy;
         if (isGivenUp || proxy == silentDatabase_)
             return;
-        silentDatabaseName_ = path;
         former = std::exchange(silentDatabase_, proxy);
     }
     if (former)
         former->Release();
 }
 
-void ZelMasterDatabase::OnWriteFailure(const std::wstring& path, const ProxyPtr& proxy,
-                                       HRESULT result) {
-    RecordDatabaseError(path, DatabaseErrorKind::write, result);
+void ZelMasterDatabase::OnWriteFailure(const ProxyPtr& proxy, HRESULT result) {
+    RecordDatabaseError(proxy->Path(), DatabaseErrorKind::write, result);
     if (result == hr::corrupt || result == hr::deviceError)
-        GiveUp(path, proxy);
+        GiveUp(proxy);
 }
 
-void ZelMasterDatabase::GiveUp(const std::wstring& path, const ProxyPtr& proxy) {
+void ZelMasterDatabase::GiveUp(const ProxyPtr& proxy) {
     {
         const wm::HoldExclusive hold(databaseLock_);
-        const auto entry = databases_.find(path);
+        const auto entry = databases_.find(proxy->Path());
         // Another writer gave it up before, and the folder belongs to a new database by now.
         if (entry != databases_.end() && entry->second != proxy)
             return;
         if (entry != databases_.end())
             databases_.erase(entry);
-        if (proxy == writeDatabase_) {
-            writeDatabaseName_.clear();
+        if (proxy == writeDatabase_)
             writeDatabase_.reset();
-        }
-        if (proxy == silentDatabase_) {
-            silentDatabaseName_.clear();
+        if (proxy == silentDatabase_)
             silentDatabase_.reset();
-        }
     }
     proxy->Release();
     proxy->MarkForDeletion();
