@@ -21,7 +21,7 @@ void ErrorTable::CopyTo(DatabaseErrorTable* out) const {
 }
 
 void ErrorTable::Clear() {
-    DatabaseErrorTable cleared;  // freed when the lock is left
+    DatabaseErrorTable cleared;  // freed after the lock is released
     const wm::Hold hold(lock_);
     records_.swap(cleared);
 }

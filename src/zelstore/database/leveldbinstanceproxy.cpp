@@ -5,7 +5,7 @@
 #include "zelstore/database/leveldbinstance.h"
 
 // Whoever drops the last pointer to an instance closes the database, which may take long. So
-// pointers are moved out of here under the lock and dropped behind it.
+// pointers are moved out of here under the lock and dropped after it is released.
 
 namespace ZEL {
 

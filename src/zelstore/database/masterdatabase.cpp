@@ -70,7 +70,8 @@ HRESULT ZelMasterDatabase::LoadExistingDatabases() {
 
 void ZelMasterDatabase::AbortScans() {
     IgnoreResult(AtBoundary([this] {
-                     // Declared first, so that what others let go meanwhile closes behind the lock.
+                     // Declared first, so that what others let go meanwhile closes after the lock
+                     // is released.
                      std::vector<std::shared_ptr<LevelDbInstance>> open;
                      const wm::HoldExclusive hold(databaseLock_);
                      for (const auto& [path, proxy] : databases_) {
