@@ -9,6 +9,7 @@
 #include "common/result.h"
 #include "common/textbridge.h"
 #include "zel/terminal/messages.h"
+#include "zelstore/database/statusresult.h"
 
 namespace zel {
 
@@ -16,11 +17,10 @@ namespace {
 
 namespace hr = ZEL::hr;
 
-ZEL::HRESULT FromStatus(const leveldb::Status& status, std::string* why) {
-    if (status.ok())
-        return hr::ok;
-    *why = status.ToString();
-    return status.IsCorruption() ? hr::corrupt : status.IsIOError() ? hr::deviceError : hr::fail;
+ZEL::HRESULT ResultOf(const leveldb::Status& status, std::string* why) {
+    if (!status.ok())
+        *why = status.ToString();
+    return ZEL::FromStatus(status);
 }
 
 leveldb::Status ReadAll(leveldb::DB& database) {
@@ -52,7 +52,7 @@ ZEL::HRESULT Check(const std::string& folder, std::string* why) {
     leveldb::DB* opened = nullptr;
     const leveldb::Status status = leveldb::DB::Open(options, folder, &opened);
     const std::unique_ptr<leveldb::DB> database(opened);
-    return FromStatus(status.ok() ? ReadAll(*database) : status, why);
+    return ResultOf(status.ok() ? ReadAll(*database) : status, why);
 }
 
 }  // namespace

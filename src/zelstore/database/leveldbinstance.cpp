@@ -12,6 +12,7 @@
 #include "common/trace.h"
 #include "zelstore/database/foldergate.h"
 #include "zelstore/database/iquerysink.h"
+#include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyformat.h"
 
 namespace ZEL {
@@ -22,14 +23,10 @@ namespace {
 constexpr int mostOpenFiles = 16;
 constexpr std::uint64_t rowsPerCheck = 1000;
 
-HRESULT FromStatus(const leveldb::Status& status, const char* operation) {
-    if (status.ok())
-        return hr::ok;
-    const HRESULT result = status.IsNotFound()     ? hr::notFound
-                           : status.IsCorruption() ? hr::corrupt
-                           : status.IsIOError()    ? hr::deviceError
-                                                   : hr::fail;
-    if (result != hr::notFound)
+// What is not there is no failure.
+HRESULT Traced(const leveldb::Status& status, const char* operation) {
+    const HRESULT result = FromStatus(status);
+    if (Failed(result) && result != hr::notFound)
         wm::Trace(wm::TraceLevel::error, operation, result, status.ToString());
     return result;
 }
@@ -62,7 +59,7 @@ void TellDamage(const leveldb::Iterator& iterator) {
     const leveldb::Status status = iterator.status();
     if (status.ok())
         return;
-    const HRESULT result = FromStatus(status, "a walk met damaged data");
+    const HRESULT result = Traced(status, "a walk met damaged data");
     wm::ReportError(result, wm::reportLabel::damagedData, "Status", status.ToString().c_str());
 }
 
@@ -105,8 +102,8 @@ void LevelDbInstance::Close() noexcept {
                      // The library would follow a link that stands in the folder's place by now.
                      return wm::IsLink(path_)
                                 ? hr::ok
-                                : FromStatus(leveldb::DestroyDB(narrowPath_, leveldb::Options()),
-                                             "a database can't be destroyed");
+                                : Traced(leveldb::DestroyDB(narrowPath_, leveldb::Options()),
+                                         "a database can't be destroyed");
                  }),
                  "the folder is removed all the same");
     gate_->Remove();
@@ -136,7 +133,7 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
         TellDroppedRecords(path_);
         return hr::ok;
     }
-    const HRESULT result = FromStatus(status, "a database can't be opened");
+    const HRESULT result = Traced(status, "a database can't be opened");
     // Another process may have been faster since the check; that is no broken device.
     if (result == hr::deviceError && gate_->IsOpenElsewhere())
         return hr::sharingViolation;
@@ -151,13 +148,13 @@ HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
         writes.Put(key, value);
     leveldb::WriteOptions options;
     options.sync = false;
-    return FromStatus(db_->Write(options, &writes), "a batch can't be written");
+    return Traced(db_->Write(options, &writes), "a batch can't be written");
 }
 
 HRESULT LevelDbInstance::Get(const std::string& key, std::string* value) {
     if (!db_)
         return hr::unexpected;
-    return FromStatus(db_->Get(MakeReadOptions(), key, value), "a record can't be read");
+    return Traced(db_->Get(MakeReadOptions(), key, value), "a record can't be read");
 }
 
 HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,

@@ -9,6 +9,7 @@
 #include "common/boundary.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
+#include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/query/machinepaths.h"
 #include "zelstore/query/querymanager.h"
@@ -217,9 +218,7 @@ HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
         return hr::ok;
     if (status.IsNotFound())
         return database_ != nullptr ? database_->GetRecord(key, event) : hr::notFound;
-    const HRESULT result = status.IsCorruption() ? hr::corrupt
-                           : status.IsIOError()  ? hr::deviceError
-                                                 : hr::fail;
+    const HRESULT result = FromStatus(status);
     wm::ReportError(result, wm::reportLabel::damagedData, "Status", status.ToString().c_str());
     return result;
 }

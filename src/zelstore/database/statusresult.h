@@ -1,0 +1,18 @@
+#pragma once
+
+#include <leveldb/status.h>
+
+#include "common/result.h"
+
+namespace ZEL {
+
+// The store's result for a state of the library. A state without a row here is a plain failure.
+inline HRESULT FromStatus(const leveldb::Status& status) noexcept {
+    return status.ok()             ? hr::ok
+           : status.IsNotFound()   ? hr::notFound
+           : status.IsCorruption() ? hr::corrupt
+           : status.IsIOError()    ? hr::deviceError
+                                   : hr::fail;
+}
+
+}  // namespace ZEL
