@@ -4,6 +4,7 @@
 #include "common/textbridge.h"
 #include "fuzz.h"
 #include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/keysplit.h"
 
 // Keys of a stranger, read field by field in any order, against a split of the whole key from its
 // front. Input: the fields to ask for, a letter each; then the key.

@@ -7,7 +7,7 @@
 #include "common/textbridge.h"
 #include "fuzz.h"
 #include "zelstore/keymaker.h"
-#include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/keysplit.h"
 #include "zelstore/schema/eventfields.h"
 
 // The key of an event record, against one that is put together step by step from the record's

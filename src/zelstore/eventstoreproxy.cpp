@@ -42,12 +42,9 @@ HRESULT EventStoreProxy::GiveKey(IStringValue** key, Make&& make) noexcept {
     if (key == nullptr)
         return hr::invalidArgument;
     return AtBoundary([&] {
-        std::wstring text;
-        const HRESULT result = make(&text);
-        if (Failed(result))
-            return result;
+        const std::wstring text = make();
         *key = wm::CreateStringValue(std::wstring_view(text));
-        return *key != nullptr ? result : hr::outOfMemory;
+        return *key != nullptr ? hr::ok : hr::outOfMemory;
     });
 }
 
@@ -66,31 +63,30 @@ HRESULT EventStoreProxy::MakeKey(IStringValue* text, std::int32_t kind, IStringV
     if (text == nullptr)
         return hr::invalidArgument;
     if (kind == keyKindReceive)
-        return GiveKey(key, [&](std::wstring* made) { return keyState_.MakeReceiveKey(made); });
+        return GiveKey(key, [&] { return keyState_.MakeReceiveKey(); });
     return GiveEventKey(text, key);
 }
 
 HRESULT EventStoreProxy::MakePropertyKey(IEventProperties* event, IStringValue** key) {
     if (event == nullptr)
         return hr::invalidArgument;
-    return GiveKey(key, [&](std::wstring* made) { return ZEL::MakePropertyKey(event, made); });
+    std::wstring made;
+    const HRESULT result = ZEL::MakePropertyKey(event, &made);
+    return Failed(result) ? result : GiveKey(key, [&] { return std::move(made); });
 }
 
 HRESULT EventStoreProxy::MakeEnrichmentKey(IStringValue* baseKey, IStringValue** key) {
     if (baseKey == nullptr)
         return hr::invalidArgument;
-    return GiveKey(key, [&](std::wstring* made) {
-        return keyState_.MakeEnrichmentKey(TextOf(baseKey), made);
-    });
+    return GiveKey(key, [&] { return keyState_.MakeEnrichmentKey(TextOf(baseKey)); });
 }
 
 HRESULT EventStoreProxy::MakeFlaggedEnrichmentKey(IStringValue* baseKey, bool silentEnrichment,
                                                   IStringValue** key) {
     if (baseKey == nullptr)
         return hr::invalidArgument;
-    return GiveKey(key, [&](std::wstring* made) {
-        return keyState_.MakeFlaggedEnrichmentKey(TextOf(baseKey), silentEnrichment, made);
-    });
+    return GiveKey(
+        key, [&] { return keyState_.MakeFlaggedEnrichmentKey(TextOf(baseKey), silentEnrichment); });
 }
 
 HRESULT EventStoreProxy::Insert(IStringValue* key, IStringValue* value) {

@@ -12,66 +12,12 @@ namespace ZEL {
 
 namespace {
 
-using Schema::KeyField;
-
-struct OptionalField {
-    KeyField field;
-    char tag;
-};
-
-// What follows the required fields, in this order.
-constexpr OptionalField optionalFields[] = {
-    {KeyField::actorHash, 'F'},      {KeyField::actorPathName, 'G'},
-    {KeyField::targetHash, 'H'},     {KeyField::targetPathName, 'I'},
-    {KeyField::targetSourceIp, 'J'}, {KeyField::targetDestinationIp, 'K'},
-    {KeyField::correlationUid, 'M'}, {KeyField::actorUid, 'N'},
-};
-
-std::string FieldTemplate(std::string_view name, char tag) {
-    std::string text("<");
-    text.append(name).append(">|").push_back(tag);
-    return text;
-}
-
-// Each value takes the place of the first tag of its kind in the whole key so far, which may stand
-// in a value that was set before.
-std::string ComposeByTags(std::string_view time, std::uint32_t sequence,
-                          const Schema::RecordFields& fields) {
-    KeyTemplate key("p<begin_time>|A<sequence>|B<object_type>|D<action>|E");
-    key.Set('A', time);
-    key.Set('B', TenDigits(sequence));
-    key.Set('D', *fields.Find(KeyField::objectType));
-    key.Set('E', *fields.Find(KeyField::action));
-    for (const OptionalField& row : optionalFields) {
-        const auto value = fields.Find(row.field);
-        if (!value)
-            continue;
-        key.Append(FieldTemplate(Schema::KeyFieldName(row.field), row.tag));
-        key.Set(row.tag, *value);
-    }
-    return key.Take();
-}
-
-void AppendField(std::string& key, std::string_view name, std::string_view value) {
-    key.push_back('<');
-    key.append(name).push_back('>');
-    key.append(value);
-}
-
-// Nearly no value holds the character that tags begin with. Without it each value stands behind its
-// name, and nothing has to be looked for.
-void ComposeKey(std::string_view time, std::uint32_t sequence, const Schema::RecordFields& fields,
-                std::string& key) {
-    constexpr char tagMark = '|';
-    key.assign("p<begin_time>").append(time);
-    AppendField(key, "sequence", TenDigits(sequence));
+// The values of a key, but for those two that the record itself tells.
+void TakeFields(const Schema::RecordFields& fields, KeyValues* values) {
     for (const KeyField field : {KeyField::objectType, KeyField::action})
-        AppendField(key, Schema::KeyFieldName(field), *fields.Find(field));
-    for (const OptionalField& row : optionalFields)
-        if (const auto value = fields.Find(row.field))
-            AppendField(key, Schema::KeyFieldName(row.field), *value);
-    if (key.find(tagMark) != std::string::npos)
-        key = ComposeByTags(time, sequence, fields);
+        (*values)[IndexOf(field)] = fields.Find(field);
+    for (const KeyField field : optionalKeyFields)
+        (*values)[IndexOf(field)] = fields.Find(field);
 }
 
 }  // namespace
@@ -98,9 +44,14 @@ HRESULT EventKeyMaker::Work::Run() {
     const auto time = Schema::ToUtf8(event.begin_time->value, buffer);
     if (!time)
         return hr::outOfMemory;
-    if (!fields.Find(KeyField::objectType) || !fields.Find(KeyField::action))
+    const std::string sequence = TenDigits(event.seq_num);
+    KeyValues values;
+    values[IndexOf(KeyField::beginTime)] = *time;
+    values[IndexOf(KeyField::sequence)] = sequence;
+    TakeFields(fields, &values);
+    if (!values[IndexOf(KeyField::objectType)] || !values[IndexOf(KeyField::action)])
         return hr::fail;
-    ComposeKey(*time, event.seq_num, fields, key);
+    MakePrimaryKey(values, &key);
     return hr::ok;
 }
 
@@ -158,27 +109,27 @@ namespace {
 
 // Numbers of an event's properties, by the fields of a key in its order.
 struct PropertyRow {
-    const wchar_t* name;
+    KeyField field;
     std::uint32_t number;
     bool required;
     enum Kind { text, tenDigits, decimal, guid } kind;
 };
 
 constexpr PropertyRow propertyRows[] = {
-    {L"begin_time", 3, true, PropertyRow::text},
-    {L"sequence", 4, true, PropertyRow::tenDigits},
-    {L"object_type", 5, true, PropertyRow::text},
-    {L"action", 6, true, PropertyRow::text},
-    {L"actor_hash", 9, false, PropertyRow::text},
-    {L"actor_path_name", 10, false, PropertyRow::text},
-    {L"target_hash", 12, false, PropertyRow::text},
-    {L"target_path_name", 13, false, PropertyRow::text},
-    {L"target_source_ip", 16, false, PropertyRow::text},
-    {L"target_destination_ip", 17, false, PropertyRow::text},
-    {L"target_type_id", 24, false, PropertyRow::decimal},
-    {L"correlation_uid", 7, false, PropertyRow::text},
-    {L"actor_uid", 8, false, PropertyRow::guid},
-    {L"target_url_text", 25, false, PropertyRow::text},
+    {KeyField::beginTime, 3, true, PropertyRow::text},
+    {KeyField::sequence, 4, true, PropertyRow::tenDigits},
+    {KeyField::objectType, 5, true, PropertyRow::text},
+    {KeyField::action, 6, true, PropertyRow::text},
+    {KeyField::actorHash, 9, false, PropertyRow::text},
+    {KeyField::actorPathName, 10, false, PropertyRow::text},
+    {KeyField::targetHash, 12, false, PropertyRow::text},
+    {KeyField::targetPathName, 13, false, PropertyRow::text},
+    {KeyField::targetSourceIp, 16, false, PropertyRow::text},
+    {KeyField::targetDestinationIp, 17, false, PropertyRow::text},
+    {KeyField::targetTypeId, 24, false, PropertyRow::decimal},
+    {KeyField::correlationUid, 7, false, PropertyRow::text},
+    {KeyField::actorUid, 8, false, PropertyRow::guid},
+    {KeyField::targetUrlText, 25, false, PropertyRow::text},
 };
 
 std::wstring GuidText(const GUID& guid) {
@@ -221,11 +172,11 @@ HRESULT MakePropertyKey(IEventProperties* event, std::wstring* key) noexcept {
     if (event == nullptr)
         return hr::invalidArgument;
     return AtBoundary([&] {
-        std::wstring made = L"p";
+        std::wstring made(primaryPrefix.begin(), primaryPrefix.end());
         for (const PropertyRow& row : propertyRows) {
             std::wstring text;
             if (PropertyText(*event, row, &text))
-                made.append(L"<").append(row.name).append(L">").append(text);
+                made.append(RowOf(row.field).wideMark).append(text);
             else if (row.required)
                 return hr::invalidArgument;
         }

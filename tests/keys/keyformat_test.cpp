@@ -33,43 +33,58 @@ TEST(KeyFormat, StartKeysAndDates) {
     }
 }
 
-TEST(KeyFormat, SplitsAndReadsFields) {
-    KeyFields fields;
-    SplitKeyFields("p<a>1<b>2>3<c>x<y<a>4<>e<d>", &fields);
-    EXPECT_EQ(fields.Find("a"), "4");
-    EXPECT_EQ(fields.Find("b"), std::nullopt);
-    EXPECT_EQ(fields.Find("c"), "x");
-    EXPECT_EQ(fields.Find("d"), "");
-    EXPECT_EQ(fields.Find(""), "e");
-    std::string longKey = "<a>1";
-    for (int i = 0; i < 40; ++i)
-        longKey += "<n>" + std::to_string(i);
-    longKey += "<a>9";
-    SplitKeyFields(longKey, &fields);
-    EXPECT_EQ(fields.Find("a"), "9");
-    EXPECT_EQ(fields.Find("n"), "39");
+// The names of the disk, their order and tags, told apart from the table.
+TEST(KeyFormat, HoldsTheFieldsInOrderUnderTheirNames) {
+    std::string names, tags;
+    std::wstring wideNames;
+    for (const KeyFieldRow& row : keyFieldTable) {
+        names.append(row.name).append(" ");
+        wideNames.append(row.wideName).append(L" ");
+        tags.push_back(row.tag);
+        EXPECT_EQ(FindKeyField(row.name), row.field);
+    }
+    EXPECT_EQ(names,
+              "begin_time receive_time sequence object_type action actor_hash actor_path_name "
+              "actor_uid type_id target_hash target_path_name target_source_ip "
+              "target_destination_ip target_type_id target_url_text silent_sequence "
+              "correlation_uid silent_enrichment ");
+    EXPECT_EQ(std::string(wideNames.begin(), wideNames.end()), names);
+    EXPECT_EQ(tags, "ACBDEFGNPHIJKQRLMO");
+    EXPECT_EQ(FindKeyField("path"), std::nullopt);
 
+    std::string texts[keyFieldCount];
+    KeyValues values;
+    for (std::size_t i = 0; i < keyFieldCount; ++i)
+        values[i] = texts[i] = std::to_string(i);
+    std::string key;
+    MakePrimaryKey(values, &key);
+    EXPECT_EQ(key,
+              "p<begin_time>0<sequence>2<object_type>3<action>4<actor_hash>5<actor_path_name>6"
+              "<target_hash>9<target_path_name>10<target_source_ip>11<target_destination_ip>12"
+              "<correlation_uid>16<actor_uid>7");
+    EXPECT_EQ(key + EnrichmentSuffix(4294967295U), key + "<silent_sequence>4294967295");
+    EXPECT_EQ(FlaggedEnrichmentSuffix(0, true), "<silent_sequence>0000000000<silent_enrichment>1");
+    EXPECT_EQ(FlaggedEnrichmentSuffix(7, false), "<silent_sequence>0000000007<silent_enrichment>0");
+}
+
+TEST(KeyFormat, TellsKeysByTheirShape) {
     const struct {
         const char* key;
-        const char* name;
-        HRESULT result;
-        const char* value;
+        KeyShape shape;
+        const char* time;
     } rows[] = {
-        {"<object_type>file<action>reputation_query", "type_id", hr::ok, "5"},
-        {"<object_type>service", "type_id", hr::ok, ""},
-        {"<type_id>7<object_type>etw", "type_id", hr::ok, "8015"},
-        {"<action>create", "type_id", hr::fail, ""},
-        {"<object_type>kernel_object", "target_type_id", hr::ok, "1"},
-        {"<object_type>kernel_object<target_type_id>3", "target_type_id", hr::ok, "3"},
-        {"", "target_type_id", hr::fail, ""},
-        {"<object_type>file", "actor_hash", hr::fail, ""},
+        {"p<begin_time>T<sequence>1<object_type>file<action>open", KeyShape::primary, "T"},
+        {"p<begin_time>T<sequence>1<object_type>file", KeyShape::cutOff, "T"},
+        {"p<begin_time>T", KeyShape::cutOff, "T"},
+        {"p<begin_time>T<sequence>1<object_type>f<action>o<silent_sequence>1", KeyShape::enrichment,
+         "T"},
+        {"r<receive_time>T<sequence>1", KeyShape::receive, ""},
+        {"p<begin>T", KeyShape::none, ""},
+        {"", KeyShape::none, ""},
     };
     for (const auto& row : rows) {
-        KeyFields split;
-        SplitKeyFields(row.key, &split);
-        std::string_view value;
-        EXPECT_EQ(GetKeyField(split, row.name, &value), row.result) << row.key << " " << row.name;
-        EXPECT_EQ(value, row.value) << row.key << " " << row.name;
+        EXPECT_EQ(ShapeOf(row.key), row.shape) << row.key;
+        EXPECT_EQ(BeginTimeOf(row.key), row.time) << row.key;
     }
 }
 

@@ -5,8 +5,6 @@
 #include <map>
 
 #include "support/client.h"
-#include "support/storefixture.h"
-#include "zelstore/keys/keycounter.h"
 
 namespace ZEL {
 namespace {
@@ -94,19 +92,6 @@ TEST(KeyMaker, PropertiesGoStraightIntoTheKey) {
               L"<actor_uid>0BCDEF01-2345-6789-ABCD-EF0123456789<target_url_text>u");
     event.texts.erase(6);
     EXPECT_EQ(MakePropertyKey(&event, &key), hr::invalidArgument);
-}
-
-TEST(KeyState, CountsWithinAMillisecond) {
-    test::FakeClock clock;
-    KeyCounter state;
-    std::wstring key;
-    ASSERT_EQ(state.MakeReceiveKey(&key), hr::ok);
-    EXPECT_EQ(key, L"r<receive_time>2026-11-12T10:00:00.000Z<sequence>0000000001");
-    ASSERT_EQ(state.MakeReceiveKey(&key), hr::ok);
-    EXPECT_EQ(key, L"r<receive_time>2026-11-12T10:00:00.000Z<sequence>0000000002");
-    clock.SetTime({2026, 11, 0, 12, 10, 0, 0, 1});
-    ASSERT_EQ(state.MakeReceiveKey(&key), hr::ok);
-    EXPECT_EQ(key, L"r<receive_time>2026-11-12T10:00:00.001Z<sequence>0000000001");
 }
 
 }  // namespace

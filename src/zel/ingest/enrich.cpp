@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <iostream>
 #include <iterator>
 #include <thread>
@@ -19,6 +18,7 @@
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/textfit.h"
 #include "zel/terminal/timearg.h"
+#include "zelstore/keys/keyformat.h"
 
 // Enrichments go to the folder of their event's date, live ones too: only there are they joined to
 // events.
@@ -27,29 +27,24 @@ namespace zel {
 
 namespace {
 
-using ZEL::CountedPtr;
 using ZEL::HRESULT;
-using ZEL::IStringValue;
 namespace hr = ZEL::hr;
-
-constexpr std::string_view sequenceMark = "<silent_sequence>";
 
 // Why a text is no key of an event; empty when it is one.
 std::string WhyNoEventKey(std::string_view key) {
-    constexpr std::string_view start = "p<begin_time>";
     constexpr std::size_t dateLength = 10;
-    if (key.starts_with("r<receive_time>"))
+    const ZEL::KeyShape shape = ZEL::ShapeOf(key);
+    if (shape == ZEL::KeyShape::receive)
         return "this is the key of a receive-time row, not of an event";
-    if (!key.starts_with(start))
-        return "an event's key begins with p<begin_time>";
-    const std::string date(key.substr(start.size(), dateLength));
+    if (shape == ZEL::KeyShape::none)
+        return "an event's key begins with " + std::string(ZEL::eventKeyStart);
+    const std::string date(ZEL::BeginTimeOf(key).substr(0, dateLength));
     const TimeArgument time = ParseTimeArgument(date, {});
     if (date.empty() || date[0] < '0' || date[0] > '9' || !time.ok)
         return "the key has no date";
-    if (key.find("<sequence>") == key.npos || key.find("<object_type>") == key.npos ||
-        key.find("<action>") == key.npos)
+    if (shape == ZEL::KeyShape::cutOff)
         return "the key is cut off: it has no sequence, object_type or action";
-    if (key.find(sequenceMark) != key.npos)
+    if (shape == ZEL::KeyShape::enrichment)
         return "this is the key of an enrichment, not of an event";
     return "";
 }
@@ -77,7 +72,7 @@ private:
     using Clock = std::chrono::system_clock;
 
     static std::uint32_t Now();
-    CountedPtr<IStringValue> MakeKey(const std::string& eventKey);
+    std::string MakeKey(const std::string& eventKey);
 
     StoreSession& store_;
     const bool live_;
@@ -96,23 +91,15 @@ std::uint32_t Enrich::Now() {
 
 // The store numbers enrichments anew in each process, so that the first of this run would take the
 // place of the first of an earlier one. Numbers from the clock keep them apart, and in order.
-CountedPtr<IStringValue> Enrich::MakeKey(const std::string& eventKey) {
-    const auto base = wm::ToValue(eventKey);
-    CountedPtr<IStringValue> made;
-    if (!base || Failed(store_->MakeFlaggedEnrichmentKey(base.Get(), !live_, made.Receive())))
-        return nullptr;
+std::string Enrich::MakeKey(const std::string& eventKey) {
     const std::uint32_t count = ++perEvent_[eventKey];
     most_ = std::max(most_, count);
-    char digits[16];
-    const int length = std::snprintf(digits, sizeof(digits), "%010u", firstSequence_ + count);
-    std::string key = wm::ToText(made.Get());
-    key.replace(eventKey.size() + sequenceMark.size(), static_cast<std::size_t>(length), digits);
-    return wm::ToValue(key);
+    return eventKey + ZEL::FlaggedEnrichmentSuffix(firstSequence_ + count, !live_);
 }
 
 bool Enrich::Add(const std::string& eventKey, const std::string& enrichment) {
     constexpr auto pause = std::chrono::milliseconds(5);
-    const auto key = MakeKey(eventKey);
+    const auto key = wm::ToValue(MakeKey(eventKey));
     const auto value = wm::ToValue(OnOneLine(enrichment));
     HRESULT result = hr::outOfMemory;
     // A full queue refuses: the same one is offered again until there is room.

@@ -1,7 +1,6 @@
 #include "zel/ingest/follow.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -13,6 +12,7 @@
 #include "common/valuetext.h"
 #include "connection/resultwords.h"
 #include "zel/terminal/messages.h"
+#include "zelstore/keys/receivekey.h"
 
 namespace zel {
 
@@ -21,17 +21,6 @@ using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
 namespace {
-
-constexpr std::string_view timeMarker = "r<receive_time>";
-constexpr std::string_view sequenceMarker = "<sequence>";
-constexpr std::size_t timeLength = 24;
-constexpr std::size_t sequenceLength = 10;
-
-bool ReadSequence(std::string_view digits, std::uint32_t* sequence) {
-    const char* const end = digits.data() + digits.size();
-    const auto parsed = std::from_chars(digits.data(), end, *sequence);
-    return parsed.ec == std::errc() && parsed.ptr == end;
-}
 
 // Rows come in the order of their keys and the query begins behind the position, so what it gives
 // is new.
@@ -44,19 +33,14 @@ std::string NewRowsQuery(const FollowPosition& position) {
 }  // namespace
 
 bool PositionOfKey(const std::string& key, FollowPosition* position) {
-    constexpr std::size_t sequenceAt = timeMarker.size() + timeLength + sequenceMarker.size();
-    const std::string_view text = key;
-    if (text.size() != sequenceAt + sequenceLength || !text.starts_with(timeMarker) ||
-        text.substr(sequenceAt - sequenceMarker.size(), sequenceMarker.size()) != sequenceMarker)
-        return false;
-    position->time = text.substr(timeMarker.size(), timeLength);
-    return ReadSequence(text.substr(sequenceAt), &position->sequence);
+    const auto place = ZEL::ParseReceiveKey(key);
+    if (place)
+        *position = {std::string(place->time), place->sequence};
+    return place.has_value();
 }
 
 std::string KeyOfPosition(const FollowPosition& position) {
-    const std::string digits = std::to_string(position.sequence);
-    return std::string(timeMarker) + position.time + std::string(sequenceMarker) +
-           std::string(sequenceLength - std::min(sequenceLength, digits.size()), '0') + digits;
+    return ZEL::MakeReceiveKey(position.time, position.sequence);
 }
 
 // Takes the batches of one run. The position moves with each batch that is out of the house, and
@@ -97,7 +81,7 @@ private:
     }
 
     bool Take(ZEL::IValueCollection& results, const FollowPosition& reached) {
-        if (follower_.closing_ || Interrupted() || reached.time.size() != timeLength ||
+        if (follower_.closing_ || Interrupted() || reached.time.size() != ZEL::keyTimeLength ||
             MetObstacle())
             return false;
         follower_.works_ = PrintAll(results);

@@ -4,18 +4,13 @@
 #include <functional>
 #include <utility>
 
+#include "zelstore/keys/keyformat.h"
+
 namespace zel {
 
 namespace {
 
 constexpr std::string_view form = "dddd-dd-ddTdd:dd:dd.dddZ";
-
-// The time of a primary key.
-std::string_view TimeOf(std::string_view key) {
-    constexpr std::string_view ahead = "p<begin_time>";
-    const std::string_view time = key.starts_with(ahead) ? key.substr(ahead.size()) : "";
-    return time.substr(0, time.find("<sequence>"));
-}
 
 int Number(std::string_view time, std::size_t at, std::size_t digits) {
     return std::atoi(std::string(time.substr(at, digits)).c_str());
@@ -48,7 +43,7 @@ bool Exists(std::string_view time) {
 }  // namespace
 
 std::string WhyBadTime(std::string_view key) {
-    const std::string_view time = TimeOf(key);
+    const std::string_view time = ZEL::BeginTimeOf(key);
     if (time.empty())
         return "no begin_time";
     if (!HasForm(time))
@@ -59,7 +54,7 @@ std::string WhyBadTime(std::string_view key) {
 }
 
 bool RepeatedKeys::Replaces(std::string_view key, std::string_view record) {
-    const std::string_view time = TimeOf(key);
+    const std::string_view time = ZEL::BeginTimeOf(key);
     if (time != time_) {
         hashes_.clear();
         time_ = time;

@@ -4,6 +4,7 @@
 #include "common/hostservices.h"
 #include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/database/izeldbimpl.h"
+#include "zelstore/keys/keyformat.h"
 
 // The coordinator: the thread of the store core that moves records from the two queues to the
 // database. It sleeps on four events, whose order is their priority, and looks at the live mode at
@@ -20,9 +21,6 @@ namespace {
 constexpr std::uint32_t waitStop = 0;
 constexpr std::uint32_t waitTimer = 1;
 constexpr std::size_t waitCount = 4;
-
-// Receive-time rows announce new events to the job that sends them on.
-constexpr std::string_view receivePrefix = "r";
 
 }  // namespace
 
@@ -142,6 +140,7 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, bool sile
     return result;
 }
 
+// Receive-time rows announce new events to the job that sends them on.
 void EventStoreImpl::NotifyJob(const RecordBatch& records) {
     if (!liveMode_.load(std::memory_order_relaxed))
         return;

@@ -13,7 +13,8 @@
 #include "zelstore/database/foldergate.h"
 #include "zelstore/database/iquerysink.h"
 #include "zelstore/database/statusresult.h"
-#include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/keyfield.h"
+#include "zelstore/keys/keysplit.h"
 
 namespace ZEL {
 
@@ -225,12 +226,13 @@ HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOthe
     if (!MakeCursorLocked())
         return hr::outOfMemory;
     leveldb::Iterator& row = *cursorIterator_;
+    constexpr std::string_view flagName = KeyFieldName(KeyField::silentEnrichment);
     KeyFields fields;
     for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
         std::string_view flag;
         SplitKeyFields({row.key().data(), row.key().size()}, &fields);
         // A key without the mark counts as silent.
-        if (Succeeded(GetKeyField(fields, "silent_enrichment", &flag)) && flag != "1") {
+        if (Succeeded(GetKeyField(fields, flagName, &flag)) && flag != "1") {
             *hasOther = true;
             values->clear();
             return hr::ok;

@@ -2,50 +2,40 @@
 
 #include "common/hostservices.h"
 #include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/receivekey.h"
 
 namespace ZEL {
 
 namespace {
 
-void AppendDigits(std::wstring* key, std::uint32_t number) {
-    const std::string digits = TenDigits(number);
-    key->append(digits.begin(), digits.end());
+// `more` is ASCII.
+std::wstring Joined(std::wstring_view text, std::string_view more) {
+    std::wstring joined;
+    joined.reserve(text.size() + more.size());
+    joined.append(text).append(more.begin(), more.end());
+    return joined;
 }
 
 }  // namespace
 
-HRESULT KeyCounter::MakeReceiveKey(std::wstring* key) {
+std::wstring KeyCounter::MakeReceiveKey() {
     const wm::Hold hold(keyLock_);
-    const std::string now = wm::FormatUtc(wm::Clock().UtcNow());
-    const std::wstring time(now.begin(), now.end());
-    if (time != lastReceiveTime_) {
-        lastReceiveTime_ = time;
+    std::string now = wm::FormatUtc(wm::Clock().UtcNow());
+    if (now != lastReceiveTime_) {
+        lastReceiveTime_ = std::move(now);
         receiveCounter_ = 0;
     }
-    ++receiveCounter_;
-    *key = L"r<receive_time>" + time + L"<sequence>";
-    AppendDigits(key, receiveCounter_);
-    return hr::ok;
+    return Joined(L"", ZEL::MakeReceiveKey(lastReceiveTime_, ++receiveCounter_));
 }
 
-void KeyCounter::AppendCounterLocked(std::wstring_view baseKey, std::wstring* key) {
-    ++enrichmentCounter_;
-    key->assign(baseKey).append(L"<silent_sequence>");
-    AppendDigits(key, enrichmentCounter_);
-}
-
-HRESULT KeyCounter::MakeEnrichmentKey(std::wstring_view baseKey, std::wstring* key) {
+std::wstring KeyCounter::MakeEnrichmentKey(std::wstring_view baseKey) {
     const wm::Hold hold(keyLock_);
-    AppendCounterLocked(baseKey, key);
-    return hr::ok;
+    return Joined(baseKey, EnrichmentSuffix(++enrichmentCounter_));
 }
 
-HRESULT KeyCounter::MakeFlaggedEnrichmentKey(std::wstring_view baseKey, bool silent,
-                                             std::wstring* key) {
+std::wstring KeyCounter::MakeFlaggedEnrichmentKey(std::wstring_view baseKey, bool silent) {
     const wm::Hold hold(keyLock_);
-    AppendCounterLocked(baseKey, key);
-    key->append(silent ? L"<silent_enrichment>1" : L"<silent_enrichment>0");
-    return hr::ok;
+    return Joined(baseKey, FlaggedEnrichmentSuffix(++enrichmentCounter_, silent));
 }
 
 }  // namespace ZEL

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "common/asciicase.h"
+#include "zelstore/keys/keyfield.h"
+
 namespace ZEL {
 
 namespace {
@@ -77,8 +79,8 @@ bool Compare(std::int32_t op, std::string_view text, std::string_view value) {
 }
 
 bool StandsEarly(std::string_view name) {
-    return name == "object_type" || name == "action" || name == "type_id" ||
-           name == "target_type_id";
+    const auto field = FindKeyField(name);
+    return field && RowOf(*field).standsEarly;
 }
 
 }  // namespace

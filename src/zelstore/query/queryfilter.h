@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/keysplit.h"
 #include "zelstore/query/pattern.h"
 #include "zelstore/schema/eventfields.h"
 

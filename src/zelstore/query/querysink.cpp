@@ -2,7 +2,6 @@
 
 #include <leveldb/db.h>
 
-#include <cstdlib>
 #include <new>
 #include <string_view>
 
@@ -11,6 +10,7 @@
 #include "common/textbridge.h"
 #include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/receivekey.h"
 #include "zelstore/query/machinepaths.h"
 #include "zelstore/query/querymanager.h"
 #include "zelstore/query/resulttext.h"
@@ -23,9 +23,6 @@ namespace {
 void ReportLostRow(const char* what) noexcept {
     wm::ReportError(hr::unexpected, wm::reportLabel::lostRow, "Exception", what);
 }
-
-constexpr std::string_view receiveMarker = "<receive_time>";
-constexpr std::string_view sequenceMarker = "<sequence>";
 
 std::string_view View(const leveldb::Slice& slice) {
     return {slice.data(), slice.size()};
@@ -61,7 +58,7 @@ QuerySink::QuerySink(const QuerySinkOptions& options, std::string prefix,
     : options_(options),
       prefix_(std::move(prefix)),
       isPrimary_(options.family == familyPrimary),
-      timeField_(isPrimary_ ? "begin_time" : "receive_time"),
+      timeField_(KeyFieldName(isPrimary_ ? KeyField::beginTime : KeyField::receiveTime)),
       callback_(callback),
       filter_(conditions) {
     if (options_.includeEnrichments || options_.noLiveEnrichedEvents)
@@ -244,18 +241,14 @@ HRESULT QuerySink::JoinEnrichedEvent(std::string_view value) {
 HRESULT QuerySink::ExtractCursor(std::wstring* time, std::int32_t* sequence) const {
     if (isPrimary_)
         return hr::ok;
-    const std::size_t timeAt = lastKey_.find(receiveMarker);
-    const std::size_t sequenceAt = lastKey_.find(sequenceMarker);
-    if (timeAt == std::string::npos || sequenceAt == std::string::npos || sequenceAt < timeAt) {
+    const auto place = FindReceivePlace(lastKey_);
+    if (!place) {
         wm::Trace(wm::TraceLevel::warning, "a row has no resume position", hr::fail, lastKey_);
         return hr::fail;
     }
-    const std::string_view key = lastKey_;
-    const std::size_t timeStart = timeAt + receiveMarker.size();
-    if (!wm::ToWide(key.substr(timeStart, sequenceAt - timeStart), *time))
+    if (!wm::ToWide(place->time, *time))
         wm::Trace(wm::TraceLevel::warning, "a resume time is not UTF-8");
-    const std::string digits(key.substr(sequenceAt + sequenceMarker.size()));
-    *sequence = std::atoi(digits.c_str());
+    *sequence = static_cast<std::int32_t>(place->sequence);
     return hr::ok;
 }
 

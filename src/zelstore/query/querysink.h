@@ -10,7 +10,7 @@
 #include "zelstore/database/iquerysink.h"
 #include "zelstore/database/izeldbimpl.h"
 #include "zelstore/ieventstore.h"
-#include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/keysplit.h"
 #include "zelstore/query/queryfilter.h"
 #include "zelstore/schema/event.h"
 

@@ -219,25 +219,25 @@ HRESULT UrlField(const Extraction& in, ValueSink& sink) {
 }
 
 struct Row {
-    std::string_view name;
+    KeyField field;
     HRESULT (*extract)(const Extraction&, ValueSink&);
 };
 
-// By KeyField.
-constexpr Row keyFieldTable[keyFieldCount] = {
-    {"object_type", ObjectTypeField},
-    {"action", ActionField},
-    {"type_id", TypeIdField},
-    {"actor_hash", ActorHashField},
-    {"actor_path_name", ActorPathField},
-    {"actor_uid", ActorUidField},
-    {"target_hash", TargetHashField},
-    {"target_path_name", TargetPathField},
-    {"target_source_ip", SourceIpField},
-    {"target_destination_ip", DestinationIpField},
-    {"target_type_id", TargetTypeIdField},
-    {"correlation_uid", CorrelationField},
-    {"target_url_text", UrlField},
+// What an event itself gives to a key, in the order in which it is worked out.
+constexpr Row eventFields[] = {
+    {KeyField::objectType, ObjectTypeField},
+    {KeyField::action, ActionField},
+    {KeyField::typeId, TypeIdField},
+    {KeyField::actorHash, ActorHashField},
+    {KeyField::actorPathName, ActorPathField},
+    {KeyField::actorUid, ActorUidField},
+    {KeyField::targetHash, TargetHashField},
+    {KeyField::targetPathName, TargetPathField},
+    {KeyField::targetSourceIp, SourceIpField},
+    {KeyField::targetDestinationIp, DestinationIpField},
+    {KeyField::targetTypeId, TargetTypeIdField},
+    {KeyField::correlationUid, CorrelationField},
+    {KeyField::targetUrlText, UrlField},
 };
 
 class ConditionSink final : public ValueSink {
@@ -259,26 +259,23 @@ private:
 };
 
 HRESULT Traced(HRESULT result, const Row& row) {
-    wm::Trace(wm::TraceLevel::error, "a key field can't be worked out", result, row.name);
+    wm::Trace(wm::TraceLevel::error, "a key field can't be worked out", result,
+              KeyFieldName(row.field));
     return result;
 }
 
 }  // namespace
 
-std::string_view KeyFieldName(KeyField field) noexcept {
-    return keyFieldTable[static_cast<std::size_t>(field)].name;
-}
-
 HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expander,
                          FilterMap& out) {
     const Extraction in{event, forQuery, expander};
-    for (const Row& row : keyFieldTable) {
+    for (const Row& row : eventFields) {
         ConditionSink sink;
         const HRESULT result = row.extract(in, sink);
         if (Failed(result))
             return Traced(result, row);
         if (result != absent)
-            out[std::string(row.name)] = std::move(sink.conditions);
+            out[std::string(KeyFieldName(row.field))] = std::move(sink.conditions);
     }
     if (out.empty())
         wm::Trace(wm::TraceLevel::verbose, "an event gives no key fields");
@@ -286,7 +283,7 @@ HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expan
 }
 
 std::optional<std::string_view> RecordFields::Find(KeyField field) const noexcept {
-    const Place& place = places_[static_cast<std::size_t>(field)];
+    const Place& place = places_[IndexOf(field)];
     if (place.at == std::string::npos)
         return std::nullopt;
     return std::string_view(texts_.data() + place.at, place.size);
@@ -302,17 +299,17 @@ void RecordFields::Offer(KeyField field, std::string_view value) {
     const auto held = Find(field);
     if (held && *held <= value)
         return;
-    places_[static_cast<std::size_t>(field)] = {texts_.size(), value.size()};
+    places_[IndexOf(field)] = {texts_.size(), value.size()};
     texts_.append(value);
 }
 
 HRESULT ExtractRecordFields(const Event& event, RecordFields& out) {
     const Extraction in{event, false, nullptr};
-    for (std::size_t i = 0; i < keyFieldCount; ++i) {
-        FactSink sink(out, static_cast<KeyField>(i));
-        const HRESULT result = keyFieldTable[i].extract(in, sink);
+    for (const Row& row : eventFields) {
+        FactSink sink(out, row.field);
+        const HRESULT result = row.extract(in, sink);
         if (Failed(result))
-            return Traced(result, keyFieldTable[i]);
+            return Traced(result, row);
     }
     return hr::ok;
 }

@@ -7,31 +7,10 @@
 #include <string_view>
 
 #include "common/result.h"
+#include "zelstore/keys/keyfield.h"
 #include "zelstore/schema/event.h"
 
 namespace ZEL::Schema {
-
-// The thirteen fields that an event itself gives to its key, in the order in which they are worked
-// out. Each may have several values; a record's key takes the first in byte order.
-enum class KeyField : std::size_t {
-    objectType,
-    action,
-    typeId,
-    actorHash,
-    actorPathName,
-    actorUid,
-    targetHash,
-    targetPathName,
-    targetSourceIp,
-    targetDestinationIp,
-    targetTypeId,
-    correlationUid,
-    targetUrlText,
-};
-inline constexpr std::size_t keyFieldCount = 13;
-
-// A field's name in a key.
-std::string_view KeyFieldName(KeyField field) noexcept;
 
 // Conditions of a sub-query: by field name, and by value in byte order. All UTF-8.
 using FilterMap = std::map<std::string, std::map<std::string, Operator>>;
@@ -52,7 +31,7 @@ public:
 HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expander,
                          FilterMap& out);
 
-// The facts of a record: the first value of each field, in byte order. Same failures.
+// The facts of a record: of each field the first value in byte order, which is what its key takes.
 class RecordFields {
 public:
     // None when the record has no such field. A view of this object, until the next Offer.
@@ -68,6 +47,7 @@ private:
     std::string texts_;  // of all fields, one behind the other
     Place places_[keyFieldCount];
 };
+// The same failures.
 HRESULT ExtractRecordFields(const Event& event, RecordFields& out);
 
 // A value with * and ? as a regular expression that matches the same texts, not anchored.

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+// The fields of keys, listed once. Who makes a key, reads one, takes facts from an event or puts
+// conditions to a row takes names and order from here. A new field is an enumerator, its row, and,
+// where records shall have it in their keys, a place in the order.
+
+namespace ZEL {
+
+// In the order of their constants, which no key depends on.
+enum class KeyField : std::uint8_t {
+    beginTime,
+    receiveTime,
+    sequence,
+    objectType,
+    action,
+    actorHash,
+    actorPathName,
+    actorUid,
+    typeId,
+    targetHash,
+    targetPathName,
+    targetSourceIp,
+    targetDestinationIp,
+    targetTypeId,
+    targetUrlText,
+    silentSequence,
+    correlationUid,
+    silentEnrichment,
+};
+inline constexpr std::size_t keyFieldCount = 18;
+
+struct KeyFieldRow {
+    KeyField field;
+    std::string_view name;
+    std::wstring_view wideName;
+    std::string_view mark;  // <name>, which stands in front of the value
+    std::wstring_view wideMark;
+    char tag;  // |tag holds the value's place while a key is made
+    // Near the key's start, or worked out from what stands there. Keys are split from their end,
+    // so such a field costs the most to find.
+    bool standsEarly;
+};
+
+#define ZEL_KEY_FIELD(field, name, tag, standsEarly)                                      \
+    KeyFieldRow {                                                                         \
+        KeyField::field, name, L##name, "<" name ">", L"<" L##name L">", tag, standsEarly \
+    }
+
+// By KeyField.
+inline constexpr std::array<KeyFieldRow, keyFieldCount> keyFieldTable = {
+    ZEL_KEY_FIELD(beginTime, "begin_time", 'A', true),
+    ZEL_KEY_FIELD(receiveTime, "receive_time", 'C', true),
+    ZEL_KEY_FIELD(sequence, "sequence", 'B', true),
+    ZEL_KEY_FIELD(objectType, "object_type", 'D', true),
+    ZEL_KEY_FIELD(action, "action", 'E', true),
+    ZEL_KEY_FIELD(actorHash, "actor_hash", 'F', false),
+    ZEL_KEY_FIELD(actorPathName, "actor_path_name", 'G', false),
+    ZEL_KEY_FIELD(actorUid, "actor_uid", 'N', false),
+    ZEL_KEY_FIELD(typeId, "type_id", 'P', true),
+    ZEL_KEY_FIELD(targetHash, "target_hash", 'H', false),
+    ZEL_KEY_FIELD(targetPathName, "target_path_name", 'I', false),
+    ZEL_KEY_FIELD(targetSourceIp, "target_source_ip", 'J', false),
+    ZEL_KEY_FIELD(targetDestinationIp, "target_destination_ip", 'K', false),
+    ZEL_KEY_FIELD(targetTypeId, "target_type_id", 'Q', true),
+    ZEL_KEY_FIELD(targetUrlText, "target_url_text", 'R', false),
+    ZEL_KEY_FIELD(silentSequence, "silent_sequence", 'L', false),
+    ZEL_KEY_FIELD(correlationUid, "correlation_uid", 'M', false),
+    ZEL_KEY_FIELD(silentEnrichment, "silent_enrichment", 'O', false),
+};
+#undef ZEL_KEY_FIELD
+
+// What each key of an event holds, in this order.
+inline constexpr KeyField requiredKeyFields[] = {KeyField::beginTime, KeyField::sequence,
+                                                 KeyField::objectType, KeyField::action};
+// What follows in the key of a JSON record, as far as the record has it.
+inline constexpr KeyField optionalKeyFields[] = {
+    KeyField::actorHash,      KeyField::actorPathName,  KeyField::targetHash,
+    KeyField::targetPathName, KeyField::targetSourceIp, KeyField::targetDestinationIp,
+    KeyField::correlationUid, KeyField::actorUid,
+};
+
+constexpr std::size_t IndexOf(KeyField field) noexcept {
+    return static_cast<std::size_t>(field);
+}
+
+constexpr const KeyFieldRow& RowOf(KeyField field) noexcept {
+    return keyFieldTable[IndexOf(field)];
+}
+
+constexpr std::string_view KeyFieldName(KeyField field) noexcept {
+    return RowOf(field).name;
+}
+
+// None for a name that is in no row.
+constexpr std::optional<KeyField> FindKeyField(std::string_view name) noexcept {
+    for (const KeyFieldRow& row : keyFieldTable)
+        if (row.name == name)
+            return row.field;
+    return std::nullopt;
+}
+
+constexpr bool IsKeyFieldTableInOrder() noexcept {
+    for (std::size_t i = 0; i < keyFieldCount; ++i)
+        if (IndexOf(keyFieldTable[i].field) != i || keyFieldTable[i].name.empty())
+            return false;
+    return true;
+}
+static_assert(IsKeyFieldTableInOrder());
+
+}  // namespace ZEL
