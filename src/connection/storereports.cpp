@@ -1,6 +1,7 @@
 #include "connection/storereports.h"
 
 #include <atomic>
+#include <charconv>
 #include <cstring>
 #include <utility>
 
@@ -13,11 +14,31 @@ namespace {
 std::atomic<std::uint32_t> damagedReads{0};
 thread_local std::string reason;
 
+struct LostNumber {
+    const char* const name;
+    std::atomic<std::uint64_t> count{0};
+};
+LostNumber lostEvents{wm::lostDetail::events};
+LostNumber lostReceiveRows{wm::lostDetail::receipts};
+LostNumber lostEnrichments{wm::lostDetail::enrichments};
+
+void CountLost(const wm::ErrorReport& report) {
+    for (const auto& [name, value] : report.Details())
+        for (LostNumber* const number : {&lostEvents, &lostReceiveRows, &lostEnrichments}) {
+            std::uint64_t count = 0;
+            if (name == number->name)
+                std::from_chars(value.data(), value.data() + value.size(), count);
+            number->count += count;
+        }
+}
+
 }  // namespace
 
 void StoreReports::OnReport(const wm::ErrorReport& report) {
     if (report.Label() == wm::reportLabel::damagedData)
         ++damagedReads;
+    if (report.Label() == wm::reportLabel::lostBatch)
+        CountLost(report);
     const bool isSettings = report.Label() == "Settings";
     if (!tellsAll_ && !isSettings)
         return;
@@ -43,6 +64,10 @@ void StoreReports::OnTrace(const wm::TraceMessage& message) noexcept {
     } catch (...) {
         return;  // a trace message is not worth more
     }
+}
+
+LostRecords RecordsLost() noexcept {
+    return {lostEvents.count, lostReceiveRows.count, lostEnrichments.count};
 }
 
 std::uint32_t TakeDamagedReads() noexcept {

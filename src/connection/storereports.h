@@ -9,9 +9,9 @@
 
 namespace zel {
 
-// Hears what the store and its services report and trace. Broken settings are always told to the
-// listener, all else only when it wants to know. Lives as long as the process uses the store. Any
-// thread.
+// Hears what the store and its services report and trace, and keeps the numbers below. Broken
+// settings are always told to the listener, all else only when it wants to know. Lives as long as
+// the process uses the store. Any thread.
 class StoreReports final : public wm::IErrorReportSink, public wm::ITraceSink {
 public:
     StoreReports(ISessionListener& listener, bool tellsAll)
@@ -27,6 +27,15 @@ private:
     ISessionListener& listener_;
     const bool tellsAll_;
 };
+
+// Records that the store had accepted and has lost since, as it reports them.
+struct LostRecords {
+    std::uint64_t events = 0;
+    std::uint64_t receiveRows = 0;
+    std::uint64_t enrichments = 0;  // at most: a part of a batch may have been written
+};
+// All of this process up to now.
+LostRecords RecordsLost() noexcept;
 
 // How many reads of this process met damaged data since this was last asked.
 std::uint32_t TakeDamagedReads() noexcept;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -101,6 +103,27 @@ TEST(Coordinator, EventsReachTheDiskAheadOfTheirSilentEnrichments) {
     disk.Unblock();
     stopping.join();
     EXPECT_TRUE(store.directory.Exists("20260101999"));
+}
+
+TEST(Coordinator, TellsHowManyRecordsAFailedWriteCost) {
+    RunningStore store;
+    store.Start();
+    const test::FakeFreeSpace full(0);
+    const test::RecordingReports reports;
+    for (const int i : {1, 2, 2})
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+    ASSERT_EQ(store.Insert("r<receive_time>2026-01-01T00:00:00.000Z<sequence>0000000001"), hr::ok);
+    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
+    ASSERT_EQ(store.core.Stop(), hr::ok);
+    std::map<std::string, std::string> lost;
+    for (std::size_t i = 0; i < reports.Count(); ++i) {
+        const wm::ErrorReport report = reports.At(i);
+        if (report.Label() == wm::reportLabel::lostBatch)
+            lost.insert(report.Details().begin(), report.Details().end());
+    }
+    EXPECT_EQ(lost, (std::map<std::string, std::string>{{wm::lostDetail::events, "3"},
+                                                        {wm::lostDetail::receipts, "1"},
+                                                        {wm::lostDetail::enrichments, "1"}}));
 }
 
 TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {

@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "common/boundary.h"
@@ -21,6 +24,26 @@ namespace {
 constexpr std::uint32_t waitStop = 0;
 constexpr std::uint32_t waitTimer = 1;
 constexpr std::size_t waitCount = 4;
+
+// The table of errors counts failures; a host that has to account for its records needs their
+// number.
+void ReportLostBatch(HRESULT result, std::uint64_t added, const RecordBatch& records, bool silent) {
+    const auto report = [&] {
+        const auto receipts = static_cast<std::uint64_t>(std::count_if(
+            records.begin(), records.end(),
+            [](const auto& record) { return record.first.starts_with(receivePrefix); }));
+        wm::ErrorReport lost;
+        lost.SetError(result, wm::reportLabel::lostBatch);
+        if (silent)
+            lost.AddDetail(wm::lostDetail::enrichments, std::to_string(added));
+        else
+            lost.AddDetail(wm::lostDetail::events, std::to_string(added - receipts))
+                .AddDetail(wm::lostDetail::receipts, std::to_string(receipts));
+        lost.Submit();
+        return hr::ok;
+    };
+    IgnoreResult(AtBoundary(report), "a report never changes a result");
+}
 
 }  // namespace
 
@@ -132,8 +155,10 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, bool sile
     RecordBatch& records = batch->Records();
     const HRESULT result =
         silent ? database->WriteSilentRecords(records) : database->WriteRecords(records);
-    if (Failed(result))
+    if (Failed(result)) {
         wm::Trace(wm::TraceLevel::error, "a batch was not written", result);
+        ReportLostBatch(result, batch->Added(), records, silent);
+    }
     if (!silent)
         NotifyJob(records);
     (silent ? silentQueue_ : eventQueue_).Recycle(std::move(records));

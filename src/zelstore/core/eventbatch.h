@@ -27,6 +27,7 @@ public:
     // What the two texts hold then is of no use; the caller frees it behind all locks.
     void Add(std::string& key, std::string& value) EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
+        ++added_;
         // Records mostly come in the order of their keys, and then go to the end at once.
         if (spent_.empty()) {
             records_.insert_or_assign(records_.end(), std::move(key), std::move(value));
@@ -47,11 +48,14 @@ public:
     }
     // For the sole owner of a batch that has left its queue.
     RecordBatch& Records() NO_THREAD_SAFETY_ANALYSIS { return records_; }
+    // How many records came in, those included that a later one with their key replaced.
+    std::uint64_t Added() const NO_THREAD_SAFETY_ANALYSIS { return added_; }
 
 private:
     mutable wm::Lock lock_{wm::LockRank::batch};
     RecordBatch records_ GUARDED_BY(lock_);
     RecordBatch spent_ GUARDED_BY(lock_);
+    std::uint64_t added_ GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace ZEL
