@@ -1,4 +1,7 @@
+#include <atomic>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "databasefixture.h"
 
@@ -50,10 +53,32 @@ TEST_F(ScanTest, LooksAtTheEventsBeforeEachThousandthRow) {
         EXPECT_EQ(Scan(row.stop, nullptr, row.from), row.expected) << row.from;
         EXPECT_EQ(sink.keys.size(), row.rows) << row.from;
     }
-    stop.Reset();
-    instance->AbortScan();
-    EXPECT_EQ(Scan(stop.Handle()), hr::aborted);
-    EXPECT_EQ(Scan(stop.Handle()), hr::ok) << "an abort ends one scan";
+}
+
+TEST_F(ScanTest, AbortReachesEachScanThatRunsAndNoLaterOne) {
+    instance->AbortScans();
+    EXPECT_EQ(Scan(stop.Handle()), hr::ok) << "none ran";
+    pause.Reset();
+    RecordingSink sinks[2];
+    std::atomic<int> begun{0};
+    std::vector<std::thread> scans;
+    for (RecordingSink& each : sinks) {
+        each.onRow = [&, first = true](bool*) mutable {
+            begun += std::exchange(first, false) ? 1 : 0;
+            return RowResult::goOn;
+        };
+        scans.emplace_back([&] {
+            bool keepGoing = true;
+            EXPECT_EQ(instance->Scan("p", &each, stop.Handle(), pause.Handle(), &keepGoing),
+                      hr::aborted);
+            EXPECT_EQ(each.keys.size(), 999u);
+        });
+    }
+    while (begun != 2)
+        std::this_thread::yield();
+    instance->AbortScans();
+    for (std::thread& scan : scans)
+        scan.join();
 }
 
 TEST_F(ScanTest, WaitsWhilePausedAndGoesOnOrStops) {

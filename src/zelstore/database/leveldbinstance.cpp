@@ -82,6 +82,33 @@ void TellDroppedRecords(const std::wstring& folder) {
 
 }  // namespace
 
+// A scan under way. Each has an abort event of its own: one event for all would wake one of several
+// paused scans, and would wait for the next scan where none runs.
+class LevelDbInstance::RunningScan {
+public:
+    explicit RunningScan(LevelDbInstance& instance) : instance_(instance) {
+        const wm::Hold hold(instance_.scansLock_);
+        instance_.scans_.push_back(this);
+    }
+    ~RunningScan() {
+        const wm::Hold hold(instance_.scansLock_);
+        std::erase(instance_.scans_, this);
+    }
+    RunningScan(const RunningScan&) = delete;
+    RunningScan& operator=(const RunningScan&) = delete;
+
+    wm::EventObject abortEvent;
+
+private:
+    LevelDbInstance& instance_;
+};
+
+void LevelDbInstance::AbortScans() noexcept {
+    const wm::Hold hold(scansLock_);
+    for (RunningScan* const scan : scans_)
+        scan->abortEvent.Set();
+}
+
 LevelDbInstance::LevelDbInstance(std::wstring path) : path_(std::move(path)) {
     if (!wm::ToUtf8(path_, narrowPath_))
         narrowPath_.clear();
@@ -113,8 +140,6 @@ void LevelDbInstance::Close() noexcept {
 HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     if (narrowPath_.empty())
         return hr::invalidArgument;
-    if (!abortEvent_.Create(false, false))
-        return hr::outOfMemory;
     gate_ = FolderGate::For(path_);
     const wm::Hold hold(gate_->lock);
     gate_->AwaitClosed();
@@ -164,6 +189,9 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
         return hr::invalidArgument;
     if (!db_)
         return hr::unexpected;
+    RunningScan scan(*this);
+    if (!scan.abortEvent.Create(false, false))
+        return hr::outOfMemory;
     const ScanSnapshot snapshot(*db_);
     const leveldb::ReadOptions options = MakeReadOptions(snapshot.Get());
     const std::unique_ptr<leveldb::Iterator> row(db_->NewIterator(options));
@@ -174,7 +202,8 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
         return attached;
     std::uint64_t rows = 0;
     for (row->Seek(startKey); row->Valid(); row->Next()) {
-        if (++rows % rowsPerCheck == 0 && !ShouldContinue(stopEvent, pauseEvent))
+        if (++rows % rowsPerCheck == 0 &&
+            !ShouldContinue(scan.abortEvent.Handle(), stopEvent, pauseEvent))
             return hr::aborted;
         const RowResult answer = sink->OnRecord(row->key(), row->value(), keepGoing);
         if (answer == RowResult::endDatabase)
@@ -186,9 +215,10 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
     return hr::ok;
 }
 
-bool LevelDbInstance::ShouldContinue(HANDLE stopEvent, HANDLE pauseEvent) const noexcept {
+bool LevelDbInstance::ShouldContinue(HANDLE abortEvent, HANDLE stopEvent,
+                                     HANDLE pauseEvent) noexcept {
     constexpr std::uint32_t resumed = 2;  // the index of pauseEvent
-    const HANDLE handles[] = {abortEvent_.Handle(), stopEvent, pauseEvent};
+    const HANDLE handles[] = {abortEvent, stopEvent, pauseEvent};
     if (pauseEvent != nullptr)
         return wm::WaitForAny(3, handles, wm::waitForever) == resumed;
     return wm::WaitForAny(2, handles, 0) == wm::waitTimedOut;

@@ -52,8 +52,8 @@ public:
     // 0x80004005 when the sink abandons the database.
     HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent, HANDLE pauseEvent,
                  bool* keepGoing);
-    // Makes the next check of a scan of this database end that scan.
-    void AbortScan() noexcept { abortEvent_.Set(); }
+    // Makes the next check of each scan that runs now end that scan; later scans don't hear of it.
+    void AbortScans() noexcept EXCLUDES(scansLock_);
 
     // Appends the values of all keys that begin with `prefix`.
     HRESULT ReadPrefix(std::string_view prefix, std::vector<std::string>* values);
@@ -67,17 +67,20 @@ public:
     void DeleteOnClose() noexcept { deleteOnClose_.store(true, std::memory_order_relaxed); }
 
 private:
-    bool ShouldContinue(HANDLE stopEvent, HANDLE pauseEvent) const noexcept;
+    class RunningScan;
+
+    static bool ShouldContinue(HANDLE abortEvent, HANDLE stopEvent, HANDLE pauseEvent) noexcept;
     // False when there is no cursor.
     bool MakeCursorLocked() REQUIRES(cursorLock_);
     void Close() noexcept;
 
     const std::wstring path_;
     std::string narrowPath_;  // UTF-8; empty when the path has no such form
-    wm::EventObject abortEvent_;
     std::shared_ptr<FolderGate> gate_;
     std::unique_ptr<leveldb::DB> db_;  // set once, by Open
     std::atomic<bool> deleteOnClose_{false};
+    wm::Lock scansLock_;
+    std::vector<RunningScan*> scans_ GUARDED_BY(scansLock_);
     wm::Lock cursorLock_{wm::LockRank::cursor};
     const leveldb::Snapshot* cursorSnapshot_ GUARDED_BY(cursorLock_) = nullptr;
     std::unique_ptr<leveldb::Iterator> cursorIterator_ GUARDED_BY(cursorLock_);

@@ -77,7 +77,7 @@ void ZelMasterDatabase::AbortScans() {
                      for (const auto& [path, proxy] : databases_) {
                          open.push_back(proxy->PeekInstance());
                          if (open.back())
-                             open.back()->AbortScan();
+                             open.back()->AbortScans();
                      }
                      return hr::ok;
                  }),
