@@ -32,7 +32,10 @@ bool HasForm(const std::string& text, const std::string& form) {
 HRESULT PlainParse(const std::string& text, Numbers* numbers) {
     if (text.empty())
         return hr::invalidArgument;
-    if (text.size() < 20 || text.size() > 24)
+    std::size_t characters = 0;
+    for (const char c : text)
+        characters += static_cast<unsigned char>(c) >> 6 != 2;  // all but the first of a character
+    if (characters < 20 || characters > 24)
         return hr::timeTextLength;
     const bool hasMilliseconds = HasForm(text, "9999-99-99T99:99:99.999Z");
     if (!hasMilliseconds && !HasForm(text, "9999-99-99T99:99:99Z"))

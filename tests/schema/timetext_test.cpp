@@ -26,6 +26,8 @@ TEST(TimeText, IsCheckedByFormAloneAndShifted) {
         {"2019-05-01T12:30Z", 0, hr::timeTextLength, ""},
         {"2019-05-01T12:30:45.1234Z", 0, hr::timeTextLength, ""},
         {"2019-05-01T12:30:45.12Z", 0, hr::invalidData, ""},
+        {"2019-05-01T12:30:45.000\u00e9", 0, hr::invalidData, ""},
+        {"\u20ac2019-05-01T12:30Z", 0, hr::timeTextLength, ""},
         {"2019-05-01t12:30:45Z", 0, hr::invalidData, ""},
         {"2019-05-01T12:30:45z", 0, hr::invalidData, ""},
         {"2019-05-01T12:30:60Z", 0, hr::invalidData, ""},

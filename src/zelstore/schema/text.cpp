@@ -1,5 +1,6 @@
 #include "zelstore/schema/text.h"
 
+#include <algorithm>
 #include <type_traits>
 
 #include "common/textbridge.h"
@@ -15,6 +16,13 @@ std::optional<std::string_view> ToUtf8(const Text& text, std::string& buffer) {
             return buffer;
     }
     return std::nullopt;
+}
+
+std::size_t CharacterCount(const Text& text) noexcept {
+    if constexpr (!std::is_same_v<Text, std::string>)
+        return text.size();
+    const auto isFirstByte = [](auto c) { return (static_cast<unsigned>(c) & 0xC0U) != 0x80U; };
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isFirstByte));
 }
 
 }  // namespace ZEL::Schema

@@ -22,4 +22,7 @@ using TextView = std::basic_string_view<utility::char_t>;
 // through, and they end here.
 std::optional<std::string_view> ToUtf8(const Text& text, std::string& buffer);
 
+// A character of UTF-8 may have several bytes; in wide text each unit counts.
+std::size_t CharacterCount(const Text& text) noexcept;
+
 }  // namespace ZEL::Schema

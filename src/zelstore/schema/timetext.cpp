@@ -53,10 +53,9 @@ HRESULT Matched(const Text& text, wm::SystemTime* time) {
 
 }  // namespace
 
-HRESULT FormatTimestamp(const wm::SystemTime& time, Text* text) {
+Text FormatTimestamp(const wm::SystemTime& time) {
     const std::string formatted = wm::FormatUtc(time);
-    text->assign(formatted.begin(), formatted.end());
-    return hr::ok;
+    return Text(formatted.begin(), formatted.end());
 }
 
 HRESULT ParseTimestamp(const Text& text, wm::SystemTime* time) {
@@ -64,7 +63,8 @@ HRESULT ParseTimestamp(const Text& text, wm::SystemTime* time) {
     constexpr std::size_t longest = 24;
     if (text.empty() || time == nullptr)
         return hr::invalidArgument;
-    if (text.size() < shortest || text.size() > longest)
+    const std::size_t length = CharacterCount(text);
+    if (length < shortest || length > longest)
         return hr::timeTextLength;
     try {
         return Matched(text, time);
@@ -86,7 +86,8 @@ HRESULT AdjustTimestamp(const Text& text, std::int32_t shift, Text* out) {
     }
     if (!exists)
         wm::Trace(wm::TraceLevel::warning, "a time does not exist");
-    return FormatTimestamp(exists ? wm::ToSystemTime(point) : wm::SystemTime(), out);
+    *out = FormatTimestamp(exists ? wm::ToSystemTime(point) : wm::SystemTime());
+    return hr::ok;
 }
 
 }  // namespace ZEL::Schema

@@ -11,11 +11,11 @@ namespace ZEL::Schema {
 // The lowest time that there is; the open lower end of a range.
 inline constexpr const utility::char_t* zeroDate = ZEL_TEXT("1601-01-01T00:00:00.000Z");
 
-HRESULT FormatTimestamp(const wm::SystemTime& time, Text* text);
+Text FormatTimestamp(const wm::SystemTime& time);
 
 // Takes 20 or 24 characters, with T, a bar or a blank between date and time. Digits are checked by
 // form alone: a month of 19 or a day of 39 passes. 0x80070057 for an empty text, 0x800705B6 for
-// another length, 0x8007000D for another form.
+// fewer than 20 or more than 24 characters, 0x8007000D for another form.
 HRESULT ParseTimestamp(const Text& text, wm::SystemTime* time);
 
 // Shifts a time and gives it in canonical form. A date that does not exist, before or after the
