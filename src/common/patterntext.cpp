@@ -2,15 +2,9 @@
 
 #include <algorithm>
 
+#include "common/asciicase.h"
+
 namespace ZEL {
-
-namespace {
-
-constexpr wchar_t Upper(wchar_t c) noexcept {
-    return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
-}
-
-}  // namespace
 
 std::wstring EscapeForPattern(std::wstring_view text) {
     std::wstring out;
@@ -39,7 +33,7 @@ std::wstring WithDoubledSeparators(std::wstring_view expression) {
 
 std::wstring UpperAscii(std::wstring_view text) {
     std::wstring out(text);
-    std::transform(out.begin(), out.end(), out.begin(), Upper);
+    std::transform(out.begin(), out.end(), out.begin(), ToUpperAscii<wchar_t>);
     return out;
 }
 
@@ -50,7 +44,7 @@ bool EqualsNoCase(std::wstring_view a, std::wstring_view b) noexcept {
 bool StartsWithNoCase(std::wstring_view text, std::wstring_view start) noexcept {
     return text.size() >= start.size() &&
            std::equal(start.begin(), start.end(), text.begin(),
-                      [](wchar_t x, wchar_t y) { return Upper(x) == Upper(y); });
+                      [](wchar_t x, wchar_t y) { return ToUpperAscii(x) == ToUpperAscii(y); });
 }
 
 }  // namespace ZEL

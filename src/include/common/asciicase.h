@@ -2,9 +2,11 @@
 
 namespace ZEL {
 
-// Case is folded for ASCII alone, whatever the locale: other bytes of UTF-8 stay as they are.
-constexpr char ToUpperAscii(char c) noexcept {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+// Case is folded for ASCII alone, whatever the locale: other characters, and in UTF-8 other bytes,
+// stay as they are.
+template <typename Char>
+constexpr Char ToUpperAscii(Char c) noexcept {
+    return c >= Char('a') && c <= Char('z') ? static_cast<Char>(c - Char('a') + Char('A')) : c;
 }
 
 }  // namespace ZEL

@@ -12,6 +12,7 @@ namespace {
 
 using web::json::value;
 using Texts = std::vector<std::string>;
+using ZEL::Schema::HasWildcard;
 
 template <typename T>
 value ToArray(const std::vector<T>& items) {
@@ -27,10 +28,6 @@ value Pair(const char* comparison, value content) {
     pair["operator"] = std::move(op);
     pair["value"] = std::move(content);
     return pair;
-}
-
-bool HasWildcard(const std::string& text) {
-    return text.find_first_of("*?") != std::string::npos;
 }
 
 // The store turns only the first value with wildcards into a pattern and reads those behind it as

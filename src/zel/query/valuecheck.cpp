@@ -4,8 +4,10 @@
 #include <boost/regex.hpp>
 #include <limits>
 
+#include "common/asciicase.h"
 #include "zel/terminal/textfit.h"
 #include "zel/terminal/timearg.h"
+#include "zelstore/schema/eventfields.h"
 #include "zelstore/schema/vocabulary.h"
 
 namespace zel {
@@ -49,10 +51,6 @@ Strings OperatorNames() {
 
 bool Contains(const Strings& names, std::string_view name) {
     return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-bool HasWildcard(const std::string& text) {
-    return text.find_first_of("*?") != std::string::npos;
 }
 
 constexpr DocumentKey pairKeys[] = {{"operator", Shape::anything}, {"value", Shape::anything}};
@@ -271,7 +269,7 @@ void ValueCheck::Patterns(const std::vector<std::string>& values, const Document
         // Correlation identifiers are kept in upper case, and so are the patterns for them.
         if (key.name == "correlation_uid")
             std::transform(pattern.begin(), pattern.end(), pattern.begin(),
-                           [](char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; });
+                           ZEL::ToUpperAscii<char>);
         if (isPattern || behindWildcard) {
             const auto problem = TryPattern(pattern, comparison.caseSensitive);
             if (problem)
@@ -280,7 +278,7 @@ void ValueCheck::Patterns(const std::vector<std::string>& values, const Document
                 Warn(At(path, i),
                      "stands behind a value with wildcards and is read as a regular expression");
         }
-        behindWildcard = behindWildcard || (converts && HasWildcard(values[i]));
+        behindWildcard = behindWildcard || (converts && ZEL::Schema::HasWildcard(values[i]));
     }
 }
 

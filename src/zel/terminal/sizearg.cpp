@@ -3,6 +3,8 @@
 #include <charconv>
 #include <limits>
 
+#include "common/asciicase.h"
+
 namespace zel {
 
 namespace {
@@ -14,14 +16,10 @@ struct Unit {
 
 constexpr Unit units[] = {{'M', 1}, {'G', 1024}, {'T', 1024ULL * 1024}};
 
-char Upper(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
 bool IsUnit(std::string_view text, char letter) {
-    return Upper(text.front()) == letter &&
-           (text.size() == 1 ||
-            (text.size() == 3 && Upper(text[1]) == 'I' && Upper(text[2]) == 'B'));
+    return ZEL::ToUpperAscii(text.front()) == letter &&
+           (text.size() == 1 || (text.size() == 3 && ZEL::ToUpperAscii(text[1]) == 'I' &&
+                                 ZEL::ToUpperAscii(text[2]) == 'B'));
 }
 
 }  // namespace

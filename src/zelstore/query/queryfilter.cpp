@@ -91,7 +91,8 @@ QueryFilter::QueryFilter(const Schema::FilterMap& conditions) {
         for (const auto& [value, op] : values) {
             Condition condition{op.op, op.caseSensitive, value, std::nullopt};
             if (!condition.caseSensitive && condition.op != Schema::operatorFitsPattern)
-                std::transform(value.begin(), value.end(), condition.value.begin(), ToUpperAscii);
+                std::transform(value.begin(), value.end(), condition.value.begin(),
+                               ToUpperAscii<char>);
             field.conditions.push_back(std::move(condition));
         }
         fields_.push_back(std::move(field));

@@ -3,6 +3,7 @@
 #include <type_traits>
 #include <typeinfo>
 
+#include "common/asciicase.h"
 #include "common/trace.h"
 #include "zelstore/schema/objectclasses.h"
 
@@ -82,10 +83,6 @@ HRESULT PlainField(const StringPair* pair, ValueSink& sink) {
         if (!AddText(sink, value, op))
             return hr::unexpected;
     return hr::ok;
-}
-
-bool HasWildcard(const Text& value) {
-    return value.find(ZEL_TEXT('*')) != Text::npos || value.find(ZEL_TEXT('?')) != Text::npos;
 }
 
 // Wildcards under `equals` turn the condition into a pattern. The change stays for the values
@@ -205,8 +202,7 @@ HRESULT CorrelationField(const Extraction& in, ValueSink& sink) {
     const Operator op = OperatorOf(in.event.correlation_uid->op);
     for (Text value : in.event.correlation_uid->values) {
         for (utility::char_t& c : value)
-            if (c >= ZEL_TEXT('a') && c <= ZEL_TEXT('z'))
-                c = static_cast<utility::char_t>(c - ZEL_TEXT('a') + ZEL_TEXT('A'));
+            c = ToUpperAscii(c);
         if (!AddText(sink, value, op))
             return hr::unexpected;
     }
@@ -312,6 +308,10 @@ HRESULT ExtractRecordFields(const Event& event, RecordFields& out) {
             return Traced(result, row);
     }
     return hr::ok;
+}
+
+bool HasWildcard(const Text& value) noexcept {
+    return value.find_first_of(ZEL_TEXT("*?")) != Text::npos;
 }
 
 Text WildcardToPattern(const Text& value) {

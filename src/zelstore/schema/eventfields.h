@@ -50,6 +50,9 @@ private:
 // The same failures.
 HRESULT ExtractRecordFields(const Event& event, RecordFields& out);
 
+// Whether a value holds * or ?.
+bool HasWildcard(const Text& value) noexcept;
+
 // A value with * and ? as a regular expression that matches the same texts, not anchored.
 Text WildcardToPattern(const Text& value);
 
