@@ -133,6 +133,9 @@ HRESULT EventStoreImpl::FlushQueue(IncomingQueue& queue, bool silent, bool flush
         wm::Trace(wm::TraceLevel::error, "a queue can't be emptied", result);
         return result;
     }
+    IZelDbImpl* const database = database_.load(std::memory_order_acquire);
+    if (!silent && !local.empty() && database != nullptr)
+        database->AwaitWriteFolder([this] { return coordinatorThread_.StopRequested(); });
     while (!local.empty()) {
         std::unique_ptr<EventBatch> batch = std::move(local.front());
         local.pop_front();

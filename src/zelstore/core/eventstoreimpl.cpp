@@ -135,6 +135,7 @@ HRESULT EventStoreImpl::Stop() {
         running_ = false;
     }
     purgeThread_.RequestStop();
+    coordinatorThread_.RequestStop();
     stopEvent_.Set();
     QueryModule& queries = Queries();
     const wm::Hold hold(queries.queryManagerLock);

@@ -90,9 +90,9 @@ HRESULT FolderGate::CheckOpen(IfMissing ifMissing) const {
     return IsOpenElsewhere() ? hr::sharingViolation : hr::ok;
 }
 
-void FolderGate::AwaitOtherProcess() {
+void FolderGate::AwaitOtherProcess(const std::function<bool()>& isToEnd) {
     const auto end = std::chrono::steady_clock::now() + patience;
-    while (std::chrono::steady_clock::now() < end) {
+    while (!isToEnd() && std::chrono::steady_clock::now() < end) {
         {
             const wm::Hold hold(lock);
             if (isOpen_ || !IsOpenElsewhere())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -46,8 +47,9 @@ public:
     HRESULT CheckOpen(IfMissing ifMissing) const REQUIRES(lock);
     // Whether another process has the folder open; this one must not.
     bool IsOpenElsewhere() const;
-    // Waits a little for another process to let the folder go. Call it under no lock.
-    void AwaitOtherProcess() EXCLUDES(lock);
+    // Waits a little for another process to let the folder go, unless `isToEnd` says that there is
+    // no time. Call it under no lock.
+    void AwaitOtherProcess(const std::function<bool()>& isToEnd) EXCLUDES(lock);
 
     // Removes the folder unless somebody uses it. Failures are only traced: the folder then comes
     // back as a database at the next start.

@@ -39,6 +39,7 @@ public:
     HRESULT Initialize() override { return hr::ok; }
     void AbortScans() override;
     void CloseAll() override;
+    void AwaitWriteFolder(const std::function<bool()>& isToEnd) override;
     HRESULT WriteRecords(RecordBatch& batch) override;
     HRESULT WriteSilentRecords(RecordBatch& batch) override;
     HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
@@ -65,7 +66,8 @@ private:
 
     // The database for today's writes, or for silent enrichments of `date`. What is given by
     // GetWriteDatabase and ChooseSilentDatabase is marked as being written.
-    void AwaitWriteFolder();
+    ProxyPtr NextWriteDatabase();
+    void LeaveOutCutOffMaking();
     HRESULT GetWriteDatabase(ProxyPtr* proxy);
     HRESULT GetWriteDatabaseLocked(const std::wstring& today, ProxyPtr* proxy)
         REQUIRES(databaseLock_);

@@ -82,7 +82,7 @@ private:
 
 HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
     return AtBoundary([&] {
-        AwaitWriteFolder();
+        LeaveOutCutOffMaking();
         ProxyPtr proxy;
         HRESULT result = GetWriteDatabase(&proxy);
         if (Failed(result))
@@ -96,18 +96,25 @@ HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
 }
 
 // A folder that this process does not hold yet may be open in a program that reads it.
-void ZelMasterDatabase::AwaitWriteFolder() {
+void ZelMasterDatabase::AwaitWriteFolder(const std::function<bool()>& isToEnd) {
+    IgnoreResult(AtBoundary([&] {
+                     if (const ProxyPtr next = NextWriteDatabase())
+                         FolderGate::For(next->Path())->AwaitOtherProcess(isToEnd);
+                     return hr::ok;
+                 }),
+                 "the writes tell what they meet");
+}
+
+// Today's newest database, when it is not the one that is held.
+ZelMasterDatabase::ProxyPtr ZelMasterDatabase::NextWriteDatabase() {
     const std::wstring today = FormatToday();
-    ProxyPtr next;
-    {
-        const wm::HoldExclusive hold(databaseLock_);
-        if (!writeDatabase_ || writeDatabase_->Date() != today)
-            next = FindLocked(today, false);
-    }
-    if (!next)
-        return;
-    FolderGate::For(next->Path())->AwaitOtherProcess();
-    if (!IsCutOffMaking(next->Path()))
+    const wm::HoldExclusive hold(databaseLock_);
+    return writeDatabase_ && writeDatabase_->Date() == today ? nullptr : FindLocked(today, false);
+}
+
+void ZelMasterDatabase::LeaveOutCutOffMaking() {
+    const ProxyPtr next = NextWriteDatabase();
+    if (!next || !IsCutOffMaking(next->Path()))
         return;
     wm::Trace(wm::TraceLevel::warning, "a database whose making was cut off is made anew", hr::fail,
               wm::ToUtf8Lossy(next->Path()));
