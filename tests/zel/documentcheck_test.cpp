@@ -89,6 +89,16 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong) {
          path + ".operator: the operator's value is missing"},
         {Target(R"("path":{"operator":{"value":"fits_pattern"},"value":["a","b("]})"),
          path + ".value[1]: Unmatched marking parenthesis ( or \\(.\n  b(\n    ^"},
+        // The patterns for paths are expanded first, which leaves no < or > in them.
+        {Target(R"("path":{"operator":{"value":"fits_pattern"},"value":["a","c(?<n>x)z"]})"),
+         path + ".value[1]: < and > stand for % in the pattern of a path, so that (?<name>..), "
+                "(?<=..), (?<!..) and (?>..) can't be used\n  c(?<n>x)z\n     ^"},
+        {Target(R"("path":{"operator":{"value":"fits_pattern"},"value":["(?<=x)y"]})"),
+         path + ".value[0]: < and > stand for %"},
+        {Target(R"("path":{"value":["a*","(?<!x)y"]})"), path + ".value[1]: < and > stand for %"},
+        {With(R"("artifacts":{"actor":{"object_type":"process","path":{"operator":)"
+              R"({"value":"fits_pattern"},"value":["(?>x)y"]}}})"),
+         event + ".artifacts.actor.path.value[0]: < and > stand for %"},
         {R"({"event_query":{"events":[{"begin_time":{}}]}})",
          event + ".begin_time: there is no value"},
         {R"({"event_query":{"events":[{"begin_time":{"value":"2020-01-01T00:00:00Z"}}]}})",
@@ -107,12 +117,22 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong) {
         {R"({"event_query":{"events":[{"receive_time":{"value":"2020-01-01T00:00:00.000Z"},)"
          R"("action":["create"]}]}})",
          event + ": conditions can't be combined with receive_time"},
-    };
-    for (const auto& [text, start] : rows) {
-        const DocumentFindings found = Check(text);
-        ASSERT_EQ(found.errors.size(), 1u) << text;
-        EXPECT_THAT(found.errors[0], StartsWith(start)) << text;
-    }
+};
+for (const auto& [text, start] : rows) {
+    const DocumentFindings found = Check(text);
+    ASSERT_EQ(found.errors.size(), 1u) << text;
+    EXPECT_THAT(found.errors[0], StartsWith(start)) << text;
+}
+}
+
+TEST(DocumentCheck, TakesWhatTheOtherFieldsMatch) {
+    const std::string pair = R"({"operator":{"value":"fits_pattern"},"value":["(?<!x)y(?>z)."]})";
+    for (const std::string& text :
+         {Target(R"("sha2":)" + pair), With(R"("correlation_uid":)" + pair),
+          With(R"("artifacts":{"target":{"object_type":"reg_key","path":)" + pair + "}}")}) {
+    EXPECT_THAT(Check(text).errors, testing::IsEmpty()) << text;
+    EXPECT_THAT(Check(text).warnings, testing::IsEmpty()) << text;
+}
 }
 
 TEST(DocumentCheck, TellsWhatHasNoEffect) {
@@ -125,6 +145,8 @@ TEST(DocumentCheck, TellsWhatHasNoEffect) {
          "event_query.events[0].artifacts.target.uid has no effect"},
         {Target(R"("path":{"value":["a*","b.exe"]})"),
          "event_query.events[0].artifacts.target.path.value[1] stands behind"},
+        {Target(R"("path":{"operator":{"value":"fits_pattern"},"value":["a\\>b"]})"),
+         "event_query.events[0].artifacts.target.path.value[0] holds < or >, which stand for %"},
     };
     for (const auto& [text, start] : rows) {
         const DocumentFindings found = Check(text);

@@ -128,9 +128,12 @@ private:
         check_.Members(artifact, keys, path,
                        [&](const DocumentKey& key, const value& member, const std::string& at) {
                            const bool counts = role != Role::result && Counts(key, role);
+                           DocumentKey here = key;
+                           if (role != Role::target && here.reading == DocumentKey::registryPath)
+                               here.reading = DocumentKey::path;  // the registry is no actor's
                            if (!counts && role != Role::result)
                                check_.Warn(at, "has no effect on a query: keys do not hold it");
-                           check_.Value(member, key, at, counts);
+                           check_.Value(member, here, at, counts);
                        });
     }
 

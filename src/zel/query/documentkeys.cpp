@@ -38,7 +38,8 @@ constexpr Key artifactKeys[] = {
     {"result", Shape::artifact},
 };
 
-constexpr Key pathKey{"path", Shape::stringPair, Key::both, true};
+constexpr Key pathKey{"path", Shape::stringPair, Key::both, Key::path};
+constexpr Key registryPathKey{"path", Shape::stringPair, Key::both, Key::registryPath};
 constexpr Key hashKey{"sha2", Shape::stringPair, Key::both};
 constexpr Key md5Key{"md5", Shape::stringPair};
 constexpr Key stateKey{"state", Shape::existPair};
@@ -81,15 +82,15 @@ constexpr Key moduleKeys[] = {
 };
 constexpr Key sessionKeys[] = {
     {"id", Shape::numberPair}, {"session_state", Shape::sessionStates}, stateKey};
-constexpr Key networkKeys[] = {{"dst_ip", Shape::stringPair, Key::target, true},
-                               {"src_ip", Shape::stringPair, Key::target, true},
+constexpr Key networkKeys[] = {{"dst_ip", Shape::stringPair, Key::target, Key::wildcards},
+                               {"src_ip", Shape::stringPair, Key::target, Key::wildcards},
                                {"url", Shape::stringPair},
                                {"dst_port", Shape::anything},
                                {"src_port", Shape::anything},
                                {"protocol_id", Shape::anything},
                                {"direction_id", Shape::anything}};
-constexpr Key regKeyKeys[] = {pathKey, stateKey, securityKey};
-constexpr Key regValueKeys[] = {pathKey,
+constexpr Key regKeyKeys[] = {registryPathKey, stateKey, securityKey};
+constexpr Key regValueKeys[] = {registryPathKey,
                                 {"name", Shape::stringPair},
                                 {"type_id", Shape::number},
                                 {"data", Shape::stringPair},
@@ -108,8 +109,8 @@ constexpr Key serviceKeys[] = {pathKey,
                                {"security_descriptor", Shape::stringPair},
                                stateKey,
                                normalizedPathKey};
-constexpr Key urlKeys[] = {{"text", Shape::stringPair, Key::target, true}, stateKey};
-constexpr Key kernelObjectKeys[] = {{"name", Shape::stringPair, Key::both, true},
+constexpr Key urlKeys[] = {{"text", Shape::stringPair, Key::target, Key::wildcards}, stateKey};
+constexpr Key kernelObjectKeys[] = {{"name", Shape::stringPair, Key::both, Key::path},
                                     {"type_ids", Shape::numbers, Key::target},
                                     stateKey};
 constexpr Key etwKeys[] = {{"ref_event", Shape::numberPair}, {"source", Shape::source}, stateKey};

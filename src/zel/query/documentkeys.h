@@ -30,8 +30,9 @@ struct DocumentKey {
     Shape shape;
     // Whether it narrows the results: as a condition of a target or a sub-query, or of an actor.
     enum Effect { none, target, both, actor } effect = none;
-    // Whether * and ? under `equals` turn its values into patterns.
-    bool wildcards = false;
+    // What the store makes of its values before it tests rows: from `wildcards` on, * and ? under
+    // `equals` turn them into patterns; paths stand for all that they are on the machine.
+    enum Reading { plain, wildcards, path, registryPath } reading = plain;
 };
 
 using DocumentKeys = std::span<const DocumentKey>;

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <boost/regex.hpp>
 #include <limits>
+#include <set>
 
 #include "common/asciicase.h"
 #include "zel/terminal/textfit.h"
 #include "zel/terminal/timearg.h"
+#include "zelstore/query/machinepaths.h"
 #include "zelstore/schema/eventfields.h"
 #include "zelstore/schema/vocabulary.h"
 
@@ -51,6 +53,18 @@ Strings OperatorNames() {
 
 bool Contains(const Strings& names, std::string_view name) {
     return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// What the pattern of a path stands for on the machine; nothing for what is no path or can't be
+// expanded: the store then takes it as it stands.
+std::set<std::string> Variants(const std::string& pattern, const DocumentKey& key) {
+    std::set<std::string> variants;
+    ZEL::Schema::IPathExpander& machine = ZEL::MachinePaths();
+    if (key.reading == DocumentKey::path)
+        ZEL::IgnoreResult(machine.ExpandPath(pattern, true, variants), "as it stands");
+    if (key.reading == DocumentKey::registryPath)
+        ZEL::IgnoreResult(machine.ExpandRegistryPath(pattern, true, variants), "the query tells");
+    return variants;
 }
 
 constexpr DocumentKey pairKeys[] = {{"operator", Shape::anything}, {"value", Shape::anything}};
@@ -258,11 +272,38 @@ void ValueCheck::StringPair(const value& pair, const DocumentKey& key, const std
         Patterns(values, key, comparison, path + ".value");
 }
 
+// False, told as an error, for what is no pattern. A path's pattern is tested in the forms that it
+// has on the machine, in which no < or > is left.
+bool ValueCheck::Pattern(const std::string& pattern, const DocumentKey& key, bool caseSensitive,
+                         const std::string& path) {
+    if (const auto problem = TryPattern(pattern, caseSensitive)) {
+        Error(path, problem->what + "\n" + PointAt(pattern, problem->at));
+        return false;
+    }
+    const bool isPath = key.reading == DocumentKey::path;
+    const std::size_t bracket = isPath ? pattern.find_first_of("<>") : pattern.npos;
+    for (const std::string& variant : Variants(pattern, key)) {
+        const auto problem = TryPattern(variant, caseSensitive);
+        if (!problem)
+            continue;
+        Error(path, bracket != pattern.npos
+                        ? "< and > stand for % in the pattern of a path, so that (?<name>..), "
+                          "(?<=..), (?<!..) and (?>..) can't be used\n" +
+                              PointAt(pattern, bracket)
+                        : "on this machine it stands for what is no pattern: " + problem->what +
+                              "\n" + PointAt(variant, problem->at));
+        return false;
+    }
+    if (bracket != pattern.npos)
+        Warn(path, "holds < or >, which stand for % in the pattern of a path");
+    return true;
+}
+
 // A value with wildcards makes patterns of all values behind it, which then stand as they are.
 void ValueCheck::Patterns(const std::vector<std::string>& values, const DocumentKey& key,
                           const Comparison& comparison, const std::string& path) {
     const bool isPattern = comparison.name == "fits_pattern";
-    const bool converts = key.wildcards && comparison.name == "equals";
+    const bool converts = key.reading != DocumentKey::plain && comparison.name == "equals";
     bool behindWildcard = false;
     for (std::size_t i = 0; i < values.size(); ++i) {
         std::string pattern = values[i];
@@ -270,14 +311,11 @@ void ValueCheck::Patterns(const std::vector<std::string>& values, const Document
         if (key.name == "correlation_uid")
             std::transform(pattern.begin(), pattern.end(), pattern.begin(),
                            ZEL::ToUpperAscii<char>);
-        if (isPattern || behindWildcard) {
-            const auto problem = TryPattern(pattern, comparison.caseSensitive);
-            if (problem)
-                Error(At(path, i), problem->what + "\n" + PointAt(pattern, problem->at));
-            else if (behindWildcard && pattern.find_first_of("\\.*?+[](){}|^$") != pattern.npos)
-                Warn(At(path, i),
-                     "stands behind a value with wildcards and is read as a regular expression");
-        }
+        if ((isPattern || behindWildcard) &&
+            Pattern(pattern, key, comparison.caseSensitive, At(path, i)) && behindWildcard &&
+            pattern.find_first_of("\\.*?+[](){}|^$") != pattern.npos)
+            Warn(At(path, i),
+                 "stands behind a value with wildcards and is read as a regular expression");
         behindWildcard = behindWildcard || (converts && ZEL::Schema::HasWildcard(values[i]));
     }
 }

@@ -44,6 +44,8 @@ private:
                     bool counts);
     void Patterns(const std::vector<std::string>& values, const DocumentKey& key,
                   const Comparison& comparison, const std::string& path);
+    bool Pattern(const std::string& pattern, const DocumentKey& key, bool caseSensitive,
+                 const std::string& path);
     void NumberPair(const web::json::value& pair, const std::string& path, bool counts);
     void DatePair(const web::json::value& pair, std::string_view name, const std::string& path);
     void ExistPair(const web::json::value& pair, const std::string& path);
