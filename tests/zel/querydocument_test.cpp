@@ -2,10 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <boost/regex.hpp>
 #include <functional>
 
 #include "zel/query/documentcheck.h"
 #include "zel/query/queryplan.h"
+#include "zelstore/query/machinepaths.h"
+#include "zelstore/schema/eventquery.h"
 
 namespace zel {
 namespace {
@@ -70,6 +74,93 @@ TEST(QueryDocument, AlternativesInOtherFieldsBecomeSubQueries) {
         const std::string limit = std::to_string(row.distinct ? row.subQueries * 10 : 10);
         EXPECT_THAT(plan.document, HasSubstr("\"limit_result_count\":" + limit));
     }
+}
+
+// What the store looks for in the rows of a registry path, as patterns for a whole path.
+std::vector<boost::regex> Wanted(const Fill& fill) {
+    ZEL::Schema::EventQuery query;
+    query.FromJson(Build(fill));
+    std::vector<boost::regex> wanted;
+    for (const ZEL::Schema::Event& event : query.events) {
+        ZEL::Schema::FilterMap fields;
+        EXPECT_EQ(ExtractKeyFields(event, true, &ZEL::MachinePaths(), fields), ZEL::hr::ok);
+        for (const auto& [value, op] : fields["target_path_name"]) {
+            EXPECT_FALSE(op.caseSensitive);
+            const std::string text = op.op == ZEL::Schema::operatorEquals
+                                         ? ZEL::Schema::WildcardToPattern(value)
+                                         : value;
+            wanted.emplace_back(text, boost::regex::perl | boost::regex::icase);
+        }
+    }
+    return wanted;
+}
+
+TEST(QueryDocument, RegistryRootsFindEveryFormOfThemselves) {
+    const struct {
+        const char* path;
+        const char* pattern;
+        std::vector<const char*> found;
+        std::vector<const char*> passedOver;
+    } rows[] = {
+        {R"(HKLM\System\x.y)",
+         R"(HKLM\\System\\x\.y)",
+         {R"(HKLM\System\x.y)", R"(HKEY_LOCAL_MACHINE\SYSTEM\x.y)",
+          R"(\REGISTRY\MACHINE\System\x.y)"},
+         {R"(HKLM\System\xzy)", R"(HKU\System\x.y)", R"(HKLM\System\x.y\z)"}},
+        {R"(HKEY_USERS*)",
+         R"(HKEY_USERS.*)",
+         {R"(HKU\S-1-5-18\x)", R"(HKEY_USERS\.DEFAULT)"},
+         {R"(HKLM\x)"}},
+        {R"(hkey_local_machine\Sys*)",
+         R"(hkey_local_machine\\Sys.*)",
+         {R"(HKLM\System\x)", R"(HKEY_LOCAL_MACHINE\System)"},
+         {R"(HKLM)"}},
+        {R"(\registry\machine\x)",
+         R"(\\registry\\machine\\x)",
+         {R"(HKLM\x)", R"(HKEY_LOCAL_MACHINE\x)", R"(\REGISTRY\MACHINE\x)"},
+         {R"(\REGISTRY\A\x)"}},
+        {R"(HKU\S-1-5-18\x)",
+         R"(HKU\\S-1-5-18\\x)",
+         {R"(HKU\S-1-5-18\x)", R"(HKEY_USERS\S-1-5-18\x)", R"(\REGISTRY\USER\S-1-5-18\x)"},
+         {R"(HKU\S-1-5-19\x)"}},
+        {R"(HKCU\x)",
+         R"(HKCU\\x)",
+         {R"(HKCU\x)", R"(HKEY_CURRENT_USER\x)", R"(HKU\S-1-5-21-1-2-3-500\x)",
+          R"(HKEY_USERS\S-1-5-21-1-2-3-500\x)"},
+         {R"(HKU\S-1-5-21-1-2-3-500_Classes\x)", R"(HKU\.DEFAULT\x)"}},
+        {R"(HKCR\x)",
+         R"(HKCR\\x)",
+         {R"(HKCR\x)", R"(HKEY_CLASSES_ROOT\x)", R"(HKU\S-1-5-21-1-2-3-500_Classes\x)"},
+         {R"(HKU\S-1-5-21-1-2-3-500\x)"}},
+        {R"(HKCC\x)", R"(HKCC\\x)", {R"(HKCC\x)", R"(HKEY_CURRENT_CONFIG\x)"}, {R"(HKLM\x)"}},
+    };
+    for (const auto& row : rows) {
+        for (const bool isPattern : {false, true}) {
+            const auto wanted = Wanted([&](QueryOptions& o) {
+                o.objects = {"reg_key"};
+                (isPattern ? o.patterns : o.targetPaths) = {"y",
+                                                            isPattern ? row.pattern : row.path};
+            });
+            const auto finds = [&](const std::string& path) {
+                return std::any_of(wanted.begin(), wanted.end(), [&](const boost::regex& pattern) {
+                    return boost::regex_match(path, pattern);
+                });
+            };
+            for (const char* const path : row.found)
+                EXPECT_TRUE(finds(path)) << row.path << " finds " << path;
+            for (const char* const path : row.passedOver)
+                EXPECT_FALSE(finds(path)) << row.path << " finds " << path;
+            EXPECT_TRUE(finds("y"));
+        }
+    }
+    const auto plain = [](const char* object) {
+        return Build([&](QueryOptions& o) {
+            o.objects = {object};
+            o.targetPaths = {object == std::string("file") ? R"(HKLM\x)" : R"(HKLMx\y)"};
+        });
+    };
+    EXPECT_THAT(plain("file").serialize(), HasSubstr("\"equals\"")) << "of files it is no root";
+    EXPECT_THAT(plain("reg_key").serialize(), HasSubstr("\"equals\"")) << "a name that goes on";
 }
 
 TEST(QueryDocument, RefusesAndPoints) {

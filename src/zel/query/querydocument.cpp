@@ -4,6 +4,7 @@
 
 #include "zel/query/documentkeys.h"
 #include "zel/query/queryarguments.h"
+#include "zel/query/registryroots.h"
 #include "zelstore/schema/eventfields.h"
 
 namespace zel {
@@ -42,6 +43,30 @@ value WildcardPair(Texts values) {
     for (std::string& text : values)
         text = ZEL::Schema::WildcardToPattern(text);
     return Pair("fits_pattern", ToArray(values));
+}
+
+// Beside each value that begins with a root of the registry its other forms are asked for; the
+// store itself looks for the long one and for the copies of the key that it knows of.
+value RegistryPair(Texts patterns) {
+    for (std::size_t i = 0, count = patterns.size(); i < count; ++i)
+        if (auto anyRoot = WithAnyRoot(patterns[i]))
+            patterns.push_back(std::move(*anyRoot));
+    return Pair("fits_pattern", ToArray(patterns));
+}
+
+value RegistryWildcardPair(const Texts& values) {
+    Texts patterns(values.size());
+    std::transform(values.begin(), values.end(), patterns.begin(), ZEL::Schema::WildcardToPattern);
+    const bool hasRoot = std::any_of(patterns.begin(), patterns.end(), [](const std::string& text) {
+        return WithAnyRoot(text).has_value();
+    });
+    return hasRoot ? RegistryPair(std::move(patterns)) : WildcardPair(values);
+}
+
+bool IsRegistry(const ArtifactKind& kind) {
+    return std::any_of(kind.keys.begin(), kind.keys.end(), [](const DocumentKey& key) {
+        return key.reading == DocumentKey::registryPath;
+    });
 }
 
 // Where the alternatives of one sub-query lie.
@@ -127,10 +152,13 @@ private:
         value target = value::object(true);
         target["object_type"] = value(std::string(alternative.target->objectType));
         const std::string pathKey(alternative.target->pathKey);
+        const bool isRegistry = IsRegistry(*alternative.target);
         if (!options_.targetPaths.empty())
-            target[pathKey] = WildcardPair(options_.targetPaths);
+            target[pathKey] = isRegistry ? RegistryWildcardPair(options_.targetPaths)
+                                         : WildcardPair(options_.targetPaths);
         if (!options_.patterns.empty())
-            target[pathKey] = Pair("fits_pattern", ToArray(options_.patterns));
+            target[pathKey] = isRegistry ? RegistryPair(options_.patterns)
+                                         : Pair("fits_pattern", ToArray(options_.patterns));
         if (alternative.hashOfTarget)
             target["sha2"] = Pair("equals", ToArray(options_.hashes));
         if (!options_.ips.empty())
