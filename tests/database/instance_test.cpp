@@ -68,13 +68,19 @@ TEST_F(InstanceTest, WhatIsBrokenTellsHow) {
          },
          hr::fail},
     };
+    test::FakeFreeSpace volume(0);
     for (const auto& row : rows) {
-        std::filesystem::remove_all(store.Path() / name);
-        MakeDatabase();
-        ASSERT_EQ(Open(IfMissing::fail), hr::ok);
-        row.breakIt();
-        EXPECT_EQ(Open(IfMissing::fail), row.expected) << row.what;
+        for (const std::uint64_t room : {1ULL << 40, 0ULL}) {  // without room it reads alone
+            std::filesystem::remove_all(store.Path() / name);
+            volume.SetBytes(1ULL << 40);
+            MakeDatabase();
+            ASSERT_EQ(Open(IfMissing::fail), hr::ok);
+            row.breakIt();
+            volume.SetBytes(room);
+            EXPECT_EQ(Open(IfMissing::fail), row.expected) << row.what << ", room " << room;
+        }
     }
+    volume.SetBytes(1ULL << 40);
     EXPECT_EQ(Open(IfMissing::create), hr::deviceError)
         << "a file in the place of a folder to be made";
 }
@@ -85,9 +91,13 @@ TEST_F(InstanceTest, WhatALogHasLostIsReported) {
     log.seekp(40) << '?';
     log.close();
     const test::RecordingReports reports;
+    test::FakeFreeSpace volume(0);
     EXPECT_EQ(Open(IfMissing::fail), hr::ok);
-    ASSERT_EQ(reports.Count(), 1u);
-    EXPECT_EQ(reports.At(0).Label(), wm::reportLabel::damagedData);
+    volume.SetBytes(1ULL << 40);
+    EXPECT_EQ(Open(IfMissing::fail), hr::ok);
+    ASSERT_EQ(reports.Count(), 2u) << "one that reads alone changes nothing";
+    for (std::size_t i = 0; i < 2; ++i)
+        EXPECT_EQ(reports.At(i).Label(), wm::reportLabel::damagedData);
 }
 
 TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {

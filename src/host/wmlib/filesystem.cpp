@@ -143,6 +143,20 @@ ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wst
     }));
 }
 
+ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>& out) {
+    fs::path native;
+    std::vector<std::string> names;
+    if (!ToPath(directory, native))
+        return ZEL::hr::invalidArgument;
+    const std::error_code error = platform::ListFiles(native.string(), &names);
+    for (const std::string& name : names) {
+        std::wstring wide;
+        if (ToWide(name, wide))
+            out.push_back(JoinPath(directory, wide));
+    }
+    return ToResult(error);
+}
+
 std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
     try {
         std::uint64_t count = 0;
@@ -161,6 +175,15 @@ bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexc
             all = all && platform::CanRead(entry.path().native());
         });
         return all;
+    } catch (...) {
+        return false;
+    }
+}
+
+bool CanMakeFilesIn(const std::wstring& directory) noexcept {
+    try {
+        fs::path native;
+        return ToPath(directory, native) && platform::CanMakeFilesIn(native.string());
     } catch (...) {
         return false;
     }
@@ -200,6 +223,13 @@ ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text) {
     if (!ToPath(path, native))
         return ZEL::hr::invalidArgument;
     return ToResult(platform::ReadFile(native.string(), text));
+}
+
+ZEL::HRESULT MapFile(const std::wstring& path, FileBytes* out) {
+    fs::path native;
+    if (!ToPath(path, native))
+        return ZEL::hr::invalidArgument;
+    return ToResult(platform::MapFile(native.string(), out));
 }
 
 ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text) {

@@ -4,7 +4,9 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
+#include "common/filesystem.h"
 #include "common/itobfactory.h"
 
 // What differs between systems. Each system has a folder of its own that defines all of this.
@@ -37,8 +39,13 @@ bool CanRead(const std::string& file) noexcept;
 // `count` is at most 64.
 bool CanOpenFiles(std::size_t count) noexcept;
 
-// A regular file, never through a link.
+// Names of the regular files.
+std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names);
+bool CanMakeFilesIn(const std::string& directory) noexcept;
+
+// A regular file, never through a link; so MapFile.
 std::error_code ReadFile(const std::string& file, std::string* text);
+std::error_code MapFile(const std::string& file, FileBytes* out);
 // Puts a new file, with access for its owner alone, in place of `file` once the disk has it. Leaves
 // nothing behind on failure.
 std::error_code ReplaceFile(const std::string& file, const std::string& text);

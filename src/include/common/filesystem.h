@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,8 +11,9 @@
 #include "common/wmapi.h"
 
 // The few questions that the store asks the file system. Paths are wide. No operation follows a
-// symbolic link or reparse point, save that the data store directory itself may be one. Any thread
-// may ask. A failure of the system comes as its Win32 code, such as 0x80070003 for a missing path.
+// symbolic link or reparse point, save that the data store directory itself may be one, and reading
+// leaves a file's time of reading alone where the system lets this user. Any thread may ask. A
+// failure of the system comes as its Win32 code, such as 0x80070003 for a missing path.
 namespace wm {
 
 // `directory` and `name`, with one separator of the platform between them.
@@ -29,6 +31,8 @@ WMLIB_API bool IsLink(const std::wstring& path) noexcept;
 // listing. Names that are not UTF-8 are passed over and traced.
 WMLIB_API ZEL::HRESULT ListDirectories(const std::wstring& directory,
                                        std::vector<std::wstring>& out);
+// Full paths of the regular files of `directory`; those whose names are not UTF-8 are left out.
+WMLIB_API ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>& out);
 // Regular files in `directory` whose names end in `suffix`, compared exactly. A directory that
 // can't be listed, or is a link, counts 0.
 WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
@@ -44,9 +48,23 @@ WMLIB_API ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept;
 
 // A whole file of moderate size, such as settings.
 WMLIB_API ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text);
+
+// Bytes of a file, and what keeps them: they can be read while somebody holds `keeper`.
+struct FileBytes {
+    std::shared_ptr<const void> keeper;
+    std::string_view bytes;
+};
+// Maps a regular file as long as it is now. That needs no memory and no descriptor, and outlives
+// the file's removal. Bytes that the device can't give, or that somebody has cut off meanwhile, end
+// the process that reads them, as with every mapping.
+WMLIB_API ZEL::HRESULT MapFile(const std::wstring& path, FileBytes* out);
+
 // Puts `text` in place of the file, which is made with access for its owner alone. At every moment
 // there is either the former file or the new one, also after a crash.
 WMLIB_API ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text);
+
+// Whether this user may make files in `directory`, and its volume takes any.
+WMLIB_API bool CanMakeFilesIn(const std::wstring& directory) noexcept;
 
 // Whether this process can still open `count` (at most 64) files at once.
 WMLIB_API bool CanOpenFiles(std::size_t count) noexcept;

@@ -12,6 +12,7 @@
 #include "common/trace.h"
 #include "zelstore/database/foldergate.h"
 #include "zelstore/database/iquerysink.h"
+#include "zelstore/database/readingenv.h"
 #include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyfield.h"
 #include "zelstore/keys/keysplit.h"
@@ -66,10 +67,7 @@ void TellDamage(const leveldb::Iterator& iterator) {
 
 // What the library can't read of a log it drops while it opens the database, and says so in its own
 // protocol alone, which it begins anew each time.
-void TellDroppedRecords(const std::wstring& folder) {
-    std::string protocol;
-    if (Failed(wm::ReadWholeFile(wm::JoinPath(folder, L"LOG"), &protocol)))
-        return;
+void TellDroppedRecords(const std::string& protocol) {
     // Parts of a log, or one that can't be opened.
     const std::size_t told =
         std::min(protocol.find(": dropping "), protocol.find("Ignoring error "));
@@ -121,6 +119,8 @@ LevelDbInstance::~LevelDbInstance() {
 }
 
 void LevelDbInstance::Close() noexcept {
+    if (readingEnv_)
+        return db_.reset();
     const wm::Hold hold(gate_->lock);
     db_.reset();
     gate_->SetClosed();
@@ -156,7 +156,9 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     if (status.ok() && opened != nullptr) {
         db_.reset(opened);
         gate_->SetOpen(weak_from_this());
-        TellDroppedRecords(path_);
+        std::string protocol;
+        if (Succeeded(wm::ReadWholeFile(wm::JoinPath(path_, L"LOG"), &protocol)))
+            TellDroppedRecords(protocol);
         return hr::ok;
     }
     const HRESULT result = Traced(status, "a database can't be opened");
@@ -166,9 +168,32 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     return Failed(result) ? result : hr::fail;
 }
 
+HRESULT LevelDbInstance::OpenForReading() {
+    if (narrowPath_.empty())
+        return hr::invalidArgument;
+    const std::shared_ptr<FolderGate> gate = FolderGate::For(path_);
+    const wm::Hold hold(gate->lock);
+    gate->AwaitClosed();
+    HRESULT result = gate->CheckOpen(IfMissing::fail);
+    if (Failed(result) || Failed(result = ReadingEnv::Take(path_, &readingEnv_)))
+        return result;
+    leveldb::Options options;
+    options.env = readingEnv_.get();
+    options.max_open_files = mostOpenFiles;
+    leveldb::DB* opened = nullptr;
+    result = Traced(leveldb::DB::Open(options, narrowPath_, &opened), "a database can't be read");
+    db_.reset(opened);
+    readingEnv_->Seal();
+    if (Succeeded(result))
+        TellDroppedRecords(readingEnv_->Protocol());
+    return result;
+}
+
 HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
     if (!db_)
         return hr::unexpected;
+    if (readingEnv_)
+        return hr::accessDenied;
     leveldb::WriteBatch writes;
     for (const auto& [key, value] : batch)
         writes.Put(key, value);

@@ -21,6 +21,7 @@ class Snapshot;
 namespace ZEL {
 
 class FolderGate;
+class ReadingEnv;
 
 // One open database. Owned through shared pointers by whoever holds or uses it; the last one to let
 // go closes it, on its own thread, and removes the folder when that was asked for.
@@ -42,8 +43,12 @@ public:
     // folder open, 0x8007045d when an instance of this one has. With IfMissing::fail nothing is
     // made in a folder without a database, and the result is 0x80004005.
     HRESULT Open(IfMissing ifMissing);
+    // The same for an instance that changes nothing on disk and sees the folder as it stands now
+    // (ReadingEnv). It doesn't take the folder: others may open it, and write or remove it.
+    HRESULT OpenForReading();
 
-    // Writes all records at once or none. They survive a crash of the process, not of the system.
+    // 0x80070005 when opened for reading. Writes all records at once or none. They survive a crash
+    // of the process, not of the system.
     HRESULT Write(const RecordBatch& batch);
     HRESULT Get(const std::string& key, std::string* value);
 
@@ -77,7 +82,8 @@ private:
     const std::wstring path_;
     std::string narrowPath_;  // UTF-8; empty when the path has no such form
     std::shared_ptr<FolderGate> gate_;
-    std::unique_ptr<leveldb::DB> db_;  // set once, by Open
+    std::unique_ptr<ReadingEnv> readingEnv_;  // of one that is opened for reading
+    std::unique_ptr<leveldb::DB> db_;         // set once, by Open
     std::atomic<bool> deleteOnClose_{false};
     wm::Lock scansLock_;
     std::vector<RunningScan*> scans_ GUARDED_BY(scansLock_);

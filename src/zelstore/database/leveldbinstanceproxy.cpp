@@ -39,11 +39,39 @@ std::shared_ptr<LevelDbInstance> LevelDbInstanceProxy::PeekInstanceLocked() {
     return heldInstance_ ? heldInstance_ : instance_.lock();
 }
 
+std::shared_ptr<LevelDbInstance> LevelDbInstanceProxy::PeekReader() {
+    const wm::Hold hold(lock_);
+    return reader_.lock();
+}
+
 HRESULT LevelDbInstanceProxy::GetInstance(std::shared_ptr<LevelDbInstance>* out,
                                           IfMissing ifMissing) {
     out->reset();
     const wm::Hold hold(lock_);
-    return GetInstanceLocked(out, ifMissing);
+    *out = PeekInstanceLocked();
+    if (*out)
+        return hr::ok;
+    return ifMissing == IfMissing::fail && MustReadAlone() ? GetReaderLocked(out)
+                                                           : CreateInstanceLocked(out, ifMissing);
+}
+
+// What LevelDB writes when it opens a database, with the compaction that may follow, fits in the
+// room that is kept free for it.
+bool LevelDbInstanceProxy::MustReadAlone() const {
+    return !HasRoomFor(store_, 0) || !wm::CanMakeFilesIn(path_);
+}
+
+HRESULT LevelDbInstanceProxy::GetReaderLocked(std::shared_ptr<LevelDbInstance>* out) {
+    *out = reader_.lock();
+    if (*out)
+        return hr::ok;
+    auto fresh = std::make_shared<LevelDbInstance>(path_);
+    const HRESULT result = fresh->OpenForReading();
+    if (Failed(result))
+        return result;
+    reader_ = fresh;
+    *out = std::move(fresh);
+    return hr::ok;
 }
 
 HRESULT LevelDbInstanceProxy::GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out,
@@ -59,6 +87,7 @@ HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstan
     if (Failed(result))
         return result;
     instance_ = fresh;
+    reader_.reset();
     *out = std::move(fresh);
     return hr::ok;
 }

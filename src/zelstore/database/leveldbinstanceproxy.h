@@ -40,10 +40,16 @@ public:
 
     // The database when it is open now, else null.
     std::shared_ptr<LevelDbInstance> PeekInstance();
-    // Opens it when needed. Threads that ask at the same time get the same instance.
+    // The same of one that readers have where nothing can be written.
+    std::shared_ptr<LevelDbInstance> PeekReader();
+    // Opens it when needed. Threads that ask at the same time get the same instance. With
+    // IfMissing::fail it is for reading: where LevelDB can't write what an opening writes, for want
+    // of room or because the folder is closed to writing, the instance refuses writes and serves
+    // readers alone, those who come before the next writer.
     HRESULT GetInstance(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing);
 
-    // Opens the database when needed and keeps it open until as many calls of Release.
+    // Opens the database to be written, when needed, and keeps it open until as many calls of
+    // Release.
     HRESULT Hold(IfMissing ifMissing);
     // Ends one hold; without any, lets a kept instance go. The snapshot that prefix reads share is
     // dropped on demand.
@@ -74,6 +80,8 @@ private:
     std::shared_ptr<LevelDbInstance> PeekInstanceLocked() REQUIRES(lock_);
     HRESULT GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing)
         REQUIRES(lock_);
+    HRESULT GetReaderLocked(std::shared_ptr<LevelDbInstance>* out) REQUIRES(lock_);
+    bool MustReadAlone() const;
     HRESULT CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing)
         REQUIRES(lock_);
 
@@ -88,6 +96,8 @@ private:
     // Held while the database is opened, so that it is opened once.
     wm::Lock lock_{wm::LockRank::proxy};
     std::weak_ptr<LevelDbInstance> instance_ GUARDED_BY(lock_);
+    // Sees the folder as it stood; forgotten when somebody may write.
+    std::weak_ptr<LevelDbInstance> reader_ GUARDED_BY(lock_);
     std::shared_ptr<LevelDbInstance> heldInstance_ GUARDED_BY(lock_);
     std::int32_t holdCount_ GUARDED_BY(lock_) = 0;
 };

@@ -75,9 +75,12 @@ void ZelMasterDatabase::AbortScans() {
                      std::vector<std::shared_ptr<LevelDbInstance>> open;
                      const wm::HoldExclusive hold(databaseLock_);
                      for (const auto& [path, proxy] : databases_) {
-                         open.push_back(proxy->PeekInstance());
-                         if (open.back())
-                             open.back()->AbortScans();
+                         for (auto instance : {proxy->PeekInstance(), proxy->PeekReader()})
+                             open.push_back(std::move(instance));
+                     }
+                     for (const auto& instance : open) {
+                         if (instance)
+                             instance->AbortScans();
                      }
                      return hr::ok;
                  }),

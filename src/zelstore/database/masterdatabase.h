@@ -107,6 +107,7 @@ private:
     struct QueryCursor {
         ProxyPtr proxy;
         std::shared_ptr<LevelDbInstance> open;
+        bool isHeld = false;
     };
     std::map<QueryId, QueryCursor> queryCursors_ GUARDED_BY(databaseLock_);
 };

@@ -95,15 +95,19 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
         }
         former = std::move(cursor->second);
         queryCursors_.erase(cursor);
-        former.proxy->Release(LevelDbInstanceProxy::Cursor::drop);
+        if (former.isHeld)
+            former.proxy->Release(LevelDbInstanceProxy::Cursor::drop);
     }
     result = GetSilentDatabaseLocked(date, IfMissing::fail, proxy);
     if (Failed(result))
         return result;
     QueryCursor& entered = queryCursors_[*query];
     entered.proxy = *proxy;
-    if (Succeeded((*proxy)->Hold(IfMissing::fail)))  // if not, the read tries again and tells
-        entered.open = (*proxy)->PeekInstance();
+    // If it can't be opened, the read tries again and tells. One that only readers have is not
+    // held.
+    if (Succeeded((*proxy)->GetInstance(&entered.open, IfMissing::fail)))
+        entered.isHeld =
+            entered.open == (*proxy)->PeekInstance() && Succeeded((*proxy)->Hold(IfMissing::fail));
     return hr::ok;
 }
 
@@ -153,7 +157,8 @@ void ZelMasterDatabase::ReleaseQueryCursor(const QueryId* query) {
         former = std::move(cursor->second);
         queryCursors_.erase(cursor);
     }
-    former.proxy->Release();
+    if (former.isHeld)
+        former.proxy->Release();
 }
 
 }  // namespace ZEL

@@ -1,5 +1,7 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -21,11 +23,15 @@ public:
         if (IsOpen())
             ::close(number_);
     }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
+    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
 
     bool IsOpen() const noexcept { return number_ >= 0; }
     int Number() const noexcept { return number_; }
+    int Leave() noexcept { return std::exchange(number_, -1); }
     bool Close() noexcept { return ::close(std::exchange(number_, -1)) == 0; }
 
 private:
@@ -34,6 +40,34 @@ private:
 
 std::error_code LastError() noexcept {
     return {errno, std::generic_category()};
+}
+
+// Leaves the time of the last reading alone where the system lets this user. Without O_NONBLOCK the
+// opening of a pipe would wait for its other end.
+int OpenToRead(const char* path, int flags = 0) noexcept {
+    flags |= O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    const int file = ::open(path, flags | O_NOATIME);
+    return file < 0 && errno == EPERM ? ::open(path, flags) : file;
+}
+
+// Opens a regular file and tells its size.
+std::error_code OpenRegular(const std::string& path, Descriptor* file, std::size_t* bytes) {
+    struct stat info {};
+    *file = Descriptor(OpenToRead(path.c_str()));
+    if (!file->IsOpen() || ::fstat(file->Number(), &info) != 0)
+        return LastError();
+    if (!S_ISREG(info.st_mode))
+        return std::make_error_code(std::errc::invalid_argument);
+    *bytes = static_cast<std::size_t>(info.st_size);
+    return {};
+}
+
+bool IsRegular(int folder, const struct dirent& entry) noexcept {
+    struct stat info {};
+    if (entry.d_type != DT_UNKNOWN)
+        return entry.d_type == DT_REG;
+    return ::fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(info.st_mode);
 }
 
 bool WriteAll(int file, const std::string& text) noexcept {
@@ -62,7 +96,7 @@ void SyncFolderOf(const std::string& file) {
 }  // namespace
 
 bool CanRead(const std::string& file) noexcept {
-    const Descriptor in(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    const Descriptor in(OpenToRead(file.c_str()));
     char buffer[16384];
     ssize_t got = in.IsOpen() ? 1 : -1;
     while (got > 0 || (got < 0 && in.IsOpen() && errno == EINTR))
@@ -86,14 +120,12 @@ bool CanOpenFiles(std::size_t count) noexcept {
 }
 
 std::error_code ReadFile(const std::string& file, std::string* text) {
-    // Without O_NONBLOCK the opening of a pipe would wait for its other end.
-    const Descriptor in(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    struct stat info {};
-    if (!in.IsOpen() || ::fstat(in.Number(), &info) != 0)
-        return LastError();
-    if (!S_ISREG(info.st_mode))
-        return std::make_error_code(std::errc::invalid_argument);
+    Descriptor in(-1);
+    std::size_t bytes = 0;
+    if (const std::error_code error = OpenRegular(file, &in, &bytes))
+        return error;
     text->clear();
+    text->reserve(bytes);
     char buffer[4096];
     for (;;) {
         const ssize_t got = ::read(in.Number(), buffer, sizeof buffer);
@@ -104,6 +136,40 @@ std::error_code ReadFile(const std::string& file, std::string* text) {
         else if (errno != EINTR)
             return LastError();
     }
+}
+
+std::error_code MapFile(const std::string& file, FileBytes* out) {
+    Descriptor in(-1);
+    std::size_t bytes = 0;
+    if (const std::error_code error = OpenRegular(file, &in, &bytes))
+        return error;
+    *out = {};
+    if (bytes == 0)
+        return {};
+    void* const start = ::mmap(nullptr, bytes, PROT_READ, MAP_SHARED, in.Number(), 0);
+    if (start == MAP_FAILED)
+        return LastError();
+    out->keeper.reset(start, [bytes](void* mapped) { ::munmap(mapped, bytes); });
+    out->bytes = {static_cast<const char*>(start), bytes};
+    return {};
+}
+
+std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names) {
+    Descriptor folder(OpenToRead(directory.c_str(), O_DIRECTORY));
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(
+        folder.IsOpen() ? ::fdopendir(folder.Number()) : nullptr, ::closedir);
+    if (!listing)
+        return LastError();
+    const int number = folder.Leave();
+    errno = 0;
+    while (const struct dirent* const entry = ::readdir(listing.get()))
+        if (IsRegular(number, *entry))
+            names->emplace_back(entry->d_name);
+    return LastError();
+}
+
+bool CanMakeFilesIn(const std::string& directory) noexcept {
+    return ::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 std::error_code ReplaceFile(const std::string& file, const std::string& text) {

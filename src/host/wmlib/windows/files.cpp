@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "../platform.h"
+#include "common/textbridge.h"
 #include "widepath.h"
 
 namespace wm::platform {
@@ -75,6 +76,58 @@ std::error_code ReadFile(const std::string& file, std::string* text) {
             return {};
         text->append(buffer, got);
     }
+}
+
+std::error_code MapFile(const std::string& file, FileBytes* out) {
+    const File in(WidePath(file), GENERIC_READ,
+                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
+    LARGE_INTEGER bytes{};
+    *out = {};
+    if (!in.IsOpen() || ::GetFileSizeEx(in.Handle(), &bytes) == 0)
+        return LastError();
+    if (!IsRegular(in))
+        return std::make_error_code(std::errc::invalid_argument);
+    if (bytes.QuadPart == 0)
+        return {};
+    const ::HANDLE mapping =
+        ::CreateFileMappingW(in.Handle(), nullptr, PAGE_READONLY, 0, 0, nullptr);
+    const void* const start =
+        mapping != nullptr ? ::MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0) : nullptr;
+    const std::error_code error = start != nullptr ? std::error_code() : LastError();
+    if (mapping != nullptr)
+        ::CloseHandle(mapping);  // the view keeps it
+    if (error)
+        return error;
+    out->keeper.reset(start, [](const void* mapped) { ::UnmapViewOfFile(mapped); });
+    out->bytes = {static_cast<const char*>(start), static_cast<std::size_t>(bytes.QuadPart)};
+    return {};
+}
+
+std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names) {
+    WIN32_FIND_DATAW entry{};
+    const ::HANDLE listing = ::FindFirstFileW((WidePath(directory) + L"\\*").c_str(), &entry);
+    if (listing == INVALID_HANDLE_VALUE)
+        return LastError();
+    constexpr DWORD others =
+        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_REPARSE_POINT;
+    do {
+        std::string name;
+        if ((entry.dwFileAttributes & others) == 0 && ToUtf8(entry.cFileName, name))
+            names->push_back(std::move(name));
+    } while (::FindNextFileW(listing, &entry) != 0);
+    const DWORD end = ::GetLastError();
+    ::FindClose(listing);
+    return end == ERROR_NO_MORE_FILES
+               ? std::error_code()
+               : std::error_code(static_cast<int>(end), std::system_category());
+}
+
+bool CanMakeFilesIn(const std::string& directory) noexcept {
+    const ::HANDLE folder =
+        ::CreateFileW(WidePath(directory).c_str(), FILE_ADD_FILE,
+                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    return folder != INVALID_HANDLE_VALUE && ::CloseHandle(folder) != 0;
 }
 
 // The folder of an account is closed to others already, so the file needs no access list of its
