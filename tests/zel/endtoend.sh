@@ -344,7 +344,18 @@ fulldisk() {
   check "a purge makes room" "0 20260101" "$code $(names)"
   bulk 30001 31000 >third.ndjson
   ends 0 "it goes on" zel ingest third.ndjson
-  check "every acknowledged record is there" "$(LC_ALL=C sort -m before <(LC_ALL=C sort third.ndjson) | md5sum)" "$(zel query | LC_ALL=C sort | md5sum)"
+  stored=$(LC_ALL=C sort -m before <(LC_ALL=C sort third.ndjson) | md5sum)
+  check "every acknowledged record is there" "$stored" "$(zel query | LC_ALL=C sort | md5sum)"
+
+  # Reading needs no room and leaves no trace.
+  dd if=/dev/zero of=store/filler bs=64k 2>/dev/null
+  local former
+  former=$(find store -printf '%p %s %T@ %C@\n' | sort)
+  check "full to the last byte" "$stored" "$(zel query | LC_ALL=C sort | md5sum)"
+  mount -o remount,ro store
+  check "for reading alone" "$stored" "$(zel query | LC_ALL=C sort | md5sum)"
+  mount -o remount,rw store
+  check "no trace" "$former" "$(find store -printf '%p %s %T@ %C@\n' | sort)"
 }
 
 follow() {
