@@ -3,7 +3,7 @@
 _zel_flags() { # COMMAND: its flags
     case $1 in
         "") echo --help --version --store --config --verbose ;;
-        ingest) echo --help --print-keys --new --no-receive-rows --live --follow --position ;;
+        ingest) echo --help --print-keys --keys-only --new --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --by --after-cursor --action --object --actor-path --target-path \
             --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
             --show-cursor --explain --output ;;

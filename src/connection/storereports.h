@@ -33,6 +33,11 @@ struct LostRecords {
     std::uint64_t events = 0;
     std::uint64_t receiveRows = 0;
     std::uint64_t enrichments = 0;  // at most: a part of a batch may have been written
+
+    friend LostRecords operator-(const LostRecords& now, const LostRecords& before) {
+        return {now.events - before.events, now.receiveRows - before.receiveRows,
+                now.enrichments - before.enrichments};
+    }
 };
 // All of this process up to now.
 LostRecords RecordsLost() noexcept;

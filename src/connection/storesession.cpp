@@ -59,20 +59,28 @@ bool StoreSession::Open(StoreNeed need) {
     TellState(directory, need, listener_);
     if (need == StoreNeed::existing)
         turn_ = TakeTurn(directory);
+    if (Load() && Start(directory))
+        return true;
+    Close();
+    return false;
+}
+
+bool StoreSession::Start(const std::string& directory) {
+    lostBefore_ = RecordsLost();
+    const ZEL::HRESULT result = store_->Initialize();
+    started_ = Succeeded(result);
+    if (!started_)
+        listener_.Say("the store " + directory +
+                      " can't be opened: " + Describe(static_cast<std::int32_t>(result)));
+    return started_;
+}
+
+bool StoreSession::Load() {
     const ZEL::TobResult loaded = wm::LoadInstalledObject(
         L"ZELStore", ZEL::eventStoreObjectId, ZEL::iidEventStore7, store_.ReceiveVoid());
-    if (Failed(loaded)) {
+    if (Failed(loaded))
         listener_.Say("the store's component can't be loaded; -v tells why");
-        return false;
-    }
-    const ZEL::HRESULT started = store_->Initialize();
-    if (Failed(started)) {
-        listener_.Say("the store " + directory +
-                      " can't be opened: " + Describe(static_cast<std::int32_t>(started)));
-        store_.Reset();
-        return false;
-    }
-    return true;
+    return Succeeded(loaded);
 }
 
 bool StoreSession::Close() {
@@ -83,17 +91,20 @@ bool StoreSession::Close() {
 }
 
 bool StoreSession::CloseStore() {
-    if (!store_)
+    if (!std::exchange(started_, false)) {
+        store_.Reset();
         return true;
+    }
     const ZEL::HRESULT stopped = store_->Stop();
-    if (Failed(stopped))
+    emptied_ = Succeeded(stopped);
+    if (!emptied_)
         listener_.Say("the last records can't be written: " +
                       Describe(static_cast<std::int32_t>(stopped)));
     const ZEL::HRESULT closed = store_->Shutdown();
     // Only now has the last batch been written.
     const std::uint32_t failures = TellDatabaseErrors();
     store_.Reset();
-    return Succeeded(stopped) && Succeeded(closed) && failures == 0;
+    return emptied_ && Succeeded(closed) && failures == 0;
 }
 
 std::vector<DatabaseError> StoreSession::TakeDatabaseErrors() {

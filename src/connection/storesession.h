@@ -1,19 +1,24 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "common/countedptr.h"
 #include "connection/databaseerror.h"
 #include "connection/sessionlistener.h"
 #include "connection/storedirectory.h"
+#include "connection/storereports.h"
 #include "zelstore/ieventstore.h"
 
 namespace zel {
 
-// A started store of this process. Ends it when it goes. What people should know of is told to the
-// listener, which must outlive the session. For one thread, but for what the store's own interface
-// allows.
+// A store of this process, from Open to Close; it closes itself when it goes. What people should
+// know of is told to the listener, which must outlive the session. For one thread, but for what the
+// store's own interface allows. One at a time: all sessions reach the one store of the process.
+//
+// What the store loses is known from what it reports, so the process's report sink must be a
+// StoreReports, or pass on to one, while a session is open.
 class StoreSession {
 public:
     explicit StoreSession(ISessionListener& listener) : listener_(listener) {}
@@ -21,12 +26,21 @@ public:
     StoreSession(const StoreSession&) = delete;
     StoreSession& operator=(const StoreSession&) = delete;
 
-    // Loads the component and starts the store. With `existing` it waits a little for other
-    // readers, since two processes can't have a folder open at once. False, with one message, when
-    // any of it fails.
+    // Loads the component and starts the store in the directory that FindStore gives. With
+    // `existing` it waits a little for other readers, since two processes can't have a folder open
+    // at once. False, with one message, when any of it fails; nothing is open then.
     bool Open(StoreNeed need);
-    // Flushes and closes; tells failures. False when something was not written.
+    // Loads the component alone, for what needs no store, such as MakeKey. False as above.
+    bool Load();
+    // Writes what is queued and closes; tells failures. False when something was not written or
+    // could not be read. May be called again, and without Open: then there is nothing to do.
     bool Close();
+
+    // Records that were accepted since Open and are gone. All of them once Close has returned.
+    LostRecords Lost() const noexcept { return RecordsLost() - lostBefore_; }
+    // Whether Close has written all that was queued or counted it as lost; without that, records
+    // may be left that neither happened to.
+    bool Emptied() const noexcept { return emptied_; }
 
     // What the store's table of errors holds. False when it can't be read.
     bool ReadDatabaseErrors(std::vector<DatabaseError>* errors) const {
@@ -37,15 +51,20 @@ public:
     // The same, told; the number of failures, reads that met damaged data included.
     std::uint32_t TellDatabaseErrors();
 
+    // Not before Open or Load has succeeded, nor after Close.
     ZEL::IEventStore7* operator->() const noexcept { return store_.Get(); }
     ZEL::IEventStore7& operator*() const noexcept { return *store_; }
 
 private:
+    bool Start(const std::string& directory);
     bool CloseStore();
     int TakeTurn(const std::string& directory);
 
     ISessionListener& listener_;
     ZEL::CountedPtr<ZEL::IEventStore7> store_;
+    LostRecords lostBefore_;
+    bool started_ = false;
+    bool emptied_ = true;
     int turn_ = -1;  // a descriptor of the store's directory, locked against other readers
 };
 

@@ -144,15 +144,20 @@ void AddIngest(CLI::App& command, Run& run) {
                     "Files, plain or packed with gzip or xz; - or none: standard input")
         ->type_name("");
     command.add_flag("--print-keys", options.printKeys, "Write each record's key to stdout");
+    CLI::Option* const keysOnly = command.add_flag(
+        "--keys-only", options.keysOnly, "Write each record's key to stdout, and store nothing");
     command.add_flag("--new", options.makesStore,
                      "Make a store also in a directory that holds other things");
     command.add_flag_callback(
         "--no-receive-rows", [&options] { options.receiveRows = false; },
         "Store no receive-time rows, which `query --by receive` and --follow need");
-    command.add_flag("--live", options.live, "Bring records to the disk within ten seconds");
-    command.add_flag(
-        "--follow", options.follow,
-        "As --live, and print each event once it is on the disk; the next run goes on there");
+    command.add_flag("--live", options.live, "Bring records to the disk within ten seconds")
+        ->excludes(keysOnly);
+    command
+        .add_flag(
+            "--follow", options.follow,
+            "As --live, and print each event once it is on the disk; the next run goes on there")
+        ->excludes(keysOnly);
     command
         .add_option("--position", options.position,
                     "The file that keeps how far --follow is; by default zel.position in the store")

@@ -11,6 +11,7 @@ namespace zel {
 struct IngestOptions {
     std::vector<std::string> files;  // "-" is standard input, and so is an empty list
     bool printKeys = false;
+    bool keysOnly = false;    // printed, and nothing is stored
     bool makesStore = false;  // also in a directory that holds other things
     bool receiveRows = true;
     bool live = false;     // records reach the disk within ten seconds

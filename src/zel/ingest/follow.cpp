@@ -5,14 +5,37 @@
 #include <memory>
 #include <thread>
 
-#include "common/filesystem.h"
 #include "common/hostservices.h"
 #include "common/jsontext.h"
-#include "common/textbridge.h"
 #include "common/valuetext.h"
 #include "connection/resultwords.h"
 #include "zel/terminal/messages.h"
 #include "zelstore/keys/receivekey.h"
+
+// Following: each event is printed once it is on the disk, in the order of receipt, and once.
+//
+// What is printed is read back from the store. Beside each event stands a row whose key is the time
+// of receipt; keys only ever grow (NextKey), so "what is new" is "what stands behind the last row
+// that was printed", and that place, the position, is all that has to be kept between runs and
+// between processes.
+//
+// In live mode the store starts its job when such rows were written, and the job is to drain: ask
+// for the rows behind the position, and for each batch of the answer print it, flush it, and only
+// then move the position and write it to its file. A process that is killed between printing and
+// noting prints that batch again; nothing is ever left out. The store does not start a job that
+// runs already, so a row may be written right behind a run that has passed its place; the job
+// therefore also runs every ten seconds, and at the end of the input AwaitAll drains until all rows
+// that got a key here are out.
+//
+// The danger is to pass rows over. A query skips a folder that it can't read and goes on with the
+// next: the rows behind would be printed, the position would move past those that were skipped, and
+// they would never come. So before each batch the store's table of errors is looked at
+// (StoreFailures). A folder that another process holds, or one for which no descriptor was left, is
+// an obstacle that passes: the batch is refused, the position stays, and the next run tries again.
+// Damage stays, so waiting for it would hold everything up for good: it is told and passed over.
+//
+// A refused batch ends the walk of its folder, but the query goes on with later folders, whose rows
+// lie behind the refused ones; hence one refusal refuses all that follows in the same run.
 
 namespace zel {
 
@@ -32,19 +55,7 @@ std::string NewRowsQuery(const FollowPosition& position) {
 
 }  // namespace
 
-bool PositionOfKey(const std::string& key, FollowPosition* position) {
-    const auto place = ZEL::ParseReceiveKey(key);
-    if (place)
-        *position = {std::string(place->time), place->sequence};
-    return place.has_value();
-}
-
-std::string KeyOfPosition(const FollowPosition& position) {
-    return ZEL::MakeReceiveKey(position.time, position.sequence);
-}
-
-// Takes the batches of one run. The position moves with each batch that is out of the house, and
-// stays once a batch was refused: later folders still tell, and would leave out what is behind it.
+// Takes the batches of one run: prints each, then moves the position behind it.
 class Follower::Printer final : public ZEL::IQueryCallback {
 public:
     explicit Printer(Follower& follower)
@@ -89,7 +100,7 @@ private:
             return false;
         follower_.printed_ += results.Count();
         follower_.position_ = std::max(follower_.position_, reached);
-        follower_.works_ = follower_.SavePosition();
+        follower_.works_ = follower_.positionFile_.Save(follower_.position_);
         return follower_.works_;
     }
 
@@ -98,7 +109,8 @@ private:
             follower_.output_.Write(wm::ToText(results.GetValue(i)) + "\n");
         if (follower_.output_.Flush())
             return true;
-        if (!Interrupted())
+        follower_.cutShort_ = Interrupted();
+        if (!follower_.cutShort_)
             Say("events can't be printed any more");
         return false;
     }
@@ -108,8 +120,8 @@ private:
     bool whole_ = true;
 };
 
-Follower::Follower(StoreSession& store, std::string positionFile, Output& output)
-    : store_(store), failures_(store), positionFile_(std::move(positionFile)), output_(output) {}
+Follower::Follower(StoreSession& store, const std::string& positionFile, Output& output)
+    : store_(store), failures_(store), positionFile_(positionFile), output_(output) {}
 
 Follower* Follower::Start(StoreSession& store, const std::string& positionFile, Output& output) {
     std::unique_ptr<Follower> fresh(new Follower(store, positionFile, output));
@@ -142,8 +154,7 @@ bool Follower::Register() {
     return Schedule();
 }
 
-// The store does not start a job that runs already, so rows that come while a run is past them
-// would wait for the rows behind them.
+// For rows that are written right behind a run that has passed their place.
 bool Follower::Schedule() {
     namespace jobTrigger = ZEL::jobTrigger;
     constexpr std::uint32_t seconds = 10;
@@ -159,50 +170,25 @@ bool Follower::Schedule() {
     return scheduled;
 }
 
+// Without a file the position is this moment, in the form that keys have it.
 bool Follower::LoadPosition() {
-    // This moment, in the form that keys have it.
-    CountedPtr<ZEL::IStringValue> key;
-    const auto ignored = wm::ToValue("-");
-    const bool made =
-        Succeeded(store_->MakeKey(ignored.Get(), ZEL::keyKindReceive, key.Receive())) &&
-        PositionOfKey(wm::ToText(key.Get()), &lastKey_);
-    if (!made || !wm::ToWide(positionFile_, widePositionFile_)) {
-        Say("the position can't be kept in " + positionFile_);
-        return false;
-    }
-    if (!wm::FileExists(widePositionFile_)) {
-        position_ = lastKey_;
-        return SavePosition();
-    }
-    std::string text;
-    const HRESULT read = wm::ReadWholeFile(widePositionFile_, &text);
-    const std::string line = text.substr(0, text.find('\n'));
-    if (Failed(read) || !PositionOfKey(line, &position_)) {
-        Say(positionFile_ +
-            ": this is no position; without the file, following begins with what "
-            "comes from now on");
-        return false;
-    }
-    return true;
+    return MakeFreshKey(&lastKey_) && positionFile_.Load(lastKey_, &position_);
 }
 
-bool Follower::SavePosition() {
-    const HRESULT result = wm::ReplaceFile(widePositionFile_, KeyOfPosition(position_) + "\n");
-    if (Failed(result))
-        Say(positionFile_ +
-            ": the position can't be kept: " + Describe(static_cast<std::int32_t>(result)));
-    return Succeeded(result);
+bool Follower::MakeFreshKey(FollowPosition* fresh) {
+    CountedPtr<ZEL::IStringValue> key;
+    const auto ignored = wm::ToValue("-");
+    const HRESULT made = store_->MakeKey(ignored.Get(), ZEL::keyKindReceive, key.Receive());
+    const bool isMade = Succeeded(made) && PositionOfKey(wm::ToText(key.Get()), fresh);
+    if (!isMade)
+        Say("a receive-time key can't be made: " + Describe(static_cast<std::int32_t>(made)));
+    return isMade;
 }
 
 std::string Follower::NextKey() {
-    CountedPtr<ZEL::IStringValue> key;
-    const auto ignored = wm::ToValue("-");
     FollowPosition next;
-    const HRESULT made = store_->MakeKey(ignored.Get(), ZEL::keyKindReceive, key.Receive());
-    if (Failed(made) || !PositionOfKey(wm::ToText(key.Get()), &next)) {
-        Say("a receive-time key can't be made: " + Describe(static_cast<std::int32_t>(made)));
+    if (!MakeFreshKey(&next))
         return "";
-    }
     const std::lock_guard lock(keysMutex_);
     if (!(lastKey_ < next))
         next = {lastKey_.time, lastKey_.sequence + 1};
@@ -240,28 +226,18 @@ bool Follower::MayLackLocked() {
     return !complete_ || (hasGivenKeys_ && position_ < lastKey_);
 }
 
-// A row that was written while the job's last run was past it waits for the next run; here all
-// rows are known, so it is asked for.
 bool Follower::AwaitAll() {
     using Clock = std::chrono::steady_clock;
     constexpr auto pause = std::chrono::milliseconds(500);
     constexpr auto longestWait = std::chrono::seconds(30);  // the store writes each 10 s
     FollowPosition reached;
-    auto end = Clock::now() + longestWait;
-    while (!Interrupted()) {
-        bool sawAll = true;
-        {
-            const std::lock_guard lock(mutex_);
-            if (!DrainLocked())
-                return false;
-            if (!MayLackLocked())
-                return true;
-            if (reached < position_) {
-                reached = position_;
-                end = Clock::now() + longestWait;
-            }
-            sawAll = complete_;
-        }
+    bool sawAll = true;
+    for (auto end = Clock::now() + longestWait; !Interrupted();) {
+        const Progress progress = AwaitStep(&reached, &sawAll);
+        if (progress == Progress::done || progress == Progress::broken)
+            return progress == Progress::done;
+        if (progress == Progress::some)
+            end = Clock::now() + longestWait;
         if (Clock::now() >= end) {
             Say(std::string(sawAll ? "not all rows have reached the disk"
                                    : "not all rows can be read") +
@@ -270,7 +246,22 @@ bool Follower::AwaitAll() {
         }
         std::this_thread::sleep_for(pause);
     }
-    return false;
+    const std::lock_guard lock(mutex_);
+    return works_ || cutShort_;
+}
+
+// One drain, and how far it has come since the position `*reached`.
+Follower::Progress Follower::AwaitStep(FollowPosition* reached, bool* sawAll) {
+    const std::lock_guard lock(mutex_);
+    if (!DrainLocked())
+        return cutShort_ ? Progress::none : Progress::broken;
+    if (!MayLackLocked())
+        return Progress::done;
+    *sawAll = complete_;
+    if (!(*reached < position_))
+        return Progress::none;
+    *reached = position_;
+    return Progress::some;
 }
 
 void Follower::Close() {

@@ -4,33 +4,17 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
-#include <tuple>
 
 #include "common/jobmanager.h"
 #include "connection/storesession.h"
+#include "zel/ingest/followposition.h"
 #include "zel/ingest/storefailures.h"
 #include "zel/terminal/output.h"
 
 namespace zel {
 
-// A place in the order of receive-time rows: behind the row of this time and number.
-struct FollowPosition {
-    std::string time;  // of a receive-time row, 24 characters
-    std::uint32_t sequence = 0;
-    friend bool operator<(const FollowPosition& a, const FollowPosition& b) {
-        return std::tie(a.time, a.sequence) < std::tie(b.time, b.sequence);
-    }
-};
-
-// The place of a row by its key r<receive_time>T<sequence>N. False for another key.
-bool PositionOfKey(const std::string& key, FollowPosition* position);
-std::string KeyOfPosition(const FollowPosition& position);
-
-// Prints events as their receive-time rows reach the disk: it is what the store's job does. Each
-// run reads the rows behind the position that the former one reached, prints the events and puts
-// the new position into a file, so that a later process goes on there. Printed and then noted: a
-// process that is killed in between prints its last batch again, one that ends in order prints
-// nothing twice. Rows that can't be read for now keep those behind them waiting.
+// Prints events as their receive-time rows reach the disk. The source tells how, and what is
+// printed twice or waits when something breaks.
 //
 // Runs come on the job's thread, Drain may be called by any. Lives until the process ends, since a
 // run may come late; such a run finds the follower closed.
@@ -49,7 +33,9 @@ public:
     // not possible any more: the reader of the output went away or stalls beyond an interrupt, or
     // the position can't be kept.
     bool Drain();
-    // Waits for all rows that got a key here to be printed. False when rows are missing.
+    // Waits for all rows that got a key here to be printed. An interrupt ends the wait: what is
+    // left is the next process's, which is as it should be. False when rows are missing for another
+    // reason.
     bool AwaitAll();
     // No run reaches the store any more. What one that runs has not printed stays for the next
     // process.
@@ -60,18 +46,19 @@ public:
 private:
     class Printer;
 
-    Follower(StoreSession& store, std::string positionFile, Output& output);
+    Follower(StoreSession& store, const std::string& positionFile, Output& output);
     bool Register();
     bool Schedule();
     bool LoadPosition();
-    bool SavePosition();
+    bool MakeFreshKey(FollowPosition* fresh);
     bool DrainLocked();
     bool MayLackLocked();
+    enum class Progress { none, some, done, broken };
+    Progress AwaitStep(FollowPosition* reached, bool* sawAll);
 
     StoreSession& store_;
     StoreFailures failures_;
-    const std::string positionFile_;
-    std::wstring widePositionFile_;
+    PositionFile positionFile_;
     wm::EventObject stop_;
     ZEL::CountedPtr<ZEL::IJobManager> manager_;
 
@@ -80,13 +67,14 @@ private:
     Output& output_;
     FollowPosition position_;
     bool closed_ = false;
-    bool works_ = true;
+    bool works_ = true;      // events can be printed, and the position be kept
+    bool cutShort_ = false;  // they can't, since an interrupt ended the wait for the reader
     bool complete_ = false;  // the last drain met no obstacle
     ZEL::HRESULT lastResult_ = ZEL::hr::ok;
     std::uint64_t printed_ = 0;
     std::atomic<bool> closing_{false};
 
-    std::mutex keysMutex_;  // behind mutex_
+    std::mutex keysMutex_;  // taken inside mutex_, never around it
     FollowPosition lastKey_;
     bool hasGivenKeys_ = false;
 };

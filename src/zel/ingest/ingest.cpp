@@ -1,241 +1,206 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <thread>
 
 #include "common/hostservices.h"
-#include "common/jsontext.h"
 #include "common/textbridge.h"
-#include "common/valuetext.h"
-#include "connection/resultwords.h"
-#include "connection/storereports.h"
-#include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/ingest/follow.h"
 #include "zel/ingest/linereader.h"
-#include "zel/ingest/recordcheck.h"
+#include "zel/ingest/recordtaker.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/output.h"
+
+// One run of `zel ingest`: files in, an account out. The account has to be true also where the disk
+// is full, a folder is locked or somebody presses Ctrl-C. A record that the store's queue took is
+// not stored yet, so nothing is called stored before the store is closed: then each record that was
+// taken is on the disk, or the store has reported it as lost.
 
 namespace zel {
 
 namespace {
 
-using ZEL::CountedPtr;
-using ZEL::HRESULT;
-using ZEL::IStringValue;
-namespace hr = ZEL::hr;
+constexpr std::uint64_t linesPerLook = 1000;
+constexpr std::size_t largestLineKept = 1U << 20;  // bytes of memory
 
-std::string WhyNoKey(HRESULT result) {
-    if (result == hr::unexpected)
-        return "no record: " + TakeReason();
-    if (result == hr::invalidArgument)
-        return "no begin_time";
-    if (result == hr::fail)
-        return "no target or no action";
-    return "no key: " + Describe(static_cast<std::int32_t>(result));
+std::string Number(std::uint64_t number, const char* what) {
+    return std::to_string(number) + " " + what;
 }
 
-std::string Name(const std::string& file) {
-    return file == "-" ? "(stdin)" : file;
+// ", 3 lost", or nothing where there are none.
+std::string Some(std::uint64_t number, const char* what) {
+    return number != 0 ? ", " + Number(number, what) : "";
 }
 
+// Reads files line by line, hands the lines on, and tells what became of them.
 class Ingest {
 public:
-    // `follower`, which may be null, makes the receive-time keys.
+    // `follower` may be null. All must outlive this.
     Ingest(StoreSession& store, const IngestOptions& options, Follower* follower, Output& output)
-        : store_(store), options_(options), follower_(follower), output_(output) {}
+        : store_(store),
+          options_(options),
+          follower_(follower),
+          taker_(store, options, follower, output),
+          problems_(TellsAll()) {}
 
-    // False when the store has stopped to work.
-    bool ReadFile(const std::string& file);
+    // Ends early when interrupted, and when the store takes or writes no more.
+    void ReadFiles();
+    // The last line. Once the store is closed.
     void Summarise() const;
-    bool CanNotWrite() const noexcept { return unwritten_; }
-    bool LostAny() const noexcept { return rejected_ + replaced_ > 0 || unwritten_ || unread_; }
+    // Whether the store took all that it was given.
+    bool StoreWorks() const noexcept { return storeWorks_; }
+    bool LostAny() const noexcept;
 
 private:
-    bool TakeLine(const std::string& file, std::uint64_t number, const std::string& line);
-    bool Check(const std::string& file, std::uint64_t number, const std::string& key,
-               const std::string& line);
-    bool WritesFail(const std::string& file, std::uint64_t number);
-    bool Insert(IStringValue* key, IStringValue* value);
-    bool InsertReceiveRow(IStringValue* eventKey, const std::string& keyText);
-    CountedPtr<IStringValue> MakeReceiveKey(IStringValue* eventKey);
-    void Reject(const std::string& file, std::uint64_t number, const std::string& why);
+    bool ReadFile(const std::string& file);
+    bool TakeLine(const std::string& line);
+    bool LookAtStore();
+    void TellRepeats() const;
+    std::string Fate() const;
+    std::string Place() const { return ShownName(file_) + ":" + std::to_string(lineNumber_); }
 
     StoreSession& store_;
     const IngestOptions& options_;
     Follower* const follower_;
-    Output& output_;  // for keys, unless there is a follower
+    RecordTaker taker_;
+    LineProblems problems_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    std::uint64_t taken_ = 0;
-    std::uint64_t rejected_ = 0;
-    std::uint64_t replaced_ = 0;
-    bool unwritten_ = false;
-    bool unread_ = false;
-    RepeatedKeys keys_;
+    std::string file_;  // in hand
+    std::uint64_t lineNumber_ = 0;
+    std::uint64_t unreadFiles_ = 0;
+    bool storeWorks_ = true;
+    bool writesFailed_ = false;
+    bool readsFailed_ = false;
 };
 
-void Ingest::Reject(const std::string& file, std::uint64_t number, const std::string& why) {
-    ++rejected_;
-    Say(Name(file) + ":" + std::to_string(number) + ": " + why);
+void Ingest::ReadFiles() {
+    const std::vector<std::string> standardInput = {"-"};
+    for (const std::string& file : options_.files.empty() ? standardInput : options_.files)
+        if (!ReadFile(file))
+            break;
+    problems_.TellRest();
+    TellRepeats();
 }
 
+// False when no more is to be read.
 bool Ingest::ReadFile(const std::string& file) {
-    constexpr std::uint64_t linesPerLook = 1000;
     LineReader reader(file);
     std::string line;
+    file_ = file;
     while (!Interrupted()) {
         const LineReader::Status status = reader.Next(&line);
-        if (status == LineReader::Status::end || Interrupted())
+        lineNumber_ = reader.LineNumber();
+        if (Interrupted())
+            break;
+        if (status == LineReader::Status::end)
             return true;
         if (status == LineReader::Status::failed) {
-            Reject(file, reader.LineNumber(), "can't be read: " + reader.Error());
+            ++unreadFiles_;
+            Say((lineNumber_ > 0 ? Place() : ShownName(file)) +
+                ": can't be read: " + reader.Error());
             return true;
         }
-        if (status == LineReader::Status::tooLong) {
-            Reject(file, reader.LineNumber(), "longer than 64 MiB");
-            continue;
-        }
-        if (line.find_first_not_of(" \t") == std::string::npos)
-            continue;
-        if (!TakeLine(file, reader.LineNumber(), line))
+        if (status == LineReader::Status::tooLong)
+            problems_.Add(Place(), {"longer than 64 MiB", ""});
+        else if (!TakeLine(line))
             return false;
-        if (reader.LineNumber() % linesPerLook != 0)
-            continue;
-        ShowProgress(std::to_string(taken_) + " records");
-        if (WritesFail(file, reader.LineNumber()))
-            return true;
+        if (line.capacity() > largestLineKept)
+            std::string().swap(line);
     }
-    return true;
+    Say("interrupted at " + Place());
+    return false;
 }
 
-bool Ingest::TakeLine(const std::string& file, std::uint64_t number, const std::string& line) {
-    const CountedPtr<IStringValue> text = wm::ToValue(line);
-    if (!text) {
-        Reject(file, number, "not UTF-8");
+// False when no more is to be read.
+bool Ingest::TakeLine(const std::string& line) {
+    if (line.find_first_not_of(" \t") == line.npos)
         return true;
-    }
-    if (line.find('\0') != std::string::npos) {
-        Reject(file, number, "holds a NUL");
-        return true;
-    }
-    CountedPtr<IStringValue> key;
-    const HRESULT made = store_->MakeKey(text.Get(), ZEL::keyKindEvent, key.Receive());
-    if (Failed(made)) {
-        Reject(file, number, WhyNoKey(made));
-        return true;
-    }
-    const std::string keyText = wm::ToText(key.Get());
-    if (!Check(file, number, keyText, line))
-        return true;
-    if (options_.printKeys)
-        output_.Write(keyText + "\n");
-    if (!Insert(key.Get(), text.Get()) ||
-        (options_.receiveRows && !InsertReceiveRow(key.Get(), keyText)))
-        return false;
-    ++taken_;
-    return true;
-}
-
-bool Ingest::Check(const std::string& file, std::uint64_t number, const std::string& key,
-                   const std::string& line) {
-    const std::string badTime = WhyBadTime(key);
-    if (!badTime.empty()) {
-        Reject(file, number, badTime);
-        return false;
-    }
-    if (keys_.Replaces(key, line) && ++replaced_ == 1)
-        Say(Name(file) + ":" + std::to_string(number) +
+    LineProblem problem;
+    const std::uint64_t replacedBefore = taker_.Counts().replaced;
+    const RecordTaker::Outcome outcome = taker_.Take(line, &problem);
+    if (outcome == RecordTaker::Outcome::rejected)
+        problems_.Add(Place(), problem);
+    if (replacedBefore == 0 && taker_.Counts().replaced == 1)
+        Say(Place() +
             ": has the key of an earlier record, which it replaces (seq_num tells records of one "
             "time apart)");
-    return true;
+    storeWorks_ = outcome != RecordTaker::Outcome::refused;
+    if (!storeWorks_)
+        Say("stopped at " + Place());
+    if (outcome == RecordTaker::Outcome::ended && !Interrupted())
+        return false;
+    return storeWorks_ && (lineNumber_ % linesPerLook != 0 || options_.keysOnly || LookAtStore());
 }
 
-// The store drops a batch that it can't write, so there is no point in handing it more.
-bool Ingest::WritesFail(const std::string& file, std::uint64_t number) {
+// The store drops a batch that it can't write, so there is no point in handing it more: false.
+bool Ingest::LookAtStore() {
     constexpr std::uint32_t read = 2;
+    ShowProgress(Number(taker_.Counts().taken, "records"));
     if (follower_ != nullptr) {
         follower_->Failures().Look();
-        unwritten_ = follower_->Failures().WritesFailed();
+        writesFailed_ = follower_->Failures().WritesFailed();
     } else {
         for (const DatabaseError& error : store_.TakeDatabaseErrors()) {
             Say(error.Text());
-            (error.operation == read ? unread_ : unwritten_) = true;
+            (error.operation == read ? readsFailed_ : writesFailed_) = true;
         }
     }
-    if (unwritten_)
-        Say("stopped at " + Name(file) + ":" + std::to_string(number) +
-            ", since the store can't write; each failure cost up to 500 rows");
-    return unwritten_;
+    if (writesFailed_)
+        Say("stopped at " + Place() + ", since the store can't write");
+    return !writesFailed_;
 }
 
-// A full queue refuses: the same record is offered again until the coordinator has made room.
-bool Ingest::Insert(IStringValue* key, IStringValue* value) {
-    auto pause = std::chrono::microseconds(200);
-    constexpr auto longestPause = std::chrono::microseconds(20000);
-    for (;;) {
-        const HRESULT result = store_->Insert(key, value);
-        if (Succeeded(result))
-            return true;
-        if (result != hr::fail) {
-            Say("the store takes no more records: " + Describe(static_cast<std::int32_t>(result)));
-            return false;
-        }
-        std::this_thread::sleep_for(pause);
-        pause = std::min(pause * 2, longestPause);
-    }
+bool Ingest::LostAny() const noexcept {
+    const LostRecords lost = store_.Lost();
+    return problems_.Count() + unreadFiles_ + taker_.Counts().replaced + lost.events +
+                   lost.receiveRows >
+               0 ||
+           writesFailed_ || readsFailed_;
 }
 
-CountedPtr<IStringValue> Ingest::MakeReceiveKey(IStringValue* eventKey) {
-    if (follower_ != nullptr)
-        return wm::ToValue(follower_->NextKey());
-    CountedPtr<IStringValue> key;
-    const HRESULT made = store_->MakeKey(eventKey, ZEL::keyKindReceive, key.Receive());
-    if (Failed(made))
-        Say("a receive-time row can't be made: " + Describe(static_cast<std::int32_t>(made)));
-    return key;
+void Ingest::TellRepeats() const {
+    const RecordTaker::Account& counts = taker_.Counts();
+    if (counts.replaced > 0)
+        Say(std::string(taker_.KnowsAllKeys() ? "" : "at least ") +
+            Number(counts.replaced,
+                   "record(s) replaced an earlier, different one of this run with the same key"));
+    if (counts.repeated > 0)
+        Say(std::string(taker_.KnowsAllKeys() ? "" : "at least ") +
+            Number(counts.repeated, "record(s) came again, unchanged"));
+    if (!taker_.KnowsAllKeys())
+        Say("keys were compared with the last " +
+            Number(RepeatedKeys::keysKept, "or more before them, not with all"));
 }
 
-bool Ingest::InsertReceiveRow(IStringValue* eventKey, const std::string& keyText) {
-    const CountedPtr<IStringValue> key = MakeReceiveKey(eventKey);
-    const auto value = wm::ToValue("{\"event_pkey\":" + wm::JsonString(keyText) + "}");
-    return key && value && key->GetLength(0) > 0 && Insert(key.Get(), value.Get());
+// What has become of the records, by number. What was taken and neither written nor lost waits in
+// the store's queue.
+std::string Ingest::Fate() const {
+    const RecordTaker::Account& counts = taker_.Counts();
+    if (options_.keysOnly)
+        return Number(counts.taken, "key(s) made");
+    const LostRecords lost = store_.Lost();
+    const std::uint64_t kept = counts.taken - lost.events;
+    return (store_.Emptied() ? Number(kept, "record(s) stored")
+                             : Number(kept, "record(s) stored or still waiting")) +
+           Some(lost.events, "lost") + Some(counts.refused, "refused") +
+           Some(lost.receiveRows + counts.rowsRefused, "receive-time row(s) lost");
 }
 
 void Ingest::Summarise() const {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start_;
-    char figures[96];
-    std::snprintf(figures, sizeof(figures), "%llu record(s) taken, %llu line(s) rejected, %.2f s",
-                  static_cast<unsigned long long>(taken_),
-                  static_cast<unsigned long long>(rejected_), took.count());
-    std::string text = figures;
-    if (taken_ > 0 && took.count() > 0)
-        text += ", " +
-                std::to_string(static_cast<long long>(static_cast<double>(taken_) / took.count())) +
-                " records/s";
-    Say(text);
-    if (replaced_ > 0)
-        Say(std::to_string(replaced_) + " record(s) replaced an earlier one with the same key");
-}
-
-}  // namespace
-
-namespace {
-
-// Runs all files through the store. False when the store has stopped to work.
-bool ReadFiles(Ingest& ingest, const IngestOptions& options) {
-    std::vector<std::string> files = options.files;
-    if (files.empty())
-        files.emplace_back("-");
-    bool works = true;
-    for (const std::string& file : files)
-        works = works && !Interrupted() && !ingest.CanNotWrite() && ingest.ReadFile(file);
-    return works;
+    const std::uint64_t taken = taker_.Counts().taken;
+    char time[64];
+    int length = std::snprintf(time, sizeof(time), ", %.2f s", took.count());
+    if (taken > 0 && took.count() > 0)
+        std::snprintf(time + length, sizeof(time) - static_cast<std::size_t>(length),
+                      ", %.0f records/s", static_cast<double>(taken) / took.count());
+    Say(Fate() + ", " + Number(problems_.Count(), "line(s) rejected") +
+        Some(unreadFiles_, "file(s) not read to the end") + time);
 }
 
 // Beside the store's folders, where the next process finds it.
-std::string PositionFile(const IngestOptions& options) {
+std::string PositionFileName(const IngestOptions& options) {
     std::wstring store;
     std::string utf8;
     if (!options.position.empty())
@@ -245,10 +210,20 @@ std::string PositionFile(const IngestOptions& options) {
                : "";
 }
 
+bool IsService(const IngestOptions& options) {
+    return options.live || options.follow;
+}
+
+// A service that is told to end, and has, has done what it should.
+int CodeOf(const IngestOptions& options, int code) {
+    const bool endedInOrder = IsService(options) && Terminated();
+    return Interrupted() && !endedInOrder ? exitCode::interrupted : code;
+}
+
 // The end when following could not begin, so that nothing was taken.
-int EndWithoutFollower(Output& output) {
+int EndWithoutFollower(const IngestOptions& options, Output& output) {
     if (Interrupted())
-        return exitCode::interrupted;
+        return CodeOf(options, exitCode::done);
     if (output.Usable())
         return exitCode::noStore;
     output.Finish(exitCode::losses);
@@ -264,13 +239,28 @@ struct FollowerEnd {
     }
 };
 
-// False when rows could not be read.
-bool TellFollowed(Follower& follower) {
+// Lets the follower print what is left. False when rows are missing that the next run can't print.
+bool EndFollowing(Follower& follower) {
+    const bool isWhole = follower.AwaitAll();
+    follower.Close();
     Say(std::to_string(follower.Printed()) + " event(s) printed");
     const std::uint64_t unreadable = follower.Failures().Unreadable();
     if (unreadable > 0)
         Say(std::to_string(unreadable) + " failure(s) to read: not all rows could be printed");
-    return unreadable == 0;
+    return isWhole && unreadable == 0;
+}
+
+int MakeKeys(const IngestOptions& options) {
+    StoreSession store(Terminal());
+    if (!store.Load())
+        return exitCode::noStore;
+    Output output;
+    Ingest ingest(store, options, nullptr, output);
+    ingest.ReadFiles();
+    const int code = ingest.LostAny() ? exitCode::losses : exitCode::done;
+    const int end = std::max(code, output.Finish(code));
+    ingest.Summarise();
+    return CodeOf(options, end);
 }
 
 }  // namespace
@@ -281,37 +271,32 @@ int RunIngest(const IngestOptions& options) {
             "--no-receive-rows");
         return exitCode::usage;
     }
+    if (options.keysOnly)
+        return MakeKeys(options);
     StoreSession store(Terminal());
     if (!store.Open(options.makesStore ? StoreNeed::anywhere : StoreNeed::writable))
         return exitCode::noStore;
     Output output;
     Follower* follower = nullptr;
     if (options.follow) {
-        follower = Follower::Start(store, PositionFile(options), output);
+        follower = Follower::Start(store, PositionFileName(options), output);
         if (follower == nullptr)
-            return EndWithoutFollower(output);
+            return EndWithoutFollower(options, output);
     }
     const FollowerEnd end{follower};
-    if (options.live || options.follow)
+    if (IsService(options))
         ZEL::IgnoreResult(store->SetLiveMode(true), "always succeeds");
     Ingest ingest(store, options, follower, output);
-    const bool works = ReadFiles(ingest, options);
-    bool followed = true;
-    if (follower != nullptr) {
-        followed = follower->AwaitAll();
-        follower->Close();
-    }
+    ingest.ReadFiles();
+    const bool followed = follower == nullptr || EndFollowing(*follower);
     const bool written = store.Close();
-    ingest.Summarise();
-    if (follower != nullptr)
-        followed = TellFollowed(*follower) && followed;
-    if (Interrupted())
-        return exitCode::interrupted;
-    if (!works)
-        return exitCode::noStore;
     const bool isWhole = written && followed && !ingest.LostAny();
     const int code = isWhole ? exitCode::done : exitCode::losses;
-    return std::max(code, output.Finish(code));  // a reader that went away hides no loss
+    const int printed = output.Finish(code);
+    ingest.Summarise();
+    if (!ingest.StoreWorks())
+        return CodeOf(options, exitCode::noStore);
+    return CodeOf(options, std::max(code, printed));  // a reader that went away hides no loss
 }
 
 }  // namespace zel

@@ -21,7 +21,7 @@ bool Is(const DatabaseError& error, std::initializer_list<ZEL::HRESULT> results)
     });
 }
 
-bool IsPassing(const DatabaseError& error) {
+bool MayPass(const DatabaseError& error) {
     return Is(error, {hr::sharingViolation, hr::tooManyOpenFiles, hr::outOfMemory});
 }
 
@@ -43,15 +43,16 @@ void StoreFailures::Look() {
     seen_ = std::move(present);
 }
 
-// An operation that is not told (0) stands beside another one of the folder. Unless that is a read,
-// it may be one itself.
+// The table has one entry for each folder and kind of failure; `former` are the folder's entries at
+// the last look. Where a folder fails in two ways the table may leave the operation of the second
+// open (0). It then counts as whatever makes the reader more careful: as a failed write, and when
+// it may pass also as an obstacle.
 void StoreFailures::TakeIn(const DatabaseError& error, const std::vector<DatabaseError>& former) {
-    if (std::find(former.begin(), former.end(), error) != former.end())
+    const bool isKnown = std::find(former.begin(), former.end(), error) != former.end();
+    if (isKnown || IsOfOwnMaking(error))
         return;
     const bool isRead = error.operation == readOperation;
-    if (isRead && (Is(error, {hr::aborted}) || (refusing_ && Is(error, {hr::fail}))))
-        return;
-    if (error.operation != writeOperation && IsPassing(error)) {
+    if (error.operation != writeOperation && MayPass(error)) {
         ++obstacles_;
         Tell(error, "; printing waits for it");
     } else if (isRead) {
@@ -61,6 +62,12 @@ void StoreFailures::TakeIn(const DatabaseError& error, const std::vector<Databas
         Tell(error, "");
     }
     writesFailed_ = writesFailed_ || !isRead;
+}
+
+// A walk that was ended, or one whose results the reader refused.
+bool StoreFailures::IsOfOwnMaking(const DatabaseError& error) const {
+    return error.operation == readOperation &&
+           (Is(error, {hr::aborted}) || (refusing_ && Is(error, {hr::fail})));
 }
 
 void StoreFailures::Tell(const DatabaseError& error, const char* consequence) {
@@ -85,6 +92,8 @@ bool StoreFailures::WritesFailed() const {
 }
 
 void StoreFailures::SetRefusing(bool refusing) {
+    if (!refusing)
+        Look();  // what the refusals have caused is passed over by now
     const std::lock_guard lock(mutex_);
     refusing_ = refusing;
 }

@@ -11,30 +11,36 @@
 
 namespace zel {
 
-// What the store's table of errors says to who reads rows in order and must pass none over. The
-// table is looked at and left as it is: emptying it could lose an entry that comes meanwhile. What
-// is new is told, each kind of failure of a folder once. For any thread.
+// Reads the store's table of errors for somebody who reads rows in order and must not pass any
+// over, and sorts what is in it: is it a reason to wait, or damage that no waiting mends?
+//
+// The table is looked at and left as it is, since to clear it could lose an entry that comes just
+// then. So an entry counts when it is new or has changed since the last look. Each kind of failure
+// of a folder is told once. For any thread.
 class StoreFailures {
 public:
     explicit StoreFailures(StoreSession& store) : store_(store) {}
 
-    // Takes in what is new.
+    // Takes in what has changed. The numbers below are those of the last look, and only grow.
     void Look();
-    // Failures of reads that may succeed later, as far as they were looked at: too many open files,
-    // or the folder is in use. Who meets one has seen only a part of the rows.
+    // Failures to read that may be gone at the next try: the folder is in use, or no descriptor or
+    // memory was left. A reader for whom this number grows has seen only a part of the rows.
     std::uint64_t Obstacles() const;
-    // Failures of reads that stay.
+    // Failures to read that will not pass.
     std::uint64_t Unreadable() const;
     bool WritesFailed() const;
 
-    // While results are refused the store counts that as failures of the folders that it reads.
+    // A query callback that refuses a batch fails the read of the folder in hand. Between
+    // SetRefusing(true) and SetRefusing(false), which looks once more, such failures are the
+    // caller's own and don't count.
     void SetRefusing(bool refusing);
-    // To be called once no more is read. Empties the table unless writes have failed, so that what
-    // was overcome does not count at the end.
+    // For the end, once no more is read: looks once more, and clears the table unless writes have
+    // failed. So an obstacle that was overcome is no failure of the whole run.
     void Settle();
 
 private:
     void TakeIn(const DatabaseError& error, const std::vector<DatabaseError>& former);
+    bool IsOfOwnMaking(const DatabaseError& error) const;
     void Tell(const DatabaseError& error, const char* consequence);
 
     StoreSession& store_;

@@ -15,14 +15,15 @@ namespace zel {
 
 namespace {
 
-std::atomic<bool> interrupted{false};  // lock-free, so a handler may set it
-static_assert(std::atomic<bool>::is_always_lock_free);
+std::atomic<int> firstSignal{0};  // lock-free, so a handler may set it
+static_assert(std::atomic<int>::is_always_lock_free);
 int interruptPipe[2] = {-1, -1};
 
 // Any thread may be the one that is interrupted, also just ahead of a wait: the pipe reaches all.
-void OnInterrupt(int) {
+void OnInterrupt(int signal) {
     const int before = errno;
-    interrupted = true;
+    int none = 0;
+    firstSignal.compare_exchange_strong(none, signal);
     if (::write(interruptPipe[1], "", 1) < 0)
         errno = before;  // it is full of them
 }
@@ -65,7 +66,11 @@ void WatchInterrupts() {
 }
 
 bool Interrupted() noexcept {
-    return interrupted;
+    return firstSignal != 0;
+}
+
+bool Terminated() noexcept {
+    return firstSignal == SIGTERM;
 }
 
 int InterruptDescriptor() noexcept {

@@ -30,6 +30,9 @@ bool WantsTable(const std::string& output);
 // Set by SIGINT, SIGTERM and SIGHUP once WatchInterrupts has run.
 void WatchInterrupts();
 bool Interrupted() noexcept;
+// Whether the first of them was SIGTERM, which asks a service to end in order; a person who presses
+// Ctrl-C breaks something off.
+bool Terminated() noexcept;
 // Can be read from then on, for those who poll; -1 when there is none. Not to be read or closed.
 int InterruptDescriptor() noexcept;
 

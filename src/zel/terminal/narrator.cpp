@@ -15,6 +15,7 @@ public:
 };
 
 wm::IErrorReportSink* hostReports = nullptr;
+bool tellsAll = false;
 
 bool NamePaths(const GlobalOptions& options, std::string* problem) {
     return (options.config.empty() || ReadConfiguration(options.config, problem)) &&
@@ -33,9 +34,14 @@ wm::IErrorReportSink* HostReports() noexcept {
     return hostReports;
 }
 
+bool TellsAll() noexcept {
+    return tellsAll;
+}
+
 bool ApplyOptions(const GlobalOptions& options) {
     static StoreReports reports(Terminal(), options.verbose);
     hostReports = &reports;
+    tellsAll = options.verbose;
     wm::SetErrorReportSink(&reports);
     wm::SetTraceSink(&reports);
     std::string problem;

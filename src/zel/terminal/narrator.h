@@ -20,6 +20,9 @@ struct GlobalOptions {
 // be used.
 bool ApplyOptions(const GlobalOptions& options);
 
+// Whether all is to be told, as asked for with --verbose.
+bool TellsAll() noexcept;
+
 // Who stands at the terminal: hears sessions, and interrupts their waits with Ctrl-C.
 ISessionListener& Terminal() noexcept;
 

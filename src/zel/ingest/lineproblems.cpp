@@ -1,0 +1,33 @@
+#include "zel/ingest/lineproblems.h"
+
+#include "zel/terminal/messages.h"
+
+namespace zel {
+
+namespace {
+
+constexpr std::uint64_t mostInFull = 10;
+
+}  // namespace
+
+std::string ShownName(const std::string& file) {
+    return file == "-" ? "(stdin)" : file;
+}
+
+void LineProblems::Add(const std::string& place, const LineProblem& problem) {
+    ++count_;
+    Kind& kind = kinds_[problem.kind];
+    if (++kind.count == 1)
+        kind.first = place;
+    if (tellsAll_ || kind.count <= mostInFull)
+        Say(place + ": " + std::string(problem.kind) + problem.detail);
+}
+
+void LineProblems::TellRest() const {
+    for (const auto& [name, kind] : kinds_)
+        if (!tellsAll_ && kind.count > mostInFull)
+            Say(std::to_string(kind.count) + " lines: " + std::string(name) + "; first at " +
+                kind.first + " (-v tells all)");
+}
+
+}  // namespace zel

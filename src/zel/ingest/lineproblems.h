@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace zel {
+
+// Why a line is not taken.
+struct LineProblem {
+    std::string_view kind;  // such as "no begin_time": one of few constant texts
+    std::string detail;     // what this line adds to it; may be empty
+};
+
+// How a file is named to people.
+std::string ShownName(const std::string& file);
+
+// Tells the problems of a run. Of each kind the first ten are told in full as they come, all of
+// them when everything is to be told; the rest is counted. For one thread.
+class LineProblems {
+public:
+    explicit LineProblems(bool tellsAll) : tellsAll_(tellsAll) {}
+
+    // `place` is a file and a line's number.
+    void Add(const std::string& place, const LineProblem& problem);
+    // At the end: one message for each kind that was not told in full.
+    void TellRest() const;
+    std::uint64_t Count() const noexcept { return count_; }
+
+private:
+    struct Kind {
+        std::uint64_t count = 0;
+        std::string first;  // the place
+    };
+    const bool tellsAll_;
+    std::uint64_t count_ = 0;
+    std::map<std::string_view, Kind> kinds_;
+};
+
+}  // namespace zel
