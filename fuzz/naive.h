@@ -64,20 +64,38 @@ inline bool Holds(const std::string& text, const std::string& value, const Condi
     }
 }
 
+constexpr int noExpression = -1;
+constexpr int gaveUp = -2;
+
+// 1, 0, or one of these.
+template <typename Match>
+int Answer(Match&& match) {
+    try {
+        return match();
+    } catch (const boost::regex_error&) {
+        return noExpression;
+    } catch (const std::exception&) {
+        return gaveUp;
+    }
+}
+
 // Positive conditions combine by OR; from the first negative one on, every condition has to hold.
-inline bool Passes(const std::string& text, const Conditions& conditions) {
+// An answer as above: without one when a pattern has none and nothing else decides.
+inline int Passes(const std::string& text, const Conditions& conditions) {
     bool negative = false;
-    int passed = 0, failed = 0;
+    int any = 0, all = 1;
     for (const auto& [value, condition] : conditions) {
         negative |= condition.op == Schema::operatorDoesNotEqual ||
                     condition.op == Schema::operatorDoesNotContain;
-        const bool held = Holds(text, value, condition);
-        if (held && !negative)
-            return true;
-        passed += held ? 1 : 0;
-        failed += !held && negative ? 1 : 0;
+        const int held = Answer([&, &v = value, &c = condition] { return Holds(text, v, c); });
+        if (!negative && any != 1 && held != 0)
+            any = held;
+        if (negative && all != 0 && held != 1)
+            all = held;
     }
-    return negative && failed == 0 && passed != 0;
+    if (any == 1 || (negative && all == 1))
+        return 1;
+    return any != 0 ? any : negative ? all : 0;
 }
 
 }  // namespace ZEL::fuzz

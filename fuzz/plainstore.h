@@ -54,14 +54,10 @@ inline std::string Joined(const Texts& all) {
 }
 
 inline bool PassesFilter(const Row& row, const std::map<std::string, Conditions>& filter) {
-    try {
-        return std::all_of(filter.begin(), filter.end(), [&](const auto& field) {
-            const auto fact = row.facts.find(field.first);
-            return fact != row.facts.end() && Passes(fact->second, field.second);
-        });
-    } catch (const std::runtime_error&) {
-        return false;
-    }
+    return std::all_of(filter.begin(), filter.end(), [&](const auto& field) {
+        const auto fact = row.facts.find(field.first);
+        return fact != row.facts.end() && Passes(fact->second, field.second) == 1;
+    });
 }
 
 inline std::string Spliced(const std::string& text, const std::string& member) {

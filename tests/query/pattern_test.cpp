@@ -4,6 +4,8 @@
 
 #include <functional>
 
+#include "zelstore/database/endwatch.h"
+
 namespace ZEL {
 namespace {
 
@@ -61,7 +63,11 @@ TEST(Pattern, AnswersAsTheGeneralMatcherDoes) {
                                 "",
                                 "+",
                                 ".*+",
-                                ".*?a"};
+                                ".*?a",
+                                ".{1}.?c.*",
+                                ".?.?b.?",
+                                "a.{1}*",
+                                ".{2}b"};
     for (const std::string& expression : some)
         for (const std::string text :
              {"C:\\x\\CMD.EXE", "aab", "abcbc", "7x", "\xC3\xA9", "", "x\na"})
@@ -71,13 +77,37 @@ TEST(Pattern, AnswersAsTheGeneralMatcherDoes) {
                     << expression << " on " << text;
 }
 
-TEST(Pattern, CostlyMatchesThrow) {
-    const std::string text(1000, 'a'), longest(8192, 'a'), huge(20000, 'a');
-    EXPECT_EQ(Fast(".*.*.*.*.*x", text, true), -1);
-    EXPECT_EQ(Plain(".*a.*x", longest, true), 0);
-    EXPECT_EQ(Fast(".*a.*x", longest, true), 0);
-    EXPECT_EQ(Plain(".*a.*x", huge, true), -1);
-    EXPECT_EQ(Fast(".*a.*x", huge, true), -1);
+TEST(Pattern, SimpleExpressionsHaveAnAnswerWhateverTheText) {
+    std::string text(20000, 'a'), pieces = "x", maybes = "x";
+    for (int i = 0; i < 20; ++i) {
+        pieces = ".*a" + pieces;
+        maybes = ".?a" + maybes;
+    }
+    for (const int ends : {0, 1}) {
+        if (ends != 0)
+            text += 'x';
+        EXPECT_EQ(Fast(pieces, text, true), ends);
+        EXPECT_EQ(Fast(".*" + maybes, text, true), ends);
+    }
+}
+
+TEST(Pattern, OthersAreGivenUp) {
+    const std::string text(9000, 'a');
+    std::string words = "x";
+    for (int i = 0; i < 500; ++i)
+        words += "|(a*)*" + std::to_string(i);
+    for (const std::string& expression :
+         {std::string("(.*a){20}b"), words, std::string("(.*.*(()()()()()()()()){9}b)"),
+          std::string(100000, '(') + std::string(100000, ')')})
+        EXPECT_EQ(Fast(expression, text, true), -1) << expression.substr(0, 40);
+    EXPECT_EQ(Fast("(.*a){2}", text, true), 1);
+
+    wm::EventObject stop;
+    ASSERT_TRUE(stop.Create(false, true));
+    EndWatch watch(stop.Handle());
+    EXPECT_THROW(Pattern("(.*a){20}b", true).Matches(text, &watch, ~0ULL), GivenUp);
+    ASSERT_TRUE(watch.BeginNext() && stop.Set());
+    EXPECT_THROW(Pattern(".*" + text + "b.*", true).Matches(text + text, &watch), GivenUp);
 }
 
 }  // namespace

@@ -2,40 +2,54 @@
 
 #include <boost/regex.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace ZEL {
 
+class EndWatch;
+
 // A regular expression (Perl syntax) that a whole text has to match, byte by byte; without case,
 // ASCII letters are folded. For one thread.
-//
-// Most patterns come from paths with * and ?. Such an expression, of plain characters, . and at
-// most two .* only, is matched directly, several times faster and with the same answers: texts and
-// expressions that the general matcher may give up on are left to it.
 class Pattern {
 public:
-    // Throws boost::regex_error when the expression does not compile.
+    // What a match by the general matcher may cost: the bytes that it looks at, about a tenth of a
+    // second's worth.
+    static constexpr std::uint64_t mostLooks = 10'000'000;
+
+    // Throws boost::regex_error when the expression does not compile, and std::runtime_error when
+    // it is too long to find that out.
     Pattern(const std::string& expression, bool caseSensitive);
 
-    // Throws std::runtime_error when the match is too costly.
-    bool Matches(std::string_view text) const;
+    // Throws std::runtime_error when the match is too costly, and GivenUp when `watch`, which may
+    // be null, says so.
+    bool Matches(std::string_view text, EndWatch* watch = nullptr,
+                 std::uint64_t looks = mostLooks) const;
 
 private:
-    // One byte, or any byte.
+    // A piece of a simple expression: a byte, or one of these.
     using Element = std::int16_t;
-    static constexpr Element anyByte = -1;
-    using Segment = std::vector<Element>;
+    static constexpr Element anyByte = -1;    // .
+    static constexpr Element maybeByte = -2;  // .?
+    static constexpr Element anyBytes = -3;   // .*
+    using Elements = std::vector<Element>;
 
-    bool ReadSegments(std::string_view expression);
-    Element ElementOf(char c) const noexcept;
-    bool FitsAt(std::string_view text, std::size_t at, const Segment& segment) const noexcept;
-    bool MatchesSegments(std::string_view text) const noexcept;
+    bool ReadElements(std::string_view expression);
+    void SplitPieces();
+    bool Fits(Element element, char c) const noexcept;
+    std::size_t CountFitting(const Elements& elements, const char* text) const noexcept;
+    bool FitsAt(const Elements& piece, const char* text) const noexcept;
+    bool CutBehind(const Elements& piece, std::string_view* text, EndWatch* watch) const;
+    bool MatchesPieces(std::string_view text, EndWatch* watch) const;
+    bool MatchesStates(std::string_view text, EndWatch* watch) const;
+    bool MatchesGenerally(std::string_view text, EndWatch* watch, std::uint64_t looks) const;
 
     const bool caseSensitive_;
-    boost::regex regex_;
-    std::vector<Segment> segments_;  // what stands between the .*; empty for other expressions
+    Elements elements_;                  // of a simple expression
+    std::vector<Elements> pieces_;       // what stands between its .*, unless it has a .?
+    std::optional<boost::regex> regex_;  // any other expression
 };
 
 }  // namespace ZEL

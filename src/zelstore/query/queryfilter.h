@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,34 +12,63 @@
 
 namespace ZEL {
 
+class EndWatch;
+
 // The conditions of one sub-query, made ready for testing row keys. Fields combine by AND; within a
 // field positive conditions combine by OR, and from the first negative one on, in byte order of the
-// values, every condition must hold. For one thread. Patterns are compiled when a row first reaches
-// them and then kept; one that does not compile throws boost::regex_error for each such row.
+// values, every condition must hold. For one thread.
 class QueryFilter {
 public:
-    explicit QueryFilter(const Schema::FilterMap& conditions);
+    // `watch` may be null; all work is counted there. Throws GivenUp when it says so.
+    explicit QueryFilter(const Schema::FilterMap& conditions, EndWatch* watch = nullptr);
 
     bool Empty() const noexcept { return fields_.empty(); }
-    // Whether a primary key passes. Throws what a pattern throws.
+    // Whether a primary key passes. Throws what a pattern throws when the answer hangs on that
+    // pattern, and GivenUp.
     bool MatchesFilter(const KeyFields& keyFields);
 
 private:
-    struct Condition {
-        std::int32_t op;
+    enum class Answer { no, yes, unknown };
+
+    // Compares with a value; folded to upper case when case does not matter.
+    struct Comparison {
+        Schema::OperatorType op;
         bool caseSensitive;
         std::string value;
+    };
+    // An expression; compiled when a row first reaches it.
+    struct Expression {
+        std::string text;
+        bool caseSensitive;
         std::optional<Pattern> pattern;
+        std::exception_ptr fault;  // why it does not compile
+    };
+    struct Conditions {
+        std::vector<Comparison> comparisons;
+        std::vector<Expression> expressions;
+        bool Empty() const noexcept { return comparisons.empty() && expressions.empty(); }
     };
     struct Field {
         std::string name;
-        std::vector<Condition> conditions;
+        Conditions alone;     // one that holds is enough
+        Conditions together;  // all have to hold, unless one of the others does
+        // Of the row in hand.
+        std::string_view text;
+        Answer answer = Answer::unknown;
+        bool togetherMayHold = false;
     };
 
-    static bool Test(std::string_view text, Condition& condition);
-    static bool MatchValue(std::string_view text, std::vector<Condition>& conditions);
+    static Field MakeField(const std::string& name, const std::map<std::string, Schema::Operator>&,
+                           EndWatch* watch);
+    Answer TestComparisons(Field& field);
+    Answer TestExpressions(Field& field);
+    bool Holds(const Comparison& comparison, std::string_view text);
+    Answer Matches(Expression& expression, std::string_view text);
+    void Compile(Expression& expression);
 
+    EndWatch* const watch_;
     std::vector<Field> fields_;
+    std::exception_ptr failure_;  // of an expression, with the row in hand
 };
 
 }  // namespace ZEL
