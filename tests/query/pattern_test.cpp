@@ -106,7 +106,7 @@ TEST(Pattern, OthersAreGivenUp) {
     ASSERT_TRUE(stop.Create(false, true));
     EndWatch watch(stop.Handle());
     EXPECT_THROW(Pattern("(.*a){20}b", true).Matches(text, &watch, ~0ULL), GivenUp);
-    ASSERT_TRUE(watch.BeginNext() && stop.Set());
+    ASSERT_TRUE(watch.BeginWalk() && stop.Set());
     EXPECT_THROW(Pattern(".*" + text + "b.*", true).Matches(text + text, &watch), GivenUp);
 }
 

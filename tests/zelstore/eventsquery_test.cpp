@@ -56,9 +56,9 @@ protected:
 
 private:
     test::TempStore directory_;
-    test::FakeClock clock_;
 
 protected:
+    test::FakeClock clock_;
     test::LoadedComponent component;
     CountedPtr<IEventStore7> store = component.Store();
     CountedPtr<IZelStoreQuery2> query = component.Query();
@@ -117,16 +117,31 @@ TEST_F(EventsQueryTest, PauseHoldsTheWalkAtAThousandthRow) {
     EXPECT_EQ(query->StopAndWait(), hr::ok);
 }
 
-TEST_F(EventsQueryTest, StopEndsOneFolderAndCancellingAPausedQueryEnds) {
+TEST_F(EventsQueryTest, AStopEndsOneFolderAndThenTheQuery) {
     Fill(3, 1200);
-    got.onBatch = [&](std::size_t batches) {
-        EXPECT_TRUE(batches != 1 || query->RequestStop() == hr::ok);
-    };
+    for (const bool timePasses : {false, true}) {
+        RecordingCallback heard;
+        heard.onBatch = [&](std::size_t batches) {
+            EXPECT_TRUE(batches != 1 || query->RequestStop() == hr::ok);
+            if (timePasses && batches == 15)
+                clock_.SetTick(500);
+        };
+        ASSERT_EQ(Start(*query, heard), hr::ok);
+        heard.AwaitEnd();
+        EXPECT_EQ(heard.texts.size(), timePasses ? 2 * 999u : 999u + 2 * 1200u)
+            << "later folders are still visited, for half a second";
+        EXPECT_EQ(heard.endStatus, timePasses ? hr::aborted : hr::ok);
+        EXPECT_EQ(query->StopAndWait(), hr::ok);
+    }
+}
+
+TEST_F(EventsQueryTest, ACancelEndsTheQueryAlsoAPausedOne) {
+    Fill(3, 1200);
+    got.onBatch = [&](std::size_t) { EXPECT_TRUE(Succeeded(query->StopAndWait())); };
     ASSERT_EQ(Start(*query, got), hr::ok);
     got.AwaitEnd();
-    EXPECT_EQ(got.texts.size(), 999u + 2 * 1200u) << "later folders are still visited";
-    EXPECT_EQ(got.endStatus, hr::ok);
-    EXPECT_EQ(query->StopAndWait(), hr::ok);
+    EXPECT_EQ(got.texts.size(), 999u);
+    EXPECT_EQ(got.endStatus, hr::aborted) << "folders were left out";
 
     RecordingCallback paused;
     std::atomic<bool> reached{false};
@@ -138,6 +153,34 @@ TEST_F(EventsQueryTest, StopEndsOneFolderAndCancellingAPausedQueryEnds) {
     Await(reached);
     EXPECT_EQ(query->StopAndWait(), hr::ok);
     EXPECT_EQ(paused.ends, 1);
+}
+
+TEST_F(EventsQueryTest, QueriesMayEndEachOtherInCircles) {
+    Fill(1, 150);
+    for (const std::size_t count : {2U, 3U, 4U}) {
+        std::vector<CountedPtr<IZelStoreQuery2>> queries;
+        std::vector<RecordingCallback> heard(count);
+        std::atomic<std::size_t> inside{0};
+        for (std::size_t i = 0; i < count; ++i)
+            queries.push_back(component.Query());
+        for (std::size_t i = 0; i < count; ++i) {
+            heard[i].onBatch = [&, i](std::size_t batches) {
+                if (batches != 1)
+                    return;
+                for (++inside; inside < count;)
+                    std::this_thread::yield();
+                EXPECT_TRUE(Succeeded(queries[(i + 1) % count]->StopAndWait()));
+                if (count == 4 && i == 0) {  // the store's end waits for all
+                    EXPECT_EQ(store->Stop(), hr::ok);
+                    EXPECT_EQ(store->Shutdown(), hr::ok);
+                }
+            };
+        }
+        for (std::size_t i = 0; i < count; ++i)
+            ASSERT_EQ(Start(*queries[i], heard[i]), hr::ok);
+        for (const RecordingCallback& callback : heard)
+            callback.AwaitEnd();
+    }
 }
 
 TEST_F(EventsQueryTest, CallbacksMayEndTheirQueryAndTheStore) {

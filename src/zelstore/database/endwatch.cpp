@@ -1,5 +1,7 @@
 #include "zelstore/database/endwatch.h"
 
+#include <utility>
+
 #include "common/hostservices.h"
 
 namespace ZEL {
@@ -45,9 +47,17 @@ bool EndWatch::Look() noexcept {
     return givesUp_;
 }
 
-bool EndWatch::BeginNext() noexcept {
+bool EndWatch::BeginWalk() noexcept {
+    constexpr std::uint64_t stepsToOpen = 500'000;
+    givesUp_ = false;
+    pendingStop_ = Spend(stepsToOpen) || pendingStop_;
     givesUp_ = IsOver();
+    leftOut_ = leftOut_ || givesUp_;
     return !givesUp_;
+}
+
+bool EndWatch::EndsWalk() noexcept {
+    return std::exchange(pendingStop_, false) || IsOver();
 }
 
 bool EndWatch::IsOver() noexcept {

@@ -43,8 +43,14 @@ public:
     bool GivesUp() const noexcept { return givesUp_; }
     // Somebody else saw the stop event set.
     void NoteStop() noexcept;
-    // Something new is begun, to which a former stop does not apply. False when the query is over.
-    bool BeginNext() noexcept;
+    // The walk of a further database is begun, to which a former stop does not apply. False when
+    // the query is over and the walk is to be left out.
+    bool BeginWalk() noexcept;
+    // Asked where a walk looks for stops: whether one was seen ahead of the walk, or the query is
+    // over.
+    bool EndsWalk() noexcept;
+    // Whether anything was left out.
+    bool HasLeftOut() const noexcept { return leftOut_; }
 
 private:
     bool Look() noexcept;
@@ -57,6 +63,8 @@ private:
     std::int64_t stepsLeft_ = stepsPerLook;
     bool givesUp_ = false;
     bool over_ = false;
+    bool pendingStop_ = false;
+    bool leftOut_ = false;
     std::optional<std::uint64_t> stoppedAtMs_;
 };
 

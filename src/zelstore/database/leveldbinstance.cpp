@@ -10,6 +10,7 @@
 #include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
+#include "zelstore/database/endwatch.h"
 #include "zelstore/database/foldergate.h"
 #include "zelstore/database/iquerysink.h"
 #include "zelstore/database/readingenv.h"
@@ -24,6 +25,7 @@ namespace {
 // Many folders may be open at once, each by a query of its own.
 constexpr int mostOpenFiles = 16;
 constexpr std::uint64_t rowsPerCheck = 1000;
+constexpr std::uint64_t stepsToCopy = 500;  // a row, for the watch of its query
 
 // What is not there is no failure.
 HRESULT Traced(const leveldb::Status& status, const char* operation) {
@@ -225,12 +227,15 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
     const HRESULT attached = sink->Attach(db_.get(), options);
     if (Failed(attached))
         return attached;
+    const EndWatch* const watch = EndWatch::OfThread();
     std::uint64_t rows = 0;
     for (row->Seek(startKey); row->Valid(); row->Next()) {
         if (++rows % rowsPerCheck == 0 &&
             !ShouldContinue(scan.abortEvent.Handle(), stopEvent, pauseEvent))
             return hr::aborted;
         const RowResult answer = sink->OnRecord(row->key(), row->value(), keepGoing);
+        if (watch != nullptr && watch->GivesUp())
+            return hr::aborted;
         if (answer == RowResult::endDatabase)
             break;
         if (answer == RowResult::abandonDatabase)
@@ -242,11 +247,17 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
 
 bool LevelDbInstance::ShouldContinue(HANDLE abortEvent, HANDLE stopEvent,
                                      HANDLE pauseEvent) noexcept {
-    constexpr std::uint32_t resumed = 2;  // the index of pauseEvent
+    constexpr std::uint32_t stopped = 1, resumed = 2;  // by the order of the handles
+    EndWatch* const watch = EndWatch::OfThread();
+    if (watch != nullptr && watch->EndsWalk())
+        return false;
     const HANDLE handles[] = {abortEvent, stopEvent, pauseEvent};
-    if (pauseEvent != nullptr)
-        return wm::WaitForAny(3, handles, wm::waitForever) == resumed;
-    return wm::WaitForAny(2, handles, 0) == wm::waitTimedOut;
+    const bool mayPause = pauseEvent != nullptr;
+    const std::uint32_t first =
+        wm::WaitForAny(mayPause ? 3 : 2, handles, mayPause ? wm::waitForever : 0);
+    if (first == stopped && watch != nullptr)
+        watch->NoteStop();
+    return first == (mayPause ? resumed : wm::waitTimedOut);
 }
 
 bool LevelDbInstance::MakeCursorLocked() {
@@ -265,8 +276,11 @@ HRESULT LevelDbInstance::ReadPrefix(std::string_view prefix, std::vector<std::st
     if (!MakeCursorLocked())
         return hr::outOfMemory;
     leveldb::Iterator& row = *cursorIterator_;
-    for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next())
+    for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
+        if (SpendOfThread(stepsToCopy + row.value().size()))
+            return hr::aborted;
         values->emplace_back(row.value().data(), row.value().size());
+    }
     TellDamage(row);
     return hr::ok;
 }
@@ -284,6 +298,8 @@ HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOthe
     constexpr std::string_view flagName = KeyFieldName(KeyField::silentEnrichment);
     KeyFields fields;
     for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
+        if (SpendOfThread(stepsToCopy + row.value().size()))
+            return hr::aborted;
         std::string_view flag;
         SplitKeyFields({row.key().data(), row.key().size()}, &fields);
         // A key without the mark counts as silent.

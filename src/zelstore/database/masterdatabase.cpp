@@ -4,6 +4,7 @@
 #include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/hostservices.h"
+#include "zelstore/database/endwatch.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 
@@ -69,6 +70,7 @@ HRESULT ZelMasterDatabase::LoadExistingDatabases() {
 }
 
 void ZelMasterDatabase::AbortScans() {
+    EndWatch::AbortAll();
     IgnoreResult(AtBoundary([this] {
                      // Declared first, so that what others let go meanwhile closes after the lock
                      // is released.

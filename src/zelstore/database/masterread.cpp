@@ -1,6 +1,7 @@
 #include "common/boundary.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
+#include "zelstore/database/endwatch.h"
 #include "zelstore/database/iquerysink.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
@@ -14,6 +15,8 @@
 namespace ZEL {
 
 namespace {
+
+constexpr std::uint64_t stepsToOpen = 500'000;  // a database, for the watch of the query
 
 // Opens a database for one read, unless it is open.
 template <typename Read>
@@ -38,10 +41,13 @@ HRESULT ZelMasterDatabase::Scan(const std::string& startKey, IQuerySink* sink, H
     result = AtBoundary([&] { return sink->Begin(this); });
     if (Failed(result))
         return result;
+    EndWatch* const watch = EndWatch::OfThread();
     bool keepGoing = true;
     for (const auto& [path, proxy] : copy) {
         if (proxy->Number() == silentNumber)
             continue;
+        if (watch != nullptr && !watch->BeginWalk())
+            break;
         result = ReadFrom(*proxy, [&](LevelDbInstance& instance) {
             return instance.Scan(startKey, sink, stopEvent, pauseEvent, &keepGoing);
         });
@@ -64,6 +70,8 @@ HRESULT ZelMasterDatabase::GetRecord(const std::string& key, std::string* value)
     for (const auto& [path, proxy] : copy) {
         if (proxy->Number() == silentNumber)
             continue;
+        if (SpendOfThread(stepsToOpen))
+            return hr::aborted;
         result =
             ReadFrom(*proxy, [&](LevelDbInstance& instance) { return instance.Get(key, value); });
         if (Succeeded(result))

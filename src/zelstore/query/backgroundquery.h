@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "common/countedptr.h"
@@ -25,32 +26,41 @@ public:
     HRESULT Init(CountedPtr<IEventStore> store);
     // 0x80070057 for a null argument, 0x80004005 when the query runs already.
     HRESULT Start(IStringValue* document, IQueryCallback* callback);
-    // Waits for the thread, unless this is the thread. It is to be told to end before.
-    void Stop() { thread_.Wait(); }
+    // Waits for the thread; it is to be told to end before. Returns at once on that thread, and
+    // when that thread waits for this one, itself or through other queries.
+    void Stop();
     bool IsRunning() const { return thread_.IsRunning(); }
 
     // Ends the walk of the database in hand, also a paused one; a paused query then waits again in
-    // the next database.
+    // the next database. Half a second later the query is over.
     void RequestStop() { work_->stopEvent.Set(); }
-    // The same, and wakes a paused walk. A query that was cancelled can't be paused again, or the
-    // one who waits for its end would wait without end.
+    // Ends the query at its next look, also a paused one. It can't be paused again, or the one who
+    // waits for its end would wait without end.
     void Cancel() EXCLUDES(lock_);
     void Pause() EXCLUDES(lock_);
     void Resume() { work_->pauseEvent.Set(); }
 
+    // Whether the query of this thread was cancelled; null on a thread of no query. Valid on this
+    // thread.
+    static const std::atomic<bool>* CancelledOfThread() noexcept;
+
 private:
+    class EnteredWait;
     struct Work {
         HRESULT Run();
+        HRESULT Ask();
 
         wm::EventObject stopEvent;   // auto-reset
         wm::EventObject pauseEvent;  // manual-reset; set means run
         CountedPtr<IEventStore> store;
         CountedPtr<IQueryCallback> callback;
         CountedPtr<IStringValue> document;
+        std::atomic<bool> cancelled{false};
+        const Work* awaited = nullptr;  // guarded by the lock of all waits
     };
+    static thread_local Work* current_;
 
-    wm::Lock lock_;
-    bool cancelled_ GUARDED_BY(lock_) = false;
+    wm::Lock lock_;  // Pause against Cancel
     std::shared_ptr<Work> work_ = std::make_shared<Work>();
     wm::WorkerThread thread_;
 };

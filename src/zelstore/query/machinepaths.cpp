@@ -4,6 +4,7 @@
 #include "common/pathnormaliser.h"
 #include "common/registrynormaliser.h"
 #include "common/textbridge.h"
+#include "zelstore/database/endwatch.h"
 
 namespace ZEL {
 
@@ -43,9 +44,26 @@ HRESULT AddTexts(const WideTexts& wideTexts, std::set<Text>& out) {
     return hr::ok;
 }
 
+// Longer than any path of Windows, and than any expression that would be compiled.
+constexpr std::size_t longestExpanded = 0x10000;
+constexpr std::uint64_t stepsToExpand = 30'000, stepsToAdd = 500;
+
+// Counts the work of expanding, unless there is too much of it to be worth it.
+bool StandsForItself(const Text& path, std::set<Text>& out) {
+    Spend(EndWatch::OfThread(), stepsToExpand);
+    if (path.size() <= longestExpanded)
+        return false;
+    out.insert(path);
+    return true;
+}
+
 class Expander final : public IPathExpander {
 public:
+    void OnValue() override { Spend(EndWatch::OfThread(), stepsToAdd); }
+
     HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) override {
+        if (StandsForItself(path, out))
+            return hr::ok;
         return AtBoundary([&] {
             std::wstring wide;
             if (!ToWideText(path, wide))
@@ -57,6 +75,8 @@ public:
     }
 
     HRESULT ExpandRegistryPath(const Text& path, bool isPattern, std::set<Text>& out) override {
+        if (StandsForItself(path, out))
+            return hr::ok;
         return AtBoundary([&] {
             std::wstring wide;
             if (!ToWideText(path, wide))

@@ -8,6 +8,7 @@
 #include "common/boundary.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
+#include "zelstore/database/endwatch.h"
 #include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/keys/receivekey.h"
@@ -60,7 +61,8 @@ QuerySink::QuerySink(const QuerySinkOptions& options, std::string prefix,
       isPrimary_(options.family == familyPrimary),
       timeField_(KeyFieldName(isPrimary_ ? KeyField::beginTime : KeyField::receiveTime)),
       callback_(callback),
-      filter_(conditions) {
+      watch_(EndWatch::OfThread()),
+      filter_(conditions, watch_) {
     if (options_.includeEnrichments || options_.noLiveEnrichedEvents)
         queryId_ = NewQueryId();
 }
@@ -101,6 +103,8 @@ RowResult QuerySink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& v
                               bool* keepGoing) {
     try {
         return Accept(View(key), View(value), keepGoing);
+    } catch (const GivenUp&) {
+        return RowResult::goOn;  // the walk sees it as well
     } catch (const std::exception& error) {
         ReportLostRow(error.what());
     } catch (...) {
@@ -119,6 +123,8 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
     if (!filter_.MatchesFilter(fields_))
         return RowResult::goOn;
     const auto text = MakeResult(key, value);
+    if (watch_ != nullptr && watch_->GivesUp())
+        return RowResult::goOn;  // something may be missing from the text
     IStringValue* made = nullptr;
     if (!text || !wm::CreateStringValue(*text, &made))
         return RowResult::goOn;

@@ -1,10 +1,16 @@
 #include "zelstore/query/runquery.h"
 
+#include <algorithm>
+#include <istream>
+#include <streambuf>
+
 #include "common/boundary.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
+#include "zelstore/database/endwatch.h"
 #include "zelstore/database/izeldbimpl.h"
 #include "zelstore/keys/keyformat.h"
+#include "zelstore/query/backgroundquery.h"
 #include "zelstore/query/querysink.h"
 #include "zelstore/query/timerange.h"
 #include "zelstore/schema/eventquery.h"
@@ -83,10 +89,43 @@ HRESULT RunSubQuery(IZelDbImpl& database, Schema::Event& subQuery, QuerySinkOpti
     return result;
 }
 
+// A text that is read piece by piece, so that the reader can be stopped in between.
+class WatchedText final : public std::basic_streambuf<utility::char_t> {
+public:
+    explicit WatchedText(utility::string_t& text) : text_(text) {}
+
+protected:
+    int_type underflow() override {
+        constexpr std::size_t piece = 4096;
+        constexpr std::uint64_t stepsPerCharacter = 50;
+        const std::size_t size = std::min(piece, text_.size() - at_);
+        if (size == 0)
+            return traits_type::eof();
+        Spend(EndWatch::OfThread(), size * stepsPerCharacter);
+        utility::char_t* const start = text_.data() + at_;
+        setg(start, start, start + size);
+        at_ += size;
+        return traits_type::to_int_type(*start);
+    }
+
+private:
+    utility::string_t& text_;
+    std::size_t at_ = 0;
+};
+
+web::json::value ParseDocument(utility::string_t text) {
+    constexpr std::size_t longestAtOnce = 0x10000;
+    if (text.size() <= longestAtOnce)
+        return web::json::value::parse(text);
+    WatchedText watched(text);
+    std::basic_istream<utility::char_t> stream(&watched);
+    return web::json::value::parse(stream);
+}
+
 HRESULT RunDocument(IZelDbImpl& database, const std::string& text, IQueryCallback* callback,
-                    const ScanHandles& handles, bool* complete) {
+                    const ScanHandles& handles, const EndWatch& watch, bool* complete) {
     Schema::EventQuery query;
-    query.FromJson(web::json::value::parse(utility::conversions::to_string_t(text)));
+    query.FromJson(ParseDocument(utility::conversions::to_string_t(text)));
     std::int32_t remaining = query.limit_result_count;
     for (Schema::Event& subQuery : query.events) {
         const QuerySinkOptions options{familyPrimary, remaining, query.include_enrichments,
@@ -96,6 +135,8 @@ HRESULT RunDocument(IZelDbImpl& database, const std::string& text, IQueryCallbac
             Reported(RunSubQuery(database, subQuery, options, callback, handles, &matches));
         if (Failed(result))
             return result;
+        if (watch.HasLeftOut())
+            return hr::aborted;
         if (remaining < 0)
             continue;
         // The sink stops at the limit without seeing whether more would follow, so only a match
@@ -126,7 +167,13 @@ HRESULT RunQuery(IZelDbImpl* database, IStringValue* document, IQueryCallback* c
         std::string text;
         if (!wm::ToUtf8({document->GetText(), document->GetLength(0)}, text))
             return Reported(hr::unexpected);
-        return RunDocument(*database, text, callback, {stopEvent, pauseEvent}, &end.complete);
+        EndWatch watch(stopEvent, BackgroundQuery::CancelledOfThread());
+        try {
+            return RunDocument(*database, text, callback, {stopEvent, pauseEvent}, watch,
+                               &end.complete);
+        } catch (const GivenUp&) {
+            return hr::aborted;
+        }
     });
     return end.status;
 }

@@ -238,10 +238,16 @@ constexpr Row eventFields[] = {
 
 class ConditionSink final : public ValueSink {
 public:
+    explicit ConditionSink(IPathExpander* expander) : expander_(expander) {}
     void Add(std::string_view value, const Operator& op) override {
+        if (expander_ != nullptr)
+            expander_->OnValue();
         conditions.emplace(value, op);  // a repeated value keeps its first operator
     }
     std::map<std::string, Operator> conditions;
+
+private:
+    IPathExpander* const expander_;
 };
 
 class FactSink final : public ValueSink {
@@ -266,7 +272,7 @@ HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expan
                          FilterMap& out) {
     const Extraction in{event, forQuery, expander};
     for (const Row& row : eventFields) {
-        ConditionSink sink;
+        ConditionSink sink(expander);
         const HRESULT result = row.extract(in, sink);
         if (Failed(result))
             return Traced(result, row);

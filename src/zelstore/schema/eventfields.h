@@ -19,6 +19,8 @@ using FilterMap = std::map<std::string, std::map<std::string, Operator>>;
 class IPathExpander {
 public:
     virtual ~IPathExpander() = default;
+    // Called for each condition. What it throws ends the extraction.
+    virtual void OnValue() {}
     // Adds the variants of a file path. A failure means that the path stands for itself.
     virtual HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) = 0;
     // The same for a registry path. A failure ends the extraction.
