@@ -88,5 +88,20 @@ TEST(KeyFormat, TellsKeysByTheirShape) {
     }
 }
 
+// A second is 1,000,000; hundredths of it outgrew 32 bits on 2027-03-01 at 07:31:04.
+TEST(KeyFormat, EnrichmentsByTheClockStayInOrder) {
+    constexpr std::int64_t second = 1000000, march2027 = 1803886264 * second;
+    std::string former = FlaggedEnrichmentSuffix(4294967295U, false);
+    for (const std::int64_t time :
+         {std::int64_t{0}, 1795219200 * second, march2027 - 1, march2027, march2027 + 1,
+          march2027 + second, 4102444800 * second, 9999999999 * second, 10000000000 * second}) {
+        const std::string suffix = TimedEnrichmentSuffix(time, true);
+        EXPECT_LT(former, suffix);
+        former = suffix;
+    }
+    EXPECT_EQ(TimedEnrichmentSuffix(march2027, false),
+              "<silent_sequence>901803886264000000<silent_enrichment>0");
+}
+
 }  // namespace
 }  // namespace ZEL

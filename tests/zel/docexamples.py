@@ -17,7 +17,7 @@ from zelcommand import Zel
 
 INDENT = "    "
 VARYING = re.compile(r"\d+\.\d+ s, \d+ records/s|\b20(2[6-9]|[3-9]\d)-?\d\d-?\d\d(\d{3})?(T[\d:.]+Z)?|"
-                     r" *\d+\.\d [KM]iB|(?<=events|silent) +\d+|\(\d+ bytes\)|\d+ MB free|(?<=silent_sequence>)\d{10}")
+                     r" *\d+\.\d [KM]iB|(?<=events|silent) +\d+|\(\d+ bytes\)|\d+ MB free|(?<=silent_sequence>)\d{18}")
 CONSTANTS = {  # of a header, and how a document's table shows them
     "result.h": (r"HRESULT (\w+) = Code\((\w+)\)", "| `hr::{}` | {} |", "embedding.md"),
     "lock.h": (r"(?m)^    (\w+) = (\d+),", "| `{}` | {} |", "architecture.md"),

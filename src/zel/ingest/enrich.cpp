@@ -2,10 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iostream>
-#include <iterator>
 #include <thread>
-#include <unordered_map>
 
 #include "common/textbridge.h"
 #include "common/valuetext.h"
@@ -13,6 +10,7 @@
 #include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/ingest/linereader.h"
+#include "zel/ingest/readlines.h"
 #include "zel/query/jsonscan.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -20,8 +18,12 @@
 #include "zel/terminal/timearg.h"
 #include "zelstore/keys/keyformat.h"
 
-// Enrichments go to the folder of their event's date, live ones too: only there are they joined to
-// events.
+// What an analyst found out of an event is stored under the event's key and a number. Enrichments
+// go to the folder of their event's date, live ones too: only there are they joined to events.
+//
+// The number keeps the enrichments of one event apart and in the order in which they were made,
+// from run to run. The store's own numbers begin again with each process, so the first of this run
+// would take the place of the first of an earlier one; numbers by the clock don't.
 
 namespace zel {
 
@@ -31,13 +33,13 @@ using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
 // Why a text is no key of an event; empty when it is one.
-std::string WhyNoEventKey(std::string_view key) {
+std::string_view WhyNoEventKey(std::string_view key) {
     constexpr std::size_t dateLength = 10;
     const ZEL::KeyShape shape = ZEL::ShapeOf(key);
     if (shape == ZEL::KeyShape::receive)
         return "this is the key of a receive-time row, not of an event";
     if (shape == ZEL::KeyShape::none)
-        return "an event's key begins with " + std::string(ZEL::eventKeyStart);
+        return "an event's key begins with p<begin_time>";
     const std::string date(ZEL::BeginTimeOf(key).substr(0, dateLength));
     const TimeArgument time = ParseTimeArgument(date, {});
     if (date.empty() || date[0] < '0' || date[0] > '9' || !time.ok)
@@ -63,38 +65,30 @@ class Enrich {
 public:
     Enrich(StoreSession& store, bool live) : store_(store), live_(live) {}
 
-    // False when the store has stopped to work.
-    bool Add(const std::string& key, const std::string& enrichment);
-    void AwaitNewSequences() const;
-    std::uint64_t Stored() const noexcept { return stored_; }
+    // False when no more is to be added: the store takes none, which is told, or the program was
+    // interrupted while the store had no room.
+    bool Add(const std::string& eventKey, const std::string& enrichment);
+    // The last line, once the store is closed, and the value for the program's end. `isGood`:
+    // nothing else went wrong.
+    int Summarise(std::uint64_t rejected, bool isGood) const;
 
 private:
-    using Clock = std::chrono::system_clock;
-
-    static std::uint32_t Now();
     std::string MakeKey(const std::string& eventKey);
 
     StoreSession& store_;
     const bool live_;
-    const std::uint32_t firstSequence_ = Now();
-    std::unordered_map<std::string, std::uint32_t> perEvent_;
-    std::uint32_t most_ = 0;
-    std::uint64_t stored_ = 0;
+    std::int64_t lastNumber_ = 0;  // microseconds since 1970
+    std::uint64_t taken_ = 0;
+    std::uint64_t refused_ = 0;
 };
 
-// Hundredths of seconds, cut to the width of a sequence number.
-std::uint32_t Enrich::Now() {
-    using Ticks = std::chrono::duration<std::int64_t, std::centi>;
-    return static_cast<std::uint32_t>(
-        std::chrono::floor<Ticks>(Clock::now()).time_since_epoch().count());
-}
-
-// The store numbers enrichments anew in each process, so that the first of this run would take the
-// place of the first of an earlier one. Numbers from the clock keep them apart, and in order.
+// In order within this run also where the clock stands still or goes back.
 std::string Enrich::MakeKey(const std::string& eventKey) {
-    const std::uint32_t count = ++perEvent_[eventKey];
-    most_ = std::max(most_, count);
-    return eventKey + ZEL::FlaggedEnrichmentSuffix(firstSequence_ + count, !live_);
+    using std::chrono::microseconds;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    lastNumber_ =
+        std::max(lastNumber_ + 1, std::int64_t{std::chrono::floor<microseconds>(now).count()});
+    return eventKey + ZEL::TimedEnrichmentSuffix(lastNumber_, !live_);
 }
 
 bool Enrich::Add(const std::string& eventKey, const std::string& enrichment) {
@@ -103,22 +97,34 @@ bool Enrich::Add(const std::string& eventKey, const std::string& enrichment) {
     const auto value = wm::ToValue(OnOneLine(enrichment));
     HRESULT result = hr::outOfMemory;
     // A full queue refuses: the same one is offered again until there is room.
-    while (key && value && (result = store_->InsertSilent(key.Get(), value.Get())) == hr::fail)
+    while (key && value && (result = store_->InsertSilent(key.Get(), value.Get())) == hr::fail) {
+        if (Interrupted())
+            return false;
         std::this_thread::sleep_for(pause);
-    if (Failed(result)) {
-        Say("the store takes no more enrichments: " + Describe(static_cast<std::int32_t>(result)));
-        return false;
     }
-    ++stored_;
-    return true;
+    (Succeeded(result) ? taken_ : refused_) += 1;
+    if (Failed(result))
+        Say("the store takes no more enrichments: " + Describe(static_cast<std::int32_t>(result)));
+    return Succeeded(result);
 }
 
-// Several for one event use numbers ahead of the clock; the next run is to begin behind them.
-void Enrich::AwaitNewSequences() const {
-    constexpr auto tick = std::chrono::milliseconds(10);
-    while (stored_ > 0 && !Interrupted() &&
-           static_cast<std::int32_t>(Now() - (firstSequence_ + most_)) < 0)
-        std::this_thread::sleep_for(tick);
+// Of a batch that failed a part may have been written, so only bounds are certain then.
+int Enrich::Summarise(std::uint64_t rejected, bool isGood) const {
+    const std::uint64_t lost = store_.Lost().enrichments;
+    std::string text = (lost != 0 ? "at least " : "") + std::to_string(taken_ - lost) +
+                       " enrichment(s) stored" + (store_.Emptied() ? "" : " or still waiting");
+    if (lost != 0)
+        text += ", at most " + std::to_string(lost) + " lost";
+    if (refused_ != 0)
+        text += ", " + std::to_string(refused_) + " refused";
+    if (rejected != 0)
+        text += ", " + std::to_string(rejected) + " line(s) rejected";
+    Say(text);
+    if (Interrupted())
+        return exitCode::interrupted;
+    if (refused_ != 0)
+        return exitCode::noStore;
+    return isGood && lost + rejected == 0 ? exitCode::done : exitCode::losses;
 }
 
 std::string SyntaxProblem(std::string_view text, const JsonScan& scan) {
@@ -127,61 +133,22 @@ std::string SyntaxProblem(std::string_view text, const JsonScan& scan) {
            ": " + scan.Error() + "\n" + PointAt(place.lineText, place.byteInLine);
 }
 
-int Summarise(const Enrich& enrich, std::uint64_t rejected, bool works, bool written) {
-    Say(std::to_string(enrich.Stored()) + " enrichment(s) stored" +
-        (rejected != 0 ? ", " + std::to_string(rejected) + " line(s) rejected" : ""));
-    if (Interrupted())
-        return exitCode::interrupted;
-    if (!works)
-        return exitCode::noStore;
-    return written && rejected == 0 ? exitCode::done : exitCode::losses;
-}
-
 // Takes the two members of a line out of it; why not, when it fails.
-std::string ReadLine(const std::string& line, std::string* key, std::string* enrichment) {
+LineProblem ReadLine(const std::string& line, std::string* key, std::string* enrichment) {
     if (!wm::IsUtf8(line))
-        return "not UTF-8";
+        return {"not UTF-8", ""};
     const JsonScan scan(line);
     if (!scan.Ok())
-        return std::string("not JSON: ") + scan.Error() + "\n" + PointAt(line, scan.ErrorAt());
+        return {"not JSON",
+                std::string(": ") + scan.Error() + "\n" + PointAt(line, scan.ErrorAt())};
     const std::string_view rawKey = scan.Member("key");
     *enrichment = scan.Member("enrichment");
     if (rawKey.empty() || enrichment->empty())
-        return R"(not of the form {"key":"...","enrichment":...})";
+        return {R"(not of the form {"key":"...","enrichment":...})", ""};
     if (rawKey.front() != '"')
-        return "the key is no string";
+        return {"the key is no string", ""};
     *key = web::json::value::parse(std::string(rawKey)).as_string();
-    return WhyNoEventKey(*key);
-}
-
-// False when the store has stopped to work.
-bool AddLines(const std::string& file, Enrich& enrich, std::uint64_t* rejected) {
-    LineReader reader(file);
-    const auto reject = [&](const std::string& why) {
-        ++*rejected;
-        Say((file == "-" ? "(stdin)" : file) + ":" + std::to_string(reader.LineNumber()) + ": " +
-            why);
-    };
-    std::string line, key, enrichment;
-    while (!Interrupted()) {
-        const LineReader::Status status = reader.Next(&line);
-        if (status == LineReader::Status::failed && !Interrupted())
-            reject("can't be read: " + reader.Error());
-        if (status == LineReader::Status::failed || status == LineReader::Status::end)
-            break;
-        if (status == LineReader::Status::tooLong) {
-            reject("longer than 64 MiB");
-            continue;
-        }
-        if (line.find_first_not_of(" \t\r") == line.npos)
-            continue;
-        const std::string why = ReadLine(line, &key, &enrichment);
-        if (!why.empty())
-            reject(why);
-        else if (!enrich.Add(key, enrichment))
-            return false;
-    }
-    return true;
+    return {WhyNoEventKey(*key), ""};
 }
 
 int RunLines(const EnrichOptions& options) {
@@ -193,11 +160,19 @@ int RunLines(const EnrichOptions& options) {
     if (!store.Open(StoreNeed::existing))
         return exitCode::noStore;
     Enrich enrich(store, options.live);
-    std::uint64_t rejected = 0;
-    const bool works = AddLines(options.key.empty() ? "-" : options.key, enrich, &rejected);
+    LineProblems problems(TellsAll());
+    std::string key, enrichment;
+    const auto take = [&](const std::string& line, const LinePlace& place) {
+        const LineProblem problem = ReadLine(line, &key, &enrichment);
+        if (problem.kind.empty())
+            return enrich.Add(key, enrichment);
+        problems.Add(place.Text(), problem);
+        return true;
+    };
+    const LinesEnd end = ReadLines(options.key.empty() ? "-" : options.key, problems, take);
+    problems.TellRest();
     const bool written = store.Close();
-    enrich.AwaitNewSequences();
-    return Summarise(enrich, rejected, works, written);
+    return enrich.Summarise(problems.Count(), written && end != LinesEnd::unreadable);
 }
 
 // The whole text of a file, packed or not; false, with a message, when it can't be read.
@@ -216,7 +191,7 @@ bool ReadWhole(const std::string& file, std::string* text) {
 }
 
 bool ReadOne(const EnrichOptions& options, std::string* enrichment) {
-    const std::string why = wm::IsUtf8(options.key) ? WhyNoEventKey(options.key) : "not UTF-8";
+    const std::string why(wm::IsUtf8(options.key) ? WhyNoEventKey(options.key) : "not UTF-8");
     if (!why.empty()) {
         Say("KEY: " + why + "\n" + PointAt(options.key, 0));
         return false;
@@ -249,10 +224,8 @@ int RunEnrich(const EnrichOptions& options) {
     if (!store.Open(StoreNeed::existing))
         return exitCode::noStore;
     Enrich enrich(store, options.live);
-    const bool works = enrich.Add(options.key, enrichment);
-    const bool written = store.Close();
-    enrich.AwaitNewSequences();
-    return Summarise(enrich, 0, works, written);
+    static_cast<void>(enrich.Add(options.key, enrichment));  // what failed is told and counted
+    return enrich.Summarise(0, store.Close());
 }
 
 }  // namespace zel

@@ -6,7 +6,7 @@
 #include "common/textbridge.h"
 #include "zel/commands.h"
 #include "zel/ingest/follow.h"
-#include "zel/ingest/linereader.h"
+#include "zel/ingest/readlines.h"
 #include "zel/ingest/recordtaker.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -22,7 +22,6 @@ namespace zel {
 namespace {
 
 constexpr std::uint64_t linesPerLook = 1000;
-constexpr std::size_t largestLineKept = 1U << 20;  // bytes of memory
 
 std::string Number(std::uint64_t number, const char* what) {
     return std::to_string(number) + " " + what;
@@ -53,12 +52,10 @@ public:
     bool LostAny() const noexcept;
 
 private:
-    bool ReadFile(const std::string& file);
-    bool TakeLine(const std::string& line);
-    bool LookAtStore();
+    bool TakeLine(const std::string& line, const LinePlace& place);
+    bool LookAtStore(const LinePlace& place);
     void TellRepeats() const;
     std::string Fate() const;
-    std::string Place() const { return ShownName(file_) + ":" + std::to_string(lineNumber_); }
 
     StoreSession& store_;
     const IngestOptions& options_;
@@ -66,8 +63,6 @@ private:
     RecordTaker taker_;
     LineProblems problems_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    std::string file_;  // in hand
-    std::uint64_t lineNumber_ = 0;
     std::uint64_t unreadFiles_ = 0;
     bool storeWorks_ = true;
     bool writesFailed_ = false;
@@ -76,65 +71,40 @@ private:
 
 void Ingest::ReadFiles() {
     const std::vector<std::string> standardInput = {"-"};
-    for (const std::string& file : options_.files.empty() ? standardInput : options_.files)
-        if (!ReadFile(file))
+    const auto take = [this](const std::string& line, const LinePlace& place) {
+        return TakeLine(line, place);
+    };
+    for (const std::string& file : options_.files.empty() ? standardInput : options_.files) {
+        const LinesEnd end = ReadLines(file, problems_, take);
+        unreadFiles_ += end == LinesEnd::unreadable ? 1 : 0;
+        if (end == LinesEnd::stopped || end == LinesEnd::interrupted)
             break;
+    }
     problems_.TellRest();
     TellRepeats();
 }
 
 // False when no more is to be read.
-bool Ingest::ReadFile(const std::string& file) {
-    LineReader reader(file);
-    std::string line;
-    file_ = file;
-    while (!Interrupted()) {
-        const LineReader::Status status = reader.Next(&line);
-        lineNumber_ = reader.LineNumber();
-        if (Interrupted())
-            break;
-        if (status == LineReader::Status::end)
-            return true;
-        if (status == LineReader::Status::failed) {
-            ++unreadFiles_;
-            Say((lineNumber_ > 0 ? Place() : ShownName(file)) +
-                ": can't be read: " + reader.Error());
-            return true;
-        }
-        if (status == LineReader::Status::tooLong)
-            problems_.Add(Place(), {"longer than 64 MiB", ""});
-        else if (!TakeLine(line))
-            return false;
-        if (line.capacity() > largestLineKept)
-            std::string().swap(line);
-    }
-    Say("interrupted at " + Place());
-    return false;
-}
-
-// False when no more is to be read.
-bool Ingest::TakeLine(const std::string& line) {
-    if (line.find_first_not_of(" \t") == line.npos)
-        return true;
+bool Ingest::TakeLine(const std::string& line, const LinePlace& place) {
     LineProblem problem;
     const std::uint64_t replacedBefore = taker_.Counts().replaced;
     const RecordTaker::Outcome outcome = taker_.Take(line, &problem);
     if (outcome == RecordTaker::Outcome::rejected)
-        problems_.Add(Place(), problem);
+        problems_.Add(place.Text(), problem);
     if (replacedBefore == 0 && taker_.Counts().replaced == 1)
-        Say(Place() +
+        Say(place.Text() +
             ": has the key of an earlier record, which it replaces (seq_num tells records of one "
             "time apart)");
     storeWorks_ = outcome != RecordTaker::Outcome::refused;
     if (!storeWorks_)
-        Say("stopped at " + Place());
-    if (outcome == RecordTaker::Outcome::ended && !Interrupted())
+        Say("stopped at " + place.Text());
+    if (!storeWorks_ || outcome == RecordTaker::Outcome::ended)
         return false;
-    return storeWorks_ && (lineNumber_ % linesPerLook != 0 || options_.keysOnly || LookAtStore());
+    return place.line % linesPerLook != 0 || options_.keysOnly || LookAtStore(place);
 }
 
 // The store drops a batch that it can't write, so there is no point in handing it more: false.
-bool Ingest::LookAtStore() {
+bool Ingest::LookAtStore(const LinePlace& place) {
     constexpr std::uint32_t read = 2;
     ShowProgress(Number(taker_.Counts().taken, "records"));
     if (follower_ != nullptr) {
@@ -147,7 +117,7 @@ bool Ingest::LookAtStore() {
         }
     }
     if (writesFailed_)
-        Say("stopped at " + Place() + ", since the store can't write");
+        Say("stopped at " + place.Text() + ", since the store can't write");
     return !writesFailed_;
 }
 

@@ -10,10 +10,6 @@ constexpr std::uint64_t mostInFull = 10;
 
 }  // namespace
 
-std::string ShownName(const std::string& file) {
-    return file == "-" ? "(stdin)" : file;
-}
-
 void LineProblems::Add(const std::string& place, const LineProblem& problem) {
     ++count_;
     Kind& kind = kinds_[problem.kind];

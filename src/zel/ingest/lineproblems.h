@@ -13,9 +13,6 @@ struct LineProblem {
     std::string detail;     // what this line adds to it; may be empty
 };
 
-// How a file is named to people.
-std::string ShownName(const std::string& file);
-
 // Tells the problems of a run. Of each kind the first ten are told in full as they come, all of
 // them when everything is to be told; the rest is counted. For one thread.
 class LineProblems {

@@ -139,6 +139,18 @@ std::string FlaggedEnrichmentSuffix(std::uint32_t number, bool silent) {
     return suffix;
 }
 
+// No counter begins with a 9: the largest of 32 bits is 4294967295.
+std::string TimedEnrichmentSuffix(std::int64_t microseconds, bool silent) {
+    constexpr std::size_t timeDigits = 17;  // enough up to the year 5138
+    const std::string time = std::to_string(microseconds);
+    std::string number = "9";
+    number.append(timeDigits - std::min(timeDigits, time.size()), '0').append(time);
+    std::string suffix;
+    AppendField(suffix, KeyField::silentSequence, number);
+    AppendField(suffix, KeyField::silentEnrichment, silent ? "1" : "0");
+    return suffix;
+}
+
 std::string TenDigits(std::uint32_t number) {
     std::string digits(keyDigits, '0');
     for (auto digit = digits.rbegin(); number != 0; number /= 10)

@@ -58,6 +58,9 @@ void MakePrimaryKey(const KeyValues& values, std::string* key);
 // What stands behind an event's key in the key of an enrichment of it.
 std::string EnrichmentSuffix(std::uint32_t number);
 std::string FlaggedEnrichmentSuffix(std::uint32_t number, bool silent);
+// The same, numbered by the clock. In byte order these stand behind all with a counter, and among
+// themselves in the order of their times. `microseconds` since 1970, not negative.
+std::string TimedEnrichmentSuffix(std::int64_t microseconds, bool silent);
 
 // Numbers in keys: decimal digits with leading zeros.
 inline constexpr std::size_t keyDigits = 10;
