@@ -123,7 +123,7 @@ private:
         if (kind == nullptr)
             return check_.Error(typePath,
                                 UnknownName("object type", type.as_string(), ObjectTypeNames()));
-        std::vector<DocumentKey> keys(kind->keys.begin(), kind->keys.end());
+        std::vector<DocumentKey> keys = kind->keys;
         keys.push_back({"object_type", Shape::text, DocumentKey::both});
         check_.Members(artifact, keys, path,
                        [&](const DocumentKey& key, const value& member, const std::string& at) {

@@ -1,12 +1,16 @@
 #include "zel/query/documentkeys.h"
 
 #include <algorithm>
-#include <iterator>
+#include <tuple>
+#include <type_traits>
+
+#include "zelstore/schema/objectclasses.h"
 
 namespace zel {
 
 namespace {
 
+namespace Schema = ZEL::Schema;
 using Key = DocumentKey;
 
 constexpr Key queryKeys[] = {
@@ -38,100 +42,83 @@ constexpr Key artifactKeys[] = {
     {"result", Shape::artifact},
 };
 
-constexpr Key pathKey{"path", Shape::stringPair, Key::both, Key::path};
-constexpr Key registryPathKey{"path", Shape::stringPair, Key::both, Key::registryPath};
-constexpr Key hashKey{"sha2", Shape::stringPair, Key::both};
-constexpr Key md5Key{"md5", Shape::stringPair};
-constexpr Key stateKey{"state", Shape::existPair};
-constexpr Key normalizedPathKey{"normalized_path", Shape::anything};
-constexpr Key streamKey{"alternate_data_stream_name", Shape::anything};
-constexpr Key securityKey{"security_descriptor", Shape::anything};
-
-constexpr Key processKeys[] = {pathKey,
-                               hashKey,
-                               {"uid", Shape::stringPair, Key::actor},
-                               md5Key,
-                               {"cmd_line", Shape::stringPair},
-                               {"session_id", Shape::numberPair},
-                               {"pid", Shape::numberPair},
-                               {"loaded_modules", Shape::stringPair},
-                               {"signature_level_id", Shape::numberPair},
-                               stateKey,
-                               normalizedPathKey,
-                               streamKey,
-                               securityKey,
-                               {"url", Shape::anything},
-                               {"file_id", Shape::anything},
-                               {"size", Shape::anything},
-                               {"signature_company_name", Shape::anything},
-                               {"signature_value_ids", Shape::anything}};
-constexpr Key fileKeys[] = {pathKey,
-                            hashKey,
-                            md5Key,
-                            stateKey,
-                            normalizedPathKey,
-                            streamKey,
-                            securityKey,
-                            {"size", Shape::anything},
-                            {"attributes", Shape::anything},
-                            {"attribute_ids", Shape::anything}};
-constexpr Key directoryKeys[] = {pathKey, stateKey, normalizedPathKey, securityKey};
-constexpr Key moduleKeys[] = {
-    pathKey,           hashKey,   md5Key, stateKey, {"signature_level_id", Shape::numberPair},
-    normalizedPathKey, streamKey,
+// What the keys of rows hold of an artifact; all else has no effect on a query.
+struct Told {
+    std::string_view objectType;  // empty: of every kind that has such a member
+    std::string_view name;
+    Key::Effect effect;
+    Key::Reading reading = Key::plain;
 };
-constexpr Key sessionKeys[] = {
-    {"id", Shape::numberPair}, {"session_state", Shape::sessionStates}, stateKey};
-constexpr Key networkKeys[] = {{"dst_ip", Shape::stringPair, Key::target, Key::wildcards},
-                               {"src_ip", Shape::stringPair, Key::target, Key::wildcards},
-                               {"url", Shape::stringPair},
-                               {"dst_port", Shape::anything},
-                               {"src_port", Shape::anything},
-                               {"protocol_id", Shape::anything},
-                               {"direction_id", Shape::anything}};
-constexpr Key regKeyKeys[] = {registryPathKey, stateKey, securityKey};
-constexpr Key regValueKeys[] = {registryPathKey,
-                                {"name", Shape::stringPair},
-                                {"type_id", Shape::number},
-                                {"data", Shape::stringPair},
-                                {"default", Shape::boolean},
-                                stateKey,
-                                securityKey};
-constexpr Key serviceKeys[] = {pathKey,
-                               hashKey,
-                               {"name", Shape::stringPair},
-                               md5Key,
-                               {"type_ids", Shape::numbers},
-                               {"start_id", Shape::number},
-                               {"run_state_id", Shape::number},
-                               {"loaded_module_name", Shape::stringPair},
-                               {"reg_path", Shape::stringPair},
-                               {"security_descriptor", Shape::stringPair},
-                               stateKey,
-                               normalizedPathKey};
-constexpr Key urlKeys[] = {{"text", Shape::stringPair, Key::target, Key::wildcards}, stateKey};
-constexpr Key kernelObjectKeys[] = {{"name", Shape::stringPair, Key::both, Key::path},
-                                    {"type_ids", Shape::numbers, Key::target},
-                                    stateKey};
-constexpr Key etwKeys[] = {{"ref_event", Shape::numberPair}, {"source", Shape::source}, stateKey};
-constexpr Key amsiKeys[] = {{"resource", Shape::stringPair}, stateKey};
-
-constexpr ArtifactKind artifactKinds[] = {
-    {"process", processKeys, "path", true},
-    {"file", fileKeys, "path", true},
-    {"directory", directoryKeys, "path", false},
-    {"module", moduleKeys, "path", true},
-    {"service", serviceKeys, "path", true},
-    {"reg_key", regKeyKeys, "path", false},
-    {"reg_value", regValueKeys, "path", false},
-    {"kernel_object", kernelObjectKeys, "name", false},
-    {"network", networkKeys, "", false},
-    {"url", urlKeys, "", false},
-    {"session", sessionKeys, "", false},
-    {"etw", etwKeys, "", false},
-    {"amsi", amsiKeys, "", false},
-    {"unknown", {}, "", false},
+constexpr Told told[] = {
+    {"", "path", Key::both, Key::path},
+    {"", "sha2", Key::both},
+    {"reg_key", "path", Key::both, Key::registryPath},
+    {"reg_value", "path", Key::both, Key::registryPath},
+    {"process", "uid", Key::actor},
+    {"network", "dst_ip", Key::target, Key::wildcards},
+    {"network", "src_ip", Key::target, Key::wildcards},
+    {"url", "text", Key::target, Key::wildcards},
+    {"kernel_object", "name", Key::both, Key::path},
+    {"kernel_object", "type_ids", Key::target},
 };
+
+template <typename Object, typename T>
+Shape ShapeOf(const Schema::PairRow<Object, T>& row) {
+    if (!row.isRead)
+        return Shape::anything;
+    if constexpr (std::is_same_v<T, Schema::StringPair>)
+        return Shape::stringPair;
+    else if constexpr (std::is_same_v<T, Schema::ExistPair>)
+        return Shape::existPair;
+    else if constexpr (std::is_same_v<T, Schema::Source>)
+        return Shape::source;
+    else
+        return Shape::numberPair;
+}
+template <typename Object, typename T>
+Shape ShapeOf(const Schema::NumbersRow<Object, T>&) {
+    return Shape::numbers;
+}
+template <typename Object>
+Shape ShapeOf(const Schema::NamesRow<Object>&) {
+    return Shape::sessionStates;
+}
+template <typename Object>
+Shape ShapeOf(const Schema::NumberRow<Object>&) {
+    return Shape::number;
+}
+template <typename Object>
+Shape ShapeOf(const Schema::FlagRow<Object>&) {
+    return Shape::boolean;
+}
+
+Key MakeKey(std::string_view objectType, std::string_view name, Shape shape) {
+    Key key{name, shape};
+    for (const Told& row : told) {
+        if (row.name == name && (row.objectType.empty() || row.objectType == objectType)) {
+            key.effect = row.effect;
+            key.reading = row.reading;  // a later row tells more exactly
+        }
+    }
+    return key;
+}
+
+// A kind of artifact by the store's own list of its members.
+template <typename Object>
+ArtifactKind Kind() {
+    ArtifactKind kind{Object().GetObjectTypeName(), {}, "", false};
+    std::apply(
+        [&](const auto&... row) {
+            (kind.keys.push_back(MakeKey(kind.objectType, row.name, ShapeOf(row))), ...);
+        },
+        Object::Fields());
+    for (const Key& key : kind.keys) {
+        if (key.reading == Key::path || key.reading == Key::registryPath)
+            kind.pathKey = key.name;
+        kind.hasHash = kind.hasHash || key.name == Schema::names::sha2;
+    }
+    return kind;
+}
 
 }  // namespace
 
@@ -144,15 +131,22 @@ DocumentKeys SubQueryKeys() {
 DocumentKeys ArtifactKeys() {
     return artifactKeys;
 }
-std::span<const ArtifactKind> ArtifactKinds() {
-    return artifactKinds;
+const std::vector<ArtifactKind>& ArtifactKinds() {
+    using namespace Schema;
+    static const std::vector<ArtifactKind> kinds = {
+        Kind<Process>(), Kind<File>(),     Kind<Directory>(),    Kind<Module>(),  Kind<Service>(),
+        Kind<RegKey>(),  Kind<RegValue>(), Kind<KernelObject>(), Kind<Network>(), Kind<Url>(),
+        Kind<Session>(), Kind<Etw>(),      Kind<Amsi>(),         Kind<Unknown>(),
+    };
+    return kinds;
 }
 
 const ArtifactKind* FindArtifactKind(std::string_view objectType) {
-    const auto found =
-        std::find_if(std::begin(artifactKinds), std::end(artifactKinds),
-                     [&](const ArtifactKind& kind) { return kind.objectType == objectType; });
-    return found != std::end(artifactKinds) ? &*found : nullptr;
+    const auto& kinds = ArtifactKinds();
+    const auto found = std::find_if(kinds.begin(), kinds.end(), [&](const ArtifactKind& kind) {
+        return kind.objectType == objectType;
+    });
+    return found != kinds.end() ? &*found : nullptr;
 }
 
 }  // namespace zel

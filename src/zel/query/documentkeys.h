@@ -2,6 +2,7 @@
 
 #include <span>
 #include <string_view>
+#include <vector>
 
 // What a query document may say: the keys of each kind of object, and what each may hold.
 namespace zel {
@@ -44,11 +45,11 @@ DocumentKeys ArtifactKeys();  // actor, target, result
 // A kind of artifact that records and queries can have.
 struct ArtifactKind {
     std::string_view objectType;
-    DocumentKeys keys;
+    std::vector<DocumentKey> keys;
     std::string_view pathKey;  // what holds its path; empty without one
     bool hasHash;
 };
-std::span<const ArtifactKind> ArtifactKinds();
+const std::vector<ArtifactKind>& ArtifactKinds();
 const ArtifactKind* FindArtifactKind(std::string_view objectType);
 
 }  // namespace zel

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "zelstore/schema/objectfactory.h"
 #include "zelstore/schema/valueclasses.h"
 
 namespace ZEL::Schema {
@@ -11,11 +12,6 @@ namespace ZEL::Schema {
 class Event final : public ZelSchemaParser {
 public:
     Event() : ZelSchemaParser(objectType::event) {}
-    Event(const Event& other);
-    Event(Event&&) noexcept = default;
-    Event& operator=(const Event& other);
-    Event& operator=(Event&&) noexcept = default;
-
     void ToJson(web::json::value& out) const override;
     void FromJson(const web::json::value& in) override;
     bool IsValid() const override;
@@ -23,7 +19,7 @@ public:
     void SetBeginTime(const DatePair& time) { begin_time.Set(time); }
     void SetEndTime(const DatePair& time) { end_time.Set(time); }
 
-    std::unique_ptr<ZelSchemaParser> actor, target, result;
+    OwnedObject actor, target, result;
     std::vector<std::int32_t> action;
     Field<IntegerPair<std::uint32_t>> type_id;
     Field<DatePair> begin_time, receive_time, end_time;

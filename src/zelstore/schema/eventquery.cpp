@@ -8,8 +8,6 @@ using web::json::value;
 
 namespace {
 
-constexpr const utility::char_t* keyQuery = ZEL_TEXT("event_query");
-
 bool ReadFlag(const Members& in, TextView key, bool absent) {
     const value* const flag = in.Find(key);
     return flag != nullptr ? flag->as_bool() : absent;
@@ -19,14 +17,14 @@ bool ReadFlag(const Members& in, TextView key, bool absent) {
 
 void EventQuery::FromJson(const value& document) {
     *this = EventQuery();
-    const value* const query = Members(document).Find(keyQuery);
+    const value* const query = Members(document).Find(names::event_query);
     if (query == nullptr)
         return;
     static_cast<void>(query->as_object());  // throws for anything but an object
     const Members in(*query);
-    if (const value* const uid = in.Find(ZEL_TEXT("command_uid")))
+    if (const value* const uid = in.Find(names::command_uid))
         command_uid = uid->as_string();
-    if (const value* const list = in.Find(ZEL_TEXT("events"))) {
+    if (const value* const list = in.Find(names::events)) {
         events.reserve(list->as_array().size());
         for (const value& element : list->as_array()) {
             Event event;
@@ -36,27 +34,27 @@ void EventQuery::FromJson(const value& document) {
             events.push_back(static_cast<const Event&>(event));
         }
     }
-    if (const value* const limit = in.Find(ZEL_TEXT("limit_result_count")))
+    if (const value* const limit = in.Find(names::limit_result_count))
         limit_result_count = static_cast<std::int32_t>(ReadNumber32(*limit));
-    include_enrichments = ReadFlag(in, ZEL_TEXT("include_enrichments"), false);
-    no_live_enriched_events = ReadFlag(in, ZEL_TEXT("no_live_enriched_events"), false);
+    include_enrichments = ReadFlag(in, names::include_enrichments, false);
+    no_live_enriched_events = ReadFlag(in, names::no_live_enriched_events, false);
 }
 
 void EventQuery::ToJson(value& out) const {
     value query = value::object(true);
     if (!command_uid.empty())
-        query[ZEL_TEXT("command_uid")] = value::string(command_uid);
+        query[Text(names::command_uid)] = value::string(command_uid);
     if (!events.empty()) {
         value list = value::array(events.size());
         for (std::size_t i = 0; i < events.size(); ++i)
             events[i].ToJson(list[i]);
-        query[ZEL_TEXT("events")] = std::move(list);
+        query[Text(names::events)] = std::move(list);
     }
-    query[ZEL_TEXT("limit_result_count")] = value::number(limit_result_count);
-    query[ZEL_TEXT("include_enrichments")] = value::boolean(include_enrichments);
-    query[ZEL_TEXT("no_live_enriched_events")] = value::boolean(no_live_enriched_events);
+    query[Text(names::limit_result_count)] = value::number(limit_result_count);
+    query[Text(names::include_enrichments)] = value::boolean(include_enrichments);
+    query[Text(names::no_live_enriched_events)] = value::boolean(no_live_enriched_events);
     out = value::object(true);
-    out[keyQuery] = std::move(query);
+    out[Text(names::event_query)] = std::move(query);
 }
 
 bool EventQuery::IsValid() const {

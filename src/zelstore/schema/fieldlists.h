@@ -1,54 +1,190 @@
 #pragma once
 
+#include <optional>
+#include <tuple>
+
 #include "zelstore/schema/schemaparser.h"
 
-// Reading, writing and checking many fields in one go: lists of key and field, worked through in
-// order.
+// What a class of objects holds is told by one list, in the order of its fields:
+//
+//   static constexpr auto Fields() {
+//       return std::tuple(Pair(names::path, &File::path, Check::identifies),
+//                         Pair(names::size, &File::size, Check::ifPresent, isNotRead), ...
+//
+// Reading, writing and checking walk the list, and so does whoever wants to know which keys a class
+// has. A row tells the name in the JSON, the member, whether reading takes it, and its part in
+// IsValid. How a member looks in the JSON follows from the kind of its row.
+
 namespace ZEL::Schema {
 
-inline constexpr const utility::char_t* keyObjectType = ZEL_TEXT("object_type");
+// A field's part in IsValid. One that identifies must be valid when it is there, and of all that
+// identify one must be there.
+enum class Check { never, ifPresent, identifies };
+
+// Some fields are written and never read: no parsed object has them.
+inline constexpr bool isNotRead = false;
+
+// An optional object of its own.
+template <typename Object, typename T>
+struct PairRow {
+    TextView name;
+    Field<T> Object::*member;
+    Check check;
+    bool isRead;
+
+    void Read(const Members& in, Object& object) const {
+        if (isRead)
+            ReadField(in, name, object.*member);
+        else
+            (object.*member).Reset();
+    }
+    void Write(web::json::value& out, const Object& object) const {
+        WriteField(out, name, object.*member);
+    }
+    bool IsPresent(const Object& object) const { return static_cast<bool>(object.*member); }
+    bool IsValid(const Object& object) const { return (object.*member)->IsValid(); }
+};
+
+template <typename Object, typename T>
+constexpr PairRow<Object, T> Pair(TextView name, Field<T> Object::*member,
+                                  Check check = Check::never, bool isRead = true) {
+    return {name, member, check, isRead};
+}
+
+// What is no pair says nothing that IsValid looks at.
+struct PlainRow {
+    static constexpr bool isRead = true;
+    static constexpr Check check = Check::never;
+};
+
+// A list of numbers, written when it has any.
+template <typename Object, typename T>
+struct NumbersRow : PlainRow {
+    TextView name;
+    std::vector<T> Object::*member;
+    constexpr NumbersRow(TextView key, std::vector<T> Object::*m) : name(key), member(m) {}
+
+    void Read(const Members& in, Object& object) const {
+        std::vector<T>& numbers = object.*member;
+        numbers.clear();
+        if (const web::json::value* const list = in.Find(name))
+            for (const web::json::value& element : list->as_array())
+                numbers.push_back(static_cast<T>(ReadNumber32(element)));
+    }
+    void Write(web::json::value& out, const Object& object) const {
+        WriteList(out, name, object.*member, [](T number) { return web::json::value(number); });
+    }
+};
+
+// A list of names, kept as their numbers.
+template <typename Object>
+struct NamesRow : PlainRow {
+    TextView name;
+    std::vector<std::int32_t> Object::*member;
+    const NameTable& (*table)();
+    constexpr NamesRow(TextView key, std::vector<std::int32_t> Object::*m, const NameTable& (*t)())
+        : name(key), member(m), table(t) {}
+
+    void Read(const Members& in, Object& object) const {
+        ReadNames(in, name, table(), object.*member);
+    }
+    void Write(web::json::value& out, const Object& object) const {
+        WriteNames(out, name, table(), object.*member);
+    }
+};
+
+// A number that is always written.
+template <typename Object>
+struct NumberRow : PlainRow {
+    TextView name;
+    std::uint32_t Object::*member;
+    std::uint32_t absent;  // what a missing key stands for
+    constexpr NumberRow(TextView key, std::uint32_t Object::*m, std::uint32_t a = 0)
+        : name(key), member(m), absent(a) {}
+
+    void Read(const Members& in, Object& object) const {
+        const web::json::value* const number = in.Find(name);
+        object.*member = number != nullptr ? ReadNumber32(*number) : absent;
+    }
+    void Write(web::json::value& out, const Object& object) const {
+        out[Text(name)] = web::json::value(object.*member);
+    }
+};
+
+// True or false, or not said.
+template <typename Object>
+struct FlagRow : PlainRow {
+    TextView name;
+    std::optional<bool> Object::*member;
+    constexpr FlagRow(TextView key, std::optional<bool> Object::*m) : name(key), member(m) {}
+
+    void Read(const Members& in, Object& object) const {
+        (object.*member).reset();
+        if (const web::json::value* const given = in.Find(name))
+            object.*member = given->as_bool();
+    }
+    void Write(web::json::value& out, const Object& object) const {
+        if (object.*member)
+            out[Text(name)] = web::json::value::boolean(*(object.*member));
+    }
+};
 
 // Begins the JSON of an object class.
 inline void WriteObject(web::json::value& out, const ZelSchemaParser& object) {
     out = web::json::value::object(true);
-    out[keyObjectType] = web::json::value::string(object.GetObjectTypeName());
+    out[Text(names::object_type)] = web::json::value::string(object.GetObjectTypeName());
 }
 
 // An object says itself what it is, whatever class it was made as.
 inline void ReadObjectType(const Members& in, ZelSchemaParser& object) {
-    if (const web::json::value* const name = in.Find(keyObjectType))
+    if (const web::json::value* const name = in.Find(names::object_type))
         object.SetObjectType(name->as_string());
 }
 
-inline void WriteFields(web::json::value&) {}
-template <typename T, typename... Rest>
-void WriteFields(web::json::value& out, const utility::char_t* key, const Field<T>& field,
-                 const Rest&... rest) {
-    WriteField(out, key, field);
-    WriteFields(out, rest...);
-}
+// An object class that is its list.
+template <typename Object>
+class ListedObject : public ZelSchemaParser {
+public:
+    void ToJson(web::json::value& out) const override {
+        WriteObject(out, *this);
+        std::apply([&](const auto&... row) { (row.Write(out, Self()), ...); }, Object::Fields());
+    }
 
-inline void ReadFields(const Members&) {}
-template <typename T, typename... Rest>
-void ReadFields(const Members& in, TextView key, Field<T>& field, Rest&&... rest) {
-    ReadField(in, key, field);
-    ReadFields(in, rest...);
-}
+    void FromJson(const web::json::value& json) override {
+        const Members in(json);
+        ReadObjectType(in, *this);
+        std::apply([&](const auto&... row) { (row.Read(in, static_cast<Object&>(*this)), ...); },
+                   Object::Fields());
+    }
 
-template <typename... T>
-void ResetFields(Field<T>&... fields) {
-    (fields.Reset(), ...);
-}
+    bool IsValid() const override {
+        return std::apply(
+            [&](const auto&... row) {
+                const bool needsOne = ((row.check == Check::identifies) || ...);
+                return (!needsOne || (Identifies(row) || ...)) && (IsSound(row) && ...);
+            },
+            Object::Fields());
+    }
 
-// Whether each present field is valid.
-template <typename... T>
-bool PresentAreValid(const Field<T>&... fields) {
-    return ((!fields || fields->IsValid()) && ...);
-}
+protected:
+    using ZelSchemaParser::ZelSchemaParser;
 
-template <typename... T>
-bool AnyPresent(const Field<T>&... fields) {
-    return (static_cast<bool>(fields) || ...);
-}
+private:
+    const Object& Self() const { return static_cast<const Object&>(*this); }
+
+    template <typename Row>
+    bool Identifies(const Row& row) const {
+        if constexpr (!std::is_base_of_v<PlainRow, Row>)
+            return row.check == Check::identifies && row.IsPresent(Self());
+        return false;
+    }
+
+    template <typename Row>
+    bool IsSound(const Row& row) const {
+        if constexpr (!std::is_base_of_v<PlainRow, Row>)
+            return row.check == Check::never || !row.IsPresent(Self()) || row.IsValid(Self());
+        return true;
+    }
+};
 
 }  // namespace ZEL::Schema

@@ -2,28 +2,50 @@
 
 #include <vector>
 
+#include "zelstore/schema/fieldlists.h"
 #include "zelstore/schema/valueclasses.h"
 
-// The things that an event's actor, target and result name. Fields stand in the order of writing.
-// FromJson leaves some of them out: those are never filled by parsing.
+// The things that an event's actor, target and result name. The list of each class tells its keys,
+// in the order in which they are read and written, and what its IsValid asks for.
 
 namespace ZEL::Schema {
 
 using Numbers32 = IntegerPair<std::uint32_t>;
 using Numbers64 = IntegerPair<std::uint64_t>;
 
-class Unknown final : public ZelSchemaParser {
+class Unknown final : public ListedObject<Unknown> {
 public:
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
+    Unknown() : ListedObject(objectType::unknown) {}
+    static constexpr auto Fields() { return std::tuple<>(); }
 };
 
-class Process final : public ZelSchemaParser {
+class Process final : public ListedObject<Process> {
 public:
-    Process() : ZelSchemaParser(objectType::process) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    Process() : ListedObject(objectType::process) {}
+    static constexpr auto Fields() {
+        return std::tuple(
+            Pair(names::path, &Process::path, Check::identifies),
+            Pair(names::normalized_path, &Process::normalized_path, Check::ifPresent, isNotRead),
+            Pair(names::alternate_data_stream_name, &Process::alternate_data_stream_name,
+                 Check::ifPresent, isNotRead),
+            Pair(names::md5, &Process::md5, Check::identifies),
+            Pair(names::sha2, &Process::sha2, Check::identifies),
+            Pair(names::cmd_line, &Process::cmd_line, Check::identifies),
+            Pair(names::session_id, &Process::session_id), Pair(names::pid, &Process::pid),
+            Pair(names::uid, &Process::uid, Check::identifies),
+            Pair(names::loaded_modules, &Process::loaded_modules, Check::identifies),
+            Pair(names::security_descriptor, &Process::security_descriptor, Check::ifPresent,
+                 isNotRead),
+            Pair(names::url, &Process::url, Check::ifPresent, isNotRead),
+            Pair(names::file_id, &Process::file_id, Check::ifPresent, isNotRead),
+            Pair(names::size, &Process::size, Check::ifPresent, isNotRead),
+            Pair(names::signature_company_name, &Process::signature_company_name, Check::ifPresent,
+                 isNotRead),
+            Pair(names::signature_value_ids, &Process::signature_value_ids, Check::ifPresent,
+                 isNotRead),
+            Pair(names::signature_level_id, &Process::signature_level_id, Check::ifPresent),
+            Pair(names::state, &Process::state));
+    }
     const StringPair* GetMd5() const override { return md5.get(); }
     const StringPair* GetSha2() const override { return sha2.get(); }
     const StringPair* GetPath() const override { return path.get(); }
@@ -43,12 +65,24 @@ public:
     Field<ExistPair> state;
 };
 
-class File final : public ZelSchemaParser {
+class File final : public ListedObject<File> {
 public:
-    File() : ZelSchemaParser(objectType::file) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    File() : ListedObject(objectType::file) {}
+    static constexpr auto Fields() {
+        return std::tuple(
+            Pair(names::path, &File::path, Check::identifies),
+            Pair(names::normalized_path, &File::normalized_path, Check::ifPresent, isNotRead),
+            Pair(names::alternate_data_stream_name, &File::alternate_data_stream_name,
+                 Check::ifPresent, isNotRead),
+            Pair(names::md5, &File::md5, Check::identifies),
+            Pair(names::sha2, &File::sha2, Check::identifies),
+            Pair(names::security_descriptor, &File::security_descriptor, Check::ifPresent,
+                 isNotRead),
+            Pair(names::size, &File::size, Check::ifPresent, isNotRead),
+            Pair(names::attributes, &File::attributes, Check::ifPresent, isNotRead),
+            Pair(names::attribute_ids, &File::attribute_ids, Check::ifPresent, isNotRead),
+            Pair(names::state, &File::state));
+    }
     const StringPair* GetMd5() const override { return md5.get(); }
     const StringPair* GetSha2() const override { return sha2.get(); }
     const StringPair* GetPath() const override { return path.get(); }
@@ -64,12 +98,17 @@ public:
     Field<ExistPair> state;
 };
 
-class Directory final : public ZelSchemaParser {
+class Directory final : public ListedObject<Directory> {
 public:
-    Directory() : ZelSchemaParser(objectType::directory) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    Directory() : ListedObject(objectType::directory) {}
+    static constexpr auto Fields() {
+        return std::tuple(
+            Pair(names::path, &Directory::path, Check::identifies),
+            Pair(names::normalized_path, &Directory::normalized_path, Check::ifPresent, isNotRead),
+            Pair(names::security_descriptor, &Directory::security_descriptor, Check::ifPresent,
+                 isNotRead),
+            Pair(names::state, &Directory::state));
+    }
     const StringPair* GetPath() const override { return path.get(); }
     virtual const StringPair* GetNormalizedPath() const { return normalized_path.get(); }
 
@@ -77,12 +116,19 @@ public:
     Field<ExistPair> state;
 };
 
-class Module final : public ZelSchemaParser {
+class Module final : public ListedObject<Module> {
 public:
-    Module() : ZelSchemaParser(objectType::module) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    Module() : ListedObject(objectType::module) {}
+    static constexpr auto Fields() {
+        return std::tuple(
+            Pair(names::path, &Module::path, Check::identifies),
+            Pair(names::normalized_path, &Module::normalized_path, Check::ifPresent, isNotRead),
+            Pair(names::alternate_data_stream_name, &Module::alternate_data_stream_name,
+                 Check::ifPresent, isNotRead),
+            Pair(names::md5, &Module::md5, Check::identifies),
+            Pair(names::sha2, &Module::sha2, Check::identifies), Pair(names::state, &Module::state),
+            Pair(names::signature_level_id, &Module::signature_level_id, Check::ifPresent));
+    }
     const StringPair* GetMd5() const override { return md5.get(); }
     const StringPair* GetSha2() const override { return sha2.get(); }
     const StringPair* GetPath() const override { return path.get(); }
@@ -96,23 +142,33 @@ public:
     Field<Numbers32> signature_level_id;
 };
 
-class Session final : public ZelSchemaParser {
+class Session final : public ListedObject<Session> {
 public:
-    Session() : ZelSchemaParser(objectType::session) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
+    Session() : ListedObject(objectType::session) {}
+    static constexpr auto Fields() {
+        return std::tuple(Pair(names::id, &Session::id),
+                          NamesRow(names::session_state, &Session::session_state, &SessionStates),
+                          Pair(names::state, &Session::state));
+    }
 
     Field<Numbers32> id;
     std::vector<std::int32_t> session_state;
     Field<ExistPair> state;
 };
 
-class Network final : public ZelSchemaParser {
+class Network final : public ListedObject<Network> {
 public:
-    Network() : ZelSchemaParser(objectType::network) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    Network() : ListedObject(objectType::network) {}
+    static constexpr auto Fields() {
+        return std::tuple(
+            Pair(names::dst_ip, &Network::dst_ip, Check::identifies),
+            Pair(names::src_ip, &Network::src_ip, Check::identifies),
+            Pair(names::url, &Network::url, Check::identifies),
+            Pair(names::dst_port, &Network::dst_port, Check::never, isNotRead),
+            Pair(names::src_port, &Network::src_port, Check::never, isNotRead),
+            Pair(names::protocol_id, &Network::protocol_id, Check::identifies, isNotRead),
+            Pair(names::direction_id, &Network::direction_id, Check::identifies, isNotRead));
+    }
     virtual const StringPair* GetDstIp() const { return dst_ip.get(); }
     virtual const StringPair* GetSrcIp() const { return src_ip.get(); }
     virtual const StringPair* GetUrl() const { return url.get(); }
@@ -121,40 +177,64 @@ public:
     Field<Numbers32> dst_port, src_port, protocol_id, direction_id;
 };
 
-class RegKey final : public ZelSchemaParser {
+class RegKey final : public ListedObject<RegKey> {
 public:
-    RegKey() : ZelSchemaParser(objectType::regKey) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    RegKey() : ListedObject(objectType::regKey) {}
+    static constexpr auto Fields() {
+        return std::tuple(
+            Pair(names::path, &RegKey::path, Check::identifies),
+            Pair(names::security_descriptor, &RegKey::security_descriptor, Check::never, isNotRead),
+            Pair(names::state, &RegKey::state));
+    }
     const StringPair* GetPath() const override { return path.get(); }
 
     Field<StringPair> path, security_descriptor;
     Field<ExistPair> state;
 };
 
-class RegValue final : public ZelSchemaParser {
+// The type of a registry value that says none.
+inline constexpr std::uint32_t typeIdOfNone = 1;
+
+class RegValue final : public ListedObject<RegValue> {
 public:
-    RegValue() : ZelSchemaParser(objectType::regValue) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    RegValue() : ListedObject(objectType::regValue) {}
+    static constexpr auto Fields() {
+        return std::tuple(Pair(names::path, &RegValue::path, Check::identifies),
+                          Pair(names::name, &RegValue::name, Check::identifies),
+                          NumberRow(names::type_id, &RegValue::type_id, typeIdOfNone),
+                          Pair(names::data, &RegValue::data, Check::identifies),
+                          Pair(names::security_descriptor, &RegValue::security_descriptor,
+                               Check::ifPresent, isNotRead),
+                          FlagRow(names::default_, &RegValue::isDefault),
+                          Pair(names::state, &RegValue::state));
+    }
     const StringPair* GetPath() const override { return path.get(); }
 
     Field<StringPair> path, name;
-    std::uint32_t type_id = 1;
+    std::uint32_t type_id = typeIdOfNone;
     Field<StringPair> data, security_descriptor;
-    bool isDefault = false;
-    bool isDefaultPresent = false;
+    std::optional<bool> isDefault;
     Field<ExistPair> state;
 };
 
-class Service final : public ZelSchemaParser {
+class Service final : public ListedObject<Service> {
 public:
-    Service() : ZelSchemaParser(objectType::service) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    Service() : ListedObject(objectType::service) {}
+    static constexpr auto Fields() {
+        return std::tuple(
+            Pair(names::path, &Service::path, Check::identifies),
+            Pair(names::normalized_path, &Service::normalized_path, Check::ifPresent, isNotRead),
+            Pair(names::name, &Service::name, Check::identifies),
+            Pair(names::md5, &Service::md5, Check::ifPresent),
+            Pair(names::sha2, &Service::sha2, Check::ifPresent),
+            NumbersRow(names::type_ids, &Service::type_ids),
+            NumberRow(names::start_id, &Service::start_id),
+            NumberRow(names::run_state_id, &Service::run_state_id),
+            Pair(names::loaded_module_name, &Service::loaded_module_name, Check::ifPresent),
+            Pair(names::reg_path, &Service::reg_path, Check::ifPresent),
+            Pair(names::security_descriptor, &Service::security_descriptor, Check::ifPresent),
+            Pair(names::state, &Service::state));
+    }
     const StringPair* GetMd5() const override { return md5.get(); }
     const StringPair* GetSha2() const override { return sha2.get(); }
     const StringPair* GetPath() const override { return path.get(); }
@@ -168,24 +248,29 @@ public:
     Field<ExistPair> state;
 };
 
-class Url final : public ZelSchemaParser {
+class Url final : public ListedObject<Url> {
 public:
-    Url() : ZelSchemaParser(objectType::url) {}
+    Url() : ListedObject(objectType::url) {}
+    static constexpr auto Fields() {
+        return std::tuple(Pair(names::state, &Url::state, Check::ifPresent),
+                          Pair(names::text, &Url::text, Check::identifies));
+    }
+    // Against the order of the list.
     void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
     virtual const StringPair* GetText() const { return text.get(); }
 
     Field<ExistPair> state;
     Field<StringPair> text;
 };
 
-class KernelObject final : public ZelSchemaParser {
+class KernelObject final : public ListedObject<KernelObject> {
 public:
-    KernelObject() : ZelSchemaParser(objectType::kernelObject) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    KernelObject() : ListedObject(objectType::kernelObject) {}
+    static constexpr auto Fields() {
+        return std::tuple(Pair(names::name, &KernelObject::name, Check::identifies),
+                          Pair(names::state, &KernelObject::state),
+                          NumbersRow(names::type_ids, &KernelObject::type_ids));
+    }
     // The name takes the place of a path.
     const StringPair* GetPath() const override { return name.get(); }
 
@@ -203,31 +288,53 @@ public:
     virtual ~Source() = default;
     void ToJson(web::json::value& out) const;
     void FromJson(const web::json::value& in);
+    bool IsValid() const { return !facility || facility->IsValid(); }
 
     Field<StringPair> facility;
 };
 
-class Etw final : public ZelSchemaParser {
+class Etw final : public ListedObject<Etw> {
 public:
-    Etw() : ZelSchemaParser(objectType::etw) {}
-    void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
+    Etw() : ListedObject(objectType::etw) {}
+    static constexpr auto Fields() {
+        return std::tuple(Pair(names::ref_event, &Etw::ref_event, Check::ifPresent),
+                          Pair(names::source, &Etw::source, Check::ifPresent),
+                          Pair(names::state, &Etw::state));
+    }
 
     Field<Numbers32> ref_event;
     Field<Source> source;
     Field<ExistPair> state;
 };
 
-class Amsi final : public ZelSchemaParser {
+class Amsi final : public ListedObject<Amsi> {
 public:
-    Amsi() : ZelSchemaParser(objectType::amsi) {}
+    Amsi() : ListedObject(objectType::amsi) {}
+    static constexpr auto Fields() {
+        return std::tuple(Pair(names::state, &Amsi::state, Check::ifPresent),
+                          Pair(names::resource, &Amsi::resource, Check::ifPresent));
+    }
+    // Against the order of the list.
     void ToJson(web::json::value& out) const override;
-    void FromJson(const web::json::value& in) override;
-    bool IsValid() const override;
 
     Field<ExistPair> state;
     Field<StringPair> resource;
 };
+
+// Made once, in objectclasses.cpp.
+extern template class ListedObject<Unknown>;
+extern template class ListedObject<Process>;
+extern template class ListedObject<File>;
+extern template class ListedObject<Directory>;
+extern template class ListedObject<Module>;
+extern template class ListedObject<Session>;
+extern template class ListedObject<Network>;
+extern template class ListedObject<RegKey>;
+extern template class ListedObject<RegValue>;
+extern template class ListedObject<Service>;
+extern template class ListedObject<Url>;
+extern template class ListedObject<KernelObject>;
+extern template class ListedObject<Etw>;
+extern template class ListedObject<Amsi>;
 
 }  // namespace ZEL::Schema

@@ -68,7 +68,7 @@ const ClassRow* FindClass(std::int32_t number) {
 
 ObjectPtr CreateObjectFromJson(const web::json::value& in, ObjectPtr former) {
     const ClassRow* row = nullptr;
-    if (const web::json::value* const name = Members(in).Find(keyObjectType))
+    if (const web::json::value* const name = Members(in).Find(names::object_type))
         row = FindClass(ObjectTypes().Number(name->as_string()));
     if (former == nullptr || row == nullptr || !row->is(*former))
         former = row != nullptr ? row->make() : Make<Unknown>();

@@ -16,4 +16,17 @@ std::unique_ptr<ZelSchemaParser> CreateObjectFromJson(
 // copy then loses the object.
 std::unique_ptr<ZelSchemaParser> CloneObject(const ZelSchemaParser* object);
 
+// An object of whatever class, or none, that is copied with its owner.
+class OwnedObject : public std::unique_ptr<ZelSchemaParser> {
+public:
+    using Pointer = std::unique_ptr<ZelSchemaParser>;
+    OwnedObject() = default;
+    OwnedObject(Pointer object) noexcept : Pointer(std::move(object)) {}
+    OwnedObject(OwnedObject&&) noexcept = default;
+    OwnedObject(const OwnedObject& other) : Pointer(CloneObject(other.get())) {}
+    OwnedObject& operator=(OwnedObject&&) noexcept = default;
+    OwnedObject& operator=(const OwnedObject& other) { return *this = OwnedObject(other); }
+    ~OwnedObject() = default;
+};
+
 }  // namespace ZEL::Schema

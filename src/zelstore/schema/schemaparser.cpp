@@ -48,4 +48,19 @@ std::uint64_t ReadNumber64(const web::json::value& in) {
     return number.is_integral() ? number.to_uint64() : CutDouble(number.to_double());
 }
 
+void ReadNames(const Members& in, TextView key, const NameTable& table,
+               std::vector<std::int32_t>& numbers) {
+    numbers.clear();
+    if (const web::json::value* const list = in.Find(key))
+        for (const web::json::value& name : list->as_array())
+            numbers.push_back(table.Number(name.as_string()));
+}
+
+void WriteNames(web::json::value& out, TextView key, const NameTable& table,
+                const std::vector<std::int32_t>& numbers) {
+    WriteList(out, key, numbers, [&table](std::int32_t number) {
+        return web::json::value::string(table.Name(number));
+    });
+}
+
 }  // namespace ZEL::Schema

@@ -126,13 +126,30 @@ void ReadField(const Members& in, TextView key, Field<T>& field) {
 }
 
 template <typename T>
-void WriteField(web::json::value& out, const utility::char_t* key, const Field<T>& field) {
+void WriteField(web::json::value& out, TextView key, const Field<T>& field) {
     if (!field)
         return;
     web::json::value nested;
     field->ToJson(nested);
-    out[key] = std::move(nested);
+    out[Text(key)] = std::move(nested);
 }
+
+// A list, when it has anything.
+template <typename List, typename ToValue>
+void WriteList(web::json::value& out, TextView key, const List& list, ToValue&& toValue) {
+    if (list.empty())
+        return;
+    web::json::value array = web::json::value::array(list.size());
+    for (std::size_t i = 0; i < list.size(); ++i)
+        array[i] = toValue(list[i]);
+    out[Text(key)] = std::move(array);
+}
+
+// A list of names, kept as their numbers; an absent key leaves it empty.
+void ReadNames(const Members& in, TextView key, const NameTable& table,
+               std::vector<std::int32_t>& numbers);
+void WriteNames(web::json::value& out, TextView key, const NameTable& table,
+                const std::vector<std::int32_t>& numbers);
 
 // A JSON number kept to a width: doubles are cut towards zero within the 64-bit range, wider
 // numbers lose their high bits.

@@ -4,48 +4,32 @@ namespace ZEL::Schema {
 
 using web::json::value;
 
-namespace {
-
-constexpr const utility::char_t* keyOperator = ZEL_TEXT("operator");
-constexpr const utility::char_t* keyValue = ZEL_TEXT("value");
-
-template <typename T>
-value ToArray(const T& values) {
-    value array = value::array(values.size());
-    for (std::size_t i = 0; i < values.size(); ++i)
-        array[i] = value(values[i]);
-    return array;
-}
-
-}  // namespace
-
 void Operator::ToJson(value& out) const {
     out = value::object(true);
-    out[keyValue] = value::string(OperatorTypes().Name(op));
-    out[ZEL_TEXT("case_insensitive")] = value::boolean(!caseSensitive);
+    out[Text(names::value)] = value::string(OperatorTypes().Name(op));
+    out[Text(names::case_insensitive)] = value::boolean(!caseSensitive);
 }
 
 void Operator::FromJson(const value& json) {
     const Members in(json);
     op = operatorUnknown;
     caseSensitive = false;
-    if (const value* const name = in.Find(keyValue))
+    if (const value* const name = in.Find(names::value))
         op = OperatorTypes().Number(name->as_string());
-    if (const value* const insensitive = in.Find(ZEL_TEXT("case_insensitive")))
+    if (const value* const insensitive = in.Find(names::case_insensitive))
         caseSensitive = !insensitive->as_bool();
 }
 
 void StringPair::ToJson(value& out) const {
     out = value::object(true);
-    WriteField(out, keyOperator, op);
-    if (!values.empty())
-        out[keyValue] = ToArray(values);
+    WriteField(out, names::operator_, op);
+    WriteList(out, names::value, values, [](const auto& each) { return value(each); });
 }
 
 void StringPair::FromJson(const value& json) {
     const Members in(json);
-    ReadField(in, keyOperator, op);
-    const value* const list = in.Find(keyValue);
+    ReadField(in, names::operator_, op);
+    const value* const list = in.Find(names::value);
     if (list == nullptr) {
         values.clear();
         return;
@@ -60,17 +44,16 @@ void StringPair::FromJson(const value& json) {
 template <typename T>
 void IntegerPair<T>::ToJson(value& out) const {
     out = value::object(true);
-    WriteField(out, keyOperator, op);
-    if (!values.empty())
-        out[keyValue] = ToArray(values);
+    WriteField(out, names::operator_, op);
+    WriteList(out, names::value, values, [](const auto& each) { return value(each); });
 }
 
 template <typename T>
 void IntegerPair<T>::FromJson(const value& json) {
     const Members in(json);
     values.clear();
-    ReadField(in, keyOperator, op);
-    const value* const list = in.Find(keyValue);
+    ReadField(in, names::operator_, op);
+    const value* const list = in.Find(names::value);
     if (list == nullptr)
         return;
     for (const value& element : list->as_array()) {
@@ -87,38 +70,39 @@ template class IntegerPair<std::uint64_t>;
 void TextPair::FromJson(const web::json::value& json) {
     const Members in(json);
     value.clear();
-    ReadField(in, keyOperator, op);
-    if (const web::json::value* const text = in.Find(keyValue))
+    ReadField(in, names::operator_, op);
+    if (const web::json::value* const text = in.Find(names::value))
         value = text->as_string();
 }
 
 void DatePair::ToJson(web::json::value& out) const {
     out = web::json::value::object(true);
-    WriteField(out, keyOperator, op);
+    WriteField(out, names::operator_, op);
     if (!value.empty())
-        out[keyValue] = web::json::value::string(value);
+        out[Text(names::value)] = web::json::value::string(value);
 }
 
 void GuidPair::ToJson(web::json::value& out) const {
     out = web::json::value::object(true);
-    WriteField(out, keyOperator, op);
-    out[keyValue] = web::json::value::string(value.substr(0, value.find(utility::char_t())));
+    WriteField(out, names::operator_, op);
+    out[Text(names::value)] =
+        web::json::value::string(value.substr(0, value.find(utility::char_t())));
 }
 
 void ExistPair::ToJson(value& out) const {
     out = value::object(true);
-    out[ZEL_TEXT("state")] = value::string(ExistStates().Name(state));
+    out[Text(names::state)] = value::string(ExistStates().Name(state));
     if (!error_code.empty())
-        out[ZEL_TEXT("error_code")] = value::string(error_code);
+        out[Text(names::error_code)] = value::string(error_code);
 }
 
 void ExistPair::FromJson(const value& json) {
     const Members in(json);
     state = 0;
     error_code.clear();
-    if (const value* const name = in.Find(ZEL_TEXT("state")))
+    if (const value* const name = in.Find(names::state))
         state = ExistStates().Number(name->as_string());
-    if (const value* const code = in.Find(ZEL_TEXT("error_code")))
+    if (const value* const code = in.Find(names::error_code))
         error_code = code->as_string();
 }
 

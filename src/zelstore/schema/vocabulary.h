@@ -4,9 +4,12 @@
 #include <unordered_map>
 #include <vector>
 
+#include "zelstore/schema/carriednames.h"
+#include "zelstore/schema/names.h"
 #include "zelstore/schema/text.h"
 
-// The names and numbers that records and queries use.
+// The names and numbers that records and queries use. Names without a number stand in names.h,
+// those that nothing here reads in carriednames.h; the fields of keys stand in keys/keyfield.h.
 namespace ZEL::Schema {
 
 namespace objectType {
