@@ -117,12 +117,12 @@ TEST(DocumentCheck, NamesThePlaceOfWhatIsWrong) {
         {R"({"event_query":{"events":[{"receive_time":{"value":"2020-01-01T00:00:00.000Z"},)"
          R"("action":["create"]}]}})",
          event + ": conditions can't be combined with receive_time"},
-};
-for (const auto& [text, start] : rows) {
-    const DocumentFindings found = Check(text);
-    ASSERT_EQ(found.errors.size(), 1u) << text;
-    EXPECT_THAT(found.errors[0], StartsWith(start)) << text;
-}
+    };
+    for (const auto& [text, start] : rows) {
+        const DocumentFindings found = Check(text);
+        ASSERT_EQ(found.errors.size(), 1u) << text;
+        EXPECT_THAT(found.errors[0], StartsWith(start)) << text;
+    }
 }
 
 TEST(DocumentCheck, TakesWhatTheOtherFieldsMatch) {
@@ -130,9 +130,9 @@ TEST(DocumentCheck, TakesWhatTheOtherFieldsMatch) {
     for (const std::string& text :
          {Target(R"("sha2":)" + pair), With(R"("correlation_uid":)" + pair),
           With(R"("artifacts":{"target":{"object_type":"reg_key","path":)" + pair + "}}")}) {
-    EXPECT_THAT(Check(text).errors, testing::IsEmpty()) << text;
-    EXPECT_THAT(Check(text).warnings, testing::IsEmpty()) << text;
-}
+        EXPECT_THAT(Check(text).errors, testing::IsEmpty()) << text;
+        EXPECT_THAT(Check(text).warnings, testing::IsEmpty()) << text;
+    }
 }
 
 TEST(DocumentCheck, TellsWhatHasNoEffect) {
