@@ -55,7 +55,7 @@ CEnvironmentVariableBroker::CEnvironmentVariableBroker(wm::IMachineDescription& 
     : machine_(machine) {
     const HRESULT result = machine_.LoadUsers(users_);
     if (Failed(result))
-        wm::Trace(wm::TraceLevel::warning, "the machine's users can't be read", result);
+        wm::Trace(wm::message::usersNotRead, result);
     const wm::Hold hold(lock_);
     Load();
 }

@@ -138,7 +138,7 @@ HRESULT PathNormaliser::ExpandPathVariants(const wchar_t* path, PathSet& out, bo
     std::vector<std::wstring> sids;
     const HRESULT listed = machine_.ProfileSids(sids);
     if (Failed(listed))
-        wm::Trace(wm::TraceLevel::warning, "the profiles can't be listed", listed);
+        wm::Trace(wm::message::profilesNotListed, listed);
     PathSet stage;
     ExpandFolderTokens(path, stage, isPattern);
     ExpandDriveTokens(path, stage, isPattern);

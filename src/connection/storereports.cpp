@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <charconv>
-#include <cstring>
 #include <utility>
 
 #include "connection/resultwords.h"
@@ -51,11 +50,11 @@ void StoreReports::OnReport(const wm::ErrorReport& report) {
 
 void StoreReports::OnTrace(const wm::TraceMessage& message) noexcept {
     try {
-        if (std::strcmp(message.text, wm::traceText::operationThrew) == 0)
+        if (message.id.number == wm::message::operationThrew.number)
             reason = message.argument;
         if (!tellsAll_)
             return;
-        std::string line = message.text;
+        std::string line = message.id.text;
         if (Failed(message.code))
             line += ": " + Describe(static_cast<std::int32_t>(message.code));
         if (!message.argument.empty())

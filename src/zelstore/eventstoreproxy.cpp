@@ -56,8 +56,7 @@ HRESULT EventStoreProxy::GiveEventKey(IStringValue* text, IStringValue** key) no
 
 HRESULT EventStoreProxy::MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) {
     if (kind != keyKindEvent && kind != keyKindReceive) {
-        wm::Trace(wm::TraceLevel::warning, "an unknown kind of key was asked for",
-                  hr::invalidArgument, std::to_string(kind));
+        wm::Trace(wm::message::unknownKeyKind, hr::invalidArgument, std::to_string(kind));
         return hr::invalidArgument;
     }
     if (text == nullptr)

@@ -219,7 +219,7 @@ void Job::Run() {
             return hr::ok;
         });
         if (Failed(result))
-            wm::Trace(wm::TraceLevel::error, "a job's run ended early", result);
+            wm::Trace(wm::message::jobRunEndedEarly, result);
         const wm::Hold hold(lock_);
         MakeUpLocked();
         looping_ = active_;

@@ -75,7 +75,7 @@ void Jobs::OnStatus(const GUID& id, std::int32_t status) {
             return;
         changes_.push_back({id, status});
     } catch (...) {
-        wm::Trace(wm::TraceLevel::error, "a job's status can't be told", hr::outOfMemory);
+        wm::Trace(wm::message::jobStatusNotTold, hr::outOfMemory);
         return;
     }
     if (EnsureThread())
@@ -94,8 +94,7 @@ bool Jobs::EnsureThread() {
     if (thread_.IsRunning())
         return true;
     if (!thread_.Start([this] { return ThreadMain(); })) {
-        wm::Trace(wm::TraceLevel::error, "the job manager's thread can't be started",
-                  hr::threadNotStarted);
+        wm::Trace(wm::message::jobThreadNotStarted, hr::threadNotStarted);
         return false;
     }
     thread_.SetName("ZEL Job Manager");
@@ -160,7 +159,7 @@ void Jobs::Tell(const Change& change) {
             return;
     } catch (...) {  // a host's fault must not end the telling of others
     }
-    wm::Trace(wm::TraceLevel::warning, "a job's status was not taken");
+    wm::Trace(wm::message::jobStatusNotTaken);
 }
 
 // Gives the milliseconds to the next run that falls due.

@@ -139,7 +139,7 @@ ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wst
         if (ToWide({reinterpret_cast<const char*>(name.data()), name.size()}, wide))
             out.push_back(JoinPath(directory, wide));
         else
-            Trace(TraceLevel::warning, "a folder's name is not UTF-8 and is passed over");
+            Trace(message::folderNameNotUtf8);
     }));
 }
 

@@ -40,7 +40,7 @@ void ErrorReport::Submit() const noexcept {
     try {
         sink->OnReport(*this);
     } catch (...) {
-        Trace(TraceLevel::error, "the sink of error reports threw", code_);
+        Trace(message::reportSinkThrew, code_);
     }
 }
 
@@ -59,15 +59,14 @@ void ReportError(ZEL::HRESULT code, const char* label, const char* detailName, c
             report.AddDetail(detailName, detail);
         report.Submit();
     } catch (...) {
-        Trace(TraceLevel::error, "an error report can't be made", code);
+        Trace(message::reportNotMade, code);
     }
 }
 
-void Trace(TraceLevel level, const char* text, ZEL::HRESULT code, std::string_view argument,
-           Place place) noexcept {
+void Trace(const TraceId& id, ZEL::HRESULT code, std::string_view argument, Place place) noexcept {
     ITraceSink* const sink = traceSink.load(std::memory_order_acquire);
-    if (sink != nullptr && sink->Enabled(level))
-        sink->OnTrace({level, text, argument, code, place});
+    if (sink != nullptr && sink->Enabled(id.level))
+        sink->OnTrace({id, argument, code, place});
 }
 
 }  // namespace wm

@@ -9,11 +9,9 @@ using namespace ZEL;
 
 namespace {
 
-HRESULT Traced(TobResult result, const wchar_t* name) {
-    const HRESULT code = ToHResult(result, ResultTable::settings);
-    if (Failed(code))
-        Trace(TraceLevel::warning, "a settings value can't be reached", code, ToUtf8Lossy(name));
-    return code;
+HRESULT Told(TobResult result, const wchar_t* name) {
+    return Traced(ToHResult(result, ResultTable::settings), message::settingNotReached,
+                  ToUtf8Lossy(name));
 }
 
 }  // namespace
@@ -36,7 +34,7 @@ HRESULT ReadSetting(const wchar_t* keyPath, const wchar_t* name, std::uint32_t* 
         result = open->ReadNumber(name, &read);
     if (Succeeded(result))
         *value = read;
-    return Traced(result, name);
+    return Told(result, name);
 }
 
 HRESULT WriteSetting(const wchar_t* keyPath, const wchar_t* name, std::uint32_t value) {
@@ -46,7 +44,7 @@ HRESULT WriteSetting(const wchar_t* keyPath, const wchar_t* name, std::uint32_t 
         result = open->WriteNumber(name, value);
     if (Succeeded(result))
         result = open.PutBack();
-    return Traced(result, name);
+    return Told(result, name);
 }
 
 }  // namespace wm

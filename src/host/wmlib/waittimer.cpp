@@ -36,7 +36,7 @@ void RegisteredWaitTimer::State::Tick(std::uint32_t periodMs) {
         try {
             call();
         } catch (...) {
-            Trace(TraceLevel::error, "a timer's callback threw", ZEL::hr::unexpected);
+            Trace(message::timerCallbackThrew, ZEL::hr::unexpected);
         }
         lock.lock();
     }

@@ -14,14 +14,13 @@ HRESULT AtBoundary(Body&& body) noexcept {
     try {
         return body();
     } catch (const std::bad_alloc&) {
-        wm::Trace(wm::TraceLevel::error, "memory is exhausted", hr::outOfMemory);
+        wm::Trace(wm::message::memoryExhausted, hr::outOfMemory);
         return hr::outOfMemory;
     } catch (const std::exception& error) {
-        wm::Trace(wm::TraceLevel::error, wm::traceText::operationThrew, hr::unexpected,
-                  error.what());
+        wm::Trace(wm::message::operationThrew, hr::unexpected, error.what());
         return hr::unexpected;
     } catch (...) {
-        wm::Trace(wm::TraceLevel::error, wm::traceText::operationThrew, hr::unexpected);
+        wm::Trace(wm::message::operationThrew, hr::unexpected);
         return hr::unexpected;
     }
 }

@@ -1,20 +1,17 @@
 #pragma once
 
-#include <cstdint>
 #include <string_view>
 
 #include "common/place.h"
 #include "common/result.h"
+#include "common/tracemessages.h"
 #include "common/wmapi.h"
 
 namespace wm {
 
-enum class TraceLevel : std::uint8_t { error = 2, warning = 3, information = 4, verbose = 5 };
-
-// One message: its text is a short fixed phrase, the argument is the text that goes with it.
+// One message, as a sink gets it.
 struct TraceMessage {
-    TraceLevel level;
-    const char* text;
+    TraceId id;
     std::string_view argument;  // UTF-8 where the source allowed it; may be empty
     ZEL::HRESULT code;          // hr::ok when none belongs to the message
     Place place;
@@ -31,14 +28,16 @@ public:
     virtual void OnTrace(const TraceMessage& message) noexcept = 0;
 };
 
-// Texts that a host may act on.
-namespace traceText {
-// What an exception inside an operation said stands in the argument.
-inline constexpr const char* operationThrew = "an operation failed";
-}  // namespace traceText
-
 // Without a sink a message costs one atomic load.
-WMLIB_API void Trace(TraceLevel level, const char* text, ZEL::HRESULT code = ZEL::hr::ok,
+WMLIB_API void Trace(const TraceId& id, ZEL::HRESULT code = ZEL::hr::ok,
                      std::string_view argument = {}, Place place = Place::Current()) noexcept;
+
+// Traces a result that is a failure, and gives it back.
+inline ZEL::HRESULT Traced(ZEL::HRESULT result, const TraceId& id, std::string_view argument = {},
+                           Place place = Place::Current()) noexcept {
+    if (Failed(result))
+        Trace(id, result, argument, place);
+    return result;
+}
 
 }  // namespace wm

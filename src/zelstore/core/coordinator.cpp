@@ -51,7 +51,7 @@ HRESULT EventStoreImpl::StartCoordinator() {
     for (wm::EventObject* event :
          {&eventBatchReady_, &silentBatchReady_, &timerEvent_, &stopEvent_}) {
         if (!event->Create(false, false)) {
-            wm::Trace(wm::TraceLevel::error, "an event can't be made", hr::outOfMemory);
+            wm::Trace(wm::message::eventNotMade, hr::outOfMemory);
             return hr::outOfMemory;
         }
     }
@@ -59,13 +59,13 @@ HRESULT EventStoreImpl::StartCoordinator() {
     if (Failed(timer))
         return timer;
     if (coordinatorThread_.IsRunning()) {
-        wm::Trace(wm::TraceLevel::warning, "the coordinator runs already");
+        wm::Trace(wm::message::coordinatorRunsAlready);
         wm::ReportError(hr::unexpected);
         return hr::ok;
     }
     if (!coordinatorThread_.Start([this] { return CoordinatorMain(); })) {
         constexpr std::uint32_t tooManyThreads = 0x9B;
-        wm::Trace(wm::TraceLevel::error, "the coordinator can't be started");
+        wm::Trace(wm::message::coordinatorNotStarted);
         wm::ReportError(hr::Code(tooManyThreads));
         return hr::threadNotStarted;
     }
@@ -76,12 +76,12 @@ HRESULT EventStoreImpl::StartCoordinator() {
 HRESULT EventStoreImpl::StartFlushTimer() {
     if (!flushTimer_.Create([this] { timerEvent_.Set(); })) {
         const HRESULT result = TimerError();
-        wm::Trace(wm::TraceLevel::error, "the flush timer can't be made", result);
+        wm::Trace(wm::message::flushTimerNotMade, result);
         return result;
     }
     if (!flushTimer_.Start(periods_.flushTimerMs)) {
         const HRESULT result = TimerError();
-        wm::Trace(wm::TraceLevel::error, "the flush timer can't be started", result);
+        wm::Trace(wm::message::flushTimerNotStarted, result);
         flushTimer_.Stop();
         return result;
     }
@@ -99,11 +99,11 @@ HRESULT EventStoreImpl::CoordinatorMain() {
     for (;;) {
         const std::uint32_t woken = wm::WaitForAny(waitCount, handles, periods_.coordinatorWaitMs);
         if (woken == waitStop) {
-            wm::Trace(wm::TraceLevel::information, "the coordinator ends");
+            wm::Trace(wm::message::coordinatorEnds);
             break;
         }
         if (woken != wm::waitTimedOut && woken >= waitCount) {
-            wm::Trace(wm::TraceLevel::error, "the coordinator's wait failed");
+            wm::Trace(wm::message::coordinatorWaitFailed);
             wm::ReportError(hr::Code(woken));
             break;
         }
@@ -112,7 +112,7 @@ HRESULT EventStoreImpl::CoordinatorMain() {
             continue;
         const HRESULT result = FlushQueues(live || woken == waitTimer);
         if (Failed(result))
-            wm::Trace(wm::TraceLevel::error, "a flush failed", result);
+            wm::Trace(wm::message::flushFailed, result);
     }
     coordinatorThread_.SetName("ZEL Store Coordinator - Terminating");
     return hr::ok;
@@ -130,7 +130,7 @@ HRESULT EventStoreImpl::FlushQueue(IncomingQueue& queue, bool silent, bool flush
     BatchList local;
     const HRESULT result = queue.DequeueBatches(local, flushAll);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::error, "a queue can't be emptied", result);
+        wm::Trace(wm::message::queueNotEmptied, result);
         return result;
     }
     IZelDbImpl* const database = database_.load(std::memory_order_acquire);
@@ -159,7 +159,7 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, bool sile
     const HRESULT result =
         silent ? database->WriteSilentRecords(records) : database->WriteRecords(records);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::error, "a batch was not written", result);
+        wm::Trace(wm::message::batchLost, result);
         ReportLostBatch(result, batch->Added(), records, silent);
     }
     if (!silent)
@@ -176,12 +176,12 @@ void EventStoreImpl::NotifyJob(const RecordBatch& records) {
     if (first == records.end() || !first->first.starts_with(receivePrefix))
         return;
     if (!jobController_) {
-        wm::Trace(wm::TraceLevel::error, "there is no job controller");
+        wm::Trace(wm::message::noJobController);
         return;
     }
     const HRESULT result = jobController_->RunJobNow();
     if (Failed(result))
-        wm::Trace(wm::TraceLevel::warning, "the job was not started", result);
+        wm::Trace(wm::message::jobNotStarted, result);
 }
 
 }  // namespace ZEL

@@ -38,7 +38,7 @@ HRESULT EventStoreImpl::GetDatabaseErrors(IValueCollection** out) {
     DatabaseErrorTable table;
     const HRESULT result = database->GetDatabaseErrors(&table);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::error, "the database errors can't be read", result);
+        wm::Trace(wm::message::databaseErrorsNotRead, result);
         return result;
     }
     auto list = CountedPtr<IValueCollection>::Adopt(wm::CreateValueCollection());
@@ -60,7 +60,7 @@ HRESULT EventStoreImpl::GetDatabaseErrors(IValueCollection** out) {
 HRESULT EventStoreImpl::ClearDatabaseErrors() {
     IZelDbImpl* const database = database_.load(std::memory_order_acquire);
     if (database == nullptr) {
-        wm::Trace(wm::TraceLevel::warning, "there is no database", hr::fail);
+        wm::Trace(wm::message::noDatabase, hr::fail);
         return hr::fail;
     }
     database->ClearDatabaseErrors();
@@ -78,7 +78,7 @@ HRESULT EventStoreImpl::GetOldestDate(IStringValue** oldestDate, std::uint64_t* 
     std::wstring date;
     const HRESULT result = database->GetOldestDate(&date, totalBytes);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::warning, "the oldest date can't be told", result);
+        wm::Trace(wm::message::oldestDateNotTold, result);
         return result;
     }
     *oldestDate = wm::CreateStringValue(date.c_str());

@@ -41,7 +41,7 @@ std::shared_ptr<EventStoreImpl> EventStoreImpl::GetInstance() noexcept {
         core = std::make_shared<EventStoreImpl>();
         living = core;
     } catch (...) {
-        wm::Trace(wm::TraceLevel::error, "the store can't be made", hr::outOfMemory);
+        wm::Trace(wm::message::storeNotMade, hr::outOfMemory);
     }
     return core;
 }
@@ -62,7 +62,7 @@ HRESULT EventStoreImpl::Initialize() {
     try {
         result = Start();
     } catch (...) {
-        wm::Trace(wm::TraceLevel::error, "starting the store threw", result);
+        wm::Trace(wm::message::startThrew, result);
     }
     if (Failed(result)) {
         IgnoreResult(Stop(), "the failure of the start is what the caller needs");
@@ -146,7 +146,7 @@ HRESULT EventStoreImpl::Stop() {
     queries.leaving.CancelAll();
     const HRESULT result = FlushQueues(true);
     if (Failed(result))
-        wm::Trace(wm::TraceLevel::error, "the last flush failed", result);
+        wm::Trace(wm::message::lastFlushFailed, result);
     if (IZelDbImpl* database = database_.load(std::memory_order_acquire))
         database->AbortScans();
     return result;
@@ -226,7 +226,7 @@ HRESULT EventStoreImpl::EnqueueForInsertion(std::string key, std::string value, 
     if (wake)
         ready.Set();  // also for a full queue: the coordinator makes room
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::warning, "a record was not queued", result);
+        wm::Trace(wm::message::recordNotQueued, result);
         if (!coordinatorThread_.IsRunning()) {
             wm::ReportError(hr::unexpected,
                             silent ? "EnqueueForInsertion - Silent Enrichment"

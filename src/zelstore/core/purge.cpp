@@ -14,16 +14,16 @@ HRESULT EventStoreImpl::Purge(std::uint32_t maxSizeMegabytes) {
     {
         const wm::Hold hold(stateLock_);
         if (!running_) {
-            wm::Trace(wm::TraceLevel::warning, "the store is not running", hr::aborted);
+            wm::Trace(wm::message::storeNotRunning, hr::aborted);
             return hr::aborted;
         }
         if (purgeThread_.IsRunning()) {
-            wm::Trace(wm::TraceLevel::information, "a purge is running", hr::nothingToDo);
+            wm::Trace(wm::message::purgeRunsAlready, hr::nothingToDo);
             return hr::nothingToDo;
         }
         purgeLimit_.store(maxSizeMegabytes);
         if (!purgeThread_.Start([this] { return PurgeMain(); })) {
-            wm::Trace(wm::TraceLevel::error, "the purge can't be started", hr::threadNotStarted);
+            wm::Trace(wm::message::purgeNotStarted, hr::threadNotStarted);
             return hr::threadNotStarted;
         }
         purgeThread_.SetName("ZEL Store Purge");
@@ -36,18 +36,17 @@ HRESULT EventStoreImpl::PurgeMain() {
     IZelDbImpl* const database = database_.load(std::memory_order_acquire);
     if (database == nullptr) {
         wm::ReportError(hr::fail);
-        wm::Trace(wm::TraceLevel::error, "there is no database", hr::fail);
+        wm::Trace(wm::message::noDatabase, hr::fail);
         return hr::fail;
     }
     std::uint32_t status = 0;
     const HRESULT result = database->EnforceSizeLimit(purgeLimit_.load(), &status);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::error, "the size limit can't be enforced", result);
+        wm::Trace(wm::message::sizeLimitNotEnforced, result);
         return result;
     }
-    wm::Trace(wm::TraceLevel::information, status == sizeLimitHonored
-                                               ? "the store is within its size limit"
-                                               : "the store stays above its size limit");
+    wm::Trace(status == sizeLimitHonored ? wm::message::withinSizeLimit
+                                         : wm::message::aboveSizeLimit);
     PublishPurgeStatus(status);
     return hr::ok;
 }

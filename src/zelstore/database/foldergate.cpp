@@ -114,8 +114,7 @@ void FolderGate::Remove() const noexcept {
                                             : IsOpenElsewhere() ? hr::sharingViolation
                                                                 : wm::RemoveTree(folder_);
                      if (Failed(result))
-                         wm::Trace(wm::TraceLevel::error, "a folder can't be removed", result,
-                                   wm::ToUtf8Lossy(folder_));
+                         wm::Trace(wm::message::folderNotRemoved, result, wm::ToUtf8Lossy(folder_));
                      return result;
                  }),
                  "only traced");

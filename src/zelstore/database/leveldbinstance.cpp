@@ -28,10 +28,10 @@ constexpr std::uint64_t rowsPerCheck = 1000;
 constexpr std::uint64_t stepsToCopy = 500;  // a row, for the watch of its query
 
 // What is not there is no failure.
-HRESULT Traced(const leveldb::Status& status, const char* operation) {
+HRESULT Traced(const leveldb::Status& status, const wm::TraceId& failure) {
     const HRESULT result = FromStatus(status);
     if (Failed(result) && result != hr::notFound)
-        wm::Trace(wm::TraceLevel::error, operation, result, status.ToString());
+        wm::Trace(failure, result, status.ToString());
     return result;
 }
 
@@ -63,7 +63,7 @@ void TellDamage(const leveldb::Iterator& iterator) {
     const leveldb::Status status = iterator.status();
     if (status.ok())
         return;
-    const HRESULT result = Traced(status, "a walk met damaged data");
+    const HRESULT result = Traced(status, wm::message::walkMetDamage);
     wm::ReportError(result, wm::reportLabel::damagedData, "Status", status.ToString().c_str());
 }
 
@@ -133,7 +133,7 @@ void LevelDbInstance::Close() noexcept {
                      return wm::IsLink(path_)
                                 ? hr::ok
                                 : Traced(leveldb::DestroyDB(narrowPath_, leveldb::Options()),
-                                         "a database can't be destroyed");
+                                         wm::message::databaseNotRemoved);
                  }),
                  "the folder is removed all the same");
     gate_->Remove();
@@ -147,7 +147,7 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     gate_->AwaitClosed();
     const HRESULT allowed = gate_->CheckOpen(ifMissing);
     if (Failed(allowed)) {
-        wm::Trace(wm::TraceLevel::warning, "a database is not opened", allowed, narrowPath_);
+        wm::Trace(wm::message::databaseRefused, allowed, narrowPath_);
         return allowed;
     }
     leveldb::Options options;
@@ -163,7 +163,7 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
             TellDroppedRecords(protocol);
         return hr::ok;
     }
-    const HRESULT result = Traced(status, "a database can't be opened");
+    const HRESULT result = Traced(status, wm::message::databaseNotOpened);
     // Another process may have been faster since the check; that is no broken device.
     if (result == hr::deviceError && gate_->IsOpenElsewhere())
         return hr::sharingViolation;
@@ -183,7 +183,7 @@ HRESULT LevelDbInstance::OpenForReading() {
     options.env = readingEnv_.get();
     options.max_open_files = mostOpenFiles;
     leveldb::DB* opened = nullptr;
-    result = Traced(leveldb::DB::Open(options, narrowPath_, &opened), "a database can't be read");
+    result = Traced(leveldb::DB::Open(options, narrowPath_, &opened), wm::message::databaseNotRead);
     db_.reset(opened);
     readingEnv_->Seal();
     if (Succeeded(result))
@@ -201,13 +201,13 @@ HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
         writes.Put(key, value);
     leveldb::WriteOptions options;
     options.sync = false;
-    return Traced(db_->Write(options, &writes), "a batch can't be written");
+    return Traced(db_->Write(options, &writes), wm::message::batchNotWritten);
 }
 
 HRESULT LevelDbInstance::Get(const std::string& key, std::string* value) {
     if (!db_)
         return hr::unexpected;
-    return Traced(db_->Get(MakeReadOptions(), key, value), "a record can't be read");
+    return Traced(db_->Get(MakeReadOptions(), key, value), wm::message::recordNotRead);
 }
 
 HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,

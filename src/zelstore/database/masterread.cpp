@@ -58,7 +58,7 @@ HRESULT ZelMasterDatabase::Scan(const std::string& startKey, IQuerySink* sink, H
     }
     result = AtBoundary([&] { return sink->End(); });
     if (Failed(result))
-        wm::Trace(wm::TraceLevel::warning, "a scan's end failed", result);
+        wm::Trace(wm::message::scanEndFailed, result);
     return hr::ok;
 }
 

@@ -116,8 +116,7 @@ void ZelMasterDatabase::LeaveOutCutOffMaking() {
     const ProxyPtr next = NextWriteDatabase();
     if (!next || !IsCutOffMaking(next->Path()))
         return;
-    wm::Trace(wm::TraceLevel::warning, "a database whose making was cut off is made anew", hr::fail,
-              wm::ToUtf8Lossy(next->Path()));
+    wm::Trace(wm::message::halfMadeDatabase, hr::fail, wm::ToUtf8Lossy(next->Path()));
     const wm::HoldExclusive hold(databaseLock_);
     const auto entry = databases_.find(next->Path());
     if (entry != databases_.end() && entry->second == next && !next->PeekInstance())
@@ -205,7 +204,7 @@ HRESULT ZelMasterDatabase::GetSilentDatabaseLocked(const std::wstring& date, IfM
     if (ifMissing == IfMissing::fail)
         return hr::notFound;
     if (!IsSafeDate(date)) {
-        wm::Trace(wm::TraceLevel::error, "a date can't name a folder", hr::fail);
+        wm::Trace(wm::message::dateNamesNoFolder, hr::fail);
         return hr::fail;
     }
     return CreateDatabaseLocked(FolderPath(dataStoreDirectory_, date, silentNumber), proxy);

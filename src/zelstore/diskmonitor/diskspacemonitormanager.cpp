@@ -49,7 +49,7 @@ CountedPtr<Face> Ask(ITobBase& object, const GUID& iid) {
 
 HRESULT Reported(HRESULT result) {
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::error, "the disk monitor can't be started or ended", result);
+        wm::Trace(wm::message::monitorNotStartedOrEnded, result);
         wm::ReportError(result);
     }
     return result;

@@ -33,7 +33,7 @@ TobResult ReadBoth(ISettingsKey& key, MonitorThresholds* thresholds, bool* found
 HRESULT Reported(TobResult result) {
     const HRESULT code = ToHResult(result, ResultTable::settings);
     if (Failed(code)) {
-        wm::Trace(wm::TraceLevel::warning, "the monitor's settings can't be reached", code);
+        wm::Trace(wm::message::monitorSettingsNotReached, code);
         wm::ReportError(code);
     }
     return code;

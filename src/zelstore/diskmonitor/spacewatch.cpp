@@ -64,7 +64,7 @@ void SpaceWatch::Unsubscribe(IMonitorSubscriber* subscriber) {
 void SpaceWatch::Run(std::uint32_t periodMs) {
     std::wstring path;
     if (!wm::ResolvePathVariable(pathToken, path) || path.empty()) {
-        wm::Trace(wm::TraceLevel::warning, "the data store's volume can't be told");
+        wm::Trace(wm::message::volumeNotTold);
         path = fallbackPath;
     }
     const HANDLE stop = stopEvent.Handle();
@@ -76,8 +76,7 @@ void SpaceWatch::CheckFreeSpace(const std::wstring& path) {
     std::uint64_t freeBytes = 0;
     const HRESULT result = wm::FreeSpace().AvailableBytes(path, &freeBytes);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::warning, "free space can't be told", result,
-                  wm::ToUtf8Lossy(path));
+        wm::Trace(wm::message::freeSpaceNotTold, result, wm::ToUtf8Lossy(path));
         wm::ReportError(hr::Code(Win32Code(result)));
         return;
     }

@@ -13,7 +13,7 @@ namespace {
 const void* IdentityOf(IMonitorSubscriber& subscriber) {
     CountedPtr<ITobBase> root;
     if (Failed(subscriber.QueryInterface(iidTobBase, root.ReceiveVoid()))) {
-        wm::Trace(wm::TraceLevel::warning, "a subscriber does not tell who it is");
+        wm::Trace(wm::message::subscriberWithoutIdentity);
         return nullptr;
     }
     return root.Get();
@@ -39,7 +39,7 @@ HRESULT SubscriptionManager::Add(IMonitorSubscriber* subscriber) {
         Subscription added{0, identity, CountedPtr<IMonitorSubscriber>(subscriber)};
         const wm::HoldExclusive hold(lock_);
         if (HasLocked(identity)) {
-            wm::Trace(wm::TraceLevel::warning, "a subscriber is subscribed already", hr::fail);
+            wm::Trace(wm::message::subscribedAlready, hr::fail);
             return hr::fail;
         }
         added.number = lastNumber_ + 1;
@@ -65,7 +65,7 @@ void SubscriptionManager::Remove(IMonitorSubscriber* subscriber) {
         subscribers_.erase(first, subscribers_.end());
     }
     if (removed.empty())
-        wm::Trace(wm::TraceLevel::warning, "a subscriber that is not subscribed was removed");
+        wm::Trace(wm::message::notSubscribed);
 }
 
 bool SubscriptionManager::IsSubscribed(IMonitorSubscriber* subscriber) const {

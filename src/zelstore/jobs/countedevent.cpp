@@ -90,7 +90,7 @@ HRESULT CountedEvent::WaitBehind(std::uint64_t known, HANDLE cancel) {
         if (woken == 1)
             return hr::ok;
         if (woken != 0) {
-            wm::Trace(wm::TraceLevel::error, "a wait for a job failed", hr::fail);
+            wm::Trace(wm::message::jobWaitFailed, hr::fail);
             return hr::fail;
         }
         // A setting that was another waiter's goes back; that one must get at it.

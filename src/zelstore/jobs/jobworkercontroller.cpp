@@ -23,17 +23,11 @@ bool IsInactive(std::int32_t status) {
     return status == jobStatus::noRun || HasEnded(status);
 }
 
-HRESULT Traced(HRESULT result, const char* text) {
-    if (Failed(result))
-        wm::Trace(wm::TraceLevel::warning, text, result);
-    return result;
-}
-
 // An event that can't be reset is a state that can't be explained to a caller.
 bool ResetReported(CountedEvent& event) {
     if (event.Reset())
         return true;
-    wm::Trace(wm::TraceLevel::error, "a job's event can't be reset", hr::unexpected);
+    wm::Trace(wm::message::jobEventNotReset, hr::unexpected);
     wm::ReportError(hr::unexpected);
     return false;
 }
@@ -47,13 +41,13 @@ TobResult CJobWorkerController::QueryInterface(const GUID& iid, void** out) {
 
 HRESULT CJobWorkerController::Initialize() {
     if (!jobEndedEvent_.Create() || !jobStartedEvent_.Create())
-        return Traced(hr::outOfMemory, "a job's event can't be made");
+        return wm::Traced(hr::outOfMemory, wm::message::jobEventNotMade);
     return jobManager_.ObtainOnce([](IJobManager** manager) {
         const TobResult opened = wm::OpenJobManager(manager);
         if (*manager != nullptr)
             return hr::ok;
         IgnoreResult(opened, "whatever the reason, there is no job manager");
-        return Traced(ToHResult(TOBERR_NO_INTERFACE), "there is no job manager");
+        return wm::Traced(ToHResult(TOBERR_NO_INTERFACE), wm::message::noJobManager);
     });
 }
 
@@ -78,7 +72,7 @@ HRESULT CJobWorkerController::AttachJob(const GUID& id) {
     CountedPtr<IJob> found;
     const HRESULT result = manager->GetJob(id, found.Receive());
     if (Failed(result) || !found)
-        return Traced(result, "the job manager does not know the job");
+        return wm::Traced(result, wm::message::jobNotKnown);
     return Follow(*manager, found, id);
 }
 
@@ -91,11 +85,11 @@ HRESULT CJobWorkerController::AttachJobByName(const wchar_t* name) {
     HRESULT result = hr::ok;
     CountedPtr<IJob> found = FindByName(*manager, name, &result);
     if (!found)
-        return Traced(result, "the job manager knows no job of that name");
+        return wm::Traced(result, wm::message::jobNameNotKnown);
     GUID id;
     result = found->GetId(&id);
     if (Failed(result))
-        return Traced(result, "a job does not tell its identifier");
+        return wm::Traced(result, wm::message::jobWithoutId);
     return Follow(*manager, found, id);
 }
 
@@ -130,7 +124,7 @@ HRESULT CJobWorkerController::Follow(IJobManager& manager, const CountedPtr<IJob
     }
     const HRESULT result = manager.SetStatusCallback(this);
     if (Failed(result))
-        return Traced(result, "the job manager takes no callback");
+        return wm::Traced(result, wm::message::callbackNotTaken);
     TakeStatus(*job);
     return hr::ok;
 }
@@ -143,7 +137,7 @@ void CJobWorkerController::TakeStatus(IJob& job) {
         heard = statusesHeard_;
     }
     std::int32_t status = 0;
-    if (Failed(Traced(job.GetStatus(&status), "a job does not tell its status")))
+    if (Failed(wm::Traced(job.GetStatus(&status), wm::message::jobWithoutStatus)))
         return;
     {
         const wm::Hold hold(statusLock_);
@@ -158,13 +152,13 @@ HRESULT CJobWorkerController::OnStatusChanged(IJobStatus* status) {
     GUID id;
     std::int32_t code = 0;
     if (status == nullptr || !status->GetJobId(&id)) {
-        wm::Trace(wm::TraceLevel::warning, "a job's status names no job");
+        wm::Trace(wm::message::statusWithoutJob);
         return hr::ok;
     }
     const bool hasCode = status->GetStatusCode(&code);
     const wm::Hold hold(statusLock_);
     if (!(id == jobId_)) {
-        wm::Trace(wm::TraceLevel::verbose, "the status of another job");
+        wm::Trace(wm::message::statusOfAnotherJob);
         return hr::ok;
     }
     if (!hasCode)
@@ -176,7 +170,7 @@ HRESULT CJobWorkerController::OnStatusChanged(IJobStatus* status) {
     else if (HasEnded(code))
         jobEndedEvent_.Set();
     else if (code == jobStatus::noRun)
-        wm::Trace(wm::TraceLevel::verbose, "the job does not run");
+        wm::Trace(wm::message::jobDoesNotRun);
     return hr::ok;
 }
 
@@ -191,7 +185,7 @@ HRESULT CJobWorkerController::IsActive(bool* active) {
     const HRESULT result = job->GetStatus(&status);
     if (Succeeded(result))
         *active = !IsInactive(status);
-    return Traced(result, "a job does not tell its status");
+    return wm::Traced(result, wm::message::jobWithoutStatus);
 }
 
 HRESULT CJobWorkerController::IsActiveOrQueued(bool* active) {
@@ -204,12 +198,12 @@ HRESULT CJobWorkerController::IsActiveOrQueued(bool* active) {
     const HRESULT asked = job->GetRunInformation(&present, &runs);
     if (Succeeded(asked))
         *active = present && runs != 0;
-    return Traced(asked, "a job does not tell of its runs");
+    return wm::Traced(asked, wm::message::jobWithoutRuns);
 }
 
 HRESULT CJobWorkerController::StopJob() {
     const CountedPtr<IJob> job = job_.Get();
-    return job ? Traced(job->Stop(), "a job can't be stopped") : hr::ok;
+    return job ? wm::Traced(job->Stop(), wm::message::jobNotStopped) : hr::ok;
 }
 
 HRESULT CJobWorkerController::RunJob(HANDLE cancel) {
@@ -221,7 +215,7 @@ HRESULT CJobWorkerController::RunJob(HANDLE cancel) {
     const std::uint64_t starts = jobStartedEvent_.Count();
     const HRESULT result = job->Start(0);
     if (Failed(result))
-        return Traced(result, "a job can't be started");
+        return wm::Traced(result, wm::message::jobRunNotStarted);
     return WaitForStart(starts, cancel);
 }
 
@@ -244,7 +238,7 @@ HRESULT CJobWorkerController::RunJobAndWait(HANDLE cancel) {
     const HRESULT started = job->Start(0);
     if (started != jobAlreadyRunning) {
         if (Failed(started))
-            return Traced(started, "a job can't be started");
+            return wm::Traced(started, wm::message::jobRunNotStarted);
         const HRESULT result = WaitForStart(starts, cancel);
         if (Failed(result))
             return result;
@@ -305,11 +299,11 @@ HRESULT CJobWorkerController::SetEnabled(bool enabled) {
     bool present = false;
     HRESULT result = job->GetEnabled(&present);
     if (Failed(result) || present == enabled)
-        return Traced(result, "a job does not tell whether it is enabled");
+        return wm::Traced(result, wm::message::jobWithoutFlag);
     result = job->SetEnabled(enabled);
     if (Succeeded(result))
         result = job->Save();
-    return Traced(result, "a job can't be enabled or disabled");
+    return wm::Traced(result, wm::message::jobFlagNotSet);
 }
 
 HRESULT CJobWorkerController::SyncSchedule() {
@@ -324,7 +318,7 @@ HRESULT CJobWorkerController::SyncSchedule() {
     CountedPtr<IJobDefinition> definition;
     const HRESULT result = manager->GetDefinition(id, definition.Receive());
     if (Failed(result) || !definition)
-        return Traced(result, "a job's stored definition can't be read");
+        return wm::Traced(result, wm::message::definitionNotRead);
     return SyncFromDefinition(*definition);
 }
 
@@ -337,7 +331,7 @@ HRESULT CJobWorkerController::SyncFromDefinition(IJobDefinition& definition) {
         return result;
     bool enabled = false;
     result = definition.GetEnabled(&enabled);
-    return Failed(result) ? Traced(result, "a job's stored definition tells no flag")
+    return Failed(result) ? wm::Traced(result, wm::message::definitionWithoutFlag)
                           : SetEnabled(enabled);
 }
 
@@ -357,7 +351,7 @@ HRESULT CJobWorkerController::SetPeriodicSchedule(std::uint32_t a, std::uint32_t
         result = job->GetEnabled(&enabled);
     if (enabled)
         result = job->Reschedule(a, restart ? b : 0, jobRescheduleBoth);
-    return Traced(result, "a job's periodic schedule can't be changed");
+    return wm::Traced(result, wm::message::periodicScheduleNotSet);
 }
 
 HRESULT CJobWorkerController::SetDailySchedule(std::uint32_t hour, std::uint32_t minute,
@@ -368,7 +362,7 @@ HRESULT CJobWorkerController::SetDailySchedule(std::uint32_t hour, std::uint32_t
     const TriggerChange values[] = {{jobTrigger::kind, {{jobTrigger::daily, 0, 0}}},
                                     {jobTrigger::timeOfDay, {{hour, minute, second}}}};
     bool changed = false;
-    return Traced(ChangeTrigger(*job, values, &changed), "a job's daily time can't be changed");
+    return wm::Traced(ChangeTrigger(*job, values, &changed), wm::message::dailyTimeNotSet);
 }
 
 HRESULT CJobWorkerController::SetScheduleWindow(std::uint32_t a, std::uint32_t b) {
@@ -378,7 +372,7 @@ HRESULT CJobWorkerController::SetScheduleWindow(std::uint32_t a, std::uint32_t b
     const TriggerChange values[] = {{jobTrigger::windowFrom, {{a, 0, 0}}},
                                     {jobTrigger::windowTo, {{b, 0, 0}}}};
     bool changed = false;
-    return Traced(ChangeTrigger(*job, values, &changed), "a job's window can't be changed");
+    return wm::Traced(ChangeTrigger(*job, values, &changed), wm::message::scheduleWindowNotSet);
 }
 
 }  // namespace ZEL

@@ -80,7 +80,7 @@ QueryManager::QueryPtr QueryManager::Find(const QueryId& id) const {
     const auto found = queries_.find(id);
     if (found != queries_.end())
         return found->second;
-    wm::Trace(wm::TraceLevel::information, "there is no such query");
+    wm::Trace(wm::message::noSuchQuery);
     return nullptr;
 }
 

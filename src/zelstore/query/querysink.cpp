@@ -40,7 +40,7 @@ std::unique_ptr<QuerySink> QuerySink::Create(const Schema::Event& subQuery,
     if (Succeeded(result))
         result = Schema::ExtractKeyFields(subQuery, true, &MachinePaths(), conditions);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::error, "a sub-query can't be made ready", result);
+        wm::Trace(wm::message::subQueryNotReady, result);
         return nullptr;
     }
     std::unique_ptr<QuerySink> sink(
@@ -49,7 +49,7 @@ std::unique_ptr<QuerySink> QuerySink::Create(const Schema::Event& subQuery,
         std::string buffer;
         const auto text = Schema::ToUtf8(end->value, buffer);
         if (!text || Failed(sink->SetEndValue(std::string(*text))))
-            wm::Trace(wm::TraceLevel::warning, "a query's end is not Unicode and does not apply");
+            wm::Trace(wm::message::queryEndNotUnicode);
     }
     return sink;
 }
@@ -130,11 +130,11 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
         return RowResult::goOn;
     const auto result = CountedPtr<IStringValue>::Adopt(made);
     if (!result) {
-        wm::Trace(wm::TraceLevel::error, "a result can't be made", hr::outOfMemory);
+        wm::Trace(wm::message::resultNotMade, hr::outOfMemory);
         return RowResult::abandonDatabase;
     }
     if (!batch_->Add(result.Get())) {
-        wm::Trace(wm::TraceLevel::error, "a result can't be added", hr::outOfMemory);
+        wm::Trace(wm::message::resultNotAdded, hr::outOfMemory);
         return RowResult::goOn;
     }
     RowResult undelivered = RowResult::goOn;
@@ -165,7 +165,7 @@ bool QuerySink::IsPastEnd() const {
     std::string_view time;
     const HRESULT result = GetKeyField(fields_, timeField_, &time);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::warning, "a key has no time", result);
+        wm::Trace(wm::message::keyWithoutTime, result);
         return false;
     }
     return time > std::string_view(endValue_);
@@ -177,7 +177,7 @@ std::optional<std::string_view> QuerySink::MakeResult(std::string_view key,
         return MakePrimaryResult(key, value);
     const HRESULT result = JoinEnrichedEvent(value);
     if (Failed(result)) {
-        wm::Trace(wm::TraceLevel::warning, "a receive-time row has no event", result, key);
+        wm::Trace(wm::message::receiveRowWithoutEvent, result, key);
         return std::nullopt;
     }
     lastKey_.assign(key);
@@ -202,7 +202,7 @@ std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view ke
         result = database_->GetEnrichments(&queryId_, std::string(key), &values);
     }
     if (Failed(result))
-        wm::Trace(wm::TraceLevel::verbose, "an event has no enrichments", result);
+        wm::Trace(wm::message::noEnrichments, result);
     if (values.empty())
         return value;
     try {
@@ -210,7 +210,7 @@ std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view ke
         AppendEnrichments(joined_, values);
         return joined_;
     } catch (const std::bad_alloc&) {
-        wm::Trace(wm::TraceLevel::error, "enrichments can't be joined", hr::outOfMemory);
+        wm::Trace(wm::message::enrichmentsNotJoined, hr::outOfMemory);
         return value;  // the event itself needs no more memory
     }
 }
@@ -249,11 +249,11 @@ HRESULT QuerySink::ExtractCursor(std::wstring* time, std::int32_t* sequence) con
         return hr::ok;
     const auto place = FindReceivePlace(lastKey_);
     if (!place) {
-        wm::Trace(wm::TraceLevel::warning, "a row has no resume position", hr::fail, lastKey_);
+        wm::Trace(wm::message::noResumePosition, hr::fail, lastKey_);
         return hr::fail;
     }
     if (!wm::ToWide(place->time, *time))
-        wm::Trace(wm::TraceLevel::warning, "a resume time is not UTF-8");
+        wm::Trace(wm::message::resumeTimeNotUtf8);
     *sequence = static_cast<std::int32_t>(place->sequence);
     return hr::ok;
 }
@@ -263,7 +263,7 @@ HRESULT QuerySink::Deliver(const std::wstring& resumeTime, std::int32_t resumeSe
     const HRESULT result =
         callback_->OnQueryResults(hr::ok, batch_.Get(), false, false, time.Get(), resumeSequence);
     if (Failed(result))
-        wm::Trace(wm::TraceLevel::warning, "the receiver of results failed", result);
+        wm::Trace(wm::message::receiverFailed, result);
     return result;
 }
 

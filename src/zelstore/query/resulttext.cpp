@@ -12,7 +12,7 @@ namespace {
 bool CutLastBrace(std::string& text) {
     const std::size_t brace = text.rfind('}');
     if (brace == std::string::npos) {
-        wm::Trace(wm::TraceLevel::warning, "an event text has no closing brace");
+        wm::Trace(wm::message::eventWithoutBrace);
         return false;
     }
     text.resize(brace);

@@ -31,7 +31,7 @@ public:
         const HRESULT result = AtBoundary(
             [&] { return callback_->OnQueryResults(status, nullptr, true, complete, nullptr, 0); });
         if (Failed(result))
-            wm::Trace(wm::TraceLevel::warning, "the receiver of results failed at the end", result);
+            wm::Trace(wm::message::receiverFailedAtEnd, result);
     }
     EndCall(const EndCall&) = delete;
     EndCall& operator=(const EndCall&) = delete;
@@ -65,7 +65,7 @@ HRESULT MakeStart(const Schema::Event& subQuery, std::int32_t* family, std::stri
     std::string buffer;
     const auto time = Schema::ToUtf8(start->value, buffer);
     if (!time) {
-        wm::Trace(wm::TraceLevel::warning, "a query's time is not Unicode");
+        wm::Trace(wm::message::queryTimeNotUnicode);
         startKey->clear();  // which no database takes
         return hr::ok;
     }

@@ -260,12 +260,6 @@ private:
     const KeyField field_;
 };
 
-HRESULT Traced(HRESULT result, const Row& row) {
-    wm::Trace(wm::TraceLevel::error, "a key field can't be worked out", result,
-              KeyFieldName(row.field));
-    return result;
-}
-
 }  // namespace
 
 HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expander,
@@ -275,12 +269,12 @@ HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expan
         ConditionSink sink(expander);
         const HRESULT result = row.extract(in, sink);
         if (Failed(result))
-            return Traced(result, row);
+            return wm::Traced(result, wm::message::keyFieldNotMade, KeyFieldName(row.field));
         if (result != absent)
             out[std::string(KeyFieldName(row.field))] = std::move(sink.conditions);
     }
     if (out.empty())
-        wm::Trace(wm::TraceLevel::verbose, "an event gives no key fields");
+        wm::Trace(wm::message::noKeyFields);
     return hr::ok;
 }
 
@@ -311,7 +305,7 @@ HRESULT ExtractRecordFields(const Event& event, RecordFields& out) {
         FactSink sink(out, row.field);
         const HRESULT result = row.extract(in, sink);
         if (Failed(result))
-            return Traced(result, row);
+            return wm::Traced(result, wm::message::keyFieldNotMade, KeyFieldName(row.field));
     }
     return hr::ok;
 }

@@ -85,7 +85,7 @@ HRESULT AdjustTimestamp(const Text& text, std::int32_t shift, Text* out) {
         exists = point >= firstTime && point <= lastTime;
     }
     if (!exists)
-        wm::Trace(wm::TraceLevel::warning, "a time does not exist");
+        wm::Trace(wm::message::timeDoesNotExist);
     *out = FormatTimestamp(exists ? wm::ToSystemTime(point) : wm::SystemTime());
     return hr::ok;
 }

@@ -46,7 +46,7 @@ LoadedLibrary LoadComponent(const std::wstring& path) {
     void* const library = dlopen(narrow.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         const char* reason = dlerror();
-        Trace(TraceLevel::error, "a component can't be loaded", ZEL::hr::fail,
+        Trace(message::componentNotLoaded, ZEL::hr::fail,
               reason != nullptr ? reason : narrow.c_str());
         return {};
     }
