@@ -4,9 +4,9 @@ _zel_flags() { # COMMAND: its flags
     case $1 in
         "") echo --help --version --store --config --verbose ;;
         ingest) echo --help --print-keys --keys-only --new --no-receive-rows --live --follow --position ;;
-        query) echo --help --since --until --by --after-cursor --action --object --actor-path --target-path \
+        query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
             --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
-            --show-cursor --explain --output ;;
+            --duplicates --print-keys --with-key --show-cursor --explain --output ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --output ;;
         info) echo --help --check --output ;;
@@ -29,6 +29,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
         --store) echo DIR ;;
         --config | --position | --machine) echo FILE ;;
         --since | --until) echo now today yesterday -1h -1d -1w ;;
+        --day) echo today yesterday ;;
         --by) echo event receive ;;
         --action) echo create delete open rename modify set_attributes encrypt decrypt close set_security \
             restore set launch terminate injection load unload logon logoff connect accept request \
@@ -64,7 +65,7 @@ _zel_complete() {
     if [ -z "$values" ]; then
         case $cur,$command in
             -*) values="$(_zel_flags "$command")${command:+ --store --config --verbose}" ;;
-            *,ingest | *,enrich) values=FILE ;;
+            *,ingest | *,enrich | *,query) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac
     fi

@@ -68,7 +68,9 @@ void AddConditions(CLI::App& command, QueryOptions& options) {
 void AddTimes(CLI::App& command, QueryOptions& options) {
     AddText(command, "--since", options.since, "TIME",
             "First time: 2026-11-12T10:00:00Z, 2026-11-12, today, -2h");
-    AddText(command, "--until", options.until, "TIME", "Last time, in the same forms");
+    AddText(command, "--until", options.until, "TIME",
+            "Last time, in the same forms; of a date the whole day");
+    AddText(command, "--day", options.day, "DATE", "That day from its first moment to its last");
     command
         .add_option_function<std::string>(
             "--by", [&options](const std::string& by) { options.byReceive = by == "receive"; },
@@ -93,7 +95,8 @@ void AddQuery(CLI::App& command, Run& run) {
         "Letter case does not matter. docs/query.md tells the rest.");
     CLI::Option* const document =
         AddText(command, "DOCUMENT", options.document, "",
-                "An event_query document in place of the flags, or - for standard input");
+                "An event_query document in place of the flags: JSON, a file, or - for standard "
+                "input");
     AddTimes(command, options);
     AddConditions(command, options);
     AddText(command, "--limit", options.limit, "NUMBER", "Print at most so many events");
@@ -110,6 +113,14 @@ void AddQuery(CLI::App& command, Run& run) {
     AddText(command, "--machine", options.machine, "FILE",
             "Read paths as on the machine that FILE describes (`zel machine show` writes one), "
             "not as on this one");
+    command.add_flag("--duplicates", options.duplicates,
+                     "Print an event as often as it was stored, on whatever days");
+    CLI::Option* const keys = command.add_flag("--print-keys", options.printKeys,
+                                               "Print keys, as `enrich` takes them, not events");
+    command
+        .add_flag("--with-key", options.withKey,
+                  "Put a member \"key\" in front of those of each event")
+        ->excludes(keys);
     command.add_flag("--show-cursor", options.showCursor,
                      "Tell the position of the last row at the end, on stderr");
     command.add_flag("--explain", options.explain,
@@ -117,6 +128,7 @@ void AddQuery(CLI::App& command, Run& run) {
     command
         .add_option("-o,--output", options.output,
                     "By default table on a terminal, else ndjson: one JSON text a line")
+        ->excludes(keys)
         ->check(CLI::IsMember({"ndjson", "json", "table"}))
         ->type_name("FORM");
 }
@@ -124,7 +136,7 @@ void AddQuery(CLI::App& command, Run& run) {
 void AddEnrich(CLI::App& command, Run& run) {
     EnrichOptions& options = OptionsOf(command, run, RunEnrich);
     command.footer(
-        "Without --ndjson: KEY is an event's key as `ingest --print-keys` writes it, FILE holds\n"
+        "Without --ndjson: KEY is an event's key as `query --print-keys` writes it, FILE holds\n"
         "one JSON value. With it: FILE holds lines {\"key\":\"...\",\"enrichment\":...}.");
     AddText(command, "KEY", options.key, "", "Key of an event; not with --ndjson");
     AddText(command, "FILE", options.file, "", "What to store; - or none: standard input");

@@ -21,9 +21,10 @@ struct IngestOptions {
 int RunIngest(const IngestOptions& options);
 
 struct QueryOptions {
-    std::string document;  // a JSON text, or "-" for standard input; empty: built from the rest
+    std::string document;  // JSON, a file's name, or "-" for standard input; empty: the flags
     std::string since;
     std::string until;
+    std::string day;  // in place of both
     bool byReceive = false;
     // Values of one list are alternatives; all lists that hold something have to fit.
     std::vector<std::string> actions, objects, actorPaths, targetPaths, patterns, hashes, ips,
@@ -32,7 +33,10 @@ struct QueryOptions {
     bool enrichments = false;
     bool noLiveEnriched = false;
     bool explain = false;
-    std::string output;  // ndjson, json or table; empty: table on a terminal, else ndjson
+    bool duplicates = false;  // an event that was stored on several days comes as often
+    bool printKeys = false;   // keys in place of events
+    bool withKey = false;     // a member "key" in front of each event's others
+    std::string output;       // ndjson, json or table; empty: table on a terminal, else ndjson
     bool showCursor = false;
     std::string afterCursor;
     std::string machine;  // a file that describes the machine of the paths; empty: this machine

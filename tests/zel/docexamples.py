@@ -28,7 +28,7 @@ def run(zel, commands):
     """What each command prints, as lines. One shell runs all, so that variables stay."""
     script = "exec 2>&1\n"
     for command in commands:
-        if not re.search(" -o |--explain| [|] ", command):  # as a terminal shows it
+        if not re.search(" -o |--explain|--print-keys| [|] ", command):  # as a terminal shows it
             command = re.sub(r"\bzel (query|info|purge)\b", r"zel \1 -o table", command, count=1)
         script += command + "\nprintf '\\036'\n"
     path = os.path.dirname(zel.program) + ":" + os.environ["PATH"]

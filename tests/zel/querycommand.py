@@ -4,6 +4,7 @@ querycommand.py ZEL RECORDS
 """
 import json
 import os
+import pty
 import signal
 import subprocess
 import sys
@@ -27,7 +28,7 @@ def refusals(zel):
         ("",): "DOCUMENT: must not be empty",
         ("--action", ""): "--action: must not be empty",
         ("--actoin", "create"): 'unknown flag "--actoin"; did you mean "--action"?',
-        ("--limit", "-1"): "--limit: a number from 1 to 2147483647",
+        ("--limit", "-1"): "--limit: a number from 0 to 2147483647",
         ("--until", "yester"): "\n  yester\n  ^",
         ("--pattern", "a(b"): "\n  a(b\n     ^",
         ("{",): "line 1, column 2",
@@ -97,12 +98,97 @@ def tables(zel):
         zel.check(f"rows in {columns} columns", 4, len(lines))
         zel.check(f"none is wider than {columns}", [], [l for l in lines if width(l) > columns])
         zel.check("no control characters", [], [c for l in lines for c in l if ord(c) < 32 or c == "\u202e"])
+    lines = zel.run("query", "-o", "table").stdout.decode().splitlines()
+    start = lines[0].index("TARGET")
+    zel.check("without a width the columns stand below each other", [" T", " C", " C", " x"],
+              [next(line[i - 1:i + 1] for i in range(len(line)) if width(line[:i]) == start) for line in lines])
     zel.check("a wide table shows all", True, "C:\\\\x1b[31m\\u202e\u4e2d" in
               zel.run("query", "-o", "table", columns=2000).stdout.decode())
 
 
+def twice(zel):
+    """Events that stand in the folders of two days are printed once, whatever the shape of the question."""
+    def answer(*arguments):
+        ended = zel.run("query", *arguments)
+        return ended.returncode, len(ended.stdout.splitlines()), ended.stderr.decode()
+    zel.run("ingest", given=b"\n".join(record(n, "C:\\t") for n in (1, 2, 3)))
+    os.rename(*(os.path.join(zel.store, day) for day in (os.listdir(zel.store)[0], "20200101")))
+    zel.run("ingest", given=b"\n".join(record(n, "C:\\t") for n in (2, 3, 4, 5)))
+    parts = ("--object", "file", "--object", "directory", "--object", "module")
+    once = [(), parts, ("--day", "2026-01-02"), ("--until", "2026-01-02"), ("--since", "2026-01-02T03:04"),
+            ("--enrichments",), ("--enrichments", *parts), ("--print-keys",), ("--with-key",)]
+    zel.check("once", [(0, 5, "")] * len(once), [answer(*question) for question in once])
+    zel.check("all", [(0, 7, "")] * 2, [answer("--duplicates"), answer("--duplicates", *parts)])
+    more = "zel: the limit of {} is reached; more events fit\n"
+    for question in ((), parts, ("--enrichments",)):
+        zel.check("limits", [(0, n, more.format(n) if n < 5 else "") for n in range(7) if n != 6] + [(0, 5, "")],
+                  [answer("--limit", str(n), *question) for n in range(7)])
+    zel.check("by time of receipt", [(0, 7, "zel: the limit of 7 is reached; whether more follow is not known\n"),
+                                     (0, 7, "")], [answer("--by", "receive", "--limit", n) for n in ("7", "8")])
+    zel.check("not with that", (1, 0, ""), answer("--limit", "0", "--since", "2027-01-01"))
+    zel.check("a document's own 0", (0, 1, more.format(1)), answer(
+        '{"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}],"limit_result_count":0}}'))
+    keys = [json.loads(row).pop("key") for row in zel.rows("--with-key")]
+    zel.check("the same keys", [keys] * 2, [[row.decode() for row in zel.rows("--print-keys", *more)]
+                                            for more in ((), ("--enrichments",))])
+    zel.run("enrich", keys[1], given=b'{"enrichments":[1],"x":"}"}')
+    for question in ((), ("--enrichments",)):
+        zel.check("enriched or not", keys, [row.decode() for row in zel.rows("--print-keys", *question)])
+        zel.check("once, with enrichments joined", 5, len(zel.rows(*question)))
+    received = [row.decode() for row in zel.rows("--by", "receive", "--print-keys")]
+    zel.check("of receive-time rows", sorted(keys + keys[1:3]), sorted(received))
+
+
+def files(zel):
+    """Documents in files, and what is none."""
+    document = b'{"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}}'
+    name = os.path.join(zel.folder, "doc.json")
+    zel.run("ingest", given=record(1, "C:\\t"))
+    for text, told in ((document, ""), (b" " * (17 << 20), f"zel: {name}: larger than 16 MiB\n"),
+                       (b"{", f"zel: the document is no JSON: line 1, column 2: ")):
+        with open(name, "wb") as file:
+            file.write(text)
+        for given in ((name,), ("-",)):
+            ended = zel.run("query", *given, given=text)
+            zel.check(f"{given}: {told}", (bool(told), not told),
+                      (told.replace(name, "standard input" if given[0] == "-" else name) in ended.stderr.decode()
+                       and ended.returncode == 2, ended.stdout.count(b"\n") == 1))
+    ended = zel.run("query", "nosuch.json")
+    zel.check("a missing file", (2, b"zel: nosuch.json: can't be read: No such file or directory\n"),
+              (ended.returncode, ended.stderr))
+
+
+def nothing(zel):
+    """What a terminal is told when nothing was found; a script is told nothing."""
+    zel.run("ingest", given=record(1, "C:\\t\\a.txt"))
+    def told(*arguments):
+        terminal, stderr = pty.openpty()
+        ended = zel.run("query", *arguments, terminal=stderr)
+        os.close(stderr)
+        text = os.read(terminal, 4096).decode().replace("\r\n", "\n").replace("\r\x1b[K", "")
+        os.close(terminal)
+        return ended.returncode, text
+    def lines(*words):
+        return 1, "".join(f"zel: {line}\n" for line in ("no events", *words))
+    zel.check("not a word to a script", (1, b""),
+              (lambda ended: (ended.returncode, ended.stderr))(zel.run("query", "--since", "2027-01-01")))
+    cases = {
+        ("--action", "delete"): lines(),
+        ("--target-path", "a.txt"): lines('"a.txt" is compared with whole paths; "*\\a.txt" finds that name in any folder'),
+        ("--target-path", "*\\b.txt"): lines(),
+        (json.dumps({"event_query": {"events": [{"begin_time": {"value": TIME}, "artifacts": {"target": {
+            "object_type": "reg_key", "path": {"value": ["hklm\\Software\\*"]}}}}]}}),): lines(
+                'sensors write the roots of registry paths in several ways; "*\\Software\\*" leaves the root open'),
+        ("--day", "2026-01-01", "--target-path", "x"): lines(
+            "the store holds none of that time, whatever else is asked; its oldest folder begins with one of " + TIME),
+    }
+    for question, words in cases.items():
+        zel.check(f"{question}: the cause", words, told(*question))
+
+
 def enrichments(zel):
-    key = zel.run("ingest", "--print-keys", given=record(7, r"C:\t.txt")).stdout.decode().strip()
+    zel.run("ingest", given=record(7, r"C:\t.txt"))
+    key = zel.rows("--print-keys")[0].decode()
     def enrich(*arguments, given):
         ended = zel.run("enrich", *arguments, given=given)
         return ended.returncode, ended.stderr.decode()
@@ -136,7 +222,8 @@ def enrichments(zel):
 
 def main(program, records):
     failures = 0
-    for scenario, arguments in ((refusals, ()), (outputs, (records,)), (tables, ()), (enrichments, ())):
+    for scenario, arguments in ((refusals, ()), (outputs, (records,)), (tables, ()), (twice, ()),
+                                (files, ()), (nothing, ()), (enrichments, ())):
         with Zel(program) as zel:
             scenario(zel, *arguments)
             failures += zel.failures

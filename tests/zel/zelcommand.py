@@ -26,11 +26,11 @@ class Zel:
     def command(self, *arguments):
         return [self.program, "--store", self.store, *arguments]
 
-    def run(self, *arguments, given=b"", columns=None, **options):
-        """The ended process; stdout and stderr as bytes."""
+    def run(self, *arguments, given=b"", columns=None, terminal=None, **options):
+        """The ended process; stdout and stderr as bytes, but for what goes to a terminal."""
         environment = dict(self.environment, **({"COLUMNS": str(columns)} if columns else {}))
         options.setdefault("stdout", subprocess.PIPE)
-        return subprocess.run(self.command(*arguments), input=given, stderr=subprocess.PIPE,
+        return subprocess.run(self.command(*arguments), input=given, stderr=terminal or subprocess.PIPE,
                               env=environment, **options)
 
     def rows(self, *arguments, **options):

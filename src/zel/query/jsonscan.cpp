@@ -28,6 +28,11 @@ std::string_view JsonScan::Member(std::string_view name) const {
     return found != members_.end() ? found->value : std::string_view();
 }
 
+std::string_view JsonScan::LastMember(std::string_view name) const {
+    return !members_.empty() && members_.back().name == name ? members_.back().value
+                                                             : std::string_view();
+}
+
 bool JsonScan::Fail(const char* error) {
     if (error_ == nullptr)
         error_ = error;

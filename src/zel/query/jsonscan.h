@@ -25,6 +25,8 @@ public:
     // no such member, and when its name is written with escapes.
     bool IsObject() const noexcept { return isObject_; }
     std::string_view Member(std::string_view name) const;
+    // The same, of the member that stands last; empty when the last one has another name.
+    std::string_view LastMember(std::string_view name) const;
 
 private:
     bool Value(int depth);

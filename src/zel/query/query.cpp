@@ -2,8 +2,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <iostream>
-#include <iterator>
 #include <mutex>
 #include <thread>
 
@@ -17,6 +15,8 @@
 #include "zel/query/documentcheck.h"
 #include "zel/query/querydocument.h"
 #include "zel/query/resultprinter.h"
+#include "zel/query/whynothing.h"
+#include "zel/terminal/inputfile.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zelstore/query/machinepaths.h"
@@ -27,6 +27,7 @@ namespace zel {
 
 namespace {
 
+using web::json::value;
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
@@ -52,7 +53,7 @@ private:
         constexpr auto period = std::chrono::milliseconds(20);
         std::unique_lock<std::mutex> hold(lock_);
         while (!wake_.wait_for(hold, period, [this] { return ended_; })) {
-            if (!printer.Wanted())
+            if (!printer.TakesResults())
                 stop.Set();
         }
     }
@@ -100,17 +101,24 @@ private:
     std::string why_ GUARDED_BY(lock_);
 };
 
-bool GetDocument(const QueryOptions& options, web::json::value* document, std::string* problem) {
-    if (options.document.empty())
-        return BuildDocument(options, document, problem);
-    std::string text = options.document;
-    if (text == "-")
-        text.assign(std::istreambuf_iterator<char>(std::cin), {});
+// The argument is JSON, or names a file that holds some.
+bool ReadDocument(const std::string& argument, value* document, std::string* problem) {
+    constexpr std::size_t largest = 16U << 20;  // bytes; parsed it takes twenty times as much
+    const std::size_t first = argument.find_first_not_of(" \t\r\n");
+    std::string text = argument;
+    const bool isJson = first == argument.npos || argument[first] == '{' || argument[first] == '[';
+    if (!isJson && !ReadInputFile(argument, largest, &text, problem))
+        return false;
     return ParseDocument(text, document, problem);
 }
 
+bool GetDocument(const QueryOptions& options, value* document, std::string* problem) {
+    return options.document.empty() ? BuildDocument(options, document, problem)
+                                    : ReadDocument(options.document, document, problem);
+}
+
 // Tells all that is wrong with the document. False when it is not to be run.
-bool Accepts(const web::json::value& document) {
+bool Accepts(const value& document) {
     constexpr std::size_t mostTold = 20;
     const DocumentFindings found = CheckDocument(document);
     for (std::size_t i = 0; i < found.errors.size() && i < mostTold; ++i)
@@ -133,53 +141,103 @@ void TellCursor(const QueryOptions& options, const ResultPrinter& printer) {
         Say("no cursor: there was no row with a position");
 }
 
-int EndOf(HRESULT result, const ResultPrinter& printer, bool hasLosses) {
+// Nothing is cut off in silence: whether there is more is told, or that it is not known.
+void TellLimit(const QueryPlan& plan, const ResultPrinter& printer) {
+    if (plan.limit < 0)
+        return;
+    const std::string reached = "the limit of " + std::to_string(plan.limit) + " is reached; ";
+    if (printer.HasMore())
+        Say(reached + "more events fit");
+    else if (plan.byReceive && printer.Rows() >= plan.FirstRows())
+        Say(reached + "whether more follow is not known");
+}
+
+// False when something of the answer is missing.
+bool TellGaps(const ResultPrinter& printer, const LostRows& lostRows, StoreSession& store) {
+    if (printer.MayRepeat())
+        Say("more than " + std::to_string(SeenTexts::mostTexts) +
+            " events: those behind them may be printed once for each time that they were stored");
+    if (printer.Keyless() != 0)
+        Say("the key of " + std::to_string(printer.Keyless()) + " event(s) can't be told");
+    const bool allTested = lostRows.Tell();
+    const bool allRead = store.TellDatabaseErrors() == 0;
+    return printer.Keyless() == 0 && allTested && allRead;
+}
+
+int EndOf(HRESULT result, const QueryPlan& plan, const ResultPrinter& printer, bool isWhole) {
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
         return result == hr::outOfMemory ? exitCode::losses : exitCode::usage;
     }
-    if (!printer.Complete())
-        Say("the limit has cut results off");
-    if (hasLosses)
+    TellLimit(plan, printer);
+    if (!isWhole)
         return exitCode::losses;
-    return printer.Count() > 0 ? exitCode::done : exitCode::nothingFound;
+    return printer.Count() > 0 || printer.HasMore() ? exitCode::done : exitCode::nothingFound;
 }
 
 std::string FormName(const QueryOptions& options) {
+    if (options.printKeys)
+        return "keys";
     if (!options.output.empty())
         return options.output;
-    return ::isatty(STDOUT_FILENO) == 1 ? "table" : "ndjson";
+    return ::isatty(STDOUT_FILENO) == 1 && !options.withKey ? "table" : "ndjson";
+}
+
+ResultPrinter::Wanted WantedOf(const QueryOptions& options) {
+    using Wanted = ResultPrinter::Wanted;
+    return {options.duplicates, options.printKeys ? Wanted::alone
+                                : options.withKey ? Wanted::member
+                                                  : Wanted::none};
+}
+
+// Walks until enough is printed or there is nothing more.
+HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
+             ResultPrinter& printer) {
+    std::int64_t rows = plan.FirstRows();
+    for (;; rows *= 2) {
+        const auto text = wm::ToValue(plan.TextFor(rows));
+        if (!text)
+            return hr::outOfMemory;
+        printer.StartWalk();
+        const HRESULT result = store->Query(text.Get(), &printer, stop.Handle());
+        if (Failed(result) || !printer.WantsMore(rows))
+            return result;
+    }
 }
 
 int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) {
-    const auto text = wm::ToValue(plan.document);
     StoreSession store(Terminal());
     wm::EventObject stop;
-    if (!text || !stop.Create(false, false) || !store.Open(StoreNeed::existing))
+    if (!stop.Create(false, false) || !store.Open(StoreNeed::existing))
         return exitCode::noStore;
     const LostRows lostRows;
     const auto form = MakeResultForm(FormName(options), TerminalColumns());
-    ResultPrinter printer(output, *form, plan, *store);
+    ResultPrinter printer(output, *form, plan, WantedOf(options), *store);
     HRESULT result = hr::ok;
     {
         const Stopper stopper(stop, printer);
-        result = store->Query(text.Get(), &printer, stop.Handle());
+        result = Walk(plan, store, stop, printer);
     }
+    if (printer.TakesResults())
+        printer.Finish();
     output.Flush();
-    TellCursor(options, printer);
     // A walk that was stopped counts as a failure of its database, which is no news then; what a
     // reader that went away did not want is no loss.
-    if (!printer.Wanted()) {
+    if (!printer.TakesResults()) {
+        TellCursor(options, printer);
         ZEL::IgnoreResult(store->ClearDatabaseErrors(), "a table that was not cleared is told");
         return Interrupted() ? exitCode::interrupted : exitCode::done;
     }
-    const bool allTested = lostRows.Tell();
-    const bool allRead = store.TellDatabaseErrors() == 0;
-    return EndOf(result, printer, !allTested || !allRead);
+    const bool isWhole = TellGaps(printer, lostRows, store);
+    const int end = EndOf(result, plan, printer, isWhole);
+    TellCursor(options, printer);  // last, where scripts look for it
+    if (end == exitCode::nothingFound && TalksToTerminal())
+        TellNothingFound(plan.document, *store);
+    return end;
 }
 
 // Tells what a row's key is tested for, machine-independent paths made concrete.
-void TellConditions(const web::json::value& document) {
+void TellConditions(const value& document) {
     ZEL::Schema::EventQuery query;
     query.FromJson(document);
     for (std::size_t i = 0; i < query.events.size(); ++i) {
@@ -202,9 +260,13 @@ void TellConditions(const web::json::value& document) {
 }  // namespace
 
 int RunQuery(const QueryOptions& options) {
+    if (options.withKey && options.output == "table") {
+        Say("--with-key: a table has no room for keys; -o ndjson or -o json has");
+        return exitCode::usage;
+    }
     if (!options.machine.empty() && !UseMachine(options.machine))
         return exitCode::usage;
-    web::json::value document;
+    value document;
     std::string problem;
     const bool isThere = GetDocument(options, &document, &problem);
     if (Interrupted())
@@ -216,8 +278,12 @@ int RunQuery(const QueryOptions& options) {
     if (!Accepts(document))
         return exitCode::usage;
     Output output;
-    if (!options.explain)
-        return output.Finish(RunPlan(options, PlanQuery(document), output));
+    if (!options.explain) {
+        QueryPlan plan = PlanQuery(document);
+        if (options.limit == "0")
+            plan.limit = 0;
+        return output.Finish(RunPlan(options, plan, output));
+    }
     output.Write(PrettyDocument(document));
     if (!options.machine.empty())
         TellConditions(document);

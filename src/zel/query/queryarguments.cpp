@@ -74,11 +74,15 @@ private:
         if (options_.byReceive && (HasConditions() || enriches))
             return Refuse(
                 "--by receive walks rows that hold the time of receipt alone: it can only be "
-                "combined with --since, --until and --limit");
+                "combined with --since, --until, --day and --limit");
         if (!options_.afterCursor.empty() && (!options_.byReceive || !options_.since.empty()))
             return Refuse("--after-cursor needs --by receive and takes the place of --since");
         if (options_.showCursor && !options_.byReceive)
             return Refuse("--show-cursor needs --by receive: other rows have no position");
+        if (!options_.day.empty() &&
+            !(options_.since + options_.until + options_.afterCursor).empty())
+            return Refuse(
+                "--day takes the place of --since and --until, and excludes --after-cursor");
         if (!options_.patterns.empty() && !options_.targetPaths.empty())
             return Refuse(
                 "--pattern and --target-path exclude each other: both test the path of the target");
@@ -135,7 +139,9 @@ private:
         return true;
     }
 
-    bool ReadTime(const char* flag, const std::string& argument, std::string* text) {
+    // `endOfDay`, where it is not null, gets the last moment of a date; for a time, the time.
+    bool ReadTime(const char* flag, const std::string& argument, std::string* text,
+                  std::string* endOfDay) {
         if (argument.empty())
             return true;
         const auto now =
@@ -143,14 +149,21 @@ private:
         const TimeArgument time = ParseTimeArgument(argument, now);
         if (!time.ok)
             return Refuse(Complaint(flag, argument, time.error, time.column));
-        *text = time.text;
+        if (text != nullptr)
+            *text = time.text;
+        if (endOfDay != nullptr)
+            *endOfDay = time.endOfDay.empty() ? time.text : time.endOfDay;
         return true;
     }
 
     bool ReadTimes() {
-        if (!ReadTime("--since", options_.since, &out_.since) ||
-            !ReadTime("--until", options_.until, &out_.until))
+        if (!ReadTime("--since", options_.since, &out_.since, nullptr) ||
+            !ReadTime("--until", options_.until, nullptr, &out_.until) ||
+            !ReadTime("--day", options_.day, &out_.since, &out_.until))
             return false;
+        if (!options_.day.empty() && out_.since == out_.until)
+            return Refuse(Complaint("--day", options_.day,
+                                    "a date such as 2026-11-12, today or yesterday is expected"));
         if (!options_.afterCursor.empty()) {
             Cursor cursor;
             if (!ParseCursor(options_.afterCursor, &cursor, &problem_))
@@ -174,9 +187,9 @@ private:
         if (options_.limit.empty())
             return true;
         std::uint32_t number = 0;
-        if (!ReadNumber(options_.limit, 1, std::numeric_limits<std::int32_t>::max(), &number))
+        if (!ReadNumber(options_.limit, 0, std::numeric_limits<std::int32_t>::max(), &number))
             return Refuse(
-                Complaint("--limit", options_.limit, "a number from 1 to 2147483647 is expected"));
+                Complaint("--limit", options_.limit, "a number from 0 to 2147483647 is expected"));
         out_.limit = static_cast<std::int32_t>(number);
         return true;
     }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <vector>
 
 namespace zel {
 
@@ -10,46 +9,42 @@ namespace {
 
 using web::json::value;
 
-// What a sub-query asks of the kind of target; empty when it asks nothing.
-std::string TargetKind(const value& subQuery) {
-    if (!subQuery.has_field("artifacts") || !subQuery.at("artifacts").has_field("target"))
-        return "";
-    return subQuery.at("artifacts").at("target").at("object_type").as_string();
-}
+constexpr const char* limitKey = "limit_result_count";
 
-bool MayOverlap(const web::json::array& events) {
-    std::vector<std::string> kinds;
-    for (const value& event : events) {
-        // Receive-time rows are no events: the same one may have been received several times.
-        if (event.has_field("receive_time"))
-            return false;
-        kinds.push_back(TargetKind(event));
-    }
-    std::sort(kinds.begin(), kinds.end());
-    return kinds.size() > 1 &&
-           (kinds.front().empty() || std::adjacent_find(kinds.begin(), kinds.end()) != kinds.end());
+bool HasTrue(const value& query, const char* key) {
+    return query.has_field(key) && query.at(key).as_bool();
 }
 
 }  // namespace
+
+std::int64_t QueryPlan::FirstRows() const {
+    if (limit < 0)
+        return -1;
+    return byReceive ? std::max<std::int64_t>(limit, 1) : limit + 1;
+}
+
+std::string QueryPlan::TextFor(std::int64_t rows) const {
+    value forStore = document;
+    const bool fits = rows >= 0 && rows <= std::numeric_limits<std::int32_t>::max();
+    if (fits || limit >= 0)
+        forStore["event_query"][limitKey] = value(static_cast<std::int32_t>(fits ? rows : -1));
+    return forStore.serialize();
+}
 
 QueryPlan PlanQuery(const value& document) {
     const value& query = document.at("event_query");
     const web::json::array& events = query.at("events").as_array();
     QueryPlan plan;
-    plan.distinct = MayOverlap(events);
-    const std::int64_t limit = query.has_field("limit_result_count")
-                                   ? query.at("limit_result_count").as_number().to_int64()
-                                   : -1;
-    value forStore = document;
-    if (events.size() > 1 && limit > 0) {
-        plan.printLimit = static_cast<int>(limit);
-        // Each row may come once for each sub-query, and the limit counts them all.
-        const std::int64_t enough = limit * static_cast<std::int64_t>(events.size());
-        if (plan.distinct)
-            forStore["event_query"]["limit_result_count"] = value(static_cast<std::int32_t>(
-                std::min<std::int64_t>(enough, std::numeric_limits<std::int32_t>::max())));
-    }
-    plan.document = forStore.serialize();
+    plan.document = document;
+    plan.byReceive = std::any_of(events.begin(), events.end(), [](const value& event) {
+        return event.has_field("receive_time");
+    });
+    plan.joinsEnrichments = HasTrue(query, "include_enrichments");
+    if (query.has_field(limitKey))
+        plan.limit = query.at(limitKey).as_number().to_int64();
+    // A document's 0 gives one result, as in the store itself.
+    if (plan.limit == 0)
+        plan.limit = 1;
     return plan;
 }
 

@@ -2,17 +2,28 @@
 
 #include <cpprest/json.h>
 
+#include <cstdint>
 #include <string>
 
 namespace zel {
 
-// How a document that was checked is to be run so that each row is printed once, and no more rows
-// than asked for. The store runs sub-queries one after the other: what several of them match comes
-// several times, and a limit may be passed by one.
+// How a document that was checked is asked so that no more events are printed than wanted, and that
+// what the limit cuts off is known. The store's own limit counts every row, also those that are the
+// same event once more, and may be passed by one; so it is asked for one row more than is wanted,
+// and again for more rows where too few of them were new.
+//
+// Rows by time of receipt are no events but receipts: each counts. They are asked for as many as
+// are wanted and no more, so that the position of the last one is that of the last one printed.
 struct QueryPlan {
-    std::string document;   // for the store
-    bool distinct = false;  // rows may come twice
-    int printLimit = -1;    // most rows to print; negative means no limit
+    web::json::value document;
+    std::int64_t limit = -1;  // most to print; negative: all
+    bool byReceive = false;
+    bool joinsEnrichments = false;
+
+    // How many rows to ask for first; negative: all.
+    std::int64_t FirstRows() const;
+    // The document that asks for so many rows.
+    std::string TextFor(std::int64_t rows) const;
 };
 QueryPlan PlanQuery(const web::json::value& document);
 

@@ -1,39 +1,42 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
+#include <cstdint>
 #include <string>
-#include <unordered_set>
+#include <string_view>
 
 #include "zel/query/queryarguments.h"
 #include "zel/query/queryplan.h"
+#include "zel/query/resultform.h"
+#include "zel/query/seentexts.h"
 #include "zel/terminal/output.h"
 #include "zelstore/ieventstore.h"
 
 namespace zel {
 
-// The form of one result after the other.
-class ResultForm {
-public:
-    virtual ~ResultForm() = default;
-    virtual std::string Row(const std::string& event, bool isFirst) = 0;
-    virtual std::string End(bool /*isEmpty*/) { return ""; }
-};
+// The event in a result, as it was stored, but for its last brace: what the store joined behind it
+// is left out. `mayBeJoined`: whether enrichments were asked for. The text is known to be UTF-8.
+std::string_view EventOf(std::string_view result, bool mayBeJoined);
 
-// ndjson, json or table. A table fits `columns`; 0 cuts nothing.
-std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns);
-
-// Columns of the terminal: COLUMNS, else what the terminal on stdout says, else 0.
-std::size_t TerminalColumns();
-
-// Prints results as they come. Refuses them, and prints nothing more, once the output can't take
-// them or the user has interrupted. Lives on the caller's stack: its count is not looked at. Called
-// on the thread of the query.
+// Prints results as they come, over one walk or several. Refuses them, and prints nothing more,
+// once the output can't take them or the user has interrupted. Lives on the caller's stack: its
+// count is not looked at. Called on the thread of the query.
+//
+// An event is printed once, though it may come several times: stored anew on another day, or
+// matched by several parts of the question. It is known by its text, not by its key, since making
+// a key costs more than all else that a result does; an event that was stored again with another
+// text is another one.
 class ResultPrinter final : public ZEL::IQueryCallback {
 public:
-    // `store` makes the keys by which rows that come twice are known.
-    ResultPrinter(Output& output, ResultForm& form, const QueryPlan& plan, ZEL::IEventStore& store)
-        : output_(output), form_(form), plan_(plan), store_(store) {}
+    struct Wanted {
+        bool duplicates = false;                 // print an event as often as it comes
+        enum { none, member, alone } keys = {};  // a member "key" in front, or the key alone
+    };
+
+    // `store` makes the keys. All must outlive the printer.
+    ResultPrinter(Output& output, ResultForm& form, const QueryPlan& plan, Wanted wanted,
+                  ZEL::IEventStore& store)
+        : output_(output), form_(form), plan_(plan), wanted_(wanted), store_(store) {}
 
     ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
         *out = nullptr;
@@ -45,25 +48,40 @@ public:
                                 bool isComplete, ZEL::IStringValue* resumeTime,
                                 std::int32_t resumeSequence) override;
 
+    // Whether another walk, for more rows, is to go on where the last one, for `rows`, ended too
+    // early: it gave them all, and too few were new.
+    bool WantsMore(std::int64_t rows) const;
+    void StartWalk() { rows_ = 0; }
+    // Prints what stands behind the last result.
+    void Finish() { output_.Write(form_.End(count_ == 0)); }
+
     // False once results are refused. May be asked from any thread.
-    bool Wanted() const noexcept;
+    bool TakesResults() const noexcept;
     std::uint64_t Count() const noexcept { return count_; }
-    // False when a limit has cut results off.
-    bool Complete() const noexcept { return complete_; }
+    // Whether the limit kept any from being printed, and how many rows the last walk gave.
+    bool HasMore() const noexcept { return hasMore_; }
+    std::int64_t Rows() const noexcept { return rows_; }
+    // Results whose key could not be made.
+    std::uint64_t Keyless() const noexcept { return keyless_; }
+    // Whether more came than can be remembered, so that some may have been printed twice.
+    bool MayRepeat() const noexcept { return !wanted_.duplicates && seen_.IsFull(); }
     // The row behind which a later query may go on; an empty time when there is none.
     const Cursor& Position() const noexcept { return position_; }
 
 private:
-    bool IsNew(ZEL::IStringValue* event, const std::string& text);
-    void Print(ZEL::IStringValue* event);
+    void Take(ZEL::IStringValue* event);
+    void Print(const std::string& row);
+    std::string KeyOf(ZEL::IStringValue* event);
 
     Output& output_;
     ResultForm& form_;
     const QueryPlan& plan_;
+    const Wanted wanted_;
     ZEL::IEventStore& store_;
-    std::unordered_set<std::string> keys_;  // of what was printed, when rows may come twice
-    std::uint64_t count_ = 0;
-    bool complete_ = true;
+    SeenTexts seen_;
+    std::uint64_t count_ = 0, keyless_ = 0;
+    std::int64_t rows_ = 0;  // of this walk
+    bool hasMore_ = false;
     std::atomic<bool> broken_{false};
     Cursor position_;
 };

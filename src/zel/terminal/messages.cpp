@@ -28,12 +28,12 @@ void OnInterrupt(int signal) {
         errno = before;  // it is full of them
 }
 
-bool StderrIsTerminal() {
+}  // namespace
+
+bool TalksToTerminal() {
     static const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
     return isTerminal;
 }
-
-}  // namespace
 
 void Say(const std::string& text) {
     ClearProgress();
@@ -41,12 +41,12 @@ void Say(const std::string& text) {
 }
 
 void ShowProgress(const std::string& text) {
-    if (StderrIsTerminal())
+    if (TalksToTerminal())
         std::fprintf(stderr, "\r\033[K%s", text.c_str());
 }
 
 void ClearProgress() {
-    if (StderrIsTerminal())
+    if (TalksToTerminal())
         std::fputs("\r\033[K", stderr);
 }
 

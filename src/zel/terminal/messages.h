@@ -19,6 +19,9 @@ inline constexpr int interrupted = 130;
 // One line "zel: text".
 void Say(const std::string& text);
 
+// Whether what is said goes to a terminal, where somebody may want more words than a script does.
+bool TalksToTerminal();
+
 // A line that the next one overwrites; only where stderr is a terminal.
 void ShowProgress(const std::string& text);
 void ClearProgress();

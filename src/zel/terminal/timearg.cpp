@@ -56,10 +56,15 @@ private:
 };
 
 TimeArgument Good(Point point) {
-    return {true, wm::FormatUtc(wm::ToSystemTime(point)), "", 0};
+    return {true, wm::FormatUtc(wm::ToSystemTime(point)), "", "", 0};
+}
+TimeArgument GoodDay(Point midnight) {
+    TimeArgument day = Good(midnight);
+    day.endOfDay = Good(midnight + days(1) - milliseconds(1)).text;
+    return day;
 }
 TimeArgument Bad(const char* error, std::size_t column) {
-    return {false, "", error, column};
+    return {false, "", "", error, column};
 }
 
 TimeArgument ParseDistance(const std::string& argument, Point now) {
@@ -84,7 +89,7 @@ TimeArgument ParseDistance(const std::string& argument, Point now) {
 }
 
 std::optional<seconds> ParseOffset(Cursor& in) {
-    if (in.Take('Z') || in.Take('z'))
+    if (in.AtEnd() || in.Take('Z') || in.Take('z'))
         return seconds(0);
     const bool east = in.Peek() == '+';
     if (!in.Take('+') && !in.Take('-'))
@@ -106,18 +111,15 @@ TimeArgument ParseClock(Cursor& in, Point date) {
     if (!hour || *hour > 23 || !in.Take(':'))
         return Bad("a time HH:MM:SS is expected", in.Column());
     const auto minute = in.Digits(2);
-    if (!minute || *minute > 59 || !in.Take(':'))
-        return Bad("minutes and seconds are expected", in.Column());
-    const auto second = in.Digits(2);
+    if (!minute || *minute > 59)
+        return Bad("minutes from 00 to 59 are expected", in.Column());
+    const bool hasSeconds = in.Take(':');
+    const auto second = hasSeconds ? in.Digits(2) : 0;
     if (!second || *second > 59)
         return Bad("seconds from 00 to 59 are expected", in.Column());
-    int fraction = 0;
-    if (in.Take('.')) {
-        const auto read = in.Fraction();
-        if (!read)
-            return Bad("digits are expected behind the point", in.Column());
-        fraction = *read;
-    }
+    const auto fraction = hasSeconds && in.Take('.') ? in.Fraction() : 0;
+    if (!fraction)
+        return Bad("digits are expected behind the point", in.Column());
     const std::size_t offsetAt = in.Column();
     const auto offset = ParseOffset(in);
     if (!offset)
@@ -125,7 +127,7 @@ TimeArgument ParseClock(Cursor& in, Point date) {
     if (!in.AtEnd())
         return Bad("nothing is expected behind the time", in.Column());
     const Point point = date + hours(*hour) + minutes(*minute) + seconds(*second) +
-                        milliseconds(fraction) - *offset;
+                        milliseconds(*fraction) - *offset;
     if (point < firstPoint || point > lastPoint)
         return Bad("the offset leads out of the years 1601 to 9999", offsetAt);
     return Good(point);
@@ -147,7 +149,7 @@ TimeArgument ParseDate(const std::string& argument) {
     if (!date.ok() || *yearNumber < 1601)
         return Bad("there is no such date", 0);
     const Point midnight = sys_days(date);
-    return in.AtEnd() ? Good(midnight) : ParseClock(in, midnight);
+    return in.AtEnd() ? GoodDay(midnight) : ParseClock(in, midnight);
 }
 
 }  // namespace
@@ -157,9 +159,9 @@ TimeArgument ParseTimeArgument(const std::string& argument, Point now) {
         return Good(now);
     const Point today = floor<days>(now);
     if (argument == "today")
-        return Good(today);
+        return GoodDay(today);
     if (argument == "yesterday")
-        return Good(today - days(1));
+        return GoodDay(today - days(1));
     if (argument.starts_with('-'))
         return ParseDistance(argument, now);
     return ParseDate(argument);

@@ -7,11 +7,13 @@
 namespace zel {
 
 // A time as people write it: RFC 3339 (2026-11-12T10:00:00Z, with a fraction or an offset, a blank
-// in place of T), a date, "now", "today", "yesterday" (UTC), or a distance back such as -2h (s, m,
-// h, d, w). The result is the store's form, UTC with milliseconds.
+// in place of T; without an offset it is UTC, and seconds may be left out), a date, "now", "today",
+// "yesterday" (UTC), or a distance back such as -2h (s, m, h, d, w). The result is the store's
+// form, UTC with milliseconds.
 struct TimeArgument {
     bool ok = false;
     std::string text;
+    std::string endOfDay;    // of a date, "today" and "yesterday": their last millisecond
     std::string error;       // what is wrong
     std::size_t column = 0;  // where, counted from 0
 };

@@ -1,0 +1,148 @@
+#include "zel/query/resultform.h"
+
+#include <cpprest/json.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+
+#include "zel/terminal/textfit.h"
+
+namespace zel {
+
+namespace {
+
+using web::json::value;
+
+class Lines final : public ResultForm {
+public:
+    std::string Row(const std::string& event, bool) override { return event + "\n"; }
+};
+
+class OneArray final : public ResultForm {
+public:
+    std::string Row(const std::string& event, bool isFirst) override {
+        return (isFirst ? "[\n" : ",\n") + event;
+    }
+    std::string End(bool isEmpty) override { return isEmpty ? "[]\n" : "\n]\n"; }
+};
+
+const value* Find(const value& in, const char* key) {
+    if (!in.is_object())
+        return nullptr;
+    const auto found = in.as_object().find(key);
+    return found != in.as_object().end() ? &found->second : nullptr;
+}
+
+// The first value of a pair, as text; empty when there is none.
+std::string FirstValue(const value& in, const char* key) {
+    const value* found = Find(in, key);
+    if (found != nullptr && found->is_object())
+        found = Find(*found, "value");
+    if (found != nullptr && found->is_array())
+        found = found->size() != 0 ? &found->at(0) : nullptr;
+    if (found == nullptr || found->is_null())
+        return "";
+    return found->is_string() ? found->as_string() : found->serialize();
+}
+
+std::string NameOf(const value& artifact) {
+    const std::string source = FirstValue(artifact, "src_ip");
+    const std::string destination = FirstValue(artifact, "dst_ip");
+    if (!source.empty() || !destination.empty())
+        return source + " -> " + destination;
+    for (const char* key : {"path", "name", "text", "resource", "id", "sha2"}) {
+        std::string text = FirstValue(artifact, key);
+        if (!text.empty())
+            return text;
+    }
+    return "";
+}
+
+// Time, kind and action keep their widths; actor and target share what is left. Of paths the ends
+// tell most, so they lose their beginnings. Where there is no width to keep to, the target, which
+// stands last, is the only one that is never cut.
+class Table final : public ResultForm {
+public:
+    explicit Table(std::size_t columns) : columns_(columns) {
+        if (columns == 0)
+            return;
+        constexpr std::size_t narrowest = 8;
+        actionWidth_ = 9;
+        const std::size_t fixed = timeWidth + objectWidth + actionWidth_ + 4 * gap;
+        const std::size_t left = columns > fixed ? columns - fixed : 0;
+        actorWidth_ = std::max(left * 2 / 5, narrowest);
+        targetWidth_ = std::max(left - left * 2 / 5, narrowest);
+    }
+
+    std::string Row(const std::string& event, bool isFirst) override {
+        const std::string heading =
+            isFirst ? Line("TIME", "OBJECT", "ACTION", "ACTOR", "TARGET") : "";
+        value parsed;
+        try {
+            parsed = value::parse(event);
+        } catch (const std::exception&) {
+            return heading + Cut(Escaped(event)) + "\n";
+        }
+        const value none = value::object();
+        const value* const artifacts = Find(parsed, "artifacts");
+        const value* const actor = artifacts != nullptr ? Find(*artifacts, "actor") : nullptr;
+        const value* const target = artifacts != nullptr ? Find(*artifacts, "target") : nullptr;
+        return heading + Line(FirstValue(parsed, "begin_time"),
+                              target != nullptr ? FirstValue(*target, "object_type") : "",
+                              FirstValue(parsed, "action"), NameOf(actor ? *actor : none),
+                              NameOf(target ? *target : none));
+    }
+
+private:
+    static constexpr std::size_t timeWidth = 24, objectWidth = 13, gap = 1;
+    static constexpr std::size_t noLimit = std::string::npos;
+
+    std::string Cut(const std::string& line) const {
+        return columns_ == 0 ? line : Fit(line, columns_, Keep::start);
+    }
+
+    static std::string Column(const std::string& text, std::size_t width, Keep keep = Keep::start) {
+        const std::string column = Fit(text, width, keep);
+        return column + std::string(width - DisplayWidth(column) + gap, ' ');
+    }
+
+    std::string Line(const std::string& time, const std::string& object, const std::string& action,
+                     const std::string& actor, const std::string& target) const {
+        std::string line = Column(time, timeWidth) + Column(object, objectWidth) +
+                           Column(action, actionWidth_) + Column(actor, actorWidth_, Keep::end) +
+                           Fit(target, targetWidth_, Keep::end);
+        line.erase(line.find_last_not_of(' ') + 1);
+        return Cut(line) + "\n";
+    }
+
+    const std::size_t columns_;
+    std::size_t actionWidth_ = 16, actorWidth_ = 40, targetWidth_ = noLimit;
+};
+
+}  // namespace
+
+std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns) {
+    if (name == "table")
+        return std::make_unique<Table>(columns);
+    if (name == "json")
+        return std::make_unique<OneArray>();
+    return std::make_unique<Lines>();
+}
+
+std::size_t TerminalColumns() {
+    const char* const given = std::getenv("COLUMNS");
+    std::size_t columns = 0;
+    if (given != nullptr && *given != '\0') {
+        const char* const end = given + std::strlen(given);
+        const auto parsed = std::from_chars(given, end, columns);
+        if (parsed.ec == std::errc() && parsed.ptr == end && columns > 0)
+            return columns;
+    }
+    winsize size{};
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+}  // namespace zel

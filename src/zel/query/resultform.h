@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace zel {
+
+// How results look: the form of one after the other. For one thread.
+class ResultForm {
+public:
+    virtual ~ResultForm() = default;
+    // `event` is a result's text, UTF-8, as the store gave it.
+    virtual std::string Row(const std::string& event, bool isFirst) = 0;
+    // What stands behind the last one.
+    virtual std::string End(bool /*isEmpty*/) { return ""; }
+};
+
+// ndjson, json, table or keys. A table fits `columns`; with 0, where no width is known, the actor
+// alone is cut, so that the columns stand below each other. For keys `event` is the key.
+std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns);
+
+// Columns of the terminal: COLUMNS, else what the terminal on stdout says, else 0.
+std::size_t TerminalColumns();
+
+}  // namespace zel

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace zel {
+
+// Knows which texts it was given before. It keeps 16 bytes of each, in a table that is at most
+// three times as large as they are, and no more than `most` texts. For one thread.
+class SeenTexts {
+public:
+    static constexpr std::size_t mostTexts = std::size_t{1} << 23;  // 256 MiB
+
+    explicit SeenTexts(std::size_t most = mostTexts);
+
+    // Whether the text is new. Beyond `most` texts nothing more is kept: what was kept is still
+    // known, all else counts as new.
+    bool Insert(std::string_view text);
+    bool IsFull() const noexcept { return count_ >= most_; }
+
+private:
+    struct Mark {
+        std::uint64_t first = 0, second = 0;
+        bool operator==(const Mark&) const = default;
+    };
+
+    Mark MarkOf(std::string_view text) const noexcept;
+    Mark& PlaceOf(const Mark& mark) noexcept;
+    void Grow();
+
+    const std::size_t most_;
+    std::array<std::uint64_t, 2> keys_{};
+    std::vector<Mark> table_;  // its size is a power of two; a mark of zeros is a free place
+    std::size_t count_ = 0;
+};
+
+}  // namespace zel
