@@ -3,6 +3,7 @@
 #include "support/client.h"
 #include "support/failingmemory.h"
 #include "support/storefixture.h"
+#include "zelstore/diskmonitor/idiskspacemonitor.h"
 #include "zelstore/jobs/countedevent.h"
 
 namespace ZEL {
@@ -53,6 +54,22 @@ TEST(Memory, WithoutItNothingEndsTheProcess) {
         CountedPtr<IStringValue> key;
         IgnoreResult(store->MakeKey(record.Get(), keyKindEvent, key.Receive()), "starved");
     });
+}
+
+TEST(Memory, MonitorStartsOrSaysWhyNot) {
+    const test::LoadedComponent component;
+    CountedPtr<IMonitorLifetime> monitor;
+    ASSERT_EQ(component.Factory(diskSpaceMonitorObjectId)
+                  ->CreateInstance(iidMonitorLifetime, monitor.ReceiveVoid()),
+              TOB_OK);
+    HRESULT last = hr::fail;
+    const int points = Starve([&] {
+        last = monitor->Start();
+        IgnoreResult(monitor->Stop(), "always succeeds");
+        IgnoreResult(monitor->Wait(), "always succeeds");
+    });
+    EXPECT_GE(points, 2);
+    EXPECT_EQ(last, hr::ok);
 }
 
 TEST(Memory, JobsKeepWhatTheyHad) {

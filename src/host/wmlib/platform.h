@@ -13,7 +13,7 @@
 namespace wm::platform {
 
 // Cut to what the system allows.
-void NameThread(std::thread::native_handle_type thread, const std::string& name) noexcept;
+void NameThread(std::thread::native_handle_type thread, const char* name) noexcept;
 
 // Milliseconds since the system started, sleep included.
 std::uint64_t UptimeMs() noexcept;

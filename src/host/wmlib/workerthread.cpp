@@ -2,7 +2,6 @@
 
 #include <condition_variable>
 #include <mutex>
-#include <string>
 #include <thread>
 
 #include "platform.h"
@@ -20,7 +19,7 @@ struct WorkerThread::State {
     std::thread::id id;
     std::thread::native_handle_type handle{};  // valid while `running`
     ZEL::HRESULT exitResult = ZEL::hr::ok;
-    std::string name;
+    const char* name = nullptr;
 };
 
 WorkerThread::WorkerThread() : state_(std::make_shared<State>()) {}
@@ -55,7 +54,7 @@ bool WorkerThread::Start(std::function<ZEL::HRESULT()> body) {
         state->id = thread.get_id();
         state->handle = thread.native_handle();
         ++state->runs;
-        if (!state->name.empty())
+        if (state->name != nullptr)
             platform::NameThread(state->handle, state->name);
         thread.detach();
         return true;
@@ -98,7 +97,7 @@ ZEL::HRESULT WorkerThread::ExitResult() const noexcept {
     return state_->exitResult;
 }
 
-void WorkerThread::SetName(const char* name) {
+void WorkerThread::SetName(const char* name) noexcept {
     const std::lock_guard lock(state_->mutex);
     state_->name = name;
     if (state_->running)

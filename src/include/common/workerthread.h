@@ -9,7 +9,8 @@
 namespace wm {
 
 // One thread at a time that runs a bound function to its end. The operations may be called from any
-// thread. The destructor asks the thread to end and waits for it.
+// thread; those that are noexcept need no memory. The destructor asks the thread to end and waits
+// for it.
 class WMLIB_API WorkerThread {
 public:
     WorkerThread();
@@ -21,7 +22,8 @@ public:
     // `body` ends the thread with 0x8000FFFF.
     bool Start(std::function<ZEL::HRESULT()> body);
     bool IsRunning() const noexcept;
-    // Sets a flag that the body may look at through StopRequested.
+    // Sets a flag that a body which would wait for others looks at through StopRequested; each
+    // Start clears it. It wakes nobody.
     void RequestStop() noexcept;
     bool StopRequested() const noexcept;
     // Waits without a time limit; returns at once when no thread runs, or on that thread itself.
@@ -30,9 +32,10 @@ public:
     // What the body returned last; hr::ok before the first end.
     ZEL::HRESULT ExitResult() const noexcept;
 
-    // Kept in full here and cut to what the system allows (15 characters on Linux). May be called
-    // by the thread itself.
-    void SetName(const char* name);
+    // For the thread that runs, and those that are started later; cut to what the system allows (15
+    // characters on Linux). `name` stays the caller's and in use for as long as the object. May be
+    // called by the thread itself.
+    void SetName(const char* name) noexcept;
 
 private:
     struct State;

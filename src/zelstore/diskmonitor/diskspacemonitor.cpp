@@ -43,7 +43,13 @@ HRESULT DiskSpaceMonitor::SetThresholds(std::uint32_t stopThreshold,
 }
 
 HRESULT DiskSpaceMonitor::Start() {
-    const wm::Hold hold(startLock_);
+    return AtBoundary([this] {
+        const wm::Hold hold(startLock_);
+        return StartLocked();
+    });
+}
+
+HRESULT DiskSpaceMonitor::StartLocked() {
     if (!watch_->stopEvent.Exists() && !watch_->stopEvent.Create(false, false)) {
         wm::ReportError(hr::outOfMemory);
         return hr::outOfMemory;

@@ -43,6 +43,8 @@ public:
     void CheckFreeSpace(const std::wstring& path);
 
 private:
+    HRESULT StartLocked() REQUIRES(startLock_);
+
     const std::uint32_t periodMs_;
     const std::shared_ptr<SpaceWatch> watch_;
     wm::Lock startLock_;

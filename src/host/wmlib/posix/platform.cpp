@@ -5,16 +5,17 @@
 #include <time.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "common/textbridge.h"
 #include "common/trace.h"
 
 namespace wm::platform {
 
-void NameThread(std::thread::native_handle_type thread, const std::string& name) noexcept {
+void NameThread(std::thread::native_handle_type thread, const char* name) noexcept {
     constexpr std::size_t mostCharacters = 15;
     char cut[mostCharacters + 1] = {};
-    name.copy(cut, mostCharacters);
+    std::strncpy(cut, name, mostCharacters);
     pthread_setname_np(thread, cut);
 }
 

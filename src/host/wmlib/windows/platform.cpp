@@ -29,10 +29,15 @@ SetDescription FindSetDescription() noexcept {
 
 }  // namespace
 
-void NameThread(std::thread::native_handle_type thread, const std::string& name) noexcept {
+void NameThread(std::thread::native_handle_type thread, const char* name) noexcept {
     static const SetDescription set = FindSetDescription();
-    if (set != nullptr)
+    if (set == nullptr)
+        return;
+    try {
         set(HandleOf(thread), WidePath(name).c_str());
+    } catch (...) {
+        return;  // it goes without a name
+    }
 }
 
 std::uint64_t UptimeMs() noexcept {
