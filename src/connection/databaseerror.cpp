@@ -18,6 +18,7 @@ std::string DatabaseError::Text() const {
            ", the last: " + Describe(lastResult);
 }
 
+// The records of the table are rows of values; their order is told with GetDatabaseErrors.
 bool ReadDatabaseErrors(ZEL::IEventStore& store, std::vector<DatabaseError>* errors) {
     ZEL::CountedPtr<ZEL::IValueCollection> list;
     if (Failed(store.GetDatabaseErrors(list.Receive())) || !list)

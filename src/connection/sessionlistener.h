@@ -4,12 +4,15 @@
 
 namespace zel {
 
-// Whoever runs a session: told what people should read, asked whether they still want to wait.
+// Whoever runs a session: told what people should read, asked whether they still want to wait. A
+// program at a terminal prints, a service writes to its log, a test remembers.
+//
+// Called by any thread, also under locks of the store: it must not call the store or the session.
 class ISessionListener {
 public:
-    // One message without a newline, UTF-8. On the thread of the operation that has it to say.
+    // One message, UTF-8, without a newline at its end.
     virtual void Say(const std::string& text) = 0;
-    // Whether waits are to end. Asked from any thread.
+    // Whether waits are to end; what is waited for is then left undone, and told so.
     virtual bool Interrupted() noexcept = 0;
 
 protected:

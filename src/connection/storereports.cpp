@@ -6,12 +6,17 @@
 
 #include "connection/resultwords.h"
 
+// The store and its services report to one sink of the process, and their reports and traces are
+// for those who look into a fault. Three kinds carry what a session needs and no interface tells:
+// reads that met damage, records that were lost, and why a record or a document was not understood.
+// They are kept here, for the whole process as the sink is; sessions work with differences.
+
 namespace zel {
 
 namespace {
 
 std::atomic<std::uint32_t> damagedReads{0};
-thread_local std::string reason;
+thread_local std::string reason;  // an operation traces on its caller's thread
 
 struct LostNumber {
     const char* const name;

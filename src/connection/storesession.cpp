@@ -15,6 +15,16 @@
 #include "connection/resultwords.h"
 #include "connection/storereports.h"
 
+// A session: find the directory, load the component, start the store; in the end flush, close, and
+// tell what failed.
+//
+// LevelDB lets one process at a time have a database open, and a reader opens each for a moment
+// only. So readers take turns by a lock on the store's directory, which the store itself knows
+// nothing of; a writer needs none, since it waits for the one folder that it writes.
+//
+// What failed is known last: the coordinator may have a batch in hand until Shutdown has returned,
+// so the table of errors is read between that and the release of the store.
+
 namespace zel {
 
 namespace {

@@ -134,7 +134,8 @@ void Ingest::TellRepeats() const {
     if (counts.replaced > 0)
         Say(std::string(taker_.KnowsAllKeys() ? "" : "at least ") +
             Number(counts.replaced,
-                   "record(s) replaced an earlier, different one of this run with the same key"));
+                   "record(s) replaced an earlier, different one of this run with the same key, "
+                   "unless another folder was begun in between"));
     if (counts.repeated > 0)
         Say(std::string(taker_.KnowsAllKeys() ? "" : "at least ") +
             Number(counts.repeated, "record(s) came again, unchanged"));

@@ -28,7 +28,7 @@ public:
 private:
     struct Kind {
         std::uint64_t count = 0;
-        std::string first;  // the place
+        std::string first;  // place
     };
     const bool tellsAll_;
     std::uint64_t count_ = 0;

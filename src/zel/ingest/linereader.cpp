@@ -12,6 +12,16 @@
 
 #include "zel/terminal/messages.h"
 
+// A file is a chain of sources: a descriptor, and in front of it, when the first bytes say so, what
+// unpacks. On top lines are cut out of a buffer. Three things are less plain than they look:
+//
+// - A read from a pipe may wait for ever, and the signal that ends the program may have gone to
+//   another thread. So each read first polls both the descriptor and the pipe that a signal fills.
+// - Packed files may consist of several packed pieces, one behind the other, as tools that append
+//   make them; the end of one is the end of the data only when nothing follows.
+// - What was unpacked ahead of damage, or of the place where a file is cut off, is good and is
+//   given first; only then comes the failure.
+
 namespace zel {
 
 namespace {
@@ -199,6 +209,7 @@ bool LineReader::Fill() {
     return got > 0;
 }
 
+// A line may span any number of fills. Once it is too long the rest of it is passed over.
 LineReader::Status LineReader::Next(std::string* line) {
     line->clear();
     if (!source_)

@@ -12,6 +12,10 @@
 #include "zel/terminal/textfit.h"
 #include "zelstore/keys/keyformat.h"
 
+// The store makes a key or says in one code that it can't. What a person needs to mend a line -
+// which name is not known, where the text stops to be JSON - is found out here by reading the line
+// once more, which costs only where something is wrong.
+
 namespace zel {
 
 namespace {

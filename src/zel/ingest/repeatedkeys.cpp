@@ -3,6 +3,11 @@
 #include <functional>
 #include <utility>
 
+// Two tables of hashes with open addressing. Keys go into the recent one; when it holds its share
+// it becomes the older one, and what that was is forgotten. A key is looked for in both. Two texts
+// with one hash of 64 bits would be taken for one key: of three million keys, once in four million
+// runs.
+
 namespace zel {
 
 namespace {

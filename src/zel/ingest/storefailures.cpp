@@ -6,6 +6,11 @@
 #include "connection/resultwords.h"
 #include "zel/terminal/messages.h"
 
+// The table has one entry for each folder and kind of operation: how often it failed, and the last
+// result. It is not told when an entry was added to, so each look compares the table with that of
+// the look before. Two failures between two looks are one then, which is enough: what is asked is
+// whether there were any.
+
 namespace zel {
 
 namespace {
@@ -43,10 +48,9 @@ void StoreFailures::Look() {
     seen_ = std::move(present);
 }
 
-// The table has one entry for each folder and kind of failure; `former` are the folder's entries at
-// the last look. Where a folder fails in two ways the table may leave the operation of the second
-// open (0). It then counts as whatever makes the reader more careful: as a failed write, and when
-// it may pass also as an obstacle.
+// `former` are the folder's entries at the last look. Where a folder fails in two ways the table
+// may leave the operation of the second open (0). It then counts as whatever makes the reader more
+// careful: as a failed write, and when it may pass also as an obstacle.
 void StoreFailures::TakeIn(const DatabaseError& error, const std::vector<DatabaseError>& former) {
     const bool isKnown = std::find(former.begin(), former.end(), error) != former.end();
     if (isKnown || IsOfOwnMaking(error))
