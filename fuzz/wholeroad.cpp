@@ -68,8 +68,9 @@ public:
         clock_.day = static_cast<std::uint16_t>(day);
         Check(core_.Initialize() == hr::ok, {"not started"});
     }
-    void Insert(const std::string& key, const std::string& value, bool silent) {
-        Check(core_.EnqueueForInsertion(key, value, silent) == hr::ok, {key});
+    void Insert(const std::string& key, const std::string& value,
+                RecordKind kind = RecordKind::event) {
+        Check(core_.EnqueueForInsertion(key, value, kind) == hr::ok, {key});
     }
     // All that was inserted is on the disk behind it, and can still be asked for.
     void Stop() { Check(core_.Stop() == hr::ok, {"not stopped"}); }
@@ -118,7 +119,7 @@ struct Writer {
         const std::string plainKey = KeyOf(said, &row.facts);
         std::string key;
         Check(keys.Make(row.value, &key) == hr::ok && key == plainKey, {row.value, key, plainKey});
-        store.Insert(key, row.value, false);
+        store.Insert(key, row.value);
         folder[key] = row;
         events.emplace_back(key, row);
     }
@@ -129,7 +130,7 @@ struct Writer {
                                 std::to_string(counter++ % 10) + input.Pick(flags);
         const std::string value = "{\"n\":" + std::to_string(counter) + "}";
         const bool silent = input.Below(4) != 0;
-        store.Insert(key, value, silent);
+        store.Insert(key, value, silent ? RecordKind::silentEnrichment : RecordKind::event);
         std::string date = event.time.substr(0, 10);
         std::erase(date, '-');
         if (silent)
@@ -149,7 +150,7 @@ struct Writer {
         row.value += "}";
         if (input.Below(8) == 0)
             row = {"no JSON", time, {}, "", ""};
-        store.Insert(key, row.value, false);
+        store.Insert(key, row.value);
         folder[key] = row;
     }
     void WriteDay() {

@@ -89,11 +89,11 @@ HRESULT EventStoreProxy::MakeFlaggedEnrichmentKey(IStringValue* baseKey, bool si
 }
 
 HRESULT EventStoreProxy::Insert(IStringValue* key, IStringValue* value) {
-    return OnCore([&](EventStoreImpl& core) { return core.Insert(key, value, false); });
+    return OnCore([&](EventStoreImpl& core) { return core.Insert(key, value, RecordKind::event); });
 }
 
 HRESULT EventStoreProxy::InsertSilent(IStringValue* key, IStringValue* value) {
-    return OnCore([&](EventStoreImpl& core) { return core.Insert(key, value, true); });
+    return OnCore([&](EventStoreImpl& core) { return core.Insert(key, value, RecordKind::silentEnrichment); });
 }
 
 HRESULT EventStoreProxy::Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) {

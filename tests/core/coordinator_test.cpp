@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "../database/databasefixture.h"
 #include "common/itobbaseimpl.h"
 #include "support/runningstore.h"
 #include "support/slowdisk.h"
@@ -54,7 +56,7 @@ TEST(Coordinator, LiveModeDrainsAndStartsTheJobForReceiveRowsAlone) {
     RunningStore store({soon, RunningStore::never});
     store.Start();
     ASSERT_EQ(store.core.SetLiveMode(true), hr::ok);
-    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
+    ASSERT_EQ(store.Insert(silentKey, "{}", RecordKind::silentEnrichment), hr::ok);
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
         store.AwaitOnDisk(EventKey(i));
@@ -70,7 +72,7 @@ TEST(Coordinator, WithoutAJobControllerTheStoreStaysNew) {
     JobControllerFactory() = [] { return static_cast<IZELJobController*>(nullptr); };
     EXPECT_EQ(store.core.Initialize(), hr::unexpected);
     const auto text = test::Str("x");
-    EXPECT_EQ(store.core.Insert(text.Get(), text.Get(), false), hr::notReady);
+    EXPECT_EQ(store.core.Insert(text.Get(), text.Get(), RecordKind::event), hr::notReady);
     JobControllerFactory() = nullptr;
     store.Start();
     EXPECT_EQ(store.core.Initialize(), hr::nothingToDo);
@@ -84,7 +86,8 @@ TEST(Coordinator, ProducersNeverWaitForTheDisk) {
     const int accepted = store.Fill();  // while the coordinator hangs in its first write
     EXPECT_GE(accepted, 20000);
     EXPECT_LE(accepted, 20000 + 40 * 500) << "the queue and what the coordinator has taken";
-    EXPECT_EQ(store.Insert(silentKey, "{}", true), hr::ok) << "the other queue is not full";
+    EXPECT_EQ(store.Insert(silentKey, "{}", RecordKind::silentEnrichment), hr::ok)
+        << "the other queue is not full";
     disk.AwaitBlocked();
     disk.Unblock();
     EXPECT_EQ(store.StopAndCount(), static_cast<std::size_t>(accepted));
@@ -93,7 +96,7 @@ TEST(Coordinator, ProducersNeverWaitForTheDisk) {
 TEST(Coordinator, EventsReachTheDiskAheadOfTheirSilentEnrichments) {
     RunningStore store;
     store.Start();
-    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
+    ASSERT_EQ(store.Insert(silentKey, "{}", RecordKind::silentEnrichment), hr::ok);
     ASSERT_EQ(store.Insert(EventKey(1)), hr::ok);
     test::SlowDisk disk;
     disk.Block(".log");
@@ -113,7 +116,7 @@ TEST(Coordinator, TellsHowManyRecordsAFailedWriteCost) {
     for (const int i : {1, 2, 2})
         ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
     ASSERT_EQ(store.Insert("r<receive_time>2026-01-01T00:00:00.000Z<sequence>0000000001"), hr::ok);
-    ASSERT_EQ(store.Insert(silentKey, "{}", true), hr::ok);
+    ASSERT_EQ(store.Insert(silentKey, "{}", RecordKind::silentEnrichment), hr::ok);
     ASSERT_EQ(store.core.Stop(), hr::ok);
     std::map<std::string, std::string> lost;
     for (std::size_t i = 0; i < reports.Count(); ++i) {
@@ -124,6 +127,47 @@ TEST(Coordinator, TellsHowManyRecordsAFailedWriteCost) {
     EXPECT_EQ(lost, (std::map<std::string, std::string>{{wm::lostDetail::events, "3"},
                                                         {wm::lostDetail::receipts, "1"},
                                                         {wm::lostDetail::enrichments, "1"}}));
+}
+
+TEST(Coordinator, StopWritesInOrderBehindWhatTheCoordinatorHasInHand) {
+    RunningStore store;
+    store.Start();
+    store.End();
+    constexpr int last = 10 * 500 - 1;
+    for (int i = 0; i <= last; ++i)
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+    store.Start();
+    test::SlowDisk disk;
+    disk.Block(".log");
+    ASSERT_EQ(store.Insert(EventKey(last), "new"),
+              hr::ok);  // wakes the coordinator, which takes all
+    disk.AwaitBlocked();
+    std::thread stopping([&] {
+        EXPECT_EQ(store.core.Stop(), hr::ok);
+        std::string value;
+        EXPECT_EQ(GetMasterDatabase()->GetRecord(EventKey(last), &value), hr::ok);
+        EXPECT_EQ(value, "new");
+    });
+    disk.Unblock();
+    stopping.join();
+    EXPECT_EQ(store.StopAndCount(), last + 1u);
+}
+
+TEST(Coordinator, StopWaitsForNoOtherProcessAndCountsWhatIsLost) {
+    const test::FakeClock clock;
+    RunningStore store;
+    const test::OtherProcess reader(store.directory.Folder("20261112"));
+    store.Start();
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 20 * 500; ++i)
+        ASSERT_EQ(store.Insert(EventKey(i)), hr::ok);
+    EXPECT_EQ(store.core.Stop(), hr::ok);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10))
+        << "a second for each batch would be 20";
+    DatabaseErrorTable errors;
+    ASSERT_EQ(GetMasterDatabase()->GetDatabaseErrors(&errors), hr::ok);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors.begin()->second.entries[0].count, 20u);
 }
 
 TEST(Coordinator, LosesNothingThatWasAcceptedBeforeTheStop) {
@@ -147,8 +191,8 @@ TEST(Coordinator, StoppedStoreQueuesForTheNextStartAndReportsWhenFull) {
     RunningStore store;
     store.Start();
     store.End();
-    EXPECT_EQ(store.Fill(true), 20000);
-    EXPECT_EQ(store.Insert(silentKey, "{}", true), hr::unexpected);
+    EXPECT_EQ(store.Fill(RecordKind::silentEnrichment), 20000);
+    EXPECT_EQ(store.Insert(silentKey, "{}", RecordKind::silentEnrichment), hr::unexpected);
     const auto& last = reports.At(reports.Count() - 1);
     EXPECT_EQ(last.Label(), "EnqueueForInsertion - Silent Enrichment");
     EXPECT_EQ(last.Details().front().second, "FDR Event Coordinator Thread is stopped.");

@@ -44,13 +44,13 @@ TEST(IncomingQueue, WakesWithTheFirstRecordThatNoLongerFits) {
     EXPECT_FALSE(Enqueue(queue, Key(501)).wake);
 
     BatchList full;
-    ASSERT_EQ(queue.DequeueBatches(full, false), hr::ok);
+    queue.DequeueBatches(full, Flush::fullBatches);
     ASSERT_EQ(full.size(), 1u);
     EXPECT_EQ(full.front()->Size(), 500u);
     BatchList rest;
-    ASSERT_EQ(queue.DequeueBatches(rest, false), hr::ok);
+    queue.DequeueBatches(rest, Flush::fullBatches);
     EXPECT_TRUE(rest.empty());
-    ASSERT_EQ(queue.DequeueBatches(rest, true), hr::ok);
+    queue.DequeueBatches(rest, Flush::everything);
     EXPECT_EQ(rest.front()->Size(), 2u);
 }
 
@@ -75,8 +75,41 @@ TEST(IncomingQueue, ReplacesWithinTheOpenBatchOnly) {
     IgnoreResult(Enqueue(queue, "k", "old").result, "first");
     IgnoreResult(Enqueue(queue, "k", "new").result, "second");
     BatchList out;
-    ASSERT_EQ(queue.DequeueBatches(out, true), hr::ok);
+    queue.DequeueBatches(out, Flush::everything);
     EXPECT_EQ(out.front()->Records(), (RecordBatch{{"k", "new"}}));
+}
+
+TEST(IncomingQueue, IsBoundedInBytesToo) {
+    constexpr std::size_t megabyte = std::size_t{1} << 20;
+    const std::string large(megabyte, 'x');
+    IncomingQueue queue;
+    EXPECT_EQ(Enqueue(queue, "huge", std::string(100 * megabyte, 'x')).result, hr::ok)
+        << "an empty queue takes one record of any size";
+    EXPECT_EQ(Enqueue(queue, "k").result, hr::fail);
+    BatchList out;
+    queue.DequeueBatches(out, Flush::fullBatches);
+    ASSERT_EQ(out.size(), 1u) << "a refusal makes the batch ready";
+    queue.Recycle(RecordBatch{{"a", "b"}});
+    for (int i = 0; i < 200; ++i)
+        ASSERT_EQ(Enqueue(queue, Key(0), large).result, hr::ok) << "what is replaced doesn't count";
+    int taken = 1;
+    while (Succeeded(Enqueue(queue, Key(taken), large).result))
+        ++taken;
+    EXPECT_EQ(taken, 63) << "the keys count too";
+    EXPECT_EQ(Enqueue(queue, "k").result, hr::ok) << "a small one fits";
+    const Enqueued refused = Enqueue(queue, Key(taken), large);
+    EXPECT_EQ(refused.result, hr::fail);
+    EXPECT_TRUE(refused.wake);
+    out.clear();
+    queue.DequeueBatches(out, Flush::fullBatches);
+    EXPECT_EQ(queue.Size(), 0u) << "all is taken to make room";
+    std::size_t records = 0;
+    for (const auto& batch : out) {
+        EXPECT_LE(batch->Held().bytes, EventBatch::mostBytes);
+        records += batch->Size();
+    }
+    EXPECT_EQ(records, 64u);
+    EXPECT_EQ(Enqueue(queue, Key(taken), large).result, hr::ok);
 }
 
 TEST(IncomingQueue, ReportsFullnessOnceInHalfAnHourForAllQueues) {

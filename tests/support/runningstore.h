@@ -50,14 +50,15 @@ public:
     }
 
     // Adds records until one is refused, and returns how many were taken.
-    int Fill(bool silent = false) {
+    int Fill(RecordKind kind = RecordKind::event) {
         int taken = 0;
-        while (Succeeded(Insert(EventKey(taken), "{}", silent)))
+        while (Succeeded(Insert(EventKey(taken), "{}", kind)))
             ++taken;
         return taken;
     }
-    HRESULT Insert(const std::string& key, const std::string& value = "{}", bool silent = false) {
-        return core.EnqueueForInsertion(key, value, silent);
+    HRESULT Insert(const std::string& key, const std::string& value = "{}",
+                   RecordKind kind = RecordKind::event) {
+        return core.EnqueueForInsertion(key, value, kind);
     }
     bool OnDisk(const std::string& key) {
         std::string value;

@@ -84,9 +84,6 @@ inline constexpr ZEL::GUID traceProviderId = ZEL::MakeGuid("2EDA7F5B-B51E-4D6C-A
     MESSAGE(607, error, coordinatorWaitFailed, "the coordinator's wait failed")                   \
     MESSAGE(608, information, coordinatorEnds, "the coordinator ends")                            \
     MESSAGE(609, warning, recordNotQueued, "a record was not queued")                             \
-    MESSAGE(610, error, flushFailed, "a flush failed")                                            \
-    MESSAGE(611, error, lastFlushFailed, "the last flush failed")                                 \
-    MESSAGE(612, error, queueNotEmptied, "a queue can't be emptied")                              \
     MESSAGE(613, error, batchLost, "a batch was not written")                                     \
     MESSAGE(614, error, noJobController, "there is no job controller")                            \
     MESSAGE(615, warning, jobNotStarted, "the job was not started")                               \

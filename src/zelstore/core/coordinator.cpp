@@ -14,8 +14,9 @@
 // least every ten seconds. With live mode off only full batches and the tick of the flush timer
 // make it write; with live mode on each wake-up drains everything.
 //
-// It does not flush on its way out: Stop does that on its own thread, right after it has set the
-// stop event. Should both flush at the same moment, each batch goes to exactly one of them.
+// It does not flush on its way out: Stop waits for its end and then writes what is left on its own
+// thread. So one thread at a time writes, and records reach the disk in the order in which they
+// were accepted.
 
 namespace ZEL {
 
@@ -27,14 +28,15 @@ constexpr std::size_t waitCount = 4;
 
 // The table of errors counts failures; a host that has to account for its records needs their
 // number.
-void ReportLostBatch(HRESULT result, std::uint64_t added, const RecordBatch& records, bool silent) {
+void ReportLostBatch(HRESULT result, std::uint64_t added, const RecordBatch& records,
+                     RecordKind kind) {
     const auto report = [&] {
         const auto receipts = static_cast<std::uint64_t>(std::count_if(
             records.begin(), records.end(),
             [](const auto& record) { return record.first.starts_with(receivePrefix); }));
         wm::ErrorReport lost;
         lost.SetError(result, wm::reportLabel::lostBatch);
-        if (silent)
+        if (kind == RecordKind::silentEnrichment)
             lost.AddDetail(wm::lostDetail::enrichments, std::to_string(added));
         else
             lost.AddDetail(wm::lostDetail::events, std::to_string(added - receipts))
@@ -110,42 +112,35 @@ HRESULT EventStoreImpl::CoordinatorMain() {
         const bool live = liveMode_.load(std::memory_order_relaxed);
         if (woken == wm::waitTimedOut && !live)
             continue;
-        const HRESULT result = FlushQueues(live || woken == waitTimer);
-        if (Failed(result))
-            wm::Trace(wm::message::flushFailed, result);
+        FlushQueues(live || woken == waitTimer ? Flush::everything : Flush::fullBatches);
     }
     coordinatorThread_.SetName("ZEL Store Coordinator - Terminating");
     return hr::ok;
 }
 
-HRESULT EventStoreImpl::FlushQueues(bool flushAll) {
+void EventStoreImpl::FlushQueues(Flush what) {
     // Events first, so that no silent enrichment reaches the disk ahead of its event.
-    const HRESULT result = FlushQueue(eventQueue_, false, flushAll);
-    if (Failed(result))
-        return result;
-    return FlushQueue(silentQueue_, true, flushAll);
+    BatchList events;
+    eventQueue_.DequeueBatches(events, what);
+    IZelDbImpl* const database = database_.load(std::memory_order_acquire);
+    if (!events.empty() && database != nullptr)
+        database->AwaitWriteFolder([this] { return coordinatorThread_.StopRequested(); });
+    InsertBatches(std::move(events), RecordKind::event);
+    BatchList enrichments;
+    silentQueue_.DequeueBatches(enrichments, what);
+    InsertBatches(std::move(enrichments), RecordKind::silentEnrichment);
 }
 
-HRESULT EventStoreImpl::FlushQueue(IncomingQueue& queue, bool silent, bool flushAll) {
-    BatchList local;
-    const HRESULT result = queue.DequeueBatches(local, flushAll);
-    if (Failed(result)) {
-        wm::Trace(wm::message::queueNotEmptied, result);
-        return result;
-    }
-    IZelDbImpl* const database = database_.load(std::memory_order_acquire);
-    if (!silent && !local.empty() && database != nullptr)
-        database->AwaitWriteFolder([this] { return coordinatorThread_.StopRequested(); });
-    while (!local.empty()) {
-        std::unique_ptr<EventBatch> batch = std::move(local.front());
-        local.pop_front();
-        IgnoreResult(AtBoundary([&] { return InsertBatch(std::move(batch), silent); }),
+void EventStoreImpl::InsertBatches(BatchList batches, RecordKind kind) {
+    while (!batches.empty()) {
+        std::unique_ptr<EventBatch> batch = std::move(batches.front());
+        batches.pop_front();
+        IgnoreResult(AtBoundary([&] { return InsertBatch(std::move(batch), kind); }),
                      "the database counts its failures, and the other batches still go out");
     }
-    return result;
 }
 
-HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, bool silent) {
+HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, RecordKind kind) {
     IZelDbImpl* const database = database_.load(std::memory_order_acquire);
     if (database == nullptr) {
         wm::ReportError(hr::fail);
@@ -155,20 +150,20 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, bool sile
         wm::ReportError(hr::invalidArgument);
         return hr::invalidArgument;
     }
+    const bool isEvent = kind == RecordKind::event;
     RecordBatch& records = batch->Records();
     const HRESULT result =
-        silent ? database->WriteSilentRecords(records) : database->WriteRecords(records);
+        isEvent ? database->WriteRecords(records) : database->WriteSilentRecords(records);
     if (Failed(result)) {
         wm::Trace(wm::message::batchLost, result);
-        ReportLostBatch(result, batch->Added(), records, silent);
+        ReportLostBatch(result, batch->Added(), records, kind);
     }
-    if (!silent)
+    if (isEvent)
         NotifyJob(records);
-    (silent ? silentQueue_ : eventQueue_).Recycle(std::move(records));
+    (isEvent ? eventQueue_ : silentQueue_).Recycle(std::move(records));
     return result;
 }
 
-// Receive-time rows announce new events to the job that sends them on.
 void EventStoreImpl::NotifyJob(const RecordBatch& records) {
     if (!liveMode_.load(std::memory_order_relaxed))
         return;

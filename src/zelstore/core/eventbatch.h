@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -7,6 +8,12 @@
 #include "zelstore/database/izeldbimpl.h"
 
 namespace ZEL {
+
+// How much some batches hold.
+struct Amount {
+    std::size_t records = 0;
+    std::size_t bytes = 0;  // of keys and values
+};
 
 // One unit of hand-over from the producers to the coordinator: up to `capacity` records under
 // distinct keys. Producers add under the batch's lock; who has taken the batch out of its queue
@@ -18,34 +25,43 @@ namespace ZEL {
 class EventBatch {
 public:
     static constexpr std::uint32_t capacity = 500;
+    // A batch of large records ends earlier: the database writes it in one piece, and keeps it in
+    // memory more than once meanwhile.
+    static constexpr std::size_t mostBytes = std::size_t{4} << 20;
 
     EventBatch() = default;
     // A new batch that uses the entries of a written one.
     explicit EventBatch(RecordBatch spent) noexcept : spent_(std::move(spent)) {}
 
     // A record with the key of one in the batch replaces that one's value.
-    // What the two texts hold then is of no use; the caller frees it behind all locks.
+    // What the two texts hold then is of no use; the caller frees it after all locks are released.
     void Add(std::string& key, std::string& value) EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
         ++added_;
+        const std::size_t keyBytes = key.size(), valueBytes = value.size();
+        const std::size_t before = records_.size();
         // Records mostly come in the order of their keys, and then go to the end at once.
         if (spent_.empty()) {
-            records_.insert_or_assign(records_.end(), std::move(key), std::move(value));
-            return;
+            records_.try_emplace(records_.end(), std::move(key))->second.swap(value);
+        } else {
+            RecordBatch::node_type entry = spent_.extract(spent_.begin());
+            entry.key().swap(key);
+            entry.mapped().swap(value);
+            const auto place = records_.insert(records_.end(), std::move(entry));
+            // Left as it was where there is a record with its key.
+            if (entry) {  // NOLINT(bugprone-use-after-move)
+                place->second.swap(entry.mapped());
+                value.swap(entry.mapped());
+            }
         }
-        RecordBatch::node_type entry = spent_.extract(spent_.begin());
-        entry.key().swap(key);
-        entry.mapped().swap(value);
-        const auto place = records_.insert(records_.end(), std::move(entry));
-        // Left as it was where there is a record with its key. NOLINTBEGIN(bugprone-use-after-move)
-        if (entry)
-            place->second.swap(entry.mapped());
-        // NOLINTEND(bugprone-use-after-move)
+        // What was replaced stands in `value` now.
+        bytes_ += valueBytes + (records_.size() != before ? keyBytes : -value.size());
     }
-    std::size_t Size() const EXCLUDES(lock_) {
+    Amount Held() const EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
-        return records_.size();
+        return {records_.size(), bytes_};
     }
+    std::size_t Size() const EXCLUDES(lock_) { return Held().records; }
     // For the sole owner of a batch that has left its queue.
     RecordBatch& Records() NO_THREAD_SAFETY_ANALYSIS { return records_; }
     // How many records came in, those included that a later one with their key replaced.
@@ -55,6 +71,7 @@ private:
     mutable wm::Lock lock_{wm::LockRank::batch};
     RecordBatch records_ GUARDED_BY(lock_);
     RecordBatch spent_ GUARDED_BY(lock_);
+    std::size_t bytes_ GUARDED_BY(lock_) = 0;
     std::uint64_t added_ GUARDED_BY(lock_) = 0;
 };
 

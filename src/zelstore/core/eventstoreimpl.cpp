@@ -14,14 +14,20 @@
 
 // Starting and stopping.
 //
-// Initialize builds the store up in a fixed order and, when a step fails, runs Stop and Shutdown on
-// what there is; so each step of those two looks whether what it ends exists. The coordinator
-// starts before the database is opened: no record can reach it in between, since Insert refuses
-// records while there is no database.
+// Initialize builds the store up in a fixed order and, when a step fails, stops and closes what
+// there is; so each step of that looks whether what it ends exists. The coordinator starts before
+// the database is opened: no record can reach it in between, since Insert refuses records while
+// there is no database.
 //
-// Stopping takes two calls. Stop signals: it ends the coordinator, stops the queries and writes on
-// the caller's thread what is queued; it waits for no thread. Shutdown waits and closes. A record
-// that comes between the two stays in its queue for a later Initialize.
+// Stopping takes two calls. Stop ends the coordinator and waits for what it has in hand, tells the
+// queries to end and writes on the caller's thread what is queued. Shutdown waits for the purge and
+// the queries, and closes. A record that comes between the two stays in its queue for a later
+// Initialize.
+//
+// The three exclude each other by one lock. A query's callback may call any of them while another
+// thread waits in Shutdown for that very query, so Shutdown waits without the lock, and looks at
+// the era when it comes back: after a start, the store is somebody's again and stays open; after a
+// start that was stopped, there is more to wait for.
 
 namespace ZEL {
 
@@ -58,6 +64,7 @@ HRESULT EventStoreImpl::Initialize() {
     const wm::Hold hold(stateLock_);
     if (running_)
         return hr::nothingToDo;
+    ++era_;
     HRESULT result = hr::outOfMemory;
     try {
         result = Start();
@@ -66,7 +73,8 @@ HRESULT EventStoreImpl::Initialize() {
     }
     if (Failed(result)) {
         IgnoreResult(Stop(), "the failure of the start is what the caller needs");
-        IgnoreResult(Shutdown(), "always succeeds");
+        purgeThread_.Wait();  // one of a former start
+        Close();
     }
     return result;
 }
@@ -130,13 +138,20 @@ HRESULT EventStoreImpl::EnableQueries() {
 }
 
 HRESULT EventStoreImpl::Stop() {
-    {
-        const wm::Hold hold(stateLock_);
-        running_ = false;
-    }
+    const wm::Hold hold(stateLock_);
+    running_ = false;
     purgeThread_.RequestStop();
     coordinatorThread_.RequestStop();
     stopEvent_.Set();
+    StopQueries();
+    coordinatorThread_.Wait();
+    FlushQueues(Flush::everything);
+    if (IZelDbImpl* database = database_.load(std::memory_order_acquire))
+        database->AbortScans();
+    return hr::ok;
+}
+
+void EventStoreImpl::StopQueries() {
     QueryModule& queries = Queries();
     const wm::Hold hold(queries.queryManagerLock);
     if (queries.queryManager) {
@@ -144,20 +159,48 @@ HRESULT EventStoreImpl::Stop() {
         queries.queryManager->StopAllQueries();
     }
     queries.leaving.CancelAll();
-    const HRESULT result = FlushQueues(true);
-    if (Failed(result))
-        wm::Trace(wm::message::lastFlushFailed, result);
-    if (IZelDbImpl* database = database_.load(std::memory_order_acquire))
-        database->AbortScans();
-    return result;
 }
 
 HRESULT EventStoreImpl::Shutdown() {
-    purgeThread_.Wait();
+    for (;;) {
+        const std::uint64_t era = AwaitThreads();
+        const wm::Hold hold(stateLock_);
+        if (era == era_)
+            Close();
+        else if (!running_)
+            continue;
+        return hr::ok;
+    }
+}
+
+// Gives the era whose threads have ended.
+std::uint64_t EventStoreImpl::AwaitThreads() {
+    QueryModule& queries = Queries();
+    std::uint64_t era = 0;
+    std::shared_ptr<QueryManager> manager;
+    {
+        const wm::Hold hold(stateLock_);
+        const wm::Hold holdQueries(queries.queryManagerLock);
+        era = era_;
+        manager = queries.queryManager;
+    }
     coordinatorThread_.Wait();
-    WaitForQueries();
-    if (flushTimer_.IsActive())
-        flushTimer_.Stop();
+    purgeThread_.Wait();
+    IgnoreResult(AtBoundary([&] {
+                     if (manager)
+                         manager->WaitAllQueries();
+                     queries.leaving.WaitAll();
+                     return hr::ok;
+                 }),
+                 "without memory for its list, a query is not waited for");
+    return era;
+}
+
+void EventStoreImpl::Close() {
+    ++era_;
+    running_ = false;
+    CloseQueries();
+    flushTimer_.Stop();
     stopEvent_.Close();
     eventBatchReady_.Close();
     silentBatchReady_.Close();
@@ -165,26 +208,25 @@ HRESULT EventStoreImpl::Shutdown() {
     if (IZelDbImpl* database = database_.load(std::memory_order_acquire))
         database->CloseAll();
     liveMode_.exchange(false);
-    if (jobController_) {
-        IgnoreResult(jobController_->Detach(), "the controller goes in any case");
-        IgnoreResult(jobController_->Uninitialize(), "the controller goes in any case");
-        jobController_.Reset();
-    }
-    return hr::ok;
+    DropJobController();
 }
 
-// No lock is held during the wait: a query's callback may be about to take it.
-void EventStoreImpl::WaitForQueries() {
+void EventStoreImpl::CloseQueries() {
     QueryModule& queries = Queries();
-    std::shared_ptr<QueryManager> manager;
-    {
-        const wm::Hold hold(queries.queryManagerLock);
-        queries.queriesEnabled = false;
-        manager = std::move(queries.queryManager);
-    }
-    if (manager)
-        manager->WaitAllQueries();
-    queries.leaving.WaitAll();
+    const wm::Hold hold(queries.queryManagerLock);
+    queries.queriesEnabled = false;
+    // Those that were not waited for still run. The next Shutdown waits for them.
+    if (queries.queryManager)
+        queries.queryManager->AbandonAllQueries();
+    queries.queryManager.reset();
+}
+
+void EventStoreImpl::DropJobController() {
+    if (!jobController_)
+        return;
+    IgnoreResult(jobController_->Detach(), "the controller goes in any case");
+    IgnoreResult(jobController_->Uninitialize(), "the controller goes in any case");
+    jobController_.Reset();
 }
 
 HRESULT EventStoreImpl::Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
@@ -198,7 +240,7 @@ HRESULT EventStoreImpl::SetLiveMode(bool enable) {
     return hr::ok;
 }
 
-HRESULT EventStoreImpl::Insert(IStringValue* key, IStringValue* value, bool silent) {
+HRESULT EventStoreImpl::Insert(IStringValue* key, IStringValue* value, RecordKind kind) {
     if (database_.load(std::memory_order_acquire) == nullptr) {
         wm::ReportError(hr::notReady);
         return hr::notReady;
@@ -214,10 +256,11 @@ HRESULT EventStoreImpl::Insert(IStringValue* key, IStringValue* value, bool sile
         wm::ReportError(hr::fail);
         return hr::fail;
     }
-    return EnqueueForInsertion(std::move(keyUtf8), std::move(valueUtf8), silent);
+    return EnqueueForInsertion(std::move(keyUtf8), std::move(valueUtf8), kind);
 }
 
-HRESULT EventStoreImpl::EnqueueForInsertion(std::string key, std::string value, bool silent) {
+HRESULT EventStoreImpl::EnqueueForInsertion(std::string key, std::string value, RecordKind kind) {
+    const bool silent = kind == RecordKind::silentEnrichment;
     IncomingQueue& queue = silent ? silentQueue_ : eventQueue_;
     wm::EventObject& ready = silent ? silentBatchReady_ : eventBatchReady_;
     bool wake = false;

@@ -22,10 +22,15 @@ struct StorePeriods {
     std::uint32_t flushTimerMs = 60000;
 };
 
+enum class RecordKind {
+    event,             // also an enrichment that is written beside the events
+    silentEnrichment,  // goes to the database of its event's date
+};
+
 // The one running store of the process: two incoming queues, the coordinator thread that empties
 // them into the database, the purge thread, and the start and stop of it all. Proxies share it. All
-// operations may be called from any thread, but Stop and Shutdown not at the same time. The
-// destructor writes nothing: Stop and Shutdown belong before it.
+// operations may be called from any thread, also from callbacks of queries. The destructor writes
+// nothing: Stop and Shutdown belong before it.
 class EventStoreImpl {
 public:
     // The core of the process: the living one, or a new one that is not started. Null when memory
@@ -42,8 +47,8 @@ public:
     HRESULT Shutdown();
 
     // `key` and `value` are UTF-8 and are moved on to the batch.
-    HRESULT Insert(IStringValue* key, IStringValue* value, bool silent);
-    HRESULT EnqueueForInsertion(std::string key, std::string value, bool silent);
+    HRESULT Insert(IStringValue* key, IStringValue* value, RecordKind kind);
+    HRESULT EnqueueForInsertion(std::string key, std::string value, RecordKind kind);
 
     HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
                   HANDLE pauseEvent);
@@ -58,17 +63,21 @@ private:
     HRESULT StartJobController() REQUIRES(stateLock_);
     HRESULT OpenDatabase();
     HRESULT EnableQueries() REQUIRES(stateLock_);
-    void WaitForQueries();
+    void StopQueries();
+    std::uint64_t AwaitThreads() EXCLUDES(stateLock_);
+    void Close() REQUIRES(stateLock_);
+    void CloseQueries();
+    void DropJobController() REQUIRES(stateLock_);
 
     HRESULT StartCoordinator();
     HRESULT StartFlushTimer();
     HRESULT TimerError() const noexcept;
     HRESULT CoordinatorMain();
-    HRESULT FlushQueues(bool flushAll);
-    HRESULT FlushQueue(IncomingQueue& queue, bool silent, bool flushAll);
-    HRESULT InsertBatch(std::unique_ptr<EventBatch> batch, bool silent);
+    void FlushQueues(Flush what);
+    void InsertBatches(BatchList batches, RecordKind kind);
+    HRESULT InsertBatch(std::unique_ptr<EventBatch> batch, RecordKind kind);
     void NotifyJob(const RecordBatch& records);
-    HRESULT PurgeMain();
+    HRESULT PurgeMain(std::uint32_t maxSizeMegabytes);
     void PublishPurgeStatus(std::uint32_t status);
 
     // Null means that the store is not open. Not owned: it lives until the process ends.
@@ -77,6 +86,9 @@ private:
     IncomingQueue silentQueue_;  // silent enrichments
     wm::WorkerThread coordinatorThread_;
     wm::RegisteredWaitTimer flushTimer_;
+    // Held by Initialize and Stop throughout, and by Shutdown while it closes, but not while that
+    // waits for threads: a query's callback may want the lock. Recursive, since a start that fails
+    // stops what it has made.
     wm::RecursiveLock stateLock_{wm::LockRank::state};
     // All auto-reset: several settings before the coordinator wakes count as one, which loses
     // nothing, since it takes all that is ready.
@@ -85,11 +97,11 @@ private:
     wm::EventObject timerEvent_;
     wm::EventObject stopEvent_;
     wm::WorkerThread purgeThread_;
-    // Written under stateLock_ and only while no purge runs; read by the purge thread without it,
-    // since a start that fails waits for that thread with the lock held.
-    std::atomic<std::uint32_t> purgeLimit_{0xFFFFFFFF};
     std::uint32_t lastPurgeStatus_ = 0;  // of the purge thread alone
     bool running_ GUARDED_BY(stateLock_) = false;
+    // One more with each start and each close, so that a Shutdown that has waited knows whether it
+    // has waited for all there is.
+    std::uint64_t era_ GUARDED_BY(stateLock_) = 0;
     std::atomic<bool> liveMode_{false};
     CountedPtr<IZELJobController> jobController_;
     const StorePeriods periods_;

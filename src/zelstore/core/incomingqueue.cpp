@@ -1,9 +1,19 @@
 #include "zelstore/core/incomingqueue.h"
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <new>
 
 #include "common/hostservices.h"
+
+// The hand-over of records to the coordinator. Producers fill one batch, the last; those ahead of
+// it take nothing more and wait for the coordinator, which takes them all at once. A batch is
+// announced by the first record that no longer fits into it, so producers ask for a wake-up once in
+// 500 records, or once in 4 MiB.
+//
+// What waits is bounded in records, for small ones, and in bytes, for large ones. What the
+// coordinator has taken is not counted here: as much again may be in its hands.
 
 namespace ZEL {
 
@@ -18,26 +28,33 @@ std::atomic<std::uint64_t> lastCapacityReport{0};
 // The most bytes that a spent entry keeps for the next one.
 constexpr std::size_t largestKept = 4096;
 
+// Whether a batch that holds `held` takes `bytes` more. An empty one takes any record.
+bool HasRoomFor(const Amount& held, std::size_t bytes) {
+    return held.records < EventBatch::capacity &&
+           (held.records == 0 || held.bytes + bytes <= EventBatch::mostBytes);
+}
+
 }  // namespace
 
 void IncomingQueue::SetCapacity(std::uint32_t records) {
+    const std::size_t batches = std::max<std::size_t>(records / EventBatch::capacity, 1);
     const wm::Hold hold(lock_);
-    capacity_ = records;
+    recordLimit_ = batches * EventBatch::capacity;
 }
 
-EventBatch* IncomingQueue::AppendBatchLocked() {
+BatchList IncomingQueue::MakeBatchLocked() {
+    BatchList made;
     try {
         RecordBatch spent;
         if (!spent_.empty()) {
             spent.swap(spent_.back());
             spent_.pop_back();
         }
-        batches_.push_back(std::make_unique<EventBatch>(std::move(spent)));
-        return batches_.back().get();
+        made.push_back(std::make_unique<EventBatch>(std::move(spent)));
     } catch (const std::bad_alloc&) {
         wm::ReportError(hr::outOfMemory);
-        return nullptr;
     }
+    return made;
 }
 
 void IncomingQueue::ReportFullQueue() {
@@ -49,44 +66,54 @@ void IncomingQueue::ReportFullQueue() {
                     "Max capacity reached, can not add event to the queue.");
 }
 
+bool IncomingQueue::IsFullLocked(const Amount& last, std::size_t bytes) const {
+    const std::size_t records = aheadOfLast_.records + last.records;
+    return records >= recordLimit_ ||
+           (records != 0 && aheadOfLast_.bytes + last.bytes + bytes > mostBytes);
+}
+
 HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool* wake) {
+    const std::size_t bytes = key.size() + value.size();
     const wm::Hold hold(lock_);
+    EventBatch* const last = batches_.empty() ? nullptr : batches_.back().get();
+    const Amount held = last != nullptr ? last->Held() : Amount{};
     *wake = false;
-    EventBatch* last = batches_.empty() ? AppendBatchLocked() : batches_.back().get();
-    if (last == nullptr)
-        return hr::outOfMemory;
-    if (last->Size() == EventBatch::capacity) {
-        if (batches_.size() >= capacity_ / EventBatch::capacity) {
-            ReportFullQueue();
-            *wake = true;
-            return hr::fail;
-        }
-        last = AppendBatchLocked();
-        if (last == nullptr)
-            return hr::outOfMemory;
+    if (IsFullLocked(held, bytes)) {
+        isLastClosed_ = true;
+        ReportFullQueue();
         *wake = true;
+        return hr::fail;
     }
-    try {
+    if (last != nullptr && !isLastClosed_ && HasRoomFor(held, bytes)) {
         last->Add(key, value);
-    } catch (...) {
-        if (last->Size() == 0)
-            batches_.pop_back();  // an empty batch would never be written
-        throw;
+        return hr::ok;
     }
+    BatchList next = MakeBatchLocked();
+    if (next.empty())
+        return hr::outOfMemory;
+    next.front()->Add(key, value);
+    batches_.splice(batches_.end(), next);
+    aheadOfLast_.records += held.records;
+    aheadOfLast_.bytes += held.bytes;
+    isLastClosed_ = false;
+    *wake = last != nullptr;
     return hr::ok;
 }
 
-HRESULT IncomingQueue::DequeueBatches(BatchList& out, bool flushAll) {
-    SpentBatches dropped;  // behind the lock
+void IncomingQueue::DequeueBatches(BatchList& out, Flush what) {
+    SpentBatches dropped;  // freed after the lock is released
     const wm::Hold hold(lock_);
-    if (flushAll && batches_.empty())
-        dropped.swap(spent_);
-    while (!batches_.empty()) {
-        if (!flushAll && batches_.front()->Size() != EventBatch::capacity)
-            break;
-        out.splice(out.end(), batches_, batches_.begin());
+    if (batches_.empty()) {
+        if (what == Flush::everything)
+            dropped.swap(spent_);
+        return;
     }
-    return hr::ok;
+    const bool isLastTaken = what == Flush::everything || isLastClosed_ ||
+                             batches_.back()->Size() == EventBatch::capacity;
+    out.splice(out.end(), batches_, batches_.begin(),
+               isLastTaken ? batches_.end() : std::prev(batches_.end()));
+    aheadOfLast_ = {};
+    isLastClosed_ = false;
 }
 
 void IncomingQueue::Recycle(RecordBatch spent) noexcept {

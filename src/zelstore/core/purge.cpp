@@ -21,8 +21,7 @@ HRESULT EventStoreImpl::Purge(std::uint32_t maxSizeMegabytes) {
             wm::Trace(wm::message::purgeRunsAlready, hr::nothingToDo);
             return hr::nothingToDo;
         }
-        purgeLimit_.store(maxSizeMegabytes);
-        if (!purgeThread_.Start([this] { return PurgeMain(); })) {
+        if (!purgeThread_.Start([this, maxSizeMegabytes] { return PurgeMain(maxSizeMegabytes); })) {
             wm::Trace(wm::message::purgeNotStarted, hr::threadNotStarted);
             return hr::threadNotStarted;
         }
@@ -32,7 +31,7 @@ HRESULT EventStoreImpl::Purge(std::uint32_t maxSizeMegabytes) {
     return hr::ok;
 }
 
-HRESULT EventStoreImpl::PurgeMain() {
+HRESULT EventStoreImpl::PurgeMain(std::uint32_t maxSizeMegabytes) {
     IZelDbImpl* const database = database_.load(std::memory_order_acquire);
     if (database == nullptr) {
         wm::ReportError(hr::fail);
@@ -40,7 +39,7 @@ HRESULT EventStoreImpl::PurgeMain() {
         return hr::fail;
     }
     std::uint32_t status = 0;
-    const HRESULT result = database->EnforceSizeLimit(purgeLimit_.load(), &status);
+    const HRESULT result = database->EnforceSizeLimit(maxSizeMegabytes, &status);
     if (Failed(result)) {
         wm::Trace(wm::message::sizeLimitNotEnforced, result);
         return result;

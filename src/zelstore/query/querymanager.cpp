@@ -132,14 +132,21 @@ void QueryManager::AbandonAllQueries() {
     queries_.clear();
 }
 
+// A query stays entered until its end, since others may come to wait for it as well.
 void QueryManager::WaitAllQueries() {
-    std::map<QueryId, QueryPtr> queries;
-    {
+    for (;;) {
+        std::pair<QueryId, QueryPtr> next;
+        {
+            const wm::Hold hold(lock_);
+            accepting_ = false;
+            if (queries_.empty())
+                return;
+            next = *queries_.begin();
+        }
+        Await(next.second);
         const wm::Hold hold(lock_);
-        queries.swap(queries_);
+        queries_.erase(next.first);
     }
-    for (const auto& [id, query] : queries)
-        Await(query);
 }
 
 }  // namespace ZEL

@@ -48,7 +48,8 @@ public:
 
     // Refuses new queries and tells all to end.
     void StopAllQueries() EXCLUDES(lock_);
-    // Waits for all and forgets them.
+    // Refuses new queries, waits for all and forgets them. May be called by several threads: each
+    // waits for all.
     void WaitAllQueries() EXCLUDES(lock_);
     // Leaves all to the next shut-down, without a wait.
     void AbandonAllQueries() EXCLUDES(lock_);
