@@ -121,11 +121,12 @@ bool WatchRoom(Room& room) {
     CountedPtr<ZEL::IMonitorRegistration> registration;
     if (Failed(wm::LoadInstalledObject(L"ZELStore", ZEL::diskSpaceMonitorManagerObjectId,
                                        ZEL::iidDiskSpaceMonitorManager, monitors.ReceiveVoid())) ||
-        Failed(monitors->StartMonitor()) ||
-        Failed(monitors->GetRegistration(registration.Receive())) ||
-        Failed(registration->Subscribe(&room)))
+        Failed(monitors->StartMonitor()))
         return false;
-    return Succeeded(registration->Unsubscribe(&room)) && Succeeded(monitors->StopMonitor());
+    const bool worked = Succeeded(monitors->GetRegistration(registration.Receive())) &&
+                        Succeeded(registration->Subscribe(&room)) &&
+                        Succeeded(registration->Unsubscribe(&room));
+    return Succeeded(monitors->StopMonitor()) && worked;
 }
 
 // True when there are none.
@@ -170,6 +171,7 @@ int main(int argc, char** argv) {
                                        store.ReceiveVoid())) ||
         Failed(store->Initialize()))
         return 1;
+    // Whatever failed, Stop comes before Shutdown, which waits for what it ends.
     const bool worked = Run(*store);
     const bool written = Succeeded(store->Stop());
     const bool isWhole = PrintDatabaseErrors(*store);

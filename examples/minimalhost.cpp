@@ -46,7 +46,7 @@ bool IsWhole(ZEL::IEventStore7& store) {
     return Succeeded(store.GetDatabaseErrors(errors.Receive())) && errors->Count() == 0;
 }
 
-bool Run(ZEL::IEventStore7& store) {
+bool StoreTwo(ZEL::IEventStore7& store) {
     for (int number : {1, 2}) {
         const auto event = Value(Event(number));
         CountedPtr<IStringValue> key;
@@ -54,10 +54,10 @@ bool Run(ZEL::IEventStore7& store) {
             Failed(store.Insert(key.Get(), event.Get())))
             return false;
     }
-    // Queries see what has reached the disk. Stop writes what is queued; without it the store does
-    // so within a minute.
-    if (Failed(store.Stop()))
-        return false;
+    return true;
+}
+
+bool ReadBack(ZEL::IEventStore7& store) {
     Printer printer;
     wm::EventObject stop;
     const auto document = Value(
@@ -80,7 +80,11 @@ int main(int argc, char** argv) {
                                        store.ReceiveVoid())) ||
         Failed(store->Initialize()))
         return 1;
-    const bool worked = Run(*store);
+    // Queries see what has reached the disk. Stop writes what is queued; without it the store does
+    // so within a minute. Whatever failed, it comes before Shutdown, which waits for what it ends.
+    const bool stored = StoreTwo(*store);
+    const bool written = Succeeded(store->Stop());
+    const bool worked = stored && written && ReadBack(*store);
     if (!worked)
         std::fprintf(stderr, "minimalhost: events can't be stored or read in %s\n", argv[1]);
     return Succeeded(store->Shutdown()) && worked ? 0 : 1;

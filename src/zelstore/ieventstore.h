@@ -52,8 +52,8 @@ inline constexpr std::int32_t keyKindEvent = 0;    // from an event record
 inline constexpr std::int32_t keyKindReceive = 1;  // from the clock
 
 // The event store, in seven versions of one table of operations. All operations may be called from
-// any thread; Stop and Shutdown not at the same time as each other. Every object of the class
-// reaches the one store of the process. Nothing is thrown: memory exhaustion gives 0x8007000E, any
+// any thread, also from a query's callback. Every object of the class reaches the one store of the
+// process. Nothing is thrown: memory exhaustion gives 0x8007000E, any
 // other exception 0x8000FFFF. A null pointer for an output gives 0x80070057; what is given carries
 // one reference that the caller owns. On failure an output is not to be used.
 //
@@ -70,8 +70,9 @@ public:
     // Queues a record, of which the store keeps copies. 0x80070015 before Initialize; 0x80070057
     // for a null or empty argument; 0x80004005 for text that is not Unicode, and when the queue is
     // full: the record is then not taken, and may be offered again; 0x8000FFFF when it is full and
-    // the store has been stopped, so that nobody will empty it. Never waits for the disk. What
-    // becomes of a queued record only GetDatabaseErrors tells.
+    // the store has been stopped, so that nobody will empty it. Full means 20,000 records (see the
+    // settings) or 64 MiB of keys and values in UTF-8; an empty queue takes a larger one, too.
+    // Never waits for the disk. What becomes of a queued record only GetDatabaseErrors tells.
     virtual HRESULT Insert(IStringValue* key, IStringValue* value) = 0;
 
     // Runs an event_query document on the calling thread. 0x80070057 for a null callback, with no
@@ -108,13 +109,18 @@ public:
     // 0x8007000E, 0x8007009B without a thread. In each process the folders are listed once: a store
     // that is started anew sees only what it then writes.
     virtual HRESULT Initialize() = 0;
-    // Asks purge, queries and coordinator to end and waits for none of them: a purge goes on, walks
-    // end at their next thousandth row. Writes what is queued, on the calling thread. Batches that
-    // can't be written don't fail it: GetDatabaseErrors tells them. Records that are inserted from
-    // here on stay queued.
+    // Writes all records that were accepted before the call, in the order of their acceptance: it
+    // waits for what is being written, then writes what is queued, on the calling thread. Batches
+    // that can't be written don't fail it: GetDatabaseErrors tells them. Purge and queries are
+    // asked to end and not waited for: a purge goes on, walks that run end at their next thousandth
+    // row. Queries of IZelStoreQuery are refused from here on; Query goes on to work, and finds
+    // what was written. Records that are inserted from here on stay queued for the next start.
     virtual HRESULT Stop() = 0;
-    // Waits for the store's threads, closes its databases and ends live mode. Always succeeds. Call
-    // Stop first: without it the wait has no end.
+    // Waits for the store's threads, but for the one that calls it, closes its databases and ends
+    // live mode. Always succeeds. Call Stop first, on every path: without it the wait has no end.
+    //
+    // Initialize, Stop and Shutdown exclude each other; each may be called by several threads. A
+    // store that another thread starts anew while Shutdown waits is left open.
     virtual HRESULT Shutdown() = 0;
 
 protected:

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include "common/boundary.h"
 #include "support/client.h"
 #include "support/failingmemory.h"
 #include "support/storefixture.h"
+#include "zelstore/core/incomingqueue.h"
 #include "zelstore/diskmonitor/idiskspacemonitor.h"
 #include "zelstore/jobs/countedevent.h"
 
@@ -70,6 +72,36 @@ TEST(Memory, MonitorStartsOrSaysWhyNot) {
     });
     EXPECT_GE(points, 2);
     EXPECT_EQ(last, hr::ok);
+}
+
+TEST(Memory, QueueKeepsSmallEntriesOfAFewWrittenBatchesUntilItRunsEmpty) {
+    IncomingQueue queue;
+    BatchList taken;
+    // Whether the first record of a batch needs no memory but the batch's and its place in the
+    // list.
+    const auto usesSpentEntry = [&] {
+        HRESULT result = hr::fail;
+        bool wake = false;
+        {
+            const test::FailingMemory memory(2);
+            result = AtBoundary([&] { return queue.EnqueueEventData("k", "v", &wake); });
+        }
+        queue.DequeueBatches(taken, Flush::fullBatches);
+        if (Succeeded(result))
+            queue.DequeueBatches(taken, Flush::everything);
+        return Succeeded(result);
+    };
+    EXPECT_FALSE(usesSpentEntry());
+    queue.Recycle({{"k", std::string(5000, 'x')}});
+    EXPECT_FALSE(usesSpentEntry()) << "it was large";
+    for (std::size_t i = 0; i <= IncomingQueue::mostSpent; ++i)
+        queue.Recycle({{"k", "v"}});
+    for (std::size_t i = 0; i < IncomingQueue::mostSpent; ++i)
+        EXPECT_TRUE(usesSpentEntry()) << i;
+    EXPECT_FALSE(usesSpentEntry());
+    queue.Recycle({{"k", "v"}});
+    queue.DequeueBatches(taken, Flush::everything);
+    EXPECT_FALSE(usesSpentEntry()) << "the queue was empty when all was asked for";
 }
 
 TEST(Memory, JobsKeepWhatTheyHad) {
