@@ -92,10 +92,11 @@ TEST_F(Asking, ShutdownWaitsForAQueryThatEndedItself) {
 
 TEST_F(Asking, CallbackMayDoAllWhileAShutdownWaitsForItsQuery) {
     ASSERT_EQ(store.core.Initialize(), hr::ok);
-    std::atomic<bool> isClosing{false}, isOver{false};
+    std::atomic<bool> hasBegun{false}, isClosing{false}, isOver{false};
     RecordingCallback callback;
     callback.onEnd = [&] { isOver = true; };
     Begin(callback, [&] {
+        hasBegun = true;
         while (!isClosing)
             std::this_thread::yield();
         for (int i = 0; i < 2; ++i) {
@@ -105,6 +106,8 @@ TEST_F(Asking, CallbackMayDoAllWhileAShutdownWaitsForItsQuery) {
         }
         EXPECT_EQ(store.core.Shutdown(), hr::ok);
     });
+    while (!hasBegun)
+        std::this_thread::yield();
     EXPECT_EQ(store.core.Stop(), hr::ok);
     isClosing = true;
     EXPECT_EQ(store.core.Shutdown(), hr::ok);
