@@ -1,18 +1,16 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <leveldb/slice.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "support/recordingsink.h"
 #include "support/storefixture.h"
-#include "zelstore/database/iquerysink.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 #include "zelstore/database/masterdatabase.h"
@@ -29,35 +27,6 @@ inline RecordBatch Rows(int count, const std::string& date = "2026-11-12") {
         batch[Key(date, i)] = "{}";
     return batch;
 }
-
-// Keeps the keys it is given, and answers as it is told.
-class RecordingSink : public IQuerySink {
-public:
-    HRESULT Begin(IZelDbImpl*) override {
-        ++begins;
-        return beginAnswer;
-    }
-    HRESULT End() override {
-        ++ends;
-        return hr::fail;  // only traced
-    }
-    HRESULT Attach(leveldb::DB* instance, const leveldb::ReadOptions&) override {
-        EXPECT_NE(instance, nullptr);
-        ++attached;
-        return attachAnswer;
-    }
-    RowResult OnRecord(const leveldb::Slice& key, const leveldb::Slice&, bool* keepGoing) override {
-        keys.push_back(key.ToString());
-        return onRow ? onRow(keepGoing) : RowResult::goOn;
-    }
-    HRESULT SetEndValue(const std::string&) override { return hr::ok; }
-    std::int32_t GetMatchCount() override { return 0; }
-
-    HRESULT beginAnswer = hr::ok, attachAnswer = hr::ok;
-    std::function<RowResult(bool*)> onRow;
-    std::vector<std::string> keys;
-    int begins = 0, ends = 0, attached = 0;
-};
 
 // A process that has a database open until it is told to end.
 class OtherProcess {

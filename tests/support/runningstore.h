@@ -8,27 +8,12 @@
 #include <thread>
 
 #include "support/client.h"
+#include "support/recordingsink.h"
 #include "support/storefixture.h"
 #include "zelstore/core/eventstoreimpl.h"
-#include "zelstore/database/iquerysink.h"
 #include "zelstore/database/masterdatabase.h"
 
 namespace ZEL::test {
-
-class CountingSink final : public IQuerySink {
-public:
-    HRESULT Begin(IZelDbImpl*) override { return hr::ok; }
-    HRESULT End() override { return hr::ok; }
-    HRESULT Attach(leveldb::DB*, const leveldb::ReadOptions&) override { return hr::ok; }
-    RowResult OnRecord(const leveldb::Slice&, const leveldb::Slice&, bool*) override {
-        ++rows;
-        return RowResult::goOn;
-    }
-    HRESULT SetEndValue(const std::string&) override { return hr::ok; }
-    std::int32_t GetMatchCount() override { return 0; }
-
-    std::size_t rows = 0;
-};
 
 inline std::string EventKey(int i) {
     return "p<begin_time>2026-01-01T00:00:00.000Z<sequence>" + std::to_string(1000000000 + i);
@@ -74,11 +59,11 @@ public:
         End();
         ZelMasterDatabase database;
         EXPECT_EQ(database.LoadExistingDatabases(), hr::ok);
-        CountingSink sink;
+        RecordingSink sink;
         wm::EventObject stop;
         EXPECT_TRUE(stop.Create(false, false));
         EXPECT_EQ(database.Scan("p", &sink, stop.Handle(), nullptr), hr::ok);
-        return sink.rows;
+        return sink.keys.size();
     }
 
     TempStore directory;
