@@ -8,7 +8,7 @@ _zel_flags() { # COMMAND: its flags
             --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output ;;
         enrich) echo --help --live --silent --ndjson ;;
-        purge) echo --help --max-size --dry-run --output ;;
+        purge) echo --help --max-size --dry-run --including-foreign --output ;;
         info) echo --help --check --output ;;
         monitor) echo --help --once --stop-below --resume-percent --output ;;
         "machine show") echo --help --machine ;;
@@ -19,7 +19,7 @@ _zel_flags() { # COMMAND: its flags
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
         "") echo ingest query enrich purge info monitor settings machine ;;
-        settings) echo get set ;;
+        settings) echo get set unset ;;
         machine) echo show ;;
     esac
 }

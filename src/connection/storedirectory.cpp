@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +26,8 @@ namespace zel {
 namespace fs = std::filesystem;
 
 namespace {
+
+bool namedDefaultSettings = false;
 
 bool Refuse(std::string* problem, std::string text) {
     *problem = std::move(text);
@@ -141,7 +144,27 @@ bool NameDefaultSettings(std::string* problem) {
     if (HasToken(L"%ZELSettingsFile%"))
         return true;
     const std::string settings = DefaultSettingsFile();
+    namedDefaultSettings = !settings.empty();
     return settings.empty() || NamePath("ZELSettingsFile", settings, problem);
+}
+
+void ForgetDefaultSettings() {
+    if (namedDefaultSettings)
+        wm::SetPathToken(L"%ZELSettingsFile%", L"");
+}
+
+std::vector<std::string> ForeignFolders(const std::string& directory) {
+    std::vector<std::string> names;
+    std::error_code error;
+    fs::directory_iterator entry(directory, error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        std::error_code unknown;
+        if (entry->symlink_status(unknown).type() == fs::file_type::directory &&
+            ContentOf(*entry) == StoreContent::foreign)
+            names.push_back(entry->path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 StoreContent LookIntoStore(const std::string& directory) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // How a program's store is named and found.
 namespace zel {
@@ -19,6 +20,8 @@ enum class StoreContent {
     foreign,    // other things alone, so that it is no store
 };
 StoreContent LookIntoStore(const std::string& directory);
+// The folders in it that are no databases, by name, sorted.
+std::vector<std::string> ForeignFolders(const std::string& directory);
 
 // All of these give false, with one message in `problem`, when they fail. Texts are UTF-8.
 
@@ -28,6 +31,9 @@ bool NamePath(const std::string& name, const std::string& value, std::string* pr
 bool ReadConfiguration(const std::string& file, std::string* problem);
 // Names a settings file in the user's configuration folder, unless one is named already.
 bool NameDefaultSettings(std::string* problem);
+// Takes that name back, if no other was named: what the store writes to the settings from then on
+// stays in this process.
+void ForgetDefaultSettings();
 
 // The store's directory, which must be usable for `need`. `existing` takes an empty one as well: it
 // is a store that holds nothing yet.

@@ -184,6 +184,8 @@ void AddPurge(CLI::App& command, Run& run) {
         ->required()
         ->type_name("SIZE");
     command.add_flag("--dry-run", options.dryRun, "Tell what would go and delete nothing");
+    command.add_flag("--including-foreign", options.includingForeign,
+                     "Go on where folders that are no databases may go too");
     AddOutput(command, options.output);
 }
 
@@ -198,11 +200,11 @@ void AddMonitor(CLI::App& command, Run& run) {
     command.add_flag("--once", options.once, "Tell how it is now and end");
     command
         .add_option("--stop-below", options.stopBelow,
-                    "Stop with less free space, in units of 1,000,000 bytes; kept in the settings")
+                    "Stop with less free space, in units of 1,000,000 bytes")
         ->type_name("MEGABYTES");
     command
         .add_option("--resume-percent", options.resumePercentage,
-                    "Resume so far above that, in percent of it; kept in the settings")
+                    "Resume so far above that, in percent of it")
         ->type_name("PERCENT");
     AddOutput(command, options.output);
 }
@@ -219,6 +221,7 @@ void AddSettings(CLI::App& command, Run& run) {
     add("get", "Print a value", RunSettingsGet);
     auto [set, options] = add("set", "Store a value", RunSettingsSet);
     set.add_option("VALUE", options.value, "0 to 4294967295")->required();
+    add("unset", "Take a value out, so that its default holds", RunSettingsUnset);
 }
 
 void AddMachine(CLI::App& command, Run& run) {

@@ -46,7 +46,8 @@ int RunQuery(const QueryOptions& options);
 struct PurgeOptions {
     std::string maxSize;  // such as 500M
     bool dryRun = false;
-    std::string output;  // table or json; empty: as stdout suits
+    bool includingForeign = false;  // folders that are no databases may go as well
+    std::string output;             // table or json; empty: as stdout suits
 };
 int RunPurge(const PurgeOptions& options);
 
@@ -79,9 +80,7 @@ struct SettingsOptions {
 };
 int RunSettingsGet(const SettingsOptions& options);
 int RunSettingsSet(const SettingsOptions& options);
-
-// The settings service writes its file but makes no folders. A failure shows when it writes.
-void MakeSettingsFolder();
+int RunSettingsUnset(const SettingsOptions& options);
 
 struct MachineOptions {
     std::string file;  // the described machine in place of this one

@@ -143,6 +143,16 @@ TEST_F(SettingsTest, LiveInOneReadableFile) {
     ASSERT_EQ(manager_->PutBack(early.Get()), TOB_OK);
     EXPECT_EQ(Text(), "[ZEL\\Settings\\FDR]\nA=6\nC=9\n[other]\nB=1\n")
         << "only what was written is put back";
+
+    for (const wchar_t* name : {L"A", L"C"}) {
+        const auto key = Key();
+        CountedPtr<ISettingsKey2> removing;
+        ASSERT_EQ(key->QueryInterface(iidSettingsKey2, removing.ReceiveVoid()), TOB_OK);
+        EXPECT_EQ(removing->RemoveNumber(name), TOB_OK);
+        EXPECT_EQ(removing->RemoveNumber(name), TOBERR_NOT_FOUND);
+        EXPECT_EQ(manager_->PutBack(key.Get()), TOB_OK);
+    }
+    EXPECT_EQ(Text(), "[other]\nB=1\n") << "without its last value a key goes too";
 }
 
 TEST_F(SettingsTest, NamesThatTheFileCannotHoldAreRefused) {

@@ -203,8 +203,16 @@ settings() {
   zel settings set 'ZEL\Settings\FDR' MAX_INCOMING_QUEUE_LENGTH 1000 || check "the folder is made" 0 1
   check "what was set" 1000 "$(zel settings get 'ZEL\Settings\FDR' MAX_INCOMING_QUEUE_LENGTH)"
   ends 2 "not a number" zel settings set a b 4294967296
+  run zel settings set 'ZEL\Settings\FDR' MAX_INCOMING_QUEUE_LENGHT 5
+  check "a name that nothing knows" "2 zel: nothing here knows ZEL\Settings\FDR MAX_INCOMING_QUEUE_LENGHT; known:" "$code $(head -n 1 err)"
+  check "with those that are known" "  'ZEL\Settings\FDR' MAX_INCOMING_QUEUE_LENGTH" "$(sed -n '2s/^zel: //p' err)"
   run zel ingest "$sample"
   check "a short queue loses nothing" "0 2029" "$code $(zel query | wc -l)"
+  ends 0 "taken out" zel settings unset 'ZEL\Settings\FDR' MAX_INCOMING_QUEUE_LENGTH
+  for command in get unset; do
+    ends 1 "$command: is out" zel settings $command 'ZEL\Settings\FDR' MAX_INCOMING_QUEUE_LENGTH
+  done
+  check "the file is empty" "0" "$(wc -c <config/zelstore/settings.ini)"
 }
 
 interrupt() {
@@ -278,13 +286,20 @@ retention() {
   check "what is no database is told" "4 5" "$code $(grep -c '^folder .*: 1 failure(s) to read' out)"
   check "a table" "20260101999  2026-01-01    999 silent       1      1.0 MiB" "$(grep silent out)"
 
+  oldstore
+  for dry in "" --dry-run; do
+    run zel purge --max-size 0 $dry -o json
+    check "what is no database is not deleted unasked" "2 5" "$code $(ls store | wc -l)"
+    check "but named" "zel:   foreign" "$(tail -n 1 err)"
+  done
+
   while read -r limit stray gone; do
     oldstore
     [ "$stray" = 0 ] || truncate -s "$stray" store/stray
-    run zel purge --max-size "$limit" --dry-run -o json
+    run zel purge --max-size "$limit" --including-foreign --dry-run -o json
     check "$limit $stray: would go" "0 $gone" "$code $(names)"
     check "$limit $stray: nothing is gone" 5 "$(ls -d store/*/ | wc -l)"
-    run zel purge --max-size "$limit" -o json
+    run zel purge --max-size "$limit" --including-foreign -o json
     check "$limit $stray: went" "0 $gone" "$code $(names)"
     check "$limit $stray: left" $((5 - $(wc -w <<<"$gone"))) "$(ls store | grep -cv stray)"
     check "$limit $stray: the size is told" "$(bytes)" "$(sed 's/.*"bytes_after":\([0-9]*\).*/\1/' out)"
@@ -297,9 +312,11 @@ retention() {
 4095T 0
 2gib 0
 LIMITS
-  check "the outcome is published" 1 "$(zel settings get 'ZEL\Opstate\EMAQ' MaxDBSizeHonored)"
+  check "nothing is written outside the store" no "$([ -e config ] && echo yes || echo no)"
+  ZELSettingsFile=$work/named.ini zel purge --max-size 5M --including-foreign >/dev/null
+  check "but for a file that is named" "MaxDBSizeHonored=1" "$(tail -n 1 named.ini)"
   oldstore
-  run zel purge --max-size 4M -o table
+  run zel purge --max-size 4M --including-foreign -o table
   check "a table" "20260101     2026-01-01 events    1.0 MiB" "$(cat out)"
   check "and a summary" "zel: 1 folder(s) went; 5.0 MiB before, 4.0 MiB now, limit 4.0 MiB" "$(cat err)"
   for limit in "" 5 M -1M " 5M" 1.5M 5K 5MB 4294967296M 4096T 99999999999999999999M; do
@@ -312,7 +329,7 @@ LIMITS
 
   # Links are neither counted nor followed.
   mkdir kept && truncate -s 9M kept/a && ln -s "$work/kept" store/link && ln -s "$work/kept" store/foreign/link
-  run zel purge --max-size 0 -o json
+  run zel purge --max-size 0 --including-foreign -o json
   check "links" "0 20260101001 20260101999 20260102 foreign a" "$code $(names) $(ls kept)"
 }
 
@@ -327,9 +344,9 @@ inuse() {
   exec 3>pipe
   records 1 1000 >&3
   until [ -s "store/$today/000003.log" ]; do sleep 0.05; done
-  run zel purge --max-size 0 --dry-run -o json
+  run zel purge --max-size 0 --including-foreign --dry-run -o json
   check "foreseen" "4 1" "$code $(grep -c "\"name\":\"$today\".*\"in_use\":true" out)"
-  run zel purge --max-size 0 -o json
+  run zel purge --max-size 0 --including-foreign -o json
   check "others go" "4 20260101 20260101001 20260101999 20260102 foreign" "$code $(names)"
   check "told" 1 "$(grep -c '^zel: the store is still larger than its limit' err)"
   record 1001 >&3
@@ -346,14 +363,14 @@ monitor() {
   run zel monitor --once --stop-below 4294967295 -o table
   check "below the threshold" 1 "$(grep -c '  stop    [0-9]* MB free$' out)"
   ends 1 "a look changes no settings" zel settings get 'ZEL\Settings\DiskMonitor' StopThreshold
-  "$bin/zel" --store store monitor --stop-below 7 -o json >out 2>err &
+  ZELSettingsFile=$work/named.ini "$bin/zel" --store store monitor --stop-below 7 -o json >out 2>err &
   local pid=$!
   until [ -s out ]; do sleep 0.05; done
   kill -INT $pid
   wait $pid
   check "interrupted" 130 "$?"
   check "the state at once" 1 "$(grep -c '"state":"resume"' out)"
-  check "thresholds are kept" "7 10" "$(zel settings get 'ZEL\Settings\DiskMonitor' StopThreshold) $(zel settings get 'ZEL\Settings\DiskMonitor' ResumePercentage)"
+  check "thresholds are kept in a file that is named" "StopThreshold=7 ResumePercentage=10" "$(tail -n 2 named.ini | sort -r | xargs)"
 }
 
 # Records of about 2500 bytes that don't pack: FIRST LAST

@@ -29,9 +29,14 @@ bool ToName(const wchar_t* text, std::string& utf8) {
     return text != nullptr && wm::ToUtf8(text, utf8) && SettingsFile::IsName(utf8);
 }
 
-class SettingsKey final : public TobObjectOf<ISettingsKey, iidSettingsKey> {
+class SettingsKey final : public TobObject<ISettingsKey2> {
 public:
     explicit SettingsKey(std::string path) : path_(std::move(path)) {}
+
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        ISettingsKey2* const face = this;
+        return Answer(iid, out, {{iidSettingsKey, face}, {iidSettingsKey2, face}});
+    }
 
     TobResult Load() { return TheFile().Load(path_, &numbers_); }
     // Only what was written here: another key object may have changed the rest in the meantime.
@@ -64,11 +69,20 @@ public:
             return TOB_OK;
         });
     }
+    TobResult RemoveNumber(const wchar_t* name) override {
+        return Guarded([&] {
+            std::string utf8;
+            if (!ToName(name, utf8) || numbers_.erase(utf8) == 0)
+                return TOBERR_NOT_FOUND;
+            written_[utf8] = std::nullopt;
+            return TOB_OK;
+        });
+    }
 
 private:
     const std::string path_;
     SettingsFile::Numbers numbers_;
-    SettingsFile::Numbers written_;  // since the last Save
+    SettingsFile::Changes written_;  // since the last Save
 };
 
 class SettingsManager final : public TobObjectOf<ISettingsManager, iidSettingsManager> {

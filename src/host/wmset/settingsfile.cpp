@@ -121,14 +121,21 @@ TobResult SettingsFile::Load(const std::string& keyPath, Numbers* numbers) {
     return result;
 }
 
-TobResult SettingsFile::Save(const std::string& keyPath, const Numbers& numbers) {
+TobResult SettingsFile::Save(const std::string& keyPath, const Changes& changes) {
     const wm::Hold hold(lock_);
     Keys keys;
     const TobResult result = ReadLocked(&keys);
     if (Failed(result))
         return result;
-    for (const auto& [name, number] : numbers)
-        keys[keyPath][name] = number;
+    Numbers& numbers = keys[keyPath];
+    for (const auto& [name, number] : changes) {
+        if (number)
+            numbers[name] = *number;
+        else
+            numbers.erase(name);
+    }
+    if (numbers.empty())
+        keys.erase(keyPath);
     const std::wstring path = FilePath();
     if (path.empty()) {
         inMemory_ = std::move(keys);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,14 +23,15 @@ namespace wmset {
 class SettingsFile {
 public:
     using Numbers = std::map<std::string, std::uint32_t>;
+    using Changes = std::map<std::string, std::optional<std::uint32_t>>;  // nothing: taken out
 
     // Whether the file can hold such a key path or value name and give it back unchanged.
     static bool IsName(std::string_view name) noexcept;
 
     // The numbers of one key; none for a key that the file does not have.
     ZEL::TobResult Load(const std::string& keyPath, Numbers* numbers) EXCLUDES(lock_);
-    // Puts the numbers of one key into the file; all others stay as they are there.
-    ZEL::TobResult Save(const std::string& keyPath, const Numbers& numbers) EXCLUDES(lock_);
+    // Makes the changes of one key in the file; all else stays as it is there.
+    ZEL::TobResult Save(const std::string& keyPath, const Changes& changes) EXCLUDES(lock_);
 
 private:
     using Keys = std::map<std::string, Numbers>;

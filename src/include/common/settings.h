@@ -17,6 +17,17 @@ protected:
     ~ISettingsKey() = default;
 };
 
+// The same; values can be taken out as well. Asked of a key by its identifier: a host's own
+// settings need not offer it.
+class ISettingsKey2 : public ISettingsKey {
+public:
+    // Lasts with PutBack. TOBERR_NOT_FOUND when the key has no such value.
+    virtual TobResult RemoveNumber(const wchar_t* name) = 0;
+
+protected:
+    ~ISettingsKey2() = default;
+};
+
 // Settings and operational state of the agent. May be used by any thread.
 class ISettingsManager : public ITobBase {
 public:
@@ -35,5 +46,6 @@ protected:
 inline constexpr GUID settingsManagerObjectId = MakeGuid("4F3E0BE1-5FE1-4C22-859B-A6FB7586B828");
 inline constexpr GUID iidSettingsManager = MakeGuid("242C63F0-9C10-4E35-9D58-16862C07E168");
 inline constexpr GUID iidSettingsKey = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4F2B14");
+inline constexpr GUID iidSettingsKey2 = MakeGuid("4D85DC20-3F0C-4BD0-AD94-A2D70CA4676C");
 
 }  // namespace ZEL

@@ -140,10 +140,10 @@ int Watch(const MonitorOptions& options, const Thresholds& thresholds, Printer& 
         return exitCode::noStore;
     }
     if (options.stopBelow || options.resumePercentage) {
-        MakeSettingsFolder();
+        ForgetDefaultSettings();
         IgnoreResult(
             monitor.configuration->SetThresholds(thresholds.stopBelow, thresholds.percentage),
-            "told already; they hold all the same");
+            "what can't be kept is told; they hold all the same");
     }
     if (Failed(monitor.registration->Subscribe(&printer)))
         return exitCode::noStore;

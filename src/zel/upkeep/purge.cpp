@@ -92,8 +92,21 @@ Outcome Compare(const StoreListing& before, const StoreListing& after, std::uint
     return outcome;
 }
 
+// A purge takes every folder as a database. Where some can't be, somebody may miss them.
+bool HasForeign(const std::string& directory) {
+    const std::vector<std::string> foreign = ForeignFolders(directory);
+    if (foreign.empty())
+        return false;
+    Say(std::to_string(foreign.size()) +
+        " folder(s) of the store are no databases, and a purge may "
+        "delete them; with --including-foreign it goes on:");
+    for (const std::string& name : foreign)
+        Say("  " + Printable(name));
+    return true;
+}
+
 bool RunInStore(std::uint32_t megabytes) {
-    MakeSettingsFolder();  // the outcome is published there
+    ForgetDefaultSettings();  // the outcome is published in a file that was named, and in no other
     StoreSession store(Terminal());
     if (!store.Open(StoreNeed::writable))
         return false;
@@ -114,6 +127,8 @@ int RunPurge(const PurgeOptions& options) {
     std::string directory;
     if (!FindStore(StoreNeed::existing, &directory))
         return exitCode::noStore;
+    if (!options.includingForeign && HasForeign(directory))
+        return exitCode::usage;
     const std::uint64_t limitBytes = megabytes * bytesPerMegabyte;
     const StoreListing before = ListStore(directory);
     for (const std::string& name : before.unreadable)

@@ -8,10 +8,39 @@
 #include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
+#include "zel/terminal/textfit.h"
 
 namespace zel {
 
 namespace {
+
+// What the store reads or writes. A name that stands nowhere has no effect, and is a slip.
+constexpr struct {
+    const char* key;
+    const char* name;
+} known[] = {
+    {"ZEL\\Settings\\FDR", "MAX_INCOMING_QUEUE_LENGTH"},
+    {"ZEL\\Settings\\DiskMonitor", "StopThreshold"},
+    {"ZEL\\Settings\\DiskMonitor", "ResumePercentage"},
+    {"ZEL\\Opstate\\EMAQ", "MaxDBSizeHonored"},
+};
+
+// Names what is known where the setting is not. False then.
+bool IsKnown(const SettingsOptions& options) {
+    for (const auto& row : known)
+        if (options.key == row.key && options.name == row.name)
+            return true;
+    Say("nothing here knows " + Escaped(options.key + " " + options.name) + "; known:");
+    for (const auto& row : known)
+        Say("  '" + std::string(row.key) + "' " + row.name);
+    return false;
+}
+
+int TellAbsent(const SettingsOptions& options) {
+    if (IsKnown(options))
+        Say(options.key + " has no " + options.name);
+    return exitCode::nothingFound;
+}
 
 struct OpenKey {
     wm::OpenSettingsKey key;
@@ -31,25 +60,44 @@ bool Open(const SettingsOptions& options, OpenKey* open) {
     return true;
 }
 
-}  // namespace
-
-void MakeSettingsFolder() {
-    std::wstring file;
+// The settings service writes its file but makes no folders. A failure shows when it writes.
+void MakeFolderOf(const std::wstring& file) {
     std::string path;
     std::error_code ignored;
-    if (wm::ResolvePathVariable(L"%ZELSettingsFile%", file) && wm::ToUtf8(file, path))
+    if (wm::ToUtf8(file, path))
         std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
 }
+
+// Puts back the open key, once `change` has given exitCode::done.
+template <typename Body>
+int Change(const SettingsOptions& options, Body&& change) {
+    std::wstring file;
+    if (!wm::ResolvePathVariable(L"%ZELSettingsFile%", file) || file.empty()) {
+        Say("there is no file for settings: set HOME, XDG_CONFIG_HOME or ZELSettingsFile");
+        return exitCode::noStore;
+    }
+    OpenKey open;
+    if (!Open(options, &open))
+        return exitCode::noStore;
+    const int changed = change(open);
+    if (changed == exitCode::done)
+        MakeFolderOf(file);
+    if (changed == exitCode::noStore || (changed == exitCode::done && Failed(open.key.PutBack()))) {
+        Say("the settings can't be written");
+        return exitCode::noStore;
+    }
+    return changed;
+}
+
+}  // namespace
 
 int RunSettingsGet(const SettingsOptions& options) {
     OpenKey open;
     if (!Open(options, &open))
         return exitCode::noStore;
     std::uint32_t value = 0;
-    if (Failed(open.key->ReadNumber(open.name.c_str(), &value))) {
-        Say(options.key + " has no " + options.name);
-        return exitCode::nothingFound;
-    }
+    if (Failed(open.key->ReadNumber(open.name.c_str(), &value)))
+        return TellAbsent(options);
     std::printf("%u\n", value);
     return exitCode::done;
 }
@@ -62,20 +110,22 @@ int RunSettingsSet(const SettingsOptions& options) {
         Say("\"" + options.value + "\" is no number from 0 to 4294967295");
         return exitCode::usage;
     }
-    std::wstring file;
-    if (!wm::ResolvePathVariable(L"%ZELSettingsFile%", file) || file.empty()) {
-        Say("there is no file for settings: set HOME, XDG_CONFIG_HOME or ZELSettingsFile");
-        return exitCode::noStore;
-    }
-    MakeSettingsFolder();
-    OpenKey open;
-    if (!Open(options, &open))
-        return exitCode::noStore;
-    if (Failed(open.key->WriteNumber(open.name.c_str(), value)) || Failed(open.key.PutBack())) {
-        Say("the settings can't be written");
-        return exitCode::noStore;
-    }
-    return exitCode::done;
+    if (!IsKnown(options))
+        return exitCode::usage;
+    return Change(options, [&](OpenKey& open) {
+        return Succeeded(open.key->WriteNumber(open.name.c_str(), value)) ? exitCode::done
+                                                                          : exitCode::noStore;
+    });
+}
+
+int RunSettingsUnset(const SettingsOptions& options) {
+    return Change(options, [&](OpenKey& open) {
+        ZEL::CountedPtr<ZEL::ISettingsKey2> key;
+        if (Failed(open.key->QueryInterface(ZEL::iidSettingsKey2, key.ReceiveVoid())))
+            return exitCode::noStore;
+        return Succeeded(key->RemoveNumber(open.name.c_str())) ? exitCode::done
+                                                               : TellAbsent(options);
+    });
 }
 
 }  // namespace zel
