@@ -25,6 +25,17 @@ ZEL::HRESULT ToResult(const std::error_code& error) {
     return error ? ZEL::FromWin32(platform::Win32Code(error.value())) : ZEL::hr::ok;
 }
 
+// What `operation` gives for a path that is one.
+template <typename Operation>
+ZEL::HRESULT OnPath(const std::wstring& path, Operation&& operation) noexcept {
+    try {
+        fs::path native;
+        return ToPath(path, native) ? ToResult(operation(native)) : ZEL::hr::invalidArgument;
+    } catch (...) {
+        return ZEL::hr::outOfMemory;
+    }
+}
+
 bool Vanished(const std::error_code& error) {
     return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
 }
@@ -65,22 +76,32 @@ std::error_code AddEntry(const fs::directory_entry& entry, std::uint64_t& total)
     std::error_code error;
     const fs::file_type type = entry.symlink_status(error).type();
     if (type == fs::file_type::directory)
-        return AddSizes(entry.path(), total);
+        return entry.path().filename() == foundBySystem
+                   ? std::make_error_code(std::errc::permission_denied)
+                   : AddSizes(entry.path(), total);
     const bool isFile = !error && type == fs::file_type::regular;
     const std::uintmax_t size = isFile ? entry.file_size(error) : 0;
     total += error ? 0 : size;
     return error;
 }
 
-// The last error, when parts can't be walked. What vanishes meanwhile is no error.
+// The last error, when parts can't be walked. What vanishes meanwhile is no error, nor is what this
+// user may not read.
+bool IsPassedOver(const std::error_code& error, const fs::path& path) {
+    if (error != std::errc::permission_denied)
+        return Vanished(error);
+    Trace(message::notCounted, ZEL::hr::accessDenied, path.string());
+    return true;
+}
+
 std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
     std::error_code inside;
     const std::error_code error = ForEachEntry(path, [&](const fs::directory_entry& entry) {
         const std::error_code below = AddEntry(entry, total);
-        if (below && !Vanished(below))
+        if (below && !IsPassedOver(below, entry.path()))
             inside = below;
     });
-    return error && !Vanished(error) ? error : inside;
+    return error && !IsPassedOver(error, path) ? error : inside;
 }
 
 }  // namespace
@@ -112,6 +133,16 @@ bool FileExists(const std::wstring& path) noexcept {
         fs::path native;
         std::error_code error;
         return ToPath(path, native) && fs::exists(fs::symlink_status(native, error));
+    } catch (...) {
+        return false;
+    }
+}
+
+bool IsRegularFile(const std::wstring& path) noexcept {
+    try {
+        fs::path native;
+        std::error_code error;
+        return ToPath(path, native) && fs::is_regular_file(fs::symlink_status(native, error));
     } catch (...) {
         return false;
     }
@@ -155,6 +186,27 @@ ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>&
             out.push_back(JoinPath(directory, wide));
     }
     return ToResult(error);
+}
+
+ZEL::HRESULT ListNames(const std::wstring& directory, std::vector<std::wstring>& out) {
+    return OnPath(directory, [&out](const fs::path& native) {
+        return ForEachEntry(native, [&](const fs::directory_entry& entry) {
+            const std::u8string name = entry.path().filename().u8string();
+            std::wstring wide;
+            if (!ToWide({reinterpret_cast<const char*>(name.data()), name.size()}, wide))
+                wide = L"?";
+            out.push_back(std::move(wide));
+        });
+    });
+}
+
+ZEL::HRESULT FileSize(const std::wstring& path, std::uint64_t* bytes) noexcept {
+    return OnPath(path, [bytes](const fs::path& file) {
+        std::error_code error;
+        const std::uintmax_t size = fs::file_size(file, error);
+        *bytes = error ? 0 : size;
+        return error;
+    });
 }
 
 std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
@@ -205,17 +257,38 @@ ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noe
     }
 }
 
+ZEL::HRESULT MakePrivateFile(const std::wstring& path) noexcept {
+    return OnPath(path, [](const fs::path& file) {
+        return platform::MakePrivate(file.string(), platform::Made::file);
+    });
+}
+
+ZEL::HRESULT MakePrivateFolder(const std::wstring& path) noexcept {
+    return OnPath(path, [](const fs::path& folder) {
+        return platform::MakePrivate(folder.string(), platform::Made::folder);
+    });
+}
+
+ZEL::HRESULT Rename(const std::wstring& from, const std::wstring& to) noexcept {
+    return OnPath(from, [&to](const fs::path& path) {
+        fs::path target;
+        std::error_code error = std::make_error_code(std::errc::invalid_argument);
+        if (ToPath(to, target))
+            fs::rename(path, target, error);
+        return error;
+    });
+}
+
+ZEL::HRESULT LastSystemError() noexcept {
+    return ToResult(platform::LastError());
+}
+
 ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept {
-    try {
-        fs::path native;
-        if (!ToPath(path, native))
-            return ZEL::hr::invalidArgument;
+    return OnPath(path, [](const fs::path& folder) {
         std::error_code error;
-        fs::remove_all(native, error);  // removes links, not what they point at
-        return ToResult(error);
-    } catch (...) {
-        return ZEL::hr::outOfMemory;
-    }
+        fs::remove_all(folder, error);  // removes links, not what they point at
+        return error;
+    });
 }
 
 ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text) {

@@ -50,6 +50,13 @@ std::error_code MapFile(const std::string& file, FileBytes* out);
 // nothing behind on failure.
 std::error_code ReplaceFile(const std::string& file, const std::string& text);
 
+// With access for its owner alone. What is there already stays; a file has to be regular.
+enum class Made { file, folder };
+std::error_code MakePrivate(const std::string& path, Made what) noexcept;
+
+// Why this thread's latest call of the system failed.
+std::error_code LastError() noexcept;
+
 // Bytes that the caller may use on the volume of `path`.
 std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept;
 

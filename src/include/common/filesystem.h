@@ -24,6 +24,7 @@ WMLIB_API std::wstring LastPathComponent(const std::wstring& path);
 // Follows a link at `path` itself.
 WMLIB_API bool IsDirectory(const std::wstring& path) noexcept;
 WMLIB_API bool FileExists(const std::wstring& path) noexcept;
+WMLIB_API bool IsRegularFile(const std::wstring& path) noexcept;
 // Whether `path` itself is a symbolic link or reparse point.
 WMLIB_API bool IsLink(const std::wstring& path) noexcept;
 
@@ -33,6 +34,8 @@ WMLIB_API ZEL::HRESULT ListDirectories(const std::wstring& directory,
                                        std::vector<std::wstring>& out);
 // Full paths of the regular files of `directory`; those whose names are not UTF-8 are left out.
 WMLIB_API ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>& out);
+// Names of all entries of `directory`. One that is not UTF-8 comes as "?".
+WMLIB_API ZEL::HRESULT ListNames(const std::wstring& directory, std::vector<std::wstring>& out);
 // Regular files in `directory` whose names end in `suffix`, compared exactly. A directory that
 // can't be listed, or is a link, counts 0.
 WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
@@ -40,9 +43,18 @@ WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
 // Whether all such files can be read to their ends, which is tried. What can't be listed holds
 // none.
 WMLIB_API bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexcept;
+// Where the system puts what a check of a volume has found; it stands in the volume's root.
+inline constexpr std::wstring_view foundBySystem = L"lost+found";
 // Sum of the logical sizes of all files below `path`. What vanishes during the walk, `path`
-// included, counts 0.
+// included, counts 0. So does, with a trace, what this user may not read, and foundBySystem.
 WMLIB_API ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noexcept;
+// Makes an empty file, or a folder, with access for its owner alone, whatever the process's mask
+// for modes says. What is there already stays as it is and is success; a file has to be regular.
+WMLIB_API ZEL::HRESULT MakePrivateFile(const std::wstring& path) noexcept;
+WMLIB_API ZEL::HRESULT MakePrivateFolder(const std::wstring& path) noexcept;
+// Gives a file or folder another name, on the same volume.
+WMLIB_API ZEL::HRESULT Rename(const std::wstring& from, const std::wstring& to) noexcept;
+WMLIB_API ZEL::HRESULT FileSize(const std::wstring& path, std::uint64_t* bytes) noexcept;
 // Removes a folder and all in it. A missing folder is success.
 WMLIB_API ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept;
 
@@ -66,6 +78,8 @@ WMLIB_API ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& 
 // Whether this user may make files in `directory`, and its volume takes any.
 WMLIB_API bool CanMakeFilesIn(const std::wstring& directory) noexcept;
 
+// Why this thread's latest call of the system failed.
+WMLIB_API ZEL::HRESULT LastSystemError() noexcept;
 // Whether this process can still open `count` (at most 64) files at once.
 WMLIB_API bool CanOpenFiles(std::size_t count) noexcept;
 

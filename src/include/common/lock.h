@@ -18,6 +18,7 @@ enum class LockRank : int {
     leavingQueries = 32,       // queries that nobody has waited for
     masterDatabase = 35,       // the making of the process's ZelMasterDatabase
     database = 40,             // ZelMasterDatabase::databaseLock
+    proxyWrite = 45,           // one batch at a time for each LevelDbInstanceProxy
     proxy = 50,                // LevelDbInstanceProxy::lock
     cursor = 60,               // LevelDbInstance::cursorLock
     folderGate = 65,           // opening and closing of one folder

@@ -33,6 +33,7 @@ inline constexpr ZEL::GUID traceProviderId = ZEL::MakeGuid("2EDA7F5B-B51E-4D6C-A
     MESSAGE(105, error, componentNotLoaded, "a component can't be loaded")                        \
     MESSAGE(106, warning, folderNameNotUtf8, "a folder's name is not UTF-8 and is passed over")   \
     MESSAGE(107, warning, settingNotReached, "a settings value can't be reached")                 \
+    MESSAGE(108, warning, notCounted, "what can't be read counts nothing")                        \
     /* The job manager */                                                                         \
     MESSAGE(150, error, jobRunEndedEarly, "a job's run ended early")                              \
     MESSAGE(151, error, jobThreadNotStarted, "the job manager's thread can't be started")         \
@@ -53,10 +54,11 @@ inline constexpr ZEL::GUID traceProviderId = ZEL::MakeGuid("2EDA7F5B-B51E-4D6C-A
     MESSAGE(404, error, walkMetDamage, "a walk met damaged data")                                 \
     MESSAGE(405, error, databaseNotRemoved, "a database can't be destroyed")                      \
     MESSAGE(406, error, folderNotRemoved, "a folder can't be removed")                            \
-    MESSAGE(407, warning, halfMadeDatabase, "a database whose making was cut off is made anew")   \
+    MESSAGE(407, warning, leftoverTakenAway, "what a kill left of a database is taken away")      \
     MESSAGE(408, error, dateNamesNoFolder, "a date can't name a folder")                          \
     MESSAGE(409, warning, scanEndFailed, "a scan's end failed")                                   \
     MESSAGE(410, error, databaseNotRead, "a database can't be read")                              \
+    MESSAGE(411, warning, folderPassedOver, "a folder is passed over")                            \
     /* Queries */                                                                                 \
     MESSAGE(500, error, subQueryNotReady, "a sub-query can't be made ready")                      \
     MESSAGE(501, warning, queryTimeNotUnicode, "a query's time is not Unicode")                   \

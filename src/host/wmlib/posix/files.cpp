@@ -38,10 +38,6 @@ private:
     int number_;
 };
 
-std::error_code LastError() noexcept {
-    return {errno, std::generic_category()};
-}
-
 // Leaves the time of the last reading alone where the system lets this user. Without O_NONBLOCK the
 // opening of a pipe would wait for its other end.
 int OpenToRead(const char* path, int flags = 0) noexcept {
@@ -94,6 +90,10 @@ void SyncFolderOf(const std::string& file) {
 }
 
 }  // namespace
+
+std::error_code LastError() noexcept {
+    return {errno, std::generic_category()};
+}
 
 bool CanRead(const std::string& file) noexcept {
     const Descriptor in(OpenToRead(file.c_str()));
@@ -186,6 +186,23 @@ std::error_code ReplaceFile(const std::string& file, const std::string& text) {
     }
     SyncFolderOf(file);
     return {};
+}
+
+std::error_code MakePrivate(const std::string& path, Made what) noexcept {
+    const bool isFolder = what == Made::folder;
+    const mode_t mode = isFolder ? 0700 : 0600;
+    const Descriptor file(
+        isFolder ? -1 : ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    // The mask may have taken from the owner, too.
+    if (isFolder ? ::mkdir(path.c_str(), mode) == 0 : file.IsOpen())
+        return ::chmod(path.c_str(), mode) == 0 ? std::error_code() : LastError();
+    struct stat info {};
+    if (errno != EEXIST)
+        return LastError();
+    if (::lstat(path.c_str(), &info) != 0)
+        return LastError();
+    return isFolder || S_ISREG(info.st_mode) ? std::error_code()
+                                             : std::make_error_code(std::errc::invalid_argument);
 }
 
 bool IsLockedByAnotherProcess(const std::string& file) noexcept {

@@ -59,6 +59,24 @@ std::wstring FreshNameFor(const std::wstring& file) {
 
 }  // namespace
 
+std::error_code LastError() noexcept {
+    return {static_cast<int>(::GetLastError()), std::system_category()};
+}
+
+// The store's own folder decides who has access; what is made in it inherits that.
+std::error_code MakePrivate(const std::string& path, Made what) noexcept {
+    const std::wstring name = WidePath(path);
+    if (what == Made::folder)
+        return ::CreateDirectoryW(name.c_str(), nullptr) != 0 ||
+                       ::GetLastError() == ERROR_ALREADY_EXISTS
+                   ? std::error_code()
+                   : LastError();
+    const File file(name, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_ALWAYS);
+    if (!file.IsOpen())
+        return LastError();
+    return IsRegular(file) ? std::error_code() : std::make_error_code(std::errc::invalid_argument);
+}
+
 std::error_code ReadFile(const std::string& file, std::string* text) {
     const File in(WidePath(file), GENERIC_READ,
                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);

@@ -19,8 +19,4 @@ inline std::wstring WidePath(const std::string& utf8) {
     return ToWide(utf8, wide) ? wide : std::wstring();
 }
 
-inline std::error_code LastError() noexcept {
-    return {static_cast<int>(::GetLastError()), std::system_category()};
-}
-
 }  // namespace wm::platform
