@@ -88,6 +88,16 @@ protected:
     DatabaseErrorEntry ErrorOf(const std::string& folder, DatabaseErrorKind kind) {
         return Errors()[store.Folder(folder)].entries[static_cast<int>(kind)];
     }
+    std::uint32_t Enforce(std::uint32_t megabytes) {
+        std::uint32_t status = 0;
+        EXPECT_EQ(db->EnforceSizeLimit(megabytes, &status), hr::ok);
+        return status;
+    }
+    // Whether somebody has the folder's database open in this process.
+    bool IsOpen(const std::string& folder) {
+        LevelDbInstanceProxy probe(store.Folder(folder));
+        return probe.Hold(IfMissing::fail) == hr::deviceError;
+    }
     std::vector<std::string> ScanAll() {
         RecordingSink sink;
         EXPECT_EQ(db->Scan("p", &sink, stop.Handle(), nullptr), hr::ok);

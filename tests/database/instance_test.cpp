@@ -1,7 +1,11 @@
+#include <sys/stat.h>
+
 #include <atomic>
+#include <cerrno>
 #include <thread>
 
 #include "databasefixture.h"
+#include "support/slowdisk.h"
 #include "zelstore/database/foldergate.h"
 
 namespace ZEL {
@@ -25,6 +29,11 @@ protected:
                 return name + "/" + file;
         ADD_FAILURE() << "no file " << part;
         return {};
+    }
+    mode_t ModeOf(const std::string& file) {
+        struct stat info {};
+        EXPECT_EQ(::stat((store.Path() / name / file).c_str(), &info), 0) << file;
+        return info.st_mode & 0777;
     }
     HRESULT Open(IfMissing ifMissing) {
         LevelDbInstanceProxy proxy(store.Folder(name));
@@ -100,6 +109,54 @@ TEST_F(InstanceTest, WhatALogHasLostIsReported) {
         EXPECT_EQ(reports.At(i).Label(), wm::reportLabel::damagedData);
 }
 
+TEST_F(InstanceTest, ALogThatCantBeReadKeepsItsRows) {
+    MakeDatabase();
+    test::SlowDisk disk;
+    disk.FailReads(".log", EIO);
+    EXPECT_EQ(Open(IfMissing::fail), hr::accessDenied) << "the library would drop it";
+    disk.Unblock();
+    LevelDbInstanceProxy proxy(store.Folder(name));
+    ASSERT_EQ(proxy.Hold(IfMissing::fail), hr::ok);
+    std::string value;
+    EXPECT_EQ(proxy.PeekInstance()->Get(test::Key("2026-11-12", 3), &value), hr::ok);
+}
+
+TEST_F(InstanceTest, MakesFilesForTheOwnerAloneAndOpensRegularOnes) {
+    for (const mode_t mask : {0000, 0777}) {
+        std::filesystem::remove_all(store.Path() / name);
+        const mode_t former = ::umask(mask);
+        MakeDatabase();
+        EXPECT_EQ(Open(IfMissing::fail), hr::ok);
+        ::umask(former);
+        EXPECT_EQ(ModeOf(""), 0700u);
+        for (const std::string& file : store.List(name))
+            EXPECT_EQ(ModeOf(file), 0600u) << file;
+    }
+    const struct {
+        const char* kind;
+        HRESULT opened, read;  // tables are opened by those who read them
+    } rows[] = {{"CURRENT", hr::fail, hr::fail},
+                {"LOCK", hr::fail, hr::fail},
+                {"MANIFEST", hr::fail, hr::fail},
+                {".log", hr::ok, hr::ok},
+                {".ldb", hr::ok, hr::fail}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.kind);
+        std::filesystem::remove_all(store.Path() / name);
+        MakeDatabase();
+        ASSERT_EQ(Open(IfMissing::fail), hr::ok);
+        const std::filesystem::path path = store.Path() / FileLike(row.kind);
+        std::filesystem::remove(path);
+        ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+        LevelDbInstanceProxy proxy(store.Folder(name));
+        InstancePtr instance;
+        EXPECT_EQ(proxy.GetInstance(&instance, IfMissing::create), row.opened);
+        std::string value;
+        EXPECT_EQ(instance ? instance->Get(test::Key("2026-11-12", 3), &value) : hr::fail,
+                  row.read);
+    }
+}
+
 TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {
     MakeDatabase();
     LevelDbInstanceProxy proxy(store.Folder(name));
@@ -122,19 +179,26 @@ TEST_F(InstanceTest, UsersShareOneInstanceAndHoldsKeepIt) {
     EXPECT_EQ(proxy.PeekInstance(), nullptr);
 }
 
-TEST_F(InstanceTest, MarkedFolderGoesWithItsLastUser) {
+TEST_F(InstanceTest, MarkedFolderMakesPlaceAndGoesWithItsLastUser) {
     MakeDatabase();
     auto proxy = std::make_unique<LevelDbInstanceProxy>(store.Folder(name));
     InstancePtr user;
     ASSERT_EQ(proxy->GetInstance(&user, IfMissing::fail), hr::ok);
     proxy->MarkForDeletion();
-    proxy.reset();
-    EXPECT_EQ(Open(IfMissing::create), hr::deviceError) << "two instances never share a folder";
-    LevelDbInstanceProxy(store.Folder(name)).MarkForDeletion();
+    EXPECT_EQ(store.List(), std::set<std::string>{name + ".removed"});
+    LevelDbInstanceProxy next(store.Folder(name));
+    ASSERT_EQ(next.Write(Rows(1)), hr::ok) << "its place is free";
+    proxy->MarkForDeletion();
+    InstancePtr nextUser;
+    ASSERT_EQ(next.GetInstance(&nextUser, IfMissing::fail), hr::ok) << "another's by now";
+    next.MarkForDeletion();
+    EXPECT_EQ(next.Write(Rows(1)), hr::notFound) << "nobody would find it";
+    EXPECT_EQ(store.List(), (std::set<std::string>{name + ".removed", name + ".removed-2"}));
     std::string value;
     EXPECT_EQ(user->Get(test::Key("2026-11-12", 3), &value), hr::ok) << "it still serves its user";
     user.reset();
-    EXPECT_FALSE(store.Exists(name));
+    nextUser.reset();
+    EXPECT_TRUE(store.List().empty());
     EXPECT_EQ(Open(IfMissing::create), hr::ok);
     LevelDbInstanceProxy(store.Folder(name)).MarkForDeletion();
     EXPECT_FALSE(store.Exists(name)) << "nobody uses it: it goes at once";

@@ -28,6 +28,22 @@ TEST(Layout, DateAndNumberComeFromTheFoldersName) {
     EXPECT_EQ(FolderPath(L"/s", L"20261112", 1501), L"/s/202611121501");
 }
 
+TEST(Layout, RoomIsTwiceTheBatchAndWhatTheLibraryNeedsBeside) {
+    constexpr std::uint64_t margin = 64ULL << 20;
+    const struct {
+        std::uint64_t available, batch;
+        bool hasRoom;
+    } rows[] = {{margin, 0, true},
+                {margin - 1, 0, false},
+                {margin + 200, 100, true},
+                {margin + 199, 100, false},
+                {~0ULL, 1ULL << 62, true}};
+    for (const auto& row : rows) {
+        const test::FakeFreeSpace volume(row.available);
+        EXPECT_EQ(HasRoomFor(L"/any", row.batch), row.hasRoom) << row.available;
+    }
+}
+
 TEST(Layout, SizeIsCountedAnewOnlyWhenItsBudgetIsSpent) {
     test::TempStore store;
     const struct {

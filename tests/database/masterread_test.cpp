@@ -13,11 +13,6 @@ protected:
     static std::string Enrichment(const std::string& date, int event, const char* flag = "1") {
         return Key(date, event) + "<silent_sequence>0000000001<silent_enrichment>" + flag;
     }
-    // Whether somebody has the folder's database open in this process.
-    bool IsOpen(const std::string& folder) {
-        LevelDbInstanceProxy probe(store.Folder(folder));
-        return probe.Hold(IfMissing::fail) == hr::deviceError;
-    }
 };
 
 TEST_F(MasterRead, WithoutEventDatabasesNothingIsTried) {

@@ -55,6 +55,15 @@ TEST_F(MasterWrite, RollsOverWhenFullAndGoesOnAfterARestart) {
     EXPECT_EQ(ScanAll().size(), 88747u);
 }
 
+TEST_F(MasterWrite, AnEstimateOfRecordsDoesNotMakeADatabaseFull) {
+    ASSERT_EQ(Write(), hr::ok);
+    store.AddTables("20261112", 78);
+    Restart();
+    ASSERT_EQ(Write(5000), hr::ok);
+    ASSERT_EQ(Write(), hr::ok);
+    EXPECT_EQ(store.List(), Names{"20261112"});
+}
+
 TEST_F(MasterWrite, LastNumberOfADayGrowsWithoutBound) {
     store.AddTables("20261112997", full);
     store.AddTables("20261112999", 1);
@@ -64,6 +73,7 @@ TEST_F(MasterWrite, LastNumberOfADayGrowsWithoutBound) {
     Restart();
     ASSERT_EQ(Write(), hr::ok);
     EXPECT_EQ(store.List(), (Names{"20261112997", "20261112998", "20261112999"}));
+    EXPECT_EQ(ScanAll().size(), 1u) << "the same key twice, and none of them in 999";
 }
 
 TEST_F(MasterWrite, FollowsTheClockAlsoBackwards) {
@@ -96,43 +106,152 @@ TEST_F(MasterWrite, GivesUpADatabaseWhoseDeviceFails) {
     EXPECT_EQ(ScanAll().size(), 2u);
 }
 
-TEST_F(MasterWrite, RunningScanKeepsWhatWasGivenUp) {
+TEST_F(MasterWrite, WhatTheDiskLacksForAMomentLosesNothing) {
+    const struct {
+        int error;
+        HRESULT told;
+    } rows[] = {{ENOSPC, hr::diskFull},         {EDQUOT, hr::diskFull},
+                {EMFILE, hr::tooManyOpenFiles}, {ENFILE, hr::tooManyOpenFiles},
+                {ENOMEM, hr::outOfMemory},      {EROFS, hr::accessDenied},
+                {EACCES, hr::accessDenied}};
+    std::size_t written = 0;
+    std::uint16_t day = 0;
+    for (const auto& row : rows) {
+        written += 3;
+        clock.SetDate(2026, 11, ++day);
+        ASSERT_EQ(Write(2), hr::ok);
+        test::SlowDisk disk;
+        disk.Fail(".log", row.error, 1);
+        EXPECT_EQ(Write(2), hr::ok) << row.error << ": the second attempt succeeds";
+        EXPECT_EQ(disk.Failures(), 1);
+        EXPECT_TRUE(Errors().empty());
+        disk.Fail(".log", row.error);
+        EXPECT_EQ(Write(), row.told) << row.error;
+        disk.Unblock();
+        EXPECT_EQ(Errors().size(), 1u);
+        db->ClearDatabaseErrors();
+        EXPECT_EQ(Write(3), hr::ok) << row.error;
+        EXPECT_EQ(ScanAll().size(), written) << row.error;
+    }
+}
+
+// Rows for more than one of the buffers that the library empties in the background.
+class ManyRows {
+public:
+    RecordBatch Next() {
+        RecordBatch batch;
+        for (int i = 0; i < 500; ++i)
+            batch[Key("2026-11-12", next_++)] = std::string(10000, 'x');
+        return batch;
+    }
+    std::size_t Count() const { return static_cast<std::size_t>(next_); }
+
+private:
+    int next_ = 0;
+};
+
+TEST_F(MasterWrite, WhatTheBackgroundHasLackedLosesNothing) {
+    for (const int error : {ENOSPC, EMFILE}) {
+        ManyRows rows;
+        test::SlowDisk disk;
+        disk.Fail(".ldb", error, 1);
+        while (disk.Failures() == 0 || rows.Count() < 3000) {
+            RecordBatch batch = rows.Next();
+            ASSERT_EQ(db->WriteRecords(batch), hr::ok) << rows.Count();
+        }
+        disk.Fail(".ldb", error);
+        HRESULT result = hr::ok;
+        std::size_t sure = 0;
+        while (Succeeded(result)) {
+            sure = rows.Count();
+            RecordBatch batch = rows.Next();
+            result = db->WriteRecords(batch);
+        }
+        EXPECT_EQ(result, error == ENOSPC ? hr::diskFull : hr::tooManyOpenFiles);
+        disk.Unblock();
+        Restart();
+        EXPECT_GE(ScanAll().size(), sure);
+        EXPECT_EQ(Enforce(0), sizeLimitHonored);
+    }
+}
+
+TEST_F(MasterWrite, GoesOnInTheNextFolderWhereAReaderKeepsTheBrokenOne) {
     ASSERT_EQ(Write(3), hr::ok);
     test::RecordingSink sink;
     sink.onRow = [&](bool*) {
         if (sink.keys.size() > 1)
             return RowResult::goOn;
         test::SlowDisk disk;
+        disk.Fail(".log", EIO, 1);
+        EXPECT_EQ(Write(), hr::ok);
         disk.Fail(".log", EIO);
         EXPECT_EQ(Write(), hr::deviceError);
+        EXPECT_EQ(store.List(), Names{"20261112"}) << "the new one had no excuse";
         disk.Unblock();
-        EXPECT_EQ(Write(), hr::deviceError) << "its folder is still in use";
+        EXPECT_EQ(Write(2), hr::ok);
         return RowResult::goOn;
     };
     EXPECT_EQ(db->Scan("p", &sink, stop.Handle(), nullptr), hr::ok);
     EXPECT_EQ(sink.keys.size(), 3u);
-    EXPECT_EQ(ErrorOf("20261112", DatabaseErrorKind::open).count, 1u);
-    EXPECT_TRUE(store.List().empty()) << "the scan was the last to use it";
-    EXPECT_EQ(Write(), hr::ok);
+    EXPECT_EQ(Errors().size(), 1u);
+    EXPECT_EQ(store.List(), (Names{"20261112", "20261112001"}));
+    EXPECT_EQ(ScanAll().size(), 5u);
 }
 
-TEST_F(MasterWrite, MakesAnewWhatACrashLeftHalfMade) {
+TEST_F(MasterWrite, MakesAnewWhatAKillLeftWithoutRows) {
     const std::vector<Names> leftovers = {
-        {}, {"LOCK"}, {"LOCK", "LOG", "LOG.old", "MANIFEST-000001", "000001.dbtmp"}};
+        {},
+        {"LOCK"},
+        {"LOCK", "LOG", "LOG.old", "MANIFEST-000001", "000001.dbtmp"},
+        {"CURRENT", "LOCK", "LOG"},
+        {"CURRENT", "MANIFEST-000002", "000003.log"}};
     for (const Names& files : leftovers) {
         db.reset();
         std::filesystem::remove_all(store.Path() / "20261112");
-        std::filesystem::create_directory(store.Path() / "20261112");
-        for (const std::string& file : files)
-            store.WriteFile("20261112/" + file, "");
+        for (const char* folder : {"20261112", "20261111", "20261111999"}) {
+            store.MakeFolder(folder);
+            for (const std::string& file : files)
+                store.WriteFile(std::string(folder) + "/" + file, "");
+        }
         Restart();
+        EXPECT_EQ(store.List(), Names{}) << files.size();
         EXPECT_EQ(Write(), hr::ok) << files.size();
         EXPECT_EQ(ScanAll().size(), 1u);
+        EXPECT_TRUE(Errors().empty());
     }
     db.reset();
     std::filesystem::remove(store.Path() / "20261112/CURRENT");
     Restart();
     EXPECT_EQ(Write(), hr::fail) << "there may be rows, for somebody to save";
+}
+
+TEST_F(MasterWrite, TakesAwayWhatARemovalLeftAndLeavesOthersAlone) {
+    Put("20261112", {{"p1", ""}});
+    Put("20261111", {{"p0", ""}});
+    std::filesystem::rename(store.Path() / "20261111", store.Path() / "20261111.removed-2");
+    store.AddTables("20261110001.removed", 1);
+    const Names others = {"20261112.removed-x", "backup.removed", "lost+found", "foreign"};
+    for (const std::string& name : others) {
+        store.MakeFolder(name);
+        store.WriteFile(name + "/1.ldb", "some bytes");
+    }
+    store.MakeFolder("20261113x");
+    Restart();
+    EXPECT_EQ(ScanAll(), std::vector<std::string>{"p1"});
+    EXPECT_EQ(Errors().size(), 4u) << "foreign ones, but lost+found";
+    Names left = others;
+    left.insert({"20261112", "20261113x"});
+    EXPECT_EQ(store.List(), left);
+    {
+        const test::OtherProcess reader(store.Folder("20261114"));
+        std::filesystem::rename(store.Path() / "20261114", store.Path() / "20261114.removed");
+        Restart();
+        EXPECT_TRUE(store.Exists("20261114.removed")) << "another process is at it";
+    }
+    Restart();
+    EXPECT_EQ(store.List(), left);
+    EXPECT_EQ(Enforce(0), sizeLimitHonored);
+    EXPECT_EQ(store.List(), Names{"lost+found"});
 }
 
 TEST_F(MasterWrite, OtherFailuresGiveNothingUp) {
@@ -171,23 +290,31 @@ TEST_F(MasterWrite, SilentRecordsGoToTheDateOfTheirEvents) {
     db->ReleaseQueryCursor(&query);
 }
 
-TEST_F(MasterWrite, SilentPassThatFailsLosesItsOwnRecordsOnly) {
+TEST_F(MasterWrite, EachDateOfASilentBatchIsWrittenByItself) {
+    const auto write = [&] {
+        RecordBatch batch;
+        for (const char* date : {"2020-01-01", "2020-01-02", "2020-01-03", "2020-01-04"})
+            batch[Key(date, 0)] = "{}";
+        const HRESULT result = db->WriteSilentRecords(batch);
+        EXPECT_TRUE(batch.empty());
+        return result;
+    };
+    Put("20200103999", {{"p", "lost"}});
+    Restart();
     store.WriteFile("20200102999", "in the way");
-    RecordBatch batch;
-    for (const char* date : {"2020-01-01", "2020-01-02", "2020-01-03"})
-        batch[Key(date, 0)] = "{}";
-    EXPECT_EQ(db->WriteSilentRecords(batch), hr::deviceError);
-    EXPECT_TRUE(store.Exists("20200101999/CURRENT"));
-    ASSERT_EQ(batch.size(), 1u);
-    EXPECT_EQ(batch.begin()->first, Key("2020-01-03", 0));
-    {
-        test::SlowDisk disk;
-        disk.Fail(".log", EIO);
-        EXPECT_EQ(db->WriteSilentRecords(batch), hr::deviceError);
-    }
-    EXPECT_TRUE(batch.empty());
-    EXPECT_FALSE(store.Exists("20200103999")) << "given up";
-    EXPECT_EQ(ErrorOf("20200103999", DatabaseErrorKind::write).count, 1u);
+    store.WriteFile("20200103999/CURRENT", "rubbish");
+    EXPECT_EQ(write(), hr::deviceError) << "the first failure";
+    EXPECT_EQ(store.List(), (Names{"20200101999", "20200102999", "20200104999"}));
+    EXPECT_EQ(ErrorOf("20200103999", DatabaseErrorKind::write).lastResult, hr::corrupt);
+    EXPECT_FALSE(IsOpen("20200101999")) << "only the last one is kept open";
+    EXPECT_TRUE(IsOpen("20200104999"));
+    test::SlowDisk disk;
+    disk.Fail(".log", EIO);
+    EXPECT_EQ(write(), hr::deviceError);
+    disk.Unblock();
+    EXPECT_EQ(store.List(), Names{"20200102999"}) << "given up";
+    EXPECT_EQ(write(), hr::deviceError) << "of the second";
+    EXPECT_EQ(store.List(), (Names{"20200101999", "20200102999", "20200103999", "20200104999"}));
 }
 
 TEST_F(MasterWrite, SilentKeysCanNotLeaveTheStore) {

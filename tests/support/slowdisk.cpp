@@ -15,13 +15,13 @@ namespace ZEL::test {
 
 namespace {
 
-enum class Rule : int { none, block, fail };
+enum class Rule : int { none, block, fail, failReads };
 
 std::atomic<Rule> rule{Rule::none};
 std::mutex ruleMutex;
 std::condition_variable ruleChanged;
 std::string ruleSuffix;
-int ruleError = 0;
+int ruleError = 0, failuresLeft = 0, failures = 0;
 int blockedWriters = 0;
 
 bool NameEndsIn(int file, const std::string& suffix) {
@@ -32,13 +32,17 @@ bool NameEndsIn(int file, const std::string& suffix) {
 }
 
 // False, with errno set, when the operation is to fail.
-bool MayProceed(int file) {
+bool MayProceed(int file, bool isRead = false) {
     if (rule.load(std::memory_order_acquire) == Rule::none)
         return true;
     std::unique_lock hold(ruleMutex);
-    if (rule == Rule::none || !NameEndsIn(file, ruleSuffix))
+    if (rule == Rule::none || (rule == Rule::failReads) != isRead || !NameEndsIn(file, ruleSuffix))
         return true;
-    if (rule == Rule::fail) {
+    if (rule != Rule::block) {
+        if (failuresLeft == 0)
+            return true;
+        --failuresLeft;
+        ++failures;
         errno = ruleError;
         return false;
     }
@@ -49,10 +53,12 @@ bool MayProceed(int file) {
     return true;
 }
 
-void SetRule(Rule newRule, std::string_view suffix, int error) {
+void SetRule(Rule newRule, std::string_view suffix, int error, int times = 0) {
     const std::lock_guard hold(ruleMutex);
     ruleSuffix = suffix;
     ruleError = error;
+    failuresLeft = times;
+    failures = 0;
     rule = newRule;
     ruleChanged.notify_all();
 }
@@ -68,8 +74,17 @@ void SlowDisk::AwaitBlocked() {
     ruleChanged.wait(hold, [] { return blockedWriters > 0; });
 }
 
-void SlowDisk::Fail(std::string_view suffix, int error) {
-    SetRule(Rule::fail, suffix, error);
+void SlowDisk::Fail(std::string_view suffix, int error, int times) {
+    SetRule(Rule::fail, suffix, error, times);
+}
+
+void SlowDisk::FailReads(std::string_view suffix, int error) {
+    SetRule(Rule::failReads, suffix, error, 1 << 30);
+}
+
+int SlowDisk::Failures() const {
+    const std::lock_guard hold(ruleMutex);
+    return failures;
 }
 
 void SlowDisk::Unblock() {
@@ -79,6 +94,10 @@ void SlowDisk::Unblock() {
 }  // namespace ZEL::test
 
 extern "C" {
+
+[[gnu::visibility("default")]] ssize_t read(int file, void* data, std::size_t size) {
+    return ZEL::test::MayProceed(file, true) ? ::syscall(SYS_read, file, data, size) : -1;
+}
 
 [[gnu::visibility("default")]] ssize_t write(int file, const void* data, std::size_t size) {
     return ZEL::test::MayProceed(file) ? ::syscall(SYS_write, file, data, size) : -1;

@@ -8,6 +8,7 @@
 #include "common/filesystem.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
+#include "zelstore/database/leftovers.h"
 
 namespace ZEL {
 
@@ -76,9 +77,10 @@ HRESULT FolderGate::CheckOpen(IfMissing ifMissing) const {
         return hr::deviceError;
     if (wm::IsLink(folder_))
         return hr::fail;
-    if (!wm::FileExists(wm::JoinPath(folder_, L"CURRENT"))) {
+    const std::wstring current = wm::JoinPath(folder_, L"CURRENT");
+    if (!wm::IsRegularFile(current)) {
         // Asked to open what isn't there, the library would leave files behind.
-        if (ifMissing == IfMissing::fail)
+        if (ifMissing == IfMissing::fail || wm::FileExists(current))
             return hr::fail;
         if (!HasRoomFor(StoreOfPath(folder_), 0))
             return hr::diskFull;
@@ -112,12 +114,32 @@ void FolderGate::Remove() const noexcept {
     IgnoreResult(AtBoundary([&] {
                      const HRESULT result = isOpenHere          ? hr::deviceError
                                             : IsOpenElsewhere() ? hr::sharingViolation
-                                                                : wm::RemoveTree(folder_);
+                                                                : MoveAndRemove();
                      if (Failed(result))
                          wm::Trace(wm::message::folderNotRemoved, result, wm::ToUtf8Lossy(folder_));
                      return result;
                  }),
                  "only traced");
+}
+
+// The name changes in one step: a process that is killed leaves the whole database, or a folder
+// that can be told from one.
+HRESULT FolderGate::MoveAndRemove() const {
+    if (!HasDatabaseName(folder_)) {  // what a removal has left, or somebody's
+        RemoveDatabase(folder_);
+        return hr::ok;
+    }
+    const std::wstring place = PlaceForRemoval(folder_);
+    const HRESULT moved = wm::Rename(folder_, place);
+    if (Failed(moved))
+        return moved == hr::pathNotFound ? hr::ok : moved;
+    // Another process may have come since the check.
+    if (wm::IsLockedByAnotherProcess(wm::JoinPath(place, L"LOCK"))) {
+        IgnoreResult(wm::Rename(place, folder_), "it goes at the next start");
+        return hr::sharingViolation;
+    }
+    RemoveDatabase(place);
+    return hr::ok;
 }
 
 }  // namespace ZEL

@@ -39,7 +39,8 @@ public:
 
     // Whether the library may be asked to open the folder; nothing is changed on disk.
     //   0x8007045d  a user in this process has the folder open
-    //   0x80004005  it is a symbolic link, or holds no database and none may be made
+    //   0x80004005  it is a symbolic link, or holds no database and none may be made; or something
+    //               else stands in the place of its CURRENT
     //   0x80070004  this process has no file handles left for a database
     //   0x80070005  a log can't be read, and the library would drop it with its records
     //   0x80070020  another process has it open
@@ -52,7 +53,7 @@ public:
     void AwaitOtherProcess(const std::function<bool()>& isToEnd) EXCLUDES(lock);
 
     // Removes the folder unless somebody uses it. Failures are only traced: the folder then comes
-    // back as a database at the next start.
+    // back as a database at the next start, or goes then when its removal had begun.
     void Remove() const noexcept REQUIRES(lock);
 
 private:
@@ -60,6 +61,8 @@ private:
     bool isOpen_ GUARDED_BY(lock) = false;
     std::weak_ptr<LevelDbInstance> user_ GUARDED_BY(lock);
     std::condition_variable_any closed_;
+
+    HRESULT MoveAndRemove() const;
 };
 
 }  // namespace ZEL

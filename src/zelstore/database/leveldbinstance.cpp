@@ -11,8 +11,10 @@
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/endwatch.h"
+#include "zelstore/database/folderenv.h"
 #include "zelstore/database/foldergate.h"
 #include "zelstore/database/iquerysink.h"
+#include "zelstore/database/leftovers.h"
 #include "zelstore/database/readingenv.h"
 #include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyfield.h"
@@ -43,13 +45,13 @@ leveldb::ReadOptions MakeReadOptions(const leveldb::Snapshot* snapshot = nullptr
     return options;
 }
 
-// A state of the database, for as long as a scan walks it.
-class ScanSnapshot {
+// A state of the database, for as long as somebody reads it.
+class HeldSnapshot {
 public:
-    explicit ScanSnapshot(leveldb::DB& db) : db_(db), snapshot_(db.GetSnapshot()) {}
-    ~ScanSnapshot() { db_.ReleaseSnapshot(snapshot_); }
-    ScanSnapshot(const ScanSnapshot&) = delete;
-    ScanSnapshot& operator=(const ScanSnapshot&) = delete;
+    explicit HeldSnapshot(leveldb::DB& db) : db_(db), snapshot_(db.GetSnapshot()) {}
+    ~HeldSnapshot() { db_.ReleaseSnapshot(snapshot_); }
+    HeldSnapshot(const HeldSnapshot&) = delete;
+    HeldSnapshot& operator=(const HeldSnapshot&) = delete;
     const leveldb::Snapshot* Get() const noexcept { return snapshot_; }
 
 private:
@@ -109,6 +111,14 @@ void LevelDbInstance::AbortScans() noexcept {
         scan->abortEvent.Set();
 }
 
+struct LevelDbInstance::Cursor {
+    explicit Cursor(leveldb::DB& db)
+        : snapshot(db), row(db.NewIterator(MakeReadOptions(snapshot.Get()))) {}
+
+    const HeldSnapshot snapshot;
+    const std::unique_ptr<leveldb::Iterator> row;  // goes ahead of its snapshot
+};
+
 LevelDbInstance::LevelDbInstance(std::wstring path) : path_(std::move(path)) {
     if (!wm::ToUtf8(path_, narrowPath_))
         narrowPath_.clear();
@@ -123,20 +133,42 @@ LevelDbInstance::~LevelDbInstance() {
 void LevelDbInstance::Close() noexcept {
     if (readingEnv_)
         return db_.reset();
+    if (!movedTo_.empty()) {
+        db_.reset();
+        RemoveDatabase(movedTo_);
+        return;
+    }
     const wm::Hold hold(gate_->lock);
     db_.reset();
     gate_->SetClosed();
-    if (!deleteOnClose_.load(std::memory_order_relaxed))
-        return;
+    if (deleteOnClose_)
+        gate_->Remove();
+}
+
+void LevelDbInstance::DeleteOnClose() noexcept {
     IgnoreResult(AtBoundary([this] {
-                     // The library would follow a link that stands in the folder's place by now.
-                     return wm::IsLink(path_)
-                                ? hr::ok
-                                : Traced(leveldb::DestroyDB(narrowPath_, leveldb::Options()),
-                                         wm::message::databaseNotRemoved);
+                     const wm::Hold hold(gate_->lock);
+                     if (deleteOnClose_)
+                         return hr::ok;
+                     deleteOnClose_ = true;
+                     return HasDatabaseName(path_) ? MoveAway() : hr::ok;
                  }),
-                 "the folder is removed all the same");
-    gate_->Remove();
+                 "the folder keeps its place until the last user lets go");
+}
+
+HRESULT LevelDbInstance::MoveAway() {
+    std::wstring place = PlaceForRemoval(path_);
+    const HRESULT moved = env_->MoveTo(place);
+    if (Failed(moved))
+        return moved;
+    movedTo_ = std::move(place);
+    gate_->SetClosed();
+    return hr::ok;
+}
+
+HRESULT LevelDbInstance::CauseOf(HRESULT result) const noexcept {
+    const HRESULT want = env_->Want();
+    return Failed(result) && Failed(want) ? want : result;
 }
 
 HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
@@ -150,7 +182,9 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
         wm::Trace(wm::message::databaseRefused, allowed, narrowPath_);
         return allowed;
     }
+    env_ = std::make_unique<FolderEnv>(narrowPath_);
     leveldb::Options options;
+    options.env = env_.get();
     options.create_if_missing = ifMissing == IfMissing::create;
     options.max_open_files = mostOpenFiles;
     leveldb::DB* opened = nullptr;
@@ -167,7 +201,7 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     // Another process may have been faster since the check; that is no broken device.
     if (result == hr::deviceError && gate_->IsOpenElsewhere())
         return hr::sharingViolation;
-    return Failed(result) ? result : hr::fail;
+    return Failed(result) ? CauseOf(result) : hr::fail;
 }
 
 HRESULT LevelDbInstance::OpenForReading() {
@@ -201,7 +235,10 @@ HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
         writes.Put(key, value);
     leveldb::WriteOptions options;
     options.sync = false;
-    return Traced(db_->Write(options, &writes), wm::message::batchNotWritten);
+    const HRESULT result = Traced(db_->Write(options, &writes), wm::message::batchNotWritten);
+    if (Failed(result))
+        isBroken_.store(true, std::memory_order_release);
+    return CauseOf(result);
 }
 
 HRESULT LevelDbInstance::Get(const std::string& key, std::string* value) {
@@ -219,7 +256,7 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
     RunningScan scan(*this);
     if (!scan.abortEvent.Create(false, false))
         return hr::outOfMemory;
-    const ScanSnapshot snapshot(*db_);
+    const HeldSnapshot snapshot(*db_);
     const leveldb::ReadOptions options = MakeReadOptions(snapshot.Get());
     const std::unique_ptr<leveldb::Iterator> row(db_->NewIterator(options));
     if (!row)
@@ -260,12 +297,10 @@ bool LevelDbInstance::ShouldContinue(HANDLE abortEvent, HANDLE stopEvent,
     return first == (mayPause ? resumed : wm::waitTimedOut);
 }
 
-bool LevelDbInstance::MakeCursorLocked() {
-    if (cursorSnapshot_ == nullptr) {
-        cursorSnapshot_ = db_->GetSnapshot();
-        cursorIterator_.reset(db_->NewIterator(MakeReadOptions(cursorSnapshot_)));
-    }
-    return cursorIterator_ != nullptr;
+leveldb::Iterator* LevelDbInstance::GetCursorLocked() {
+    if (!cursor_)
+        cursor_ = std::make_unique<Cursor>(*db_);
+    return cursor_->row.get();
 }
 
 HRESULT LevelDbInstance::ReadPrefix(std::string_view prefix, std::vector<std::string>* values) {
@@ -273,9 +308,10 @@ HRESULT LevelDbInstance::ReadPrefix(std::string_view prefix, std::vector<std::st
         return hr::unexpected;
     const leveldb::Slice start(prefix.data(), prefix.size());
     const wm::Hold hold(cursorLock_);
-    if (!MakeCursorLocked())
+    leveldb::Iterator* const cursor = GetCursorLocked();
+    if (cursor == nullptr)
         return hr::outOfMemory;
-    leveldb::Iterator& row = *cursorIterator_;
+    leveldb::Iterator& row = *cursor;
     for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
         if (SpendOfThread(stepsToCopy + row.value().size()))
             return hr::aborted;
@@ -292,9 +328,10 @@ HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOthe
     *hasOther = false;
     const leveldb::Slice start(prefix.data(), prefix.size());
     const wm::Hold hold(cursorLock_);
-    if (!MakeCursorLocked())
+    leveldb::Iterator* const cursor = GetCursorLocked();
+    if (cursor == nullptr)
         return hr::outOfMemory;
-    leveldb::Iterator& row = *cursorIterator_;
+    leveldb::Iterator& row = *cursor;
     constexpr std::string_view flagName = KeyFieldName(KeyField::silentEnrichment);
     KeyFields fields;
     for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
@@ -316,14 +353,8 @@ HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOthe
 }
 
 void LevelDbInstance::ReleaseCursor() {
-    if (!db_)
-        return;
     const wm::Hold hold(cursorLock_);
-    if (cursorSnapshot_ == nullptr)
-        return;
-    cursorIterator_.reset();
-    db_->ReleaseSnapshot(cursorSnapshot_);
-    cursorSnapshot_ = nullptr;
+    cursor_.reset();
 }
 
 }  // namespace ZEL

@@ -15,11 +15,11 @@
 namespace leveldb {
 class DB;
 class Iterator;
-class Snapshot;
 }  // namespace leveldb
 
 namespace ZEL {
 
+class FolderEnv;
 class FolderGate;
 class ReadingEnv;
 
@@ -49,7 +49,13 @@ public:
 
     // 0x80070005 when opened for reading. Writes all records at once or none. They survive a crash
     // of the process, not of the system.
+    // A failure leaves the database broken: 0x80070070, 0x80070004, 0x8007000e or 0x80070005 when
+    // it came from want of room, descriptors, memory or leave to write, also when the library met
+    // that earlier in the background.
     HRESULT Write(const RecordBatch& batch);
+    // Whether a write has failed. Reads go on, writes need the folder to be opened anew: the
+    // library refuses them from some failures on, and would lose them behind others.
+    bool IsBroken() const noexcept { return isBroken_.load(std::memory_order_acquire); }
     HRESULT Get(const std::string& key, std::string* value);
 
     // Hands all rows from `startKey` on to the sink. 0x80004004 when stopped or aborted: that is
@@ -68,28 +74,36 @@ public:
                              std::vector<std::string>* values);
     void ReleaseCursor();
 
-    // The folder goes when the last user lets go.
-    void DeleteOnClose() noexcept { deleteOnClose_.store(true, std::memory_order_relaxed); }
+    // The folder goes when the last user lets go. Until then it stands under another name, so that
+    // its place is free for a new database at once.
+    void DeleteOnClose() noexcept;
 
 private:
     class RunningScan;
 
     static bool ShouldContinue(HANDLE abortEvent, HANDLE stopEvent, HANDLE pauseEvent) noexcept;
-    // False when there is no cursor.
-    bool MakeCursorLocked() REQUIRES(cursorLock_);
+    // Null when there can be none.
+    leveldb::Iterator* GetCursorLocked() REQUIRES(cursorLock_);
     void Close() noexcept;
+    HRESULT MoveAway();
+    // What a failure comes from, as far as the system has told it.
+    HRESULT CauseOf(HRESULT result) const noexcept;
 
     const std::wstring path_;
     std::string narrowPath_;  // UTF-8; empty when the path has no such form
     std::shared_ptr<FolderGate> gate_;
+    std::unique_ptr<FolderEnv> env_;          // outlives the database
     std::unique_ptr<ReadingEnv> readingEnv_;  // of one that is opened for reading
     std::unique_ptr<leveldb::DB> db_;         // set once, by Open
-    std::atomic<bool> deleteOnClose_{false};
     wm::Lock scansLock_;
     std::vector<RunningScan*> scans_ GUARDED_BY(scansLock_);
+    std::atomic<bool> isBroken_{false};
+    // Written under the gate's lock by users of the database, read when there are none any more.
+    bool deleteOnClose_ = false;
+    std::wstring movedTo_;  // empty while the folder stands in its place
     wm::Lock cursorLock_{wm::LockRank::cursor};
-    const leveldb::Snapshot* cursorSnapshot_ GUARDED_BY(cursorLock_) = nullptr;
-    std::unique_ptr<leveldb::Iterator> cursorIterator_ GUARDED_BY(cursorLock_);
+    struct Cursor;
+    std::unique_ptr<Cursor> cursor_ GUARDED_BY(cursorLock_);
 };
 
 }  // namespace ZEL

@@ -6,6 +6,13 @@
 
 // Whoever drops the last pointer to an instance closes the database, which may take long. So
 // pointers are moved out of here under the lock and dropped after it is released.
+//
+// Writing. Behind a batch that failed the library refuses all others, or appends them to a log
+// where nobody will find them: after half a batch the next start of that log reads no further. So
+// each failure ends the instance for writers. The folder is closed and opened anew, which reads the
+// log up to the failed batch, and the batch is written once more. That is all a disk needs that was
+// full for a moment; the folder is broken when both attempts fail and neither has met a lack of
+// anything. While a query reads the folder it can't be closed; another one has to be written then.
 
 namespace ZEL {
 
@@ -65,6 +72,8 @@ HRESULT LevelDbInstanceProxy::GetReaderLocked(std::shared_ptr<LevelDbInstance>* 
     *out = reader_.lock();
     if (*out)
         return hr::ok;
+    if (IsGone())
+        return hr::notFound;
     auto fresh = std::make_shared<LevelDbInstance>(path_);
     const HRESULT result = fresh->OpenForReading();
     if (Failed(result))
@@ -82,6 +91,8 @@ HRESULT LevelDbInstanceProxy::GetInstanceLocked(std::shared_ptr<LevelDbInstance>
 
 HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out,
                                                    IfMissing ifMissing) {
+    if (IsGone())
+        return hr::notFound;
     auto fresh = std::make_shared<LevelDbInstance>(path_);
     const HRESULT result = fresh->Open(ifMissing);
     if (Failed(result))
@@ -119,17 +130,49 @@ HRESULT LevelDbInstanceProxy::Write(const RecordBatch& batch) {
         return hr::diskFull;
     if (!wm::CanOpenFiles(handlesOfADatabase))
         return hr::tooManyOpenFiles;
+    const wm::Hold hold(writeLock_);
+    const HRESULT first = WriteOnce(batch);
+    if (Succeeded(first) || first == hr::sharingViolation || IsGone())
+        return first;
+    // Should the batch be in the log already, the same rows stand there twice, which is once.
+    const HRESULT second = WriteOnce(batch);
+    return Succeeded(second) || TellsBrokenDatabase(first) ? second : first;
+}
+
+HRESULT LevelDbInstanceProxy::WriteOnce(const RecordBatch& batch) {
     std::shared_ptr<LevelDbInstance> local;
-    const HRESULT result = GetInstance(&local, IfMissing::create);
+    const HRESULT result = GetSoundInstance(&local);
     if (Failed(result))
         return result;
     recordsSinceCount_.fetch_add(batch.size(), std::memory_order_relaxed);
     return local->Write(batch);
 }
 
+HRESULT LevelDbInstanceProxy::GetSoundInstance(std::shared_ptr<LevelDbInstance>* out) {
+    const wm::Hold hold(lock_);
+    if (IsGone())
+        return hr::notFound;
+    *out = PeekInstanceLocked();
+    if (*out && !(*out)->IsBroken())
+        return hr::ok;
+    // Closed here, under the lock, so that no reader comes in between.
+    out->reset();
+    heldInstance_.reset();
+    std::shared_ptr<LevelDbInstance> ofReader = instance_.lock();
+    isHeldByReader_.store(ofReader != nullptr, std::memory_order_relaxed);
+    const HRESULT result =
+        ofReader ? hr::sharingViolation : CreateInstanceLocked(out, IfMissing::create);
+    if (holdCount_ > 0)
+        heldInstance_ = ofReader ? std::move(ofReader) : *out;
+    return result;
+}
+
 void LevelDbInstanceProxy::MarkForDeletion() {
     std::shared_ptr<LevelDbInstance> local;
     const wm::Hold hold(lock_);
+    // By a second time another database may stand in the folder's place.
+    if (isGone_.exchange(true, std::memory_order_acq_rel))
+        return;
     local = PeekInstanceLocked();
     if (local) {
         local->DeleteOnClose();

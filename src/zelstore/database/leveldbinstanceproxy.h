@@ -62,11 +62,21 @@ public:
     bool IsBeingWritten() const noexcept {
         return writesUnderWay_.load(std::memory_order_acquire) != 0;
     }
-    // 0x80070070, without a look at the database, when the volume has no room for the batch.
+    // Writes the batch, and if that fails once more with the folder opened anew. 0x80070070 without
+    // a look at the database when the volume has no room for the batch. A lack of room, of
+    // descriptors, of memory or of leave to write is told as such, also when only one of the two
+    // attempts has met it; TellsBrokenDatabase holds for what neither had an excuse for.
     HRESULT Write(const RecordBatch& batch);
+    static bool TellsBrokenDatabase(HRESULT result) noexcept {
+        return result == hr::corrupt || result == hr::deviceError;
+    }
+    // Whether the last write failed and the folder can't be opened anew, since somebody reads it.
+    bool IsHeldByReader() const noexcept { return isHeldByReader_.load(std::memory_order_relaxed); }
 
     // Gives the folder up: it goes at once, or when the last user of the open database lets go.
+    // Nothing is opened here any more: the result is then 0x80070490.
     void MarkForDeletion();
+    bool IsGone() const noexcept { return isGone_.load(std::memory_order_acquire); }
 
     // Counts the table files. A folder that can't be listed counts none. Counters are estimates: a
     // write at the same time may be left out.
@@ -84,6 +94,9 @@ private:
     bool MustReadAlone() const;
     HRESULT CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing)
         REQUIRES(lock_);
+    HRESULT WriteOnce(const RecordBatch& batch) REQUIRES(writeLock_);
+    // An instance that no write has failed on.
+    HRESULT GetSoundInstance(std::shared_ptr<LevelDbInstance>* out) REQUIRES(writeLock_);
 
     const std::wstring path_;
     const std::wstring store_;
@@ -93,6 +106,10 @@ private:
     std::atomic<std::uint64_t> recordsSinceCount_{0};
     std::atomic<std::uint64_t> recountBudget_{0};
     std::atomic<std::int32_t> writesUnderWay_{0};
+    std::atomic<bool> isHeldByReader_{false};
+    std::atomic<bool> isGone_{false};
+    // One batch at a time: nothing may be appended to a log behind a batch that failed.
+    wm::Lock writeLock_{wm::LockRank::proxyWrite};
     // Held while the database is opened, so that it is opened once.
     wm::Lock lock_{wm::LockRank::proxy};
     std::weak_ptr<LevelDbInstance> instance_ GUARDED_BY(lock_);

@@ -4,7 +4,11 @@
 #include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "common/trace.h"
 #include "zelstore/database/endwatch.h"
+#include "zelstore/database/foldergate.h"
+#include "zelstore/database/leftovers.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 
@@ -16,6 +20,27 @@ struct ProcessDatabase {
     wm::Lock lock{wm::LockRank::masterDatabase};
     std::unique_ptr<ZelMasterDatabase> database GUARDED_BY(lock);
 };
+
+// Whether a folder belongs into the catalog.
+bool IsDatabase(const std::wstring& folder, bool hasTables) {
+    if (IsLeftByRemoval(folder))
+        return false;
+    const bool isReachable = hasTables ? !IsOfSystem(folder) : !IsOutOfReach(folder);
+    if (isReachable)
+        return hasTables || !HoldsNoRows(folder);
+    wm::Trace(wm::message::folderPassedOver, hr::accessDenied, wm::ToUtf8Lossy(folder));
+    return false;
+}
+
+// Takes away what a kill has left of a removal or of a making, unless another process has it.
+void FinishLeftover(const std::wstring& folder) {
+    if (!IsLeftByRemoval(folder) && !HoldsNoRows(folder))
+        return;
+    wm::Trace(wm::message::leftoverTakenAway, hr::ok, wm::ToUtf8Lossy(folder));
+    const std::shared_ptr<FolderGate> gate = FolderGate::For(folder);
+    const wm::Hold closed(gate->lock);
+    gate->Remove();
+}
 
 }  // namespace
 
@@ -59,7 +84,11 @@ HRESULT ZelMasterDatabase::LoadExistingDatabases() {
     Catalog found;
     for (const std::wstring& folder : folders) {
         IgnoreResult(AtBoundary([&] {
-                         found[folder] = std::make_shared<LevelDbInstanceProxy>(folder);
+                         auto proxy = std::make_shared<LevelDbInstanceProxy>(folder);
+                         if (IsDatabase(folder, proxy->EstimatedBytes() != 0))
+                             found[folder] = std::move(proxy);
+                         else
+                             FinishLeftover(folder);
                          return hr::ok;
                      }),
                      "a folder without a proxy is passed over");

@@ -67,7 +67,6 @@ private:
     // The database for today's writes, or for silent enrichments of `date`. What is given by
     // GetWriteDatabase and ChooseSilentDatabase is marked as being written.
     ProxyPtr NextWriteDatabase();
-    void LeaveOutCutOffMaking();
     HRESULT GetWriteDatabase(ProxyPtr* proxy);
     HRESULT GetWriteDatabaseLocked(const std::wstring& today, ProxyPtr* proxy)
         REQUIRES(databaseLock_);
@@ -78,6 +77,12 @@ private:
     HRESULT ReuseWriteDatabaseLocked(const ProxyPtr& proxy) REQUIRES(databaseLock_);
     HRESULT CreateDatabaseLocked(std::wstring path, ProxyPtr* proxy) REQUIRES(databaseLock_);
 
+    // Writes to the database that `choose` gives, and hands it to `keep` when that went well.
+    template <typename Choose, typename Keep>
+    HRESULT WriteToChosen(const RecordBatch& batch, Choose&& choose, Keep&& keep);
+
+    // Moves the records of the first one's date from `batch` to `group`.
+    static HRESULT TakeSilentGroup(RecordBatch& batch, std::string* groupDate, RecordBatch* group);
     HRESULT WriteSilentGroup(const std::string& date, const RecordBatch& group);
     HRESULT ChooseSilentDatabase(const std::wstring& date, ProxyPtr* proxy);
     void KeepSilentDatabase(const ProxyPtr& proxy);

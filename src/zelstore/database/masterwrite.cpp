@@ -18,9 +18,14 @@
 // Silent enrichments go to the one database 999 of their event's date. The last one written is kept
 // open if it was made here; one that was there before is opened for each write.
 //
-// A database whose files turn out corrupt or whose device fails in a write is given up: it leaves
-// the catalog, then its folder goes. Its batch is lost, the next one starts a new database. No
-// other failure gives anything up.
+// A database that a write finds corrupt or its device broken, and again when it has been opened
+// anew, is given up: it leaves the catalog, then its folder goes. Its batch is lost, the next one
+// starts a new database. No other failure gives anything up; a lack of room, of descriptors, of
+// memory or of leave to write costs the batch that meets it, and the next one tries again.
+//
+// Where a write has failed while a query reads the folder, that folder can't be opened anew, and
+// the day goes on in the one with the next number. A date has but one database 999, which has to
+// wait for its reader; when it was purged under a reader, it is made anew.
 
 namespace ZEL {
 
@@ -33,6 +38,10 @@ bool IsFull(LevelDbInstanceProxy& proxy) {
     if (proxy.RecordsSinceCount() != 0)
         proxy.RecountSize();
     return proxy.EstimatedBytes() >= databaseLimitBytes;
+}
+
+bool IsToBeFollowed(LevelDbInstanceProxy& proxy) {
+    return proxy.IsHeldByReader() || IsFull(proxy);
 }
 
 // The table of errors tells what a folder has lost. Where no folder is concerned only a report can.
@@ -48,22 +57,6 @@ void ReportUnlessCounted(HRESULT result, const std::string& date, std::size_t co
         return hr::ok;
     };
     IgnoreResult(AtBoundary(report), "a report never changes a result");
-}
-
-// A process that ends while the library makes a database leaves a folder that can't be opened and
-// holds no rows. The next write makes it anew, once the catalog does not name it any more. With any
-// other file in it, it is somebody's.
-bool IsCutOffMaking(const std::wstring& folder) {
-    const auto has = [&](const wchar_t* name) {
-        return wm::FileExists(wm::JoinPath(folder, name));
-    };
-    std::vector<std::wstring> inside;
-    if (has(L"CURRENT") || Failed(wm::ListDirectories(folder, inside)) || !inside.empty())
-        return false;
-    std::uint64_t leftovers = wm::CountFiles(folder, L".dbtmp");
-    for (const wchar_t* name : {L"LOCK", L"LOG", L"LOG.old", L"MANIFEST-000001"})
-        leftovers += has(name) ? 1 : 0;
-    return wm::CountFiles(folder, L"") == leftovers;
 }
 
 // Ends the mark that was set when the database was chosen.
@@ -82,17 +75,31 @@ private:
 
 HRESULT ZelMasterDatabase::WriteRecords(RecordBatch& batch) {
     return AtBoundary([&] {
-        LeaveOutCutOffMaking();
-        ProxyPtr proxy;
-        HRESULT result = GetWriteDatabase(&proxy);
+        return WriteToChosen(
+            batch, [this](ProxyPtr* proxy) { return GetWriteDatabase(proxy); },
+            [](const ProxyPtr&) {});
+    });
+}
+
+template <typename Choose, typename Keep>
+HRESULT ZelMasterDatabase::WriteToChosen(const RecordBatch& batch, Choose&& choose, Keep&& keep) {
+    ProxyPtr proxy;
+    HRESULT result = hr::fail;
+    // A second time where the first choice was given up meanwhile, or is kept by a reader.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        result = choose(&proxy);
         if (Failed(result))
             return result;
         const WriteUnderWay underWay(*proxy);
         result = AtBoundary([&] { return proxy->Write(batch); });
-        if (Failed(result))
-            OnWriteFailure(proxy, result);
-        return result;
-    });
+        if (Succeeded(result))
+            keep(proxy);  // ahead of the next purge
+        if (Succeeded(result) || !(proxy->IsGone() || proxy->IsHeldByReader()))
+            break;
+    }
+    if (Failed(result))
+        OnWriteFailure(proxy, result);
+    return result;
 }
 
 // A folder that this process does not hold yet may be open in a program that reads it.
@@ -112,17 +119,6 @@ ZelMasterDatabase::ProxyPtr ZelMasterDatabase::NextWriteDatabase() {
     return writeDatabase_ && writeDatabase_->Date() == today ? nullptr : FindLocked(today, false);
 }
 
-void ZelMasterDatabase::LeaveOutCutOffMaking() {
-    const ProxyPtr next = NextWriteDatabase();
-    if (!next || !IsCutOffMaking(next->Path()))
-        return;
-    wm::Trace(wm::message::halfMadeDatabase, hr::fail, wm::ToUtf8Lossy(next->Path()));
-    const wm::HoldExclusive hold(databaseLock_);
-    const auto entry = databases_.find(next->Path());
-    if (entry != databases_.end() && entry->second == next && !next->PeekInstance())
-        databases_.erase(entry);
-}
-
 HRESULT ZelMasterDatabase::GetWriteDatabase(ProxyPtr* proxy) {
     const wm::HoldExclusive hold(databaseLock_);
     const HRESULT result = GetWriteDatabaseLocked(FormatToday(), proxy);
@@ -134,7 +130,7 @@ HRESULT ZelMasterDatabase::GetWriteDatabase(ProxyPtr* proxy) {
 HRESULT ZelMasterDatabase::GetWriteDatabaseLocked(const std::wstring& today, ProxyPtr* proxy) {
     ProxyPtr current = writeDatabase_ && writeDatabase_->Date() == today ? writeDatabase_
                                                                          : FindLocked(today, false);
-    if (current && (current->Number() == lastEventNumber || !IsFull(*current))) {
+    if (current && (current->Number() == lastEventNumber || !IsToBeFollowed(*current))) {
         *proxy = current;
         return ReuseWriteDatabaseLocked(current);
     }
@@ -212,47 +208,49 @@ HRESULT ZelMasterDatabase::GetSilentDatabaseLocked(const std::wstring& date, IfM
 
 HRESULT ZelMasterDatabase::WriteSilentRecords(RecordBatch& batch) {
     return AtBoundary([&] {
-        std::string passDate, date;
+        HRESULT firstFailure = hr::ok;
         while (!batch.empty()) {
+            std::string date;
             RecordBatch group;
-            for (auto record = batch.begin(); record != batch.end();) {
-                const HRESULT result = ExtractKeyDate(record->first, &date);
-                if (Failed(result)) {
-                    ReportLostRecords(result, batch.size() + group.size());
-                    return result;
-                }
-                if (group.empty())
-                    passDate = date;
-                const auto next = std::next(record);
-                if (date == passDate)
-                    group.insert(group.end(), batch.extract(record));
-                record = next;
-            }
-            const HRESULT result = WriteSilentGroup(passDate, group);
+            HRESULT result = TakeSilentGroup(batch, &date, &group);
             if (Failed(result)) {
-                ReportUnlessCounted(result, passDate, batch.size() + group.size());
+                ReportLostRecords(result, batch.size() + group.size());
                 return result;
             }
+            result = AtBoundary([&] { return WriteSilentGroup(date, group); });
+            if (Failed(result))
+                ReportUnlessCounted(result, date, group.size());
+            if (Succeeded(firstFailure))
+                firstFailure = result;
         }
-        return hr::ok;
+        return firstFailure;
     });
+}
+
+HRESULT ZelMasterDatabase::TakeSilentGroup(RecordBatch& batch, std::string* groupDate,
+                                           RecordBatch* group) {
+    std::string date;
+    for (auto record = batch.begin(); record != batch.end();) {
+        const HRESULT result = ExtractKeyDate(record->first, &date);
+        if (Failed(result))
+            return result;
+        if (group->empty())
+            *groupDate = date;
+        const auto next = std::next(record);
+        if (date == *groupDate)
+            group->insert(group->end(), batch.extract(record));
+        record = next;
+    }
+    return hr::ok;
 }
 
 HRESULT ZelMasterDatabase::WriteSilentGroup(const std::string& date, const RecordBatch& group) {
     std::wstring wideDate;
     if (!wm::ToWide(date, wideDate))
         return hr::fail;
-    ProxyPtr proxy;
-    HRESULT result = ChooseSilentDatabase(wideDate, &proxy);
-    if (Failed(result))
-        return result;
-    const WriteUnderWay underWay(*proxy);
-    result = AtBoundary([&] { return proxy->Write(group); });
-    if (Failed(result))
-        OnWriteFailure(proxy, result);
-    else
-        KeepSilentDatabase(proxy);
-    return result;
+    return WriteToChosen(
+        group, [&](ProxyPtr* proxy) { return ChooseSilentDatabase(wideDate, proxy); },
+        [this](const ProxyPtr& proxy) { KeepSilentDatabase(proxy); });
 }
 
 HRESULT ZelMasterDatabase::ChooseSilentDatabase(const std::wstring& date, ProxyPtr* proxy) {
@@ -283,7 +281,7 @@ void ZelMasterDatabase::KeepSilentDatabase(const ProxyPtr& proxy) {
 
 void ZelMasterDatabase::OnWriteFailure(const ProxyPtr& proxy, HRESULT result) {
     RecordDatabaseError(proxy->Path(), DatabaseErrorKind::write, result);
-    if (result == hr::corrupt || result == hr::deviceError)
+    if (LevelDbInstanceProxy::TellsBrokenDatabase(result))
         GiveUp(proxy);
 }
 
@@ -291,10 +289,8 @@ void ZelMasterDatabase::GiveUp(const ProxyPtr& proxy) {
     {
         const wm::HoldExclusive hold(databaseLock_);
         const auto entry = databases_.find(proxy->Path());
-        // Another writer gave it up before, and the folder belongs to a new database by now.
-        if (entry != databases_.end() && entry->second != proxy)
-            return;
-        if (entry != databases_.end())
+        // When another writer gave it up before, the folder may belong to a new database by now.
+        if (entry != databases_.end() && entry->second == proxy)
             databases_.erase(entry);
         if (proxy == writeDatabase_)
             writeDatabase_.reset();

@@ -1,0 +1,104 @@
+#include "zelstore/database/leftovers.h"
+
+#include <leveldb/db.h>
+
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+#include "common/boundary.h"
+#include "common/filesystem.h"
+#include "common/textbridge.h"
+#include "common/trace.h"
+#include "zelstore/database/statusresult.h"
+
+namespace ZEL {
+
+namespace {
+
+constexpr std::wstring_view removedMark = L".removed";
+
+bool AreDigits(std::wstring_view text) {
+    return std::all_of(text.begin(), text.end(), [](wchar_t c) { return c >= L'0' && c <= L'9'; });
+}
+
+bool IsDatabaseName(std::wstring_view name) {
+    constexpr std::size_t date = 8, dateAndNumber = 11;
+    return (name.size() == date || name.size() == dateAndNumber) && AreDigits(name);
+}
+
+// Files as the library names them, those that may hold rows apart.
+bool IsBookkeeping(std::wstring_view name) {
+    constexpr std::wstring_view manifest = L"MANIFEST-", fresh = L".dbtmp";
+    if (name == L"CURRENT" || name == L"LOCK" || name == L"LOG" || name == L"LOG.old")
+        return true;
+    if (name.starts_with(manifest))
+        return AreDigits(name.substr(manifest.size()));
+    return name.ends_with(fresh) && AreDigits(name.substr(0, name.size() - fresh.size()));
+}
+
+bool IsEmptyLog(const std::wstring& folder, std::wstring_view name) {
+    constexpr std::wstring_view log = L".log";
+    std::uint64_t bytes = 0;
+    return name.ends_with(log) && AreDigits(name.substr(0, name.size() - log.size())) &&
+           Succeeded(wm::FileSize(wm::JoinPath(folder, name), &bytes)) && bytes == 0;
+}
+
+}  // namespace
+
+bool HasDatabaseName(const std::wstring& folder) {
+    return IsDatabaseName(wm::LastPathComponent(folder));
+}
+
+std::wstring PlaceForRemoval(const std::wstring& folder) {
+    const std::wstring first = folder + std::wstring(removedMark);
+    std::wstring place = first;
+    for (unsigned number = 2; wm::FileExists(place); ++number)
+        place = first + L'-' + std::to_wstring(number);
+    return place;
+}
+
+bool IsLeftByRemoval(const std::wstring& folder) {
+    const std::wstring name = wm::LastPathComponent(folder);
+    const std::size_t mark = name.find(removedMark);
+    if (mark == std::wstring::npos || !IsDatabaseName(std::wstring_view(name).substr(0, mark)))
+        return false;
+    const std::wstring_view rest = std::wstring_view(name).substr(mark + removedMark.size());
+    return rest.empty() || (rest.size() > 1 && rest[0] == L'-' && AreDigits(rest.substr(1)));
+}
+
+bool HoldsNoRows(const std::wstring& folder) {
+    std::vector<std::wstring> inside;
+    if (!HasDatabaseName(folder) || wm::IsLink(folder) || Failed(wm::ListNames(folder, inside)))
+        return false;
+    return std::all_of(inside.begin(), inside.end(), [&](const std::wstring& name) {
+        return wm::IsRegularFile(wm::JoinPath(folder, name)) &&
+               (IsBookkeeping(name) || IsEmptyLog(folder, name));
+    });
+}
+
+bool IsOfSystem(const std::wstring& folder) {
+    return wm::LastPathComponent(folder) == wm::foundBySystem;
+}
+
+bool IsOutOfReach(const std::wstring& folder) {
+    std::vector<std::wstring> inside;
+    return IsOfSystem(folder) || wm::ListNames(folder, inside) == hr::accessDenied;
+}
+
+void RemoveDatabase(const std::wstring& folder) noexcept {
+    const HRESULT result = AtBoundary([&folder] {
+        std::string narrow;
+        // The library would follow a link that stands in the folder's place by now.
+        if (!wm::IsLink(folder) && wm::ToUtf8(folder, narrow)) {
+            const leveldb::Status status = leveldb::DestroyDB(narrow, leveldb::Options());
+            if (!status.ok())
+                wm::Trace(wm::message::databaseNotRemoved, FromStatus(status), status.ToString());
+        }
+        return wm::RemoveTree(folder);
+    });
+    if (Failed(result))
+        wm::Trace(wm::message::folderNotRemoved, result, wm::ToUtf8Lossy(folder));
+}
+
+}  // namespace ZEL
