@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "common/foldernames.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 
@@ -52,12 +53,6 @@ bool IsNumber(std::string_view text) {
     return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
 }
 
-bool IsDatabaseName(std::string_view name) {
-    constexpr std::size_t dateLength = 8, numberLength = 3;
-    return IsNumber(name) &&
-           (name.size() == dateLength || name.size() == dateLength + numberLength);
-}
-
 bool IsDatabaseFile(const std::string& name) {
     const fs::path path(name);
     const std::string kind = path.extension();
@@ -71,9 +66,9 @@ StoreContent ContentOf(const fs::directory_entry& entry) {
     std::error_code error;
     if (entry.symlink_status(error).type() != fs::file_type::directory)
         return name.starts_with("zel.position") ? StoreContent::nothing : StoreContent::foreign;
-    if (name == "lost+found")
+    if (name == "lost+found" || ZEL::IsRemovedName(std::string_view(name)))
         return StoreContent::nothing;
-    if (!IsDatabaseName(name))
+    if (!ZEL::IsDatabaseName(std::string_view(name)))
         return StoreContent::foreign;
     bool isEmpty = true;
     fs::directory_iterator file(entry.path(), error);

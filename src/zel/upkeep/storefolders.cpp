@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "common/filesystem.h"
+#include "common/foldernames.h"
 #include "common/textbridge.h"
 
 namespace zel {
@@ -61,8 +62,11 @@ void AddEntry(const fs::directory_entry& entry, StoreListing* listing) {
     }
     StoreFolder folder;
     folder.name = entry.path().filename().string();
+    if (folder.name == "lost+found")
+        return;
     // The store passes such names over, but what is in them counts.
-    const bool isDatabase = wm::IsUtf8(folder.name);
+    const bool isDatabase =
+        wm::IsUtf8(folder.name) && !ZEL::IsRemovedName(std::string_view(folder.name));
     if (!AddFolder(entry.path(), isDatabase ? &folder.size : &listing->rest))
         listing->unreadable.push_back(folder.name);
     if (!isDatabase)
@@ -85,9 +89,7 @@ std::string StoreFolder::Number() const {
 }
 
 const char* StoreFolder::Kind() const {
-    const bool isOurs =
-        IsDigits(name) && (name.size() == dateLength || name.size() == dateLength + 3);
-    if (!isOurs)
+    if (!ZEL::IsDatabaseName(std::string_view(name)))
         return "other";
     return Number() == silentNumber ? "silent" : "events";
 }

@@ -8,6 +8,7 @@
 
 #include "common/boundary.h"
 #include "common/filesystem.h"
+#include "common/foldernames.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/statusresult.h"
@@ -16,16 +17,7 @@ namespace ZEL {
 
 namespace {
 
-constexpr std::wstring_view removedMark = L".removed";
-
-bool AreDigits(std::wstring_view text) {
-    return std::all_of(text.begin(), text.end(), [](wchar_t c) { return c >= L'0' && c <= L'9'; });
-}
-
-bool IsDatabaseName(std::wstring_view name) {
-    constexpr std::size_t date = 8, dateAndNumber = 11;
-    return (name.size() == date || name.size() == dateAndNumber) && AreDigits(name);
-}
+constexpr wchar_t removedMark[] = L".removed";
 
 // Files as the library names them, those that may hold rows apart.
 bool IsBookkeeping(std::wstring_view name) {
@@ -33,25 +25,25 @@ bool IsBookkeeping(std::wstring_view name) {
     if (name == L"CURRENT" || name == L"LOCK" || name == L"LOG" || name == L"LOG.old")
         return true;
     if (name.starts_with(manifest))
-        return AreDigits(name.substr(manifest.size()));
-    return name.ends_with(fresh) && AreDigits(name.substr(0, name.size() - fresh.size()));
+        return detail::AreDigits(name.substr(manifest.size()));
+    return name.ends_with(fresh) && detail::AreDigits(name.substr(0, name.size() - fresh.size()));
 }
 
 bool IsEmptyLog(const std::wstring& folder, std::wstring_view name) {
     constexpr std::wstring_view log = L".log";
     std::uint64_t bytes = 0;
-    return name.ends_with(log) && AreDigits(name.substr(0, name.size() - log.size())) &&
+    return name.ends_with(log) && detail::AreDigits(name.substr(0, name.size() - log.size())) &&
            Succeeded(wm::FileSize(wm::JoinPath(folder, name), &bytes)) && bytes == 0;
 }
 
 }  // namespace
 
 bool HasDatabaseName(const std::wstring& folder) {
-    return IsDatabaseName(wm::LastPathComponent(folder));
+    return IsDatabaseName(std::wstring_view(wm::LastPathComponent(folder)));
 }
 
 std::wstring PlaceForRemoval(const std::wstring& folder) {
-    const std::wstring first = folder + std::wstring(removedMark);
+    const std::wstring first = folder + removedMark;
     std::wstring place = first;
     for (unsigned number = 2; wm::FileExists(place); ++number)
         place = first + L'-' + std::to_wstring(number);
@@ -59,12 +51,7 @@ std::wstring PlaceForRemoval(const std::wstring& folder) {
 }
 
 bool IsLeftByRemoval(const std::wstring& folder) {
-    const std::wstring name = wm::LastPathComponent(folder);
-    const std::size_t mark = name.find(removedMark);
-    if (mark == std::wstring::npos || !IsDatabaseName(std::wstring_view(name).substr(0, mark)))
-        return false;
-    const std::wstring_view rest = std::wstring_view(name).substr(mark + removedMark.size());
-    return rest.empty() || (rest.size() > 1 && rest[0] == L'-' && AreDigits(rest.substr(1)));
+    return IsRemovedName(std::wstring_view(wm::LastPathComponent(folder)));
 }
 
 bool HoldsNoRows(const std::wstring& folder) {

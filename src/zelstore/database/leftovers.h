@@ -4,9 +4,9 @@
 
 // Folders that a process leaves behind which is killed while it removes a database or makes one.
 //
-// A database that is to go first gets the name YYYYMMDD[nnn].removed, or .removed-2 and so on when
-// that is taken: no database has such a name, and whoever starts next takes the rest away. A folder
-// whose making was cut off keeps its name, but nothing in it holds a row.
+// A database that is to go first gets a name that no database has (foldernames.h), and whoever
+// starts next takes the rest away. A folder whose making was cut off keeps its name, but nothing in
+// it holds a row.
 namespace ZEL {
 
 // Whether the folder is named as the store names its own.
