@@ -9,6 +9,12 @@
 #include "common/patterntext.h"
 #include "common/textbridge.h"
 
+// A machine told by a JSON document, so that the store of one machine can be queried on another as
+// if there. Reading is strict where the store's own documents are mild: what a description says
+// wrong would make a query look in the wrong places and find nothing, so it is refused whole, with
+// the place of what is wrong (users[1].folders.APPDATA). What it leaves out the machine does not
+// have. The names of its members stand in machinekeys.h, for the writer as for this reader.
+
 namespace wm {
 
 using ZEL::HRESULT;
@@ -32,6 +38,7 @@ private:
     template <typename Visit>
     static void ForEachMember(const Json& object, const std::string& place, Visit&& visit);
 
+    // Each of these refuses a value of another kind.
     static std::wstring ReadText(const Json& value, const std::string& place);
     static std::uint32_t ReadNumber(const Json& value, const std::string& place);
     static int ReadFolderName(const std::string& name, const std::string& place);

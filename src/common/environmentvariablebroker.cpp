@@ -6,9 +6,13 @@
 #include "common/trace.h"
 #include "common/userfolder.h"
 
-// A user who is not logged on has only the variables that are kept for the next logon. Those that a
-// logon would compute are worked out here and entered first, so that they win over kept ones of the
-// same name.
+// Paths of a query may name any user's variables, also of those who are not logged on. A user who
+// is has them all, computed at logon. One who is not has only what is kept for the next logon; what
+// that logon would compute is worked out here and entered first, so that it wins over kept values
+// of the same name. A name that a user does not have is looked for in the process's own
+// environment, which holds what all users share.
+//
+// Names and SIDs are folded into one upper-case key, since neither has a case that matters.
 
 namespace ZEL {
 
@@ -18,6 +22,7 @@ constexpr int unexpanded = wm::folderFlag::dontUnexpand;
 constexpr int localAppData = 0x1C | unexpanded;
 constexpr int roamingAppData = 0x1A | unexpanded;
 
+// A variable that names a folder, by the shell's number for it.
 struct FolderVariable {
     const wchar_t* name;
     int folder;
@@ -118,6 +123,7 @@ void CEnvironmentVariableBroker::SynthesiseProfileVariables(const wm::MachineUse
 
 int CEnvironmentVariableBroker::LookupUserVariable(const std::wstring& sid,
                                                    const std::wstring& name, std::wstring& out) {
+    // A lookup that fails leaves the name in the path as it stands, and is reported.
     try {
         const std::wstring key = MapKey(sid, name);
         const wm::Hold hold(lock_);

@@ -1,5 +1,9 @@
 #include "common/foldertokens.h"
 
+// Well-known folders, by the names of their tokens and the numbers that the shell of Windows gives
+// them. The first name that a path begins with decides, and names are compared whole with their
+// separator, so that no name hides a longer one.
+
 namespace ZEL {
 
 namespace {

@@ -9,11 +9,25 @@
 #include "common/trace.h"
 #include "common/userfolder.h"
 
-// One path goes through two stages. The first makes a path for each folder or drive that a leading
-// CSIDL token stands for. The second makes, for each user, the text with the user's variables, and
-// beside it the texts of the places to which Windows redirects 32-bit programs; the redirections
-// are told by variables, so they are applied before those are replaced, and are the same for all
-// users.
+// One path of a query becomes the set of paths that rows may have for it. It goes through two
+// stages:
+//
+//   CSIDL_APPDATA\x     --folders, drives-->   C:\Users\ann\AppData\Roaming\x, ..bob..
+//   %PROGRAMFILES%\x    --variables-->         C:\Program Files\x, C:\Program Files (x86)\x
+//
+// The first makes a path for each folder or drive that a leading token stands for; without a token
+// the path goes on as it is. The second makes, for each user, the text with the user's variables,
+// and beside it the texts of the places to which Windows redirects 32-bit programs. These
+// redirections are told by variables, so they are applied before those are replaced, and are the
+// same for all users. A text without % needs no user, and is looked at once.
+//
+// A path may be a regular expression. Its tokens then end in two backslashes where a plain path has
+// one, and all that is put into it is escaped.
+//
+// While variables are replaced, < and > mark the % signs of names that nobody knows, so that the
+// search for the next name goes on behind them. At the end all of them turn back into %, also those
+// that the path had itself: no path holds one, but a regular expression may, and loses groups such
+// as (?<name>..) that way.
 
 namespace ZEL {
 
@@ -36,6 +50,7 @@ std::size_t TokenLength(std::wstring_view path, const wchar_t* name, bool isPatt
     return StartsWithNoCase(path, token) ? token.size() : 0;
 }
 
+// A token that stands for drives by their kind.
 struct DriveToken {
     const wchar_t* name;
     std::uint32_t type;  // 0: of every kind that has a token
@@ -164,6 +179,7 @@ HRESULT PathNormaliser::ExpandPathVariants(const wchar_t* path, PathSet& out, bo
 }
 
 void PathNormaliser::ExpandFolderTokens(const std::wstring& path, PathSet& out, bool isPattern) {
+    // The first name that fits decides: longer names of a family stand ahead of shorter ones.
     for (const FolderToken& row : FolderTokenTable()) {
         const std::size_t length = TokenLength(path, row.name, isPattern);
         if (length == 0)
@@ -207,7 +223,7 @@ void PathNormaliser::ExpandDriveTokens(const std::wstring& path, PathSet& out, b
         add(system.substr(0, rootLength), length);
 }
 
-// What is not known gets < and > for its % signs, so that the search goes on behind it.
+// One name after the other, from the front. A value may hold further names.
 std::wstring PathNormaliser::ExpandEnvironmentTokens(const std::wstring& sid,
                                                      const std::wstring& text, bool isPattern) {
     constexpr int mostTokens = 64;  // a variable may name itself

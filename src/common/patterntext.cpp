@@ -4,6 +4,8 @@
 
 #include "common/asciicase.h"
 
+// Texts of paths that become parts of regular expressions.
+
 namespace ZEL {
 
 std::wstring EscapeForPattern(std::wstring_view text) {
@@ -14,7 +16,7 @@ std::wstring EscapeForPattern(std::wstring_view text) {
             out += L'\\';
         out += c;
         if (c == L'|')
-            out += L')';
+            out += L')';  // told in the header
     }
     return out;
 }

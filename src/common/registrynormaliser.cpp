@@ -6,6 +6,22 @@
 #include "common/patterntext.h"
 #include "common/thismachine.h"
 
+// One registry path of a query becomes the keys that it stands for on the machine, in four steps:
+//
+//   canonical   HKEY_LOCAL_MACHINE\.. -> HKLM\..; a key under any user's SID -> %HKU%\..
+//   copies      HKLM\Software\.. also as the copy that Windows keeps of it for each user
+//   users       %HKU%\.. -> HKU\<SID>\.. for each user of the machine
+//   long form   HKLM\.. -> HKEY_LOCAL_MACHINE\.., HKU\.. -> HKEY_USERS\..
+//
+// Rows are compared with the long form alone. So a sensor that writes short roots is found only by
+// questions without a root, or by a pattern that this routine does not recognise as one.
+//
+// Two things are meant and look like mistakes. The 32-bit view of a key (Wow6432Node) folds to the
+// plain key and does not come back. And a path under one user's SID asks for every user's key.
+//
+// All rows come in two forms: for plain paths, and for paths that are regular expressions, which
+// write each backslash twice.
+
 namespace ZEL {
 
 namespace {

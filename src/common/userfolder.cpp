@@ -2,6 +2,10 @@
 
 #include "common/patterntext.h"
 
+// Windows tells the folders of one account, the caller's. All profiles are laid out alike, so the
+// caller's folder is cut behind the profile's own name and what follows is put behind another
+// user's profile: C:\Users\agent\AppData\Roaming becomes D:\Profiles\ann\AppData\Roaming.
+
 namespace ZEL {
 
 namespace {

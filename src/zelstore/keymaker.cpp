@@ -8,6 +8,16 @@
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/schema/eventfields.h"
 
+// Two roads to the key of an event. A record that comes as JSON is parsed, its fields are taken as
+// a query would ask for them, and the key is put together from the first value of each. An event
+// that comes as numbered properties goes straight into the text. The roads differ on purpose, in
+// which optional fields they write and in what order: readers of keys go by names.
+//
+// The first road is the busiest of the store. It takes no lock: all that it needs is in one Work,
+// of which the maker keeps one spare. Who finds it taken makes his own, and the last to come back
+// leaves his as the spare. A Work keeps the memory of the record that it read last, so that a
+// record like the one before costs no allocation in the schema; what a large record took is let go.
+
 namespace ZEL {
 
 namespace {
@@ -22,8 +32,10 @@ void TakeFields(const Schema::RecordFields& fields, KeyValues* values) {
 
 }  // namespace
 
+// All that one record needs on its way. `fields` and `key` hold what the last Run left.
 struct EventKeyMaker::Work {
-    // From `json` to `key`.
+    // From `json` to `key`. The order of the tests is that of the result codes: what can't be read
+    // comes first, then a missing time, then what is missing of target and action.
     HRESULT Run();
 
     std::string json;
@@ -76,6 +88,8 @@ void EventKeyMaker::End(std::unique_ptr<Work> work) noexcept {
     static_cast<void>(work.release());  // it is the spare now
 }
 
+// `convert` fills in the record's JSON. Failures of it and of the record are told by the inner
+// boundary, so that the Work comes back whatever happened.
 template <typename Convert>
 HRESULT EventKeyMaker::Make(Convert&& convert, std::string* utf8, IStringValue** key) noexcept {
     return AtBoundary([&] {
@@ -132,6 +146,7 @@ constexpr PropertyRow propertyRows[] = {
     {KeyField::targetUrlText, 25, false, PropertyRow::text},
 };
 
+// Upper case, no braces.
 std::wstring GuidText(const GUID& guid) {
     wchar_t text[40];
     const std::uint8_t* const b = guid.Data4;

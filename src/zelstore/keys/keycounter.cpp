@@ -4,6 +4,10 @@
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/keys/receivekey.h"
 
+// Keys of receive-time rows and of enrichments must differ though their time or their event is the
+// same; a number behind it sees to that. The clock may be set back: rows of a time that was used
+// before then begin at 1 again and replace the earlier ones.
+
 namespace ZEL {
 
 namespace {

@@ -15,7 +15,8 @@ public:
     // The key of a receive-time row: this moment, and a counter that begins again at 1 with each
     // millisecond.
     std::wstring MakeReceiveKey() EXCLUDES(keyLock_);
-    // The base key as it stands, and a counter that never begins again.
+    // The base key as it stands, and a counter that never begins again while the object lives. The
+    // flagged form tells silent from live enrichments.
     std::wstring MakeEnrichmentKey(std::wstring_view baseKey) EXCLUDES(keyLock_);
     std::wstring MakeFlaggedEnrichmentKey(std::wstring_view baseKey, bool silent)
         EXCLUDES(keyLock_);

@@ -75,16 +75,18 @@ inline constexpr std::array<KeyFieldRow, keyFieldCount> keyFieldTable = {
 };
 #undef ZEL_KEY_FIELD
 
-// What each key of an event holds, in this order.
+// What each key of an event begins with, in this order; a key that lacks one is cut off.
 inline constexpr KeyField requiredKeyFields[] = {KeyField::beginTime, KeyField::sequence,
                                                  KeyField::objectType, KeyField::action};
-// What follows in the key of a JSON record, as far as the record has it.
+// What follows in the key of a JSON record, as far as the record has it. Events that come as
+// properties have an order of their own (keymaker.cpp).
 inline constexpr KeyField optionalKeyFields[] = {
     KeyField::actorHash,      KeyField::actorPathName,  KeyField::targetHash,
     KeyField::targetPathName, KeyField::targetSourceIp, KeyField::targetDestinationIp,
     KeyField::correlationUid, KeyField::actorUid,
 };
 
+// Where a field stands in arrays that have a place for each.
 constexpr std::size_t IndexOf(KeyField field) noexcept {
     return static_cast<std::size_t>(field);
 }
@@ -97,7 +99,7 @@ constexpr std::string_view KeyFieldName(KeyField field) noexcept {
     return RowOf(field).name;
 }
 
-// None for a name that is in no row.
+// By the text between < and >. None for a name that is in no row.
 constexpr std::optional<KeyField> FindKeyField(std::string_view name) noexcept {
     for (const KeyFieldRow& row : keyFieldTable)
         if (row.name == name)

@@ -5,6 +5,11 @@
 
 #include "zelstore/keys/keyformat.h"
 
+// A receive-time key is its own bookmark: who was given rows up to one goes on behind its time and
+// number. Those who keep bookmarks made the key themselves and read it strictly, so that a damaged
+// file is told and not taken for a place. The end of a batch is read from whatever key a row has,
+// which a stranger may have written; there a number that goes wrong is better than no batch.
+
 namespace ZEL {
 
 namespace {

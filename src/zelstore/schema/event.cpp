@@ -1,5 +1,13 @@
 #include "zelstore/schema/event.h"
 
+// An event is read and written member by member, since the two orders differ: the type stands among
+// the first when an event is read and behind the times when it is written. What each member looks
+// like is the matter of its own class.
+//
+// Reading replaces all that the object held, with one exception that documents rely on: once a text
+// has said `enable`, the event goes on to write it. Keys that nothing here knows are passed over.
+// Nothing is required; whether a record has what its key needs is asked where the key is made.
+
 namespace ZEL::Schema {
 
 using web::json::value;
@@ -22,6 +30,8 @@ bool PresentAreValid(const T&... each) {
 
 }  // namespace
 
+// The objects of the former event are handed on, so that one of the same class is filled anew and
+// nothing is allocated. That matters where keys are made: most records look alike.
 void Event::ReadArtifacts(const Members& in) {
     OwnedObject formerActor = std::move(actor);
     OwnedObject formerTarget = std::move(target);
@@ -54,7 +64,7 @@ void Event::FromJson(const value& json) {
     ReadField(in, names::end_time, end_time);
     ReadField(in, names::correlation_uid, correlation_uid);
     if (const value* const kind = in.Find(names::filter))
-        filter = kind->as_string() == names::record ? 0 : 1;
+        filter = kind->as_string() == names::record ? 0 : 1;  // any other text is `submit`
     ReadField(in, names::ref_uid, ref_uid);
     if (const value* const count = in.Find(names::event_count))
         event_count = static_cast<std::int32_t>(ReadNumber32(*count));
@@ -94,6 +104,7 @@ bool Event::IsValid() const {
         actor || target || result || begin_time || end_time || correlation_uid || type_id;
     if (!saysSomething)
         return false;
+    // Only processes act.
     if (actor && (!actor->IsValid() || actor->GetObjectTypeId() != objectType::process))
         return false;
     return PresentAreValid(target, result, begin_time, end_time, type_id, correlation_uid);

@@ -7,8 +7,13 @@
 
 namespace ZEL::Schema {
 
-// One event: a record that a sensor submits, or one sub-query of a query, whose fields are then
-// conditions. Copying is deep; an object whose number has no class is lost in the copy.
+// One event: a record that a sensor submits, or one sub-query of a query. In a record its fields
+// are facts, in a query conditions, and the JSON has the same form.
+//
+// The actor is who did it (a process), the target what it was done to, the result what came of it;
+// each is of any class, and null when the JSON has none. Copying is deep; an object whose number
+// has no class is lost in the copy, which is why a sub-query with such a target asks for nothing of
+// it.
 class Event final : public ZelSchemaParser {
 public:
     Event() : ZelSchemaParser(objectType::event) {}
@@ -16,17 +21,18 @@ public:
     void FromJson(const web::json::value& in) override;
     bool IsValid() const override;
 
+    // For the step that turns operators on times into a range: both replace, and copy first.
     void SetBeginTime(const DatePair& time) { begin_time.Set(time); }
     void SetEndTime(const DatePair& time) { end_time.Set(time); }
 
     OwnedObject actor, target, result;
-    std::vector<std::int32_t> action;
+    std::vector<std::int32_t> action;  // numbers of the vocabulary, in the order of the JSON
     Field<IntegerPair<std::uint32_t>> type_id;
     Field<DatePair> begin_time, receive_time, end_time;
     Field<StringPair> correlation_uid;
-    std::int32_t filter = 0;  // 0 record, 1 submit
-    std::int32_t event_count = -1;
-    std::uint32_t seq_num = 0;
+    std::int32_t filter = 0;        // 0 record, 1 submit
+    std::int32_t event_count = -1;  // carried along; negative when absent
+    std::uint32_t seq_num = 0;      // the event's number within its time
     bool enable = false;
     bool enable_present = false;  // once set it stays, also when the event is parsed again
     Field<GuidPair> ref_uid;

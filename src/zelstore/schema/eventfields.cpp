@@ -7,8 +7,23 @@
 #include "common/trace.h"
 #include "zelstore/schema/objectclasses.h"
 
-// Which part of an event gives which field of a key. The same rows serve records and queries; they
-// differ in what collects the values.
+// Which part of an event gives which field of a key.
+//
+// The same extractors serve records and queries, so that a question is put in the very words in
+// which the answer was stored. They differ in two things. What collects the values: a record's key
+// takes the first value in byte order (FactSink), a query keeps each with its operator
+// (ConditionSink). And paths: those of a query are expanded into all that they stand for on the
+// machine, those of a record stand as the sensor wrote them.
+//
+// An extractor adds values to a sink. It gives `absent` when the event has no source for the field,
+// which leaves the field out; a source without values leaves an empty list of conditions, which no
+// row fulfils. Names of the vocabulary (object type, action) are compared with their case, all else
+// without unless the operator says so.
+//
+// Wildcards: under `equals`, * and ? in paths, addresses and urls make a pattern of the condition.
+// The operator is one for the whole list, so from the first value with a wildcard on all later ones
+// are patterns as they stand. Whoever writes documents has to know (zel warns), and stored queries
+// depend on it. The rule holds for records too: a path with ? in it is stored as a pattern's text.
 
 namespace ZEL::Schema {
 
@@ -43,6 +58,7 @@ Operator OperatorOf(const Field<Operator>& op) {
     return op ? *op : Operator(operatorEquals, false);
 }
 
+// For what comes from the vocabulary.
 const Operator exactly(operatorEquals, true);
 
 HRESULT AddNames(ValueSink& sink, const Text& name) {
@@ -106,7 +122,9 @@ HRESULT WildcardField(const StringPair* pair, ValueSink& sink) {
     return hr::ok;
 }
 
-// A path of a query may stand for several concrete ones.
+// The concrete paths that one of a query stands for. A file path that can't be expanded stands for
+// itself; a registry path that can't ends the query, since it would silently find less than it asks
+// for.
 HRESULT ExpandedPaths(const Extraction& in, bool isRegistry, const Text& value, bool isPattern,
                       std::set<Text>& out) {
     const HRESULT result = isRegistry ? in.expander->ExpandRegistryPath(value, isPattern, out)
@@ -166,6 +184,7 @@ HRESULT TargetHashField(const Extraction& in, ValueSink& sink) {
     return PlainField(Sha2(in.event.target), sink);
 }
 
+// The registry has names of its own for what several paths stand for.
 HRESULT TargetPathField(const Extraction& in, ValueSink& sink) {
     const ZelSchemaParser* const target = in.event.target.get();
     const std::int32_t type = target != nullptr ? target->GetObjectTypeId() : objectType::unknown;
@@ -183,6 +202,7 @@ HRESULT DestinationIpField(const Extraction& in, ValueSink& sink) {
     return WildcardField(network != nullptr ? network->GetDstIp() : nullptr, sink);
 }
 
+// Of kernel objects alone; one that tells no type counts as number 1.
 HRESULT TargetTypeIdField(const Extraction& in, ValueSink& sink) {
     const KernelObject* const object = As<KernelObject>(in.event.target);
     if (object == nullptr)
@@ -236,6 +256,7 @@ constexpr Row eventFields[] = {
     {KeyField::targetUrlText, UrlField},
 };
 
+// The conditions of a query's field.
 class ConditionSink final : public ValueSink {
 public:
     explicit ConditionSink(IPathExpander* expander) : expander_(expander) {}
@@ -250,6 +271,7 @@ private:
     IPathExpander* const expander_;
 };
 
+// The one fact of a record's field.
 class FactSink final : public ValueSink {
 public:
     FactSink(RecordFields& fields, KeyField field) : fields_(fields), field_(field) {}

@@ -10,18 +10,24 @@
 #include "zelstore/keys/keyfield.h"
 #include "zelstore/schema/event.h"
 
+// What an event says, in the terms of keys: the facts of a record, which make its key, and the
+// conditions of a sub-query, which rows are tested for. Nothing here reads or writes anything but
+// its arguments; what a machine has to say to a path is asked of an expander that is handed in.
+
 namespace ZEL::Schema {
 
 // Conditions of a sub-query: by field name, and by value in byte order. All UTF-8.
 using FilterMap = std::map<std::string, std::map<std::string, Operator>>;
 
-// The concrete paths that one path of a query stands for on this machine.
+// The concrete paths that one path of a query stands for on a machine. Called for each path value
+// of a query, never for records.
 class IPathExpander {
 public:
     virtual ~IPathExpander() = default;
     // Called for each condition. What it throws ends the extraction.
     virtual void OnValue() {}
-    // Adds the variants of a file path. A failure means that the path stands for itself.
+    // Adds the variants of a file path. With `isPattern` it is a regular expression, and so are
+    // they. A failure means that the path stands for itself.
     virtual HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) = 0;
     // The same for a registry path. A failure ends the extraction.
     virtual HRESULT ExpandRegistryPath(const Text& path, bool isPattern, std::set<Text>& out) = 0;
@@ -36,10 +42,11 @@ HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expan
 // The facts of a record: of each field the first value in byte order, which is what its key takes.
 class RecordFields {
 public:
-    // None when the record has no such field. A view of this object, until the next Offer.
+    // None when the record has no such field. The view holds until the next Offer or Clear.
     std::optional<std::string_view> Find(KeyField field) const noexcept;
+    // Keeps the value when it is the field's first, or stands ahead of the one it has.
     void Offer(KeyField field, std::string_view value);
-    void Clear() noexcept;
+    void Clear() noexcept;  // keeps its memory for the next record
 
 private:
     struct Place {

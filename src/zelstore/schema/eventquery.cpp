@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+// A query is read as mildly as a record: what is missing keeps its default, and what has the wrong
+// JSON type throws. What makes sense as a question is asked later, by the engine for each sub-query
+// and, ahead of all, by whoever wrote the document.
+
 namespace ZEL::Schema {
 
 using web::json::value;

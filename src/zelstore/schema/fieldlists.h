@@ -32,6 +32,7 @@ struct PairRow {
     Check check;
     bool isRead;
 
+    // What is not read is absent afterwards, also in an object that had it.
     void Read(const Members& in, Object& object) const {
         if (isRead)
             ReadField(in, name, object.*member);
@@ -141,7 +142,8 @@ inline void ReadObjectType(const Members& in, ZelSchemaParser& object) {
         object.SetObjectType(name->as_string());
 }
 
-// An object class that is its list.
+// The base of an object class that is its list. IsValid asks first whether anything identifies the
+// object, then whether each field that it looks at and that is there is valid.
 template <typename Object>
 class ListedObject : public ZelSchemaParser {
 public:

@@ -6,19 +6,26 @@
 #include "zelstore/schema/valueclasses.h"
 
 // The things that an event's actor, target and result name. The list of each class tells its keys,
-// in the order in which they are read and written, and what its IsValid asks for.
+// in the order in which they are read and written, and what its IsValid asks for (fieldlists.h).
+//
+// All facts are public members under the names of their keys. Members that are written and not read
+// are for code that makes objects: no parsed one has them. The getters of ZelSchemaParser are how
+// keys take hash and path of whatever object there is.
 
 namespace ZEL::Schema {
 
 using Numbers32 = IntegerPair<std::uint32_t>;
 using Numbers64 = IntegerPair<std::uint64_t>;
 
+// An object without a class of its own, or without a type: it keeps its number, and says nothing
+// else.
 class Unknown final : public ListedObject<Unknown> {
 public:
     Unknown() : ListedObject(objectType::unknown) {}
     static constexpr auto Fields() { return std::tuple<>(); }
 };
 
+// A running program. What only numbers or describes one does not identify it.
 class Process final : public ListedObject<Process> {
 public:
     Process() : ListedObject(objectType::process) {}
@@ -116,6 +123,7 @@ public:
     Field<ExistPair> state;
 };
 
+// A library or driver that was loaded.
 class Module final : public ListedObject<Module> {
 public:
     Module() : ListedObject(objectType::module) {}
@@ -142,6 +150,7 @@ public:
     Field<Numbers32> signature_level_id;
 };
 
+// A user's session. Valid whatever it says.
 class Session final : public ListedObject<Session> {
 public:
     Session() : ListedObject(objectType::session) {}
@@ -156,6 +165,7 @@ public:
     Field<ExistPair> state;
 };
 
+// A connection. Ports are carried by records, but not read.
 class Network final : public ListedObject<Network> {
 public:
     Network() : ListedObject(objectType::network) {}
@@ -177,6 +187,7 @@ public:
     Field<Numbers32> dst_port, src_port, protocol_id, direction_id;
 };
 
+// A registry key; `path` begins with its root.
 class RegKey final : public ListedObject<RegKey> {
 public:
     RegKey() : ListedObject(objectType::regKey) {}
@@ -217,6 +228,7 @@ public:
     Field<ExistPair> state;
 };
 
+// A service of the system.
 class Service final : public ListedObject<Service> {
 public:
     Service() : ListedObject(objectType::service) {}
@@ -248,6 +260,7 @@ public:
     Field<ExistPair> state;
 };
 
+// A web address. Its text is the one that a record gives, unchecked.
 class Url final : public ListedObject<Url> {
 public:
     Url() : ListedObject(objectType::url) {}
@@ -263,6 +276,7 @@ public:
     Field<StringPair> text;
 };
 
+// A named object of the kernel, such as a mutex.
 class KernelObject final : public ListedObject<KernelObject> {
 public:
     KernelObject() : ListedObject(objectType::kernelObject) {}
@@ -293,6 +307,7 @@ public:
     Field<StringPair> facility;
 };
 
+// An event that was traced by another component.
 class Etw final : public ListedObject<Etw> {
 public:
     Etw() : ListedObject(objectType::etw) {}
@@ -307,6 +322,7 @@ public:
     Field<ExistPair> state;
 };
 
+// Content that a program had scanned.
 class Amsi final : public ListedObject<Amsi> {
 public:
     Amsi() : ListedObject(objectType::amsi) {}

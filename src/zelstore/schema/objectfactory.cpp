@@ -5,6 +5,10 @@
 #include "zelstore/schema/fieldlists.h"
 #include "zelstore/schema/objectclasses.h"
 
+// One table ties the number of an object type to its class, for making, for recognising and for
+// copying. An object's number can differ from its class only by a caller's doing: making goes by
+// the name in the JSON, copying by the number, and a mismatch copies to nothing.
+
 namespace ZEL::Schema {
 
 namespace {

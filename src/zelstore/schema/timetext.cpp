@@ -5,6 +5,12 @@
 
 #include "common/trace.h"
 
+// Times as text. The form is checked by digits, not by the calendar, so that a 39th of a month is a
+// time like others as long as nobody counts with it: keys and questions compare text. Only who
+// shifts a time needs the calendar, and gets the zero text for a day that there is not. Counting is
+// done in milliseconds between the ends that the file times of Windows have, since stored questions
+// were cut to them.
+
 namespace ZEL::Schema {
 
 namespace {

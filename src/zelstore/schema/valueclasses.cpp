@@ -1,5 +1,13 @@
 #include "zelstore/schema/valueclasses.h"
 
+// The shapes of values. Each is {"operator":{..},"value":..}, and each has its own manners with
+// what is empty: a list or a date without a value is written without the key, a GUID with an empty
+// text, and an object's state can't be written before it has one. Documents that went through here
+// before have that form, so it stays.
+//
+// Anything but an object reads as an object without members: "path":"x" makes a path that is there
+// and has no values, and no failure.
+
 namespace ZEL::Schema {
 
 using web::json::value;
@@ -38,7 +46,7 @@ void StringPair::FromJson(const value& json) {
     const web::json::array& array = list->as_array();
     values.resize(array.size());
     for (std::size_t i = 0; i < values.size(); ++i)
-        values[i] = array.at(i).as_string();
+        values[i] = array.at(i).as_string();  // throws for what is no text, as the other shapes do
 }
 
 template <typename T>
@@ -82,6 +90,7 @@ void DatePair::ToJson(web::json::value& out) const {
         out[Text(names::value)] = web::json::value::string(value);
 }
 
+// What stands behind a NUL is not written.
 void GuidPair::ToJson(web::json::value& out) const {
     out = web::json::value::object(true);
     WriteField(out, names::operator_, op);

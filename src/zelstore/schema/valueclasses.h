@@ -5,6 +5,10 @@
 
 #include "zelstore/schema/schemaparser.h"
 
+// The values of events: in a record facts, mostly without an operator, in a query what to compare
+// with. The classes take every operator that has a name; which of them make sense for a field is
+// for the query to say.
+
 namespace ZEL::Schema {
 
 // How a condition compares. Case does not matter unless the JSON says "case_insensitive":false.
@@ -33,6 +37,7 @@ public:
     boost::container::small_vector<Text, 1> values;  // nearly always one
 };
 
+// Numbers are kept to their width: fractions are cut off, and of larger numbers the low bits stay.
 // {"operator":{...},"value":[1,2]}, for unsigned 32-bit and 64-bit numbers.
 template <typename T>
 class IntegerPair final : public ZelSchemaParser {
@@ -73,7 +78,7 @@ public:
     void ToJson(web::json::value& out) const override;
 };
 
-// {"state":"exists","error_code":"text"}
+// What a look at an object found: {"state":"exists","error_code":"text"}.
 class ExistPair final : public ZelSchemaParser {
 public:
     ExistPair() = default;

@@ -12,6 +12,7 @@
 // those that nothing here reads in carriednames.h; the fields of keys stand in keys/keyfield.h.
 namespace ZEL::Schema {
 
+// The object types that code speaks of; the table has more.
 namespace objectType {
 inline constexpr std::int32_t unknown = 0;
 inline constexpr std::int32_t operatorPair = 1;
@@ -35,6 +36,7 @@ inline constexpr std::int32_t etw = 36;
 inline constexpr std::int32_t url = 37;
 }  // namespace objectType
 
+// The numbers are those of documents and of the order in tables; they never change.
 enum OperatorType : std::int32_t {
     operatorUnknown = 0,
     operatorEquals = 1,
@@ -73,6 +75,7 @@ private:
     std::vector<Text> names_;  // by number; empty where a number has no name
 };
 
+// Made at the first use, and then only read: for any thread.
 const NameTable& ObjectTypes();
 const NameTable& ActionTypes();
 const NameTable& OperatorTypes();
