@@ -39,14 +39,4 @@ std::wstring UpperAscii(std::wstring_view text) {
     return out;
 }
 
-bool EqualsNoCase(std::wstring_view a, std::wstring_view b) noexcept {
-    return a.size() == b.size() && StartsWithNoCase(a, b);
-}
-
-bool StartsWithNoCase(std::wstring_view text, std::wstring_view start) noexcept {
-    return text.size() >= start.size() &&
-           std::equal(start.begin(), start.end(), text.begin(),
-                      [](wchar_t x, wchar_t y) { return ToUpperAscii(x) == ToUpperAscii(y); });
-}
-
 }  // namespace ZEL

@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/asciicase.h"
+
 namespace ZEL {
 
 // Makes a text stand for itself inside a regular expression. A | comes out as \|) with a bracket
@@ -15,7 +17,5 @@ std::wstring WithDoubledSeparators(std::wstring_view expression);
 
 // ASCII letters alone are folded.
 std::wstring UpperAscii(std::wstring_view text);
-bool EqualsNoCase(std::wstring_view a, std::wstring_view b) noexcept;
-bool StartsWithNoCase(std::wstring_view text, std::wstring_view start) noexcept;
 
 }  // namespace ZEL

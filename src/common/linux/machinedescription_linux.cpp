@@ -10,6 +10,12 @@
 #include "common/textbridge.h"
 #include "common/thismachine.h"
 
+// This machine in the terms of a Windows one, as far as it has a counterpart: people's accounts are
+// users, with S-1-22-1-<number> for a SID, folders are those of the desktop's standard, and there
+// are neither drives nor a registry. What has no counterpart does not exist, so a path that names
+// it stands for itself. The version is 0, which switches off all that newer versions of Windows
+// added.
+
 namespace wm {
 
 namespace {
@@ -54,6 +60,8 @@ std::optional<Account> ParseAccount(const std::string& line) {
     return Account{fields[0], number, fields[5]};
 }
 
+// From the local file alone: an account of a directory service is not asked for over the network in
+// the middle of a query.
 template <typename Visit>
 HRESULT ForEachAccount(Visit&& visit) {
     std::ifstream file("/etc/passwd");

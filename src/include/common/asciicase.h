@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 
 namespace ZEL {
 
@@ -13,6 +15,19 @@ constexpr Char ToUpperAscii(Char c) noexcept {
 inline void MakeUpperAscii(std::string& text) noexcept {
     for (char& c : text)
         c = ToUpperAscii(c);
+}
+
+// Both arguments are texts, or views of them, of the same kind of character.
+template <typename Text>
+bool StartsWithNoCase(const Text& text, std::basic_string_view<typename Text::value_type> start) {
+    return text.size() >= start.size() &&
+           std::equal(start.begin(), start.end(), text.begin(),
+                      [](auto x, auto y) { return ToUpperAscii(x) == ToUpperAscii(y); });
+}
+
+template <typename Text>
+bool EqualsNoCase(const Text& a, std::basic_string_view<typename Text::value_type> b) {
+    return a.size() == b.size() && StartsWithNoCase(a, b);
 }
 
 }  // namespace ZEL

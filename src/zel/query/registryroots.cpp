@@ -1,7 +1,5 @@
 #include "zel/query/registryroots.h"
 
-#include <algorithm>
-
 #include "common/asciicase.h"
 
 // A registry key has a short name, a long name and the kernel's own, and each sensor has its
@@ -43,17 +41,11 @@ constexpr Root roots[] = {
 #undef ZEL_USER
 #undef ZEL_USERS
 
-bool BeginsWith(std::string_view text, std::string_view start) {
-    return text.size() >= start.size() &&
-           std::equal(start.begin(), start.end(), text.begin(),
-                      [](char a, char b) { return ZEL::ToUpperAscii(a) == ZEL::ToUpperAscii(b); });
-}
-
 }  // namespace
 
 std::optional<std::string> WithAnyRoot(std::string_view pattern) {
     for (const Root& root : roots) {
-        if (!BeginsWith(pattern, root.name))
+        if (!ZEL::StartsWithNoCase(pattern, root.name))
             continue;
         const std::string_view rest = pattern.substr(root.name.size());
         if (rest.empty() || rest.starts_with(R"(\\)") || rest.starts_with('.'))

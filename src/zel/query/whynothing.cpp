@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include "common/asciicase.h"
 #include "common/countedptr.h"
 #include "common/eventobject.h"
 #include "common/valuetext.h"
@@ -94,15 +95,6 @@ bool TellEmptyRange(const value& events, ZEL::IEventStore& store) {
     return true;
 }
 
-bool StartsWith(const std::string& text, std::string_view start) {
-    const auto same = [](char a, char b) {
-        return (a >= 'a' && a <= 'z' ? a - 'a' + 'A' : a) == b;
-    };
-    return text.size() >= start.size() &&
-           std::equal(start.begin(), start.end(), text.begin(),
-                      [&](char wanted, char given) { return same(given, wanted); });
-}
-
 // What follows the root of a registry path, from its separator on; empty for other paths.
 std::string BehindRegistryRoot(const std::string& path) {
     constexpr std::string_view kernelRoot = "\\REGISTRY\\";
@@ -110,7 +102,7 @@ std::string BehindRegistryRoot(const std::string& path) {
                                           "HKCR\\", "HKEY_",  kernelRoot};
     for (const std::string_view root : roots) {
         const std::size_t at = path.find('\\', root == kernelRoot ? root.size() : 0);
-        if (StartsWith(path, root) && at != path.npos)
+        if (ZEL::StartsWithNoCase(path, root) && at != path.npos)
             return path.substr(at);
     }
     return "";

@@ -14,24 +14,24 @@ namespace ZEL {
 
 // In the order of their constants, which no key depends on.
 enum class KeyField : std::uint8_t {
-    beginTime,
-    receiveTime,
-    sequence,
-    objectType,
-    action,
-    actorHash,
+    beginTime,    // when the event happened, by its own words
+    receiveTime,  // when the store got it; in receive-time rows alone
+    sequence,     // ten digits: the event's number, or a receive-time row's
+    objectType,   // what the target is, a name of the vocabulary
+    action,       // what was done, the same
+    actorHash,    // SHA-2, as the sensor wrote it
     actorPathName,
-    actorUid,
-    typeId,
-    targetHash,
-    targetPathName,
-    targetSourceIp,
+    actorUid,        // of a process
+    typeId,          // never written: told by object type and action
+    targetHash,      // SHA-2
+    targetPathName,  // or the name of a kernel object
+    targetSourceIp,  // of a connection
     targetDestinationIp,
-    targetTypeId,
-    targetUrlText,
-    silentSequence,
-    correlationUid,
-    silentEnrichment,
+    targetTypeId,      // of a kernel object; told where it is missing
+    targetUrlText,     // from properties alone
+    silentSequence,    // ten digits: the number of an enrichment
+    correlationUid,    // in upper case, but for events that come as properties
+    silentEnrichment,  // 1 for a silent enrichment, 0 for a live one
 };
 inline constexpr std::size_t keyFieldCount = 18;
 

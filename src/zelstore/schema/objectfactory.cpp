@@ -2,7 +2,6 @@
 
 #include <typeinfo>
 
-#include "zelstore/schema/fieldlists.h"
 #include "zelstore/schema/objectclasses.h"
 
 // One table ties the number of an object type to its class, for making, for recognising and for

@@ -2,7 +2,8 @@
 
 #include <string_view>
 
-#include "common/hostservices.h"
+#include "common/result.h"
+#include "common/utctime.h"
 #include "zelstore/schema/vocabulary.h"
 
 // Times are text in UTC, 24 characters such as 2026-11-12T10:00:00.000Z: text order is time order.
