@@ -187,7 +187,7 @@ HRESULT MakePropertyKey(IEventProperties* event, std::wstring* key) noexcept {
     if (event == nullptr)
         return hr::invalidArgument;
     return AtBoundary([&] {
-        std::wstring made(primaryPrefix.begin(), primaryPrefix.end());
+        std::wstring made(1, static_cast<wchar_t>(primaryPrefix));
         for (const PropertyRow& row : propertyRows) {
             std::wstring text;
             if (PropertyText(*event, row, &text))

@@ -167,7 +167,7 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, RecordKin
 void EventStoreImpl::NotifyJob(const RecordBatch& records) {
     if (!liveMode_.load(std::memory_order_relaxed))
         return;
-    const auto first = records.lower_bound(std::string(receivePrefix));
+    const auto first = records.lower_bound(std::string(1, receivePrefix));
     if (first == records.end() || !first->first.starts_with(receivePrefix))
         return;
     if (!jobController_) {

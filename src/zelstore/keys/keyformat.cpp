@@ -27,9 +27,9 @@ namespace ZEL {
 namespace {
 
 static_assert(eventKeyStart.starts_with(primaryPrefix) &&
-              eventKeyStart.substr(primaryPrefix.size()) == RowOf(KeyField::beginTime).mark);
+              eventKeyStart.substr(1) == RowOf(KeyField::beginTime).mark);
 static_assert(receiveKeyStart.starts_with(receivePrefix) &&
-              receiveKeyStart.substr(receivePrefix.size()) == RowOf(KeyField::receiveTime).mark);
+              receiveKeyStart.substr(1) == RowOf(KeyField::receiveTime).mark);
 
 void AppendField(std::string& key, KeyField field, std::string_view value) {
     key.append(RowOf(field).mark).append(value);
@@ -51,7 +51,7 @@ void SetTag(std::string& key, KeyField field, std::string_view value) {
 // The way that tells what a key is. Nearly no value holds the character that tags begin with, and
 // without it each value ends up behind its own name, which MakePrimaryKey does at once.
 std::string ComposeByTags(const KeyValues& values) {
-    std::string key(primaryPrefix);
+    std::string key(1, primaryPrefix);
     for (const KeyField field : requiredKeyFields)
         AppendTag(key, field);
     for (const KeyField field : requiredKeyFields)
@@ -70,7 +70,7 @@ std::string ComposeByTags(const KeyValues& values) {
 HRESULT FamilyPrefix(std::int32_t family, std::string* prefix) {
     if (family != familyPrimary && family != familyReceive)
         return hr::invalidArgument;
-    prefix->assign(family == familyPrimary ? primaryPrefix : receivePrefix);
+    prefix->assign(1, family == familyPrimary ? primaryPrefix : receivePrefix);
     return hr::ok;
 }
 
@@ -117,7 +117,7 @@ HRESULT ExtractKeyDate(std::string_view key, std::string* date) {
 }
 
 void MakePrimaryKey(const KeyValues& values, std::string* key) {
-    key->assign(primaryPrefix);
+    key->assign(1, primaryPrefix);
     for (const KeyField field : requiredKeyFields)
         AppendField(*key, field, *values[IndexOf(field)]);
     for (const KeyField field : optionalKeyFields)

@@ -14,8 +14,8 @@ namespace ZEL {
 // Row families of an event database, and what their keys begin with.
 inline constexpr std::int32_t familyPrimary = 0;
 inline constexpr std::int32_t familyReceive = 1;
-inline constexpr std::string_view primaryPrefix = "p";
-inline constexpr std::string_view receivePrefix = "r";
+inline constexpr char primaryPrefix = 'p';
+inline constexpr char receivePrefix = 'r';
 
 // How each key of an event, and each key of a receive-time row, begins.
 inline constexpr std::string_view eventKeyStart = "p<begin_time>";
