@@ -6,6 +6,9 @@
 #include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/keymaker.h"
 
+// The facade. Each operation goes to the core of the process, and nothing that is thrown below
+// leaves it. The operations on keys alone need no core: they use the state of this object.
+
 namespace ZEL {
 
 namespace {
@@ -93,7 +96,9 @@ HRESULT EventStoreProxy::Insert(IStringValue* key, IStringValue* value) {
 }
 
 HRESULT EventStoreProxy::InsertSilent(IStringValue* key, IStringValue* value) {
-    return OnCore([&](EventStoreImpl& core) { return core.Insert(key, value, RecordKind::silentEnrichment); });
+    return OnCore([&](EventStoreImpl& core) {
+        return core.Insert(key, value, RecordKind::silentEnrichment);
+    });
 }
 
 HRESULT EventStoreProxy::Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) {

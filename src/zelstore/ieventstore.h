@@ -13,10 +13,10 @@ class IQueryCallback : public ITobBase {
 public:
     // A batch: status 0, `results` holds 1 to 100 event texts and is valid during the call only,
     // `isFinal` and `complete` are false. For receive-time rows `resumeTime` (UTC, 24 characters)
-    // and `resumeSequence` name the row that ended the batch: a later query goes on behind it with
+    // and `resumeSequence` name the row that ended the batch: a later query goes on after it with
     // that receive_time and a seq_num of one more. For other rows they are empty and 0.
     //
-    // The end, exactly once, behind all batches: the query's result, null `results`, `isFinal`
+    // The end, exactly once, after all batches: the query's result, null `results`, `isFinal`
     // true, `complete` false only when the limit has cut results off.
     //
     // A failure returned for a batch ends the walk of the database in hand and counts as its
@@ -78,7 +78,7 @@ public:
     // Runs an event_query document on the calling thread. 0x80070057 for a null callback, with no
     // call back; on every other path the callback gets its end call with the result: 0x80004005
     // before Initialize, 0x80070057 for a null or empty document, 0x8000FFFF for one that can't be
-    // understood. A sub-query also ends the query, behind the results of those ahead of it, with
+    // understood. A sub-query also ends the query, after the results of those before it, with
     // 0x80070057 when it has neither begin_time nor receive_time, or an operator on begin_time or
     // end_time that makes no range; 0x8007000D or 0x800705B6 for a time that has an operator and
     // not its form; 0x8007000E when a condition can't be made, its text not being Unicode for
@@ -89,7 +89,7 @@ public:
 
     // Deletes whole databases, oldest first, until all files of the store fit in `maxSizeMegabytes`
     // of 0x100000 bytes, and returns when that is done. The databases being written stay; one that
-    // is being read goes behind its last reader. hr::ok whatever came of it: the outcome stands in
+    // is being read goes after its last reader. hr::ok whatever came of it: the outcome stands in
     // the settings, under ZEL\Opstate\EMAQ as MaxDBSizeHonored, 1 when the store fits and 2 when it
     // can't. hr::nothingToDo, at once, while another purge runs; 0x80004004 unless started;
     // 0x8007009B without a thread.

@@ -129,7 +129,7 @@ TEST(Coordinator, TellsHowManyRecordsAFailedWriteCost) {
                                                         {wm::lostDetail::enrichments, "1"}}));
 }
 
-TEST(Coordinator, StopWritesInOrderBehindWhatTheCoordinatorHasInHand) {
+TEST(Coordinator, StopWritesInOrderAfterWhatTheCoordinatorHasInHand) {
     RunningStore store;
     store.Start();
     store.End();

@@ -16,13 +16,13 @@ struct Options {
     std::filesystem::path Fates(unsigned phase) const {
         return directory / ("fates-" + std::to_string(phase));
     }
-    // Kilobytes, threads and descriptors in use behind a phase, queries, results, and faults.
+    // Kilobytes, threads and descriptors in use after a phase, queries, results, and faults.
     std::filesystem::path Figures() const { return directory / "figures"; }
     std::filesystem::path End() const { return directory / "end"; }  // there when it is time
 };
 
 // The life of a process that uses the store: phases of load, each between Initialize and Shutdown
-// of the loaded component. Stands still behind each phase until somebody has it go on.
+// of the loaded component. Stands still after each phase until somebody has it go on.
 void BearLoad(const Options& options, unsigned firstPhase);
 
 }  // namespace ZEL::soak

@@ -22,7 +22,7 @@ namespace {
 using namespace ZEL::soak;
 namespace fs = std::filesystem;
 
-// What a process has in use behind a phase.
+// What a process has in use after a phase.
 struct Level {
     std::uint64_t kilobytes = 0, threads = 0, files = 0;
 };

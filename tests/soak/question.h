@@ -44,7 +44,7 @@ struct Question {
 
     // Nothing but what was asked for, whole, and nothing twice; and, when the query ran to its end,
     // all that the event queue took before the `onDisk`-th row. Of the receive-time rows of a
-    // producer those behind the first that came.
+    // producer those after the first that came.
     void Check(const std::vector<Producer>& producers, const std::vector<std::string>& results,
                bool isWhole, std::uint32_t onDisk) const {
         std::set<std::array<unsigned, 3>> seen;

@@ -5,7 +5,9 @@
 #include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/database/izeldbimpl.h"
 
-// What the store tells its host about its databases.
+// What the store tells its host about its databases: the table of what failed, a record for each
+// database and kind of operation, and how far back the store goes. Nothing here is kept; the
+// databases are asked each time, and answer as soon as they have been opened once.
 
 namespace ZEL {
 

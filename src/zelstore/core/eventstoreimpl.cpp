@@ -173,7 +173,6 @@ HRESULT EventStoreImpl::Shutdown() {
     }
 }
 
-// Gives the era whose threads have ended.
 std::uint64_t EventStoreImpl::AwaitThreads() {
     QueryModule& queries = Queries();
     std::uint64_t era = 0;
@@ -215,7 +214,6 @@ void EventStoreImpl::CloseQueries() {
     QueryModule& queries = Queries();
     const wm::Hold hold(queries.queryManagerLock);
     queries.queriesEnabled = false;
-    // Those that were not waited for still run. The next Shutdown waits for them.
     if (queries.queryManager)
         queries.queryManager->AbandonAllQueries();
     queries.queryManager.reset();

@@ -16,7 +16,8 @@
 
 namespace ZEL {
 
-// How long the coordinator sleeps, and how often partly filled batches go to the disk.
+// How long the coordinator sleeps at most before it looks at the live mode, and how often partly
+// filled batches go to the disk.
 struct StorePeriods {
     std::uint32_t coordinatorWaitMs = 10000;
     std::uint32_t flushTimerMs = 60000;
@@ -42,12 +43,14 @@ public:
     EventStoreImpl(const EventStoreImpl&) = delete;
     EventStoreImpl& operator=(const EventStoreImpl&) = delete;
 
+    // These and the others of the same names as IEventStore tells them.
     HRESULT Initialize();
     HRESULT Stop();
     HRESULT Shutdown();
 
-    // `key` and `value` are UTF-8 and are moved on to the batch.
     HRESULT Insert(IStringValue* key, IStringValue* value, RecordKind kind);
+    // The same for texts that are UTF-8 already. They are moved on to the batch. Asks for no
+    // database: what a closed store takes waits for its next start.
     HRESULT EnqueueForInsertion(std::string key, std::string value, RecordKind kind);
 
     HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
@@ -59,13 +62,18 @@ public:
     HRESULT SetLiveMode(bool enable);
 
 private:
+    // The steps of a start, in their order. The first that fails ends it.
     HRESULT Start() REQUIRES(stateLock_);
     HRESULT StartJobController() REQUIRES(stateLock_);
     HRESULT OpenDatabase();
     HRESULT EnableQueries() REQUIRES(stateLock_);
+    // Refuses new queries of the store's threads, and tells those that run to end.
     void StopQueries();
+    // Gives the era whose threads it has waited for.
     std::uint64_t AwaitThreads() EXCLUDES(stateLock_);
+    // Ends what has no thread that works. Does no harm where there is nothing, or only a part.
     void Close() REQUIRES(stateLock_);
+    // Queries that still run are left to the next Shutdown.
     void CloseQueries();
     void DropJobController() REQUIRES(stateLock_);
 
@@ -73,9 +81,12 @@ private:
     HRESULT StartFlushTimer();
     HRESULT TimerError() const noexcept;
     HRESULT CoordinatorMain();
+    // One thread at a time: the coordinator, or Stop once that has ended.
     void FlushQueues(Flush what);
     void InsertBatches(BatchList batches, RecordKind kind);
+    // Writes a batch, tells what is lost if that fails, and gives the entries back to the queue.
     HRESULT InsertBatch(std::unique_ptr<EventBatch> batch, RecordKind kind);
+    // In live mode, starts the store's job when there are receive-time rows among the records.
     void NotifyJob(const RecordBatch& records);
     HRESULT PurgeMain(std::uint32_t maxSizeMegabytes);
     void PublishPurgeStatus(std::uint32_t status);
