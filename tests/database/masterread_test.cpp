@@ -88,9 +88,14 @@ TEST_F(MasterRead, AQueryKeepsTheSilentDatabaseOfOneDateOpen) {
     RecordBatch written{{Enrichment("2026-11-11", 2), ""}, {Enrichment("2026-11-12", 3), ""}};
     EXPECT_EQ(db->WriteSilentRecords(written), hr::ok);
     EXPECT_TRUE(IsOpen("20261111999")) << "also when a writer has let it go";
-    EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-14", 1), &values), hr::corrupt);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-14", 1), &values), hr::corrupt);
+        EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-10", 1), &values), hr::notFound);
+    }
     EXPECT_TRUE(store.Exists("20261114999")) << "a lookup gives nothing up";
-    EXPECT_EQ(ErrorOf("20261114999", DatabaseErrorKind::read).lastResult, hr::corrupt);
+    const DatabaseErrorEntry damaged = ErrorOf("20261114999", DatabaseErrorKind::read);
+    EXPECT_EQ(damaged.lastResult, hr::corrupt);
+    EXPECT_EQ(damaged.count, 1u) << "once for the query, however many events it has";
     EXPECT_EQ(Errors().size(), 1u) << "what is not there is no failure";
     EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-12", 1), &values), hr::ok);
     EXPECT_EQ(values, (Values{"a", "b"}));
@@ -105,6 +110,25 @@ TEST_F(MasterRead, AQueryKeepsTheSilentDatabaseOfOneDateOpen) {
     db->ReleaseQueryCursor(&query);
     EXPECT_FALSE(IsOpen("20261112999"));
     db->ReleaseQueryCursor(&query);
+}
+
+TEST_F(MasterRead, AChangeOfDateDropsWhatPrefixReadsShare) {
+    Put("20261111999", {{Enrichment("2026-11-11", 1), "a"}});
+    Restart();
+    const QueryId first{1, 0, 0, {}}, second{2, 0, 0, {}};
+    Values values;
+    for (const QueryId* query : {&first, &second})
+        EXPECT_EQ(db->GetEnrichments(query, Key("2026-11-11", 1), &values), hr::ok);
+    RecordBatch written{{Enrichment("2026-11-11", 2), "b"}};
+    EXPECT_EQ(db->WriteSilentRecords(written), hr::ok);
+    values.clear();
+    EXPECT_EQ(db->GetEnrichments(&second, Key("2026-11-11", 2), &values), hr::ok);
+    EXPECT_TRUE(values.empty()) << "as it was when the reads began";
+    EXPECT_EQ(db->GetEnrichments(&first, Key("2026-11-12", 1), &values), hr::notFound);
+    EXPECT_EQ(db->GetEnrichments(&second, Key("2026-11-11", 2), &values), hr::ok);
+    EXPECT_EQ(values, Values{"b"});
+    for (const QueryId* query : {&first, &second})
+        db->ReleaseQueryCursor(query);
 }
 
 }  // namespace

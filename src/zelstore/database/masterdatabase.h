@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -97,9 +98,10 @@ private:
     void Delete(const ProxyPtr& victim);
 
     HRESULT GetQueryDatabase(const QueryId* query, const std::string& key, ProxyPtr* proxy);
-    // Counts what fails, which the query's result doesn't tell.
+    // Counts what fails, which the query's result doesn't tell, once for each query and database.
     template <typename Read>
-    HRESULT ReadSilent(LevelDbInstanceProxy& proxy, Read&& read);
+    HRESULT ReadSilent(const QueryId* query, const std::string& key, Read&& read);
+    bool IsFirstFailure(const QueryId& query, const std::wstring& path);
 
     std::wstring dataStoreDirectory_;  // set by LoadExistingDatabases
     wm::ReaderWriterLock databaseLock_{wm::LockRank::database};
@@ -110,9 +112,10 @@ private:
     // The silent database that a running query keeps open. The hold alone would not do: a writer
     // that goes on to another date ends one hold, and may have had none of its own.
     struct QueryCursor {
-        ProxyPtr proxy;
+        ProxyPtr proxy;  // null when the last date has no database
         std::shared_ptr<LevelDbInstance> open;
         bool isHeld = false;
+        std::set<std::wstring> failed;  // paths of databases whose failure has been counted
     };
     std::map<QueryId, QueryCursor> queryCursors_ GUARDED_BY(databaseLock_);
 };

@@ -95,61 +95,57 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
         return hr::fail;
     QueryCursor former;  // dropped after the lock is released
     const wm::HoldExclusive hold(databaseLock_);
-    const auto cursor = queryCursors_.find(*query);
-    if (cursor != queryCursors_.end()) {
-        if (cursor->second.proxy->Date() == date) {
-            *proxy = cursor->second.proxy;
-            return hr::ok;
-        }
-        former = std::move(cursor->second);
-        queryCursors_.erase(cursor);
-        if (former.isHeld)
-            former.proxy->Release(LevelDbInstanceProxy::Cursor::drop);
+    QueryCursor& cursor = queryCursors_[*query];
+    if (cursor.proxy && cursor.proxy->Date() == date) {
+        *proxy = cursor.proxy;
+        return hr::ok;
     }
+    std::swap(former, cursor);
+    cursor.failed.swap(former.failed);
+    if (former.isHeld)
+        former.proxy->Release(LevelDbInstanceProxy::Cursor::drop);
     result = GetSilentDatabaseLocked(date, IfMissing::fail, proxy);
     if (Failed(result))
         return result;
-    QueryCursor& entered = queryCursors_[*query];
-    entered.proxy = *proxy;
+    cursor.proxy = *proxy;
     // If it can't be opened, the read tries again and tells. One that only readers have is not
     // held.
-    if (Succeeded((*proxy)->GetInstance(&entered.open, IfMissing::fail)))
-        entered.isHeld =
-            entered.open == (*proxy)->PeekInstance() && Succeeded((*proxy)->Hold(IfMissing::fail));
+    if (Succeeded((*proxy)->GetInstance(&cursor.open, IfMissing::fail)))
+        cursor.isHeld =
+            cursor.open == (*proxy)->PeekInstance() && Succeeded((*proxy)->Hold(IfMissing::fail));
     return hr::ok;
 }
 
+bool ZelMasterDatabase::IsFirstFailure(const QueryId& query, const std::wstring& path) {
+    const wm::HoldExclusive hold(databaseLock_);
+    return queryCursors_[query].failed.insert(path).second;
+}
+
 template <typename Read>
-HRESULT ZelMasterDatabase::ReadSilent(LevelDbInstanceProxy& proxy, Read&& read) {
-    const HRESULT result = ReadFrom(proxy, std::forward<Read>(read));
-    if (Failed(result) && result != hr::notFound)
-        RecordDatabaseError(proxy.Path(), DatabaseErrorKind::read, result);
-    return result;
+HRESULT ZelMasterDatabase::ReadSilent(const QueryId* query, const std::string& key, Read&& read) {
+    return AtBoundary([&] {
+        ProxyPtr proxy;
+        HRESULT result = GetQueryDatabase(query, key, &proxy);
+        if (Failed(result))
+            return result;
+        result = ReadFrom(*proxy, std::forward<Read>(read));
+        if (Failed(result) && result != hr::notFound && IsFirstFailure(*query, proxy->Path()))
+            RecordDatabaseError(proxy->Path(), DatabaseErrorKind::read, result);
+        return result;
+    });
 }
 
 HRESULT ZelMasterDatabase::GetEnrichments(const QueryId* query, const std::string& key,
                                           std::vector<std::string>* values) {
-    return AtBoundary([&] {
-        ProxyPtr proxy;
-        const HRESULT result = GetQueryDatabase(query, key, &proxy);
-        if (Failed(result))
-            return result;
-        return ReadSilent(
-            *proxy, [&](LevelDbInstance& instance) { return instance.ReadPrefix(key, values); });
-    });
+    return ReadSilent(query, key,
+                      [&](LevelDbInstance& instance) { return instance.ReadPrefix(key, values); });
 }
 
 HRESULT ZelMasterDatabase::GetSilentEnrichments(const QueryId* query, const std::string& key,
                                                 bool* hasOther, bool collect,
                                                 std::vector<std::string>* values) {
-    return AtBoundary([&] {
-        ProxyPtr proxy;
-        const HRESULT result = GetQueryDatabase(query, key, &proxy);
-        if (Failed(result))
-            return result;
-        return ReadSilent(*proxy, [&](LevelDbInstance& instance) {
-            return instance.ReadSilentPrefix(key, hasOther, collect, values);
-        });
+    return ReadSilent(query, key, [&](LevelDbInstance& instance) {
+        return instance.ReadSilentPrefix(key, hasOther, collect, values);
     });
 }
 
