@@ -12,12 +12,14 @@ public:
     // Both do nothing and succeed.
     virtual HRESULT ReservedA() = 0;
     virtual HRESULT ReservedB() = 0;
-    // Stops the walk of the database in hand, also a paused one, waits for the query's end and
-    // frees it; databases behind that one are still visited. hr::nothingToDo when there is none
-    // (any more), hr::ok when the store is stopped. Called inside the query's callback it does not
-    // wait.
+    // Ends the query, also a paused one, waits for that and frees it; it takes a moment, whatever the
+    // query is busy with. The end call brings 0x80004004 when databases or sub-queries were left
+    // out. hr::nothingToDo when there is none (any more), hr::ok when the store is stopped. Called
+    // inside the query's callback it does not wait, nor where the query waits, itself or through
+    // others, for the one whose callback calls.
     virtual HRESULT StopAndWait() = 0;
-    // Asks the walk of the database in hand to end; later databases are still visited.
+    // Asks the walk of the database in hand to end; later databases are still visited, for half a
+    // second. What is left then is left out, and the end call brings 0x80004004.
     // hr::nothingToDo when there is no query, 0x80004005 when the store is stopped.
     virtual HRESULT RequestStop() = 0;
     // Runs an event_query document. Results and the one end call go to `callback` on the query's

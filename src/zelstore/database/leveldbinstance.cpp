@@ -264,19 +264,19 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
     const HRESULT attached = sink->Attach(db_.get(), options);
     if (Failed(attached))
         return attached;
-    const EndWatch* const watch = EndWatch::OfThread();
+    EndWatch* const watch = EndWatch::OfThread();
     std::uint64_t rows = 0;
     for (row->Seek(startKey); row->Valid(); row->Next()) {
         if (++rows % rowsPerCheck == 0 &&
             !ShouldContinue(scan.abortEvent.Handle(), stopEvent, pauseEvent))
             return hr::aborted;
         const RowResult answer = sink->OnRecord(row->key(), row->value(), keepGoing);
-        if (watch != nullptr && watch->GivesUp())
-            return hr::aborted;
         if (answer == RowResult::endDatabase)
             break;
         if (answer == RowResult::abandonDatabase)
             return hr::fail;
+        if (watch != nullptr && watch->Spend(row->key().size() + row->value().size()))
+            return hr::aborted;
     }
     TellDamage(*row);
     return hr::ok;

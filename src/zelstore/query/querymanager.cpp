@@ -6,6 +6,14 @@
 
 #include "common/trace.h"
 
+// Queries with threads of their own, from their start to the end of their threads.
+//
+// A query is entered before its thread runs and stays, also when it has ended, until somebody
+// cancels it or the store is shut down. Whoever ends it waits for the thread with no lock held: its
+// callback may be about to call here. Where nobody can wait, since the call comes from the query's
+// own callback or would close a circle of such waits, the query is handed on to the leaving ones,
+// which the shut-down waits for.
+
 namespace ZEL {
 
 QueryModule& Queries() noexcept {

@@ -16,6 +16,18 @@
 #include "zelstore/query/querymanager.h"
 #include "zelstore/query/resulttext.h"
 
+// From rows to results.
+//
+// A walk gives each row to the sink, in the order of keys. Behind the row family or the last time
+// wanted, the sink ends the walk of that database; the next one has a first row of its own. Rows
+// are judged by their keys alone. A value is read only for a row that passes, and copied once, into
+// the text that the callback gets: a primary row's value as it stands, perhaps with enrichments
+// spliced in before its last brace, or for a row by time of receipt the event that it names.
+//
+// Results go out a hundred at a time, from within the walk, and what is left at its end. What fails
+// for one row loses that row alone. When a callback fails, the database in hand is left and the
+// batch kept: the next one offers it again, with more behind it.
+
 namespace ZEL {
 
 namespace {
@@ -24,6 +36,8 @@ namespace {
 void ReportLostRow(const char* what) noexcept {
     wm::ReportError(hr::unexpected, wm::reportLabel::lostRow, "Exception", what);
 }
+
+constexpr std::uint64_t slowCallbackMs = 50;
 
 std::string_view View(const leveldb::Slice& slice) {
     return {slice.data(), slice.size()};
@@ -137,9 +151,10 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
         wm::Trace(wm::message::resultNotAdded, hr::outOfMemory);
         return RowResult::goOn;
     }
-    RowResult undelivered = RowResult::goOn;
-    if (batch_->Count() >= batchSize && !DeliverFullBatch(&undelivered))
-        return undelivered;
+    if (batch_->Count() >= batchSize) {
+        if (const auto failed = DeliverFullBatch())
+            return *failed;
+    }
     ++matchCount_;
     if (options_.limit >= 0 && matchCount_ >= options_.limit) {
         *keepGoing = false;
@@ -148,17 +163,19 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
     return RowResult::goOn;
 }
 
-// False when the batch stays filled, with what is to be done then.
-bool QuerySink::DeliverFullBatch(RowResult* otherwise) {
+std::optional<RowResult> QuerySink::DeliverFullBatch() {
     std::wstring time;
     std::int32_t sequence = 0;
     if (Failed(ExtractCursor(&time, &sequence)))
-        return false;
-    *otherwise = RowResult::abandonDatabase;
-    if (Failed(Deliver(time, sequence)))
-        return false;
+        return RowResult::goOn;
+    const std::uint64_t begin = wm::Clock().TickCount64();
+    const HRESULT result = Deliver(time, sequence);
+    if (watch_ != nullptr && wm::Clock().TickCount64() - begin >= slowCallbackMs)
+        watch_->Spend(EndWatch::stepsPerLook);
+    if (Failed(result))
+        return RowResult::abandonDatabase;
     batch_->Clear();
-    return true;
+    return std::nullopt;
 }
 
 bool QuerySink::IsPastEnd() const {

@@ -55,7 +55,8 @@ private:
     std::optional<std::string_view> MakeResult(std::string_view key, std::string_view value);
     std::optional<std::string_view> MakePrimaryResult(std::string_view key, std::string_view value);
     HRESULT JoinEnrichedEvent(std::string_view value);
-    bool DeliverFullBatch(RowResult* otherwise);
+    // Nothing when the batch went out, else the row's answer; the batch then stays filled.
+    std::optional<RowResult> DeliverFullBatch();
     HRESULT ReadEvent(const std::string& key, std::string* event);
     HRESULT ExtractCursor(std::wstring* time, std::int32_t* sequence) const;
     HRESULT Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence);

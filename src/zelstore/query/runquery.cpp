@@ -18,6 +18,11 @@
 // One query from its text to the end call. The document's sub-queries run one after the other, each
 // as one scan with a sink of its own; nothing is merged. What an earlier sub-query has delivered
 // stays delivered when a later one fails.
+//
+// The query's watch lives from the reading of the text to the last scan. What it gives up ends the
+// query with 0x80004004: the document, a sub-query that is being made ready, or walks that were
+// left out. A walk that was cut short does not: as any failure of one database, it is counted
+// there.
 
 namespace ZEL {
 
