@@ -8,6 +8,7 @@ import pty
 import signal
 import subprocess
 import sys
+import time
 import unicodedata
 
 from zelcommand import Zel
@@ -83,6 +84,45 @@ def outputs(zel, records):
               zel.run("query", "-o", "json", "--limit", "2").stdout)
     ended = zel.run("query", "-o", "json", "--since", "2100-01-01")
     zel.check("an empty one", (1, b"[]\n"), (ended.returncode, ended.stdout))
+
+
+def hostile(zel):
+    """Questions that would take minutes end soon after an interrupt, whatever they are busy with."""
+    zel.run("ingest", "-", given=b"\n".join(record(n, "a" * 3000) for n in range(3000)))
+    begin = '"begin_time":{"value":"1601-01-01T00:00:00.000Z"}'
+
+    def on_path(operator, values):
+        return ('{%s,"artifacts":{"target":{"object_type":"file","path":{"operator":{"value":"%s"},"value":%s}}}}'
+                % (begin, operator, json.dumps(values)))
+    questions = {
+        "backtracking": on_path("fits_pattern", ["(.*a){20}b"]),
+        "alternatives": on_path("fits_pattern", ["(x|%s)*y" % "|".join(f"a+a+{'a' * 40}{n}" for n in range(500))]),
+        "many values": on_path("contains", ["a" * 20 + str(n) for n in range(10000)]),
+        "many sub-queries": ",".join(['{%s,"correlation_uid":{"value":["x"]}}' % begin] * 10000),
+    }
+    for name, sub_queries in questions.items():
+        document = os.path.join(zel.folder, "document.json")
+        with open(document, "w", encoding="utf-8") as file:
+            file.write('{"event_query":{"events":[%s]}}' % sub_queries)
+        with subprocess.Popen(zel.command("query", document), stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL, env=zel.environment) as query:
+            while query.poll() is None and cpu_seconds(query.pid) < 0.5:
+                time.sleep(0.01)
+            query.send_signal(signal.SIGINT)
+            began = time.monotonic()
+            try:
+                code = query.wait(timeout=30)
+            except subprocess.TimeoutExpired:
+                query.kill()
+                code = "no end"
+        print(f"{name}: {time.monotonic() - began:.3f} s")
+        zel.check(f"{name}, interrupted", 130, code)
+
+
+def cpu_seconds(pid):
+    with open(f"/proc/{pid}/stat", encoding="utf-8") as file:
+        fields = file.read().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
 def width(text):
@@ -222,7 +262,7 @@ def enrichments(zel):
 
 def main(program, records):
     failures = 0
-    for scenario, arguments in ((refusals, ()), (outputs, (records,)), (tables, ()), (twice, ()),
+    for scenario, arguments in ((refusals, ()), (outputs, (records,)), (hostile, ()), (tables, ()), (twice, ()),
                                 (files, ()), (nothing, ()), (enrichments, ())):
         with Zel(program) as zel:
             scenario(zel, *arguments)
