@@ -94,7 +94,7 @@ void BM_NarrowQuery(benchmark::State& state) {
     const auto text = CountedPtr<ZEL::IStringValue>::Adopt(
         wm::CreateStringValue(std::wstring(document.begin(), document.end()).c_str()));
     wm::EventObject stop;
-    stop.Create(false, false);
+    stop.Create(wm::EventReset::automatic);
     for (auto _ : state) {
         CountingCallback callback;
         if (Failed(store->Query(text.Get(), &callback, stop.Handle())) || callback.rows != 10)

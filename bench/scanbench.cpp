@@ -21,7 +21,7 @@ void RunQuery(benchmark::State& state, const wchar_t* document, std::size_t expe
         return made;
     }();
     wm::EventObject stop;
-    stop.Create(false, false);
+    stop.Create(wm::EventReset::automatic);
     const auto text = CountedPtr<ZEL::IStringValue>::Adopt(wm::CreateStringValue(document));
     for (auto _ : state) {
         CountingCallback callback;

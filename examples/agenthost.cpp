@@ -49,7 +49,7 @@ protected:
 // Prints results, and tells their end to a thread that waits for it.
 class Listing final : public Uncounted<ZEL::IQueryCallback> {
 public:
-    bool Create() { return ended_.Create(true, false); }
+    bool Create() { return ended_.Create(wm::EventReset::manual); }
     void AwaitEnd() const {
         const ZEL::HANDLE ended = ended_.Handle();
         wm::WaitForAny(1, &ended, wm::waitForever);

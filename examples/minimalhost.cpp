@@ -62,7 +62,7 @@ bool ReadBack(ZEL::IEventStore7& store) {
     wm::EventObject stop;
     const auto document = Value(
         LR"({"event_query":{"events":[{"begin_time":{"value":"2026-11-12T00:00:00.000Z"}}]}})");
-    return stop.Create(false, false) &&
+    return stop.Create(wm::EventReset::automatic) &&
            Succeeded(store.Query(document.Get(), &printer, stop.Handle())) && IsWhole(store);
 }
 

@@ -80,7 +80,7 @@ public:
         const auto text = CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(wide.c_str()));
         Callback callback;
         wm::EventObject stop;
-        stop.Create(false, false);
+        stop.Create(wm::EventReset::automatic);
         Check(
             core_.Query(text.Get(), &callback, stop.Handle(), nullptr) == callback.outcome.status &&
                 callback.ended,

@@ -18,7 +18,8 @@ const std::wstring honored = L"ZEL\\Opstate\\EMAQ\\MaxDBSizeHonored";
 class Barrier {
 public:
     explicit Barrier(FakeSettings& settings) {
-        EXPECT_TRUE(arrived_.Create(true, false) && open_.Create(true, false));
+        EXPECT_TRUE(arrived_.Create(wm::EventReset::manual) &&
+                    open_.Create(wm::EventReset::manual));
         settings.onOpen = [this](const std::wstring& path) {
             if (path != L"ZEL\\Opstate\\EMAQ")
                 return;

@@ -110,7 +110,7 @@ protected:
     std::unique_ptr<ZelMasterDatabase> db;
 
 public:
-    DatabaseTest() { EXPECT_TRUE(stop.Create(true, false)); }
+    DatabaseTest() { EXPECT_TRUE(stop.Create(wm::EventReset::manual)); }
 };
 
 }  // namespace ZEL::test

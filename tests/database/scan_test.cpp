@@ -15,8 +15,8 @@ protected:
     ScanTest() : proxy_(store_.Folder("20261112")) {
         EXPECT_EQ(proxy_.Write(test::Rows(3000)), hr::ok);
         EXPECT_EQ(proxy_.GetInstance(&instance, IfMissing::fail), hr::ok);
-        EXPECT_TRUE(stop.Create(true, false));
-        EXPECT_TRUE(pause.Create(true, true));
+        EXPECT_TRUE(stop.Create(wm::EventReset::manual));
+        EXPECT_TRUE(pause.Create(wm::EventReset::manual, wm::EventState::set));
     }
     HRESULT Scan(HANDLE stopEvent, HANDLE pauseEvent = nullptr, int from = 0) {
         bool keepGoing = true;

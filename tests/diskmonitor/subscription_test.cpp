@@ -104,7 +104,7 @@ TEST_F(Reentrance, OtherThreadsWaitForTheEndOfTheCalls) {
 TEST_F(Reentrance, LetsTheMonitorGoInItsCall) {
     monitor = CountedPtr<DiskSpaceMonitor>(new DiskSpaceMonitor(1));
     wm::EventObject started, gone;
-    ASSERT_TRUE(started.Create(true, false) && gone.Create(true, false));
+    ASSERT_TRUE(started.Create(wm::EventReset::manual) && gone.Create(wm::EventReset::manual));
     const auto killer = Subscriber::Make([&](DiskState state) {
         if (state != toStop)
             return;

@@ -64,7 +64,8 @@ public:  // jobs reach in
         EXPECT_EQ(manager_->QueryInterface(ZEL::iidJobRegistry, registry_.ReceiveVoid()),
                   ZEL::TOB_OK);
         EXPECT_EQ(manager_->GetJob(ZEL::storeJobId, job_.Receive()), hr::ok);
-        EXPECT_TRUE(ran_.Create(false, false) && stopped_.Create(false, false));
+        EXPECT_TRUE(ran_.Create(wm::EventReset::automatic) &&
+                    stopped_.Create(wm::EventReset::automatic));
     }
     void Register(ZEL::IJobRegistry::JobFunction run) {
         ASSERT_EQ(registry_->RegisterJob(ZEL::storeJobId, nullptr, run, this), hr::ok);

@@ -22,8 +22,9 @@ void Await(const EventObject& event) {
 
 TEST(Events, WaitReportsAndTakesTheLowestOne) {
     EventObject first, second, kept;
-    ASSERT_TRUE(first.Create(false, false) && second.Create(false, true) &&
-                kept.Create(true, true));
+    ASSERT_TRUE(first.Create(EventReset::automatic) &&
+                second.Create(EventReset::automatic, EventState::set) &&
+                kept.Create(EventReset::manual, EventState::set));
     const HANDLE handles[] = {first.Handle(), second.Handle(), kept.Handle()};
     EXPECT_EQ(WaitForAny(3, handles, 0), 1u);
     EXPECT_EQ(WaitForAny(3, handles, 0), 2u);
@@ -38,7 +39,7 @@ TEST(Events, WaitReportsAndTakesTheLowestOne) {
 TEST(Events, BadHandlesFailTheWait) {
     EventObject event;
     EXPECT_FALSE(event.Set());
-    ASSERT_TRUE(event.Create(true, true));
+    ASSERT_TRUE(event.Create(EventReset::manual, EventState::set));
     const HANDLE good = event.Handle();
     for (const HANDLE bad : {HANDLE(nullptr), ZEL::InvalidHandle(), HANDLE(&event)}) {
         const HANDLE handles[] = {good, bad};
@@ -49,7 +50,7 @@ TEST(Events, BadHandlesFailTheWait) {
     EXPECT_EQ(WaitForAny(1, &good, 0), waitFailed);
     EXPECT_FALSE(SetEventHandle(good));
     for (int i = 0; i < 10; ++i) {
-        ASSERT_TRUE(event.Create(true, true));
+        ASSERT_TRUE(event.Create(EventReset::manual, EventState::set));
         EXPECT_EQ(WaitForAny(1, &good, 0), waitFailed) << "a stale handle reaches no later event";
     }
 }
@@ -57,8 +58,8 @@ TEST(Events, BadHandlesFailTheWait) {
 TEST(Events, EachSettingReachesExactlyOneWaiter) {
     constexpr int settings = 2000;
     EventObject event, taken, stop;
-    ASSERT_TRUE(event.Create(false, false) && taken.Create(false, false) &&
-                stop.Create(true, false));
+    ASSERT_TRUE(event.Create(EventReset::automatic) && taken.Create(EventReset::automatic) &&
+                stop.Create(EventReset::manual));
     std::atomic<int> count{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
@@ -82,8 +83,8 @@ TEST(Events, EachSettingReachesExactlyOneWaiter) {
 TEST(Events, ClosedEventStaysAliveForItsWaiter) {
     auto event = std::make_unique<EventObject>();
     EventObject other, entered;
-    ASSERT_TRUE(event->Create(false, false) && other.Create(false, false) &&
-                entered.Create(false, false));
+    ASSERT_TRUE(event->Create(EventReset::automatic) && other.Create(EventReset::automatic) &&
+                entered.Create(EventReset::automatic));
     std::thread waiter([&, handle = event->Handle()] {
         const HANDLE handles[] = {handle, other.Handle()};
         entered.Set();
@@ -99,7 +100,7 @@ TEST(Events, ClosedEventStaysAliveForItsWaiter) {
 TEST(WorkerThread, RunsAgainAndTellsItsResult) {
     WorkerThread thread;
     EventObject go;
-    ASSERT_TRUE(go.Create(false, false));
+    ASSERT_TRUE(go.Create(EventReset::automatic));
     for (int round = 0; round < 3; ++round) {
         ASSERT_TRUE(thread.Start([&] {
             Await(go);
@@ -122,7 +123,7 @@ TEST(WorkerThread, RunsAgainAndTellsItsResult) {
 
 TEST(WorkerThread, MayBeDestroyedByItsOwnBody) {
     EventObject done;
-    ASSERT_TRUE(done.Create(false, false));
+    ASSERT_TRUE(done.Create(EventReset::automatic));
     auto thread = std::make_shared<WorkerThread>();
     WorkerThread& started = *thread;
     ASSERT_TRUE(started.Start([held = std::move(thread), &done]() mutable {
@@ -135,7 +136,7 @@ TEST(WorkerThread, MayBeDestroyedByItsOwnBody) {
 
 TEST(Timer, TicksUntilItIsStopped) {
     EventObject tick;
-    ASSERT_TRUE(tick.Create(false, false));
+    ASSERT_TRUE(tick.Create(EventReset::automatic));
     RegisteredWaitTimer timer;
     EXPECT_FALSE(timer.Start(1)) << "nothing to call";
     std::atomic<int> ticks{0};

@@ -158,7 +158,7 @@ protected:
     // Runs `wait` on a thread, lets it wait for `cancel`, and gives its result.
     HRESULT CancelledResult(const std::function<HRESULT(HANDLE)>& wait) {
         wm::EventObject cancel;
-        EXPECT_TRUE(cancel.Create(true, false));
+        EXPECT_TRUE(cancel.Create(wm::EventReset::manual));
         HRESULT result = hr::fail;
         std::thread waiting([&] { result = wait(cancel.Handle()); });
         cancel.Set();

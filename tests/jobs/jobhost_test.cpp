@@ -49,7 +49,7 @@ TEST(JobControllerHost, ReceiveRowsOfALiveStoreRunTheJob) {
     CountedPtr<IJobRegistry> registry;
     ASSERT_EQ(manager->QueryInterface(iidJobRegistry, registry.ReceiveVoid()), TOB_OK);
     wm::EventObject ran;
-    ASSERT_TRUE(ran.Create(false, false));
+    ASSERT_TRUE(ran.Create(wm::EventReset::automatic));
     const auto run = [](void* context, HANDLE) {
         static_cast<wm::EventObject*>(context)->Set();
         return hr::ok;

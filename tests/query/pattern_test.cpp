@@ -103,7 +103,7 @@ TEST(Pattern, OthersAreGivenUp) {
     EXPECT_EQ(Fast("(.*a){2}", text, true), 1);
 
     wm::EventObject stop;
-    ASSERT_TRUE(stop.Create(false, true));
+    ASSERT_TRUE(stop.Create(wm::EventReset::automatic, wm::EventState::set));
     EndWatch watch(stop.Handle());
     EXPECT_THROW(Pattern("(.*a){20}b", true).Matches(text, &watch, ~0ULL), GivenUp);
     ASSERT_TRUE(watch.BeginWalk() && stop.Set());

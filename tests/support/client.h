@@ -36,7 +36,7 @@ inline std::string Utf8(IStringValue* value) {
 // query's end.
 class RecordingCallback final : public IQueryCallback {
 public:
-    RecordingCallback() { EXPECT_TRUE(ended_->Create(true, false)); }
+    RecordingCallback() { EXPECT_TRUE(ended_->Create(wm::EventReset::manual)); }
 
     TobResult QueryInterface(const GUID&, void** out) override {
         *out = nullptr;
@@ -143,7 +143,7 @@ inline std::string InsertEvent(IEventStore7& store, const std::string& record) {
 inline HRESULT RunQuery(IEventStore7& store, const std::string& document,
                         RecordingCallback& callback) {
     wm::EventObject stop;
-    EXPECT_TRUE(stop.Create(false, false));
+    EXPECT_TRUE(stop.Create(wm::EventReset::automatic));
     const auto text = Str(document);
     const HRESULT result = store.Query(text.Get(), &callback, stop.Handle());
     EXPECT_EQ(callback.ends, 1);

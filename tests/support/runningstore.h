@@ -61,7 +61,7 @@ public:
         EXPECT_EQ(database.LoadExistingDatabases(), hr::ok);
         RecordingSink sink;
         wm::EventObject stop;
-        EXPECT_TRUE(stop.Create(false, false));
+        EXPECT_TRUE(stop.Create(wm::EventReset::automatic));
         EXPECT_EQ(database.Scan("p", &sink, stop.Handle(), nullptr), hr::ok);
         return sink.keys.size();
     }

@@ -105,7 +105,7 @@ private:
 TEST_F(HostileQuery, IsEndedByItsStopEvent) {
     EachEnds("stop event", [&](IStringValue* document, RecordingCallback& callback) {
         wm::EventObject stop;
-        ASSERT_TRUE(stop.Create(true, true));
+        ASSERT_TRUE(stop.Create(wm::EventReset::manual, wm::EventState::set));
         IgnoreResult(store->Query(document, &callback, stop.Handle()), "it may have been cut off");
     });
 }

@@ -132,7 +132,8 @@ TEST(Memory, JobsKeepWhatTheyHad) {
 
 TEST(Memory, WaitsNeedNone) {
     wm::EventObject first, second;
-    ASSERT_TRUE(first.Create(false, false) && second.Create(false, false));
+    ASSERT_TRUE(first.Create(wm::EventReset::automatic) &&
+                second.Create(wm::EventReset::automatic));
     const HANDLE handles[] = {first.Handle(), second.Handle()};
     second.Set();
     CountedEvent counted;

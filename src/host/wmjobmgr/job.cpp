@@ -10,7 +10,7 @@ namespace jobTrigger = ZEL::jobTrigger;
 
 ZEL::CountedPtr<Job> Job::Create(const ZEL::GUID& id, std::wstring name, IListener& listener) {
     ZEL::CountedPtr<Job> job(new Job(id, std::move(name), listener));
-    return job->stop_.Create(true, false) ? job : nullptr;
+    return job->stop_.Create(wm::EventReset::manual) ? job : nullptr;
 }
 
 ZEL::TobResult Job::QueryInterface(const ZEL::GUID& iid, void** out) {

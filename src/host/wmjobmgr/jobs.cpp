@@ -35,7 +35,7 @@ Jobs& Jobs::Instance() {
 }
 
 Jobs::Jobs() {
-    wake_.Create(false, false);
+    wake_.Create(wm::EventReset::automatic);
     for (const KnownJob& known : knownJobs)
         FindOrMake(known.id, known.name);
 }

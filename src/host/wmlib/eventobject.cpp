@@ -165,12 +165,12 @@ std::uint32_t WaitForAny(std::size_t count, const ZEL::HANDLE* handles,
     }
 }
 
-bool EventObject::Create(bool manualReset, bool initiallySet) noexcept {
+bool EventObject::Create(EventReset reset, EventState initially) noexcept {
     Close();
     try {
         auto event = std::make_shared<Event>();
-        event->manualReset = manualReset;
-        event->set = initiallySet;
+        event->manualReset = reset == EventReset::manual;
+        event->set = initially == EventState::set;
         Table& table = Events();
         const std::lock_guard lock(table.mutex);
         const auto handle = reinterpret_cast<ZEL::HANDLE>(++table.lastHandle);

@@ -34,6 +34,10 @@ inline constexpr std::size_t mostWaitHandles = 64;
 WMLIB_API std::uint32_t WaitForAny(std::size_t count, const ZEL::HANDLE* handles,
                                    std::uint32_t timeoutMs) noexcept;
 
+// Who takes a setting back: the one wait that it ends, or Reset alone.
+enum class EventReset { automatic, manual };
+enum class EventState { reset, set };
+
 // An event that threads wait for. The object is the owner: closing or destroying it closes the
 // handle. Handles can be used by any thread; Create and Close need the owner's own ordering against
 // each other, not against waiters and setters.
@@ -45,7 +49,7 @@ public:
     EventObject& operator=(const EventObject&) = delete;
 
     // False when memory runs out. An existing event is closed first.
-    bool Create(bool manualReset, bool initiallySet) noexcept;
+    bool Create(EventReset reset, EventState initially = EventState::reset) noexcept;
     void Close() noexcept;
     bool Exists() const noexcept { return Handle() != nullptr; }
     // Both return false when there is no event.

@@ -125,7 +125,7 @@ Follower::Follower(StoreSession& store, const std::string& positionFile, Output&
 
 Follower* Follower::Start(StoreSession& store, const std::string& positionFile, Output& output) {
     std::unique_ptr<Follower> fresh(new Follower(store, positionFile, output));
-    if (!fresh->stop_.Create(true, false)) {
+    if (!fresh->stop_.Create(wm::EventReset::manual)) {
         Say("following can't start: " + Describe(static_cast<std::int32_t>(hr::outOfMemory)));
         return nullptr;
     }

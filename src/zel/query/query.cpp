@@ -208,7 +208,7 @@ HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
 int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) {
     StoreSession store(Terminal());
     wm::EventObject stop;
-    if (!stop.Create(false, false) || !store.Open(StoreNeed::existing))
+    if (!stop.Create(wm::EventReset::automatic) || !store.Open(StoreNeed::existing))
         return exitCode::noStore;
     const LostRows lostRows;
     const auto form = MakeResultForm(FormName(options), TerminalColumns());

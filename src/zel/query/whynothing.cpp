@@ -46,7 +46,7 @@ std::string AskForOne(const value& events, ZEL::IEventStore& store) {
     wm::EventObject stop;
     FirstResult first;
     const auto text = wm::ToValue(document.serialize());
-    if (text && stop.Create(false, false))
+    if (text && stop.Create(wm::EventReset::automatic))
         ZEL::IgnoreResult(store.Query(text.Get(), &first, stop.Handle()), "then nothing is told");
     return first.text;
 }

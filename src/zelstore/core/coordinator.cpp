@@ -52,7 +52,7 @@ void ReportLostBatch(HRESULT result, std::uint64_t added, const RecordBatch& rec
 HRESULT EventStoreImpl::StartCoordinator() {
     for (wm::EventObject* event :
          {&eventBatchReady_, &silentBatchReady_, &timerEvent_, &stopEvent_}) {
-        if (!event->Create(false, false)) {
+        if (!event->Create(wm::EventReset::automatic)) {
             wm::Trace(wm::message::eventNotMade, hr::outOfMemory);
             return hr::outOfMemory;
         }

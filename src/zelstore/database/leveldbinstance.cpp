@@ -254,7 +254,7 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
     if (!db_)
         return hr::unexpected;
     RunningScan scan(*this);
-    if (!scan.abortEvent.Create(false, false))
+    if (!scan.abortEvent.Create(wm::EventReset::automatic))
         return hr::outOfMemory;
     const HeldSnapshot snapshot(*db_);
     const leveldb::ReadOptions options = MakeReadOptions(snapshot.Get());

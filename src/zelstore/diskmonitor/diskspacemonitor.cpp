@@ -50,7 +50,7 @@ HRESULT DiskSpaceMonitor::Start() {
 }
 
 HRESULT DiskSpaceMonitor::StartLocked() {
-    if (!watch_->stopEvent.Exists() && !watch_->stopEvent.Create(false, false)) {
+    if (!watch_->stopEvent.Exists() && !watch_->stopEvent.Create(wm::EventReset::automatic)) {
         wm::ReportError(hr::outOfMemory);
         return hr::outOfMemory;
     }

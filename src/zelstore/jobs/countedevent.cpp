@@ -51,7 +51,7 @@ private:
 
 bool CountedEvent::Create() {
     const wm::Hold hold(lock_);
-    return event_.Create(false, false);
+    return event_.Create(wm::EventReset::automatic);
 }
 
 bool CountedEvent::Set() {

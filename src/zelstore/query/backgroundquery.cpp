@@ -49,7 +49,8 @@ private:
 };
 
 HRESULT BackgroundQuery::Init(CountedPtr<IEventStore> store) {
-    if (!work_->stopEvent.Create(false, false) || !work_->pauseEvent.Create(true, true)) {
+    if (!work_->stopEvent.Create(wm::EventReset::automatic) ||
+        !work_->pauseEvent.Create(wm::EventReset::manual, wm::EventState::set)) {
         wm::ReportError(hr::outOfMemory);
         return hr::outOfMemory;
     }
