@@ -37,7 +37,7 @@ protected:
                 inFirstBatch();
         };
         wm::EventObject stop;
-        EXPECT_TRUE(stop.Create(false, false));
+        EXPECT_TRUE(stop.Create(wm::EventReset::automatic));
         EXPECT_EQ(store.core.Query(Str(everything).Get(), &callback, stop.Handle(), nullptr),
                   hr::ok);
         return callback.texts.size();

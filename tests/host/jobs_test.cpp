@@ -53,7 +53,9 @@ TEST(Schedule, TellsTheNextRun) {
         Trigger trigger;
         for (const auto& [value, in] : row.values)
             trigger.Set(value, in);
-        EXPECT_EQ(DelayToNextRunMs(trigger, now, row.isFirst), row.delayMs) << &row - rows;
+        EXPECT_EQ(DelayToNextRunMs(trigger, now, row.isFirst ? NextRun::first : NextRun::later),
+                  row.delayMs)
+            << &row - rows;
     }
 }
 

@@ -127,7 +127,7 @@ HRESULT Job::Save() {
             const wm::Hold hold(lock_);
             Definition saved = working_;
             stored_ = std::move(saved);
-            ScheduleLocked(stored_.triggers.front(), true);
+            ScheduleLocked(stored_.triggers.front(), NextRun::first);
         }
         listener_.OnScheduleChanged();
         return hr::ok;
@@ -147,7 +147,7 @@ HRESULT Job::Reschedule(std::uint32_t periodSeconds, std::uint32_t delaySeconds,
             const wm::Hold hold(lock_);
             for (const std::uint32_t value : {jobTrigger::windowFrom, jobTrigger::windowTo})
                 moved.Set(value, stored_.triggers.front().Get(value));
-            ScheduleLocked(moved, true);
+            ScheduleLocked(moved, NextRun::first);
         }
         listener_.OnScheduleChanged();
         return hr::ok;
@@ -166,11 +166,11 @@ Definition Job::Stored() const {
     return stored_;
 }
 
-void Job::ScheduleLocked(const Trigger& trigger, bool isFirst) {
+void Job::ScheduleLocked(const Trigger& trigger, NextRun which) {
     dueTickMs_.reset();
     if (!stored_.enabled)
         return;
-    const auto delay = DelayToNextRunMs(trigger, wm::Clock().UtcNow(), isFirst);
+    const auto delay = DelayToNextRunMs(trigger, wm::Clock().UtcNow(), which);
     if (delay)
         dueTickMs_ = wm::Clock().TickCount64() + *delay;
 }
@@ -181,7 +181,7 @@ std::optional<std::uint64_t> Job::RunWhenDue(std::uint64_t tickMs) {
         const HRESULT result = StartLocked();
         missed_ = result == ZEL::jobAlreadyRunning &&
                   stored_.triggers.front().Number(jobTrigger::makeUp) != 0;
-        ScheduleLocked(stored_.triggers.front(), false);
+        ScheduleLocked(stored_.triggers.front(), NextRun::later);
     }
     return dueTickMs_;
 }

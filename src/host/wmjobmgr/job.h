@@ -71,7 +71,7 @@ private:
     // The status that the run ended with.
     std::int32_t RunOnce();
     ZEL::HRESULT StartLocked() REQUIRES(lock_);
-    void ScheduleLocked(const Trigger& trigger, bool isFirst) REQUIRES(lock_);
+    void ScheduleLocked(const Trigger& trigger, NextRun which) REQUIRES(lock_);
     void MakeUpLocked() REQUIRES(lock_);
 
     const ZEL::GUID id_;

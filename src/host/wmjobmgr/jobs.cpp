@@ -30,8 +30,8 @@ constexpr std::uint64_t retryMs = 1000;
 }  // namespace
 
 Jobs& Jobs::Instance() {
-    static Jobs& jobs = *new Jobs;
-    return jobs;
+    static wm::NeverDestroyed<Jobs> jobs;
+    return *jobs;
 }
 
 Jobs::Jobs() {

@@ -4,6 +4,7 @@
 #include <map>
 #include <vector>
 
+#include "common/neverdestroyed.h"
 #include "job.h"
 
 namespace wmjobmgr {
@@ -31,6 +32,7 @@ private:
         std::int32_t status;
     };
 
+    friend class wm::NeverDestroyed<Jobs>;
     Jobs();
     bool EnsureThread() EXCLUDES(lock_);
     ZEL::HRESULT ThreadMain();

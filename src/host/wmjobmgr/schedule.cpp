@@ -37,7 +37,7 @@ ZEL::JobTriggerValue Trigger::Get(std::uint32_t value) const {
 }
 
 std::optional<std::uint64_t> DelayToNextRunMs(const Trigger& trigger, const wm::SystemTime& now,
-                                              bool isFirst) {
+                                              NextRun which) {
     const std::uint64_t nowMs = MsOfDay(now.hour, now.minute, now.second) + now.milliseconds;
     std::uint64_t delay = 0;
     switch (trigger.Number(jobTrigger::kind)) {
@@ -45,7 +45,8 @@ std::optional<std::uint64_t> DelayToNextRunMs(const Trigger& trigger, const wm::
             const std::uint64_t period = trigger.Number(jobTrigger::period);
             if (period == 0)
                 return std::nullopt;
-            delay = (isFirst ? trigger.Number(jobTrigger::delay) : period) * 1000ULL;
+            delay =
+                (which == NextRun::first ? trigger.Number(jobTrigger::delay) : period) * 1000ULL;
             break;
         }
         case jobTrigger::daily: {

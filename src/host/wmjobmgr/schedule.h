@@ -19,9 +19,12 @@ private:
     std::map<std::uint32_t, ZEL::JobTriggerValue> values_;
 };
 
-// Milliseconds from `now` to a trigger's next run; nothing for one that starts no runs. `isFirst`
-// says that the trigger has just been set. A clock that is set in between moves a daily run.
+// Whether a trigger has just been set, and its delay counts, or has led to a run before.
+enum class NextRun { first, later };
+
+// Milliseconds from `now` to a trigger's next run; nothing for one that starts no runs. A clock
+// that is set in between moves a daily run.
 std::optional<std::uint64_t> DelayToNextRunMs(const Trigger& trigger, const wm::SystemTime& now,
-                                              bool isFirst);
+                                              NextRun which);
 
 }  // namespace wmjobmgr

@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <unordered_map>
+
+#include "common/neverdestroyed.h"
 
 // One lock guards all events, and each wait brings a condition of its own that it enters with every
 // event it waits for. Who sets an event wakes those waiters; a waiter takes the setting under the
@@ -58,9 +59,7 @@ struct Table {
 };
 
 Table& Events() {
-    // Never destroyed: threads of the host may wait until the very end of the process.
-    alignas(Table) static unsigned char room[sizeof(Table)];
-    static Table* const table = ::new (room) Table;
+    static NeverDestroyed<Table> table;
     return *table;
 }
 

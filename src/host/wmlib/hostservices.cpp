@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
-#include <new>
 
 #include "common/countedptr.h"
 #include "common/filesystem.h"
+#include "common/neverdestroyed.h"
 #include "common/textbridge.h"
 #include "platform.h"
 
@@ -134,7 +134,6 @@ private:
     std::map<std::wstring, platform::LoadedLibrary> libraries_;
 };
 
-// Never destroyed: threads may ask for a service until the end of the process.
 struct Seams {
     Seam<IClock, SystemClock> clock;
     Seam<IFreeSpace, VolumeSpace> freeSpace;
@@ -146,8 +145,7 @@ struct Seams {
 };
 
 Seams& All() noexcept {
-    alignas(Seams) static unsigned char place[sizeof(Seams)];
-    static Seams* const seams = ::new (place) Seams;
+    static NeverDestroyed<Seams> seams;
     return *seams;
 }
 

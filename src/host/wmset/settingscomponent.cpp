@@ -1,4 +1,5 @@
 #include "common/itobbaseimpl.h"
+#include "common/neverdestroyed.h"
 #include "common/settings.h"
 #include "common/textbridge.h"
 #include "settingsfile.h"
@@ -11,8 +12,8 @@ namespace {
 
 // One for the process: its lock keeps two threads from replacing the file at the same time.
 SettingsFile& TheFile() {
-    static SettingsFile& file = *new SettingsFile;
-    return file;
+    static wm::NeverDestroyed<SettingsFile> file;
+    return *file;
 }
 
 // Keeps exceptions inside.

@@ -58,6 +58,10 @@ constexpr HRESULT FromWin32(std::uint32_t code) noexcept {
 constexpr std::uint32_t Win32Code(HRESULT result) noexcept {
     return Bits(result) >> 16 == 0x8007U ? Bits(result) & 0xFFFFU : Bits(result);
 }
+// The bare code as a value of its own, which is what a report of a system's failure tells.
+constexpr HRESULT BareWin32(HRESULT result) noexcept {
+    return hr::Code(Win32Code(result));
+}
 
 inline constexpr TobResult TOB_OK{0x00010000};
 inline constexpr TobResult TOBERR_NO_INTERFACE{0x80010200};

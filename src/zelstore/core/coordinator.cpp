@@ -92,7 +92,7 @@ HRESULT EventStoreImpl::StartFlushTimer() {
 
 HRESULT EventStoreImpl::TimerError() const noexcept {
     const std::uint32_t code = flushTimer_.LastError();
-    return code != 0 ? hr::Code(0x80070000U | (code & 0xFFFFU)) : hr::unexpected;
+    return code != 0 ? FromWin32(code) : hr::unexpected;
 }
 
 HRESULT EventStoreImpl::CoordinatorMain() {

@@ -6,6 +6,7 @@
 
 #include "common/boundary.h"
 #include "common/filesystem.h"
+#include "common/neverdestroyed.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/leftovers.h"
@@ -19,10 +20,10 @@ struct GateRegistry {
     std::map<std::wstring, std::weak_ptr<FolderGate>> gates GUARDED_BY(lock);
 };
 
-// Never destroyed: databases may be closed while the process ends.
+// Databases may be closed while the process ends.
 GateRegistry& Registry() {
-    static GateRegistry& registry = *new GateRegistry;
-    return registry;
+    static wm::NeverDestroyed<GateRegistry> registry;
+    return *registry;
 }
 
 // A program that reads a folder lets it go soon, and to wait for it costs less than a batch.

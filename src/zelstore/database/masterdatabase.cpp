@@ -4,6 +4,7 @@
 #include "common/errorreport.h"
 #include "common/filesystem.h"
 #include "common/hostservices.h"
+#include "common/neverdestroyed.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/endwatch.h"
@@ -45,8 +46,8 @@ void FinishLeftover(const std::wstring& folder) {
 }  // namespace
 
 IZelDbImpl* GetMasterDatabase() {
-    // Never destroyed: threads of the host may use the database until the process ends.
-    static ProcessDatabase& process = *new ProcessDatabase;
+    static wm::NeverDestroyed<ProcessDatabase> one;
+    ProcessDatabase& process = *one;
     const wm::Hold hold(process.lock);
     if (process.database)
         return process.database.get();

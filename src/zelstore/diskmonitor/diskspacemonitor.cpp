@@ -63,7 +63,7 @@ HRESULT DiskSpaceMonitor::StartLocked() {
     });
     if (!started) {
         watch_->stopEvent.Close();
-        wm::ReportError(hr::Code(Win32Code(hr::threadNotStarted)));
+        wm::ReportError(BareWin32(hr::threadNotStarted));
         return hr::threadNotStarted;
     }
     monitorThread_.SetName("ZEL Disk Monitor");

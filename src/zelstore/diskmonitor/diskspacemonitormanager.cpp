@@ -3,6 +3,7 @@
 #include "common/boundary.h"
 #include "common/errorreport.h"
 #include "common/lock.h"
+#include "common/neverdestroyed.h"
 #include "common/trace.h"
 #include "zelstore/diskmonitor/diskspacemonitor.h"
 
@@ -34,10 +35,10 @@ struct SharedMonitor {
     SharedFace<IMonitorRegistration> registration;
 };
 
-// Never destroyed: a monitor that nobody stopped runs until the process ends.
+// A monitor that nobody stopped runs until the process ends.
 SharedMonitor& Shared() {
-    static SharedMonitor& shared = *new SharedMonitor;
-    return shared;
+    static wm::NeverDestroyed<SharedMonitor> shared;
+    return *shared;
 }
 
 template <typename Face>

@@ -77,7 +77,7 @@ void SpaceWatch::CheckFreeSpace(const std::wstring& path) {
     const HRESULT result = wm::FreeSpace().AvailableBytes(path, &freeBytes);
     if (Failed(result)) {
         wm::Trace(wm::message::freeSpaceNotTold, result, wm::ToUtf8Lossy(path));
-        wm::ReportError(hr::Code(Win32Code(result)));
+        wm::ReportError(BareWin32(result));
         return;
     }
     const std::uint64_t freeMb = freeBytes / bytesPerMegabyte;

@@ -29,11 +29,15 @@ public:
     virtual HRESULT GetEnabled(bool* enabled) = 0;
     virtual HRESULT SetEnabled(bool enabled) = 0;
     virtual HRESULT SyncSchedule() = 0;
-    virtual HRESULT SetPeriodicSchedule(std::uint32_t a, std::uint32_t b, bool flag,
+    // Seconds from run to run, and to the first one; `makeUp` runs once more for a run that fell
+    // due during another. Only with `restart` a running schedule waits for `delay` anew.
+    virtual HRESULT SetPeriodicSchedule(std::uint32_t period, std::uint32_t delay, bool makeUp,
                                         bool restart) = 0;
+    // UTC.
     virtual HRESULT SetDailySchedule(std::uint32_t hour, std::uint32_t minute,
                                      std::uint32_t second) = 0;
-    virtual HRESULT SetScheduleWindow(std::uint32_t a, std::uint32_t b) = 0;
+    // Seconds of the day, UTC: runs start between them alone. Equal ones are no limit.
+    virtual HRESULT SetScheduleWindow(std::uint32_t from, std::uint32_t to) = 0;
 
 protected:
     ~IZELJobController() = default;

@@ -28,20 +28,20 @@ HRESULT ChangeTrigger(IJob& job, std::span<const TriggerChange> values, bool* ch
 }
 
 HRESULT ReadPeriodicTrigger(IJobDefinition& definition, PeriodicTrigger* out) {
-    JobTriggerValue kind, a, b, flag;
+    JobTriggerValue kind, period, delay, makeUp;
     HRESULT result = definition.GetTriggerValue(firstTrigger, jobTrigger::kind, &kind);
     if (Failed(result))
         return result;
     if (kind.part[0] != jobTrigger::periodic)
         return hr::nothingToDo;
     const std::pair<std::uint32_t, JobTriggerValue*> rest[] = {
-        {jobTrigger::period, &a}, {jobTrigger::delay, &b}, {jobTrigger::makeUp, &flag}};
+        {jobTrigger::period, &period}, {jobTrigger::delay, &delay}, {jobTrigger::makeUp, &makeUp}};
     for (const auto& [value, place] : rest) {
         result = definition.GetTriggerValue(firstTrigger, value, place);
         if (Failed(result))
             return result;
     }
-    *out = {a.part[0], b.part[0], flag.part[0] != 0};
+    *out = {period.part[0], delay.part[0], makeUp.part[0] != 0};
     return hr::ok;
 }
 

@@ -16,8 +16,9 @@ struct TriggerChange {
 HRESULT ChangeTrigger(IJob& job, std::span<const TriggerChange> values, bool* changed);
 
 struct PeriodicTrigger {
-    std::uint32_t a = 0, b = 0;
-    bool flag = false;
+    std::uint32_t period = 0;  // seconds, as the next one
+    std::uint32_t delay = 0;
+    bool makeUp = false;
 };
 // hr::nothingToDo when the definition's first trigger is of another kind.
 HRESULT ReadPeriodicTrigger(IJobDefinition& definition, PeriodicTrigger* out);

@@ -323,10 +323,11 @@ HRESULT CJobWorkerController::SyncSchedule() {
 }
 
 HRESULT CJobWorkerController::SyncFromDefinition(IJobDefinition& definition) {
+    constexpr bool withDelay = true;
     PeriodicTrigger stored;
     HRESULT result = ReadPeriodicTrigger(definition, &stored);
     if (result == hr::ok)
-        result = SetPeriodicSchedule(stored.a, stored.b, stored.flag, true);
+        result = SetPeriodicSchedule(stored.period, stored.delay, stored.makeUp, withDelay);
     if (result == hr::ok)
         return result;
     bool enabled = false;
@@ -335,22 +336,22 @@ HRESULT CJobWorkerController::SyncFromDefinition(IJobDefinition& definition) {
                           : SetEnabled(enabled);
 }
 
-HRESULT CJobWorkerController::SetPeriodicSchedule(std::uint32_t a, std::uint32_t b, bool flag,
-                                                  bool restart) {
+HRESULT CJobWorkerController::SetPeriodicSchedule(std::uint32_t period, std::uint32_t delay,
+                                                  bool makeUp, bool restart) {
     const CountedPtr<IJob> job = job_.Get();
     if (!job)
         return hr::ok;
     const TriggerChange values[] = {{jobTrigger::kind, {{jobTrigger::periodic, 0, 0}}},
-                                    {jobTrigger::period, {{a, 0, 0}}},
-                                    {jobTrigger::delay, {{b, 0, 0}}},
-                                    {jobTrigger::makeUp, {{flag ? 1U : 0U, 0, 0}}}};
+                                    {jobTrigger::period, {{period, 0, 0}}},
+                                    {jobTrigger::delay, {{delay, 0, 0}}},
+                                    {jobTrigger::makeUp, {{makeUp ? 1U : 0U, 0, 0}}}};
     bool changed = false;
     HRESULT result = ChangeTrigger(*job, values, &changed);
     bool enabled = false;
     if (Succeeded(result) && changed)
         result = job->GetEnabled(&enabled);
     if (enabled)
-        result = job->Reschedule(a, restart ? b : 0, jobRescheduleBoth);
+        result = job->Reschedule(period, restart ? delay : 0, jobRescheduleBoth);
     return wm::Traced(result, wm::message::periodicScheduleNotSet);
 }
 
@@ -365,12 +366,12 @@ HRESULT CJobWorkerController::SetDailySchedule(std::uint32_t hour, std::uint32_t
     return wm::Traced(ChangeTrigger(*job, values, &changed), wm::message::dailyTimeNotSet);
 }
 
-HRESULT CJobWorkerController::SetScheduleWindow(std::uint32_t a, std::uint32_t b) {
+HRESULT CJobWorkerController::SetScheduleWindow(std::uint32_t from, std::uint32_t to) {
     const CountedPtr<IJob> job = job_.Get();
     if (!job)
         return hr::ok;
-    const TriggerChange values[] = {{jobTrigger::windowFrom, {{a, 0, 0}}},
-                                    {jobTrigger::windowTo, {{b, 0, 0}}}};
+    const TriggerChange values[] = {{jobTrigger::windowFrom, {{from, 0, 0}}},
+                                    {jobTrigger::windowTo, {{to, 0, 0}}}};
     bool changed = false;
     return wm::Traced(ChangeTrigger(*job, values, &changed), wm::message::scheduleWindowNotSet);
 }

@@ -34,10 +34,11 @@ public:
     HRESULT GetEnabled(bool* enabled) override;
     HRESULT SetEnabled(bool enabled) override;
     HRESULT SyncSchedule() override;
-    HRESULT SetPeriodicSchedule(std::uint32_t a, std::uint32_t b, bool flag, bool restart) override;
+    HRESULT SetPeriodicSchedule(std::uint32_t period, std::uint32_t delay, bool makeUp,
+                                bool restart) override;
     HRESULT SetDailySchedule(std::uint32_t hour, std::uint32_t minute,
                              std::uint32_t second) override;
-    HRESULT SetScheduleWindow(std::uint32_t a, std::uint32_t b) override;
+    HRESULT SetScheduleWindow(std::uint32_t from, std::uint32_t to) override;
 
     HRESULT OnStatusChanged(IJobStatus* status) override;
     HRESULT Reserved() override { return hr::ok; }

@@ -1,9 +1,9 @@
 #include "zelstore/query/querymanager.h"
 
 #include <atomic>
-#include <new>
 #include <utility>
 
+#include "common/neverdestroyed.h"
 #include "common/trace.h"
 
 // Queries with threads of their own, from their start to the end of their threads.
@@ -17,9 +17,8 @@
 namespace ZEL {
 
 QueryModule& Queries() noexcept {
-    // Never destroyed: what a host has not ended at the process's end is not waited for.
-    alignas(QueryModule) static unsigned char room[sizeof(QueryModule)];
-    static QueryModule* const module = ::new (room) QueryModule;
+    // What a host has not ended at the process's end is not waited for.
+    static wm::NeverDestroyed<QueryModule> module;
     return *module;
 }
 

@@ -65,8 +65,7 @@ const wchar_t* ComponentExtension() noexcept {
 LoadedLibrary LoadComponent(const std::wstring& path) {
     const HMODULE library = ::LoadLibraryW(path.c_str());
     if (library == nullptr) {
-        Trace(message::componentNotLoaded, ZEL::hr::Code(0x80070000U | ::GetLastError()),
-              ToUtf8Lossy(path));
+        Trace(message::componentNotLoaded, ZEL::FromWin32(::GetLastError()), ToUtf8Lossy(path));
         return {};
     }
     return {true, reinterpret_cast<ZEL::GetFactoryFunction>(
