@@ -36,7 +36,7 @@ struct Spares {
 };
 
 thread_local Spares spares;
-// A text may be freed by what ends behind the thread's spare memory.
+// A text may be freed by what ends after the thread's spare memory.
 thread_local bool threadEnds = false;
 
 Spares::~Spares() {

@@ -130,7 +130,7 @@ inline constexpr GUID iidJobInfo = MakeGuid("587B391C-FE8A-40F7-8A41-56464247359
 class IJobList : public ITobBase {
 public:
     virtual std::size_t Count() = 0;
-    // The job at `index`; 0x80070057 behind the end.
+    // The job at `index`; 0x80070057 past the end.
     virtual HRESULT GetItem(std::size_t index, ITobBase** item) = 0;
 
 protected:

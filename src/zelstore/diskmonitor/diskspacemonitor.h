@@ -17,7 +17,7 @@ class SpaceWatch;
 // what is done about it is the subscribers' concern.
 //
 // Any thread may use it. The last Release ends the thread and waits for it; from within a
-// subscriber's call it doesn't wait, and the thread ends behind that call.
+// subscriber's call it doesn't wait, and the thread ends after that call.
 class DiskSpaceMonitor final
     : public TobObject<IMonitorRegistration, IMonitorConfiguration, IMonitorLifetime> {
 public:

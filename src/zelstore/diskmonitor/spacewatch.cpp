@@ -9,7 +9,7 @@
 // Two thresholds keep the announcements from flapping: below the lower one subscribers are told to
 // stop, from the higher one on to resume, and in between nothing changes.
 //
-// The state changes behind the calls. Whoever subscribes while it is called hears the former state
+// The state changes after the calls. Whoever subscribes while it is called hears the former state
 // first; a second round then tells it the new one. Everybody else who comes at that time waits for
 // the end of the calls. A subscriber's first call is made without a lock, since it may end the
 // monitor; should an announcement overtake it, the state is told once more. So each subscriber

@@ -51,7 +51,7 @@ HRESULT SubscriptionManager::Add(IMonitorSubscriber* subscriber) {
 
 void SubscriptionManager::Remove(IMonitorSubscriber* subscriber) {
     const void* const identity = subscriber != nullptr ? IdentityOf(*subscriber) : nullptr;
-    std::vector<Subscription> removed;  // released behind the lock
+    std::vector<Subscription> removed;  // released after the lock
     {
         const wm::HoldExclusive hold(lock_);
         if (subscriber == nullptr) {

@@ -27,7 +27,7 @@ public:
     // Calls `target` alone, or all when it is null. Gives the number that the last subscription had
     // when the calls began. A null event does nothing.
     std::uint64_t Notify(IMonitorEvent* event, IMonitorSubscriber* target) EXCLUDES(lock_);
-    // Calls those who subscribed behind the subscription with that number.
+    // Calls those who subscribed after the subscription with that number.
     std::uint64_t NotifyAdded(IMonitorEvent* event, std::uint64_t behind) EXCLUDES(lock_);
 
 private:

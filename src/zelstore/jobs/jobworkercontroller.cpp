@@ -3,9 +3,15 @@
 #include "common/hostservices.h"
 #include "zelstore/jobs/jobtriggers.h"
 
-// The manager tells a job's status on a thread of its own, so a run may have begun and ended before
-// who asked for it comes to wait. Each wait therefore looks at the status first, and waits for a
-// change behind those that were known before the run was asked for.
+// How a run is waited for. The manager tells a job's status on a thread of its own, so that a run
+// may have begun and ended before the caller that asked for it comes to wait. Therefore
+//
+//   - the number of starts heard so far is taken before the run is asked for;
+//   - a wait looks at the status first, and returns when it is what was waited for;
+//   - otherwise it waits until more starts (or ends) were heard than were known, or for its cancel.
+//
+// statusLock_ orders the status against the manager's thread and is released before any wait.
+// Uninitialize lets all waits end: it drops the job first, so that none begins afterwards.
 
 namespace ZEL {
 
