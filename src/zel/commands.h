@@ -5,7 +5,11 @@
 #include <string>
 #include <vector>
 
-// The commands. Each gives the value that the program ends with (exitCode in messages.h).
+// The commands, as the command line and tests call them. Each prints its data to stdout, tells
+// people on stderr what they should know, and gives the value that the program ends with (exitCode
+// in messages.h); failures are told before it returns. Each runs once, on the main thread, after
+// the host services were told what was named on the command line. An empty text stands for a flag
+// that was not given. What is wrong with a value is told by the command, not by the parser.
 namespace zel {
 
 struct IngestOptions {
@@ -41,6 +45,7 @@ struct QueryOptions {
     std::string afterCursor;
     std::string machine;  // a file that describes the machine of the paths; empty: this machine
 };
+// Prints the events that fit. 1 when there were none, 4 when something could not be read or tested.
 int RunQuery(const QueryOptions& options);
 
 struct PurgeOptions {
@@ -49,12 +54,15 @@ struct PurgeOptions {
     bool includingForeign = false;  // folders that are no databases may go as well
     std::string output;             // table or json; empty: as stdout suits
 };
+// Deletes whole folders, the oldest first, until the store fits. 2, with nothing deleted, where
+// folders that are no databases might go; 4 when what may go is not enough.
 int RunPurge(const PurgeOptions& options);
 
 struct InfoOptions {
     bool check = false;  // read all of every database
     std::string output;  // as above
 };
+// Tells what folders the store has. 4 when one of them could not be read.
 int RunInfo(const InfoOptions& options);
 
 struct MonitorOptions {
@@ -63,6 +71,7 @@ struct MonitorOptions {
     std::optional<std::uint32_t> resumePercentage;  // above that
     std::string output;                             // as above
 };
+// Tells whether the volume has room, and each change of that until the program is interrupted.
 int RunMonitor(const MonitorOptions& options);
 
 struct EnrichOptions {
@@ -78,6 +87,7 @@ struct SettingsOptions {
     std::string name;
     std::string value;  // for set
 };
+// `get` and `unset` 1 when there is no such value; `set` 2 for a name that nothing reads.
 int RunSettingsGet(const SettingsOptions& options);
 int RunSettingsSet(const SettingsOptions& options);
 int RunSettingsUnset(const SettingsOptions& options);
@@ -85,6 +95,7 @@ int RunSettingsUnset(const SettingsOptions& options);
 struct MachineOptions {
     std::string file;  // the described machine in place of this one
 };
+// Prints the description of this machine, or what was understood of one in a file.
 int RunMachineShow(const MachineOptions& options);
 // Makes the machine that `file` describes (docs/machine.md) the one that queries are answered for.
 // False, with a message, when it can't be read. To be called before a store is opened.

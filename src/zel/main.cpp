@@ -6,6 +6,10 @@
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/output.h"
 
+// The program: reads the command line, tells the host services what was named on it, and runs one
+// command. What a command gives is the program's end, unless stdout could not take what was
+// printed. Exceptions get no further than this file.
+
 namespace {
 
 using namespace zel;

@@ -277,6 +277,7 @@ oldstore() {
 
 retention() {
   oldstore
+  mkdir store/lost+found # of a volume of its own; passed over
   local limit stray gone
   run zel info -o json
   check "info" "0 20260101 20260101001 20260101999 20260102 foreign" "$code $(names)"

@@ -5,6 +5,14 @@
 #include "zel/query/valuecheck.h"
 #include "zel/terminal/textfit.h"
 
+// The store forgives much: an unknown key is passed over, an empty list counts as absent, a
+// condition on what keys don't hold has no effect. Each of these is an answer to another question
+// than the one that was meant, so a document is held against the tables of documentkeys.h first.
+//
+// An error is what the store would refuse, or answer with nothing for sure; a warning is what it
+// takes and leaves aside. All of them are gathered, with their places, so that a document needs to
+// be mended once. Values are the business of ValueCheck; here are objects and how they nest.
+
 namespace zel {
 
 namespace {

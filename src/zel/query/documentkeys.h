@@ -7,6 +7,7 @@
 // What a query document may say: the keys of each kind of object, and what each may hold.
 namespace zel {
 
+// The form of a value. A pair is an object of `operator` and `value`.
 enum class Shape {
     anything,  // the store does not read it
     text,
@@ -26,6 +27,7 @@ enum class Shape {
     actions,
 };
 
+// A key that an object may have. Keys that are in no table are mistakes.
 struct DocumentKey {
     std::string_view name;
     Shape shape;
@@ -38,6 +40,7 @@ struct DocumentKey {
 
 using DocumentKeys = std::span<const DocumentKey>;
 
+// The tables live as long as the program.
 DocumentKeys QueryKeys();
 DocumentKeys SubQueryKeys();
 DocumentKeys ArtifactKeys();  // actor, target, result
@@ -50,6 +53,7 @@ struct ArtifactKind {
     bool hasHash;
 };
 const std::vector<ArtifactKind>& ArtifactKinds();
+// Null for a name that no kind has.
 const ArtifactKind* FindArtifactKind(std::string_view objectType);
 
 }  // namespace zel

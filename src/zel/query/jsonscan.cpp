@@ -2,6 +2,11 @@
 
 #include <algorithm>
 
+// A descent over the grammar of RFC 8259, without look-ahead beyond one byte. Each routine stands
+// on the first byte of what it reads and leaves the place behind the last one; on failure it leaves
+// the place of the first byte that can't be there. The first failure stays, all callers only pass
+// it on. Of the members of the outermost object the places are kept, and of nothing else.
+
 namespace zel {
 
 namespace {

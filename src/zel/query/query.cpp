@@ -23,6 +23,20 @@
 #include "zelstore/schema/eventfields.h"
 #include "zelstore/schema/eventquery.h"
 
+// The road of a question:
+//
+//   1. Flags become a document, or a document is read; from there on both are the same.
+//   2. CheckDocument tells all that is wrong with it. Nothing has been opened so far.
+//   3. PlanQuery settles how many rows to ask for, so that a limit's answer is exact.
+//   4. The store's own thread of the query is this one: Query returns when all results were given
+//   to
+//      the printer. A second thread, the Stopper, only looks whether the answer is still wanted.
+//   5. Where the rows asked for held too few new events, the store is asked again, for twice as
+//      many; the printer knows what it has printed and passes that over.
+//   6. What is missing from the answer is told, and makes the program's end: unreadable folders,
+//      rows that could not be tested, keys that could not be made. That more events fit than the
+//      limit lets through is told too, but is no loss.
+
 namespace zel {
 
 namespace {

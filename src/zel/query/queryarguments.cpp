@@ -10,6 +10,11 @@
 #include "zel/terminal/textfit.h"
 #include "zel/terminal/timearg.h"
 
+// Flags are checked in the order in which a person would look for the mistake: what excludes each
+// other, texts, names, hashes, addresses, times, numbers. The first mistake is told, with the flag,
+// the argument and a caret, and ends the reading. What the store takes as text, such as paths,
+// stays in the options.
+
 namespace zel {
 
 namespace {

@@ -7,6 +7,11 @@
 #include "zel/query/registryroots.h"
 #include "zelstore/schema/eventfields.h"
 
+// One sub-query for each way in which an event can fit. `Alternatives` lists those ways: each kind
+// of target that has what the flags ask for, and of each the places where a hash or an address may
+// stand. `SubQuery` writes one down. Where nothing asks for a target there is one way that names
+// none, so that events without a target's path are found as well.
+
 namespace zel {
 
 namespace {

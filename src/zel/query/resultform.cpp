@@ -10,6 +10,10 @@
 
 #include "zel/terminal/textfit.h"
 
+// A form turns one result after the other into text and keeps nothing, so that an answer of any
+// length needs no memory. That is why a table can't make its columns as wide as what will stand in
+// them: widths follow from the terminal, or are fixed.
+
 namespace zel {
 
 namespace {

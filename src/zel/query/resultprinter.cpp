@@ -6,6 +6,12 @@
 #include "zel/query/jsonscan.h"
 #include "zel/terminal/messages.h"
 
+// Results come in batches, on the thread of the query, in the midst of the store's walk. A result
+// that is refused ends the walk of its database alone, so refusing goes on until the end.
+//
+// Positions: the store names one with each batch, that of the batch's last row. It is taken over
+// only when the whole batch was printed and has left the program.
+
 namespace zel {
 
 namespace {

@@ -22,6 +22,7 @@ public:
     bool IsFull() const noexcept { return count_ >= most_; }
 
 private:
+    // What is kept of a text; see the source for how sure it is.
     struct Mark {
         std::uint64_t first = 0, second = 0;
         bool operator==(const Mark&) const = default;
@@ -32,7 +33,7 @@ private:
     void Grow();
 
     const std::size_t most_;
-    std::array<std::uint64_t, 2> keys_{};
+    std::array<std::uint64_t, 2> keys_{};  // drawn for this object
     std::vector<Mark> table_;  // its size is a power of two; a mark of zeros is a free place
     std::size_t count_ = 0;
 };

@@ -12,6 +12,11 @@
 #include "zelstore/schema/eventfields.h"
 #include "zelstore/schema/vocabulary.h"
 
+// The leaves of a document. What a value may be follows from its shape (documentkeys.h), and
+// whether it is a condition: only then does it have to say something that events can fit. Times are
+// held to the store's one form, because the store compares them as text and would take 2026-1-2 for
+// a time behind 2026-12-31. Patterns are compiled as the store will compile them.
+
 namespace zel {
 
 namespace {

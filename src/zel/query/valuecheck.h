@@ -19,15 +19,18 @@ public:
     template <typename Visit>
     void Members(const web::json::value& object, DocumentKeys keys, const std::string& path,
                  Visit&& visit);
+    // Each tells the path when the value is of another type.
     bool IsObject(const web::json::value& value, const std::string& path);
     bool IsArray(const web::json::value& value, const std::string& path);
     bool IsString(const web::json::value& value, const std::string& path);
 
+    // `path` is the place, such as event_query.events[0].action[1]; empty for the whole document.
     void Error(const std::string& path, const std::string& what);
     void Warn(const std::string& path, const std::string& what);
     bool HasErrors() const { return !found_.errors.empty(); }
 
 private:
+    // What the operator of a pair says; without one, what the store assumes.
     struct Comparison {
         std::string name = "equals";
         bool caseSensitive = false;
@@ -38,6 +41,7 @@ private:
                 const std::string& path);
     void Number(const web::json::value& value, bool isSigned, const std::string& path);
     Comparison Operator(const web::json::value& pair, const std::string& path);
+    // The value of a pair, when it is of the right type; null otherwise, which has been told.
     const web::json::value* Pair(const web::json::value& pair, const std::string& path,
                                  bool isArray, bool counts, Comparison* comparison);
     void StringPair(const web::json::value& pair, const DocumentKey& key, const std::string& path,
@@ -49,6 +53,7 @@ private:
     void NumberPair(const web::json::value& pair, const std::string& path, bool counts);
     void DatePair(const web::json::value& pair, std::string_view name, const std::string& path);
     void ExistPair(const web::json::value& pair, const std::string& path);
+    // A list of which each has to be one of `known`.
     void Names(const web::json::value& list, const char* what,
                const std::vector<std::string_view>& known, const std::string& path);
 

@@ -11,6 +11,11 @@
 #include "zel/terminal/messages.h"
 #include "zel/terminal/textfit.h"
 
+// Two kinds of causes: the question's form, told by the document alone, and the store's content,
+// told by asking for one event of the same time without other conditions. Such a walk ends at the
+// first row behind its start, so that it costs no more than opening the folders. Where the time is
+// the cause, nothing else is told: no other condition has been put to the test then.
+
 namespace zel {
 
 namespace {

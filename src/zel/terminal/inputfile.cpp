@@ -9,6 +9,9 @@
 
 #include "zel/terminal/messages.h"
 
+// A read that waits for a pipe would outlast an interrupt that another thread has heard of. So
+// nothing is read before poll has found something, and poll watches the pipe of interrupts too.
+
 namespace zel {
 
 namespace {

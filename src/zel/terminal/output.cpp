@@ -12,6 +12,10 @@
 
 #include "zel/terminal/messages.h"
 
+// Data leaves through a buffer of its own, not through the C library: what can't be written has to
+// be known at once, with its cause, because the walk of a store goes on for as long as results are
+// taken; and a stalled reader must not keep the program from ending.
+
 namespace zel {
 
 bool Output::Write(std::string_view text) {

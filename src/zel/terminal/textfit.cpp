@@ -8,6 +8,11 @@
 
 #include "common/textbridge.h"
 
+// Text is taken apart into cells: what is shown of one character, the columns that it takes, and
+// the byte where it came from. A mark that combines belongs to the cell ahead of it; what a
+// terminal would obey, and bytes that are no UTF-8, become visible escapes. Cutting, measuring and
+// pointing then count cells and never bytes.
+
 namespace zel {
 
 namespace {

@@ -4,6 +4,10 @@
 
 #include "common/utctime.h"
 
+// Each form is read from left to right by a cursor that remembers where it stopped, which is where
+// the caret of a message goes. Everything is UTC; results lie in the years 1601 to 9999, where the
+// order of the texts is that of the times.
+
 namespace zel {
 
 namespace {

@@ -11,6 +11,10 @@
 #include "zel/terminal/messages.h"
 #include "zelstore/database/statusresult.h"
 
+// The library opens and walks a database without verifying what it need not: checksums only of
+// blocks that it happens to read, damaged log records passed over. The check asks for all of it
+// (paranoid_checks, verify_checksums) and reads every row once.
+
 namespace zel {
 
 namespace {

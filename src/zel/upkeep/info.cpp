@@ -10,6 +10,10 @@
 #include "zel/upkeep/foldercheck.h"
 #include "zel/upkeep/storefolders.h"
 
+// Two views beside each other: the directory, as anyone can list it, and what the store itself says
+// of its oldest date, its size and its failures. Both go into one StoreInfo, from which table and
+// JSON are printed, so that they can't tell different things.
+
 namespace zel {
 
 namespace {

@@ -13,6 +13,11 @@
 #include "zel/terminal/narrator.h"
 #include "zelstore/diskmonitor/idiskspacemonitor.h"
 
+// `--once` looks by itself: the component's monitor first looks a minute after its start. Without
+// it the component does the watching, and this program only prints what it announces, from
+// whichever thread that comes. Its thresholds are those of the settings, unless flags say
+// otherwise.
+
 namespace zel {
 
 namespace {

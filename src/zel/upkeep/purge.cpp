@@ -11,6 +11,14 @@
 #include "zel/terminal/sizearg.h"
 #include "zel/upkeep/storefolders.h"
 
+// The store chooses and deletes; it tells only whether its limit is honoured. What went is found by
+// listing the directory before and after. A dry run foresees the same by the same rule: oldest
+// first until the rest fits, but for folders that another process has open, which the store can't
+// take.
+//
+// The store takes every folder below its directory for a database. A person who names the wrong
+// directory would lose it, so the command looks for folders that are none before it asks.
+
 namespace zel {
 
 namespace {
@@ -132,14 +140,13 @@ int RunPurge(const PurgeOptions& options) {
     const std::uint64_t limitBytes = megabytes * bytesPerMegabyte;
     const StoreListing before = ListStore(directory);
     for (const std::string& name : before.unreadable)
-        Say(Printable(name) + " can't be read");
-    if (!before.unreadable.empty())
-        return exitCode::losses;  // sizes that can't be told end a purge with nothing deleted
-    if (options.dryRun)
-        return Tell(Foresee(before, limitBytes), options);
-    if (!RunInStore(megabytes))
+        Say(Printable(name) + " can't be read, and counts nothing");
+    if (!options.dryRun && !RunInStore(megabytes))
         return exitCode::noStore;
-    return Tell(Compare(before, ListStore(directory), limitBytes), options);
+    const int end = Tell(options.dryRun ? Foresee(before, limitBytes)
+                                        : Compare(before, ListStore(directory), limitBytes),
+                         options);
+    return before.unreadable.empty() ? end : exitCode::losses;
 }
 
 }  // namespace zel

@@ -10,6 +10,9 @@
 #include "zel/terminal/messages.h"
 #include "zel/terminal/textfit.h"
 
+// The user's own settings file is written here and nowhere else in the program: other commands read
+// it, and write only to a file that was named (ForgetDefaultSettings).
+
 namespace zel {
 
 namespace {

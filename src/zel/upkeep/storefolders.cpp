@@ -8,6 +8,10 @@
 #include "common/foldernames.h"
 #include "common/textbridge.h"
 
+// Sizes are counted as the store counts them for its limit: the lengths of all regular files below
+// the directory, links neither followed nor counted. What vanishes meanwhile, since a store may be
+// at work, counts nothing.
+
 namespace zel {
 
 namespace fs = std::filesystem;
@@ -62,7 +66,7 @@ void AddEntry(const fs::directory_entry& entry, StoreListing* listing) {
     }
     StoreFolder folder;
     folder.name = entry.path().filename().string();
-    if (folder.name == "lost+found")
+    if (folder.name == "lost+found")  // a volume's own, which the store never touches
         return;
     // The store passes such names over, but what is in them counts.
     const bool isDatabase =
