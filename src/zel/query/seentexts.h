@@ -28,12 +28,20 @@ private:
         bool operator==(const Mark&) const = default;
     };
 
+    // One of the two points, as its first four powers.
+    struct Point {
+        Point();
+        std::uint64_t Step(std::uint64_t sum,
+                           const std::array<std::uint64_t, 4>& words) const noexcept;
+        std::array<std::uint64_t, 4> powers{};
+    };
+
     Mark MarkOf(std::string_view text) const noexcept;
     Mark& PlaceOf(const Mark& mark) noexcept;
     void Grow();
 
     const std::size_t most_;
-    std::array<std::uint64_t, 2> keys_{};  // drawn for this object
+    const std::array<Point, 2> points_;
     std::vector<Mark> table_;  // its size is a power of two; a mark of zeros is a free place
     std::size_t count_ = 0;
 };
