@@ -18,7 +18,7 @@ constexpr const wchar_t* profileList =
     L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
 
 ZEL::HRESULT ToResult(LSTATUS error) {
-    return error == ERROR_SUCCESS ? hr::ok : FromWin32(static_cast<std::uint32_t>(error));
+    return error == ERROR_SUCCESS ? hr::ok : ZEL::FromWin32(static_cast<std::uint32_t>(error));
 }
 
 std::uint32_t ReadMajorVersion() {
