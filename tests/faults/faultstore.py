@@ -2,6 +2,7 @@
 import json
 import os
 import re
+import struct
 import subprocess
 import sys
 import zlib
@@ -11,6 +12,7 @@ from zelcommand import Zel  # noqa: E402
 
 LONGEST = 120  # seconds; nothing here takes a tenth of that
 ENRICHED_EACH = 7
+GIVEN_UP = ("0x80070570", "0x8007045D")  # codes of a database that is deleted
 ROW = re.compile(rb'(.*"seq_num":(\d+),"fill":"[A-Z]*"),"sum":"([0-9a-f]{8})"(,"enrichments":\[.*\]|,"enriched_data":null)?\}', re.DOTALL)
 
 
@@ -68,16 +70,55 @@ class Store(Zel):
         return ended.returncode, json.loads(ended.stdout or b"{}")
 
 
+class FaultyDisk:
+    """Runs commands on the store while calls of the system fail, or kill them (faultydisk.cpp)."""
+
+    def __init__(self, store, library):
+        self.store = store
+        # A sanitizer's runtime has to come first of all that is preloaded.
+        lines = subprocess.run(["ldd", store.program], stdout=subprocess.PIPE).stdout.decode().splitlines()
+        runtimes = [line.split()[2] for line in lines if any(f"lib{name}.so" in line for name in ("asan", "tsan"))]
+        self.preload = " ".join(runtimes + [library])
+        self.state = os.path.join(store.folder, "state")
+
+    def environment(self, *fault):
+        """For calls that fail: CALL, KIND, NTH, LAST, ERROR; 0 for the last kills."""
+        with open(self.state, "wb") as state:
+            state.write(bytes(8))
+        words = " ".join(map(str, (self.state, self.store.store, *fault)))
+        return dict(self.store.environment, LD_PRELOAD=self.preload, ZEL_FAULT=words)
+
+    def run(self, command, call, kind, nth, last, error, given=b""):
+        """The ended process, and how many of its calls failed."""
+        ended = subprocess.run(command, input=given, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                               env=self.environment(call, kind, nth, last, error), timeout=LONGEST)
+        with open(self.state, "rb") as state:
+            return ended, struct.unpack("II", state.read())[1]
+
+
 def read_acks(lines):
     """The last number below which all was acknowledged, or None, and what was told."""
-    acked, told = None, []
+    acked, told, missing = None, [], []
     for line in lines.decode().splitlines():
         words = line.split()
         if words[:1] == ["acked"] and len(words) == 2:
             acked = int(words[1])
+        elif words[:1] == ["missing"]:
+            missing.append(int(words[1]))
         elif words[:1] == ["told"] or words[:1] == ["damaged"]:
             told.append(words[1:])
-    return acked, told
+    return min([acked, *missing]) if missing else acked, told
+
+
+def read_back(lines):
+    """All numbers that were read back once."""
+    acked, missing = 0, set()
+    for words in map(bytes.split, lines.splitlines()):
+        if words[:1] == [b"acked"]:
+            acked = int(words[1])
+        elif words[:1] == [b"missing"]:
+            missing.update(range(int(words[1]), int(words[2])))
+    return [number for number in range(acked) if number not in missing]
 
 
 def record(number):
@@ -92,4 +133,4 @@ def ended_badly(code):
     return code not in (0, 1, 3, 4)
 
 
-__all__ = ["Store", "setting", "read_acks", "ended_badly", "subprocess", "LONGEST"]
+__all__ = ["FaultyDisk", "GIVEN_UP", "LONGEST", "Store", "ended_badly", "read_acks", "read_back", "record", "setting", "subprocess"]

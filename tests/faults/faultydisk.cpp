@@ -3,14 +3,16 @@
 //   ZEL_FAULT="STATE STORE CALL KIND NTH LAST ERROR"
 //
 // CALL is the name of the system's call; KIND is an ending of the file's name, or a beginning of
-// it, such as MANIFEST, or / for a folder. Of the calls that fit, those from number NTH to LAST
-// fail with ERROR (a number); a write then puts down the first half of what it was given. STATE is
-// a file of two 32-bit numbers: the calls that fitted, and those that failed.
+// it, such as MANIFEST, or / for a folder, or * for all below the store. Of the calls that fit,
+// those from number NTH to LAST fail with ERROR (a number); a write then puts down the first half
+// of what it was given. Where ERROR is 0 the process is killed ahead of the call. STATE is a file
+// of two 32-bit numbers: the calls that fitted, and those that failed.
 //
 // System calls are made directly, so that the program may have a sanitizer's own versions of the
 // same functions in front of these.
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -52,6 +54,8 @@ struct Fault {
         const std::string_view below = path.substr(std::strlen(store));
         const std::size_t separator = below.rfind('/');
         const std::string_view name = below.substr(separator + 1), wanted = kind;
+        if (wanted == "*")
+            return true;
         if (wanted == "/")
             return separator == 0;  // a folder of the store
         return separator != 0 && (name.ends_with(wanted) || name.starts_with(wanted));
@@ -73,8 +77,25 @@ bool Fails(const char* call, const char* path) noexcept {
     if (number < fault.nth || number > fault.last)
         return false;
     ++fault.counters->failed;
+    if (fault.error == 0)
+        ::kill(::getpid(), SIGKILL);
     errno = fault.error;
     return true;
+}
+
+// The same for a name within an open directory.
+bool Fails(const char* call, int directory, const char* name) noexcept {
+    if (TheFault().counters == nullptr || std::strcmp(call, TheFault().call) != 0)
+        return false;
+    if (directory == AT_FDCWD || name[0] == '/')
+        return Fails(call, name);
+    char link[32], path[2048];
+    std::snprintf(link, sizeof(link), "/proc/self/fd/%d", directory);
+    const long length = ::syscall(SYS_readlink, link, path, 1024);
+    if (length < 0)
+        return false;
+    std::snprintf(path + length, sizeof(path) - static_cast<std::size_t>(length), "/%s", name);
+    return Fails(call, path);
 }
 
 bool Fails(const char* call, int file) noexcept {
@@ -133,6 +154,22 @@ ZEL_REPLACED int rename(const char* from, const char* to) noexcept {
 
 ZEL_REPLACED int unlink(const char* path) noexcept {
     return Fails("unlink", path) ? -1 : Call(SYS_unlink, path);
+}
+
+ZEL_REPLACED int unlinkat(int directory, const char* name, int flags) noexcept {
+    const char* const call = (flags & AT_REMOVEDIR) != 0 ? "rmdir" : "unlink";
+    return Fails(call, directory, name) ? -1 : Call(SYS_unlinkat, directory, name, flags);
+}
+
+ZEL_REPLACED int rmdir(const char* path) noexcept {
+    return Fails("rmdir", path) ? -1 : Call(SYS_rmdir, path);
+}
+
+ZEL_REPLACED int remove(const char* path) noexcept {
+    if (Fails("unlink", path))
+        return -1;
+    const int removed = Call(SYS_unlink, path);
+    return removed == 0 || errno != EISDIR ? removed : ::rmdir(path);
 }
 
 ZEL_REPLACED int mkdir(const char* path, mode_t mode) noexcept {

@@ -6,11 +6,10 @@ import errno
 import os
 import random
 import shutil
-import struct
 import sys
 import time
 
-from faultstore import Store, ended_badly, read_acks, record, setting, subprocess, LONGEST
+from faultstore import FaultyDisk, GIVEN_UP, Store, ended_badly, read_acks, record, setting
 
 PER_DAY = 5000
 OLD_ROWS = range(1000)                     # in a folder that the writer only reads
@@ -40,20 +39,10 @@ def may_lose_log(fault, told):
     return told and fault[0] in ("open", "read") and fault[1] == ".log"
 
 
-GIVEN_UP = ("0x80070570", "0x8007045D")
-
-
-def sanitizer_runtimes(program):
-    """They have to come first of all that is preloaded."""
-    lines = subprocess.run(["ldd", program], stdout=subprocess.PIPE).stdout.decode().splitlines()
-    return [line.split()[2] for line in lines if any(f"lib{name}.so" in line for name in ("asan", "tsan"))]
-
-
 class Faults:
     def __init__(self, store, library, dice):
         self.store, self.dice = store, dice
-        self.preload = " ".join(sanitizer_runtimes(store.program) + [library])
-        self.state = os.path.join(store.folder, "state")
+        self.disk = FaultyDisk(store, library)
         self.whole = store.store + ".whole"
         self.injected = {}
         half = len(OLD_ROWS) // 2
@@ -68,15 +57,8 @@ class Faults:
     def run(self, what, command, fault, given=b""):
         """The ended process, and how many of its calls failed."""
         self.restore()
-        with open(self.state, "wb") as state:
-            state.write(bytes(8))
         call, kind, nth, last, error = fault
-        environment = dict(self.store.environment, LD_PRELOAD=self.preload,
-                           ZEL_FAULT=f"{self.state} {self.store.store} {call} {kind} {nth} {last} {getattr(errno, error)}")
-        ended = subprocess.run(command, input=given, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                               env=environment, timeout=LONGEST)
-        with open(self.state, "rb") as state:
-            failed = struct.unpack("II", state.read())[1]
+        ended, failed = self.disk.run(command, call, kind, nth, last, getattr(errno, error), given)
         if ended_badly(ended.returncode):
             self.store.check(f"{what} ends", "an end", (ended.returncode, ended.stderr[-3000:]))
         if failed:
@@ -95,8 +77,12 @@ class Faults:
             self.store.check("and it can be read", 0, after.returncode)
         else:
             self.store.check("failures are told", True, bool(told))
-        # A database that can't be written any more goes with its rows, and that is told.
-        if not any(line[-1] in GIVEN_UP for line in told):
+        # A database that can't be written any more goes with its rows, and that is told. What only runs short
+        # gives none up.
+        given_up = any(line[-1] in GIVEN_UP for line in told)
+        if fault[-1] != "EIO":
+            self.store.check("nothing is given up", False, given_up)
+        if not given_up:
             sure = range(NEW_ROWS.start, acked or NEW_ROWS.start)
             self.store.check("what was acknowledged is there", [], self.store.lacks(rows, sure)[:10])
         return failed, told
