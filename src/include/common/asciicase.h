@@ -7,17 +7,20 @@
 namespace ZEL {
 
 // Case is folded for ASCII alone, whatever the locale: other characters, and in UTF-8 other bytes,
-// stay as they are.
+// stay as they are. Names that are compared without case have to compare alike on every machine
+// that reads a store, and a locale is a setting of the machine.
 template <typename Char>
 constexpr Char ToUpperAscii(Char c) noexcept {
     return c >= Char('a') && c <= Char('z') ? static_cast<Char>(c - Char('a') + Char('A')) : c;
 }
+// In place; the length never changes, so that positions in the text stay good.
 inline void MakeUpperAscii(std::string& text) noexcept {
     for (char& c : text)
         c = ToUpperAscii(c);
 }
 
 // Both arguments are texts, or views of them, of the same kind of character.
+// An empty start begins every text.
 template <typename Text>
 bool StartsWithNoCase(const Text& text, std::basic_string_view<typename Text::value_type> start) {
     return text.size() >= start.size() &&

@@ -14,7 +14,8 @@ class ErrorReport;
 
 // Labels that a host may act on.
 namespace reportLabel {
-// A row was left out of a query's answer, since testing it threw.
+// A row was left out of a query's answer, since testing it threw. The text stays whatever becomes
+// of the source: hosts compare it.
 inline constexpr const char* lostRow = "zelstore/querysink";
 // Rows are missing since their data can't be read: a walk ended early, a row was left out, or
 // opening a database dropped what its log held.
@@ -33,18 +34,33 @@ inline constexpr const char* enrichments = "enrichments, at most";
 
 // Where the host wants its error reports. Called on the thread that reports, possibly under locks
 // of the component: it must not call back into the component.
+//
+// A report may come while a batch is written or a database is opened. A sink that sends it anywhere
+// should copy it, put it in a queue of its own and return. What it throws is caught and traced.
 class IErrorReportSink {
 public:
     virtual ~IErrorReportSink() = default;
+    // `report` is valid during the call. Several threads may report at once.
     virtual void OnReport(const ErrorReport& report) = 0;
 };
 
 // Something that went wrong and that the host should hear of. Made, filled and submitted in one go;
 // a report never changes a routine's result. Texts are UTF-8.
+//
+// Traces and reports serve different readers. A trace follows the program's steps and is mostly
+// off; a report tells the host of a fault that somebody has to look after, and is made once for
+// each fault, by the routine that knows most of it, not again by each one that passes the failure
+// on.
+//
+// For one thread.
 class WMLIB_API ErrorReport {
 public:
+    // `label` tells the area of the fault and is copied. A host that acts on reports goes by it and
+    // by the code, never by the details. Default arguments make the place that of the caller.
     ErrorReport& SetError(ZEL::HRESULT code, const char* label = "",
                           Place place = Place::Current());
+    // Details keep their order; equal names may come again. May throw when memory runs out, as
+    // SetError may: such a report is then never submitted.
     ErrorReport& AddDetail(std::string name, std::string value);
     // Hands the report to the host's sink; without one it goes nowhere. Throws nothing.
     void Submit() const noexcept;

@@ -10,6 +10,7 @@ namespace ZEL {
 
 // Names an event of wmLib. Null and the invalid value name none; a handle whose event was closed
 // names none either, and is never given out again while a thread still waits on it.
+// It is a number in the place of a pointer and points at nothing.
 using HANDLE = void*;
 
 inline HANDLE InvalidHandle() noexcept {
@@ -51,10 +52,13 @@ public:
     // False when memory runs out. An existing event is closed first.
     bool Create(EventReset reset, EventState initially = EventState::reset) noexcept;
     void Close() noexcept;
+    // Another thread may close it at once: for the owner, or as a hint.
     bool Exists() const noexcept { return Handle() != nullptr; }
     // Both return false when there is no event.
     bool Set() noexcept;
     bool Reset() noexcept;
+    // Null when there is no event. Lent: it ends with the event, and nobody but the owner closes
+    // it.
     ZEL::HANDLE Handle() const noexcept { return handle_.load(std::memory_order_acquire); }
 
 private:

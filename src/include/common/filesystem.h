@@ -19,10 +19,12 @@ namespace wm {
 // `directory` and `name`, with one separator of the platform between them.
 WMLIB_API std::wstring JoinPath(const std::wstring& directory, std::wstring_view name);
 // What stands behind the last separator.
+// Empty for a path that ends in a separator.
 WMLIB_API std::wstring LastPathComponent(const std::wstring& path);
 
 // Follows a link at `path` itself.
 WMLIB_API bool IsDirectory(const std::wstring& path) noexcept;
+// Whatever it is: a link that leads nowhere exists as well.
 WMLIB_API bool FileExists(const std::wstring& path) noexcept;
 WMLIB_API bool IsRegularFile(const std::wstring& path) noexcept;
 // Whether `path` itself is a symbolic link or reparse point.
@@ -53,7 +55,9 @@ WMLIB_API ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* total
 WMLIB_API ZEL::HRESULT MakePrivateFile(const std::wstring& path) noexcept;
 WMLIB_API ZEL::HRESULT MakePrivateFolder(const std::wstring& path) noexcept;
 // Gives a file or folder another name, on the same volume.
+// A file that has the new name already is replaced; a folder only when it is empty.
 WMLIB_API ZEL::HRESULT Rename(const std::wstring& from, const std::wstring& to) noexcept;
+// The logical size in bytes, 0 on failure. Follows a link at `path` itself.
 WMLIB_API ZEL::HRESULT FileSize(const std::wstring& path, std::uint64_t* bytes) noexcept;
 // Removes a folder and all in it. A missing folder is success.
 WMLIB_API ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept;

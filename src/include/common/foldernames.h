@@ -5,9 +5,14 @@
 #include <string_view>
 
 // Names of what stands in a store's directory, in either width of characters.
+//
+// The store, its purge and the tools that read a store from outside all have to agree on which
+// folders are databases. Whatever has another name is somebody else's: it is neither counted,
+// opened nor removed. Each routine takes the last component of a path alone.
 namespace ZEL {
 
 namespace detail {
+// ASCII digits, whatever the locale. True for an empty text.
 template <typename Char>
 constexpr bool AreDigits(std::basic_string_view<Char> text) noexcept {
     return std::all_of(text.begin(), text.end(),
@@ -16,6 +21,8 @@ constexpr bool AreDigits(std::basic_string_view<Char> text) noexcept {
 }  // namespace detail
 
 // YYYYMMDD, or YYYYMMDDnnn with the number of a further database.
+// The date is not checked against the calendar here: a name such as 20261399 is a database's by its
+// form, and whoever makes a date of it finds out.
 template <typename Char>
 constexpr bool IsDatabaseName(std::basic_string_view<Char> name) noexcept {
     constexpr std::size_t date = 8, dateAndNumber = 11;

@@ -8,6 +8,10 @@ namespace ZEL {
 
 // A 128-bit identifier with the memory layout that the object model fixes: three integers in the
 // machine's byte order and eight bytes. Equality and order compare the 16 bytes as raw memory.
+//
+// The order is that of the bytes, not of the printed form: on a machine with little-endian integers
+// Data1's lowest byte counts first. It serves maps and is the same within a process; nothing may
+// store it.
 struct GUID {
     std::uint32_t Data1 = 0;
     std::uint16_t Data2 = 0;
@@ -24,11 +28,14 @@ struct GUID {
 static_assert(sizeof(GUID) == 16);
 
 namespace detail {
+// The throw is never run: it stops the compiler when a constant is misspelt. Lower case is refused,
+// so that an identifier has one spelling in the source and can be found by it.
 constexpr std::uint32_t HexDigit(char c) {
     return c >= '0' && c <= '9'   ? static_cast<std::uint32_t>(c - '0')
            : c >= 'A' && c <= 'F' ? static_cast<std::uint32_t>(c - 'A' + 10)
                                   : throw "identifiers are written with 0-9 and A-F";
 }
+// The first `digits` characters, the highest digit first.
 constexpr std::uint32_t HexNumber(const char* text, int digits) {
     std::uint32_t number = 0;
     for (int i = 0; i < digits; ++i)
@@ -38,6 +45,8 @@ constexpr std::uint32_t HexNumber(const char* text, int digits) {
 }  // namespace detail
 
 // The identifier written as "1A8B6619-443B-4B5D-9755-C50696B237C6"; checked by the compiler.
+// The hyphens are skipped by position. The printed form has the last eight bytes in their order in
+// memory, and the three integers with their highest digit first.
 consteval GUID MakeGuid(const char (&text)[37]) {
     GUID guid;
     guid.Data1 = detail::HexNumber(text, 8);

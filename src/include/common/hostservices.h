@@ -14,9 +14,20 @@
 // host or a test may replace for the whole process. A replacement must outlive its use; null brings
 // the default back. Replacing is safe at any time, but an operation in progress may still use the
 // former one.
+//
+// The references that Clock and its like give are for a call or a routine, not for keeping: a kept
+// one would stay with the former service after a replacement. Injected pointers are not counted;
+// the defaults live as long as the process.
+//
+// Two kinds of injection differ on purpose. Clock, free space, tokens and loader always answer, so
+// that their users need no failure path. Settings and the job manager may be missing on a machine,
+// so opening them gives a result.
 namespace wm {
 
 // Called by any thread, also under locks of the store.
+// Two clocks, since each is wrong for the other's use. UtcNow gives times that are stored and
+// shown, and jumps when somebody sets the clock. TickCount64 only ever grows; waiting, ages and due
+// times go by it.
 class IClock {
 public:
     virtual ~IClock() = default;
@@ -24,6 +35,7 @@ public:
     // Milliseconds since the system started, sleep included.
     virtual std::uint64_t TickCount64() noexcept = 0;
 };
+// Tests move time by replacing the clock; nothing in the store asks the system itself.
 WMLIB_API IClock& Clock() noexcept;
 WMLIB_API void SetClock(IClock* replacement) noexcept;
 
@@ -47,10 +59,12 @@ public:
     // False when the token has no value.
     virtual bool Resolve(const std::wstring& token, std::wstring& value) noexcept = 0;
 };
+// A replacement hides what SetPathToken was told, until null brings the default back.
 WMLIB_API IPathTokens& PathTokens() noexcept;
 WMLIB_API void SetPathTokens(IPathTokens* replacement) noexcept;
 // Tells the default a value; an empty one removes it. `token` carries its % signs.
 WMLIB_API void SetPathToken(const std::wstring& token, const std::wstring& value);
+// Asks the present service. On failure `value` is unspecified.
 WMLIB_API bool ResolvePathVariable(const std::wstring& token, std::wstring& value) noexcept;
 
 // The directory that holds the components: %ZELInstallDir% when set, else that of wmLib itself.
@@ -75,7 +89,9 @@ WMLIB_API ZEL::TobResult LoadInstalledObject(const std::wstring& name, const ZEL
                                              const ZEL::GUID& iid, void** out) noexcept;
 
 // The settings service with a new reference: the injected one, else the one of wmSet.
+// On failure `*out` is null. Without the component's file the result is the loader's.
 WMLIB_API ZEL::TobResult OpenSettings(ZEL::ISettingsManager** out) noexcept;
+// The pointer is lent, so it is to be taken back, with null, before the object goes.
 WMLIB_API void SetSettings(ZEL::ISettingsManager* replacement) noexcept;
 
 // The job manager with a new reference: the injected one, else the one of wmJobMgr.
@@ -90,6 +106,8 @@ WMLIB_API IMachineDescription* InjectedMachine() noexcept;
 WMLIB_API void SetMachine(IMachineDescription* replacement) noexcept;
 
 // Null brings silence back.
+// A sink must stay alive after it was replaced until no thread can be in it any more: a call that
+// has begun is not waited for.
 WMLIB_API void SetErrorReportSink(IErrorReportSink* sink) noexcept;
 WMLIB_API void SetTraceSink(ITraceSink* sink) noexcept;
 

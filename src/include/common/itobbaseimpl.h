@@ -9,6 +9,7 @@
 
 namespace vodLib {
 
+// Public objects have an identity, their address and their count, which a copy could not share.
 class NonCopyable {
 protected:
     NonCopyable() = default;
@@ -25,20 +26,32 @@ namespace ZEL {
 
 // Per module: how many of its objects live, and the handle that names it to a loader. Each
 // loadable component defines both functions once.
+//
+// The counter is what the export GetObjectCount tells: a loader may unload a module only when it is
+// 0. It counts factories, too.
 std::atomic<std::uint32_t>& LiveObjectCounter() noexcept;
 void* ModuleHandle() noexcept;
 
 // Counts from 0 with atomic adds; whoever hands an object out adds the first reference.
+//
+// Adding a reference orders nothing, since who adds one has one already. Dropping one releases what
+// this thread did to the object and acquires what the others did, so that the thread that drops the
+// last one destroys what all of them have written.
 class CTobThreadSafeRefCount {
 public:
+    // The new count. By the time the caller looks at it another thread may have changed it; only 0
+    // from Decrement is final.
     std::int64_t Increment() noexcept { return count_.fetch_add(1, std::memory_order_relaxed) + 1; }
     std::int64_t Decrement() noexcept { return count_.fetch_sub(1, std::memory_order_acq_rel) - 1; }
 
 private:
+    // 64 bits can't wrap, so no check is made for too many references.
     std::atomic<std::int64_t> count_{0};
 };
 
 // What every public object shares: its count, and its place in the module's live-object counter.
+// A new object's count is 0: it is of nobody until somebody adds a reference, and can be deleted
+// without one, as a factory does when the object lacks the interface that was asked for.
 template <typename RefCount>
 class ITobBaseImpl {
 public:
@@ -47,7 +60,8 @@ public:
     ITobBaseImpl& operator=(const ITobBaseImpl&) = delete;
     virtual ~ITobBaseImpl() { LiveObjectCounter().fetch_sub(1, std::memory_order_release); }
 
-    // Both stand in the table of virtual operations; nothing in this tree calls them.
+    // Both stand in the table of virtual operations; nothing in this tree calls them. They keep
+    // their places for callers in other modules.
     virtual TobResult OnConstructed() { return TOB_OK; }
     virtual void OnDestroying() {}
 
@@ -62,6 +76,9 @@ protected:
 // Callers in other modules go by the place of an operation in a face's table, so the order of bases
 // and of operations is a contract: first the interfaces, and behind the first one's operations
 // those on the owner.
+//
+// An owner is set before the object is handed to several threads: SetOwner and GetOwner are not
+// guarded against each other.
 template <typename... Interfaces>
 class TobObject : public Interfaces...,
                   public ITobBaseImpl<CTobThreadSafeRefCount>,
@@ -93,6 +110,8 @@ public:
     }
 
     // As SetOwner, after the owner was told; when it refuses, the former one stays.
+    // Use this one for an owner that counts modules, as the last Release tells it of the module in
+    // any case.
     virtual TobResult AttachOwner(ITobBase* owner) {
         if (owner != nullptr) {
             const TobResult told = static_cast<IObjectOwner*>(owner)->AddRefModule(ModuleHandle());
@@ -105,12 +124,16 @@ public:
 
 protected:
     // The identifier of an interface, and the face that answers it.
+    // A face is the object as one of its interfaces: with several bases each has an address of its
+    // own, so the cast is made where the class is known.
     struct Face {
         GUID iid;
         void* face;
     };
 
     // Body of QueryInterface; the all-zero identifier gives the first face.
+    // A class lists its first interface first. The reference is added through the object, so all
+    // faces share one count.
     template <std::size_t n>
     TobResult Answer(const GUID& iid, void** out, const Face (&faces)[n]) {
         if (out == nullptr)
@@ -131,6 +154,8 @@ private:
 };
 
 // A public object with one interface.
+// Most objects of the store and its services are of this kind. `interfaceId` has to be the constant
+// of `Interface`; nothing checks it.
 template <typename Interface, const GUID& interfaceId>
 class TobObjectOf : public TobObject<Interface> {
 public:
@@ -140,6 +165,10 @@ public:
 };
 
 // The factory of class T. T offers QueryInterface, SetOwner and a constructor without arguments.
+//
+// An object that comes without the asked interface is deleted without having had a reference, and a
+// constructor that throws leaves nothing; both count as failures of this call alone, and the
+// factory stays good. May be used by several threads at once.
 template <typename T>
 class CTobFactoryImpl final : public TobObject<ITobFactory2> {
 public:
@@ -152,6 +181,8 @@ public:
         return CreateInstance(iid, out, nullptr);
     }
 
+    // Whatever a constructor throws is told as want of memory: constructors here do nothing that
+    // can fail otherwise.
     TobResult CreateInstance(const GUID& iid, void** out, ITobBase* owner) override {
         if (out == nullptr)
             return TOBERR_INVALID_ARG;
@@ -176,6 +207,7 @@ public:
 
 // Body of a component's GetFactory, for the class that was asked for: a new factory with one
 // reference.
+// On failure `*factory` stays as it was.
 template <typename T>
 TobResult GiveFactory(ITobFactory** factory) noexcept {
     auto* const made = new (std::nothrow) CTobFactoryImpl<T>();

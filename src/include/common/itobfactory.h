@@ -5,6 +5,8 @@
 namespace ZEL {
 
 // Makes objects of one class.
+// A factory keeps nothing of the objects that it made, and they need it no longer. May be used by
+// several threads at once.
 class ITobFactory : public ITobBase {
 public:
     // Makes an object and gives its face for `iid` with one reference. On failure `*out` is null
@@ -15,6 +17,7 @@ protected:
     ~ITobFactory() = default;
 };
 
+// Found by asking a factory for its identifier; only a loader that is an owner needs it.
 class ITobFactory2 : public ITobFactory {
 public:
     using ITobFactory::CreateInstance;
@@ -33,6 +36,8 @@ protected:
 class IObjectOwner : public ITobBase {
 public:
     // Both get the handle of the library that holds the object's code.
+    // ReleaseModule comes after the object's destructor has run, from the thread that released it,
+    // and has to leave the library loaded until that thread is out of its code.
     virtual TobResult ReleaseModule(void* moduleHandle) = 0;
     virtual TobResult AddRefModule(void* moduleHandle) = 0;
 
@@ -44,7 +49,9 @@ inline constexpr GUID iidTobFactory = MakeGuid("00000001-0000-0000-0000-00000000
 inline constexpr GUID iidTobFactory2 = MakeGuid("AE9A53F3-AF14-4C9D-A26E-77B5D287A9CF");
 
 // The exports of a loadable component, for those who look them up by name.
+// `*factory` gets one reference. An identifier that the component does not know is a failure.
 using GetFactoryFunction = TobResult (*)(const GUID& objectId, ITobFactory** factory);
+// How many objects of the component live; 0 says that it may be unloaded.
 using GetObjectCountFunction = std::uint32_t (*)();
 
 }  // namespace ZEL

@@ -6,10 +6,23 @@
 #include "common/threadannotations.h"
 #include "common/wmapi.h"
 
+// The locks of the component: wrappers around the standard ones that carry two kinds of checks.
+// Clang's annotations tie data to its lock when the program is built; ranks order the locks when it
+// runs. A deadlock needs a cycle, and threads that take locks only in the order of their ranks
+// can't make one, whatever they do at the same time. An inversion is found by the first thread that
+// takes the wrong path, without a second one that has to meet it.
+//
+// Ranks are checked in debug builds alone and cost nothing in others.
+
 namespace wm {
 
 // The order in which one thread may take locks: only upwards. A debug build aborts on an inversion
 // and names both locks.
+// Two locks of one rank exclude each other: neither may be taken under the other. Gaps are left for
+// new ones.
+//
+// No lock is held while a host is called, save where a rank or a seam says so: a host has locks of
+// its own, of which the ranks know nothing.
 enum class LockRank : int {
     monitorDelivery = 5,       // the disk monitor's, held while subscribers are called
     state = 10,                // EventStoreImpl::stateLock
@@ -38,7 +51,9 @@ namespace detail {
 #ifdef WM_CHECK_LOCK_RANKS
 // Aborts when this thread holds a lock of a rank that is not below `rank`. `again` says that a
 // recursive lock may already be held by this thread.
+// It is asked before the lock is taken, so that an inversion is named rather than hung on.
 WMLIB_API void PushRank(LockRank rank, const void* lock, bool again) noexcept;
+// Locks may be released in any order.
 WMLIB_API void PopRank(const void* lock) noexcept;
 #else
 inline void PushRank(LockRank, const void*, bool) noexcept {}
@@ -47,6 +62,10 @@ inline void PopRank(const void*) noexcept {}
 }  // namespace detail
 
 // A lock without time limit. Take it through a scoped holder.
+//
+// Not recursive: taking it again on the same thread aborts in a debug build and hangs in others.
+// Holders end with their scope, so that no path out of a routine leaves it taken; what has to
+// happen after the release is written after the end of that scope.
 class CAPABILITY("lock") Lock {
 public:
     explicit Lock(LockRank rank = LockRank::leaf) noexcept : rank_(rank) {}
@@ -68,6 +87,8 @@ private:
 };
 
 // The same for places where one thread takes a lock again that it holds.
+// Taking it again passes the check of ranks, whatever else is held: the thread can't be made to
+// wait for it.
 class CAPABILITY("lock") RecursiveLock {
 public:
     explicit RecursiveLock(LockRank rank) noexcept : rank_(rank) {}
@@ -89,6 +110,10 @@ private:
 };
 
 // Many readers or one writer. Not recursive in either way.
+//
+// A reader can't become a writer: it releases, takes the lock exclusively and looks again at all
+// that it had read. Readers are checked for their ranks as well, since a waiting writer makes them
+// wait.
 class CAPABILITY("lock") ReaderWriterLock {
 public:
     explicit ReaderWriterLock(LockRank rank) noexcept : rank_(rank) {}
@@ -130,6 +155,7 @@ private:
     AnyLock& lock_;
 };
 
+// The holders of a ReaderWriterLock say in their names which way it is held.
 class SCOPED_CAPABILITY HoldExclusive {
 public:
     explicit HoldExclusive(ReaderWriterLock& lock) ACQUIRE(lock) : lock_(lock) {

@@ -10,6 +10,9 @@
 namespace wm {
 
 // Where a user's variables come from, and so what has to be worked out beside them.
+//
+// Their expansion depends on it: a variable that a logon computes, such as those of the user's own
+// folders, has to be made up from what is known of the account unless it is there already.
 enum class VariableSource {
     none,     // they can't be read: only the process's own are known
     stored,   // as kept for the next logon; what a logon would compute is not among them
@@ -17,6 +20,8 @@ enum class VariableSource {
 };
 
 // One account with a profile on the machine.
+//
+// Fields that the machine can't tell are empty.
 struct MachineUser {
     std::wstring sid;  // as text, S-1-...
     std::wstring account;
@@ -28,6 +33,8 @@ struct MachineUser {
 };
 
 // Kinds of drive, by the numbers that Windows gives them.
+//
+// A letter without a drive is answered with `none` and is no error.
 namespace driveType {
 inline constexpr std::uint32_t none = 1;  // no such drive
 inline constexpr std::uint32_t removable = 2;
@@ -37,6 +44,9 @@ inline constexpr std::uint32_t cdrom = 5;
 }  // namespace driveType
 
 // Well-known folders go by the numbers of the Windows shell (CSIDL), with these flags beside them.
+//
+// A caller combines a number with flags; a description that knows folders by number alone masks the
+// flags away with `number`.
 namespace folderFlag {
 inline constexpr int number = 0x00FF;  // the part without flags
 inline constexpr int dontUnexpand = 0x2000;
@@ -57,6 +67,7 @@ public:
     // SID texts of the accounts with a profile, without those of services. Asked for each path.
     virtual ZEL::HRESULT ProfileSids(std::vector<std::wstring>& sids) = 0;
     // The same accounts with all that is known of them. Slow: it may load each one's settings.
+    // Who asks keeps the answer.
     virtual ZEL::HRESULT LoadUsers(std::vector<MachineUser>& users) = 0;
 
     // A folder of the machine, or of the calling account where each account has its own.

@@ -10,6 +10,12 @@ namespace wm {
 //
 //   static NeverDestroyed<Table> table;
 //   return *table;
+// As a local static it is made at its first use, by one thread while others wait. An object with
+// static storage would be destroyed while threads that the process does not wait for still use it,
+// in an order that no module knows; memory from the heap could be missing at that first use.
+//
+// Whatever T holds is left to the system: it must need no closing to be whole, as a file does that
+// is flushed only on closing.
 template <typename T>
 class NeverDestroyed {
 public:

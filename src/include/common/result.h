@@ -4,6 +4,12 @@
 
 #include "common/wmapi.h"
 
+// Results are values, and a failure says by its code alone what kind it is. Two families meet in
+// the component: the store's own operations have the 32-bit results that hosts on every system know
+// (HRESULT), and the object model has codes with values of its own (TobResult), in which success is
+// not 0. Mixing them up would compile as integers and be wrong at run time; as two enumerations it
+// does not compile.
+
 namespace ZEL {
 
 // Result of a store operation: 32 bits and signed on every platform, negative for a failure.
@@ -14,6 +20,9 @@ enum class [[nodiscard]] HRESULT : std::int32_t{};
 // Result of an object-model operation (QueryInterface, CreateInstance, the exports).
 enum class [[nodiscard]] TobResult : std::uint32_t{};
 
+// The codes that the component itself gives or asks for. Hosts compare the numbers, so a code is
+// never given another meaning. Those of the form 0x8007xxxx carry a Win32 code, also on other
+// systems.
 namespace hr {
 constexpr HRESULT Code(std::uint32_t bits) noexcept {
     return static_cast<HRESULT>(static_cast<std::int32_t>(bits));
@@ -41,6 +50,8 @@ inline constexpr HRESULT corrupt = Code(0x80070570);
 inline constexpr HRESULT timeTextLength = Code(0x800705B6);
 }  // namespace hr
 
+// A success may tell more than hr::ok does, so nobody compares with it to learn whether something
+// worked.
 constexpr bool Failed(HRESULT result) noexcept {
     return static_cast<std::int32_t>(result) < 0;
 }
@@ -52,9 +63,12 @@ constexpr std::uint32_t Bits(HRESULT result) noexcept {
 }
 
 // The system's codes travel in the lower half of a result.
+// Codes above 0xFFFF are cut. A code of 0 would become a failure without a reason: ask whether
+// there is an error first.
 constexpr HRESULT FromWin32(std::uint32_t code) noexcept {
     return hr::Code(0x80070000U | (code & 0xFFFFU));
 }
+// A result of another family is given back as it is.
 constexpr std::uint32_t Win32Code(HRESULT result) noexcept {
     return Bits(result) >> 16 == 0x8007U ? Bits(result) & 0xFFFFU : Bits(result);
 }
@@ -63,6 +77,7 @@ constexpr HRESULT BareWin32(HRESULT result) noexcept {
     return hr::Code(Win32Code(result));
 }
 
+// The object model's codes. The top bit is set for failures, as in the other family.
 inline constexpr TobResult TOB_OK{0x00010000};
 inline constexpr TobResult TOBERR_NO_INTERFACE{0x80010200};
 inline constexpr TobResult TOBERR_OUT_OF_MEMORY{0x80010201};
@@ -83,10 +98,13 @@ constexpr bool Succeeded(TobResult result) noexcept {
 }
 
 // States that a result is dropped on purpose, and why.
+// A result that is dropped without it stops the build. The reason is for the reader: it says why a
+// failure needs no answer there.
 template <typename Result>
 constexpr void IgnoreResult(Result, const char* /*reason*/) noexcept {}
 
 // How much of the conversion table below applies. Callers differ on purpose.
+// Each of the three grew beside its callers, and hosts know the numbers that come out.
 enum class ResultTable {
     full,      // the component's own services
     settings,  // settings access: cut off behind the row of 0x8000020F

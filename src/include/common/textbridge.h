@@ -11,6 +11,9 @@ namespace wm {
 // The one bridge between UTF-8 (inside) and wide text (the public boundary). Both directions are
 // strict: malformed bytes, overlong forms, surrogates and values above U+10FFFF are refused with
 // false, and `out` is then unspecified. Both replace what `out` held and reuse its memory.
+//
+// A wide text has UTF-16 on Windows and UTF-32 elsewhere. NUL is a character as any other. Only
+// memory can run out, and then the ones that return a text throw.
 WMLIB_API bool ToUtf8(std::wstring_view text, std::string& out);
 WMLIB_API bool ToWide(std::string_view utf8, std::wstring& out);
 // The same into memory of the caller with room for as many characters as `utf8` has bytes, which is

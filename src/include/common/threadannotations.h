@@ -1,6 +1,12 @@
 #pragma once
 
 // Names for clang's thread-safety attributes; empty for other compilers.
+//
+// They are read where the program is built with clang and its warnings are errors: data that is
+// GUARDED_BY a lock can't be touched without it, and a routine that REQUIRES a lock can't be called
+// without it. A routine named ...Locked has REQUIRES.
+//
+// NO_THREAD_SAFETY_ANALYSIS is for what the analysis can't follow, with a comment why it is right.
 #if defined(__clang__)
 #define ZEL_THREAD_ANNOTATION(x) __attribute__((x))
 #else

@@ -10,6 +10,10 @@
 namespace wm {
 
 // One message, as a sink gets it.
+//
+// A message is a number, and the text for people comes with it from the table; what differs from
+// one occurrence to the next is the argument. It is never more than one text, so that no message
+// has to be formatted.
 struct TraceMessage {
     TraceId id;
     std::string_view argument;  // UTF-8 where the source allowed it; may be empty
@@ -25,14 +29,19 @@ public:
     // Asked before each message.
     virtual bool Enabled(TraceLevel level) const noexcept = 0;
     // `message` is valid during the call.
+    // Several threads may trace at once. It must not throw.
     virtual void OnTrace(const TraceMessage& message) noexcept = 0;
 };
 
 // Without a sink a message costs one atomic load.
+//
+// Nothing is allocated on the way to the sink, so it works where memory has run out. `argument`
+// need only live for the call.
 WMLIB_API void Trace(const TraceId& id, ZEL::HRESULT code = ZEL::hr::ok,
                      std::string_view argument = {}, Place place = Place::Current()) noexcept;
 
 // Traces a result that is a failure, and gives it back.
+// A success passes through untouched.
 inline ZEL::HRESULT Traced(ZEL::HRESULT result, const TraceId& id, std::string_view argument = {},
                            Place place = Place::Current()) noexcept {
     if (Failed(result))

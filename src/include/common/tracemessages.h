@@ -11,6 +11,9 @@ enum class TraceLevel : std::uint8_t { error = 2, warning = 3, information = 4, 
 
 // A kind of message. Programs go by its number, which is never given to another one, and by its
 // level; the text is for people and may be worded anew.
+//
+// Tracing that is kept on a machine for months is read by tools that know older versions: a message
+// that is no longer sent leaves a gap, and one whose meaning changes gets a new number.
 struct TraceId {
     std::uint16_t number;
     TraceLevel level;
@@ -141,6 +144,7 @@ WM_TRACE_MESSAGES(WM_DEFINE_MESSAGE)
 }  // namespace message
 
 // The whole table, by number.
+// For a host that registers the provider's messages with its own tracing, and for tests.
 inline constexpr TraceId traceMessages[] = {
 #define WM_LIST_MESSAGE(number, level, name, text) message::name,
     WM_TRACE_MESSAGES(WM_LIST_MESSAGE)
@@ -148,6 +152,7 @@ inline constexpr TraceId traceMessages[] = {
 };
 
 namespace detail {
+// Ascending numbers are unique, too, which is what the rule is for.
 constexpr bool NumbersAscend() noexcept {
     for (std::size_t i = 1; i < std::size(traceMessages); ++i) {
         if (traceMessages[i - 1].number >= traceMessages[i].number)
