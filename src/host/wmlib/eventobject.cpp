@@ -17,15 +17,31 @@
 //
 // A wait allocates nothing: threads that must go on when memory runs out sleep here.
 
+//
+// A wait over several events looks at them and enters their lists under the same lock under which
+// they are set. So a setting is either seen by the look or finds the waiter in the list: there is
+// no moment between the two for it to be lost in. The waiter has one condition for all of its
+// events, is woken by whichever is set first, and looks at all of them again in the order of their
+// indices, since another waiter may have taken the setting meanwhile and a lower index may have
+// been set as well. Waking is only a hint to look; the state of the events alone decides.
+//
+// Setting an auto-reset event wakes all of its waiters though only one can take it. Waking one
+// would be cheaper and wrong: the one that is chosen may end its wait by another of its events, and
+// the setting would stay while somebody sleeps who wanted it. There are few waiters to an event.
+//
+// A wait whose time runs out looks once more before it says so: a setting that came with the last
+// moment is taken rather than left.
 namespace wm {
 
 namespace {
 
+// One for each wait, in its own frame: it is gone from all lists before the frame is.
 struct Waiter {
     std::condition_variable wake;
 };
 
 // A waiter's entry in the list of one event; lives in the waiter's own frame.
+// Doubly linked, so that leaving takes the same few instructions however many wait.
 struct Entry {
     Waiter* waiter = nullptr;
     Entry* previous = nullptr;
@@ -37,6 +53,7 @@ struct Event {
     bool set = false;
     Entry* first = nullptr;
 
+    // At the front; the order of a list means nothing.
     void Enter(Entry* entry) noexcept {
         entry->next = first;
         if (first != nullptr)
@@ -58,12 +75,15 @@ struct Table {
     std::uintptr_t lastHandle = 0;
 };
 
+// Threads of the host may wait while the process ends.
 Table& Events() {
     static NeverDestroyed<Table> table;
     return *table;
 }
 
 // The events of one wait, kept alive by it.
+// An array of the greatest size stands in the frame: about a kilobyte for a wait that needs no
+// memory.
 struct EventList {
     std::array<std::shared_ptr<Event>, mostWaitHandles> events;
     std::size_t count = 0;
@@ -80,6 +100,7 @@ bool Find(const Table& table, std::size_t count, const ZEL::HANDLE* handles, Eve
     return true;
 }
 
+// waitTimedOut when none is set, which for a wait in progress means to go on.
 std::uint32_t TakeFirstSet(const EventList& list) {
     for (std::size_t i = 0; i < list.count; ++i) {
         Event& event = *list.events[i];
@@ -113,6 +134,8 @@ private:
     std::array<Entry, mostWaitHandles> entries_;
 };
 
+// Called when nothing is set. The deadline is worked out once, so that being woken in vain does not
+// lengthen the wait.
 std::uint32_t WaitRegistered(std::unique_lock<std::mutex>& lock, const EventList& events,
                              std::uint32_t timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -130,6 +153,8 @@ std::uint32_t WaitRegistered(std::unique_lock<std::mutex>& lock, const EventList
     }
 }
 
+// The waiters are told under the lock: once it is released one may leave, and its frame with it,
+// before its turn has come.
 bool SetState(ZEL::HANDLE handle, bool set) noexcept {
     Table& table = Events();
     const std::lock_guard lock(table.mutex);
@@ -172,6 +197,7 @@ bool EventObject::Create(EventReset reset, EventState initially) noexcept {
         event->set = initially == EventState::set;
         Table& table = Events();
         const std::lock_guard lock(table.mutex);
+        // If the table has no room for it the number is lost, which harms nobody.
         const auto handle = reinterpret_cast<ZEL::HANDLE>(++table.lastHandle);
         table.open.emplace(handle, std::move(event));
         handle_.store(handle, std::memory_order_release);
@@ -185,6 +211,8 @@ void EventObject::Close() noexcept {
     const ZEL::HANDLE handle = handle_.exchange(nullptr, std::memory_order_acq_rel);
     if (handle == nullptr)
         return;
+    // Declared ahead of the lock, so that the event is freed after its release. Closing wakes
+    // nobody: who waits for a closed event alone waits until his time runs out.
     std::shared_ptr<Event> last;
     Table& table = Events();
     const std::lock_guard lock(table.mutex);

@@ -6,6 +6,27 @@
 #include "common/trace.h"
 #include "platform.h"
 
+// Files and folders by wide paths. What the standard library can ask is asked here; where it would
+// follow a link, change a time or leave a gap between a check and its use, the system's folder has
+// a routine of its own (platform.h).
+//
+// A store's directory may stand where others can write, and the store may run with more rights than
+// they have. So a link inside is never followed: sizes, counts and removals stop at it, reading and
+// mapping refuse it, and making a private file where one stands fails rather than writing to what
+// it points at. The data store directory itself may be a link, since moving the store to another
+// volume that way is an administrator's own doing; hence IsDirectory, ListDirectories, ListNames
+// and the two sizes follow a link at the path itself.
+//
+// What is to be seen whole or not at all is written beside its place under a name of its own, given
+// to the disk, and then renamed over what is there. A reader has either the former file or the new
+// one open, and never a part. Whatever is made has access for its owner alone from the first
+// moment, or on Windows that of the folder around it: narrowing the access afterwards would leave a
+// moment in which others could open it.
+//
+// Folders change while they are walked, since other threads and processes work in them. What has
+// vanished between its listing and the question about it counts as never listed. A path that is not
+// Unicode is an argument that can't be, and gives hr::invalidArgument without asking the system.
+
 namespace wm {
 
 namespace fs = std::filesystem;
@@ -13,6 +34,8 @@ namespace fs = std::filesystem;
 namespace {
 
 // False for what can't be a path. The system would end it at a NUL and take another one.
+// The native form on POSIX is UTF-8, whatever the process's locale: the locale's own conversion
+// would name another file.
 bool ToPath(const std::wstring& text, fs::path& path) {
     std::string narrow;
     if (!ToUtf8(text, narrow) || narrow.find('\0') != std::string::npos)
@@ -26,6 +49,8 @@ ZEL::HRESULT ToResult(const std::error_code& error) {
 }
 
 // What `operation` gives for a path that is one.
+// All that can be thrown here is want of memory: the operations take the overloads that give an
+// error code.
 template <typename Operation>
 ZEL::HRESULT OnPath(const std::wstring& path, Operation&& operation) noexcept {
     try {
@@ -36,6 +61,7 @@ ZEL::HRESULT OnPath(const std::wstring& path, Operation&& operation) noexcept {
     }
 }
 
+// The second one comes when a folder has become a file.
 bool Vanished(const std::error_code& error) {
     return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
 }
@@ -72,6 +98,9 @@ bool ForEachFile(const std::wstring& directory, std::wstring_view suffix, Visit&
 
 std::error_code AddSizes(const fs::path& path, std::uint64_t& total);
 
+// What is no regular file has no size of its own: links, pipes and devices count 0. The folder of
+// what a volume check has found is treated as one that may not be read, though a service that runs
+// as root could: nobody but the system put anything there.
 std::error_code AddEntry(const fs::directory_entry& entry, std::uint64_t& total) {
     std::error_code error;
     const fs::file_type type = entry.symlink_status(error).type();
@@ -94,6 +123,8 @@ bool IsPassedOver(const std::error_code& error, const fs::path& path) {
     return true;
 }
 
+// A failure below does not end the walk: a sum that is too small by one folder says more than none,
+// and the last error is told beside it.
 std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
     std::error_code inside;
     const std::error_code error = ForEachEntry(path, [&](const fs::directory_entry& entry) {
@@ -106,6 +137,8 @@ std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
 
 }  // namespace
 
+// A directory that ends in a separator gets no second one, and an empty one none at all, so that a
+// bare name stays relative.
 std::wstring JoinPath(const std::wstring& directory, std::wstring_view name) {
     std::wstring path = directory;
     if (!path.empty() && path.back() != L'/')
@@ -158,6 +191,7 @@ bool IsLink(const std::wstring& path) noexcept {
     }
 }
 
+// What was found ahead of an error stays in `out`, which the listings add to.
 ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wstring>& out) {
     fs::path native;
     if (!ToPath(directory, native))
@@ -220,6 +254,7 @@ std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix
     }
 }
 
+// Rights alone do not tell: a file with a damaged sector opens and then fails.
 bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
     try {
         bool all = true;

@@ -12,11 +12,27 @@
 #include "common/textbridge.h"
 #include "platform.h"
 
+// What the store asks of its surroundings, and how a component is found and loaded.
+//
+// A component is a shared library in the install directory that exports GetFactory: the loader asks
+// it for the factory of an object's identifier and the factory for one object. The directory is the
+// value of %ZELInstallDir% or, without one, where wmLib itself was loaded from, so that a tree that
+// was unpacked anywhere finds its own parts and no part of another one. The path always names its
+// folder: a bare name would let the system search its own list of folders, and with it whatever
+// somebody has put there.
+//
+// A library stays loaded until the process ends. Unloading it safely would take the knowledge that
+// no thread is in its code and no object of it lives; what it would gain is some memory. Failures
+// are not remembered: the next attempt tries again, since a file may have been put in place
+// meanwhile.
+
 namespace wm {
 
 namespace {
 
 // One seam: the host's replacement, when there is one, else the default.
+// The default is part of the seam and is never destroyed, so a thread that has just read the
+// pointer always has something to call.
 template <typename Interface, typename Default>
 class Seam {
 public:
@@ -34,6 +50,7 @@ private:
     Default default_;
 };
 
+// Rounded down, also for times before 1970: a moment never gets a time that is still to come.
 class SystemClock final : public IClock {
 public:
     SystemTime UtcNow() noexcept override {
@@ -43,6 +60,7 @@ public:
     std::uint64_t TickCount64() noexcept override { return platform::UptimeMs(); }
 };
 
+// What the system keeps back for its administrator is not counted.
 class VolumeSpace final : public IFreeSpace {
 public:
     ZEL::HRESULT AvailableBytes(const std::wstring& path, std::uint64_t* bytes) noexcept override {
@@ -58,6 +76,9 @@ public:
     }
 };
 
+// The table comes ahead of the environment, so that a host can decide for its process whatever the
+// environment says. An empty variable is no value: a path that starts with nothing would be one at
+// the root.
 class TokenTable final : public IPathTokens {
 public:
     void Set(const std::wstring& token, const std::wstring& value) {
@@ -92,6 +113,8 @@ private:
     std::map<std::wstring, std::wstring> values_;
 };
 
+// The lock covers loading alone; making the object runs the component's own code, which may well
+// load another one.
 class ComponentLoader final : public IObjectLoader {
 public:
     ZEL::TobResult LoadObject(const std::wstring& libraryPath, const ZEL::GUID& objectId,
@@ -119,6 +142,8 @@ public:
     }
 
 private:
+    // One library under two spellings of its path is loaded once by the system and has two entries
+    // here, which does no harm.
     platform::LoadedLibrary Find(const std::wstring& path) {
         const std::lock_guard lock(mutex_);
         const auto found = libraries_.find(path);
@@ -134,6 +159,8 @@ private:
     std::map<std::wstring, platform::LoadedLibrary> libraries_;
 };
 
+// Settings, jobs and machine have no default of the same kind: the first two are loaded when they
+// are asked for and the third is made by those who need it.
 struct Seams {
     Seam<IClock, SystemClock> clock;
     Seam<IFreeSpace, VolumeSpace> freeSpace;
@@ -156,6 +183,7 @@ ZEL::TobResult Open(std::atomic<Interface*>& injected, const wchar_t* component,
     if (out == nullptr)
         return ZEL::TOBERR_INVALID_ARG;
     *out = injected.load(std::memory_order_acquire);
+    // The host keeps an injected service alive for as long as it may be asked for.
     if (*out != nullptr) {
         (*out)->AddRef();
         return ZEL::TOB_OK;
@@ -219,6 +247,7 @@ void SetObjectLoader(IObjectLoader* replacement) noexcept {
 
 ZEL::TobResult LoadInstalledObject(const std::wstring& name, const ZEL::GUID& objectId,
                                    const ZEL::GUID& iid, void** out) noexcept {
+    // The longest path that every system's loader takes.
     constexpr std::size_t mostCharacters = 259;
     if (out == nullptr)
         return ZEL::TOBERR_INVALID_ARG;

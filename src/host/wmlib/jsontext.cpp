@@ -3,6 +3,7 @@
 namespace wm {
 
 std::string JsonString(std::string_view utf8) {
+    // For control characters alone, so that two digits after a fixed start are enough.
     constexpr const char* digits = "0123456789abcdef";
     std::string out;
     out.reserve(utf8.size() + 2);

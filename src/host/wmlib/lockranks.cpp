@@ -5,6 +5,11 @@
 
 #include "common/lock.h"
 
+// The check of lock ranks, for debug builds. Each thread keeps the locks that it holds in an array
+// of its own, so that the check takes no lock and no memory, and is itself no part of the order
+// that it checks. It aborts rather than reports: an inversion is a mistake of the program, and the
+// stack of this moment is what tells where.
+
 namespace wm::detail {
 
 namespace {
@@ -14,6 +19,7 @@ struct HeldLock {
     const void* lock;
 };
 
+// Far above what a path takes; more would be a leak of a holder.
 constexpr int mostHeld = 32;
 thread_local HeldLock held[mostHeld];
 thread_local int heldCount = 0;
@@ -26,6 +32,8 @@ thread_local int heldCount = 0;
 
 }  // namespace
 
+// A recursive lock that this thread holds already is pushed once more without a check, so that each
+// release takes one entry away.
 void PushRank(LockRank rank, const void* lock, bool again) noexcept {
     bool alreadyMine = false;
     for (int i = 0; i < heldCount; ++i)
@@ -40,6 +48,7 @@ void PushRank(LockRank rank, const void* lock, bool again) noexcept {
     held[heldCount++] = {rank, lock};
 }
 
+// The latest entry of the lock: holders mostly end in the reverse of their order, but need not.
 void PopRank(const void* lock) noexcept {
     for (int i = heldCount - 1; i >= 0; --i) {
         if (held[i].lock != lock)

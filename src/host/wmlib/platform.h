@@ -10,6 +10,10 @@
 #include "common/itobfactory.h"
 
 // What differs between systems. Each system has a folder of its own that defines all of this.
+//
+// Routines here take UTF-8 and throw only for want of memory. An error carries the number that
+// Win32Code understands; the rules on links and on times of reading are those of
+// common/filesystem.h.
 namespace wm::platform {
 
 // Cut to what the system allows.

@@ -4,6 +4,11 @@
 #include "common/hostservices.h"
 #include "common/trace.h"
 
+// The way of reports and traces to the host's sinks. Each sink is one pointer, read without a lock:
+// reports come from under locks of any rank, and a trace that nobody takes must cost next to
+// nothing. What goes wrong while a report is made is traced and otherwise dropped, since the
+// routine that reports has a fault of its own to deal with.
+
 namespace wm {
 
 namespace {
@@ -50,6 +55,7 @@ void ReportError(ZEL::HRESULT code, const char* label, Place place) noexcept {
 
 void ReportError(ZEL::HRESULT code, const char* label, const char* detailName, const char* detail,
                  Place place) noexcept {
+    // Nothing is put together that nobody will hear.
     if (reportSink.load(std::memory_order_acquire) == nullptr)
         return;
     try {

@@ -1,5 +1,9 @@
 #include "common/result.h"
 
+// From the object model's codes to results. The order of the rows is part of the rule: one of the
+// tables is cut off after a row, so a code that stands further down is unknown to it though another
+// table has it.
+
 namespace ZEL {
 
 namespace {
@@ -21,6 +25,7 @@ constexpr Row rows[] = {
     {0x8000020F, 0x80070570}, {0x80000213, 0x80071A90}, {0x80000205, 0x8000FFFF},
     {0x80000201, 0x80028CA0},
 };
+// Itself still in that table.
 constexpr std::uint32_t lastRowOfSettings = 0x8000020F;
 
 constexpr bool LeftOutForLoader(std::uint32_t code) {

@@ -3,6 +3,9 @@
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 
+// One value at a time, with the key opened and released around it: nothing is kept between two
+// questions, so each one sees what was stored last.
+
 namespace wm {
 
 using namespace ZEL;
@@ -26,6 +29,7 @@ TobResult OpenSettingsKey::PutBack() {
     return manager_->PutBack(key_.Get());
 }
 
+// The caller's value is touched last: a failure half-way leaves the default that he put there.
 HRESULT ReadSetting(const wchar_t* keyPath, const wchar_t* name, std::uint32_t* value) {
     OpenSettingsKey open;
     TobResult result = open.Open(keyPath);

@@ -5,12 +5,28 @@
 #include <cstdint>
 #include <type_traits>
 
+// The one place where text changes its encoding. It is strict in both directions, so that what was
+// accepted converts back to the same bytes: two spellings of one name, of which only one is
+// canonical, would make two keys, and a surrogate that was let through once could be neither shown
+// nor converted later. Refused are bytes that start or continue nothing, forms longer than needed,
+// surrogates, halves of pairs and values beyond the last code point.
+//
+// Text is converted on the path of every record and every result, and nearly all of it is ASCII. So
+// each conversion goes from run to run: the end of the ASCII run is found sixteen units at a time,
+// by a loop that compilers turn into a few vector instructions, the run is copied with widening or
+// narrowing alone, and only what stands between runs is taken apart by code points. The slow way is
+// taken for one code point at a time; after it the next run is looked for anew.
+//
+// Wide text has 16 or 32 bits to a unit, by the system. UTF-8 never has fewer bytes than either has
+// units, which is why room for as many units as bytes is always enough.
+
 namespace wm {
 
 namespace {
 
 constexpr bool wideIs16Bit = sizeof(wchar_t) == 2;
 constexpr std::uint32_t lastCodePoint = 0x10FFFF;
+// No code point has this value.
 constexpr std::uint32_t malformed = 0xFFFFFFFF;
 constexpr std::uint32_t replacement = 0xFFFD;
 
@@ -35,6 +51,8 @@ std::size_t AsciiEnd(std::basic_string_view<Unit> text, std::size_t at) noexcept
     return at;
 }
 
+// Sized once and then written through pointers: appending by characters would check the room for
+// each.
 template <typename From, typename To>
 void AppendAscii(std::basic_string_view<From> run, std::basic_string<To>& out) {
     const std::size_t length = out.size();
@@ -63,6 +81,7 @@ void AppendUtf8(std::uint32_t c, std::string& out) {
     }
 }
 
+// Gives the place after what was written.
 wchar_t* PutWide(std::uint32_t c, wchar_t* out) noexcept {
     if constexpr (wideIs16Bit) {
         if (c >= 0x10000) {
@@ -74,6 +93,8 @@ wchar_t* PutWide(std::uint32_t c, wchar_t* out) noexcept {
     return out;
 }
 
+// wchar_t has a sign on some systems, and a unit with the top bit set must not become a negative
+// number that passes as small.
 constexpr std::uint32_t UnitOf(wchar_t c) {
     return static_cast<std::make_unsigned_t<wchar_t>>(c);
 }
@@ -92,6 +113,9 @@ std::uint32_t NextWide(std::wstring_view text, std::size_t& at) {
     return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
 }
 
+// Of a form of several bytes `at` moves on only when all of them fit, so that a cut-off one takes
+// its lead byte alone with it. The bounds of the lead byte exclude the two-byte forms that are too
+// long and those beyond the last code point by far; the rest is checked by the value.
 std::uint32_t NextUtf8(std::string_view bytes, std::size_t& at) {
     const auto lead = static_cast<unsigned char>(bytes[at]);
     ++at;
@@ -116,6 +140,7 @@ std::uint32_t NextUtf8(std::string_view bytes, std::size_t& at) {
 
 }  // namespace
 
+// The memory that `out` has is used again; a caller that converts many texts passes the same one.
 bool ToUtf8(std::wstring_view text, std::string& out) {
     out.clear();
     for (std::size_t at = 0; at < text.size();) {
@@ -168,6 +193,7 @@ bool IsUtf8(std::string_view bytes) noexcept {
     return true;
 }
 
+// Well-formed text, the usual case, takes the fast way; only other text is gone through again.
 std::string ToUtf8Lossy(std::wstring_view text) {
     std::string out;
     if (ToUtf8(text, out))

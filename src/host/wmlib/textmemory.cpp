@@ -4,6 +4,16 @@
 #include <new>
 #include <utility>
 
+// Spare memory of each thread for the texts of records. Two blocks are kept, in the order in which
+// they were freed, and only on threads that have made such a text: a thread that merely drops
+// results would otherwise hold memory for nothing. A block is given to any text that fits and does
+// not waste too much of it; sizes are rounded, so that records of nearly the same length share
+// blocks.
+//
+// Blocks belong to threads, not to texts: one that was made here and freed there becomes the other
+// thread's spare. There is no lock and nothing to tidy up, and what a thread can hold back is
+// bounded by two blocks of the greatest size.
+
 namespace wm {
 
 namespace {
@@ -37,6 +47,7 @@ struct Spares {
 
 thread_local Spares spares;
 // A text may be freed by what ends after the thread's spare memory.
+// A plain flag needs no destructor and so can be read until the very end of the thread.
 thread_local bool threadEnds = false;
 
 Spares::~Spares() {
@@ -45,6 +56,7 @@ Spares::~Spares() {
         ::operator delete(block.memory);
 }
 
+// Asked with the size that was wanted and again with the one that was taken.
 bool IsKept(std::size_t bytes) noexcept {
     return keepsMemory && bytes >= smallestKept && bytes <= largestKept && !threadEnds;
 }
@@ -61,6 +73,7 @@ Block* FindSpare(std::size_t bytes) noexcept {
 
 }  // namespace
 
+// The caller keeps the size beside the text and gives it back when he frees it.
 void* AllocateTextMemory(std::size_t* bytes) noexcept {
     if (IsKept(*bytes)) {
         spares.makesTexts = true;
@@ -73,6 +86,7 @@ void* AllocateTextMemory(std::size_t* bytes) noexcept {
     return ::operator new(*bytes, std::nothrow);
 }
 
+// The block freed longest ago makes room.
 void FreeTextMemory(void* memory, std::size_t bytes) noexcept {
     if (IsKept(bytes) && spares.makesTexts) {
         Block& first = spares.blocks[0];

@@ -2,6 +2,9 @@
 
 #include <cstdio>
 
+// The calendar is the standard library's, not the C library's: that one reads the environment,
+// takes a lock and differs between systems in the years that it knows.
+
 namespace wm {
 
 SystemTime ToSystemTime(std::chrono::sys_time<std::chrono::milliseconds> point) noexcept {

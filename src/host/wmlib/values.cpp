@@ -10,6 +10,10 @@
 #include "common/textbridge.h"
 #include "host/wmlib/textmemory.h"
 
+// The values that cross the public boundary: texts, records and lists of both. Every result of a
+// query is one of these texts, so a text takes one allocation, with its characters after the
+// object, and converts into that directly. Records and lists are few and simple.
+
 namespace wm {
 
 namespace {
@@ -17,6 +21,8 @@ namespace {
 using namespace ZEL;
 
 // The characters stand right behind the object, in the same allocation.
+// The room is that of the longest the text can become; what a conversion leaves unused goes back
+// with the object, soon enough.
 class StringValue final : public TobObjectOf<IStringValue, iidStringValue> {
 public:
     // With one reference; null when memory runs out.
@@ -40,6 +46,8 @@ public:
         *out = nullptr;
         return false;
     }
+    // The usual form would get the object after its destructor, when its size can't be read any
+    // more.
     static void operator delete(StringValue* value, std::destroying_delete_t) {
         const std::size_t bytes = value->bytes_;
         value->~StringValue();

@@ -10,6 +10,16 @@
 #include "common/trace.h"
 #include "platform.h"
 
+// A timer with a thread of its own, which sleeps for a period, calls and sleeps again. The thread
+// is detached and shares the state with the object, since a callback may stop or destroy its own
+// timer and nobody can wait for a thread from within it.
+//
+// Stop promises that no callback runs once it has returned. It sets a flag, wakes the sleep and
+// waits until the thread says that it has ended; the flag is looked at under the lock after each
+// sleep, so that no call is decided on once it is set, and one that was is waited for. Somebody
+// else may start the timer again while Stop waits: the number of the run tells that the one that
+// was to end has ended.
+
 namespace wm {
 
 struct RegisteredWaitTimer::State {
@@ -31,6 +41,7 @@ void RegisteredWaitTimer::State::Tick(std::uint32_t periodMs) {
     const std::chrono::milliseconds period(periodMs);
     std::unique_lock lock(mutex);
     while (!changed.wait_for(lock, period, [this] { return stopping; })) {
+        // A copy, so that Create from within the callback does not destroy what is running.
         const std::function<void()> call = callback;
         lock.unlock();
         try {
@@ -40,6 +51,7 @@ void RegisteredWaitTimer::State::Tick(std::uint32_t periodMs) {
         }
         lock.lock();
     }
+    // Others may go on from here; the thread's own share keeps the state alive until it is through.
     active = false;
     thread = {};
     changed.notify_all();
@@ -67,6 +79,7 @@ bool RegisteredWaitTimer::Start(std::uint32_t periodMs) {
         return false;
     }
     try {
+        // The new thread first takes the lock that is held here, so it sees the state complete.
         std::thread thread([state, periodMs] { state->Tick(periodMs); });
         state->active = true;
         state->stopping = false;

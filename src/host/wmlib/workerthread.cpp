@@ -6,6 +6,11 @@
 
 #include "platform.h"
 
+// A thread that can be started again and waited for by several. It is detached: waiting goes by a
+// condition and not by joining, which only one thread may do and never the thread itself. The end
+// is told under the lock, as the last thing that the thread does with the state, and the state is
+// shared, so that it does not matter whether the object or the thread goes first.
+
 namespace wm {
 
 // Shared with the thread, which may outlive the object when the object is destroyed by its own
@@ -36,6 +41,8 @@ bool WorkerThread::Start(std::function<ZEL::HRESULT()> body) {
         return false;
     state->stopRequested = false;
     try {
+        // The lock is held until the thread's number and handle are stored; a body that ends at
+        // once waits for it before it tells.
         std::thread thread([state, body = std::move(body)]() mutable {
             ZEL::HRESULT result = ZEL::hr::unexpected;
             try {
@@ -81,6 +88,7 @@ bool WorkerThread::StopRequested() const noexcept {
 void WorkerThread::Wait() noexcept {
     const std::shared_ptr<State> state = state_;
     std::unique_lock lock(state->mutex);
+    // Waiting for oneself would never end.
     if (state->id == std::this_thread::get_id())
         return;
     const std::uint64_t run = state->runs;
