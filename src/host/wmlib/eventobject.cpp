@@ -16,7 +16,6 @@
 // takes stays. The lock is held for a few instructions only and nothing else is taken under it.
 //
 // A wait allocates nothing: threads that must go on when memory runs out sleep here.
-
 //
 // A wait over several events looks at them and enters their lists under the same lock under which
 // they are set. So a setting is either seen by the look or finds the waiter in the list: there is
@@ -31,6 +30,7 @@
 //
 // A wait whose time runs out looks once more before it says so: a setting that came with the last
 // moment is taken rather than left.
+
 namespace wm {
 
 namespace {
@@ -40,8 +40,8 @@ struct Waiter {
     std::condition_variable wake;
 };
 
-// A waiter's entry in the list of one event; lives in the waiter's own frame.
-// Doubly linked, so that leaving takes the same few instructions however many wait.
+// A waiter's entry in the list of one event; lives in the waiter's own frame. Doubly linked, so
+// that leaving takes the same few instructions however many wait.
 struct Entry {
     Waiter* waiter = nullptr;
     Entry* previous = nullptr;
@@ -81,9 +81,8 @@ Table& Events() {
     return *table;
 }
 
-// The events of one wait, kept alive by it.
-// An array of the greatest size stands in the frame: about a kilobyte for a wait that needs no
-// memory.
+// The events of one wait, kept alive by it. An array of the greatest size stands in the frame:
+// about a kilobyte for a wait that needs no memory.
 struct EventList {
     std::array<std::shared_ptr<Event>, mostWaitHandles> events;
     std::size_t count = 0;

@@ -33,9 +33,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// False for what can't be a path. The system would end it at a NUL and take another one.
-// The native form on POSIX is UTF-8, whatever the process's locale: the locale's own conversion
-// would name another file.
+// False for what can't be a path. The system would end it at a NUL and take another one. The native
+// form on POSIX is UTF-8, whatever the process's locale: the locale's own conversion would name
+// another file.
 bool ToPath(const std::wstring& text, fs::path& path) {
     std::string narrow;
     if (!ToUtf8(text, narrow) || narrow.find('\0') != std::string::npos)
@@ -48,9 +48,8 @@ ZEL::HRESULT ToResult(const std::error_code& error) {
     return error ? ZEL::FromWin32(platform::Win32Code(error.value())) : ZEL::hr::ok;
 }
 
-// What `operation` gives for a path that is one.
-// All that can be thrown here is want of memory: the operations take the overloads that give an
-// error code.
+// What `operation` gives for a path that is one. All that can be thrown here is want of memory: the
+// operations take the overloads that give an error code.
 template <typename Operation>
 ZEL::HRESULT OnPath(const std::wstring& path, Operation&& operation) noexcept {
     try {

@@ -30,9 +30,9 @@ namespace wm {
 
 namespace {
 
-// One seam: the host's replacement, when there is one, else the default.
-// The default is part of the seam and is never destroyed, so a thread that has just read the
-// pointer always has something to call.
+// One seam: the host's replacement, when there is one, else the default. The default is part of the
+// seam and is never destroyed, so a thread that has just read the pointer always has something to
+// call.
 template <typename Interface, typename Default>
 class Seam {
 public:

@@ -46,8 +46,8 @@ struct Spares {
 };
 
 thread_local Spares spares;
-// A text may be freed by what ends after the thread's spare memory.
-// A plain flag needs no destructor and so can be read until the very end of the thread.
+// A text may be freed by what ends after the thread's spare memory. A plain flag needs no
+// destructor and so can be read until the very end of the thread.
 thread_local bool threadEnds = false;
 
 Spares::~Spares() {

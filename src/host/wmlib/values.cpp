@@ -20,9 +20,9 @@ namespace {
 
 using namespace ZEL;
 
-// The characters stand right behind the object, in the same allocation.
-// The room is that of the longest the text can become; what a conversion leaves unused goes back
-// with the object, soon enough.
+// The characters stand right behind the object, in the same allocation. The room is that of the
+// longest the text can become; what a conversion leaves unused goes back with the object, soon
+// enough.
 class StringValue final : public TobObjectOf<IStringValue, iidStringValue> {
 public:
     // With one reference; null when memory runs out.

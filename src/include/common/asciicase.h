@@ -19,8 +19,8 @@ inline void MakeUpperAscii(std::string& text) noexcept {
         c = ToUpperAscii(c);
 }
 
-// Both arguments are texts, or views of them, of the same kind of character.
-// An empty start begins every text.
+// Both arguments are texts, or views of them, of the same kind of character. An empty start begins
+// every text.
 template <typename Text>
 bool StartsWithNoCase(const Text& text, std::basic_string_view<typename Text::value_type> start) {
     return text.size() >= start.size() &&

@@ -8,10 +8,10 @@
 namespace ZEL {
 
 // Runs a public operation's body and turns what it throws into the two fixed codes: nothing is
-// thrown across an interface.
-// What was thrown is traced with its text, since the code alone does not tell it. Everything that
-// the body took must be held by objects that free it as the stack unwinds, and what it changed must
-// be whole at each point where it may throw: nothing is undone here.
+// thrown across an interface. What was thrown is traced with its text, since the code alone does
+// not tell it. Everything that the body took must be held by objects that free it as the stack
+// unwinds, and what it changed must be whole at each point where it may throw: nothing is undone
+// here.
 //
 // The object model's operations, which answer with TobResult, and services with codes of their own
 // have guards of their own.

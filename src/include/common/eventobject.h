@@ -9,8 +9,8 @@
 namespace ZEL {
 
 // Names an event of wmLib. Null and the invalid value name none; a handle whose event was closed
-// names none either, and is never given out again while a thread still waits on it.
-// It is a number in the place of a pointer and points at nothing.
+// names none either, and is never given out again while a thread still waits on it. It is a number
+// in the place of a pointer and points at nothing.
 using HANDLE = void*;
 
 inline HANDLE InvalidHandle() noexcept {

@@ -18,8 +18,7 @@ namespace wm {
 
 // `directory` and `name`, with one separator of the platform between them.
 WMLIB_API std::wstring JoinPath(const std::wstring& directory, std::wstring_view name);
-// What stands behind the last separator.
-// Empty for a path that ends in a separator.
+// What stands behind the last separator. Empty for a path that ends in a separator.
 WMLIB_API std::wstring LastPathComponent(const std::wstring& path);
 
 // Follows a link at `path` itself.
@@ -54,8 +53,8 @@ WMLIB_API ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* total
 // for modes says. What is there already stays as it is and is success; a file has to be regular.
 WMLIB_API ZEL::HRESULT MakePrivateFile(const std::wstring& path) noexcept;
 WMLIB_API ZEL::HRESULT MakePrivateFolder(const std::wstring& path) noexcept;
-// Gives a file or folder another name, on the same volume.
-// A file that has the new name already is replaced; a folder only when it is empty.
+// Gives a file or folder another name, on the same volume. A file that has the new name already is
+// replaced; a folder only when it is empty.
 WMLIB_API ZEL::HRESULT Rename(const std::wstring& from, const std::wstring& to) noexcept;
 // The logical size in bytes, 0 on failure. Follows a link at `path` itself.
 WMLIB_API ZEL::HRESULT FileSize(const std::wstring& path, std::uint64_t* bytes) noexcept;

@@ -20,9 +20,9 @@ constexpr bool AreDigits(std::basic_string_view<Char> text) noexcept {
 }
 }  // namespace detail
 
-// YYYYMMDD, or YYYYMMDDnnn with the number of a further database.
-// The date is not checked against the calendar here: a name such as 20261399 is a database's by its
-// form, and whoever makes a date of it finds out.
+// YYYYMMDD, or YYYYMMDDnnn with the number of a further database. The date is not checked against
+// the calendar here: a name such as 20261399 is a database's by its form, and whoever makes a date
+// of it finds out.
 template <typename Char>
 constexpr bool IsDatabaseName(std::basic_string_view<Char> name) noexcept {
     constexpr std::size_t date = 8, dateAndNumber = 11;

@@ -44,8 +44,8 @@ constexpr std::uint32_t HexNumber(const char* text, int digits) {
 }
 }  // namespace detail
 
-// The identifier written as "1A8B6619-443B-4B5D-9755-C50696B237C6"; checked by the compiler.
-// The hyphens are skipped by position. The printed form has the last eight bytes in their order in
+// The identifier written as "1A8B6619-443B-4B5D-9755-C50696B237C6"; checked by the compiler. The
+// hyphens are skipped by position. The printed form has the last eight bytes in their order in
 // memory, and the three integers with their highest digit first.
 consteval GUID MakeGuid(const char (&text)[37]) {
     GUID guid;

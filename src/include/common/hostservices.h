@@ -24,10 +24,9 @@
 // so opening them gives a result.
 namespace wm {
 
-// Called by any thread, also under locks of the store.
-// Two clocks, since each is wrong for the other's use. UtcNow gives times that are stored and
-// shown, and jumps when somebody sets the clock. TickCount64 only ever grows; waiting, ages and due
-// times go by it.
+// Called by any thread, also under locks of the store. Two clocks, since each is wrong for the
+// other's use. UtcNow gives times that are stored and shown, and jumps when somebody sets the
+// clock. TickCount64 only ever grows; waiting, ages and due times go by it.
 class IClock {
 public:
     virtual ~IClock() = default;
@@ -88,8 +87,8 @@ WMLIB_API void SetObjectLoader(IObjectLoader* replacement) noexcept;
 WMLIB_API ZEL::TobResult LoadInstalledObject(const std::wstring& name, const ZEL::GUID& objectId,
                                              const ZEL::GUID& iid, void** out) noexcept;
 
-// The settings service with a new reference: the injected one, else the one of wmSet.
-// On failure `*out` is null. Without the component's file the result is the loader's.
+// The settings service with a new reference: the injected one, else the one of wmSet. On failure
+// `*out` is null. Without the component's file the result is the loader's.
 WMLIB_API ZEL::TobResult OpenSettings(ZEL::ISettingsManager** out) noexcept;
 // The pointer is lent, so it is to be taken back, with null, before the object goes.
 WMLIB_API void SetSettings(ZEL::ISettingsManager* replacement) noexcept;
@@ -105,9 +104,8 @@ class IMachineDescription;
 WMLIB_API IMachineDescription* InjectedMachine() noexcept;
 WMLIB_API void SetMachine(IMachineDescription* replacement) noexcept;
 
-// Null brings silence back.
-// A sink must stay alive after it was replaced until no thread can be in it any more: a call that
-// has begun is not waited for.
+// Null brings silence back. A sink must stay alive after it was replaced until no thread can be in
+// it any more: a call that has begun is not waited for.
 WMLIB_API void SetErrorReportSink(IErrorReportSink* sink) noexcept;
 WMLIB_API void SetTraceSink(ITraceSink* sink) noexcept;
 

@@ -14,8 +14,8 @@ namespace ZEL {
 // is refused there with an error rather than stored in part.
 class IStringValue : public ITobBase {
 public:
-    // Number of characters. `reserved` is 0.
-    // Without the terminating zero. On Windows a character beyond U+FFFF counts 2.
+    // Number of characters. `reserved` is 0. Without the terminating zero. On Windows a character
+    // beyond U+FFFF counts 2.
     virtual std::size_t GetLength(int reserved) = 0;
     // Zero-terminated; lives as long as the object.
     virtual const wchar_t* GetText() = 0;
@@ -30,8 +30,8 @@ inline constexpr GUID iidStringValue = MakeGuid("5D0B7C52-31B4-4F0A-9C7D-6A0C8E4
 
 namespace wm {
 
-// A new string value with one reference, or null when memory runs out or `text` is null.
-// The text is copied. Nothing checks that it is well-formed.
+// A new string value with one reference, or null when memory runs out or `text` is null. The text
+// is copied. Nothing checks that it is well-formed.
 WMLIB_API ZEL::IStringValue* CreateStringValue(const wchar_t* text) noexcept;
 // The same for a text with a known length; it ends at its first NUL, like a zero-terminated one.
 WMLIB_API ZEL::IStringValue* CreateStringValue(std::wstring_view text) noexcept;

@@ -49,8 +49,8 @@ private:
     std::atomic<std::int64_t> count_{0};
 };
 
-// What every public object shares: its count, and its place in the module's live-object counter.
-// A new object's count is 0: it is of nobody until somebody adds a reference, and can be deleted
+// What every public object shares: its count, and its place in the module's live-object counter. A
+// new object's count is 0: it is of nobody until somebody adds a reference, and can be deleted
 // without one, as a factory does when the object lacks the interface that was asked for.
 template <typename RefCount>
 class ITobBaseImpl {
@@ -109,9 +109,8 @@ public:
         return owner;
     }
 
-    // As SetOwner, after the owner was told; when it refuses, the former one stays.
-    // Use this one for an owner that counts modules, as the last Release tells it of the module in
-    // any case.
+    // As SetOwner, after the owner was told; when it refuses, the former one stays. Use this one
+    // for an owner that counts modules, as the last Release tells it of the module in any case.
     virtual TobResult AttachOwner(ITobBase* owner) {
         if (owner != nullptr) {
             const TobResult told = static_cast<IObjectOwner*>(owner)->AddRefModule(ModuleHandle());
@@ -123,17 +122,16 @@ public:
     }
 
 protected:
-    // The identifier of an interface, and the face that answers it.
-    // A face is the object as one of its interfaces: with several bases each has an address of its
-    // own, so the cast is made where the class is known.
+    // The identifier of an interface, and the face that answers it. A face is the object as one of
+    // its interfaces: with several bases each has an address of its own, so the cast is made where
+    // the class is known.
     struct Face {
         GUID iid;
         void* face;
     };
 
-    // Body of QueryInterface; the all-zero identifier gives the first face.
-    // A class lists its first interface first. The reference is added through the object, so all
-    // faces share one count.
+    // Body of QueryInterface; the all-zero identifier gives the first face. A class lists its first
+    // interface first. The reference is added through the object, so all faces share one count.
     template <std::size_t n>
     TobResult Answer(const GUID& iid, void** out, const Face (&faces)[n]) {
         if (out == nullptr)
@@ -153,9 +151,8 @@ private:
     CountedPtr<ITobBase> owner_;
 };
 
-// A public object with one interface.
-// Most objects of the store and its services are of this kind. `interfaceId` has to be the constant
-// of `Interface`; nothing checks it.
+// A public object with one interface. Most objects of the store and its services are of this kind.
+// `interfaceId` has to be the constant of `Interface`; nothing checks it.
 template <typename Interface, const GUID& interfaceId>
 class TobObjectOf : public TobObject<Interface> {
 public:
@@ -206,8 +203,7 @@ public:
 };
 
 // Body of a component's GetFactory, for the class that was asked for: a new factory with one
-// reference.
-// On failure `*factory` stays as it was.
+// reference. On failure `*factory` stays as it was.
 template <typename T>
 TobResult GiveFactory(ITobFactory** factory) noexcept {
     auto* const made = new (std::nothrow) CTobFactoryImpl<T>();

@@ -4,9 +4,8 @@
 
 namespace ZEL {
 
-// Makes objects of one class.
-// A factory keeps nothing of the objects that it made, and they need it no longer. May be used by
-// several threads at once.
+// Makes objects of one class. A factory keeps nothing of the objects that it made, and they need it
+// no longer. May be used by several threads at once.
 class ITobFactory : public ITobBase {
 public:
     // Makes an object and gives its face for `iid` with one reference. On failure `*out` is null
@@ -35,9 +34,9 @@ protected:
 // that the loader knows when the module may be unloaded.
 class IObjectOwner : public ITobBase {
 public:
-    // Both get the handle of the library that holds the object's code.
-    // ReleaseModule comes after the object's destructor has run, from the thread that released it,
-    // and has to leave the library loaded until that thread is out of its code.
+    // Both get the handle of the library that holds the object's code. ReleaseModule comes after
+    // the object's destructor has run, from the thread that released it, and has to leave the
+    // library loaded until that thread is out of its code.
     virtual TobResult ReleaseModule(void* moduleHandle) = 0;
     virtual TobResult AddRefModule(void* moduleHandle) = 0;
 
@@ -48,8 +47,8 @@ protected:
 inline constexpr GUID iidTobFactory = MakeGuid("00000001-0000-0000-0000-000000000000");
 inline constexpr GUID iidTobFactory2 = MakeGuid("AE9A53F3-AF14-4C9D-A26E-77B5D287A9CF");
 
-// The exports of a loadable component, for those who look them up by name.
-// `*factory` gets one reference. An identifier that the component does not know is a failure.
+// The exports of a loadable component, for those who look them up by name. `*factory` gets one
+// reference. An identifier that the component does not know is a failure.
 using GetFactoryFunction = TobResult (*)(const GUID& objectId, ITobFactory** factory);
 // How many objects of the component live; 0 says that it may be unloaded.
 using GetObjectCountFunction = std::uint32_t (*)();

@@ -9,14 +9,14 @@ namespace ZEL {
 class IValueRecord : public ITobBase {
 public:
     virtual std::size_t Count() = 0;
-    // Text at `index` without a new reference; null when there is none or it is a number.
-    // It lives as long as the record holds it: add a reference to keep it for longer.
+    // Text at `index` without a new reference; null when there is none or it is a number. It lives
+    // as long as the record holds it: add a reference to keep it for longer.
     virtual IStringValue* GetText(std::size_t index) = 0;
-    // Number at `index`; false when there is none or it is a text.
-    // `*number` stays as it was on failure.
+    // Number at `index`; false when there is none or it is a text. `*number` stays as it was on
+    // failure.
     virtual bool GetNumber(std::size_t index, std::uint32_t* number) = 0;
-    // Both append one value; false when memory runs out or `text` is null.
-    // The record adds a reference to a text. On failure it is as it was.
+    // Both append one value; false when memory runs out or `text` is null. The record adds a
+    // reference to a text. On failure it is as it was.
     virtual bool AddText(IStringValue* text) = 0;
     virtual bool AddNumber(std::uint32_t number) = 0;
 
@@ -24,15 +24,15 @@ protected:
     ~IValueRecord() = default;
 };
 
-// An ordered list of string values (a batch of query results) or of records (database errors).
-// Not for use by several threads at once.
+// An ordered list of string values (a batch of query results) or of records (database errors). Not
+// for use by several threads at once.
 //
 // Not every list is of one kind: an index counts both. Whoever is handed a collection may keep it,
 // with a reference of its own, until he has read it.
 class IValueCollection : public ITobBase {
 public:
-    // Appends with a reference of its own; false when memory runs out or the argument is null.
-    // The list is as it was on failure.
+    // Appends with a reference of its own; false when memory runs out or the argument is null. The
+    // list is as it was on failure.
     virtual bool Add(IStringValue* value) = 0;
     virtual bool AddRecord(IValueRecord* record) = 0;
     virtual std::size_t Count() = 0;

@@ -32,7 +32,6 @@ inline constexpr std::int32_t failed = 8;
 
 }  // namespace ZEL
 
-//
 namespace wmJobMgr {
 
 // Hears of every job's changes, on a thread of the job manager. Called in the order of the changes,
@@ -57,8 +56,8 @@ inline constexpr ZEL::GUID iidStatusCallback =
 
 namespace ZEL {
 
-// One value of a trigger. Most have one part; a time of day has three.
-// Each part is a number without a sign; parts that a value does not use are 0.
+// One value of a trigger. Most have one part; a time of day has three. Each part is a number
+// without a sign; parts that a value does not use are 0.
 struct JobTriggerValue {
     std::uint32_t part[3] = {};
     friend bool operator==(const JobTriggerValue&, const JobTriggerValue&) = default;
@@ -81,8 +80,8 @@ inline constexpr std::uint32_t periodic = 1;
 inline constexpr std::uint32_t daily = 2;
 }  // namespace jobTrigger
 
-// A job as its manager has it stored: what was made last by Save before it was asked for.
-// A copy: later calls of Save do not change it. For any thread.
+// A job as its manager has it stored: what was made last by Save before it was asked for. A copy:
+// later calls of Save do not change it. For any thread.
 class IJobDefinition : public ITobBase {
 public:
     virtual HRESULT GetEnabled(bool* enabled) = 0;
@@ -96,9 +95,8 @@ protected:
 
 // One job of the manager. May be used by any thread. Changes to its flag and its triggers are seen
 // by who asks this object; they take effect, and are stored, with Save. A null output gives
-// 0x80070057.
-// An operation that fails changes nothing. The working copy of flag and triggers is the job's own:
-// two users who change it before either saves see each other's changes.
+// 0x80070057. An operation that fails changes nothing. The working copy of flag and triggers is the
+// job's own: two users who change it before either saves see each other's changes.
 class IJob : public ITobBase {
 public:
     virtual HRESULT GetId(GUID* id) = 0;
@@ -111,9 +109,8 @@ public:
     // A job that is not enabled starts no runs by itself.
     virtual HRESULT GetEnabled(bool* enabled) = 0;
     virtual HRESULT SetEnabled(bool enabled) = 0;
-    // wmJobMgr keeps what is stored until the process ends.
-    // It also counts the schedule anew from now, which drops a moved run. A run in progress goes
-    // on.
+    // wmJobMgr keeps what is stored until the process ends. It also counts the schedule anew from
+    // now, which drops a moved run. A run in progress goes on.
     virtual HRESULT Save() = 0;
     // Triggers count from 0; 0x80070490 when there is none of that number. A value that was never
     // set is 0 in all parts.
@@ -134,8 +131,8 @@ protected:
 };
 inline constexpr std::uint32_t jobRescheduleBoth = 3;
 
-// What an item of a list of jobs tells of itself. The same object is the job.
-// Ask an item for this interface by its identifier.
+// What an item of a list of jobs tells of itself. The same object is the job. Ask an item for this
+// interface by its identifier.
 class IJobInfo : public ITobBase {
 public:
     // Names are for finding and showing jobs, such as retentionJobName. They need not be unique;
@@ -147,8 +144,8 @@ protected:
 };
 inline constexpr GUID iidJobInfo = MakeGuid("587B391C-FE8A-40F7-8A41-564642473593");
 
-// The jobs that there were when it was asked for.
-// Items are not copied: each is the job itself, with its present state.
+// The jobs that there were when it was asked for. Items are not copied: each is the job itself,
+// with its present state.
 class IJobList : public ITobBase {
 public:
     virtual std::size_t Count() = 0;
@@ -165,9 +162,8 @@ protected:
 // There are no operations that remove a job: who has an IJob can count on it.
 class IJobManager : public ITobBase {
 public:
-    // One callback for all jobs; null removes it. The manager holds a reference.
-    // A former callback may still be in a call, or get one that was about to begin, when this
-    // returns.
+    // One callback for all jobs; null removes it. The manager holds a reference. A former callback
+    // may still be in a call, or get one that was about to begin, when this returns.
     virtual HRESULT SetStatusCallback(wmJobMgr::IStatusCallback* callback) = 0;
     // 0x80070490 when there is no such job.
     virtual HRESULT GetJob(const GUID& id, IJob** job) = 0;
@@ -186,14 +182,14 @@ protected:
 class IJobRegistry : public ITobBase {
 public:
     // What a job does. Called on the job's own thread, once for each run; `stop` is an event that
-    // is set when the run is asked to end. It and `context` stay in use until the process ends.
-    // A run that was asked to end may still finish its work and succeed. A failure becomes
+    // is set when the run is asked to end. It and `context` stay in use until the process ends. A
+    // run that was asked to end may still finish its work and succeed. A failure becomes
     // jobStatus::failed, and what it throws counts as one.
     using JobFunction = HRESULT (*)(void* context, HANDLE stop);
 
     // Makes a job, or gives one that is known already a new function; null leaves it with nothing
-    // to do. A null `name` keeps the present one.
-    // A run in progress keeps the function that it began with. The name is copied.
+    // to do. A null `name` keeps the present one. A run in progress keeps the function that it
+    // began with. The name is copied.
     virtual HRESULT RegisterJob(const GUID& id, const wchar_t* name, JobFunction run,
                                 void* context) = 0;
 

@@ -17,9 +17,8 @@
 namespace wm {
 
 // The order in which one thread may take locks: only upwards. A debug build aborts on an inversion
-// and names both locks.
-// Two locks of one rank exclude each other: neither may be taken under the other. Gaps are left for
-// new ones.
+// and names both locks. Two locks of one rank exclude each other: neither may be taken under the
+// other. Gaps are left for new ones.
 //
 // No lock is held while a host is called, save where a rank or a seam says so: a host has locks of
 // its own, of which the ranks know nothing.
@@ -50,8 +49,8 @@ enum class LockRank : int {
 namespace detail {
 #ifdef WM_CHECK_LOCK_RANKS
 // Aborts when this thread holds a lock of a rank that is not below `rank`. `again` says that a
-// recursive lock may already be held by this thread.
-// It is asked before the lock is taken, so that an inversion is named rather than hung on.
+// recursive lock may already be held by this thread. It is asked before the lock is taken, so that
+// an inversion is named rather than hung on.
 WMLIB_API void PushRank(LockRank rank, const void* lock, bool again) noexcept;
 // Locks may be released in any order.
 WMLIB_API void PopRank(const void* lock) noexcept;
@@ -86,9 +85,8 @@ private:
     const LockRank rank_;
 };
 
-// The same for places where one thread takes a lock again that it holds.
-// Taking it again passes the check of ranks, whatever else is held: the thread can't be made to
-// wait for it.
+// The same for places where one thread takes a lock again that it holds. Taking it again passes the
+// check of ranks, whatever else is held: the thread can't be made to wait for it.
 class CAPABILITY("lock") RecursiveLock {
 public:
     explicit RecursiveLock(LockRank rank) noexcept : rank_(rank) {}

@@ -66,8 +66,8 @@ public:
 
     // SID texts of the accounts with a profile, without those of services. Asked for each path.
     virtual ZEL::HRESULT ProfileSids(std::vector<std::wstring>& sids) = 0;
-    // The same accounts with all that is known of them. Slow: it may load each one's settings.
-    // Who asks keeps the answer.
+    // The same accounts with all that is known of them. Slow: it may load each one's settings. Who
+    // asks keeps the answer.
     virtual ZEL::HRESULT LoadUsers(std::vector<MachineUser>& users) = 0;
 
     // A folder of the machine, or of the calling account where each account has its own.

@@ -12,9 +12,9 @@
 
 namespace ZEL {
 
-// Result of a store operation: 32 bits and signed on every platform, negative for a failure.
-// It is a type of its own, so that it can neither be dropped in silence nor be mixed up with the
-// results of the object model (TobResult), whose success has another value.
+// Result of a store operation: 32 bits and signed on every platform, negative for a failure. It is
+// a type of its own, so that it can neither be dropped in silence nor be mixed up with the results
+// of the object model (TobResult), whose success has another value.
 enum class [[nodiscard]] HRESULT : std::int32_t{};
 
 // Result of an object-model operation (QueryInterface, CreateInstance, the exports).
@@ -62,9 +62,8 @@ constexpr std::uint32_t Bits(HRESULT result) noexcept {
     return static_cast<std::uint32_t>(result);
 }
 
-// The system's codes travel in the lower half of a result.
-// Codes above 0xFFFF are cut. A code of 0 would become a failure without a reason: ask whether
-// there is an error first.
+// The system's codes travel in the lower half of a result. Codes above 0xFFFF are cut. A code of 0
+// would become a failure without a reason: ask whether there is an error first.
 constexpr HRESULT FromWin32(std::uint32_t code) noexcept {
     return hr::Code(0x80070000U | (code & 0xFFFFU));
 }
@@ -97,14 +96,13 @@ constexpr bool Succeeded(TobResult result) noexcept {
     return !Failed(result);
 }
 
-// States that a result is dropped on purpose, and why.
-// A result that is dropped without it stops the build. The reason is for the reader: it says why a
-// failure needs no answer there.
+// States that a result is dropped on purpose, and why. A result that is dropped without it stops
+// the build. The reason is for the reader: it says why a failure needs no answer there.
 template <typename Result>
 constexpr void IgnoreResult(Result, const char* /*reason*/) noexcept {}
 
-// How much of the conversion table below applies. Callers differ on purpose.
-// Each of the three grew beside its callers, and hosts know the numbers that come out.
+// How much of the conversion table below applies. Callers differ on purpose. Each of the three grew
+// beside its callers, and hosts know the numbers that come out.
 enum class ResultTable {
     full,      // the component's own services
     settings,  // settings access: cut off behind the row of 0x8000020F

@@ -22,8 +22,8 @@ protected:
 };
 
 // The same; values can be taken out as well. Asked of a key by its identifier: a host's own
-// settings need not offer it.
-// Taking a value out is not writing 0: its reader then goes back to his default.
+// settings need not offer it. Taking a value out is not writing 0: its reader then goes back to his
+// default.
 class ISettingsKey2 : public ISettingsKey {
 public:
     // Lasts with PutBack. TOBERR_NOT_FOUND when the key has no such value.

@@ -16,12 +16,11 @@ namespace wm {
 // A key of the settings and the service that it came from. For one thread.
 class WMLIB_API OpenSettingsKey {
 public:
-    // The service's own failure, or that of the key.
-    // On failure there is no key, and nothing else may be called. A key that was open is closed
-    // first, and what was written through it and not put back is dropped.
+    // The service's own failure, or that of the key. On failure there is no key, and nothing else
+    // may be called. A key that was open is closed first, and what was written through it and not
+    // put back is dropped.
     ZEL::TobResult Open(const wchar_t* keyPath) noexcept;
-    // Makes what was written through the key last.
-    // The key stays open, with what was written.
+    // Makes what was written through the key last. The key stays open, with what was written.
     ZEL::TobResult PutBack();
 
     ZEL::ISettingsKey* operator->() const noexcept { return key_.Get(); }

@@ -28,8 +28,7 @@ public:
     virtual ~ITraceSink() = default;
     // Asked before each message.
     virtual bool Enabled(TraceLevel level) const noexcept = 0;
-    // `message` is valid during the call.
-    // Several threads may trace at once. It must not throw.
+    // `message` is valid during the call. Several threads may trace at once. It must not throw.
     virtual void OnTrace(const TraceMessage& message) noexcept = 0;
 };
 
@@ -40,8 +39,7 @@ public:
 WMLIB_API void Trace(const TraceId& id, ZEL::HRESULT code = ZEL::hr::ok,
                      std::string_view argument = {}, Place place = Place::Current()) noexcept;
 
-// Traces a result that is a failure, and gives it back.
-// A success passes through untouched.
+// Traces a result that is a failure, and gives it back. A success passes through untouched.
 inline ZEL::HRESULT Traced(ZEL::HRESULT result, const TraceId& id, std::string_view argument = {},
                            Place place = Place::Current()) noexcept {
     if (Failed(result))

@@ -24,8 +24,7 @@ public:
     RegisteredWaitTimer(const RegisteredWaitTimer&) = delete;
     RegisteredWaitTimer& operator=(const RegisteredWaitTimer&) = delete;
 
-    // False when memory runs out; LastError then tells the Win32 code.
-    // Stops a timer that ticks.
+    // False when memory runs out; LastError then tells the Win32 code. Stops a timer that ticks.
     bool Create(std::function<void()> callback);
     // The first call comes after one period. False when it ticks already, for a period of 0, before
     // Create, and without a thread.
