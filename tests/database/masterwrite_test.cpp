@@ -82,6 +82,8 @@ TEST_F(MasterWrite, FollowsTheClockAlsoBackwards) {
         ASSERT_EQ(Write(), hr::ok);
     }
     EXPECT_EQ(store.List(), (Names{"20260102", "09870102"}));
+    LevelDbInstanceProxy former(store.Folder("09870102"));
+    EXPECT_EQ(former.Hold(IfMissing::fail), hr::ok) << "the former one is let go";
     EXPECT_TRUE(Errors().empty());
 }
 
@@ -104,6 +106,26 @@ TEST_F(MasterWrite, GivesUpADatabaseWhoseDeviceFails) {
     EXPECT_EQ(error.lastResult, hr::deviceError);
     EXPECT_EQ(Write(), hr::ok) << "the next write starts anew";
     EXPECT_EQ(ScanAll().size(), 2u);
+}
+
+TEST_F(MasterWrite, GivesUpASilentDatabaseWhoseDeviceFails) {
+    const auto write = [&] {
+        RecordBatch silent{{Key("2026-11-12", 1) + "<silent_sequence>0000000001", "{}"}};
+        return db->WriteSilentRecords(silent);
+    };
+    ASSERT_EQ(write(), hr::ok);
+    {
+        test::SlowDisk disk;
+        disk.Fail(".log", EIO);
+        EXPECT_EQ(write(), hr::deviceError);
+    }
+    EXPECT_EQ(store.List(), Names{});
+    ASSERT_EQ(write(), hr::ok);
+    const QueryId query{1, 0, 0, {}};
+    std::vector<std::string> values;
+    EXPECT_EQ(db->GetEnrichments(&query, Key("2026-11-12", 1), &values), hr::ok);
+    EXPECT_EQ(values.size(), 1u) << "the new one is in the catalog";
+    db->ReleaseQueryCursor(&query);
 }
 
 TEST_F(MasterWrite, WhatTheDiskLacksForAMomentLosesNothing) {

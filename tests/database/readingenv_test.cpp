@@ -231,6 +231,24 @@ TEST_F(ReadingAlone, AFullVolumeIsReadWithoutATrace) {
     EXPECT_THAT(Errors(), testing::SizeIs(1)) << "the refused write's alone";
 }
 
+TEST_F(ReadingAlone, ServesThoseWhoComeBeforeTheNextWriter) {
+    Put("20261112", test::Rows(1));
+    LevelDbInstanceProxy proxy(store.Folder("20261112"));
+    test::FakeFreeSpace volume(0);
+    std::shared_ptr<LevelDbInstance> first, second, later;
+    ASSERT_EQ(proxy.GetInstance(&first, IfMissing::fail), hr::ok);
+    ASSERT_EQ(proxy.GetInstance(&second, IfMissing::fail), hr::ok);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(first->Write(test::Rows(1)), hr::accessDenied);
+    volume.SetBytes(1ULL << 40);
+    ASSERT_EQ(proxy.Write(test::Rows(2)), hr::ok);
+    volume.SetBytes(0);
+    ASSERT_EQ(proxy.GetInstance(&later, IfMissing::fail), hr::ok);
+    std::string value;
+    EXPECT_EQ(first->Get(test::Key("2026-11-12", 1), &value), hr::notFound);
+    EXPECT_EQ(later->Get(test::Key("2026-11-12", 1), &value), hr::ok);
+}
+
 TEST_F(ReadingAlone, AbortsReachIt) {
     ASSERT_EQ(Write(3000), hr::ok);
     Restart();
