@@ -4,6 +4,10 @@
 #include "common/textbridge.h"
 #include "settingsfile.h"
 
+// The settings service as a component: keys and their manager over the one file of the process. A
+// key works on a copy of its numbers and remembers what was written through it, so that putting it
+// back merges these values alone and a key that was held for long brings no old value back.
+
 namespace wmset {
 
 using namespace ZEL;
@@ -26,6 +30,8 @@ TobResult Guarded(Body&& body) noexcept {
     }
 }
 
+// What can't be stored is refused when it is written, where its name is known, not when it is put
+// back.
 bool ToName(const wchar_t* text, std::string& utf8) {
     return text != nullptr && wm::ToUtf8(text, utf8) && SettingsFile::IsName(utf8);
 }
@@ -70,6 +76,8 @@ public:
             return TOB_OK;
         });
     }
+    // Only what this key knows can be taken out, not what another key object has written since it
+    // was opened.
     TobResult RemoveNumber(const wchar_t* name) override {
         return Guarded([&] {
             std::string utf8;
@@ -104,6 +112,7 @@ public:
             return result;
         });
     }
+    // A key of another service has nothing to be stored here.
     TobResult PutBack(ISettingsKey* key) override {
         auto* const own = dynamic_cast<SettingsKey*>(key);
         return own != nullptr ? Guarded([&] { return own->Save(); }) : TOBERR_INVALID_ARG;

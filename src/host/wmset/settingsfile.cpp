@@ -9,6 +9,22 @@
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 
+// The settings in one text file that people read and edit. It is read by a parser of the common
+// form of sections with lines of name=number; comments and blank lines are allowed when it is read
+// and are gone after a save, which writes the file anew in the order of the names.
+//
+// Nothing is kept between two operations. Each opening reads the file, so that an edit counts at
+// once; each save reads it again, changes the values that its key object wrote, and replaces the
+// whole. So two programs that save different values both keep theirs, unless one reads between the
+// other's reading and replacing: within the process the lock rules that out, and between processes
+// the last one wins, with a file that is whole in any case. A section whose last value goes, goes
+// with it.
+//
+// A file that can't be read as settings is never replaced: what somebody wrote there is worth more
+// than what is to be saved, and the host is told the line. A file that is not there is an empty
+// one. Names that the form can't hold, since they would be read back as something else, are refused
+// before they get here.
+
 namespace wmset {
 
 using ZEL::TobResult;
@@ -19,6 +35,7 @@ using Tree = boost::property_tree::ptree;
 
 constexpr std::string_view blanks = " \t\r";
 
+// Asked each time: a host may tell the token after the component was loaded.
 std::wstring FilePath() {
     std::wstring path;
     return wm::ResolvePathVariable(L"%ZELSettingsFile%", path) ? path : std::wstring();
@@ -34,6 +51,7 @@ TobResult Refuse(const std::wstring& path, const std::string& what) {
     return ZEL::TOBERR_FAIL;
 }
 
+// The whole text has to be a number: a sign, a blank or a unit behind it would hide a mistake.
 bool ToNumber(const std::string& text, std::uint32_t* number) {
     const char* const end = text.data() + text.size();
     const auto parsed = std::from_chars(text.data(), end, *number);
@@ -63,6 +81,7 @@ std::string LineOf(const std::string& text, const std::string& keyPath, const st
     return {};
 }
 
+// Stops at the first value that is wrong; `keys` is then not used.
 TobResult ToKeys(const std::wstring& path, const std::string& text, const Tree& tree,
                  std::map<std::string, SettingsFile::Numbers>* keys) {
     for (const auto& [keyPath, values] : tree) {
@@ -82,6 +101,8 @@ TobResult ToKeys(const std::wstring& path, const std::string& text, const Tree& 
 
 }  // namespace
 
+// Blanks at the ends would be trimmed, brackets and equals signs end a name, and the two signs at
+// the start make a comment of the line.
 bool SettingsFile::IsName(std::string_view name) noexcept {
     const auto breaksLine = [](char c) {
         return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
