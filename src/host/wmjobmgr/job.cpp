@@ -2,6 +2,22 @@
 
 #include "guarded.h"
 
+// A job and its runs. One run goes on at a time, on a thread that is made for it and ends when no
+// further run was asked for. Three flags tell how far a run has come: `active_` from the asking to
+// the end, `queued_` until it begins, and `looping_` as long as the thread will look at `active_`
+// once more before it ends. The last one closes a gap: who hears of a run's end may ask for the
+// next one while the thread is still in the telling, and a thread can't be started that has not
+// ended. Whoever finds `looping_` set leaves the run to that thread; whoever finds it clear knows
+// that the thread has nothing left to do and may wait for its end, even under the lock.
+//
+// A run that falls due during another would be a second one at the same time. It is remembered,
+// when the trigger asks for it, and made up for as soon as the present run has ended; however many
+// were missed, one run makes up for all. Stopping the job gives up what was missed as well: whoever
+// stops it does not want it to begin again at once.
+//
+// Changes of status are told after the lock is released, as the callback is the host's and may ask
+// anything of the job.
+
 namespace wmjobmgr {
 
 using ZEL::HRESULT;
@@ -42,6 +58,7 @@ HRESULT Job::GetStatus(std::int32_t* status) {
     return hr::ok;
 }
 
+// The run that is going on is not told here: its status is.
 HRESULT Job::GetRunInformation(bool* present, std::uint32_t* result) {
     if (present == nullptr || result == nullptr)
         return hr::invalidArgument;
@@ -51,6 +68,7 @@ HRESULT Job::GetRunInformation(bool* present, std::uint32_t* result) {
     return hr::ok;
 }
 
+// A job that is not enabled can be started by hand all the same.
 HRESULT Job::Start(std::uint32_t) {
     const wm::Hold hold(lock_);
     return StartLocked();
@@ -77,6 +95,7 @@ HRESULT Job::StartLocked() {
     return hr::ok;
 }
 
+// It returns at once; the run's end is heard of through its status.
 HRESULT Job::Stop() {
     const wm::Hold hold(lock_);
     missed_ = false;
@@ -121,6 +140,7 @@ HRESULT Job::SetTriggerValue(std::uint32_t trigger, std::uint32_t value,
     });
 }
 
+// The copy is made first, so that want of memory leaves the stored definition as it was.
 HRESULT Job::Save() {
     return Guarded([&] {
         {
@@ -134,6 +154,8 @@ HRESULT Job::Save() {
     });
 }
 
+// Only the time of the next run is moved: neither definition changes. The stored window holds for
+// the moved run as well.
 HRESULT Job::Reschedule(std::uint32_t periodSeconds, std::uint32_t delaySeconds,
                         std::uint32_t mode) {
     if (mode != ZEL::jobRescheduleBoth || periodSeconds == 0)
@@ -166,6 +188,8 @@ Definition Job::Stored() const {
     return stored_;
 }
 
+// A due time is worked out from the time of the day once and then kept in ticks, which nobody can
+// set.
 void Job::ScheduleLocked(const Trigger& trigger, NextRun which) {
     dueTickMs_.reset();
     if (!stored_.enabled)
@@ -175,6 +199,9 @@ void Job::ScheduleLocked(const Trigger& trigger, NextRun which) {
         dueTickMs_ = wm::Clock().TickCount64() + *delay;
 }
 
+// The next time counts from now and not from when the run was due: after a sleep of the system,
+// runs that were slept through are not made one after another. A start that fails for want of a
+// thread is not repeated before that time either.
 std::optional<std::uint64_t> Job::RunWhenDue(std::uint64_t tickMs) {
     const wm::Hold hold(lock_);
     if (dueTickMs_ && *dueTickMs_ <= tickMs) {
@@ -211,6 +238,7 @@ private:
     Job& job_;
 };
 
+// The status is told outside of RunOnce, after RunEnd has made the job free for its next run.
 void Job::Run() {
     for (;;) {
         const HRESULT result = Guarded([this] {
@@ -228,6 +256,7 @@ void Job::Run() {
     }
 }
 
+// The function is copied, so that RegisterJob can give another one meanwhile.
 std::int32_t Job::RunOnce() {
     RunEnd end(*this);
     Function function;

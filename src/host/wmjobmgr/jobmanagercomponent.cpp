@@ -2,6 +2,9 @@
 #include "guarded.h"
 #include "jobs.h"
 
+// The job manager as a component: thin faces over the jobs of the process. Every manager object
+// shows the same jobs, so it does not matter how many are made or when they are released.
+
 namespace wmjobmgr {
 
 using namespace ZEL;
@@ -27,6 +30,7 @@ private:
     const std::vector<CountedPtr<Job>> jobs_;
 };
 
+// A copy of what was stored when it was asked for, so it needs no lock.
 class StoredDefinition final : public TobObjectOf<IJobDefinition, iidJobDefinition> {
 public:
     explicit StoredDefinition(Definition definition) : definition_(std::move(definition)) {}

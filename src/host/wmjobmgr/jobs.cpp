@@ -4,6 +4,20 @@
 
 #include "guarded.h"
 
+// The manager's thread. Each time around it tells the changes of status that have gathered, starts
+// the jobs that are due and sleeps until the next one falls due. Changes are put in a queue rather
+// than told where they happen, so that a callback hears them in their order and on one thread, and
+// a job's thread is not held up by the host. A change that comes between the telling and the sleep
+// has set the event by then, so the sleep ends at once.
+//
+// Where no thread can be made, a change is told by the thread that made it: a store that waits for
+// its job to end must hear of the end in any case. Nothing falls due then until some later change
+// finds a thread.
+//
+// The manager's lock and those of jobs are never held together. The jobs to look at are copied
+// under the one, and each is then asked under its own; so a job may be made while others are looked
+// at.
+
 namespace wmjobmgr {
 
 using ZEL::CountedPtr;
@@ -17,13 +31,15 @@ struct KnownJob {
     GUID id;
     const wchar_t* name;
 };
+// Other programs ask for these by identifier or by name, before a host has told what they do.
 constexpr KnownJob knownJobs[] = {
     {ZEL::storeJobId, L"ZEL\\FDRStoreJob"},
     {ZEL::MakeGuid("6B0F6E0B-6E0A-4C54-9B0E-3F2B7C1D5A01"), ZEL::retentionJobName},
     {ZEL::MakeGuid("6B0F6E0B-6E0A-4C54-9B0E-3F2B7C1D5A02"), ZEL::submissionJobName},
 };
 
-// The thread's sleep is not told of time that the system slept through.
+// The thread's sleep is not told of time that the system slept through. Due times count it, so the
+// clock is looked at once a minute.
 constexpr std::uint64_t longestSleepMs = 60000;
 constexpr std::uint64_t retryMs = 1000;
 
@@ -46,6 +62,8 @@ CountedPtr<Job> Jobs::Find(const GUID& id) {
     return found != jobs_.end() ? found->second : nullptr;
 }
 
+// Made ahead of the lock: making a job takes memory and an event. One that turns out to be known is
+// dropped again.
 CountedPtr<Job> Jobs::FindOrMake(const GUID& id, const wchar_t* name) {
     CountedPtr<Job> fresh = Job::Create(id, name != nullptr ? name : L"", *this);
     if (!fresh)
@@ -62,6 +80,7 @@ std::vector<CountedPtr<Job>> Jobs::All() {
     return all;
 }
 
+// The former one is released after the lock: its destructor is the host's.
 void Jobs::SetCallback(wmJobMgr::IStatusCallback* callback) {
     CountedPtr<wmJobMgr::IStatusCallback> former(callback);
     const wm::Hold hold(lock_);

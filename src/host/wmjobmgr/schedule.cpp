@@ -1,5 +1,10 @@
 #include "schedule.h"
 
+// When a trigger's next run is due, as a distance from now. All is reckoned in milliseconds of a
+// day that begins again at midnight, UTC, so that a time of the day and a window that goes past
+// midnight need no dates. A run that would fall outside of the window is put off to the window's
+// next begin, never brought forward; a window that ends where it begins is none.
+
 namespace wmjobmgr {
 
 namespace {
@@ -18,7 +23,8 @@ std::uint64_t MsUntil(std::uint64_t fromMs, std::uint64_t toMs) {
     return distance != 0 ? distance : dayMs;
 }
 
-// What has to be added to a delay for the run to fall into the trigger's window.
+// What has to be added to a delay for the run to fall into the trigger's window. The begin belongs
+// to the window and the end does not. Numbers beyond a day wrap around.
 std::uint64_t MsToWindow(const Trigger& trigger, std::uint64_t dueMsOfDay) {
     const std::uint64_t from = trigger.Number(jobTrigger::windowFrom) * 1000ULL % dayMs;
     const std::uint64_t to = trigger.Number(jobTrigger::windowTo) * 1000ULL % dayMs;
