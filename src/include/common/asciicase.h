@@ -28,6 +28,8 @@ bool StartsWithNoCase(const Text& text, std::basic_string_view<typename Text::va
                       [](auto x, auto y) { return ToUpperAscii(x) == ToUpperAscii(y); });
 }
 
+// As a predicate for searching lists of a few names; a table of many is better keyed by the
+// upper-case form.
 template <typename Text>
 bool EqualsNoCase(const Text& a, std::basic_string_view<typename Text::value_type> b) {
     return a.size() == b.size() && StartsWithNoCase(a, b);

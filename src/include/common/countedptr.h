@@ -27,6 +27,7 @@ public:
             object_->AddRef();
     }
     CountedPtr(const CountedPtr& other) noexcept : CountedPtr(other.object_) {}
+    // Leaves the other one empty; no count changes.
     CountedPtr(CountedPtr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
     // By value: the argument has its own reference already, and the former object is released when
     // the argument ends, after this pointer holds the new one. Assigning a pointer to itself is

@@ -35,7 +35,8 @@ inline constexpr std::size_t mostWaitHandles = 64;
 WMLIB_API std::uint32_t WaitForAny(std::size_t count, const ZEL::HANDLE* handles,
                                    std::uint32_t timeoutMs) noexcept;
 
-// Who takes a setting back: the one wait that it ends, or Reset alone.
+// Who takes a setting back: the one wait that it ends, or Reset alone. Automatic is for work to be
+// done, which one thread should take up; manual is for a state that all should see, such as a stop.
 enum class EventReset { automatic, manual };
 enum class EventState { reset, set };
 
@@ -51,10 +52,12 @@ public:
 
     // False when memory runs out. An existing event is closed first.
     bool Create(EventReset reset, EventState initially = EventState::reset) noexcept;
+    // A wait in progress goes on and is ended by its other events or by its time alone.
     void Close() noexcept;
     // Another thread may close it at once: for the owner, or as a hint.
     bool Exists() const noexcept { return Handle() != nullptr; }
-    // Both return false when there is no event.
+    // Both return false when there is no event. Setting an event that is set changes nothing:
+    // settings are not counted.
     bool Set() noexcept;
     bool Reset() noexcept;
     // Null when there is no event. Lent: it ends with the event, and nobody but the owner closes

@@ -31,7 +31,8 @@ constexpr bool IsDatabaseName(std::basic_string_view<Char> name) noexcept {
 
 // What a database is renamed to when it is to go: .removed stands behind its name, and -2 and so on
 // behind that when there is one already. No database has such a name. It is left behind when the
-// process is killed, and the next start of the store takes it away.
+// process is killed, and the next start of the store takes it away. The name says that removing was
+// decided on, so that a folder half removed is never taken for a database with records missing.
 template <typename Char>
 constexpr bool IsRemovedName(std::basic_string_view<Char> name) noexcept {
     constexpr Char mark[] = {'.', 'r', 'e', 'm', 'o', 'v', 'e', 'd'};

@@ -21,10 +21,12 @@ struct GUID {
     friend bool operator==(const GUID& a, const GUID& b) noexcept {
         return std::memcmp(&a, &b, sizeof(GUID)) == 0;
     }
+    // For maps alone.
     friend std::strong_ordering operator<=>(const GUID& a, const GUID& b) noexcept {
         return std::memcmp(&a, &b, sizeof(GUID)) <=> 0;
     }
 };
+// Identifiers are compared as raw memory, so there may be no padding in them.
 static_assert(sizeof(GUID) == 16);
 
 namespace detail {

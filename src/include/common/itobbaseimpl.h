@@ -30,6 +30,7 @@ namespace ZEL {
 // The counter is what the export GetObjectCount tells: a loader may unload a module only when it is
 // 0. It counts factories, too.
 std::atomic<std::uint32_t>& LiveObjectCounter() noexcept;
+// The handle is an address within the module, by which a loader finds the module.
 void* ModuleHandle() noexcept;
 
 // Counts from 0 with atomic adds; whoever hands an object out adds the first reference.
@@ -103,6 +104,7 @@ public:
     // Without a new reference; null when there is none.
     virtual ITobBase* GetOwner() { return owner_.Get(); }
 
+    // Gives `owner` back. The former one is released; null leaves the object without one.
     virtual ITobBase* SetOwner(ITobBase* owner) {
         if (owner != owner_.Get())
             owner_ = CountedPtr<ITobBase>(owner);
@@ -148,6 +150,8 @@ protected:
     }
 
 private:
+    // The object keeps its owner alive, and with it the loader that has to unload the module after
+    // it.
     CountedPtr<ITobBase> owner_;
 };
 
@@ -174,6 +178,7 @@ public:
         return this->Answer(iid, out, {{iidTobFactory, face}, {iidTobFactory2, face}});
     }
 
+    // An object without an owner tells nobody of its end.
     TobResult CreateInstance(const GUID& iid, void** out) override {
         return CreateInstance(iid, out, nullptr);
     }

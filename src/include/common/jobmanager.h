@@ -74,7 +74,7 @@ inline constexpr std::uint32_t timeOfDay = 6;    // of a daily one: hour, minute
 inline constexpr std::uint32_t windowFrom = 23;  // seconds of the day, UTC: runs that fall due
 inline constexpr std::uint32_t windowTo = 24;    // outside wait for its begin; equal: no window
 
-// Kinds.
+// Kinds. A trigger of no kind starts no runs; its job runs when it is asked to.
 inline constexpr std::uint32_t none = 0;
 inline constexpr std::uint32_t periodic = 1;
 inline constexpr std::uint32_t daily = 2;

@@ -23,6 +23,8 @@ namespace wm {
 // No lock is held while a host is called, save where a rank or a seam says so: a host has locks of
 // its own, of which the ranks know nothing.
 enum class LockRank : int {
+    // Roughly in the order in which a call goes down through the store: first the locks that a
+    // host's call meets, last those that are held for a few instructions.
     monitorDelivery = 5,       // the disk monitor's, held while subscribers are called
     state = 10,                // EventStoreImpl::stateLock
     queryManagerPointer = 20,  // queryManagerLock
@@ -140,7 +142,9 @@ private:
     const LockRank rank_;
 };
 
-// Scoped holders.
+// Scoped holders. A holder names the lock that it holds to the analysis, so that it knows which
+// data may be touched within its scope. It can be neither copied nor moved, and it can't give the
+// lock back early: a shorter hold is a block of its own.
 template <typename AnyLock>
 class SCOPED_CAPABILITY Hold {
 public:
@@ -167,6 +171,7 @@ private:
     ReaderWriterLock& lock_;
 };
 
+// Data may be read under it and not changed, which the analysis checks.
 class SCOPED_CAPABILITY HoldShared {
 public:
     explicit HoldShared(ReaderWriterLock& lock) ACQUIRE_SHARED(lock) : lock_(lock) {

@@ -17,13 +17,15 @@ namespace ZEL {
 // of the object model (TobResult), whose success has another value.
 enum class [[nodiscard]] HRESULT : std::int32_t{};
 
-// Result of an object-model operation (QueryInterface, CreateInstance, the exports).
+// Result of an object-model operation (QueryInterface, CreateInstance, the exports). Its values
+// have no meaning in the other family: ToHResult is the way across.
 enum class [[nodiscard]] TobResult : std::uint32_t{};
 
 // The codes that the component itself gives or asks for. Hosts compare the numbers, so a code is
 // never given another meaning. Those of the form 0x8007xxxx carry a Win32 code, also on other
 // systems.
 namespace hr {
+// Written as hosts print it, with eight hexadecimal digits.
 constexpr HRESULT Code(std::uint32_t bits) noexcept {
     return static_cast<HRESULT>(static_cast<std::int32_t>(bits));
 }
@@ -58,6 +60,7 @@ constexpr bool Failed(HRESULT result) noexcept {
 constexpr bool Succeeded(HRESULT result) noexcept {
     return !Failed(result);
 }
+// For printing, and for what is kept as a plain number.
 constexpr std::uint32_t Bits(HRESULT result) noexcept {
     return static_cast<std::uint32_t>(result);
 }
