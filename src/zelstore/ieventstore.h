@@ -82,9 +82,13 @@ public:
     // 0x80070057 when it has neither begin_time nor receive_time, or an operator on begin_time or
     // end_time that makes no range; 0x8007000D or 0x800705B6 for a time that has an operator and
     // not its form; 0x8007000E when a condition can't be made, its text not being Unicode for
-    // instance. What fails in one database is counted and leaves the result alone. Setting
-    // `stopEvent` stops the walk of the database in hand at its next thousandth row, and an
-    // auto-reset one is then used up; null means that each walk ends there.
+    // instance. What fails in one database is counted and leaves the result alone.
+    //
+    // Setting `stopEvent` ends what is in hand: the walk of one database, at its next thousandth
+    // row or earlier where rows, conditions or the document are costly. An auto-reset event is then
+    // used up. The databases behind are still visited, for half a second; then the whole query is
+    // over, and ends with 0x80004004 when databases, sub-queries or the reading of the document
+    // were left out. Null means that each walk ends at its thousandth row.
     virtual HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent) = 0;
 
     // Deletes whole databases, oldest first, until all files of the store fit in `maxSizeMegabytes`
@@ -112,9 +116,11 @@ public:
     // Writes all records that were accepted before the call, in the order of their acceptance: it
     // waits for what is being written, then writes what is queued, on the calling thread. Batches
     // that can't be written don't fail it: GetDatabaseErrors tells them. Purge and queries are
-    // asked to end and not waited for: a purge goes on, walks that run end at their next thousandth
-    // row. Queries of IZelStoreQuery are refused from here on; Query goes on to work, and finds
-    // what was written. Records that are inserted from here on stay queued for the next start.
+    // asked to end and not waited for: a purge goes on; a query that runs, also one of Query or
+    // QueryEx, ends as a whole at its next look, with 0x80004004 when that leaves anything out.
+    // Queries of IZelStoreQuery are refused from here on; a Query that begins later works, and
+    // finds what was written. Records that are inserted from here on stay queued for the next
+    // start.
     virtual HRESULT Stop() = 0;
     // Waits for the store's threads, but for the one that calls it, closes its databases and ends
     // live mode. Always succeeds. Call Stop first, on every path: without it the wait has no end.

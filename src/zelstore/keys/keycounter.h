@@ -13,15 +13,20 @@ namespace ZEL {
 class KeyCounter {
 public:
     // The key of a receive-time row: this moment, and a counter that begins again at 1 with each
-    // millisecond.
+    // millisecond. Keys of one object ascend as long as the clock is not set back. The result is of
+    // a fixed form and has ASCII alone, so that it can be kept in wide text or narrow without loss.
     std::wstring MakeReceiveKey() EXCLUDES(keyLock_);
     // The base key as it stands, and a counter that never begins again while the object lives. The
-    // flagged form tells silent from live enrichments.
+    // flagged form tells silent from live enrichments. `baseKey` is taken as it stands: a text that
+    // is no key gives one that belongs to no event. The number starts at 1 for each object, so two
+    // proxies that enrich the same event give equal keys, and the record that is written last
+    // stays.
     std::wstring MakeEnrichmentKey(std::wstring_view baseKey) EXCLUDES(keyLock_);
     std::wstring MakeFlaggedEnrichmentKey(std::wstring_view baseKey, bool silent)
         EXCLUDES(keyLock_);
 
 private:
+    // Makes time and number one step: two threads must not both find a millisecond new.
     wm::Lock keyLock_{wm::LockRank::keys};
     std::string lastReceiveTime_ GUARDED_BY(keyLock_);
     std::uint32_t receiveCounter_ GUARDED_BY(keyLock_) = 0;

@@ -35,6 +35,8 @@ enum class KeyField : std::uint8_t {
 };
 inline constexpr std::size_t keyFieldCount = 18;
 
+// What the makers and readers of keys have to know of a field. Both widths of each text stand
+// ready, since keys are made on the insert path, where a conversion for each field would show.
 struct KeyFieldRow {
     KeyField field;
     std::string_view name;
@@ -47,6 +49,7 @@ struct KeyFieldRow {
     bool standsEarly;
 };
 
+// Marks and the wide texts follow from the name, so that a row can't contradict itself.
 #define ZEL_KEY_FIELD(field, name, tag, standsEarly)                                      \
     KeyFieldRow {                                                                         \
         KeyField::field, name, L##name, "<" name ">", L"<" L##name L">", tag, standsEarly \
@@ -75,7 +78,8 @@ inline constexpr std::array<KeyFieldRow, keyFieldCount> keyFieldTable = {
 };
 #undef ZEL_KEY_FIELD
 
-// What each key of an event begins with, in this order; a key that lacks one is cut off.
+// What each key of an event begins with, in this order; a key that lacks one is cut off. The order
+// is part of the stored form: time and sequence ahead of all else make byte order time order.
 inline constexpr KeyField requiredKeyFields[] = {KeyField::beginTime, KeyField::sequence,
                                                  KeyField::objectType, KeyField::action};
 // What follows in the key of a JSON record, as far as the record has it. Events that come as
@@ -107,6 +111,8 @@ constexpr std::optional<KeyField> FindKeyField(std::string_view name) noexcept {
     return std::nullopt;
 }
 
+// RowOf takes the enumerator for the row's place; a field that was added to one of the two lists
+// alone must not compile.
 constexpr bool IsKeyFieldTableInOrder() noexcept {
     for (std::size_t i = 0; i < keyFieldCount; ++i)
         if (IndexOf(keyFieldTable[i].field) != i || keyFieldTable[i].name.empty())

@@ -21,7 +21,7 @@ inline constexpr char receivePrefix = 'r';
 inline constexpr std::string_view eventKeyStart = "p<begin_time>";
 inline constexpr std::string_view receiveKeyStart = "r<receive_time>";
 
-// 0x80070057 for any other family.
+// 0x80070057 for any other family. `*prefix` then stays as it was.
 HRESULT FamilyPrefix(std::int32_t family, std::string* prefix);
 
 // What a text is as a key, by what it begins with and the fields that it names. Nobody checks the
@@ -33,13 +33,15 @@ enum class KeyShape {
     receive,
     none,
 };
+// For those who show or check keys that others made; the insert path does not ask.
 KeyShape ShapeOf(std::string_view key) noexcept;
 
 // The time of a key that begins like a primary one, as it stands there; empty for other texts.
 std::string_view BeginTimeOf(std::string_view key) noexcept;
 
 // The smallest key of a family at or behind a time and a sequence number. `time` is taken as it
-// stands. 0x80070057 for an unknown family.
+// stands. 0x80070057 for an unknown family. A time of another form than the store's own is no
+// failure: the walk then begins where its text would stand in byte order.
 HRESULT MakeScanStartKey(std::int32_t family, std::string_view time, std::uint32_t sequence,
                          std::string* key);
 
@@ -52,10 +54,12 @@ using KeyValues = std::array<std::optional<std::string_view>, keyFieldCount>;
 
 // The primary key of a JSON record. The required fields must have a value. While the key is made
 // each value takes the place of the first |tag of its kind in the whole key so far, which may stand
-// in a value that was put there before.
+// in a value that was put there before. That is how keys have always come out, and a record that is
+// sent again has to get the key that it had.
 void MakePrimaryKey(const KeyValues& values, std::string* key);
 
-// What stands behind an event's key in the key of an enrichment of it.
+// What stands behind an event's key in the key of an enrichment of it. Append it to the key as the
+// event has it: readers go by the common start.
 std::string EnrichmentSuffix(std::uint32_t number);
 std::string FlaggedEnrichmentSuffix(std::uint32_t number, bool silent);
 // The same, numbered by the clock. In byte order these stand behind all with a counter, and among
@@ -64,6 +68,7 @@ std::string TimedEnrichmentSuffix(std::int64_t microseconds, bool silent);
 
 // Numbers in keys: decimal digits with leading zeros.
 inline constexpr std::size_t keyDigits = 10;
+// Any number of 32 bits fits, so that byte order is the order of numbers.
 std::string TenDigits(std::uint32_t number);
 
 }  // namespace ZEL

@@ -11,10 +11,12 @@ namespace ZEL {
 
 // The fields of one key, as views into it: the key's bytes must outlive their use. Pieces are split
 // off from the key's end, only as far as they are asked for, and nothing is allocated. For one
-// thread.
+// thread. A default-made one has no fields. Reading changes what is remembered, though not what is
+// answered: hence the mutable members, and one thread.
 class KeyFields {
 public:
-    // The value of the last piece with this name; none when the key has no such field.
+    // The value of the last piece with this name; none when the key has no such field. The first
+    // call for a field costs the splitting up to it, later ones a walk over the pieces.
     std::optional<std::string_view> Find(std::string_view name) const noexcept;
 
 private:
@@ -29,12 +31,15 @@ private:
 };
 
 // Splits at each '<' and each piece at each '>'; only pieces of exactly two parts count, and a
-// later one replaces an earlier one of its name.
+// later one replaces an earlier one of its name. Nothing is split yet: this only sets the key that
+// Find works on. One object may be used for one key after the other, which is how a scan does
+// without allocations.
 void SplitKeyFields(std::string_view key, KeyFields* fields) noexcept;
 
 // A field as a query sees it: type_id and a missing target_type_id are worked out from the object
 // type. 0x80004005 for an absent field; success may leave `*value` empty. Views into the key or of
-// constant texts.
+// constant texts. Text that is not UTF-8 counts as absent too: no condition of a query could be
+// said about it.
 HRESULT GetKeyField(const KeyFields& fields, std::string_view name,
                     std::string_view* value) noexcept;
 
