@@ -22,6 +22,8 @@ public:
     ~Registration() {
         const wm::Hold hold(event_.lock_);
         Registration** place = &event_.waiters_;
+        // Found without fail: only this destructor takes the waiter out, and the list is as short
+        // as there are threads that wait for one job.
         while (*place != this)
             place = &(*place)->next_;
         *place = next_;
@@ -56,6 +58,7 @@ bool CountedEvent::Create() {
 
 bool CountedEvent::Set() {
     const wm::Hold hold(lock_);
+    // Ahead of the setting: who is woken by it must find it counted.
     ++count_;
     return event_.Set();
 }
@@ -83,10 +86,12 @@ void CountedEvent::PassOnLocked() {
 
 HRESULT CountedEvent::WaitBehind(std::uint64_t known, HANDLE cancel) {
     const HANDLE handles[] = {event_.Handle(), cancel};
+    // A null handle would make the wait fail.
     const std::size_t count = cancel != nullptr ? 2 : 1;
     Registration waiter(*this, known);
     while (!waiter.IsOver()) {
         const std::uint32_t woken = wm::WaitForAny(count, handles, wm::waitForever);
+        // The only wait whose cause needs no look at the count.
         if (woken == 1)
             return hr::ok;
         if (woken != 0) {

@@ -1,5 +1,9 @@
 #include "zelstore/jobs/jobtriggers.h"
 
+// A trigger's values are written one by one, and the manager takes them over together, with Save.
+// So all are compared first: a schedule that is set again as it stands must not make the manager
+// count its time anew, or a job with a long period would never fall due.
+
 namespace ZEL {
 
 namespace {

@@ -123,6 +123,8 @@ CountedPtr<IJob> CJobWorkerController::FindByName(IJobManager& manager, std::wst
 
 HRESULT CJobWorkerController::Follow(IJobManager& manager, const CountedPtr<IJob>& job,
                                      const GUID& id) {
+    // Ahead of the callback, as the identifier is: the first status that comes must already be
+    // known for this job's.
     job_.Store(job);
     {
         const wm::Hold hold(statusLock_);
@@ -161,8 +163,10 @@ HRESULT CJobWorkerController::OnStatusChanged(IJobStatus* status) {
         wm::Trace(wm::message::statusWithoutJob);
         return hr::ok;
     }
+    // Foreign code: asked before the lock is taken.
     const bool hasCode = status->GetStatusCode(&code);
     const wm::Hold hold(statusLock_);
+    // The manager tells of every job that it has.
     if (!(id == jobId_)) {
         wm::Trace(wm::message::statusOfAnotherJob);
         return hr::ok;
@@ -242,6 +246,8 @@ HRESULT CJobWorkerController::RunJobAndWait(HANDLE cancel) {
     ResetReported(jobEndedEvent_);
     const std::uint64_t starts = jobStartedEvent_.Count();
     const HRESULT started = job->Start(0);
+    // Somebody else's run is as good: its start was heard, or will be, and its end is what is
+    // waited for.
     if (started != jobAlreadyRunning) {
         if (Failed(started))
             return wm::Traced(started, wm::message::jobRunNotStarted);
@@ -329,6 +335,7 @@ HRESULT CJobWorkerController::SyncSchedule() {
 }
 
 HRESULT CJobWorkerController::SyncFromDefinition(IJobDefinition& definition) {
+    // What was stored by somebody else counts from now on, its delay as well.
     constexpr bool withDelay = true;
     PeriodicTrigger stored;
     HRESULT result = ReadPeriodicTrigger(definition, &stored);
@@ -356,6 +363,7 @@ HRESULT CJobWorkerController::SetPeriodicSchedule(std::uint32_t period, std::uin
     bool enabled = false;
     if (Succeeded(result) && changed)
         result = job->GetEnabled(&enabled);
+    // Of a job that is not enabled no next run must be set: the flag would be of no use.
     if (enabled)
         result = job->Reschedule(period, restart ? delay : 0, jobRescheduleBoth);
     return wm::Traced(result, wm::message::periodicScheduleNotSet);
