@@ -6,6 +6,10 @@
 #include "common/valuetext.h"
 #include "connection/resultwords.h"
 
+// The store hands its failures out as rows of texts and numbers, whose order is part of its
+// interface. Here they become values with names, for all who tell or sort them. A number that a
+// row does not have stays 0: an entry is worth telling even in part.
+
 namespace zel {
 
 const char* DatabaseError::Operation() const {

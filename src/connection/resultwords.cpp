@@ -2,6 +2,10 @@
 
 #include <cstdio>
 
+// The words have the store's sense of a code and not the system's: 0x80070015, for the system a
+// device that is not ready, is a store that was not opened. A code that is not listed here means a
+// fault that people seldom meet; its number is then what to search for.
+
 namespace zel {
 
 namespace {

@@ -12,7 +12,9 @@ class ISessionListener {
 public:
     // One message, UTF-8, without a newline at its end.
     virtual void Say(const std::string& text) = 0;
-    // Whether waits are to end; what is waited for is then left undone, and told so.
+    // Whether waits are to end; what is waited for is then left undone, and told so. Asked again
+    // and again while something is waited for, so it has to be cheap, and once true it has to stay
+    // so.
     virtual bool Interrupted() noexcept = 0;
 
 protected:

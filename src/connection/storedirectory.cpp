@@ -44,6 +44,7 @@ std::string DefaultSettingsFile() {
                                             : "";
 }
 
+// A token that resolves to nothing counts as not named, as a configuration may say so.
 bool HasToken(const wchar_t* token) {
     std::wstring value;
     return wm::ResolvePathVariable(token, value) && !value.empty();
@@ -91,6 +92,7 @@ bool CheckContent(const std::string& directory, StoreNeed need, std::string* pro
                                      "`ingest --new` makes one there all the same");
 }
 
+// The parent folder has to be there: a path with a slip in it must not become a tree of folders.
 bool CheckDirectory(const std::string& directory, StoreNeed need, std::string* problem) {
     constexpr mode_t ownerOnly = 0700;
     struct stat info {};
@@ -143,11 +145,13 @@ bool NameDefaultSettings(std::string* problem) {
     return settings.empty() || NamePath("ZELSettingsFile", settings, problem);
 }
 
+// A token can't be taken back; an empty value counts as none, and the settings then have no file.
 void ForgetDefaultSettings() {
     if (namedDefaultSettings)
         wm::SetPathToken(L"%ZELSettingsFile%", L"");
 }
 
+// An entry that vanishes meanwhile counts as none.
 std::vector<std::string> ForeignFolders(const std::string& directory) {
     std::vector<std::string> names;
     std::error_code error;
@@ -162,6 +166,7 @@ std::vector<std::string> ForeignFolders(const std::string& directory) {
     return names;
 }
 
+// Ends at the first database, so that a large store costs no more than a small one.
 StoreContent LookIntoStore(const std::string& directory) {
     StoreContent content = StoreContent::nothing;
     std::error_code error;

@@ -26,6 +26,7 @@ LostNumber lostEvents{wm::lostDetail::events};
 LostNumber lostReceiveRows{wm::lostDetail::receipts};
 LostNumber lostEnrichments{wm::lostDetail::enrichments};
 
+// A report names only what it is about; numbers that it lacks or garbles count as 0.
 void CountLost(const wm::ErrorReport& report) {
     for (const auto& [name, value] : report.Details())
         for (LostNumber* const number : {&lostEvents, &lostReceiveRows, &lostEnrichments}) {
@@ -38,6 +39,7 @@ void CountLost(const wm::ErrorReport& report) {
 
 }  // namespace
 
+// Counted first, and told after that: a listener that is slow must not make the numbers late.
 void StoreReports::OnReport(const wm::ErrorReport& report) {
     if (report.Label() == wm::reportLabel::damagedData)
         ++damagedReads;
@@ -53,6 +55,7 @@ void StoreReports::OnReport(const wm::ErrorReport& report) {
     listener_.Say(line);
 }
 
+// Nothing milder than a warning comes here (Enabled).
 void StoreReports::OnTrace(const wm::TraceMessage& message) noexcept {
     try {
         if (message.id.number == wm::message::operationThrew.number)

@@ -46,7 +46,8 @@ void TellState(const std::string& directory, StoreNeed need, ISessionListener& l
 }  // namespace
 
 // Readers of one store take turns. Whoever waits too long goes on all the same, and is told by the
-// store which folders it could not open. -1 when the directory can't be opened.
+// store which folders it could not open. -1 when the directory can't be opened. The lock goes with
+// the descriptor, so a reader that is killed gives its turn back.
 int StoreSession::TakeTurn(const std::string& directory) {
     const int turn = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     constexpr int longestWaitMs = 5000, lookAgainMs = 20;
@@ -59,6 +60,7 @@ int StoreSession::TakeTurn(const std::string& directory) {
     return turn;
 }
 
+// The turn is held until Close, for all folders that are opened in between.
 bool StoreSession::Open(StoreNeed need) {
     std::string directory;
     std::string problem;
@@ -75,6 +77,7 @@ bool StoreSession::Open(StoreNeed need) {
     return false;
 }
 
+// Losses count from here on: an earlier session's are not this one's.
 bool StoreSession::Start(const std::string& directory) {
     lostBefore_ = RecordsLost();
     const ZEL::HRESULT result = store_->Initialize();
@@ -100,6 +103,8 @@ bool StoreSession::Close() {
     return isWhole;
 }
 
+// Each step is taken also when the one before it has failed, as the store has to be shut down in
+// any case.
 bool StoreSession::CloseStore() {
     if (!std::exchange(started_, false)) {
         store_.Reset();

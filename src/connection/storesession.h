@@ -28,12 +28,15 @@ public:
 
     // Loads the component and starts the store in the directory that FindStore gives. With
     // `existing` it waits a little for other readers, since two processes can't have a folder open
-    // at once. False, with one message, when any of it fails; nothing is open then.
+    // at once. False, with one message, when any of it fails; nothing is open then. What people
+    // should know of the directory, such as that others than its owner can read it, is told on the
+    // way.
     bool Open(StoreNeed need);
     // Loads the component alone, for what needs no store, such as MakeKey. False as above.
     bool Load();
     // Writes what is queued and closes; tells failures. False when something was not written or
     // could not be read. May be called again, and without Open: then there is nothing to do.
+    // Records that are queued are nowhere else: a process that ends without it loses them.
     bool Close();
 
     // Records that were accepted since Open and are gone. All of them once Close has returned.
@@ -46,7 +49,8 @@ public:
     bool ReadDatabaseErrors(std::vector<DatabaseError>* errors) const {
         return zel::ReadDatabaseErrors(*store_, errors);
     }
-    // The same; clears the table.
+    // The same; clears the table. An entry that comes between the reading and the clearing is lost;
+    // who can't afford that reads only.
     std::vector<DatabaseError> TakeDatabaseErrors();
     // The same, told; the number of failures, reads that met damaged data included.
     std::uint32_t TellDatabaseErrors();
