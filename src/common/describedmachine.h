@@ -11,20 +11,29 @@
 namespace wm {
 
 // A machine as a JSON text describes it (docs/machine.md), so that a store that was copied from
-// there can be queried as if there. Unchanging, so for any thread.
+// there can be queried as if there. Unchanging, so for any thread. What the text leaves out does
+// not exist there: a question for it is answered with false or an empty list, never with this
+// machine's own.
 class DescribedMachine final : public IMachineDescription {
 public:
-    // Null when the text is no such description; `error` then tells where and why.
+    // Null when the text is no such description; `error` then tells where and why. The text is
+    // UTF-8. A description with one mistake is refused whole, since a query for a half-read machine
+    // would find nothing and not say why.
     static std::unique_ptr<DescribedMachine> Parse(std::string_view json, std::string* error);
 
     std::uint32_t OsMajorVersion() override { return osMajorVersion_; }
     bool IsArm() override { return isArm_; }
+    // Both always succeed, and add to what the list holds.
     ZEL::HRESULT ProfileSids(std::vector<std::wstring>& sids) override;
     ZEL::HRESULT LoadUsers(std::vector<MachineUser>& users) override;
+    // Flags beside the folder's number have no effect here: nothing is unexpanded, and nothing can
+    // be verified.
     bool Folder(int folder, std::wstring& path) override;
+    // The user's own folder of that number, else the one below the profile that all users share.
     bool UserFolder(const MachineUser& user, int folder, std::wstring& path) override;
     std::uint32_t DriveType(wchar_t letter) override;
     bool SystemDirectory(std::wstring& path) override;
+    // Those that the description gives the machine, not this process's own.
     bool ProcessVariable(const std::wstring& name, std::wstring& value) override;
     bool ComputerName(std::wstring& name) override;
 
@@ -38,6 +47,8 @@ private:
         Folders folders;  // in full
     };
 
+    // The version decides which redirections apply; a description without one is taken for a
+    // current machine.
     std::uint32_t osMajorVersion_ = 10;
     bool isArm_ = false;
     std::wstring computerName_;

@@ -65,6 +65,8 @@ CEnvironmentVariableBroker::CEnvironmentVariableBroker(wm::IMachineDescription& 
     Load();
 }
 
+// A user whose variables can't be read gets none made up either: half of them would give paths that
+// look right and are not.
 void CEnvironmentVariableBroker::Load() {
     for (const wm::MachineUser& user : users_) {
         if (user.source == wm::VariableSource::none)
@@ -76,6 +78,7 @@ void CEnvironmentVariableBroker::Load() {
     }
 }
 
+// The first value of a name stays.
 void CEnvironmentVariableBroker::Enter(const wm::MachineUser& user, const std::wstring& name,
                                        const std::wstring& value) {
     variables_.try_emplace(MapKey(user.sid, name), value);

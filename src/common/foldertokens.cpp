@@ -8,6 +8,8 @@ namespace ZEL {
 
 namespace {
 
+// Numbers repeat where two names mean one folder (PERSONAL and MYDOCUMENTS), which queries may use
+// alike.
 constexpr FolderToken rows[] = {
     {L"DESKTOP", 0x00, true},
     {L"INTERNET", 0x01, false},

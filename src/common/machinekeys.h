@@ -4,7 +4,9 @@
 
 #include "common/machinedescription.h"
 
-// The words of a machine's description, shared by what reads and what writes one.
+// The words of a machine's description, shared by what reads and what writes one. They are a file
+// format that people keep (docs/machine.md), so a name that is changed here makes older
+// descriptions unreadable. Reader and writer take them from this place alone.
 namespace wm::machineKey {
 
 inline constexpr const char* document = "the description";  // for complaints
@@ -24,6 +26,8 @@ inline constexpr const char* domain = "domain";
 inline constexpr const char* profile = "profile";
 inline constexpr const char* variablesAre = "variables_are";
 
+// Kinds that can't be described, such as a memory disk, are left out when a machine is written:
+// paths can't ask for them either.
 struct DriveKind {
     std::uint32_t number;
     const wchar_t* name;
@@ -35,6 +39,7 @@ inline constexpr DriveKind driveKinds[] = {
     {driveType::cdrom, L"cdrom"},
 };
 
+// Tells the reader whether what a logon computes has to be worked out beside the user's variables.
 struct Source {
     VariableSource source;
     const wchar_t* name;

@@ -6,6 +6,11 @@
 #include "common/textbridge.h"
 #include "common/userfolder.h"
 
+// Writes what DescribedMachine reads: the answers of a machine, asked one after the other, in a
+// fixed order. The text is meant to be looked over and edited before it goes elsewhere, hence the
+// indentation and the short list of variables: it may leave the machine, and what a process
+// happens to have in its environment must not leave with it.
+
 namespace wm {
 
 namespace {
@@ -92,6 +97,8 @@ void WriteFolders(Writer& out, bool perUser, Find&& find) {
     out.Close('}');
 }
 
+// Folders are written as the normaliser would find them, also those that it derives from the
+// calling account's, since the reader has no calling account to derive them from.
 void WriteUser(Writer& out, IMachineDescription& machine, const MachineUser& user) {
     out.Open(nullptr, '{');
     out.Text(machineKey::sid, user.sid);

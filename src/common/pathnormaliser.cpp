@@ -67,9 +67,13 @@ struct Replacement {
     const wchar_t* pattern;
     const wchar_t* text;
 };
+// Where newer versions of Windows keep what service packs left; takes the place of the text and is
+// no variant beside it.
 constexpr Replacement servicingRows[] = {
     {LR"(%WINDIR%\\ServicePackFiles)", LR"(%WINDIR%\\servicing)"},
 };
+// What a 32-bit program opens when it says the left side. The rows are applied one after the other
+// to the same text.
 constexpr Replacement rows32Bit[] = {
     {LR"(%PROGRAMFILES%\\)", LR"(%PROGRAMFILES(x86)%\\)"},
     {LR"(%COMMONPROGRAMFILES%\\)", LR"(%COMMONPROGRAMFILES(x86)%\\)"},
@@ -81,7 +85,8 @@ constexpr Replacement armRows[] = {
     {LR"(%WINDIR%\\System32)", LR"(%WINDIR%\\SysArm32)"},
 };
 
-// A list of replacements, compiled, in both copies.
+// A list of replacements, compiled, in both copies. Compiled once in the process: a query may have
+// thousands of paths.
 class ReplacementList {
 public:
     explicit ReplacementList(std::span<const Replacement> rows) {

@@ -21,6 +21,7 @@ std::wstring EscapeForPattern(std::wstring_view text) {
     return out;
 }
 
+// Two backslashes, which name one, become four, and any other escape stays as it is.
 std::wstring WithDoubledSeparators(std::wstring_view expression) {
     std::wstring out;
     for (std::size_t i = 0; i < expression.size(); ++i) {

@@ -49,6 +49,7 @@ constexpr Row canonicalRows[] = {
     {LR"(^HKLM\\Software\\Wow6432Node)", LR"(HKLM\\Software)"},
     {LR"(^HKLM\\Software\\Classes\\Wow6432Node)", LR"(HKLM\\Software\\Classes)"},
 };
+// Where Windows puts what a program without rights writes under HKLM\Software, for each user apart.
 constexpr Row virtualStoreRow[] = {
     {LR"(^HKLM\\Software)", LR"(%HKUClasses%\\VirtualStore\\Machine\\Software)"},
 };
@@ -89,6 +90,7 @@ struct Rows {
     const CompiledRows canonical, virtualStore, longForm;
 };
 
+// Compiled at the first call and then shared by all threads, as matching does not change them.
 const Rows& RowsFor(bool isPattern) {
     static const Rows plain(false), doubled(true);
     return isPattern ? doubled : plain;

@@ -14,11 +14,12 @@ namespace ZEL {
 //
 // A key under Wow6432Node folds to the plain key and stays there. 0x80070057 for a null path, and
 // the machine's own failure when its users can't be listed. Throws what the matching of a text
-// throws.
+// throws. On failure `out` is unchanged. The plain keys come first, one for each user, and the
+// copies behind them. Users are asked for at each call, so one who is new counts at once.
 HRESULT ExpandRegistryVariants(wm::IMachineDescription& machine, const wchar_t* path,
                                bool isPattern, std::vector<std::wstring>& out);
 
-// The same for the machine of the process.
+// The same for the machine of the process. With an injected machine that one is asked.
 HRESULT ExpandRegistryVariants(const wchar_t* path, bool isPattern, std::vector<std::wstring>& out);
 
 }  // namespace ZEL

@@ -2,6 +2,9 @@
 
 #include "common/hostservices.h"
 
+// Queries may be asked as if on another machine (DescribedMachine). All code above this one asks
+// Machine and so need not know of it.
+
 namespace wm {
 
 IMachineDescription& Machine() noexcept {

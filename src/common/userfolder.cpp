@@ -14,6 +14,8 @@ constexpr int profileFolder = 0x28 | wm::folderFlag::dontUnexpand;
 
 }  // namespace
 
+// What two users have in common is the parent of all profiles: whatever of the caller's lies below
+// that is taken for the caller's alone.
 bool FolderOfUser(wm::IMachineDescription& machine, const wm::MachineUser& user, int folder,
                   std::wstring& path) {
     if (machine.UserFolder(user, folder, path))

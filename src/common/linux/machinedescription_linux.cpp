@@ -44,6 +44,8 @@ struct Account {
 };
 
 // name:password:number:group:remarks:home:shell
+//
+// A line that is cut off has empty fields at its end; without a number it is no account.
 std::optional<Account> ParseAccount(const std::string& line) {
     std::string fields[7];
     std::size_t at = 0;
@@ -125,6 +127,7 @@ public:
     std::uint32_t DriveType(wchar_t) override { return driveType::none; }
     bool SystemDirectory(std::wstring&) override { return false; }
 
+    // The exact name first: here two variables may differ in case alone.
     bool ProcessVariable(const std::wstring& name, std::wstring& value) override {
         std::string narrow;
         if (!ToUtf8(name, narrow))

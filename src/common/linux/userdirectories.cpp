@@ -7,6 +7,12 @@
 #include <sstream>
 #include <string_view>
 
+// A desktop lets a user move the folders for documents, pictures and so on, and keeps the places
+// in a file of shell assignments, ~/.config/user-dirs.dirs. Only the form that the desktop itself
+// writes is understood, a path in quotes that is absolute or begins with $HOME: nothing is run,
+// and no other variable is replaced. What is not understood counts as not said, and the usual
+// place holds.
+
 namespace wm {
 
 namespace {
@@ -17,6 +23,8 @@ struct Row {
     const char* place;     // under the home folder
 };
 
+// By numbers of the shell. What has no counterpart on a desktop is missing here, and such a path
+// stands for itself.
 constexpr Row rows[] = {
     {0x00, "XDG_DESKTOP_DIR", "Desktop"},     {0x05, "XDG_DOCUMENTS_DIR", "Documents"},
     {0x07, nullptr, ".config/autostart"},     {0x0D, "XDG_MUSIC_DIR", "Music"},

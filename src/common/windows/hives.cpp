@@ -1,5 +1,13 @@
 #include "hives.h"
 
+// A user's settings are a file, ntuser.dat, that Windows mounts under HKEY_USERS when the user
+// logs on. For one who is not logged on it is mounted here for a moment, which needs the privilege
+// to restore files, and always unmounted again: a file that stays mounted would keep that user's
+// next logon from its own settings.
+//
+// Texts are read as they are kept, with variables unexpanded, since they would be expanded with
+// this process's own.
+
 namespace wm {
 
 namespace {

@@ -8,6 +8,14 @@
 #include "common/thismachine.h"
 #include "hives.h"
 
+// The machine as Windows tells it. Users are the profiles whose SID belongs to a person's account;
+// those of services and groups have no paths that a query would mean. The list is read anew for
+// each path, as accounts come and go, but what can't change while the system runs (version, kind
+// of processor) is asked once.
+//
+// What older versions lack (IsWow64Process2) is looked up by name, so that one program runs on
+// all.
+
 namespace wm {
 
 namespace {
