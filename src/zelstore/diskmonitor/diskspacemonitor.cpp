@@ -4,6 +4,15 @@
 #include "common/errorreport.h"
 #include "zelstore/diskmonitor/spacewatch.h"
 
+// The monitor's thread and its end.
+//
+// The thread works on the watch alone, of which it owns a share. A subscriber may drop the last
+// reference to the monitor while it is called, that is, on the monitor's own thread: the destructor
+// then can't wait, the monitor goes, and the thread ends behind the call without touching it. On
+// every other thread the destructor waits, so that no subscriber is called after it.
+//
+// Subscribers go last: those that are being called may still come back to unsubscribe.
+
 namespace ZEL {
 
 DiskSpaceMonitor::DiskSpaceMonitor(std::uint32_t periodMs)

@@ -21,8 +21,10 @@ class SpaceWatch;
 class DiskSpaceMonitor final
     : public TobObject<IMonitorRegistration, IMonitorConfiguration, IMonitorLifetime> {
 public:
+    // What every host gets; other periods are for tests.
     static constexpr std::uint32_t pollingPeriodMs = 60000;
 
+    // Reads the thresholds from the settings; no thread runs yet.
     explicit DiskSpaceMonitor(std::uint32_t periodMs = pollingPeriodMs);
     ~DiskSpaceMonitor() override;
 
@@ -32,6 +34,7 @@ public:
     virtual IMonitorEvent* MakeEvent(DiskState state);
 
     TobResult QueryInterface(const GUID& iid, void** out) override;
+    // This one and the next five as the interfaces tell them.
     HRESULT Subscribe(IMonitorSubscriber* subscriber) override;
     HRESULT Unsubscribe(IMonitorSubscriber* subscriber) override;
     HRESULT SetThresholds(std::uint32_t stopThreshold, std::uint32_t resumePercentage) override;
@@ -39,14 +42,16 @@ public:
     HRESULT Stop() override;
     HRESULT Wait() override;
 
-    // One look at the volume of `path`.
+    // One look at the volume of `path`. It is announced on the calling thread.
     void CheckFreeSpace(const std::wstring& path);
 
 private:
     HRESULT StartLocked() REQUIRES(startLock_);
 
     const std::uint32_t periodMs_;
+    // Shared with the thread, which may outlive the monitor by the rest of one call.
     const std::shared_ptr<SpaceWatch> watch_;
+    // Two threads that start at the same time must not both make the event or the thread.
     wm::Lock startLock_;
     wm::WorkerThread monitorThread_;
 };

@@ -7,6 +7,13 @@
 #include "common/trace.h"
 #include "zelstore/diskmonitor/diskspacemonitor.h"
 
+// The module's monitor. It is held by two of its faces, which hosts ask for; the third, which
+// starts and ends it, is asked for when it is needed. What is let go is released without a lock,
+// since its destructor waits for a thread whose subscribers may come here at that moment.
+//
+// A second start replaces the faces and so drops the former monitor, unless a host holds one of
+// them: that one then goes on until the last is released.
+
 namespace ZEL {
 
 namespace {

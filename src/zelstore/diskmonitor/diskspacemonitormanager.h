@@ -10,6 +10,7 @@ namespace ZEL {
 class DiskSpaceMonitorManager final
     : public TobObjectOf<IDiskSpaceMonitorManager, iidDiskSpaceMonitorManager> {
 public:
+    // For any thread; no call of a monitor is made under a lock of this class.
     HRESULT StartMonitor() override;
     HRESULT StopMonitor() override;
     HRESULT GetRegistration(IMonitorRegistration** out) override;

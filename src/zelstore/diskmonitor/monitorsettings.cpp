@@ -3,6 +3,11 @@
 #include "common/hostservices.h"
 #include "common/settingsvalue.h"
 
+// Where the thresholds stand between two runs. Each is a number of its own under one key; what is
+// missing or can't be read leaves its default in force, and the other one counts all the same. They
+// are written only when they differ: a write goes to the host's disk, which this monitor is there
+// to spare.
+
 namespace ZEL {
 
 namespace {

@@ -22,9 +22,13 @@ public:
     SpaceWatch(const SpaceWatch&) = delete;
     SpaceWatch& operator=(const SpaceWatch&) = delete;
 
+    // Holds from the next look on, also when the settings can't be written, which is the result.
     HRESULT SetThresholds(const MonitorThresholds& thresholds);
 
+    // Adds it and tells it the present state before it returns, on this thread. 0x80070057 for
+    // null, 0x80004005 for one that is there, 0x8007000E.
     HRESULT Subscribe(IMonitorSubscriber* subscriber);
+    // Waits for an announcement in progress, unless it is made on this very thread.
     void Unsubscribe(IMonitorSubscriber* subscriber);
     // Removes all without waiting for calls in progress.
     void Clear() { subscriptions_.Remove(nullptr); }
@@ -38,11 +42,16 @@ public:
     // With one reference; null, after a report, without memory.
     static IMonitorEvent* MakeEvent(DiskState state) noexcept;
 
+    // Made and set by the monitor; Run takes the handle once, so it stays open until the thread has
+    // ended.
     wm::EventObject stopEvent;  // auto-reset
 
 private:
+    // Without memory for the announcement nobody is told, and the next look tries again.
     void Announce(DiskState state);
 
+    // Read by each look without a lock. Of thresholds that are set meanwhile it may see one new and
+    // one old, which the next look puts right.
     std::atomic<std::uint32_t> stopThreshold_;    // megabytes of 1,000,000 bytes
     std::atomic<std::uint32_t> resumeThreshold_;  // likewise
     std::atomic<DiskState> state_{DiskState::resume};

@@ -5,6 +5,12 @@
 #include "common/boundary.h"
 #include "common/trace.h"
 
+// Calls without a lock. A round of calls looks for the next subscriber behind the last number that
+// it has called, takes a reference and lets the lock go; so the list may change between two calls,
+// nobody is called twice in one round, and who left is not called any more. A round ends at the
+// last number that there was at its beginning: a subscriber that comes anew in each of its calls
+// would else keep it going for ever.
+
 namespace ZEL {
 
 namespace {

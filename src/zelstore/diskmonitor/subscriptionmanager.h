@@ -22,6 +22,7 @@ public:
     HRESULT Add(IMonitorSubscriber* subscriber) EXCLUDES(lock_);
     // Null removes all.
     void Remove(IMonitorSubscriber* subscriber) EXCLUDES(lock_);
+    // False for null.
     bool IsSubscribed(IMonitorSubscriber* subscriber) const EXCLUDES(lock_);
 
     // Calls `target` alone, or all when it is null. Gives the number that the last subscription had
@@ -31,18 +32,22 @@ public:
     std::uint64_t NotifyAdded(IMonitorEvent* event, std::uint64_t behind) EXCLUDES(lock_);
 
 private:
+    // The number ascends with each subscription and is never used again, so that rounds of calls go
+    // on behind it whatever comes and goes. The identity tells subscribers apart.
     struct Subscription {
         std::uint64_t number;
         const void* identity;
         CountedPtr<IMonitorSubscriber> subscriber;
     };
 
+    // Identities are taken before the lock: they are answers of foreign code.
     bool HasLocked(const void* identity) const REQUIRES_SHARED(lock_);
     // The first one behind `*number`, up to `last`; null when there is none.
     CountedPtr<IMonitorSubscriber> NextOne(std::uint64_t* number, std::uint64_t last) const;
 
     mutable wm::ReaderWriterLock lock_{wm::LockRank::leaf};
     std::vector<Subscription> subscribers_ GUARDED_BY(lock_);
+    // Of the latest subscription; 0 before the first.
     std::uint64_t lastNumber_ GUARDED_BY(lock_) = 0;
 };
 
