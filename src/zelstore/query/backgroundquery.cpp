@@ -101,6 +101,7 @@ HRESULT BackgroundQuery::Work::Ask() {
     void* face = nullptr;
     if (Failed(store->QueryInterface(iidEventStore2, &face)))
         return store->Query(document.Get(), callback.Get(), stopEvent.Handle());
+    // The interface came with a reference.
     const auto pausable = CountedPtr<IEventStore2>::Adopt(static_cast<IEventStore2*>(face));
     return pausable->QueryEx(document.Get(), callback.Get(), stopEvent.Handle(),
                              pauseEvent.Handle());

@@ -22,9 +22,12 @@ public:
     BackgroundQuery(const BackgroundQuery&) = delete;
     BackgroundQuery& operator=(const BackgroundQuery&) = delete;
 
-    // Makes the events, and keeps the store object that the query asks.
+    // Makes the events, and keeps the store object that the query asks. 0x8007000E when one can't
+    // be made; the object is then only good for destruction.
     HRESULT Init(CountedPtr<IEventStore> store);
-    // 0x80070057 for a null argument, 0x80004005 when the query runs already.
+    // 0x80070057 for a null argument, 0x80004005 when the query runs already. 0x8007009B without a
+    // thread; then, too, nothing was told to the callback. From success on the callback gets its
+    // end call in any case.
     HRESULT Start(IStringValue* document, IQueryCallback* callback);
     // Waits for the thread; it is to be told to end before. Returns at once on that thread, and
     // when that thread waits for this one, itself or through other queries.
@@ -37,6 +40,7 @@ public:
     // Ends the query at its next look, also a paused one. It can't be paused again, or the one who
     // waits for its end would wait without end.
     void Cancel() EXCLUDES(lock_);
+    // Holds the walk at its next thousandth row. Does nothing to a query that was cancelled.
     void Pause() EXCLUDES(lock_);
     void Resume() { work_->pauseEvent.Set(); }
 
@@ -45,9 +49,12 @@ public:
     static const std::atomic<bool>* CancelledOfThread() noexcept;
 
 private:
+    // One wait of one query's thread for another, entered for as long as it lasts.
     class EnteredWait;
+    // What the thread works with, shared with the object, which may go first.
     struct Work {
         HRESULT Run();
+        // Pausable where the store object is of the second version.
         HRESULT Ask();
 
         wm::EventObject stopEvent;   // auto-reset
@@ -58,6 +65,7 @@ private:
         std::atomic<bool> cancelled{false};
         const Work* awaited = nullptr;  // guarded by the lock of all waits
     };
+    // Of the query whose thread this is; null on all other threads.
     static thread_local Work* current_;
 
     wm::Lock lock_;  // Pause against Cancel

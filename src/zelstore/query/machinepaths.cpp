@@ -6,6 +6,14 @@
 #include "common/textbridge.h"
 #include "zelstore/database/endwatch.h"
 
+// A query is written for many machines, so its paths may hold what each machine fills in for
+// itself: a folder's token, a kind of drive, a user's variable, a registry root. Such a path stands
+// for all that the normalisers make of it here, and a row has to match one of them.
+//
+// A path comes out of a document that anybody may have written. Each expansion counts its work at
+// the query's watch, so that a document of many thousand paths ends when it is told to, and a text
+// longer than any path is taken as it stands.
+
 namespace ZEL {
 
 using namespace Schema;

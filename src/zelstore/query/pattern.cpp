@@ -42,7 +42,9 @@ bool Take(std::string_view* expression, std::string_view start) {
     return true;
 }
 
-// What one match may still look at.
+// What one match may still look at. The matcher looks at bytes through its iterators alone, so that
+// counting there bounds it from outside. Counting goes down in slices: the watch and the budget are
+// looked at once in 16,384 bytes.
 class LookBudget {
 public:
     LookBudget(EndWatch* watch, std::uint64_t looks) : watch_(watch), later_(looks) { Refill(); }
@@ -121,6 +123,7 @@ private:
 
 }  // namespace
 
+// Simple expressions are tried first; the general matcher is also the one who tells what is wrong.
 Pattern::Pattern(const std::string& expression, bool caseSensitive)
     : caseSensitive_(caseSensitive) {
     if (ReadElements(expression)) {
@@ -212,6 +215,9 @@ bool Pattern::CutBehind(const Elements& piece, std::string_view* text, EndWatch*
     return false;
 }
 
+// What stands between the first and the last piece is searched from left to right: taking each
+// piece at its first place leaves the most for the ones behind, so that no choice is ever taken
+// back.
 bool Pattern::MatchesPieces(std::string_view text, EndWatch* watch) const {
     Spend(watch, text.size() + elements_.size());
     const Elements& first = pieces_.front();
@@ -227,6 +233,7 @@ bool Pattern::MatchesPieces(std::string_view text, EndWatch* watch) const {
                        [&](const Elements& piece) { return CutBehind(piece, &text, watch); });
 }
 
+// All ways through the expression at once, a step for each byte of the text; no way is tried again.
 bool Pattern::MatchesStates(std::string_view text, EndWatch* watch) const {
     const std::size_t count = elements_.size();
     // Whether the first i elements can take what was read of the text.

@@ -12,7 +12,11 @@ namespace ZEL {
 class EndWatch;
 
 // A regular expression (Perl syntax) that a whole text has to match, byte by byte; without case,
-// ASCII letters are folded. For one thread.
+// ASCII letters are folded. For one thread. A match changes nothing in it, but may take long: hand
+// it the query's watch.
+//
+// Which matcher it uses is told by the expression alone, once, when it is made (pattern.cpp). The
+// own one's time is bounded by text times expression.
 class Pattern {
 public:
     // What a match by the general matcher may cost: the bytes that it looks at, about a tenth of a
@@ -36,9 +40,12 @@ private:
     static constexpr Element anyBytes = -3;   // .*
     using Elements = std::vector<Element>;
 
+    // Fills elements_; false when only the general matcher will do, which then knows what is wrong
+    // as well.
     bool ReadElements(std::string_view expression);
     void SplitPieces();
     bool Fits(Element element, char c) const noexcept;
+    // The text must hold as many bytes as there are elements.
     std::size_t CountFitting(const Elements& elements, const char* text) const noexcept;
     bool FitsAt(const Elements& piece, const char* text) const noexcept;
     bool CutBehind(const Elements& piece, std::string_view* text, EndWatch* watch) const;

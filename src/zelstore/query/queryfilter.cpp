@@ -158,6 +158,7 @@ QueryFilter::Field QueryFilter::MakeField(const std::string& name,
 bool QueryFilter::MatchesFilter(const KeyFields& keyFields) {
     bool isOpen = false;
     for (Field& field : fields_) {
+        // No condition holds for a field that the key has not.
         if (Failed(GetKeyField(keyFields, field.name, &field.text)))
             return false;
         field.answer = TestComparisons(field);
@@ -188,6 +189,7 @@ QueryFilter::Answer QueryFilter::TestComparisons(Field& field) {
     const auto& together = field.together.comparisons;
     if (std::any_of(alone.begin(), alone.end(), holds))
         return Answer::yes;
+    // Noted for the expressions: where a comparison has failed, they can't save this part.
     field.togetherMayHold =
         !field.together.Empty() && std::all_of(together.begin(), together.end(), holds);
     if (field.togetherMayHold && field.together.expressions.empty())

@@ -17,6 +17,9 @@ class EndWatch;
 // The conditions of one sub-query, made ready for testing row keys. Fields combine by AND; within a
 // field positive conditions combine by OR, and from the first negative one on, in byte order of the
 // values, every condition must hold. For one thread.
+//
+// Without conditions every row passes. A field that the row's key has not fails the row, also for a
+// negative condition: nothing is known of it that could differ.
 class QueryFilter {
 public:
     // `watch` may be null; all work is counted there. Throws GivenUp when it says so.
@@ -28,6 +31,7 @@ public:
     bool MatchesFilter(const KeyFields& keyFields);
 
 private:
+    // Unknown: it hangs on an expression that can't be matched, or was not tried yet.
     enum class Answer { no, yes, unknown };
 
     // Compares with a value; folded to upper case when case does not matter.
@@ -58,12 +62,16 @@ private:
         bool togetherMayHold = false;
     };
 
+    // Values come in byte order, which says from which one on all have to hold.
     static Field MakeField(const std::string& name, const std::map<std::string, Schema::Operator>&,
                            EndWatch* watch);
+    // The cheap half and the dear one of a field's answer. The first also notes what the second
+    // needs.
     Answer TestComparisons(Field& field);
     Answer TestExpressions(Field& field);
     bool Holds(const Comparison& comparison, std::string_view text);
     Answer Matches(Expression& expression, std::string_view text);
+    // Remembers a failure, since the next row would only meet it again.
     void Compile(Expression& expression);
 
     EndWatch* const watch_;

@@ -18,6 +18,7 @@ class LeavingQueries {
 public:
     // Forgets those that have left meanwhile.
     void Add(std::shared_ptr<BackgroundQuery> query) EXCLUDES(lock_);
+    // Tells all to end and does not wait.
     void CancelAll() EXCLUDES(lock_);
     // A query on whose thread this is called stays for the next call.
     void WaitAll() EXCLUDES(lock_);
@@ -57,7 +58,9 @@ public:
 private:
     using QueryPtr = std::shared_ptr<BackgroundQuery>;
 
+    // Waits; what can't be waited for here is handed on to the leaving ones.
     static void Await(const QueryPtr& query);
+    // Null, after a trace, when there is none.
     QueryPtr Find(const QueryId& id) const EXCLUDES(lock_);
 
     mutable wm::Lock lock_{wm::LockRank::queryManager};
@@ -66,7 +69,8 @@ private:
 };
 
 // The module's state of queries, guarded by one lock. The manager exists from the end of a
-// successful start until the store is shut down.
+// successful start until the store is shut down. The lock guards the pointer alone: take a
+// reference and release the lock before you call the manager for anything that waits.
 struct QueryModule {
     wm::Lock queryManagerLock{wm::LockRank::queryManagerPointer};
     std::shared_ptr<QueryManager> queryManager GUARDED_BY(queryManagerLock);
@@ -74,9 +78,11 @@ struct QueryModule {
     LeavingQueries leaving;
 };
 
+// The one of the process. Lives until the process ends.
 QueryModule& Queries() noexcept;
 
-// A name for a query that no other query of this process has.
+// A name for a query that no other query of this process has. It is a counter and no random GUID:
+// names never leave the process.
 QueryId NewQueryId() noexcept;
 
 }  // namespace ZEL

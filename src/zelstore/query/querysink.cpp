@@ -37,6 +37,7 @@ void ReportLostRow(const char* what) noexcept {
     wm::ReportError(hr::unexpected, wm::reportLabel::lostRow, "Exception", what);
 }
 
+// Behind a callback as slow as this the stop event is looked at at once.
 constexpr std::uint64_t slowCallbackMs = 50;
 
 std::string_view View(const leveldb::Slice& slice) {
@@ -155,6 +156,8 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
         if (const auto failed = DeliverFullBatch())
             return *failed;
     }
+    // Behind the delivery: a row whose batch was not taken is offered again with the next database,
+    // and not counted.
     ++matchCount_;
     if (options_.limit >= 0 && matchCount_ >= options_.limit) {
         *keepGoing = false;
@@ -233,6 +236,7 @@ std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view ke
 }
 
 HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {
+    // Mostly the event stands where its row does: both were written on the same day.
     const leveldb::Status status = instance_->Get(readOptions_, key, event);
     if (status.ok())
         return hr::ok;

@@ -16,7 +16,9 @@
 
 namespace ZEL {
 
-// How the results of one sub-query are to be made.
+// How the results of one sub-query are to be made. The document says them for all its sub-queries,
+// but for the family, which the sub-query's times tell, and the limit, of which the earlier ones
+// have taken their part.
 struct QuerySinkOptions {
     std::int32_t family = 0;
     std::int32_t limit = -1;  // most matches; negative means no limit
@@ -27,37 +29,51 @@ struct QuerySinkOptions {
 // Turns the rows of one scan into batches of results for a callback. Made for one sub-query, used
 // by one scan on the query's thread, then dropped. A row that can't be turned into a result is left
 // out; a sink never ends a query with a failure.
+//
+// The order of calls is IQuerySink's: Begin, for each database Attach and its rows, End. The
+// callback is called from within OnRecord and End, under no lock of the store.
 class QuerySink final : public IQuerySink {
 public:
     static constexpr std::size_t batchSize = 100;
 
-    // Null when the conditions can't be made ready or the family is unknown.
+    // Null when the conditions can't be made ready or the family is unknown. Expanding the
+    // conditions may take long, and throws GivenUp when the query's watch says so. An end that is
+    // not Unicode is traced and means none.
     static std::unique_ptr<QuerySink> Create(const Schema::Event& subQuery,
                                              const QuerySinkOptions& options,
                                              IQueryCallback* callback);
 
     HRESULT Begin(IZelDbImpl* database) override;
+    // Delivers what is left of a batch, and lets go what the walk kept open for enrichments. The
+    // result is the callback's.
     HRESULT End() override;
     HRESULT Attach(leveldb::DB* instance, const leveldb::ReadOptions& options) override;
     RowResult OnRecord(const leveldb::Slice& key, const leveldb::Slice& value,
                        bool* keepGoing) override;
     HRESULT SetEndValue(const std::string& end) override;
+    // Results that were put in a batch, delivered or not. A row whose delivery failed is not
+    // counted.
     std::int32_t GetMatchCount() override { return matchCount_; }
 
 private:
     QuerySink(const QuerySinkOptions& options, std::string prefix,
               const Schema::FilterMap& conditions, IQueryCallback* callback);
 
+    // What OnRecord does for a row that nothing goes wrong with.
     RowResult Accept(std::string_view key, std::string_view value, bool* keepGoing);
+    // By text, as all times in keys. A row without a time is not past the end.
     bool IsPastEnd() const;
     // The result text of a row: a view of `value` or of `joined_`. None when the record is to be
     // dropped.
     std::optional<std::string_view> MakeResult(std::string_view key, std::string_view value);
     std::optional<std::string_view> MakePrimaryResult(std::string_view key, std::string_view value);
+    // Fills joined_ with the event that a receive-time row names, from this database or, if it is
+    // not there, from any other.
     HRESULT JoinEnrichedEvent(std::string_view value);
     // Nothing when the batch went out, else the row's answer; the batch then stays filled.
     std::optional<RowResult> DeliverFullBatch();
     HRESULT ReadEvent(const std::string& key, std::string* event);
+    // Where a later query goes on; nothing for primary rows, which have no such place.
     HRESULT ExtractCursor(std::wstring* time, std::int32_t* sequence) const;
     HRESULT Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence);
 

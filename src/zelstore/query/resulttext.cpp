@@ -5,6 +5,11 @@
 #include "common/trace.h"
 #include "zelstore/schema/text.h"
 
+// Members are added to events by cutting off the last brace. Events are stored as they came;
+// parsing and writing each result anew would cost far more than the splice, and could change the
+// order of members and the form of numbers. What follows the last brace can only be white space in
+// JSON.
+
 namespace ZEL {
 
 namespace {

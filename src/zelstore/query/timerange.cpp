@@ -4,6 +4,13 @@
 
 #include "zelstore/schema/timetext.h"
 
+// From operators to a range. A walk starts at one key and ends at one time, both inclusive. So
+// whatever a document says of begin_time and end_time becomes a first and a last time wanted: a
+// strict limit moves by a millisecond, and an upper limit on begin_time becomes the end, with the
+// lowest time there is as the start.
+//
+// A begin_time with an upper limit and an end_time together: the end_time as it was is replaced.
+
 namespace ZEL {
 
 using namespace Schema;
