@@ -13,13 +13,14 @@ TEST(KeySplit, SplitsAndReadsFields) {
     EXPECT_EQ(fields.Find("c"), "x");
     EXPECT_EQ(fields.Find("d"), "");
     EXPECT_EQ(fields.Find(""), "e");
-    std::string longKey = "<a>1";
+    std::string longKey = "<first>0<a>1";
     for (int i = 0; i < 40; ++i)
         longKey += "<n>" + std::to_string(i);
     longKey += "<a>9";
     SplitKeyFields(longKey, &fields);
     EXPECT_EQ(fields.Find("a"), "9");
     EXPECT_EQ(fields.Find("n"), "39");
+    EXPECT_EQ(fields.Find("first"), "0");
 
     const struct {
         const char* key;

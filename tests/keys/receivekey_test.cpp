@@ -18,6 +18,7 @@ TEST(ReceiveKey, IsReadStrictlyByItsOwnersAndMildlyElsewhere) {
         std::optional<std::pair<std::string, std::uint32_t>> place;
     } rows[] = {
         {MakeReceiveKey(time, 7), true, {{time, 7}}},
+        {"r<receive_time>" + time + "<sequence>7", false, {{time, 7}}},
         {whole + "x", false, {{time, 4294967295U}}},
         {"r<receive_time>T<sequence>12<x>3", false, {{"T", 12}}},
         {"x<receive_time><sequence>-1", false, {{"", 4294967295U}}},
