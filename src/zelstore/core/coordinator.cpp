@@ -109,6 +109,7 @@ HRESULT EventStoreImpl::CoordinatorMain() {
             wm::ReportError(hr::Code(woken));
             break;
         }
+        // One reading for what this turn flushes; a later change belongs to the next.
         const bool live = liveMode_.load(std::memory_order_relaxed);
         if (woken == wm::waitTimedOut && !live)
             continue;

@@ -34,6 +34,7 @@ HRESULT EventStoreImpl::GetDatabaseErrors(IValueCollection** out) {
     }
     if (out == nullptr)
         return hr::invalidArgument;
+    // A host may keep one variable for all its calls; what that held would be lost.
     if (*out != nullptr)
         (*out)->Release();
     *out = nullptr;

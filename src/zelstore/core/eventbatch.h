@@ -9,7 +9,7 @@
 
 namespace ZEL {
 
-// How much some batches hold.
+// How much some batches hold. Bytes are what the texts hold, not what the allocator takes for them.
 struct Amount {
     std::size_t records = 0;
     std::size_t bytes = 0;  // of keys and values
@@ -30,11 +30,13 @@ public:
     static constexpr std::size_t mostBytes = std::size_t{4} << 20;
 
     EventBatch() = default;
-    // A new batch that uses the entries of a written one.
+    // A new batch that uses the entries of a written one. What the entries say is overwritten;
+    // there is no need to clear them.
     explicit EventBatch(RecordBatch spent) noexcept : spent_(std::move(spent)) {}
 
-    // A record with the key of one in the batch replaces that one's value.
-    // What the two texts hold then is of no use; the caller frees it after all locks are released.
+    // A record with the key of one in the batch replaces that one's value. What the two texts hold
+    // then is of no use; the caller frees it after all locks are released. Without memory it
+    // throws: the record is then not in the batch, and those before it are.
     void Add(std::string& key, std::string& value) EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
         ++added_;
@@ -57,6 +59,7 @@ public:
         // What was replaced stands in `value` now.
         bytes_ += valueBytes + (records_.size() != before ? keyBytes : -value.size());
     }
+    // Records under distinct keys, which is what the batch has room for.
     Amount Held() const EXCLUDES(lock_) {
         const wm::Hold hold(lock_);
         return {records_.size(), bytes_};
@@ -70,6 +73,7 @@ public:
 private:
     mutable wm::Lock lock_{wm::LockRank::batch};
     RecordBatch records_ GUARDED_BY(lock_);
+    // Entries without a record; used up one by one.
     RecordBatch spent_ GUARDED_BY(lock_);
     std::size_t bytes_ GUARDED_BY(lock_) = 0;
     std::uint64_t added_ GUARDED_BY(lock_) = 0;

@@ -121,6 +121,8 @@ HRESULT EventStoreImpl::OpenDatabase() {
     database = GetMasterDatabase();
     if (database == nullptr)
         return hr::fail;
+    // Not taken back by a later failure or a close: the database is the process's, and records that
+    // come while it is closed wait in the queues.
     database_.store(database, std::memory_order_release);
     return database->Initialize();
 }
@@ -165,6 +167,7 @@ HRESULT EventStoreImpl::Shutdown() {
     for (;;) {
         const std::uint64_t era = AwaitThreads();
         const wm::Hold hold(stateLock_);
+        // Nobody started or closed the store meanwhile, so all there is has been waited for.
         if (era == era_)
             Close();
         else if (!running_)
@@ -268,6 +271,7 @@ HRESULT EventStoreImpl::EnqueueForInsertion(std::string key, std::string value, 
         ready.Set();  // also for a full queue: the coordinator makes room
     if (Failed(result)) {
         wm::Trace(wm::message::recordNotQueued, result);
+        // Nobody will make room: another result than for a queue that is full for a moment.
         if (!coordinatorThread_.IsRunning()) {
             wm::ReportError(hr::unexpected,
                             silent ? "EnqueueForInsertion - Silent Enrichment"

@@ -23,6 +23,7 @@ struct StorePeriods {
     std::uint32_t flushTimerMs = 60000;
 };
 
+// Which queue a record goes through, and which database it ends in.
 enum class RecordKind {
     event,             // also an enrichment that is written beside the events
     silentEnrichment,  // goes to the database of its event's date
@@ -35,7 +36,8 @@ enum class RecordKind {
 class EventStoreImpl {
 public:
     // The core of the process: the living one, or a new one that is not started. Null when memory
-    // runs out.
+    // runs out. It goes with its last proxy; what is queued then is lost, so hosts stop the store
+    // first.
     static std::shared_ptr<EventStoreImpl> GetInstance() noexcept;
 
     explicit EventStoreImpl(StorePeriods periods = {}) : periods_(periods) {}
@@ -48,13 +50,18 @@ public:
     HRESULT Stop();
     HRESULT Shutdown();
 
+    // The text is made UTF-8 here, on the caller's thread, outside all locks. `kind` chooses
+    // between Insert and InsertSilent.
     HRESULT Insert(IStringValue* key, IStringValue* value, RecordKind kind);
     // The same for texts that are UTF-8 already. They are moved on to the batch. Asks for no
     // database: what a closed store takes waits for its next start.
     HRESULT EnqueueForInsertion(std::string key, std::string value, RecordKind kind);
 
+    // Runs on the calling thread and takes none of this class's locks. A null pauseEvent is never
+    // waited for.
     HRESULT Query(IStringValue* document, IQueryCallback* callback, HANDLE stopEvent,
                   HANDLE pauseEvent);
+    // Waits for the purge without a lock, so that Stop and Shutdown can come in meanwhile.
     HRESULT Purge(std::uint32_t maxSizeMegabytes);
     HRESULT GetDatabaseErrors(IValueCollection** out);
     HRESULT ClearDatabaseErrors();
@@ -65,6 +72,8 @@ private:
     // The steps of a start, in their order. The first that fails ends it.
     HRESULT Start() REQUIRES(stateLock_);
     HRESULT StartJobController() REQUIRES(stateLock_);
+    // Gets the process's database at the first start; later ones find it again. From here on Insert
+    // takes records.
     HRESULT OpenDatabase();
     HRESULT EnableQueries() REQUIRES(stateLock_);
     // Refuses new queries of the store's threads, and tells those that run to end.
@@ -77,18 +86,24 @@ private:
     void CloseQueries();
     void DropJobController() REQUIRES(stateLock_);
 
+    // Makes the events and the timer and starts the thread that waits for them. One that a former
+    // start has left running is kept: it is reported, and no failure.
     HRESULT StartCoordinator();
     HRESULT StartFlushTimer();
     HRESULT TimerError() const noexcept;
+    // The body of the coordinator's thread: until the stop event, or until waiting fails.
     HRESULT CoordinatorMain();
     // One thread at a time: the coordinator, or Stop once that has ended.
     void FlushQueues(Flush what);
+    // What fails for one batch does not keep the others from the disk.
     void InsertBatches(BatchList batches, RecordKind kind);
     // Writes a batch, tells what is lost if that fails, and gives the entries back to the queue.
     HRESULT InsertBatch(std::unique_ptr<EventBatch> batch, RecordKind kind);
     // In live mode, starts the store's job when there are receive-time rows among the records.
     void NotifyJob(const RecordBatch& records);
+    // The body of the purge thread.
     HRESULT PurgeMain(std::uint32_t maxSizeMegabytes);
+    // A status that can't be written is not tried again until it changes.
     void PublishPurgeStatus(std::uint32_t status);
 
     // Null means that the store is not open. Not owned: it lives until the process ends.
@@ -113,7 +128,11 @@ private:
     // One more with each start and each close, so that a Shutdown that has waited knows whether it
     // has waited for all there is.
     std::uint64_t era_ GUARDED_BY(stateLock_) = 0;
+    // Set by any thread; the coordinator looks at it at each wake-up, so that a change may take ten
+    // seconds.
     std::atomic<bool> liveMode_{false};
+    // Made by a start and dropped by the close that follows; in between only the thread that
+    // flushes uses it.
     CountedPtr<IZELJobController> jobController_;
     const StorePeriods periods_;
 };

@@ -79,6 +79,8 @@ HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool
     const Amount held = last != nullptr ? last->Held() : Amount{};
     *wake = false;
     if (IsFullLocked(held, bytes)) {
+        // The batch goes as it is, with the next wake-up: waiting for it to fill would wait for
+        // producers that are being refused.
         isLastClosed_ = true;
         ReportFullQueue();
         *wake = true;

@@ -12,7 +12,8 @@ namespace ZEL {
 
 using BatchList = std::list<std::unique_ptr<EventBatch>>;
 
-// What a flush takes.
+// What a flush takes. With live mode off, small batches wait for the timer: fewer and larger writes
+// spare the disk.
 enum class Flush {
     fullBatches,  // the batch being filled stays
     everything,
@@ -33,7 +34,7 @@ public:
     // Adds a record to the batch being filled. `*wake` tells that the consumer has work: this
     // record no longer fitted into the batch before, or the queue is full. 0x80004005 for a full
     // queue: the record is dropped. An empty queue takes a record of any size. 0x8007000E without
-    // memory: the record is dropped, too.
+    // memory: the record is dropped, too. `*wake` is to be acted upon on failure too.
     HRESULT EnqueueEventData(std::string key, std::string value, bool* wake) EXCLUDES(lock_);
 
     // Moves batches, oldest first, to the end of `out`. A queue that was empty then lets go of the
@@ -41,6 +42,7 @@ public:
     void DequeueBatches(BatchList& out, Flush what) EXCLUDES(lock_);
 
     // Takes back the entries of a batch that was written, whose records are of no use any more.
+    // Keeps a few; the rest is freed.
     void Recycle(RecordBatch spent) noexcept EXCLUDES(lock_);
 
     // Number of batches.
@@ -55,6 +57,7 @@ private:
     static void ReportFullQueue();
 
     mutable wm::Lock lock_{wm::LockRank::queue};
+    // The last one is being filled.
     BatchList batches_ GUARDED_BY(lock_);
     SpentBatches spent_ GUARDED_BY(lock_);
     std::size_t recordLimit_ GUARDED_BY(lock_) = defaultCapacity;
