@@ -15,16 +15,20 @@ public:
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
-    // Both false when nothing more can be written.
+    // Both false when nothing more can be written. What was written may wait in a buffer of 64 KiB
+    // until Flush, so true does not yet mean that the reader has it.
     bool Write(std::string_view text);
     bool Flush();
     bool Usable() const noexcept { return state_ == State::good; }
 
     // Writes what is left. The value for the program's end: `code`, unless the output failed, which
-    // is told, or its reader went away.
+    // is told, or its reader went away. To be called last: what is written after it can fail
+    // unseen.
     int Finish(int code);
 
 private:
+    // A reader that went away and a wait that an interrupt ended are `closed`: nobody wants the
+    // rest.
     enum class State { good, closed, failed };
     static constexpr std::size_t bufferSize = 1U << 16;  // bytes
 
@@ -36,11 +40,14 @@ private:
     int error_ = 0;  // an errno value
 };
 
-// The same value for a command that prints through the C library.
+// The same value for a command that prints through the C library. For output that is small and need
+// not stop early. Not to be mixed with Output in one command, since each has a buffer of its own
+// and the order would be lost.
 int FinishStdout(int code);
 
 // Gives closed standard descriptors to /dev/null, in the wrong direction: a file that the store
-// opens would otherwise take their place and receive what is printed. Using them still fails.
+// opens would otherwise take their place and receive what is printed. Using them still fails. The
+// very first thing a program does, before any file is opened.
 void OccupyStandardDescriptors();
 
 }  // namespace zel

@@ -12,11 +12,14 @@ namespace zel {
 // form, UTC with milliseconds.
 struct TimeArgument {
     bool ok = false;
+    // 24 characters, such as 2026-11-12T10:00:00.000Z, so that the order of texts is that of times.
+    // A fraction is cut, not rounded; a distance that leads ahead of the year 1601 ends there.
     std::string text;
     std::string endOfDay;    // of a date, "today" and "yesterday": their last millisecond
     std::string error;       // what is wrong
     std::size_t column = 0;  // where, counted from 0
 };
+// `now` is what "now", days by name and distances are reckoned from, in UTC.
 TimeArgument ParseTimeArgument(const std::string& argument,
                                std::chrono::sys_time<std::chrono::milliseconds> now);
 
