@@ -7,7 +7,8 @@
 // What a query document may say: the keys of each kind of object, and what each may hold.
 namespace zel {
 
-// The form of a value. A pair is an object of `operator` and `value`.
+// The form of a value. A pair is an object of `operator` and `value`. By it ValueCheck knows what
+// may stand there without knowing the key.
 enum class Shape {
     anything,  // the store does not read it
     text,
@@ -27,7 +28,8 @@ enum class Shape {
     actions,
 };
 
-// A key that an object may have. Keys that are in no table are mistakes.
+// A key that an object may have. Keys that are in no table are mistakes. The store itself passes
+// over what it does not know, so a slip would widen the question in silence.
 struct DocumentKey {
     std::string_view name;
     Shape shape;
@@ -45,15 +47,17 @@ DocumentKeys QueryKeys();
 DocumentKeys SubQueryKeys();
 DocumentKeys ArtifactKeys();  // actor, target, result
 
-// A kind of artifact that records and queries can have.
+// A kind of artifact that records and queries can have. Made from the store's own list of members,
+// so that a member that is added there can be asked for here at once.
 struct ArtifactKind {
     std::string_view objectType;
     std::vector<DocumentKey> keys;
     std::string_view pathKey;  // what holds its path; empty without one
     bool hasHash;
 };
+// In the order in which alternatives of a question are tried. Any thread.
 const std::vector<ArtifactKind>& ArtifactKinds();
-// Null for a name that no kind has.
+// Null for a name that no kind has. Case counts, as in records.
 const ArtifactKind* FindArtifactKind(std::string_view objectType);
 
 }  // namespace zel

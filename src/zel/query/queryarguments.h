@@ -10,8 +10,9 @@
 namespace zel {
 
 // What the flags of a query say, understood and checked. Values that need no reading stay in the
-// options.
+// options. Times are in the store's form, 24 characters of UTC.
 struct QueryArguments {
+    // The first time that the store can hold, so that without --since all events are asked for.
     std::string since = "1601-01-01T00:00:00.000Z";
     std::string until;           // empty: no end
     std::uint32_t sequence = 0;  // where to start among the rows of the time `since`
@@ -20,10 +21,12 @@ struct QueryArguments {
 };
 
 // False, with words in `problem` that name the flag and point at the place. Empty flags count as
-// absent.
+// absent. Reads no file and asks no store. `*arguments` is unspecified on failure. Distances such
+// as -2h are reckoned from the moment of the call.
 bool ReadArguments(const QueryOptions& options, QueryArguments* arguments, std::string* problem);
 
-// The place behind which a query by receive-time goes on: the row's time and number.
+// The place behind which a query by receive-time goes on: the row's time and number. People pass it
+// from one run to the next as TIME/NUMBER, so that form stays.
 struct Cursor {
     std::string time;
     std::uint32_t sequence = 0;

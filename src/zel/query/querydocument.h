@@ -13,10 +13,12 @@ namespace zel {
 //
 // A sub-query joins its conditions by AND, so alternatives that lie in different fields (the hash
 // of the actor or of the target, either address of a connection, the kinds of target that have a
-// path) become sub-queries of their own.
+// path) become sub-queries of their own. `*document` is unchanged on failure. What it makes still
+// goes through CheckDocument, as a document that was written by hand does.
 bool BuildDocument(const QueryOptions& options, web::json::value* document, std::string* problem);
 
-// The document as people edit it: indented, members in their order.
+// The document as people edit it: indented, members in their order. Ends in a newline, and parses
+// to the same document.
 std::string PrettyDocument(const web::json::value& document);
 
 }  // namespace zel

@@ -15,16 +15,21 @@ namespace zel {
 // Rows by time of receipt are no events but receipts: each counts. They are asked for as many as
 // are wanted and no more, so that the position of the last one is that of the last one printed.
 struct QueryPlan {
+    // As it was checked; FirstRows and TextFor change nothing of it.
     web::json::value document;
     std::int64_t limit = -1;  // most to print; negative: all
+    // Whether any part of the question walks receive-time rows.
     bool byReceive = false;
     bool joinsEnrichments = false;
 
     // How many rows to ask for first; negative: all.
     std::int64_t FirstRows() const;
-    // The document that asks for so many rows.
+    // The document that asks for so many rows. A number beyond the store's 32 bits with a sign asks
+    // for all.
     std::string TextFor(std::int64_t rows) const;
 };
+// Only for a document that CheckDocument found no error in: members are taken to be there and of
+// their types, and it throws where they are not.
 QueryPlan PlanQuery(const web::json::value& document);
 
 }  // namespace zel

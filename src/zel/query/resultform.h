@@ -6,18 +6,23 @@
 
 namespace zel {
 
-// How results look: the form of one after the other. For one thread.
+// How results look: the form of one after the other. For one thread. A form keeps no result, so
+// that it can print answers that no memory would hold.
 class ResultForm {
 public:
     virtual ~ResultForm() = default;
-    // `event` is a result's text, UTF-8, as the store gave it.
+    // `event` is a result's text, UTF-8, as the store gave it. Gives what is to be printed for it,
+    // with whatever stands between two results. Never refuses: what a table can't read stands in it
+    // as it is, escaped.
     virtual std::string Row(const std::string& event, bool isFirst) = 0;
-    // What stands behind the last one.
+    // What stands behind the last one. `isEmpty` tells that Row was never called; a form that opens
+    // something there has to be whole without it.
     virtual std::string End(bool /*isEmpty*/) { return ""; }
 };
 
 // ndjson, json, table or keys. A table fits `columns`; with 0, where no width is known, the actor
-// alone is cut, so that the columns stand below each other. For keys `event` is the key.
+// alone is cut, so that the columns stand below each other. For keys `event` is the key. An unknown
+// name counts as ndjson: the command line has checked it.
 std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns);
 
 // Columns of the terminal: COLUMNS, else what the terminal on stdout says, else 0.

@@ -16,6 +16,7 @@ namespace zel {
 
 // The event in a result, as it was stored, but for its last brace: what the store joined behind it
 // is left out. `mayBeJoined`: whether enrichments were asked for. The text is known to be UTF-8.
+// Points into `result`. Only to be compared with others of its kind: it is no JSON any more.
 std::string_view EventOf(std::string_view result, bool mayBeJoined);
 
 // Prints results as they come, over one walk or several. Refuses them, and prints nothing more,
@@ -44,13 +45,16 @@ public:
     }
     std::int64_t AddRef() override { return 2; }
     std::int64_t Release() override { return 1; }
+    // 0x80004004 refuses the batch and all behind it. No result is kept behind the call.
     ZEL::HRESULT OnQueryResults(ZEL::HRESULT status, ZEL::IValueCollection* results, bool isFinal,
                                 bool isComplete, ZEL::IStringValue* resumeTime,
                                 std::int32_t resumeSequence) override;
 
     // Whether another walk, for more rows, is to go on where the last one, for `rows`, ended too
-    // early: it gave them all, and too few were new.
+    // early: it gave them all, and too few were new. Always false where all rows were asked for,
+    // and for receipts, which are never the same twice.
     bool WantsMore(std::int64_t rows) const;
+    // Ahead of each walk. What was printed stays known from one walk to the next.
     void StartWalk() { rows_ = 0; }
     // Prints what stands behind the last result.
     void Finish() { output_.Write(form_.End(count_ == 0)); }

@@ -9,16 +9,21 @@
 namespace zel {
 
 // Knows which texts it was given before. It keeps 16 bytes of each, in a table that is at most
-// three times as large as they are, and no more than `most` texts. For one thread.
+// three times as large as they are, and no more than `most` texts. For one thread. Two texts are
+// taken for one with a chance that nobody can raise by choosing the texts, and that is too small to
+// count.
 class SeenTexts {
 public:
     static constexpr std::size_t mostTexts = std::size_t{1} << 23;  // 256 MiB
 
+    // Takes no memory before the first text.
     explicit SeenTexts(std::size_t most = mostTexts);
 
     // Whether the text is new. Beyond `most` texts nothing more is kept: what was kept is still
-    // known, all else counts as new.
+    // known, all else counts as new. Throws std::bad_alloc when the table can't grow; it then is as
+    // it was.
     bool Insert(std::string_view text);
+    // Once true, what Insert calls new may have come before.
     bool IsFull() const noexcept { return count_ >= most_; }
 
 private:

@@ -6,25 +6,32 @@
 namespace zel {
 
 // Checks the values at the leaves of a document: pairs, operators, times, numbers and names. For
-// one document; the findings are the caller's.
+// one document; the findings are the caller's. Findings come in the order of the document, several
+// of one value among them; a value that is wrong does not keep the others from being looked at. For
+// one thread.
 class ValueCheck {
 public:
     explicit ValueCheck(DocumentFindings& found) : found_(found) {}
 
     // A value of any shape but artifacts. `counts`: whether it is a condition, which must have
-    // values.
+    // values. Where it is no condition, such as in a result, its type alone is checked.
     void Value(const web::json::value& value, const DocumentKey& key, const std::string& path,
                bool counts);
-    // Calls `visit(key, value, path)` for each member that is known; tells the others.
+    // Calls `visit(key, value, path)` for each member that is known; tells the others. Sees what
+    // stands twice, of which the store would take one without a word; `visit` then gets only the
+    // first.
     template <typename Visit>
     void Members(const web::json::value& object, DocumentKeys keys, const std::string& path,
                  Visit&& visit);
-    // Each tells the path when the value is of another type.
+    // Each tells the path when the value is of another type. False then, and the caller passes the
+    // value over.
     bool IsObject(const web::json::value& value, const std::string& path);
     bool IsArray(const web::json::value& value, const std::string& path);
     bool IsString(const web::json::value& value, const std::string& path);
 
     // `path` is the place, such as event_query.events[0].action[1]; empty for the whole document.
+    // What stands in the document may be a stranger's text: places are escaped here, `what` by who
+    // makes it.
     void Error(const std::string& path, const std::string& what);
     void Warn(const std::string& path, const std::string& what);
     bool HasErrors() const { return !found_.errors.empty(); }
@@ -48,6 +55,7 @@ private:
                     bool counts);
     void Patterns(const std::vector<std::string>& values, const DocumentKey& key,
                   const Comparison& comparison, const std::string& path);
+    // Compiles it for what it will be on this machine, too.
     bool Pattern(const std::string& pattern, const DocumentKey& key, bool caseSensitive,
                  const std::string& path);
     void NumberPair(const web::json::value& pair, const std::string& path, bool counts);
