@@ -7,14 +7,18 @@
 
 namespace zel {
 
-// Why a line is not taken.
+// Why a line is not taken. By the kind problems are counted, so it must not hold anything of the
+// line; the text lives as long as the program. What comes from the line goes into the detail,
+// escaped. An empty kind stands for no problem.
 struct LineProblem {
     std::string_view kind;  // such as "no begin_time": one of few constant texts
     std::string detail;     // what this line adds to it; may be empty
 };
 
 // Tells the problems of a run. Of each kind the first ten are told in full as they come, all of
-// them when everything is to be told; the rest is counted. For one thread.
+// them when everything is to be told; the rest is counted. For one thread. A file with a fault in
+// every line must not bury what else is said, nor fill the memory: of a kind only its first place
+// is kept.
 class LineProblems {
 public:
     explicit LineProblems(bool tellsAll) : tellsAll_(tellsAll) {}

@@ -12,11 +12,14 @@ namespace zel {
 //
 // Remembers hashes, 16 bytes a key, and no more than 64 MiB of them: when the bound is reached the
 // older half is forgotten. So every repeat within the last `keysKept` keys is found, and Complete
-// tells whether those were all. For one thread.
+// tells whether those were all. For one thread. It is a help for people and no part of what the
+// store promises: two keys with one hash would be told as a repeat, which is too rare to matter.
 class RepeatedKeys {
 public:
     static constexpr std::size_t keysKept = 1500000;
 
+    // With `other` the earlier record is overwritten, unless it went into another folder, and
+    // people have to know of it.
     enum class Repeat {
         none,  // as far as is remembered
         same,  // the same record again, so that nothing is lost
@@ -26,7 +29,8 @@ public:
 
     // Takes the record in. Throws std::bad_alloc, and then has not.
     Repeat Add(std::string_view key, std::string_view record);
-    // False once a key has been forgotten.
+    // False once a key has been forgotten. While it is true the counts that were made are exact,
+    // else they are lower bounds.
     bool Complete() const noexcept { return complete_; }
 
 private:
