@@ -13,6 +13,8 @@
 namespace zel {
 
 struct IngestOptions {
+    // Read one after the other; one that can't be read is told, and the others are read all the
+    // same.
     std::vector<std::string> files;  // "-" is standard input, and so is an empty list
     bool printKeys = false;
     bool keysOnly = false;    // printed, and nothing is stored
@@ -22,9 +24,15 @@ struct IngestOptions {
     bool follow = false;   // and are printed then
     std::string position;  // the file that says how far they are; empty: one in the store
 };
+// Stores the records of the files, and prints keys or events if that is asked for. Lines that are
+// no good records are told and passed over. 4 when any line, file or record was lost on the way, 3
+// when the store took no more, 130 when interrupted; in live mode SIGTERM is the way to end and
+// gives what the run would have given at the end of its input. Whatever ends the reading, the last
+// line on stderr is the account.
 int RunIngest(const IngestOptions& options);
 
 struct QueryOptions {
+    // Flags that ask something beside it are refused by the parser.
     std::string document;  // JSON, a file's name, or "-" for standard input; empty: the flags
     std::string since;
     std::string until;
@@ -46,6 +54,7 @@ struct QueryOptions {
     std::string machine;  // a file that describes the machine of the paths; empty: this machine
 };
 // Prints the events that fit. 1 when there were none, 4 when something could not be read or tested.
+// 2 for a question that can't be asked, 3 when the store can't be opened.
 int RunQuery(const QueryOptions& options);
 
 struct PurgeOptions {
@@ -55,14 +64,16 @@ struct PurgeOptions {
     std::string output;             // table or json; empty: as stdout suits
 };
 // Deletes whole folders, the oldest first, until the store fits. 2, with nothing deleted, where
-// folders that are no databases might go; 4 when what may go is not enough.
+// folders that are no databases might go; 4 when what may go is not enough. What went, or would go,
+// is printed; stdout holds that alone.
 int RunPurge(const PurgeOptions& options);
 
 struct InfoOptions {
     bool check = false;  // read all of every database
     std::string output;  // as above
 };
-// Tells what folders the store has. 4 when one of them could not be read.
+// Tells what folders the store has. 4 when one of them could not be read. `check` takes as long as
+// reading all of the store.
 int RunInfo(const InfoOptions& options);
 
 struct MonitorOptions {
@@ -71,15 +82,20 @@ struct MonitorOptions {
     std::optional<std::uint32_t> resumePercentage;  // above that
     std::string output;                             // as above
 };
-// Tells whether the volume has room, and each change of that until the program is interrupted.
+// Tells whether the volume has room, and each change of that until the program is interrupted. With
+// `once` prints one line and ends with 0. Thresholds that are given hold for this run and are kept
+// in no settings but those of a file that was named.
 int RunMonitor(const MonitorOptions& options);
 
+// One enrichment for `key`, or with `ndjson` as many as the file has lines.
 struct EnrichOptions {
     std::string key;   // with ndjson the file stands here
     std::string file;  // empty or "-": standard input
     bool live = false;
     bool ndjson = false;
 };
+// Prints nothing on stdout. 2 for a key or a text that can't be stored, with the store unopened; 4
+// when lines were rejected or enrichments lost; 3 when the store takes none.
 int RunEnrich(const EnrichOptions& options);
 
 struct SettingsOptions {
@@ -87,7 +103,8 @@ struct SettingsOptions {
     std::string name;
     std::string value;  // for set
 };
-// `get` and `unset` 1 when there is no such value; `set` 2 for a name that nothing reads.
+// `get` and `unset` 1 when there is no such value; `set` 2 for a name that nothing reads. `get`
+// prints the number alone, the others nothing.
 int RunSettingsGet(const SettingsOptions& options);
 int RunSettingsSet(const SettingsOptions& options);
 int RunSettingsUnset(const SettingsOptions& options);
@@ -95,10 +112,12 @@ int RunSettingsUnset(const SettingsOptions& options);
 struct MachineOptions {
     std::string file;  // the described machine in place of this one
 };
-// Prints the description of this machine, or what was understood of one in a file.
+// Prints the description of this machine, or what was understood of one in a file. JSON on stdout,
+// to be edited and given to --machine. 2 for a file that can't be read as one.
 int RunMachineShow(const MachineOptions& options);
 // Makes the machine that `file` describes (docs/machine.md) the one that queries are answered for.
-// False, with a message, when it can't be read. To be called before a store is opened.
+// False, with a message, when it can't be read. To be called before a store is opened. The machine
+// stays until the process ends.
 bool UseMachine(const std::string& file);
 
 }  // namespace zel
