@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -15,18 +16,15 @@ namespace bench {
 using Row = std::pair<std::string, std::string>;
 const std::vector<std::string>& Records();
 const std::vector<Row>& Rows();
+// The same, each with the row that tells when it came.
+const std::vector<Row>& RowsWithReceipt();
+// The value of such a row.
+std::string ReceiveValue(std::string_view eventKey);
 
 // LevelDB as the store opens it.
 std::unique_ptr<leveldb::DB> OpenBare(const std::string& path);
 
 // Writes rows in batches of the size that the store's coordinator uses.
 void WriteBare(leveldb::DB& db, const std::vector<Row>& rows);
-
-// Ingests all records through a store of its own, from start to shut-down.
-bool IngestAll();
-
-// The store's directory in this process, and the one folder in it that holds all records.
-const std::filesystem::path& StoreDirectory();
-std::string FilledFolder();
 
 }  // namespace bench

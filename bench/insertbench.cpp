@@ -1,75 +1,77 @@
 #include <benchmark/benchmark.h>
 #include <cpprest/json.h>
 
+#include <filesystem>
+#include <string_view>
 #include <thread>
 
 #include "common/countedptr.h"
 #include "common/hostservices.h"
-#include "common/textbridge.h"
+#include "common/valuetext.h"
 #include "fixture.h"
-#include "zelstore/core/eventstoreimpl.h"
+#include "ratios.h"
+#include "zelstore/core/incomingqueue.h"
 #include "zelstore/eventstoreproxy.h"
 #include "zelstore/keymaker.h"
+
+// What it costs to take records in: a key, the queue, and the whole road to the disk, against
+// LevelDB alone with the same rows. Once a store has been shut down the process has no catalog any
+// more, which ingesting does not need; queries are measured by another program.
 
 namespace bench {
 
 namespace {
 
-constexpr std::size_t recordCount = 300000;
-
 using ZEL::CountedPtr;
 using ZEL::IStringValue;
 
-CountedPtr<IStringValue> Wide(const std::string& utf8) {
-    CountedPtr<IStringValue> text;
-    if (!wm::CreateStringValue(std::string_view(utf8), text.Receive()))
-        std::abort();
-    return text;
+// Rows by time of receipt beside those of the events, as `zel ingest` writes them.
+enum class ReceiveRows { no, yes };
+
+// Ingests all records through a store of its own, from start to shut-down.
+bool IngestAll(ReceiveRows receiveRows) {
+    auto store = CountedPtr<ZEL::IEventStore7>(new ZEL::EventStoreProxy());
+    if (Failed(store->Initialize()))
+        return false;
+    const auto put = [&](IStringValue* key, IStringValue* value) {
+        while (Failed(store->Insert(key, value)))
+            std::this_thread::yield();
+    };
+    for (const std::string& record : Records()) {
+        const CountedPtr<IStringValue> text = wm::ToValue(record);
+        CountedPtr<IStringValue> key, receiveKey;
+        if (Failed(store->MakeKey(text.Get(), ZEL::keyKindEvent, key.Receive())))
+            return false;
+        put(key.Get(), text.Get());
+        if (receiveRows == ReceiveRows::no)
+            continue;
+        if (Failed(store->MakeKey(text.Get(), ZEL::keyKindReceive, receiveKey.Receive())))
+            return false;
+        put(receiveKey.Get(), wm::ToValue(ReceiveValue(wm::ToText(key.Get()))).Get());
+    }
+    return Succeeded(store->Stop()) && Succeeded(store->Shutdown());
 }
-
-}  // namespace
-
-const std::vector<std::string>& Records() {
-    static const std::vector<std::string> records = MakeRecords(recordCount);
-    return records;
-}
-
-const std::vector<Row>& Rows() {
-    static const std::vector<Row> rows = [] {
-        std::vector<Row> made;
-        ZEL::EventKeyMaker keys;
-        for (const std::string& record : Records()) {
-            std::string key;
-            if (ZEL::Succeeded(keys.Make(record, &key)))
-                made.emplace_back(std::move(key), record);
-        }
-        return made;
-    }();
-    return rows;
-}
-
-namespace {
 
 // The JSON library alone: what no way of making keys goes below.
 void BM_ParseJson(benchmark::State& state) {
     std::size_t i = 0;
     for (auto _ : state)
-        benchmark::DoNotOptimize(web::json::value::parse(Records()[i++ % recordCount]));
-    state.SetItemsProcessed(state.iterations());
+        benchmark::DoNotOptimize(web::json::value::parse(Records()[i++ % Records().size()]));
+    SetItems(state, 1);
 }
-BENCHMARK(BM_ParseJson);
+BENCHMARK(BM_ParseJson)->MeasureProcessCPUTime();
 
 void BM_MakeKey(benchmark::State& state) {
     std::size_t i = 0;
     ZEL::EventKeyMaker keys;
     for (auto _ : state) {
         std::string key;
-        benchmark::DoNotOptimize(keys.Make(Records()[i++ % recordCount], &key));
+        benchmark::DoNotOptimize(keys.Make(Records()[i++ % Records().size()], &key));
         benchmark::DoNotOptimize(key);
     }
-    state.SetItemsProcessed(state.iterations());
+    SetItems(state, 1);
 }
-BENCHMARK(BM_MakeKey);
+BENCHMARK(BM_MakeKey)->MeasureProcessCPUTime();
 
 // What a producer pays for one record: conversion and queue, no disk. The queue is emptied outside
 // of the measured time.
@@ -77,7 +79,7 @@ void BM_Insert(benchmark::State& state) {
     ZEL::IncomingQueue queue;
     std::vector<std::pair<CountedPtr<IStringValue>, CountedPtr<IStringValue>>> wide;
     for (std::size_t i = 0; i < 10000; ++i)
-        wide.emplace_back(Wide(Rows()[i].first), Wide(Rows()[i].second));
+        wide.emplace_back(wm::ToValue(Rows()[i].first), wm::ToValue(Rows()[i].second));
     for (auto _ : state) {
         for (const auto& [key, value] : wide) {
             std::string keyUtf8, valueUtf8;
@@ -94,56 +96,77 @@ void BM_Insert(benchmark::State& state) {
         taken.clear();
         state.ResumeTiming();
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(wide.size()));
+    SetItems(state, wide.size());
 }
-BENCHMARK(BM_Insert);
+BENCHMARK(BM_Insert)->MeasureProcessCPUTime();
+
+// A folder of its own for each round; removing it is not measured.
+void RawWrite(benchmark::State& state, const std::vector<Row>& rows) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        {
+            TempFolder folder("raw");
+            state.ResumeTiming();
+            {
+                const std::unique_ptr<leveldb::DB> db = OpenBare(folder.Path() / "db");
+                WriteBare(*db, rows);
+            }
+            state.PauseTiming();
+        }
+        state.ResumeTiming();
+    }
+    SetItems(state, Records().size());
+}
 
 // The same keys and values straight into LevelDB.
 void BM_RawWrite(benchmark::State& state) {
-    const std::vector<Row>& rows = Rows();
-    for (auto _ : state) {
-        state.PauseTiming();
-        TempFolder folder("raw");
-        state.ResumeTiming();
-        const std::unique_ptr<leveldb::DB> db = OpenBare(folder.Path() / "db");
-        WriteBare(*db, rows);
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(rows.size()));
+    RawWrite(state, Rows());
 }
-BENCHMARK(BM_RawWrite)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+void BM_RawWriteReceive(benchmark::State& state) {
+    RawWrite(state, RowsWithReceipt());
+}
 
-// From JSON text through MakeKey, Insert and the coordinator to the disk, one producer thread. It
-// ends the store, whose catalog then stays empty, so it runs behind everything that reads. Each
-// round begins in a new folder, as each round of the raw writes does.
-void BM_Ingest(benchmark::State& state) {
+// From JSON text through MakeKey, Insert and the coordinator to the disk, one producer thread.
+void Ingest(benchmark::State& state, ReceiveRows receiveRows) {
+    static const TempFolder folder("store");  // a process keeps to one
+    wm::SetPathToken(L"%ZELDataStore%", folder.Path().wstring());
     for (auto _ : state) {
         state.PauseTiming();
-        for (const auto& folder : std::filesystem::directory_iterator(StoreDirectory()))
-            if (folder.path() != FilledFolder())
-                std::filesystem::remove_all(folder);
+        for (const auto& former : std::filesystem::directory_iterator(folder.Path()))
+            std::filesystem::remove_all(former);
         state.ResumeTiming();
-        if (!IngestAll())
+        if (!IngestAll(receiveRows))
             state.SkipWithError("the store refused to work");
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(Records().size()));
+    SetItems(state, Records().size());
 }
-BENCHMARK(BM_Ingest)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+void BM_Ingest(benchmark::State& state) {
+    Ingest(state, ReceiveRows::no);
+}
+void BM_IngestReceive(benchmark::State& state) {
+    Ingest(state, ReceiveRows::yes);
+}
+
+void OneRound(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Iterations(1)->MeasureProcessCPUTime()->UseRealTime();
+}
+BENCHMARK(BM_RawWrite)->Apply(OneRound);
+BENCHMARK(BM_RawWriteReceive)->Apply(OneRound);
+BENCHMARK(BM_Ingest)->Apply(OneRound);
+BENCHMARK(BM_IngestReceive)->Apply(OneRound);
 
 }  // namespace
-
-bool IngestAll() {
-    auto store = CountedPtr<ZEL::IEventStore7>(new ZEL::EventStoreProxy());
-    if (Failed(store->Initialize()))
-        return false;
-    for (const std::string& record : Records()) {
-        const CountedPtr<IStringValue> text = Wide(record);
-        CountedPtr<IStringValue> key;
-        if (Failed(store->MakeKey(text.Get(), ZEL::keyKindEvent, key.Receive())))
-            return false;
-        while (Failed(store->Insert(key.Get(), text.Get())))
-            std::this_thread::yield();
-    }
-    return Succeeded(store->Stop()) && Succeeded(store->Shutdown());
-}
-
 }  // namespace bench
+
+int main(int argc, char** argv) {
+    using bench::Cost;
+    return bench::Run(
+        argc, argv,
+        {{"making a key to parsing its JSON", "BM_MakeKey", "BM_ParseJson", Cost::cpu, 0.25},
+         {"ingest to raw write", "BM_Ingest", "BM_RawWrite", Cost::wall, 1.25},
+         {"ingest to raw write", "BM_Ingest", "BM_RawWrite", Cost::cpu, 1.5},
+         {"ingest with receive-time rows to raw write of the same rows", "BM_IngestReceive",
+          "BM_RawWriteReceive", Cost::wall, 0},
+         {"ingest with receive-time rows to raw write of the same rows", "BM_IngestReceive",
+          "BM_RawWriteReceive", Cost::cpu, 1.4}});
+}

@@ -1,16 +1,37 @@
 #include <benchmark/benchmark.h>
 
 #include "common/countedptr.h"
+#include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "countingcallback.h"
 #include "fixture.h"
+#include "ratios.h"
 #include "zelstore/eventstoreproxy.h"
+
+// Queries over one folder of many records, against opening the folder and walking its keys with
+// LevelDB alone.
 
 namespace bench {
 
 namespace {
 
 using ZEL::CountedPtr;
+
+const TempFolder& Store() {
+    static const TempFolder folder("scan");
+    return folder;
+}
+
+std::string FilledFolder() {
+    return Store().Path() / "20260301";
+}
+
+void FillStore() {
+    wm::SetPathToken(L"%ZELDataStore%", Store().Path().wstring());
+    const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
+    WriteBare(*db, Rows());
+    db->CompactRange(nullptr, nullptr);
+}
 
 // Runs a query until its rows are counted; the store stays started for all benchmarks.
 void RunQuery(benchmark::State& state, const wchar_t* document, std::size_t expectedRows) {
@@ -29,32 +50,33 @@ void RunQuery(benchmark::State& state, const wchar_t* document, std::size_t expe
             callback.rows != expectedRows)
             state.SkipWithError("the query gave other rows than expected");
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(Rows().size()));
+    SetItems(state, Rows().size());
+}
+
+void AllThreads(benchmark::internal::Benchmark* benchmark) {
+    benchmark->MeasureProcessCPUTime()->UseRealTime();
 }
 
 // What LevelDB alone needs for it: opening the folder, as a query does, and reading each key.
 void BM_BareWalk(benchmark::State& state) {
     leveldb::ReadOptions options;
     options.fill_cache = false;
-    std::size_t rows = 0;
     for (auto _ : state) {
         const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
         const std::unique_ptr<leveldb::Iterator> it(db->NewIterator(options));
-        for (it->SeekToFirst(); it->Valid(); it->Next()) {
+        for (it->SeekToFirst(); it->Valid(); it->Next())
             benchmark::DoNotOptimize(it->key().size());
-            ++rows;
-        }
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(rows));
+    SetItems(state, Rows().size());
 }
-BENCHMARK(BM_BareWalk)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BareWalk)->Apply(AllThreads);
 
 void BM_FullScan(benchmark::State& state) {
     RunQuery(state,
              LR"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"}}]}})",
              Rows().size());
 }
-BENCHMARK(BM_FullScan)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FullScan)->Apply(AllThreads);
 
 void BM_PathEndsWith(benchmark::State& state) {
     RunQuery(state,
@@ -62,7 +84,7 @@ void BM_PathEndsWith(benchmark::State& state) {
                  "artifacts":{"target":{"object_type":"file","path":{"operator":{"value":"ends_with"},"value":["nowhere"]}}}}]}})",
              0);
 }
-BENCHMARK(BM_PathEndsWith)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PathEndsWith)->Apply(AllThreads);
 
 void BM_HashEquals(benchmark::State& state) {
     RunQuery(state,
@@ -70,7 +92,7 @@ void BM_HashEquals(benchmark::State& state) {
                  "artifacts":{"actor":{"object_type":"process","sha2":{"value":["AB64AF24B1C1CB6B0F8A5C1E6B9B5E2C7F1D4A3B2C1D0E9F8A7B6C5D4E3F2A1B"]}}}}]}})",
              0);
 }
-BENCHMARK(BM_HashEquals)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HashEquals)->Apply(AllThreads);
 
 // Every row has an actor's path, so every row is matched against the pattern.
 void BM_PathFitsPattern(benchmark::State& state) {
@@ -80,7 +102,7 @@ void BM_PathFitsPattern(benchmark::State& state) {
                      "value":[".*\\\\temp\\\\[a-z]+\\.exe"]}}}}]}})",
              0);
 }
-BENCHMARK(BM_PathFitsPattern)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PathFitsPattern)->Apply(AllThreads);
 
 void BM_PathWildcard(benchmark::State& state) {
     RunQuery(state,
@@ -88,7 +110,72 @@ void BM_PathWildcard(benchmark::State& state) {
                  "artifacts":{"actor":{"object_type":"process","path":{"value":["*\\Temp\\*.exe"]}}}}]}})",
              0);
 }
-BENCHMARK(BM_PathWildcard)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PathWildcard)->Apply(AllThreads);
+
+// A path of a target of any kind is a sub-query for each kind that has a path.
+void TargetPath(benchmark::State& state, std::initializer_list<const wchar_t*> kinds) {
+    std::wstring document = L"{\"event_query\":{\"events\":[";
+    for (const wchar_t* kind : kinds)
+        document.append(kind == *kinds.begin() ? L"" : L",")
+            .append(
+                LR"({"begin_time":{"value":"1601-01-01T00:00:00.000Z"},"artifacts":{"target":{"object_type":")")
+            .append(kind)
+            .append(LR"(","path":{"operator":{"value":"contains"},"value":["nowhere"]}}}})");
+    RunQuery(state, (document + L"]}}").c_str(), 0);
+}
+
+void BM_TargetPathOneKind(benchmark::State& state) {
+    TargetPath(state, {L"file"});
+}
+BENCHMARK(BM_TargetPathOneKind)->Apply(AllThreads);
+
+void BM_TargetPathAllKinds(benchmark::State& state) {
+    TargetPath(state, {L"file", L"directory", L"process", L"module", L"reg_key", L"reg_value",
+                       L"kernel_object", L"service"});
+}
+BENCHMARK(BM_TargetPathAllKinds)->Apply(AllThreads);
+
+// One event by its time, its kind and its number, out of all.
+void BM_Lookup(benchmark::State& state) {
+    RunQuery(state,
+             LR"({"event_query":{"events":[{"begin_time":{"value":"2026-03-01T00:20:00.003Z"},
+                 "end_time":{"value":"2026-03-01T00:20:00.003Z"}}]}})",
+             1);
+    SetItems(state, 1);
+}
+BENCHMARK(BM_Lookup)->Apply(AllThreads);
+
+void BM_BareLookup(benchmark::State& state) {
+    leveldb::ReadOptions options;
+    options.fill_cache = false;
+    for (auto _ : state) {
+        const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
+        const std::unique_ptr<leveldb::Iterator> it(db->NewIterator(options));
+        it->Seek("p<begin_time>2026-03-01T00:20:00.003Z");
+        benchmark::DoNotOptimize(it->value().size());
+    }
+    SetItems(state, 1);
+}
+BENCHMARK(BM_BareLookup)->Apply(AllThreads);
 
 }  // namespace
 }  // namespace bench
+
+int main(int argc, char** argv) {
+    using bench::Cost;
+    bench::FillStore();
+    return bench::Run(
+        argc, argv,
+        {{"every row delivered to the bare walk", "BM_FullScan", "BM_BareWalk", Cost::cpu, 1.25},
+         {"no match by path ends_with to the bare walk", "BM_PathEndsWith", "BM_BareWalk",
+          Cost::cpu, 1.09},
+         {"no match by hash to the bare walk", "BM_HashEquals", "BM_BareWalk", Cost::cpu, 1.09},
+         {"no match by expression to the bare walk", "BM_PathFitsPattern", "BM_BareWalk", Cost::cpu,
+          1.67},
+         {"no match by wildcards to the bare walk", "BM_PathWildcard", "BM_BareWalk", Cost::cpu,
+          1.67},
+         {"target path of all kinds to one kind", "BM_TargetPathAllKinds", "BM_TargetPathOneKind",
+          Cost::cpu, 1.5},
+         {"one event of one time to a bare open and seek", "BM_Lookup", "BM_BareLookup", Cost::wall,
+          0}});
+}
