@@ -23,6 +23,7 @@ constexpr Meaning meanings[] = {
     {0x80070015, "the store is not open"},
     {0x8007000D, "the data is not in the right form"},
     {0x80070004, "too many open files"},
+    {0x80070005, "access is denied, or the volume can only be read"},
     {0x80070020, "in use by another process"},
     {0x80070070, "the disk is full"},
     {0x80070490, "not found"},

@@ -102,8 +102,11 @@ TEST(Pattern, OthersAreGivenUp) {
         EXPECT_EQ(Fast(expression, text, true), -1) << expression.substr(0, 40);
     EXPECT_EQ(Fast("(.*a){2}", text, true), 1);
 
-    wm::EventObject stop;
+    wm::EventObject stop, never;
     ASSERT_TRUE(stop.Create(wm::EventReset::automatic, wm::EventState::set));
+    ASSERT_TRUE(never.Create(wm::EventReset::automatic));
+    EndWatch untold(never.Handle());
+    EXPECT_THROW(Pattern("(.*a){20}b", true).Matches(text, &untold), std::runtime_error);
     EndWatch watch(stop.Handle());
     EXPECT_THROW(Pattern("(.*a){20}b", true).Matches(text, &watch, ~0ULL), GivenUp);
     ASSERT_TRUE(watch.BeginWalk() && stop.Set());

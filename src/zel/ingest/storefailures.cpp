@@ -27,7 +27,7 @@ bool Is(const DatabaseError& error, std::initializer_list<ZEL::HRESULT> results)
 }
 
 bool MayPass(const DatabaseError& error) {
-    return Is(error, {hr::sharingViolation, hr::tooManyOpenFiles, hr::outOfMemory});
+    return Is(error, {hr::sharingViolation, hr::tooManyOpenFiles, hr::outOfMemory, hr::diskFull});
 }
 
 }  // namespace

@@ -97,6 +97,10 @@ public:
             HostReports()->OnReport(report);
     }
 
+    void Forget() {
+        const wm::Hold hold(lock_);
+        count_ = 0;
+    }
     // False when there are any.
     bool Tell() const {
         const wm::Hold hold(lock_);
@@ -204,11 +208,16 @@ ResultPrinter::Wanted WantedOf(const QueryOptions& options) {
                                                   : Wanted::none};
 }
 
-// Walks until enough is printed or there is nothing more.
+// Walks until enough is printed or there is nothing more. Each walk begins anew, so what the former
+// one met is met and counted again.
 HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
-             ResultPrinter& printer) {
-    std::int64_t rows = plan.FirstRows();
-    for (;; rows *= 2) {
+             ResultPrinter& printer, LostRows& lostRows) {
+    const std::int64_t firstRows = plan.FirstRows();
+    for (std::int64_t rows = firstRows;; rows *= 2) {
+        if (rows != firstRows) {
+            lostRows.Forget();
+            ZEL::IgnoreResult(store->ClearDatabaseErrors(), "then failures count twice");
+        }
         const auto text = wm::ToValue(plan.TextFor(rows));
         if (!text)
             return hr::outOfMemory;
@@ -224,13 +233,13 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) 
     wm::EventObject stop;
     if (!stop.Create(wm::EventReset::automatic) || !store.Open(StoreNeed::existing))
         return exitCode::noStore;
-    const LostRows lostRows;
+    LostRows lostRows;
     const auto form = MakeResultForm(FormName(options), TerminalColumns());
     ResultPrinter printer(output, *form, plan, WantedOf(options), *store);
     HRESULT result = hr::ok;
     {
         const Stopper stopper(stop, printer);
-        result = Walk(plan, store, stop, printer);
+        result = Walk(plan, store, stop, printer, lostRows);
     }
     if (printer.TakesResults())
         printer.Finish();

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "common/boundary.h"
+#include "common/filesystem.h"
 #include "common/hostservices.h"
 #include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/database/izeldbimpl.h"
@@ -91,8 +92,10 @@ HRESULT EventStoreImpl::StartFlushTimer() {
 }
 
 HRESULT EventStoreImpl::TimerError() const noexcept {
-    const std::uint32_t code = flushTimer_.LastError();
-    return code != 0 ? FromWin32(code) : hr::unexpected;
+    if (const std::uint32_t code = flushTimer_.LastError())
+        return FromWin32(code);
+    const HRESULT last = wm::LastSystemError();
+    return Failed(last) ? last : hr::unexpected;
 }
 
 HRESULT EventStoreImpl::CoordinatorMain() {

@@ -47,10 +47,6 @@ public:
     virtual void AbortScans() = 0;
     // Empties the catalog; it is not read again for the rest of the process.
     virtual void CloseAll() = 0;
-    // Waits for another process to let today's folder go, a second at most, and no longer than
-    // until `isToEnd` says so, which is asked again and again. For the beginning of a flush: the
-    // writes themselves wait for no other process.
-    virtual void AwaitWriteFolder(const std::function<bool()>& isToEnd) = 0;
     // Writes the whole batch to today's database, as one LevelDB write.
     virtual HRESULT WriteRecords(RecordBatch& batch) = 0;
     // Writes each record to the silent database of its event's date and takes what was handled out
@@ -79,6 +75,10 @@ public:
     virtual HRESULT GetSilentEnrichments(const QueryId* query, const std::string& key,
                                          bool* hasOther, bool collect,
                                          std::vector<std::string>* values) = 0;
+    // Waits for another process to let today's folder go, a second at most, and no longer than
+    // until `isToEnd` says so, which is asked again and again. For the beginning of a flush: the
+    // writes themselves wait for no other process.
+    virtual void AwaitWriteFolder(const std::function<bool()>& isToEnd) = 0;
 };
 
 // The process's database, made at the first call that can read the data store directory; null when

@@ -49,7 +49,7 @@ class LookBudget {
 public:
     LookBudget(EndWatch* watch, std::uint64_t looks) : watch_(watch), later_(looks) { Refill(); }
     ~LookBudget() {
-        if (watch_ != nullptr && now_ >= 0)
+        if (watch_ != nullptr && !isEndless_ && now_ >= 0)
             watch_->Spend((taken_ - static_cast<std::uint64_t>(now_)) * stepsPerLook);
     }
     LookBudget(const LookBudget&) = delete;
@@ -67,12 +67,17 @@ private:
         later_ -= taken_;
         now_ = static_cast<std::int64_t>(taken_);
     }
+    // The matcher cleans up in peace, and what it looks at meanwhile counts nothing.
+    void MakeEndless() {
+        now_ = std::numeric_limits<std::int64_t>::max();
+        isEndless_ = true;
+    }
     void EndSlice() {
         const std::uint64_t used = taken_;
         Refill();
         const bool isUsedUp = taken_ == 0;
         if (isUsedUp || (watch_ != nullptr && watch_->GivesUp()))
-            now_ = std::numeric_limits<std::int64_t>::max();  // the matcher cleans up in peace
+            MakeEndless();
         Spend(watch_, used * stepsPerLook);
         if (isUsedUp)
             throw std::runtime_error("the match exceeds the complexity that is allowed");
@@ -82,6 +87,7 @@ private:
     std::uint64_t later_;
     std::uint64_t taken_ = 0;
     std::int64_t now_ = 0;
+    bool isEndless_ = false;
 };
 
 // A place in a text, as the general matcher wants it.
