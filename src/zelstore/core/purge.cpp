@@ -51,7 +51,7 @@ HRESULT EventStoreImpl::PurgeMain(std::uint32_t maxSizeMegabytes) {
 }
 
 void EventStoreImpl::PublishPurgeStatus(std::uint32_t status) {
-    // Purges run by the clock, and mostly end as the one before did.
+    // Most purges end as the one before did; only a change is worth a write.
     if (status == lastPurgeStatus_)
         return;
     lastPurgeStatus_ = status;
