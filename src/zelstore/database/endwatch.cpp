@@ -4,6 +4,20 @@
 
 #include "common/hostservices.h"
 
+// When a query ends.
+//
+// Two things end early, and are told apart: what is in hand, by a stop, and the query, by a cancel,
+// an abort of all, or a stop that is half a second old. A stop event is auto-reset for the store's
+// own queries, so that whoever sees it set has taken the setting: it is noted here, whether a look
+// of this class saw it or the walk at its thousandth row. Seen between two walks it would be lost,
+// and is kept for the next one.
+//
+// An abort is a number that only grows, so that a query that begins afterwards does not hear of it,
+// and nobody has to be told that it was heard.
+//
+// A look costs more than the test of many rows; the counting between two looks costs next to
+// nothing.
+
 namespace ZEL {
 
 namespace {
@@ -47,6 +61,7 @@ bool EndWatch::Look() noexcept {
     return givesUp_;
 }
 
+// Opening a database is work like rows: a store of many small databases must be stoppable too.
 bool EndWatch::BeginWalk() noexcept {
     constexpr std::uint64_t stepsToOpen = 500'000;
     givesUp_ = false;
@@ -56,6 +71,7 @@ bool EndWatch::BeginWalk() noexcept {
     return !givesUp_;
 }
 
+// A stop that was kept ends one walk, and is used up by that.
 bool EndWatch::EndsWalk() noexcept {
     return std::exchange(pendingStop_, false) || IsOver();
 }

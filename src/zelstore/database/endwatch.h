@@ -21,6 +21,7 @@ class EndWatch {
 public:
     // Steps are about a nanosecond each, so a look comes every few milliseconds.
     static constexpr std::int64_t stepsPerLook = 5'000'000;
+    // How long a query may go on to visit databases behind a stop.
     static constexpr std::uint64_t graceMs = 500;
 
     // Takes a setting of an auto-reset `stopEvent` when it sees one. A handle that can't be waited
@@ -58,13 +59,17 @@ private:
 
     const HANDLE stopEvent_;
     const std::atomic<bool>* const cancelled_;
+    // How many aborts there had been when the watch was made: later ones concern it.
     const std::uint64_t aborts_;
+    // Of the query in whose callback this one was begun.
     EndWatch* const outer_;
     std::int64_t stepsLeft_ = stepsPerLook;
     bool givesUp_ = false;
     bool over_ = false;
+    // A stop that was seen between two walks, for the next one to end by.
     bool pendingStop_ = false;
     bool leftOut_ = false;
+    // When the first stop was seen; the grace is counted from there.
     std::optional<std::uint64_t> stoppedAtMs_;
 };
 

@@ -9,6 +9,7 @@ void ErrorTable::Record(const std::wstring& path, DatabaseErrorKind kind, HRESUL
     const wm::Hold hold(lock_);
     const auto [record, isNew] = records_.try_emplace(path);
     DatabaseErrorEntry& entry = record->second.entries[index];
+    // Hosts know this form: the entry of a kind that fails later than another has no operation.
     if (isNew)
         entry.operation = index + 1;
     ++entry.count;

@@ -31,6 +31,7 @@ public:
     // made in its former place. On failure nothing has changed.
     HRESULT MoveTo(const std::wstring& newFolder);
 
+    // As leveldb::Env tells them. Names are those of the folder's first place.
     leveldb::Status NewSequentialFile(const std::string& name,
                                       leveldb::SequentialFile** file) override;
     leveldb::Status NewRandomAccessFile(const std::string& name,
@@ -50,13 +51,17 @@ public:
     leveldb::Status NewLogger(const std::string& name, leveldb::Logger** logger) override;
 
 private:
+    // The library's lock on the folder, as this object can take it along when the folder moves.
     class HeldLock;
 
     // Calls `operation` with the name that the file has by now.
     template <typename Operation>
     auto InPlace(const std::string& name, Operation&& operation) EXCLUDES(moveLock_);
     std::string PlaceOf(const std::string& name) const REQUIRES_SHARED(moveLock_);
+    // Keeps a cause that may pass by itself; all others are left to the library.
     void KeepWant(HRESULT cause) noexcept;
+    // Makes the file with its owner's rights alone, unless it is there, before the library opens
+    // it.
     leveldb::Status MakePrivate(const std::string& path) const;
 
     const std::string folder_;

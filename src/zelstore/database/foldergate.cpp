@@ -11,6 +11,14 @@
 #include "common/trace.h"
 #include "zelstore/database/leftovers.h"
 
+// One user of a folder at a time. LevelDB's own lock on a folder tells processes apart; objects of
+// one process have to be kept apart here. And closing takes time: when the last pointer is gone,
+// files are still being written. So every opening, closing and removal in this process passes here,
+// under the folder's own lock; other processes are told by the lock of the file.
+//
+// A folder is removed under another name. Should the process be killed in the middle, the next
+// start finds a name that no database has and takes the rest away.
+
 namespace ZEL {
 
 namespace {
@@ -69,6 +77,7 @@ void FolderGate::AwaitClosed() NO_THREAD_SAFETY_ANALYSIS {
         void lock() NO_THREAD_SAFETY_ANALYSIS { held.Acquire(); }
         void unlock() NO_THREAD_SAFETY_ANALYSIS { held.Release(); }
     } left{lock};
+    // A user that is alive is no reason to wait: who asks is then refused, or shares its instance.
     while (isOpen_ && user_.expired())
         closed_.wait(left);
 }

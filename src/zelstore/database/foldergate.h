@@ -21,6 +21,8 @@ class LevelDbInstance;
 // are told apart by the text of their paths.
 class FolderGate {
 public:
+    // The gate of that folder, made when there is none. Hold it for as long as the folder is in
+    // use.
     static std::shared_ptr<FolderGate> For(const std::wstring& folder);
 
     explicit FolderGate(std::wstring folder) : folder_(std::move(folder)) {}
@@ -58,10 +60,13 @@ public:
 
 private:
     const std::wstring folder_;
+    // Tells apart a folder whose closing has still to come from one that is closed: the pointer is
+    // empty in both.
     bool isOpen_ GUARDED_BY(lock) = false;
     std::weak_ptr<LevelDbInstance> user_ GUARDED_BY(lock);
     std::condition_variable_any closed_;
 
+    // hr::ok also where there is no folder any more.
     HRESULT MoveAndRemove() const;
 };
 

@@ -16,10 +16,12 @@ namespace ZEL {
 
 class IZelDbImpl;
 
-// What a sink answers to a row.
+// What a sink answers to a row. endDatabase is success: there is no further row for the sink in
+// this database. abandonDatabase is a failure to read, which is counted.
 enum class RowResult : int { goOn = 0, endDatabase = 1, abandonDatabase = 2 };
 
-// Receives the rows of one scan, on the scan's thread.
+// Receives the rows of one scan, on the scan's thread. The scan owns nothing of it and calls under
+// no lock of the store; what a sink throws is caught and ends the walk in hand.
 class IQuerySink : public vodLib::NonCopyable {
 public:
     virtual ~IQuerySink() = default;
@@ -36,6 +38,7 @@ public:
                                bool* keepGoing) = 0;
     // Last time wanted (UTC text); empty means no end.
     virtual HRESULT SetEndValue(const std::string& end) = 0;
+    // How many rows it has accepted so far.
     virtual std::int32_t GetMatchCount() = 0;
 };
 

@@ -20,6 +20,8 @@ using RecordBatch = std::map<std::string, std::string>;
 // Names one running query.
 using QueryId = GUID;
 
+// An open is one for writing; a database that can't be opened to be read counts as a failure to
+// read.
 enum class DatabaseErrorKind : std::uint32_t { open = 0, read = 1, write = 2 };
 
 // How often one kind of operation failed on a database.
@@ -28,6 +30,7 @@ struct DatabaseErrorEntry {
     std::uint32_t count = 0;
     HRESULT lastResult = hr::ok;
 };
+// One entry for each kind; a count of 0 means that this kind never failed.
 struct DatabaseErrorRecord {
     DatabaseErrorEntry entries[3];  // by DatabaseErrorKind
 };
@@ -37,11 +40,13 @@ inline constexpr std::uint32_t sizeLimitNotHonored = 2;  // what may go is not e
 
 using DatabaseErrorTable = std::map<std::wstring, DatabaseErrorRecord>;  // by the folder's path
 
-// The stored data of the process. May be used by any thread.
+// The stored data of the process. May be used by any thread. What fails in one database is counted
+// in the table of errors and leaves the others alone. Nothing is thrown.
 class IZelDbImpl {
 public:
     virtual ~IZelDbImpl() = default;
 
+    // Nothing is left to do behind GetMasterDatabase.
     virtual HRESULT Initialize() = 0;
     // Makes the running scan of every open database end at its next check.
     virtual void AbortScans() = 0;
@@ -62,6 +67,7 @@ public:
     virtual HRESULT EnforceSizeLimit(std::uint32_t maxMegabytes, std::uint32_t* status) = 0;
     // The value under `key` in the oldest event database that has it.
     virtual HRESULT GetRecord(const std::string& key, std::string* value) = 0;
+    // A copy of the table. Both leave the counting to go on meanwhile.
     virtual HRESULT GetDatabaseErrors(DatabaseErrorTable* out) = 0;
     virtual void ClearDatabaseErrors() = 0;
     // The earliest date as YYYYMMDD, empty without any database, and an estimate of all bytes.
@@ -69,6 +75,7 @@ public:
     // All values under the prefix `key` in the silent database of the key's date, appended.
     virtual HRESULT GetEnrichments(const QueryId* query, const std::string& key,
                                    std::vector<std::string>* values) = 0;
+    // Lets go the database that enrichments were read from for this query. To be called at its end.
     virtual void ReleaseQueryCursor(const QueryId* query) = 0;
     // As GetEnrichments with `collect`; one record that is not silent sets `*hasOther` and empties
     // `values`.

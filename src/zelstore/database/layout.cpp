@@ -6,6 +6,14 @@
 #include "common/filesystem.h"
 #include "common/hostservices.h"
 
+// Names and room. A folder's name is all that the store knows of it before it is opened, so
+// whatever stands there has to give some date and number: names of other programs are read as far
+// as they go, and no name is refused.
+//
+// Room is asked for ahead of each opening and writing, since what fails in the middle for want of
+// it looks to the library like a device that is broken, and can't be mended without closing the
+// database.
+
 namespace ZEL {
 
 namespace {

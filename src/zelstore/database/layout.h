@@ -21,6 +21,7 @@ namespace ZEL {
 // What to do about a folder that holds no database.
 enum class IfMissing { fail, create };
 
+// The last event database takes whatever else the day brings, beyond its share.
 inline constexpr std::uint32_t lastEventNumber = 998;
 inline constexpr std::uint32_t silentNumber = 999;
 
@@ -35,6 +36,8 @@ std::uint32_t NumberFromPath(const std::wstring& path);
 // The directory that holds the folder, with its separator.
 std::wstring StoreOfPath(const std::wstring& path);
 
+// The first event database of a date, and one with a number, which gets three digits or more.
+// Nothing is checked or made.
 std::wstring FolderPath(const std::wstring& store, std::wstring_view date);
 std::wstring FolderPath(const std::wstring& store, std::wstring_view date, std::uint32_t number);
 

@@ -13,6 +13,11 @@
 #include "common/trace.h"
 #include "zelstore/database/statusresult.h"
 
+// What may be taken away at a start. A folder goes when its name says that its removal was decided
+// on, or when it has a database's name and nothing in it can be a row. One that looks strange
+// stays, and at worst is tried as a database. Links are never followed; what they lead to belongs
+// to somebody else.
+
 namespace ZEL {
 
 namespace {

@@ -13,6 +13,7 @@ namespace ZEL {
 bool HasDatabaseName(const std::wstring& folder);
 // The free name, in the same store, that the folder gets for its removal.
 std::wstring PlaceForRemoval(const std::wstring& folder);
+// Whether the name is one that PlaceForRemoval gives.
 bool IsLeftByRemoval(const std::wstring& folder);
 // Whether the folder has a database's name, and in it nothing but files of the library that hold no
 // rows: no table, no log with anything in it. Without any file it is such a one.

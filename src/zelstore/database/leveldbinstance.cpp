@@ -20,6 +20,18 @@
 #include "zelstore/keys/keyfield.h"
 #include "zelstore/keys/keysplit.h"
 
+// One database and its users.
+//
+// The object closes the database in its destructor, on the thread of whoever lets go last, under
+// the lock of the folder's gate; so an opener that comes meanwhile waits until the files are whole.
+// A database that is to go moves away first, under a name for removal, and its readers read on
+// there. What is then closed is nobody's any more, and the gate is free.
+//
+// A scan reads a snapshot: rows that are written while it runs are not met, and rows that it has
+// still to meet do not change. Prefix reads of one query after the other share a snapshot and a
+// cursor, since they ask for neighbouring keys. Neither fills the library's cache: each row is read
+// once.
+
 namespace ZEL {
 
 namespace {
@@ -234,6 +246,8 @@ HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
     for (const auto& [key, value] : batch)
         writes.Put(key, value);
     leveldb::WriteOptions options;
+    // The log goes to the system with each write, and from there to the disk at its own time.
+    // Waiting for it would cost more than all the rest of the write.
     options.sync = false;
     const HRESULT result = Traced(db_->Write(options, &writes), wm::message::batchNotWritten);
     if (Failed(result))
@@ -292,6 +306,7 @@ bool LevelDbInstance::ShouldContinue(HANDLE abortEvent, HANDLE stopEvent,
     const bool mayPause = pauseEvent != nullptr;
     const std::uint32_t first =
         wm::WaitForAny(mayPause ? 3 : 2, handles, mayPause ? wm::waitForever : 0);
+    // The wait has used up the setting; the watch has to know of it.
     if (first == stopped && watch != nullptr)
         watch->NoteStop();
     return first == (mayPause ? resumed : wm::waitTimedOut);
@@ -333,6 +348,7 @@ HRESULT LevelDbInstance::ReadSilentPrefix(std::string_view prefix, bool* hasOthe
         return hr::outOfMemory;
     leveldb::Iterator& row = *cursor;
     constexpr std::string_view flagName = KeyFieldName(KeyField::silentEnrichment);
+    // One key holder for all rows, so that nothing is allocated for each.
     KeyFields fields;
     for (row.Seek(start); row.Valid() && row.key().starts_with(start); row.Next()) {
         if (SpendOfThread(stepsToCopy + row.value().size()))

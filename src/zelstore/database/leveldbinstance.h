@@ -56,6 +56,7 @@ public:
     // Whether a write has failed. Reads go on, writes need the folder to be opened anew: the
     // library refuses them from some failures on, and would lose them behind others.
     bool IsBroken() const noexcept { return isBroken_.load(std::memory_order_acquire); }
+    // The value under the key as it is now. 0x80070490, which is not traced, when there is none.
     HRESULT Get(const std::string& key, std::string* value);
 
     // Hands all rows from `startKey` on to the sink. 0x80004004 when stopped or aborted: that is
@@ -72,6 +73,8 @@ public:
     // ends the read.
     HRESULT ReadSilentPrefix(std::string_view prefix, bool* hasOther, bool collect,
                              std::vector<std::string>* values);
+    // Drops the shared cursor and its snapshot, which keeps old rows from being compacted away. The
+    // next prefix read makes a new one.
     void ReleaseCursor();
 
     // The folder goes when the last user lets go. Until then it stands under another name, so that
@@ -79,12 +82,18 @@ public:
     void DeleteOnClose() noexcept;
 
 private:
+    // One scan under way, in the list for as long as it runs.
     class RunningScan;
 
+    // Waits while the scan is paused. False when one of the two events was set, or the query's
+    // watch says so.
     static bool ShouldContinue(HANDLE abortEvent, HANDLE stopEvent, HANDLE pauseEvent) noexcept;
     // Null when there can be none.
     leveldb::Iterator* GetCursorLocked() REQUIRES(cursorLock_);
+    // On the thread of the last user. Waits for what the library does in the background.
     void Close() noexcept;
+    // Gives the folder its name for removal and the place free. On failure it keeps its place until
+    // the last user lets go.
     HRESULT MoveAway();
     // What a failure comes from, as far as the system has told it.
     HRESULT CauseOf(HRESULT result) const noexcept;

@@ -98,6 +98,7 @@ HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstan
     if (Failed(result))
         return result;
     instance_ = fresh;
+    // Who comes from here on gets the instance that is written, not what the folder was before.
     reader_.reset();
     *out = std::move(fresh);
     return hr::ok;
@@ -109,6 +110,7 @@ HRESULT LevelDbInstanceProxy::Hold(IfMissing ifMissing) {
     const HRESULT result = GetInstanceLocked(&local, ifMissing);
     if (Failed(result))
         return result;
+    // Holds are counted, and all keep one instance.
     if (!heldInstance_)
         heldInstance_ = std::move(local);
     ++holdCount_;
@@ -132,6 +134,8 @@ HRESULT LevelDbInstanceProxy::Write(const RecordBatch& batch) {
         return hr::tooManyOpenFiles;
     const wm::Hold hold(writeLock_);
     const HRESULT first = WriteOnce(batch);
+    // Another process, or a reader of this one, has the folder: a second attempt would meet it
+    // again.
     if (Succeeded(first) || first == hr::sharingViolation || IsGone())
         return first;
     // Should the batch be in the log already, the same rows stand there twice, which is once.
@@ -186,6 +190,7 @@ void LevelDbInstanceProxy::MarkForDeletion() {
 
 void LevelDbInstanceProxy::RecountSize() noexcept {
     const std::uint64_t bytes = wm::CountFiles(path_, L".ldb") * bytesPerTableFile;
+    // Once at its limit, a further count would change nothing.
     const bool isFull = bytes >= databaseLimitBytes;
     // Half of what may be written before the database reaches the ceiling.
     const std::uint64_t budget = isFull ? 0 : (recountCeilingBytes - bytes) / bytesPerRecord / 2;

@@ -87,13 +87,18 @@ public:
     std::uint64_t RecountBudget() const noexcept;
 
 private:
+    // What is given must be dropped after the lock is released: the last one closes the database.
     std::shared_ptr<LevelDbInstance> PeekInstanceLocked() REQUIRES(lock_);
     HRESULT GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing)
         REQUIRES(lock_);
+    // 0x80070490 for a folder that was given up.
     HRESULT GetReaderLocked(std::shared_ptr<LevelDbInstance>* out) REQUIRES(lock_);
+    // Whether opening the folder in the ordinary way would need what there is not.
     bool MustReadAlone() const;
     HRESULT CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing)
         REQUIRES(lock_);
+    // Counts the records whatever the database then says: the estimate may be too large, not too
+    // small.
     HRESULT WriteOnce(const RecordBatch& batch) REQUIRES(writeLock_);
     // An instance that no write has failed on.
     HRESULT GetSoundInstance(std::shared_ptr<LevelDbInstance>* out) REQUIRES(writeLock_);

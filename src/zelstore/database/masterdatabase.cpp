@@ -13,6 +13,15 @@
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 
+// The catalog's life. It is made once for the process, when the store first starts, from the names
+// of the folders; nothing is opened for that. It is emptied when the store is shut down, and not
+// read again: a store that is started anew knows only what it then writes. So what an earlier start
+// wrote is found again by the next process.
+//
+// A folder that the system keeps for itself, that can't be looked into, or that a removal has left
+// is passed over. Every other one in which there are tables counts as a database, whatever it is
+// called.
+
 namespace ZEL {
 
 namespace {
@@ -100,6 +109,7 @@ HRESULT ZelMasterDatabase::LoadExistingDatabases() {
 }
 
 void ZelMasterDatabase::AbortScans() {
+    // Ahead of the walks: a query between two of them has none that could be ended.
     EndWatch::AbortAll();
     IgnoreResult(AtBoundary([this] {
                      // Declared first, so that what others let go meanwhile closes after the lock
@@ -120,6 +130,7 @@ void ZelMasterDatabase::AbortScans() {
 }
 
 void ZelMasterDatabase::CloseAll() {
+    // Dropped after the lock is released: closing takes as long as the library's background work.
     Catalog closing;
     ProxyPtr writing, silent;
     const wm::HoldExclusive hold(databaseLock_);

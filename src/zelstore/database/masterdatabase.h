@@ -61,7 +61,9 @@ private:
     // By the folder's full path, oldest first. No entry is null.
     using Catalog = std::map<std::wstring, ProxyPtr, PathLess>;
 
+    // For walks over all databases, which must not hold the lock while they read.
     HRESULT CopyDatabaseMap(Catalog* copy);
+    // A count that can't be kept for want of memory is lost, and nothing else.
     void RecordDatabaseError(const std::wstring& path, DatabaseErrorKind kind,
                              HRESULT result) noexcept;
 
@@ -73,7 +75,9 @@ private:
         REQUIRES(databaseLock_);
     HRESULT GetSilentDatabaseLocked(const std::wstring& date, IfMissing ifMissing, ProxyPtr* proxy)
         REQUIRES(databaseLock_);
+    // The newest event database of a date, or the silent one; null when there is none.
     ProxyPtr FindLocked(const std::wstring& date, bool silent) REQUIRES(databaseLock_);
+    // Lets the present write database go, with its tables counted for the last time.
     void RetireWriteDatabaseLocked() REQUIRES(databaseLock_);
     HRESULT ReuseWriteDatabaseLocked(const ProxyPtr& proxy) REQUIRES(databaseLock_);
     HRESULT CreateDatabaseLocked(std::wstring path, ProxyPtr* proxy) REQUIRES(databaseLock_);
@@ -90,6 +94,7 @@ private:
     void OnWriteFailure(const ProxyPtr& proxy, HRESULT result);
     void GiveUp(const ProxyPtr& proxy);
 
+    // Whether the size limit must leave it alone: it takes writes, or is about to.
     bool IsProtectedLocked(const ProxyPtr& proxy) const REQUIRES_SHARED(databaseLock_);
     HRESULT GetDeletionCandidates(Catalog* candidates);
     // The oldest candidates that free `excessBytes` together. `victims` is empty on failure.
@@ -97,10 +102,13 @@ private:
                                  std::vector<ProxyPtr>* victims, std::uint32_t* status);
     void Delete(const ProxyPtr& victim);
 
+    // The silent database of the key's date, kept open for the query until it asks for another
+    // date.
     HRESULT GetQueryDatabase(const QueryId* query, const std::string& key, ProxyPtr* proxy);
     // Counts what fails, which the query's result doesn't tell, once for each query and database.
     template <typename Read>
     HRESULT ReadSilent(const QueryId* query, const std::string& key, Read&& read);
+    // Remembers the failure, too.
     bool IsFirstFailure(const QueryId& query, const std::wstring& path);
 
     std::wstring dataStoreDirectory_;  // set by LoadExistingDatabases

@@ -24,6 +24,8 @@ HRESULT ReadFrom(LevelDbInstanceProxy& proxy, Read&& read) {
     return AtBoundary([&] {
         std::shared_ptr<LevelDbInstance> instance;
         const HRESULT opened = proxy.GetInstance(&instance, IfMissing::fail);
+        // The pointer goes at the end: with no other user the database closes here, on the reader's
+        // thread.
         return Failed(opened) ? opened : read(*instance);
     });
 }
@@ -101,6 +103,7 @@ HRESULT ZelMasterDatabase::GetQueryDatabase(const QueryId* query, const std::str
         return hr::ok;
     }
     std::swap(former, cursor);
+    // What was counted stays counted when the query goes on to another date.
     cursor.failed.swap(former.failed);
     if (former.isHeld)
         former.proxy->Release(LevelDbInstanceProxy::Cursor::drop);

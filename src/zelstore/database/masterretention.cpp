@@ -38,6 +38,7 @@ HRESULT ZelMasterDatabase::GetOldestDate(std::wstring* oldestDate, std::uint64_t
         const std::wstring today = FormatToday();
         const wm::HoldExclusive hold(databaseLock_);
         for (const auto& [path, proxy] : databases_) {
+            // Today's are the ones that grow, and so the ones whose estimate is off.
             if (proxy->Date() == today && proxy->RecordsSinceCount() != 0)
                 proxy->RecountSize();
             *totalBytes += EstimatedSize(*proxy);
@@ -59,6 +60,7 @@ HRESULT ZelMasterDatabase::EnforceSizeLimit(std::uint32_t maxMegabytes, std::uin
         if (Failed(result))
             return result;
         const std::uint64_t limit = maxMegabytes * bytesPerMegabyte;
+        // The exact size, not the estimate: this decides what is deleted.
         if (total <= limit) {
             *status = sizeLimitHonored;
             return hr::ok;

@@ -67,7 +67,9 @@ private:
 
     ReadingEnv() = default;
     static HRESULT TakeOnce(const std::wstring& folder, Files* files, bool* stoodStill);
+    // A share of the file's bytes, which stay when the file is removed from the list.
     leveldb::Status Find(const std::string& path, wm::FileBytes* out);
+    // Enters what LevelDB has written, under the name without its folder.
     void Keep(const std::string& path, std::string bytes);
 
     std::atomic<bool> isSealed_{false};
