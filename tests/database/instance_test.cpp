@@ -256,6 +256,7 @@ TEST_F(InstanceTest, FolderOfAnotherProcessIsNeitherOpenedNorRemoved) {
     EXPECT_EQ(proxy.Write(Rows(1)), hr::sharingViolation);
     proxy.MarkForDeletion();
     EXPECT_TRUE(store.Exists(name + "/CURRENT"));
+    EXPECT_FALSE(store.Exists(name + "/LOG.old")) << "the library was not asked";
 }
 
 TEST_F(InstanceTest, RefusesABatchWithoutRoomBeforeItTouchesTheDisk) {

@@ -28,6 +28,11 @@ TEST(Layout, DateAndNumberComeFromTheFoldersName) {
     EXPECT_EQ(FolderPath(L"/s", L"20261112", 1501), L"/s/202611121501");
 }
 
+TEST(Layout, PathsAreInOrderOfUtf16) {
+    EXPECT_TRUE(PathLess()(L"\U0001F600", L"\uFB00"));
+    EXPECT_TRUE(PathLess()(L"20261112", L"20261112001"));
+}
+
 TEST(Layout, RoomIsTwiceTheBatchAndWhatTheLibraryNeedsBeside) {
     constexpr std::uint64_t margin = 64ULL << 20;
     const struct {
