@@ -32,7 +32,9 @@ namespace {
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
-// Why a text is no key of an event; empty when it is one.
+// Why a text is no key of an event; empty when it is one. The store would take any text for a key
+// and keep what can never be joined to an event, so it is looked at here. Only the date decides
+// about the folder; of the rest the shape is enough.
 std::string_view WhyNoEventKey(std::string_view key) {
     constexpr std::size_t dateLength = 10;
     const ZEL::KeyShape shape = ZEL::ShapeOf(key);
@@ -51,7 +53,8 @@ std::string_view WhyNoEventKey(std::string_view key) {
     return "";
 }
 
-// One line of text with the same meaning: results are one a line.
+// One line of text with the same meaning: results are one a line. Line ends stand between the
+// tokens of good JSON only, never within a string, so nothing changes its meaning.
 std::string OnOneLine(std::string_view json) {
     constexpr std::string_view blanks = " \t\r\n";
     const std::size_t first = json.find_first_not_of(blanks);
@@ -91,6 +94,7 @@ std::string Enrich::MakeKey(const std::string& eventKey) {
     return eventKey + ZEL::TimedEnrichmentSuffix(lastNumber_, !live_);
 }
 
+// Through the silent queue also for live ones: it alone leads to the folder of the event's date.
 bool Enrich::Add(const std::string& eventKey, const std::string& enrichment) {
     constexpr auto pause = std::chrono::milliseconds(5);
     const auto key = wm::ToValue(MakeKey(eventKey));
@@ -133,7 +137,8 @@ std::string SyntaxProblem(std::string_view text, const JsonScan& scan) {
            ": " + scan.Error() + "\n" + PointAt(place.lineText, place.byteInLine);
 }
 
-// Takes the two members of a line out of it; why not, when it fails.
+// Takes the two members of a line out of it; why not, when it fails. The enrichment is taken as it
+// stands in the line, so that numbers and escapes come out as they were written.
 LineProblem ReadLine(const std::string& line, std::string* key, std::string* enrichment) {
     if (!wm::IsUtf8(line))
         return {"not UTF-8", ""};
@@ -151,6 +156,7 @@ LineProblem ReadLine(const std::string& line, std::string* key, std::string* enr
     return {WhyNoEventKey(*key), ""};
 }
 
+// A line that is no good is told and passed over: the others are worth having.
 int RunLines(const EnrichOptions& options) {
     if (!options.file.empty()) {
         Say("with --ndjson the keys stand in the file: enrich --ndjson [FILE]");
@@ -190,6 +196,7 @@ bool ReadWhole(const std::string& file, std::string* text) {
     return false;
 }
 
+// All is checked ahead of opening the store, so that a slip costs nothing and changes nothing.
 bool ReadOne(const EnrichOptions& options, std::string* enrichment) {
     const std::string why(wm::IsUtf8(options.key) ? WhyNoEventKey(options.key) : "not UTF-8");
     if (!why.empty()) {

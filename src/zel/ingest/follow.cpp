@@ -55,7 +55,8 @@ std::string NewRowsQuery(const FollowPosition& position) {
 
 }  // namespace
 
-// Takes the batches of one run: prints each, then moves the position behind it.
+// Takes the batches of one run: prints each, then moves the position behind it. Lives for one run,
+// on its thread, with the follower's lock held.
 class Follower::Printer final : public ZEL::IQueryCallback {
 public:
     explicit Printer(Follower& follower)
@@ -123,6 +124,7 @@ private:
 Follower::Follower(StoreSession& store, const std::string& positionFile, Output& output)
     : store_(store), failures_(store), positionFile_(positionFile), output_(output) {}
 
+// Nobody owns a follower that was begun: the job may call it as long as the process lives.
 Follower* Follower::Start(StoreSession& store, const std::string& positionFile, Output& output) {
     std::unique_ptr<Follower> fresh(new Follower(store, positionFile, output));
     if (!fresh->stop_.Create(wm::EventReset::manual)) {
@@ -140,6 +142,7 @@ Follower* Follower::Start(StoreSession& store, const std::string& positionFile, 
     return follower;
 }
 
+// The job's function gets the follower as its context, which is why it must never go.
 bool Follower::Register() {
     CountedPtr<ZEL::IJobRegistry> registry;
     const auto run = [](void* context, ZEL::HANDLE) {
@@ -185,6 +188,8 @@ bool Follower::MakeFreshKey(FollowPosition* fresh) {
     return isMade;
 }
 
+// The key is made ahead of the lock, and settled within it: of two threads whose keys come out of
+// order the later one gets the next number.
 std::string Follower::NextKey() {
     FollowPosition next;
     if (!MakeFreshKey(&next))
@@ -197,6 +202,7 @@ std::string Follower::NextKey() {
     return KeyOfPosition(next);
 }
 
+// Runs of the job, and whoever calls this, take turns.
 bool Follower::Drain() {
     const std::lock_guard lock(mutex_);
     return DrainLocked();
@@ -226,6 +232,7 @@ bool Follower::MayLackLocked() {
     return !complete_ || (hasGivenKeys_ && position_ < lastKey_);
 }
 
+// Between two steps the lock is free, so that the job may do the same work.
 bool Follower::AwaitAll() {
     using Clock = std::chrono::steady_clock;
     constexpr auto pause = std::chrono::milliseconds(500);
@@ -264,6 +271,7 @@ Follower::Progress Follower::AwaitStep(FollowPosition* reached, bool* sawAll) {
     return Progress::some;
 }
 
+// What is told to end comes ahead of the lock: a run that holds it would else go on to its own end.
 void Follower::Close() {
     closing_ = true;
     stop_.Set();

@@ -6,6 +6,13 @@
 #include "zel/terminal/messages.h"
 #include "zelstore/keys/receivekey.h"
 
+// The position is kept as the key of a row, so it needs no format of its own and can be compared
+// with what the store tells. The file is replaced as a whole: a process that is killed while it
+// writes leaves the former position, from which rows are printed once more, and never half of one,
+// from which nobody could go on.
+//
+// A file that holds something else is not written over. Somebody may have named it by mistake.
+
 namespace zel {
 
 bool PositionOfKey(const std::string& key, FollowPosition* position) {
@@ -19,6 +26,7 @@ std::string KeyOfPosition(const FollowPosition& position) {
     return ZEL::MakeReceiveKey(position.time, position.sequence);
 }
 
+// What stands behind the first line is not looked at.
 bool PositionFile::Load(const FollowPosition& initial, FollowPosition* position) {
     if (!wm::ToWide(name_, wideName_)) {
         Say("the position can't be kept in " + name_);

@@ -49,6 +49,7 @@ public:
     void Summarise() const;
     // Whether the store took all that it was given.
     bool StoreWorks() const noexcept { return storeWorks_; }
+    // Whether anything that was handed in is not in the store, as far as is known.
     bool LostAny() const noexcept;
 
 private:
@@ -69,6 +70,7 @@ private:
     bool readsFailed_ = false;
 };
 
+// A file that can't be read does not keep the others from being read.
 void Ingest::ReadFiles() {
     const std::vector<std::string> standardInput = {"-"};
     const auto take = [this](const std::string& line, const LinePlace& place) {
@@ -84,7 +86,8 @@ void Ingest::ReadFiles() {
     TellRepeats();
 }
 
-// False when no more is to be read.
+// False when no more is to be read. The first replacement is told with its place, as one is mostly
+// a sign that all records lack something; the others are counted.
 bool Ingest::TakeLine(const std::string& line, const LinePlace& place) {
     LineProblem problem;
     const std::uint64_t replacedBefore = taker_.Counts().replaced;
@@ -121,6 +124,7 @@ bool Ingest::LookAtStore(const LinePlace& place) {
     return !writesFailed_;
 }
 
+// A repeat of the same record loses nothing and is not among them.
 bool Ingest::LostAny() const noexcept {
     const LostRecords lost = store_.Lost();
     return problems_.Count() + unreadFiles_ + taker_.Counts().replaced + lost.events +
@@ -129,6 +133,8 @@ bool Ingest::LostAny() const noexcept {
            writesFailed_ || readsFailed_;
 }
 
+// What could not be compared is told beside the numbers, so that nobody takes a lower bound for
+// all.
 void Ingest::TellRepeats() const {
     const RecordTaker::Account& counts = taker_.Counts();
     if (counts.replaced > 0)
@@ -158,6 +164,7 @@ std::string Ingest::Fate() const {
            Some(lost.receiveRows + counts.rowsRefused, "receive-time row(s) lost");
 }
 
+// The time is that of the whole run, the wait for the disk included.
 void Ingest::Summarise() const {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start_;
     const std::uint64_t taken = taker_.Counts().taken;
@@ -221,6 +228,7 @@ bool EndFollowing(Follower& follower) {
     return isWhole && unreadable == 0;
 }
 
+// Needs no store, so it works where none is and beside one that is in use.
 int MakeKeys(const IngestOptions& options) {
     StoreSession store(Terminal());
     if (!store.Load())
@@ -236,6 +244,8 @@ int MakeKeys(const IngestOptions& options) {
 
 }  // namespace
 
+// The order of the end matters: the follower prints what is on the disk, the store writes what is
+// queued, and only then are the numbers of the account final.
 int RunIngest(const IngestOptions& options) {
     if (options.follow && (options.printKeys || !options.receiveRows)) {
         Say("--follow prints events by their receive-time rows: it excludes --print-keys and "

@@ -6,10 +6,12 @@ namespace zel {
 
 namespace {
 
+// Enough to see what is wrong, few enough to be read.
 constexpr std::uint64_t mostInFull = 10;
 
 }  // namespace
 
+// Counted also where it is told, so that the account at the end has all.
 void LineProblems::Add(const std::string& place, const LineProblem& problem) {
     ++count_;
     Kind& kind = kinds_[problem.kind];

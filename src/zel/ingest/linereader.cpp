@@ -28,6 +28,7 @@ namespace {
 
 constexpr std::size_t bufferSize = 256U << 10;
 
+// Owns its descriptor, but for standard input.
 class PlainSource final : public LineReader::Source {
 public:
     explicit PlainSource(int descriptor) : descriptor_(descriptor) {}
@@ -49,6 +50,7 @@ public:
     }
 
     // The first bytes, which stay to be read. Fewer than asked for only at the end of the data.
+    // Byte by byte, as a pipe may give fewer at a time and nothing can be put back into it.
     const std::string& Peek(std::size_t count, std::string* error) {
         char byte = 0;
         while (head_.size() < count && ReadDescriptor(&byte, 1, error) == 1)
@@ -84,6 +86,7 @@ private:
     std::string head_;
 };
 
+// That the input ends is right at the start of a member only; anywhere else the file was cut off.
 class GzipSource final : public LineReader::Source {
 public:
     explicit GzipSource(std::unique_ptr<Source> packed) : packed_(std::move(packed)) {
@@ -129,6 +132,8 @@ private:
     bool atMemberStart_ = true;
 };
 
+// The library itself goes on from one packed piece to the next, and is told when the input has
+// ended, since only it knows whether that is the right place.
 class XzSource final : public LineReader::Source {
 public:
     explicit XzSource(std::unique_ptr<Source> packed) : packed_(std::move(packed)) {
@@ -176,6 +181,7 @@ private:
     bool damaged_ = false;
 };
 
+// By what the file holds and not by its name, which a pipe does not have.
 std::unique_ptr<LineReader::Source> OpenSource(const std::string& file, std::string* error) {
     const int descriptor = file == "-" ? STDIN_FILENO : ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {
@@ -202,6 +208,7 @@ LineReader::LineReader(const std::string& file)
 
 LineReader::~LineReader() = default;
 
+// Only once the buffer is used up: nothing is moved within it.
 bool LineReader::Fill() {
     at_ = filled_ = 0;
     const long got = source_->Read(buffer_.data(), buffer_.size(), &error_);

@@ -3,6 +3,11 @@
 #include "zel/ingest/linereader.h"
 #include "zel/terminal/messages.h"
 
+// What all commands that read lines have in common: which lines count, how a place is named, when
+// an interrupt is heeded. Interrupts are asked for on both sides of a read, as the read itself
+// ends at one and then looks like the end of the file: nothing that came of it may be taken for
+// the whole.
+
 namespace zel {
 
 namespace {
@@ -10,6 +15,7 @@ namespace {
 // One line of many megabytes must not keep its memory to the end of the file.
 constexpr std::size_t largestKept = 1U << 20;  // bytes
 
+// Ahead of the first line there is no number to tell.
 LinesEnd TellUnreadable(const LinePlace& place, const std::string& why) {
     Say((place.line > 0 ? place.Text() : place.file) + ": can't be read: " + why);
     return LinesEnd::unreadable;

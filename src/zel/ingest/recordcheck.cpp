@@ -43,6 +43,8 @@ std::optional<LineProblem> UnknownNameIn(const std::string& line) {
     return std::nullopt;
 }
 
+// From the outside in: what is no JSON has no names, and only where the names are known is the
+// store's own word of use.
 LineProblem WhyNotUnderstood(const std::string& line) {
     const JsonScan scan(line);
     if (!scan.Ok())
@@ -59,6 +61,7 @@ int Number(std::string_view time, std::size_t at, std::size_t digits) {
     return std::atoi(std::string(time.substr(at, digits)).c_str());
 }
 
+// The form alone; whether there is such a time Exists tells.
 bool HasForm(std::string_view time) {
     if (time.size() != form.size())
         return false;
@@ -76,6 +79,7 @@ int DaysOfMonth(int year, int month) {
     return days[month - 1] + (month == 2 && isLeapYear ? 1 : 0);
 }
 
+// For a time that has the form. Seconds go to 59, as in all keys.
 bool Exists(std::string_view time) {
     const int year = Number(time, 0, 4), month = Number(time, 5, 2), day = Number(time, 8, 2);
     return year >= 1601 && month >= 1 && month <= 12 && day >= 1 &&
@@ -85,6 +89,7 @@ bool Exists(std::string_view time) {
 
 }  // namespace
 
+// What each code of MakeKey means for an event.
 LineProblem WhyNoKey(ZEL::HRESULT result, const std::string& line) {
     namespace hr = ZEL::hr;
     if (result == hr::unexpected)

@@ -27,6 +27,8 @@ namespace hr = ZEL::hr;
 
 }  // namespace
 
+// A NUL would end the text for whoever reads it as one that ends there, so the record would not
+// come back whole.
 RecordTaker::Outcome RecordTaker::Take(const std::string& line, LineProblem* problem) {
     const CountedPtr<IStringValue> text = wm::ToValue(line);
     if (!text)
@@ -45,6 +47,7 @@ RecordTaker::Outcome RecordTaker::Take(const std::string& line, LineProblem* pro
     return Store(key, line, *text);
 }
 
+// The event first: a row that names an event which is not there would be found and lead nowhere.
 RecordTaker::Outcome RecordTaker::Store(const std::string& key, const std::string& line,
                                         IStringValue& text) {
     Outcome outcome = Insert(key_.Get(), &text);
@@ -60,6 +63,7 @@ RecordTaker::Outcome RecordTaker::Store(const std::string& key, const std::strin
     return outcome;
 }
 
+// A key that was made may still hold a time by which nobody would find the record.
 bool RecordTaker::MakeKey(const std::string& line, IStringValue& text, std::string* keyText,
                           LineProblem* problem) {
     const HRESULT made = store_->MakeKey(&text, ZEL::keyKindEvent, key_.Receive());
@@ -78,6 +82,8 @@ void RecordTaker::CountRepeat(const std::string& key, const std::string& line) {
     counts_.replaced += repeat == RepeatedKeys::Repeat::other ? 1 : 0;
 }
 
+// A full queue is the only failure that passes. The pauses grow, so that a short wait costs little
+// time and a long one little work.
 RecordTaker::Outcome RecordTaker::Insert(IStringValue* key, IStringValue* value) {
     auto pause = std::chrono::microseconds(200);
     constexpr auto longestPause = std::chrono::microseconds(20000);
@@ -95,6 +101,7 @@ RecordTaker::Outcome RecordTaker::Insert(IStringValue* key, IStringValue* value)
     return Outcome::refused;
 }
 
+// A follower makes the key, since it has to know which rows to wait for.
 RecordTaker::Outcome RecordTaker::InsertReceiveRow(const std::string& eventKey) {
     CountedPtr<IStringValue> key;
     if (follower_ != nullptr)

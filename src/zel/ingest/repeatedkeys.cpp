@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t firstSize = 1024;
 
+// Never 0, which marks a free place and a record that is not known.
 std::uint64_t Hash(std::string_view text) noexcept {
     const std::uint64_t hash = std::hash<std::string_view>()(text);
     return hash != 0 ? hash : 1;
@@ -28,6 +29,8 @@ RepeatedKeys::Entry& RepeatedKeys::PlaceOf(std::vector<Entry>& table, std::uint6
     return table[at];
 }
 
+// A key that only the older table has moves into the recent one, so what comes again and again is
+// never forgotten.
 RepeatedKeys::Repeat RepeatedKeys::Add(std::string_view key, std::string_view record) {
     MakeRoom();
     const std::uint64_t hash = Hash(key);

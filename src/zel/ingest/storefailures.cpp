@@ -26,12 +26,15 @@ bool Is(const DatabaseError& error, std::initializer_list<ZEL::HRESULT> results)
     });
 }
 
+// What another process or this one may give free again. All else stays as it is, however often it
+// is tried.
 bool MayPass(const DatabaseError& error) {
     return Is(error, {hr::sharingViolation, hr::tooManyOpenFiles, hr::outOfMemory, hr::diskFull});
 }
 
 }  // namespace
 
+// The lock is held while the store is asked, so that two looks can't take in the same change twice.
 void StoreFailures::Look() {
     const std::lock_guard lock(mutex_);
     std::vector<DatabaseError> errors;
@@ -74,6 +77,7 @@ bool StoreFailures::IsOfOwnMaking(const DatabaseError& error) const {
            (Is(error, {hr::aborted}) || (refusing_ && Is(error, {hr::fail})));
 }
 
+// Without the count, which would make each further failure a new one.
 void StoreFailures::Tell(const DatabaseError& error, const char* consequence) {
     const std::string kind = error.folder + "/" + error.Operation() + Describe(error.lastResult);
     if (told_.insert(kind).second)
@@ -95,6 +99,7 @@ bool StoreFailures::WritesFailed() const {
     return writesFailed_;
 }
 
+// The last look runs while refusals are still the caller's own.
 void StoreFailures::SetRefusing(bool refusing) {
     if (!refusing)
         Look();  // what the refusals have caused is passed over by now
@@ -102,6 +107,7 @@ void StoreFailures::SetRefusing(bool refusing) {
     refusing_ = refusing;
 }
 
+// What was told on the way need not be told by the session again.
 void StoreFailures::Settle() {
     Look();
     const std::lock_guard lock(mutex_);
