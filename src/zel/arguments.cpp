@@ -10,10 +10,17 @@
 // that gives it its flags; its options (commands.h) are made when it is added and live as long as
 // what is to be run holds them. Global flags are taken anywhere: what a command does not know falls
 // through to the program.
+//
+// The library checks what a flag looks like, the command what its value means: a time, a size or a
+// pattern is refused by the code that knows them, with the place of the mistake. Where two flags
+// exclude each other and both belong to one command, it is stated here if the library can say it
+// in general terms.
 namespace zel {
 
 namespace {
 
+// An empty value is mostly a shell variable that was not set. Commands take an empty text for a
+// flag that is absent, so that it would widen the question without a word.
 const CLI::Validator& NotEmpty() {
     static const CLI::Validator validator(
         [](std::string& text) {
@@ -32,12 +39,14 @@ Options& OptionsOf(CLI::App& command, Run& run, int (*what)(const Options&)) {
     return *options;
 }
 
+// May be given once: the library refuses a second.
 CLI::Option* AddText(CLI::App& command, const char* name, std::string& text, const char* kind,
                      const char* help) {
     return command.add_option(name, text, help)->check(NotEmpty())->type_name(kind);
 }
 
-// May be given several times, with one value each.
+// May be given several times, with one value each. So that a flag does not swallow the DOCUMENT
+// behind it.
 void AddTexts(CLI::App& command, const char* name, std::vector<std::string>& texts,
               const char* kind, const char* help) {
     command.add_option(name, texts, help)
@@ -82,6 +91,7 @@ void AddTimes(CLI::App& command, QueryOptions& options) {
             "With --by receive: go on behind the position that --show-cursor told");
 }
 
+// For the commands that print one table.
 void AddOutput(CLI::App& command, std::string& output) {
     command.add_option("-o,--output", output, "By default table on a terminal, else json")
         ->check(CLI::IsMember({"table", "json"}))
@@ -103,6 +113,8 @@ void AddQuery(CLI::App& command, Run& run) {
     command.add_flag("--enrichments", options.enrichments, "Join the enrichments to each event");
     command.add_flag("--no-live-enriched", options.noLiveEnriched,
                      "Leave out events that have a live enrichment");
+    // What asks something, as it stands so far: flags that are added below say how the answer
+    // looks, and suit a document as well.
     const std::vector<CLI::Option*> asking = command.get_options(
         [document](const CLI::Option* o) { return o != document && o->get_name() != "--help"; });
     command.parse_complete_callback([asking, document] {
@@ -143,6 +155,8 @@ void AddEnrich(CLI::App& command, Run& run) {
     CLI::Option* const live = command.add_flag(
         "--live", options.live, "Live: `query --no-live-enriched` leaves the event out");
     command
+        // For scripts that say what they mean; nothing to remember, since it is what happens
+        // without a flag.
         .add_flag_callback(
             "--silent", [] {}, "Silent, and so of no effect on that; this is the default")
         ->excludes(live);
@@ -211,6 +225,7 @@ void AddMonitor(CLI::App& command, Run& run) {
 
 void AddSettings(CLI::App& command, Run& run) {
     command.require_subcommand(1);
+    // All three have a key and a name; `set` has a value besides.
     const auto add = [&](const char* name, const char* help, int (*what)(const SettingsOptions&)) {
         CLI::App& action = *command.add_subcommand(name, help);
         SettingsOptions& options = OptionsOf(action, run, what);
@@ -254,6 +269,7 @@ const CLI::App& Given(const CLI::App& app) {
     return below.empty() ? app : Given(*below.front());
 }
 
+// Those of its parents too, since flags of the program may stand anywhere.
 std::vector<std::string> FlagsOf(const CLI::App& command) {
     std::vector<std::string> flags;
     for (const CLI::App* app = &command; app != nullptr; app = app->get_parent())

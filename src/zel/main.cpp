@@ -14,7 +14,8 @@ namespace {
 
 using namespace zel;
 
-// What is wrong with the command line goes to stderr, help and version to stdout.
+// What is wrong with the command line goes to stderr, help and version to stdout. Help is an answer
+// and no failure, so it goes where data goes and ends with 0.
 int TellUsage(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == 0)
         return app.exit(error);
@@ -28,6 +29,7 @@ int TellUsage(const CLI::App& app, const CLI::ParseError& error) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Ahead of all else, since the first file that is opened would take a free one.
     OccupyStandardDescriptors();
     CLI::App app("zel: the local store of security events", "zel");
     app.require_subcommand(1);
@@ -51,6 +53,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return TellUsage(app, error);
     }
+    // Not earlier: while the command line is read, a signal may end the program as it always does.
     WatchInterrupts();
     try {
         return ApplyOptions(global) ? FinishStdout(run()) : exitCode::usage;

@@ -16,6 +16,7 @@ namespace zel {
 
 namespace {
 
+// Standard input is used and not closed: it is not this program's.
 class Descriptor {
 public:
     explicit Descriptor(const std::string& name)

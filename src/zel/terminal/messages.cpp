@@ -11,6 +11,11 @@
 
 #include "zel/terminal/narrator.h"
 
+// Signals, and how the program speaks. A handler may do little, so it keeps the first signal and
+// writes a byte into a pipe that nobody reads: whoever waits polls that pipe beside what it waits
+// for, and a wait that begins after the signal ends at once. That is what reading a flag before
+// each wait could not do, since the signal may come between the two.
+
 namespace zel {
 
 namespace {
@@ -30,11 +35,13 @@ void OnInterrupt(int signal) {
 
 }  // namespace
 
+// Asked once: stderr does not change while the program runs.
 bool TalksToTerminal() {
     static const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
     return isTerminal;
 }
 
+// In one call, so that lines of two threads don't mix.
 void Say(const std::string& text) {
     ClearProgress();
     std::fprintf(stderr, "zel: %s\n", text.c_str());
@@ -54,6 +61,8 @@ bool WantsTable(const std::string& output) {
     return output == "table" || (output.empty() && ::isatty(STDOUT_FILENO) == 1);
 }
 
+// Without a pipe, waits end at the next thing that comes or at the call that is interrupted; all
+// else works. Writing must not block in the handler, hence O_NONBLOCK.
 void WatchInterrupts() {
     if (::pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
         interruptPipe[0] = interruptPipe[1] = -1;

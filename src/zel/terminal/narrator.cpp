@@ -4,6 +4,10 @@
 #include "connection/storereports.h"
 #include "zel/terminal/messages.h"
 
+// The one place where the connection, which knows no terminal, is joined to the program, which is
+// for one: who hears messages, who may break waits off, where the store's reports go. It is set up
+// once from the command line and then only read, so it needs no lock.
+
 namespace zel {
 
 namespace {
@@ -17,6 +21,7 @@ public:
 wm::IErrorReportSink* hostReports = nullptr;
 bool tellsAll = false;
 
+// In this order, so that a flag wins over the file, and the default settings take what is left.
 bool NamePaths(const GlobalOptions& options, std::string* problem) {
     return (options.config.empty() || ReadConfiguration(options.config, problem)) &&
            (options.store.empty() || NamePath("ZELDataStore", options.store, problem)) &&
@@ -38,6 +43,7 @@ bool TellsAll() noexcept {
     return tellsAll;
 }
 
+// The sinks come first: a configuration that can't be used may be reported as well.
 bool ApplyOptions(const GlobalOptions& options) {
     static StoreReports reports(Terminal(), options.verbose);
     hostReports = &reports;

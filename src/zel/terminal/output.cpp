@@ -58,11 +58,15 @@ bool Output::AwaitReader() {
     }
 }
 
+// What caused it is kept and told at the end: in the midst of output a message would stand among
+// the data on a terminal.
 void Output::Break(int error) {
     error_ = error;
     state_ = error == EPIPE || error == EINTR ? State::closed : State::failed;
 }
 
+// A reader that went away, such as head, has had what it wanted; an interrupt is the user's doing
+// and keeps its own value.
 int Output::Finish(int code) {
     Flush();
     if (state_ == State::failed) {
@@ -72,6 +76,8 @@ int Output::Finish(int code) {
     return state_ == State::closed && code != exitCode::interrupted ? exitCode::done : code;
 }
 
+// What was printed may still be in the C library's buffer; only once that is empty is it known that
+// all of it arrived.
 int FinishStdout(int code) {
     errno = 0;
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)

@@ -14,8 +14,10 @@ struct Unit {
     std::uint64_t megabytes;
 };
 
+// Of 0x100000 bytes, as the store's own limit is.
 constexpr Unit units[] = {{'M', 1}, {'G', 1024}, {'T', 1024ULL * 1024}};
 
+// M, or MiB in full. MB is refused, since for some it is a million bytes.
 bool IsUnit(std::string_view text, char letter) {
     return ZEL::ToUpperAscii(text.front()) == letter &&
            (text.size() == 1 || (text.size() == 3 && ZEL::ToUpperAscii(text[1]) == 'I' &&

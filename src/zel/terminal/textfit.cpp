@@ -12,6 +12,10 @@
 // the byte where it came from. A mark that combines belongs to the cell ahead of it; what a
 // terminal would obey, and bytes that are no UTF-8, become visible escapes. Cutting, measuring and
 // pointing then count cells and never bytes.
+//
+// The tables of ranges are coarse on purpose: a character that they don't know is one column wide,
+// and a column that is off by one does no harm. The last of them is the one that protects the
+// terminal.
 
 namespace zel {
 
@@ -46,7 +50,8 @@ struct Cell {
     std::size_t width;
 };
 
-// The bytes of the character at the start of `text`; 0 when it is malformed.
+// The bytes of the character at the start of `text`; 0 when it is malformed. The length that the
+// first byte claims is believed only if that many bytes are well-formed UTF-8.
 std::size_t CharacterSize(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text.front());
     const std::size_t size = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
@@ -77,6 +82,7 @@ std::string EscapeOf(char32_t c) {
     return Hex(c < 0x100 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(c));
 }
 
+// A combining mark at the very start has nothing to stand on and becomes a cell of its own.
 std::vector<Cell> Cells(std::string_view text) {
     std::vector<Cell> cells;
     for (std::size_t at = 0; at < text.size();) {
@@ -119,7 +125,8 @@ It FitUpTo(It first, It last, std::size_t columns) {
     return first;
 }
 
-// Changes that turn one name into the other: letters to put in, take out or replace.
+// Changes that turn one name into the other: letters to put in, take out or replace. Row by row
+// over the table of distances of beginnings, of which only the last row is kept.
 std::size_t Distance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
@@ -166,6 +173,8 @@ std::string PointAt(std::string_view text, std::size_t at) {
     return "  " + Joined(cells.begin(), cells.end()) + "\n  " + std::string(column, ' ') + "^";
 }
 
+// A third of the name may be wrong, and two letters of a short one; a suggestion that shares
+// nothing with the name would be none.
 std::string_view Nearest(std::string_view name, const std::string_view* known, std::size_t count) {
     std::string_view best;
     std::size_t least = std::max<std::size_t>(2, name.size() / 3) + 1;

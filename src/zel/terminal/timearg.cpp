@@ -33,6 +33,7 @@ public:
         ++at_;
         return true;
     }
+    // Stops at the first that is no digit, where the caret then goes.
     std::optional<int> Digits(int count) {
         int number = 0;
         for (int i = 0; i < count; ++i, ++at_) {
@@ -71,6 +72,7 @@ TimeArgument Bad(const char* error, std::size_t column) {
     return {false, "", "", error, column};
 }
 
+// The bound keeps the sum within what milliseconds of 64 bits hold, so no distance wraps around.
 TimeArgument ParseDistance(const std::string& argument, Point now) {
     constexpr long long mostUnits = 1000000000;
     long long count = 0;
@@ -92,6 +94,8 @@ TimeArgument ParseDistance(const std::string& argument, Point now) {
     return Good(point < firstPoint ? firstPoint : point);
 }
 
+// Nothing behind the time means UTC, as everything here does; the local zone is never asked for,
+// since a command would then mean something else on another machine.
 std::optional<seconds> ParseOffset(Cursor& in) {
     if (in.AtEnd() || in.Take('Z') || in.Take('z'))
         return seconds(0);
@@ -108,6 +112,7 @@ std::optional<seconds> ParseOffset(Cursor& in) {
     return east ? offset : -offset;
 }
 
+// A second 60 is refused: the store's form has none, and times have to be ordered as texts.
 TimeArgument ParseClock(Cursor& in, Point date) {
     if (!in.Take('T') && !in.Take('t') && !in.Take(' '))
         return Bad("T or the end is expected behind the date", in.Column());

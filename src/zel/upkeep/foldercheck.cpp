@@ -27,6 +27,7 @@ ZEL::HRESULT ResultOf(const leveldb::Status& status, std::string* why) {
     return ZEL::FromStatus(status);
 }
 
+// Without the cache, which would drop what it holds for rows that are looked at once.
 leveldb::Status ReadAll(leveldb::DB& database) {
     constexpr std::uint64_t rowsPerLook = 1000;
     leveldb::ReadOptions options;

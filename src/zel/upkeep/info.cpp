@@ -26,7 +26,9 @@ struct StoreInfo {
     std::vector<DatabaseError> errors;
 };
 
-// The store's own reads leave checksums out and pass damage over, so this looks by itself.
+// The store's own reads leave checksums out and pass damage over, so this looks by itself. A
+// damaged folder is told at once and stands in the result too, as a failure to read; the check goes
+// on with the next.
 void CheckAll(StoreInfo* info) {
     constexpr std::uint32_t read = 2;
     for (const StoreFolder& folder : info->listing.folders) {
@@ -61,6 +63,8 @@ bool AskStore(bool check, StoreInfo* info) {
     return true;
 }
 
+// For reading: names are cut by nobody and sizes are rounded. The exact bytes stand in the line of
+// totals.
 void PrintTable(const StoreInfo& info) {
     std::printf("%-12s %-10s %6s %-6s %7s %12s\n", "FOLDER", "DATE", "NUMBER", "KIND", "FILES",
                 "SIZE");
@@ -79,6 +83,7 @@ void PrintTable(const StoreInfo& info) {
         std::printf("%s\n", Printable(error.Text()).c_str());
 }
 
+// Numbers in bytes, as a reader of this form reckons for itself.
 std::string FolderJson(const StoreFolder& folder) {
     return "{\"name\":" + wm::JsonString(folder.name) +
            ",\"date\":" + wm::JsonString(folder.Date()) +
@@ -117,6 +122,7 @@ void PrintJson(const StoreInfo& info) {
 
 }  // namespace
 
+// The listing is taken before anything is opened, since opening a database changes its files.
 int RunInfo(const InfoOptions& options) {
     StoreInfo info;
     if (!FindStore(StoreNeed::existing, &info.directory))

@@ -10,6 +10,11 @@
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
 
+// A store may be carried to another machine to be looked into. The paths of a question then stand
+// for folders and users of the machine that it came from, so that machine is described to a file
+// there (`machine show`) and put in place of this one here, ahead of everything that asks about
+// paths.
+
 namespace zel {
 
 bool UseMachine(const std::string& file) {
@@ -30,6 +35,8 @@ bool UseMachine(const std::string& file) {
     return true;
 }
 
+// With a file this prints what was understood of it, which shows a name that was put in the wrong
+// place.
 int RunMachineShow(const MachineOptions& options) {
     if (!options.file.empty() && !UseMachine(options.file))
         return exitCode::usage;

@@ -26,6 +26,7 @@ using ZEL::CountedPtr;
 using ZEL::DiskState;
 
 constexpr std::uint64_t bytesPerMegabyte = 1000000;
+// Those of the component, which `--once` does not ask.
 constexpr std::uint32_t defaultStop = 2500;
 constexpr std::uint32_t defaultPercentage = 10;
 
@@ -50,6 +51,7 @@ Thresholds ReadThresholds(const MonitorOptions& options) {
     return thresholds;
 }
 
+// By the host's service, as the component measures, so that both tell the same.
 bool FreeMegabytes(const std::string& directory, std::uint64_t* freeMb) {
     std::wstring wide;
     std::uint64_t bytes = 0;
@@ -77,6 +79,8 @@ public:
     std::int64_t AddRef() override { return 2; }
     std::int64_t Release() override { return 1; }
 
+    // On a thread of the component. A reader that went away is noted and ends the wait of the main
+    // thread.
     ZEL::HRESULT OnMonitorEvent(ZEL::IMonitorEvent* event) override {
         Print(event->GetState());
         return ZEL::hr::ok;
@@ -113,7 +117,8 @@ int PrintOnce(const std::string& directory, const Thresholds& thresholds, Printe
     return exitCode::done;
 }
 
-// Starts the component's monitor; ends it when it goes.
+// Starts the component's monitor; ends it when it goes. A start that failed half-way is stopped as
+// well.
 class Monitor {
 public:
     ~Monitor() {
@@ -152,6 +157,7 @@ int Watch(const MonitorOptions& options, const Thresholds& thresholds, Printer& 
     }
     if (Failed(monitor.registration->Subscribe(&printer)))
         return exitCode::noStore;
+    // Looks instead of waiting for a signal: nothing tells this thread that the reader has gone.
     while (!Interrupted() && !printer.Closed())
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     IgnoreResult(monitor.registration->Unsubscribe(&printer), "always succeeds");

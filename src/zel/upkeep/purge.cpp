@@ -25,6 +25,7 @@ namespace {
 
 constexpr std::uint64_t bytesPerMegabyte = 0x100000;
 
+// The same for what will be and what was, so that a dry run looks like the purge that it foretells.
 struct Outcome {
     std::vector<StoreFolder> folders;  // that went, or would go, oldest first
     std::uint64_t limitBytes = 0;
@@ -66,6 +67,7 @@ void PrintJson(const Outcome& outcome, bool isDryRun) {
     std::printf("%s]}\n", text.c_str());
 }
 
+// A limit that is not kept is a loss in the sense of scripts: what they asked for was not reached.
 int Tell(const Outcome& outcome, const PurgeOptions& options) {
     if (WantsTable(options.output))
         PrintTable(outcome, options.dryRun);
@@ -78,6 +80,7 @@ int Tell(const Outcome& outcome, const PurgeOptions& options) {
     return exitCode::losses;
 }
 
+// Folders in use stand in the list, marked, and their bytes stay.
 Outcome Foresee(const StoreListing& before, std::uint64_t limitBytes) {
     Outcome outcome{{}, limitBytes, before.Total().bytes, before.Total().bytes};
     const std::size_t count = CountVictims(before, limitBytes);
@@ -88,7 +91,8 @@ Outcome Foresee(const StoreListing& before, std::uint64_t limitBytes) {
     return outcome;
 }
 
-// What was there before and is not any more.
+// What was there before and is not any more. A folder that another process makes meanwhile counts
+// towards the size and is in no list.
 Outcome Compare(const StoreListing& before, const StoreListing& after, std::uint64_t limitBytes) {
     Outcome outcome{{}, limitBytes, before.Total().bytes, after.Total().bytes};
     std::set<std::string> left;
@@ -113,6 +117,8 @@ bool HasForeign(const std::string& directory) {
     return true;
 }
 
+// The store returns when the purge has ended; what could not be deleted is told by the session's
+// end.
 bool RunInStore(std::uint32_t megabytes) {
     ForgetDefaultSettings();  // the outcome is published in a file that was named, and in no other
     StoreSession store(Terminal());

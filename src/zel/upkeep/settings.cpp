@@ -12,6 +12,9 @@
 
 // The user's own settings file is written here and nowhere else in the program: other commands read
 // it, and write only to a file that was named (ForgetDefaultSettings).
+//
+// Reading takes any name, since a file may hold what a later version reads; writing takes only
+// what this version knows, as a name with a slip would be kept and have no effect.
 
 namespace zel {
 
@@ -39,12 +42,15 @@ bool IsKnown(const SettingsOptions& options) {
     return false;
 }
 
+// A name that nothing knows is the likelier reason for its absence.
 int TellAbsent(const SettingsOptions& options) {
     if (IsKnown(options))
         Say(options.key + " has no " + options.name);
     return exitCode::nothingFound;
 }
 
+// What a command works on: the key, open until the object goes, and the value's name as the service
+// wants it.
 struct OpenKey {
     wm::OpenSettingsKey key;
     std::wstring name;
@@ -73,6 +79,7 @@ void MakeFolderOf(const std::wstring& file) {
 
 // Puts back the open key, once `change` has given exitCode::done.
 template <typename Body>
+// Nothing is written where `change` has found nothing to do.
 int Change(const SettingsOptions& options, Body&& change) {
     std::wstring file;
     if (!wm::ResolvePathVariable(L"%ZELSettingsFile%", file) || file.empty()) {
@@ -121,6 +128,7 @@ int RunSettingsSet(const SettingsOptions& options) {
     });
 }
 
+// Needs the second version of the service's interface; a host without it can't take values out.
 int RunSettingsUnset(const SettingsOptions& options) {
     return Change(options, [&](OpenKey& open) {
         ZEL::CountedPtr<ZEL::ISettingsKey2> key;

@@ -40,7 +40,8 @@ void AddFile(const fs::directory_entry& entry, FolderSize* size) {
     size->bytes += bytes;
 }
 
-// False when parts can't be read.
+// False when parts can't be read. Links are not followed, so a loop can't hold the walk and no byte
+// outside of the store is counted.
 bool AddFolder(const fs::path& folder, FolderSize* size) {
     std::error_code error;
     fs::recursive_directory_iterator it(folder, error);
@@ -54,6 +55,7 @@ bool IsFolder(const fs::directory_entry& entry) {
     return entry.symlink_status(error).type() == fs::file_type::directory;
 }
 
+// By the lock of LevelDB, asked without taking it.
 bool IsInUse(const fs::path& folder) {
     std::wstring lock;
     return wm::ToWide((folder / "LOCK").string(), lock) && wm::IsLockedByAnotherProcess(lock);
@@ -81,6 +83,7 @@ void AddEntry(const fs::directory_entry& entry, StoreListing* listing) {
 
 }  // namespace
 
+// A name that is no date is shown by as many characters, so that columns stay in line.
 std::string StoreFolder::Date() const {
     std::string date = name.substr(0, dateLength);
     if (date.size() != dateLength || !IsDigits(date))
@@ -107,6 +110,7 @@ FolderSize StoreListing::Total() const {
     return total;
 }
 
+// Names begin with the date, so their order is that of age.
 StoreListing ListStore(const std::string& directory) {
     StoreListing listing;
     std::error_code error;
@@ -120,6 +124,8 @@ StoreListing ListStore(const std::string& directory) {
     return listing;
 }
 
+// By the store's rule: from the oldest on, until what is left fits. What lies beside the folders
+// counts and can't go.
 std::size_t CountVictims(const StoreListing& listing, std::uint64_t limitBytes) {
     std::uint64_t left = listing.Total().bytes;
     std::size_t count = 0;
