@@ -4,6 +4,10 @@
 
 // Names that the agent's documents use and this component only carries: nothing here reads them.
 // Whoever comes to read one moves it to names.h.
+//
+// They stand together so that the vocabulary of the agent's documents is known in one place, and a
+// name that is taken up here is spelt as everybody else spells it. A list holds what belongs to one
+// document. Nothing is looked up in them at run time.
 
 namespace ZEL::Schema::carried {
 

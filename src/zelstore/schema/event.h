@@ -14,11 +14,17 @@ namespace ZEL::Schema {
 // each is of any class, and null when the JSON has none. Copying is deep; an object whose number
 // has no class is lost in the copy, which is why a sub-query with such a target asks for nothing of
 // it.
+//
+// Members are public: an event is data, and who fills or reads one is the parser, the range step
+// and the extraction of key fields. Times are text as they were given; nothing here checks or
+// shifts them. May be filled anew any number of times, which keeps its memory for the next event.
 class Event final : public ZelSchemaParser {
 public:
     Event() : ZelSchemaParser(objectType::event) {}
     void ToJson(web::json::value& out) const override;
+    // Throws as the base tells; what is missing takes the value that it has in a new event.
     void FromJson(const web::json::value& in) override;
+    // Whether it says anything, a process is its actor, and what it says is valid.
     bool IsValid() const override;
 
     // For the step that turns operators on times into a range: both replace, and copy first.
@@ -38,6 +44,7 @@ public:
     Field<GuidPair> ref_uid;
 
 private:
+    // Takes over the former actor and target where they are of the class that is needed.
     void ReadArtifacts(const Members& in);
 };
 

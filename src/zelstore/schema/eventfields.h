@@ -27,19 +27,23 @@ public:
     // Called for each condition. What it throws ends the extraction.
     virtual void OnValue() {}
     // Adds the variants of a file path. With `isPattern` it is a regular expression, and so are
-    // they. A failure means that the path stands for itself.
+    // they. A failure means that the path stands for itself. `out` is empty at the call.
     virtual HRESULT ExpandPath(const Text& path, bool isPattern, std::set<Text>& out) = 0;
     // The same for a registry path. A failure ends the extraction.
     virtual HRESULT ExpandRegistryPath(const Text& path, bool isPattern, std::set<Text>& out) = 0;
 };
 
 // The conditions that `event` states. An absent source leaves its field out; a present one without
-// values gives an empty list. `expander` is asked for queries only, and may be null for
-// records. 0x8000FFFF for text that is not Unicode.
+// values gives an empty list. `expander` is asked for queries only, and may be null for records.
+// 0x8000FFFF for text that is not Unicode. On failure `out` holds the fields before the one that
+// failed. What the expander throws passes through.
 HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expander,
                          FilterMap& out);
 
 // The facts of a record: of each field the first value in byte order, which is what its key takes.
+//
+// One object serves one record after the other, for one thread: texts lie behind one another in one
+// piece of memory, so that a record costs no allocation once the largest has been seen.
 class RecordFields {
 public:
     // None when the record has no such field. The view holds until the next Offer or Clear.
@@ -56,13 +60,15 @@ private:
     std::string texts_;  // of all fields, one behind the other
     Place places_[keyFieldCount];
 };
-// The same failures.
+// The same failures. Adds to what `out` holds: clear it for each record. Paths stand as the sensor
+// wrote them.
 HRESULT ExtractRecordFields(const Event& event, RecordFields& out);
 
 // Whether a value holds * or ?.
 bool HasWildcard(const Text& value) noexcept;
 
-// A value with * and ? as a regular expression that matches the same texts, not anchored.
+// A value with * and ? as a regular expression that matches the same texts, not anchored. A ?
+// stands for one byte of UTF-8, and * for any text, also none.
 Text WildcardToPattern(const Text& value);
 
 }  // namespace ZEL::Schema

@@ -25,12 +25,16 @@ protected:
 };
 
 // A query as its JSON document says it. Everything in it is optional.
+//
+// Reading replaces all it held. It checks the form alone: which conditions make sense is found out
+// when the query runs, one sub-query at a time.
 class EventQuery final : public ZelSchemaParser2 {
 public:
     EventQuery() : ZelSchemaParser2(objectType::eventQuery) {}
     void ToJson(web::json::value& out) const override;
     // Reads {"event_query":{...}}; a document without that leaves the defaults.
     void FromJson(const web::json::value& document) override;
+    // Whether each sub-query is; a query without any is valid.
     bool IsValid() const override;
 
     std::vector<Event> events;             // the sub-queries, run in this order

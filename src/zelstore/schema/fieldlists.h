@@ -14,6 +14,10 @@
 // Reading, writing and checking walk the list, and so does whoever wants to know which keys a class
 // has. A row tells the name in the JSON, the member, whether reading takes it, and its part in
 // IsValid. How a member looks in the JSON follows from the kind of its row.
+//
+// Rows are made at compile time; reading an object costs a search for each name in its list and
+// nothing for the list itself. Rows that are pairs may be absent and take part in IsValid; plain
+// rows don't.
 
 namespace ZEL::Schema {
 
@@ -43,9 +47,11 @@ struct PairRow {
         WriteField(out, name, object.*member);
     }
     bool IsPresent(const Object& object) const { return static_cast<bool>(object.*member); }
+    // Only to be asked of what is present.
     bool IsValid(const Object& object) const { return (object.*member)->IsValid(); }
 };
 
+// Spares lists the types.
 template <typename Object, typename T>
 constexpr PairRow<Object, T> Pair(TextView name, Field<T> Object::*member,
                                   Check check = Check::never, bool isRead = true) {
@@ -77,7 +83,8 @@ struct NumbersRow : PlainRow {
     }
 };
 
-// A list of names, kept as their numbers.
+// A list of names, kept as their numbers. The table is asked for at each use, since it is made at
+// the first one.
 template <typename Object>
 struct NamesRow : PlainRow {
     TextView name;
@@ -94,7 +101,8 @@ struct NamesRow : PlainRow {
     }
 };
 
-// A number that is always written.
+// A number that is always written. So a parsed object can't tell a missing key from one with the
+// value that it stands for.
 template <typename Object>
 struct NumberRow : PlainRow {
     TextView name;
@@ -112,7 +120,7 @@ struct NumberRow : PlainRow {
     }
 };
 
-// True or false, or not said.
+// True or false, or not said. Written only when it was said.
 template <typename Object>
 struct FlagRow : PlainRow {
     TextView name;
@@ -130,7 +138,7 @@ struct FlagRow : PlainRow {
     }
 };
 
-// Begins the JSON of an object class.
+// Begins the JSON of an object class. The type's name comes first, keys keep the order of writing.
 inline void WriteObject(web::json::value& out, const ZelSchemaParser& object) {
     out = web::json::value::object(true);
     out[Text(names::object_type)] = web::json::value::string(object.GetObjectTypeName());
@@ -144,6 +152,9 @@ inline void ReadObjectType(const Members& in, ZelSchemaParser& object) {
 
 // The base of an object class that is its list. IsValid asks first whether anything identifies the
 // object, then whether each field that it looks at and that is there is valid.
+//
+// The list comes from the class itself (`Object` is the class that derives from this one), so that
+// no call is virtual below the three of the root.
 template <typename Object>
 class ListedObject : public ZelSchemaParser {
 public:

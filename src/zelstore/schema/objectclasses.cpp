@@ -1,5 +1,10 @@
 #include "zelstore/schema/objectclasses.h"
 
+// The object classes are their lists; here stands what lists can't say. Two classes are written in
+// another order than they are read, as documents have always had it. The templates are made here
+// once, since each class walks its list in three ways, and every file that knows the classes would
+// make them anew.
+
 namespace ZEL::Schema {
 
 using web::json::value;

@@ -14,18 +14,20 @@
 
 namespace ZEL::Schema {
 
+// Widths are those of the documents: what does not fit is cut, not refused.
 using Numbers32 = IntegerPair<std::uint32_t>;
 using Numbers64 = IntegerPair<std::uint64_t>;
 
 // An object without a class of its own, or without a type: it keeps its number, and says nothing
-// else.
+// else. As the target of a record it still sets the key's object type.
 class Unknown final : public ListedObject<Unknown> {
 public:
     Unknown() : ListedObject(objectType::unknown) {}
     static constexpr auto Fields() { return std::tuple<>(); }
 };
 
-// A running program. What only numbers or describes one does not identify it.
+// A running program. What only numbers or describes one does not identify it. As an actor it gives
+// a key its hash, path and uid; as a target hash and path.
 class Process final : public ListedObject<Process> {
 public:
     Process() : ListedObject(objectType::process) {}
@@ -72,6 +74,7 @@ public:
     Field<ExistPair> state;
 };
 
+// A file. Hashes are text in the form of the sensor; a key takes sha2 and path.
 class File final : public ListedObject<File> {
 public:
     File() : ListedObject(objectType::file) {}
@@ -105,6 +108,7 @@ public:
     Field<ExistPair> state;
 };
 
+// A folder of the file system. It has no hash.
 class Directory final : public ListedObject<Directory> {
 public:
     Directory() : ListedObject(objectType::directory) {}
@@ -123,7 +127,7 @@ public:
     Field<ExistPair> state;
 };
 
-// A library or driver that was loaded.
+// A library or driver that was loaded. A key takes sha2 and path, as of a file.
 class Module final : public ListedObject<Module> {
 public:
     Module() : ListedObject(objectType::module) {}
@@ -150,7 +154,7 @@ public:
     Field<Numbers32> signature_level_id;
 };
 
-// A user's session. Valid whatever it says.
+// A user's session. Valid whatever it says. A key takes nothing of it but its type.
 class Session final : public ListedObject<Session> {
 public:
     Session() : ListedObject(objectType::session) {}
@@ -161,11 +165,12 @@ public:
     }
 
     Field<Numbers32> id;
+    // Numbers of SessionStates.
     std::vector<std::int32_t> session_state;
     Field<ExistPair> state;
 };
 
-// A connection. Ports are carried by records, but not read.
+// A connection. Ports are carried by records, but not read. A key takes both addresses.
 class Network final : public ListedObject<Network> {
 public:
     Network() : ListedObject(objectType::network) {}
@@ -179,6 +184,7 @@ public:
             Pair(names::protocol_id, &Network::protocol_id, Check::identifies, isNotRead),
             Pair(names::direction_id, &Network::direction_id, Check::identifies, isNotRead));
     }
+    // Addresses are text in the sensor's form; nothing here parses them.
     virtual const StringPair* GetDstIp() const { return dst_ip.get(); }
     virtual const StringPair* GetSrcIp() const { return src_ip.get(); }
     virtual const StringPair* GetUrl() const { return url.get(); }
@@ -187,7 +193,8 @@ public:
     Field<Numbers32> dst_port, src_port, protocol_id, direction_id;
 };
 
-// A registry key; `path` begins with its root.
+// A registry key; `path` begins with its root. A key takes the path, and a query's path is expanded
+// by the rules of the registry, not of files.
 class RegKey final : public ListedObject<RegKey> {
 public:
     RegKey() : ListedObject(objectType::regKey) {}
@@ -206,6 +213,7 @@ public:
 // The type of a registry value that says none.
 inline constexpr std::uint32_t typeIdOfNone = 1;
 
+// A value of a registry key. `path` is the key's; the value's own name stands beside it.
 class RegValue final : public ListedObject<RegValue> {
 public:
     RegValue() : ListedObject(objectType::regValue) {}
@@ -224,11 +232,12 @@ public:
     Field<StringPair> path, name;
     std::uint32_t type_id = typeIdOfNone;
     Field<StringPair> data, security_descriptor;
+    // Whether it is the key's nameless value; absent when the record does not say.
     std::optional<bool> isDefault;
     Field<ExistPair> state;
 };
 
-// A service of the system.
+// A service of the system. A key takes hash and path, as of the file that it runs.
 class Service final : public ListedObject<Service> {
 public:
     Service() : ListedObject(objectType::service) {}
@@ -254,13 +263,15 @@ public:
 
     Field<StringPair> path, normalized_path, name, md5, sha2;
     std::vector<std::int32_t> type_ids;
+    // Carried along; 0 when the record has none.
     std::uint32_t start_id = 0;
     std::uint32_t run_state_id = 0;
     Field<StringPair> loaded_module_name, reg_path, security_descriptor;
     Field<ExistPair> state;
 };
 
-// A web address. Its text is the one that a record gives, unchecked.
+// A web address. Its text is the one that a record gives, unchecked. A key that is made of a record
+// has no place for it; one that is made of properties has.
 class Url final : public ListedObject<Url> {
 public:
     Url() : ListedObject(objectType::url) {}
@@ -276,7 +287,8 @@ public:
     Field<StringPair> text;
 };
 
-// A named object of the kernel, such as a mutex.
+// A named object of the kernel, such as a mutex. A key takes its name; its types are for conditions
+// alone.
 class KernelObject final : public ListedObject<KernelObject> {
 public:
     KernelObject() : ListedObject(objectType::kernelObject) {}
@@ -307,7 +319,7 @@ public:
     Field<StringPair> facility;
 };
 
-// An event that was traced by another component.
+// An event that was traced by another component. A key takes nothing of it but its type.
 class Etw final : public ListedObject<Etw> {
 public:
     Etw() : ListedObject(objectType::etw) {}
@@ -322,7 +334,7 @@ public:
     Field<ExistPair> state;
 };
 
-// Content that a program had scanned.
+// Content that a program had scanned. A key takes nothing of it but its type.
 class Amsi final : public ListedObject<Amsi> {
 public:
     Amsi() : ListedObject(objectType::amsi) {}

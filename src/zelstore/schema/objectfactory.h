@@ -8,7 +8,8 @@ namespace ZEL::Schema {
 
 // The object that a JSON object describes, by its object_type. A name without a class of its own,
 // or none, gives an Unknown that keeps the name's number. `former` may be an object of no more use,
-// which becomes the new one if it is of its class. Throws as FromJson does.
+// which becomes the new one if it is of its class. Throws as FromJson does. A name that is not in
+// the vocabulary throws. What `former` held is replaced, and it is gone when the call throws.
 std::unique_ptr<ZelSchemaParser> CreateObjectFromJson(
     const web::json::value& in, std::unique_ptr<ZelSchemaParser> former = nullptr);
 
@@ -16,7 +17,8 @@ std::unique_ptr<ZelSchemaParser> CreateObjectFromJson(
 // copy then loses the object.
 std::unique_ptr<ZelSchemaParser> CloneObject(const ZelSchemaParser* object);
 
-// An object of whatever class, or none, that is copied with its owner.
+// An object of whatever class, or none, that is copied with its owner. A moved-from one is empty.
+// Assigning copies first, so that a copy that throws changes nothing.
 class OwnedObject : public std::unique_ptr<ZelSchemaParser> {
 public:
     using Pointer = std::unique_ptr<ZelSchemaParser>;

@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-// Numbers of JSON are doubles or integers of 64 bits; members are narrower. Nothing is refused here:
-// a number out of range loses its high bits, and a fraction its digits behind the point.
+// Numbers of JSON are doubles or integers of 64 bits; members are narrower. Nothing is refused
+// here: a number out of range loses its high bits, and a fraction its digits behind the point.
 
 namespace ZEL::Schema {
 

@@ -25,16 +25,21 @@ class ZelSchemaParser {
 public:
     virtual ~ZelSchemaParser() = default;
 
-    // `out` becomes a new object, whose keys keep the order of writing.
+    // `out` becomes a new object, whose keys keep the order of writing. Throws std::out_of_range
+    // for a number that has no name.
     virtual void ToJson(web::json::value& out) const = 0;
     // Replaces all that the object held. Reads fewer keys than ToJson writes.
     virtual void FromJson(const web::json::value& in) = 0;
 
+    // What the object says it is, which copying goes by. A name throws when it is not in the
+    // vocabulary; a number is taken as it stands.
     void SetObjectType(const Text& name) { object_type = ObjectTypes().Number(name); }
     void SetObjectTypeId(std::int32_t number) { object_type = number; }
     const Text& GetObjectTypeName() const { return ObjectTypes().Name(object_type); }
     std::int32_t GetObjectTypeId() const { return object_type; }
 
+    // Hash and path of whatever has them; null where the class has none or the object's is absent.
+    // Owned by the object.
     virtual const StringPair* GetMd5() const { return nullptr; }
     virtual const StringPair* GetSha2() const { return nullptr; }
     virtual const StringPair* GetPath() const { return nullptr; }
@@ -42,6 +47,7 @@ public:
     // queries consults it.
     virtual bool IsValid() const { return true; }
 
+    // A number of ObjectTypes.
     std::int32_t object_type = objectType::unknown;
 
 protected:
@@ -52,7 +58,7 @@ protected:
 };
 
 // An optional field: owns its value, and copies deep. An absent one keeps the memory of the value
-// that it had, for the next that is read into it.
+// that it had, for the next that is read into it. For one thread, as all of the schema.
 template <typename T>
 class Field {
 public:
@@ -68,6 +74,7 @@ public:
         return *this;
     }
 
+    // Present, with a new value.
     T& Make() {
         Set(T());
         return *value_;
@@ -84,7 +91,9 @@ public:
         isPresent_ = true;
         return *value_;
     }
+    // Absent. The memory stays.
     void Reset() noexcept { isPresent_ = false; }
+    // Null when absent. The two below must only be used when it is present.
     T* get() const noexcept { return isPresent_ ? value_.get() : nullptr; }
     T* operator->() const noexcept { return value_.get(); }
     T& operator*() const noexcept { return *value_; }
@@ -125,6 +134,7 @@ void ReadField(const Members& in, TextView key, Field<T>& field) {
         field.Reuse().FromJson(*member);
 }
 
+// Writes nothing for an absent field.
 template <typename T>
 void WriteField(web::json::value& out, TextView key, const Field<T>& field) {
     if (!field)
@@ -134,7 +144,7 @@ void WriteField(web::json::value& out, TextView key, const Field<T>& field) {
     out[Text(key)] = std::move(nested);
 }
 
-// A list, when it has anything.
+// A list, when it has anything. `toValue` makes a JSON value of each element.
 template <typename List, typename ToValue>
 void WriteList(web::json::value& out, TextView key, const List& list, ToValue&& toValue) {
     if (list.empty())
@@ -152,7 +162,7 @@ void WriteNames(web::json::value& out, TextView key, const NameTable& table,
                 const std::vector<std::int32_t>& numbers);
 
 // A JSON number kept to a width: doubles are cut towards zero within the 64-bit range, wider
-// numbers lose their high bits.
+// numbers lose their high bits. Both throw for a value that is no number.
 std::uint32_t ReadNumber32(const web::json::value& in);
 std::uint64_t ReadNumber64(const web::json::value& in);
 

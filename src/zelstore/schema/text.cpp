@@ -5,6 +5,10 @@
 
 #include "common/textbridge.h"
 
+// Where the schema's text leaves for keys. The JSON library lets text through that is not Unicode,
+// and a key must hold none: it would be found by no question that can be asked. So the way out
+// checks, and does so without a copy where the text is UTF-8 already.
+
 namespace ZEL::Schema {
 
 std::optional<std::string_view> ToUtf8(const Text& text, std::string& buffer) {

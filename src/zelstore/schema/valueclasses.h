@@ -11,7 +11,8 @@
 
 namespace ZEL::Schema {
 
-// How a condition compares. Case does not matter unless the JSON says "case_insensitive":false.
+// How a condition compares. Case does not matter unless the JSON says "case_insensitive":false. A
+// name that is no operator throws; a missing one is operatorUnknown, which no condition fulfils.
 class Operator final : public ZelSchemaParser {
 public:
     Operator() : ZelSchemaParser(objectType::operatorPair) {}
@@ -26,6 +27,8 @@ public:
 };
 
 // {"operator":{...},"value":["a","b"]}
+// A text or several. Of the values of a record its key takes the first in byte order; those of a
+// query are alternatives, or all to hold, as the operator has it.
 class StringPair final : public ZelSchemaParser {
 public:
     StringPair() : ZelSchemaParser(objectType::stringPair) {}
@@ -63,6 +66,8 @@ protected:
     using ZelSchemaParser::ZelSchemaParser;
 };
 
+// A time, in the form of timetext.h where anybody wants to count with it. Its object type is
+// unknown, as it always was.
 class DatePair final : public TextPair {
 public:
     DatePair() = default;
@@ -71,6 +76,7 @@ public:
     bool IsValid() const override { return !value.empty(); }
 };
 
+// An identifier as text, in whatever form the record has it.
 class GuidPair final : public TextPair {
 public:
     GuidPair() : TextPair(objectType::guidPair) {}
@@ -86,7 +92,9 @@ public:
     void ToJson(web::json::value& out) const override;
     void FromJson(const web::json::value& in) override;
 
+    // A number of ExistStates; 0 has no name.
     std::int32_t state = 0;
+    // As the sensor told it; empty when there was none.
     Text error_code;
 };
 

@@ -2,6 +2,10 @@
 
 #include <stdexcept>
 
+// The names with numbers. Others may have stored a number, so a row never changes its own, and a
+// name that is given up keeps its place. The tables are made of plain arrays at the first use:
+// nothing runs while the module is loaded.
+
 namespace ZEL::Schema {
 
 namespace {
@@ -96,6 +100,7 @@ constexpr NameTable::Row sessionStates[] = {{1, ZEL_TEXT("logged-on")},
 NameTable::NameTable(const Row* rows, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         const auto number = static_cast<std::size_t>(rows[i].number);
+        // Numbers are dense, so that a place for each costs less than a search.
         if (names_.size() <= number)
             names_.resize(number + 1);
         names_[number] = rows[i].name;

@@ -14,9 +14,12 @@ namespace ZEL::Schema {
 
 // The object types that code speaks of; the table has more.
 namespace objectType {
+// Also of objects that have no object_type.
 inline constexpr std::int32_t unknown = 0;
+// The kinds of value, which are objects of their own in a document.
 inline constexpr std::int32_t operatorPair = 1;
 inline constexpr std::int32_t stringPair = 2;
+// The things that an event may name (objectclasses.h).
 inline constexpr std::int32_t regKey = 5;
 inline constexpr std::int32_t regValue = 6;
 inline constexpr std::int32_t file = 7;
@@ -38,6 +41,7 @@ inline constexpr std::int32_t url = 37;
 
 // The numbers are those of documents and of the order in tables; they never change.
 enum OperatorType : std::int32_t {
+    // Also what a condition without an operator's name has; no row fulfils it.
     operatorUnknown = 0,
     operatorEquals = 1,
     operatorDoesNotEqual = 2,
@@ -49,10 +53,14 @@ enum OperatorType : std::int32_t {
     operatorGreaterThanOrEqual = 8,
     operatorLessThan = 9,
     operatorLessThanOrEqual = 10,
+    // A regular expression for the whole text; a document says it, or an `equals` with * or ? in a
+    // path, an address or a url.
     operatorFitsPattern = 11,
 };
 
-// One enumeration as a table in both directions. Names are compared exactly.
+// One enumeration as a table in both directions. Names are compared exactly. Rows may come in any
+// order; a number that appears twice has the later name and both names. Not changed once it is
+// made.
 class NameTable {
 public:
     struct Row {
@@ -66,6 +74,7 @@ public:
     // Both throw std::out_of_range "invalid map<K, T> key" for what is not in the table.
     std::int32_t Number(const Text& name) const;
     const Text& Name(std::int32_t number) const;
+    // How many names there are.
     std::size_t Size() const noexcept { return numbers_.size(); }
 
 private:
@@ -75,7 +84,7 @@ private:
     std::vector<Text> names_;  // by number; empty where a number has no name
 };
 
-// Made at the first use, and then only read: for any thread.
+// Made at the first use, and then only read: for any thread. They live as long as the module.
 const NameTable& ObjectTypes();
 const NameTable& ActionTypes();
 const NameTable& OperatorTypes();
