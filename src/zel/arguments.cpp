@@ -20,7 +20,7 @@ namespace zel {
 namespace {
 
 // An empty value is mostly a shell variable that was not set. Commands take an empty text for a
-// flag that is absent, so that it would widen the question without a word.
+// flag that is absent, so it would widen the question without a word.
 const CLI::Validator& NotEmpty() {
     static const CLI::Validator validator(
         [](std::string& text) {
@@ -45,7 +45,7 @@ CLI::Option* AddText(CLI::App& command, const char* name, std::string& text, con
     return command.add_option(name, text, help)->check(NotEmpty())->type_name(kind);
 }
 
-// May be given several times, with one value each. So that a flag does not swallow the DOCUMENT
+// May be given several times, with one value each, so that a flag does not swallow the DOCUMENT
 // behind it.
 void AddTexts(CLI::App& command, const char* name, std::vector<std::string>& texts,
               const char* kind, const char* help) {

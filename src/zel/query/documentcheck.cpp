@@ -25,6 +25,8 @@ class DocumentCheck {
 public:
     explicit DocumentCheck(DocumentFindings& found) : check_(found) {}
 
+    // A missing event_query is told only where nothing else is: a slip in its name has been told
+    // already.
     void Document(const value& document) {
         bool isThere = false;
         check_.Members(document, rootKeys, "",
@@ -91,6 +93,7 @@ private:
         return member.is_array() && member.size() == 0;
     }
 
+    // Times, and the number that goes with them, tell which rows are walked and are no conditions.
     static bool IsCondition(const DocumentKey& key, const value& member) {
         const bool isTime = key.shape == Shape::datePair || key.shape == Shape::number;
         return key.effect != DocumentKey::none && !isTime && !IsEmptyArray(member);
@@ -112,6 +115,7 @@ private:
         return hasConditions;
     }
 
+    // Whether the keys of rows hold this of an artifact in this role.
     static bool Counts(const DocumentKey& key, Role role) {
         return key.effect == DocumentKey::both ||
                (key.effect == DocumentKey::actor && role == Role::actor) ||
@@ -150,6 +154,8 @@ private:
 
 }  // namespace
 
+// The strict scan comes first, as the parser below it takes more than JSON and has no places to
+// tell.
 bool ParseDocument(std::string_view text, value* document, std::string* problem) {
     if (text.find_first_not_of(" \t\r\n") == text.npos) {
         *problem = "the document is empty";

@@ -6,6 +6,11 @@
 
 #include "zelstore/schema/objectclasses.h"
 
+// What a document may say is what the store reads, so the members of artifacts come from its own
+// tables and can't fall behind them. Two things those tables don't tell stand here: which members
+// a row's key holds, as all others have no effect on a query, and what is made of a value before
+// rows are tested. The keys of the two outer objects are few and stand here in full.
+
 namespace zel {
 
 namespace {
@@ -62,6 +67,8 @@ constexpr Told told[] = {
     {"kernel_object", "type_ids", Key::target},
 };
 
+// By the type that the store reads the member into; a member that it keeps but does not read may be
+// anything.
 template <typename Object, typename T>
 Shape ShapeOf(const Schema::PairRow<Object, T>& row) {
     if (!row.isRead)
@@ -92,6 +99,7 @@ Shape ShapeOf(const Schema::FlagRow<Object>&) {
     return Shape::boolean;
 }
 
+// A member that is not in the table `told` has no effect.
 Key MakeKey(std::string_view objectType, std::string_view name, Shape shape) {
     Key key{name, shape};
     for (const Told& row : told) {
@@ -131,6 +139,7 @@ DocumentKeys SubQueryKeys() {
 DocumentKeys ArtifactKeys() {
     return artifactKeys;
 }
+// A kind that the store learns has to be added here as well.
 const std::vector<ArtifactKind>& ArtifactKinds() {
     using namespace Schema;
     static const std::vector<ArtifactKind> kinds = {

@@ -27,6 +27,8 @@ JsonScan::JsonScan(std::string_view text) : text_(text) {
         Fail("nothing is expected behind the end");
 }
 
+// Names are compared as they are written, so a name with escapes is not found: what the program
+// looks for nobody writes that way.
 std::string_view JsonScan::Member(std::string_view name) const {
     const auto found = std::find_if(members_.begin(), members_.end(),
                                     [&](const Entry& entry) { return entry.name == name; });
@@ -38,6 +40,7 @@ std::string_view JsonScan::LastMember(std::string_view name) const {
                                                              : std::string_view();
 }
 
+// The place is where reading stands, so who fails sets it first if it is another.
 bool JsonScan::Fail(const char* error) {
     if (error_ == nullptr)
         error_ = error;
@@ -63,6 +66,7 @@ bool JsonScan::Word(std::string_view word) {
     return true;
 }
 
+// What begins nothing is read as a number, which has the words for a value that is missing.
 bool JsonScan::Value(int depth) {
     if (depth > deepest)
         return Fail("the nesting is too deep");
@@ -131,6 +135,7 @@ bool JsonScan::Array(int depth) {
     }
 }
 
+// Bytes from 0x80 on pass: that they are UTF-8 is known before.
 bool JsonScan::String() {
     ++at_;
     while (at_ < text_.size()) {
@@ -146,6 +151,7 @@ bool JsonScan::String() {
     return Fail("the string has no end");
 }
 
+// What is wrong with an escape as a whole is placed at its backslash, a wrong digit at the digit.
 bool JsonScan::Escape() {
     const std::size_t start = at_++;
     const char kind = Peek();
@@ -212,6 +218,7 @@ bool JsonScan::Number() {
     return true;
 }
 
+// Characters are counted by their first bytes.
 TextPlace PlaceOf(std::string_view text, std::size_t at) {
     at = std::min(at, text.size());
     TextPlace place;

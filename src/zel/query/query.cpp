@@ -28,9 +28,8 @@
 //   1. Flags become a document, or a document is read; from there on both are the same.
 //   2. CheckDocument tells all that is wrong with it. Nothing has been opened so far.
 //   3. PlanQuery settles how many rows to ask for, so that a limit's answer is exact.
-//   4. The store's own thread of the query is this one: Query returns when all results were given
-//   to
-//      the printer. A second thread, the Stopper, only looks whether the answer is still wanted.
+//   4. The store answers on this thread: Query returns when all results were given to the printer.
+//      A second thread, the Stopper, only looks whether the answer is still wanted.
 //   5. Where the rows asked for held too few new events, the store is asked again, for twice as
 //      many; the printer knows what it has printed and passes that over.
 //   6. What is missing from the answer is told, and makes the program's end: unreadable folders,
@@ -46,7 +45,8 @@ using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
 // Stops the query when the user or the reader of the output asks for it. One setting stops the walk
-// of one database only, so it is repeated until the query has ended.
+// of one database only, so it is repeated until the query has ended. Looks from time to time:
+// whether results are still taken is only known by asking.
 class Stopper {
 public:
     Stopper(wm::EventObject& stop, const ResultPrinter& printer)
@@ -119,7 +119,8 @@ private:
     std::string why_ GUARDED_BY(lock_);
 };
 
-// The argument is JSON, or names a file that holds some.
+// The argument is JSON, or names a file that holds some. What begins like JSON is never taken for a
+// file's name, so a document with a slip gets a message about JSON.
 bool ReadDocument(const std::string& argument, value* document, std::string* problem) {
     constexpr std::size_t largest = 16U << 20;  // bytes; parsed it takes twenty times as much
     const std::size_t first = argument.find_first_not_of(" \t\r\n");
@@ -135,7 +136,8 @@ bool GetDocument(const QueryOptions& options, value* document, std::string* prob
                                     : ReadDocument(options.document, document, problem);
 }
 
-// Tells all that is wrong with the document. False when it is not to be run.
+// Tells all that is wrong with the document. False when it is not to be run. Notes are left out
+// beside errors: they would bury them, and may be gone once those are mended.
 bool Accepts(const value& document) {
     constexpr std::size_t mostTold = 20;
     const DocumentFindings found = CheckDocument(document);
@@ -148,6 +150,8 @@ bool Accepts(const value& document) {
     return found.errors.empty();
 }
 
+// A position is told also when nothing came, so that a script can go on with what was printed last,
+// whatever it was.
 void TellCursor(const QueryOptions& options, const ResultPrinter& printer) {
     if (!options.showCursor)
         return;
@@ -182,6 +186,7 @@ bool TellGaps(const ResultPrinter& printer, const LostRows& lostRows, StoreSessi
     return printer.Keyless() == 0 && allTested && allRead;
 }
 
+// A limit that let nothing through, as 0 does, is no empty answer where events fit.
 int EndOf(HRESULT result, const QueryPlan& plan, const ResultPrinter& printer, bool isWhole) {
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
@@ -193,6 +198,7 @@ int EndOf(HRESULT result, const QueryPlan& plan, const ResultPrinter& printer, b
     return printer.Count() > 0 || printer.HasMore() ? exitCode::done : exitCode::nothingFound;
 }
 
+// A table has no room for keys, so with them lines are the form on a terminal too.
 std::string FormName(const QueryOptions& options) {
     if (options.printKeys)
         return "keys";
@@ -209,7 +215,8 @@ ResultPrinter::Wanted WantedOf(const QueryOptions& options) {
 }
 
 // Walks until enough is printed or there is nothing more. Each walk begins anew, so what the former
-// one met is met and counted again.
+// one met is met and counted again. Ends, since each walk asks for twice as many rows and the store
+// has only so many.
 HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
              ResultPrinter& printer, LostRows& lostRows) {
     const std::int64_t firstRows = plan.FirstRows();
@@ -228,6 +235,8 @@ HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
     }
 }
 
+// The stopper ends with the walk, so that what follows can't be stopped half-way: the end is told
+// in full.
 int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) {
     StoreSession store(Terminal());
     wm::EventObject stop;
@@ -259,7 +268,8 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) 
     return end;
 }
 
-// Tells what a row's key is tested for, machine-independent paths made concrete.
+// Tells what a row's key is tested for, machine-independent paths made concrete. By the store's own
+// routine, so that what is told is what will be tested.
 void TellConditions(const value& document) {
     ZEL::Schema::EventQuery query;
     query.FromJson(document);

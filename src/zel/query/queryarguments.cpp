@@ -21,6 +21,8 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
+// The form of all complaints about one value, so that a person finds the place in the same way each
+// time.
 std::string Complaint(const char* flag, const std::string& argument, const std::string& what,
                       std::size_t at = 0) {
     return std::string(flag) + ": " + what + "\n" + PointAt(argument, at);
@@ -33,6 +35,8 @@ bool ReadNumber(const std::string& text, std::uint32_t least, std::uint32_t most
     return parsed.ec == std::errc() && parsed.ptr == end && *number >= least && *number <= most;
 }
 
+// Only what was printed is taken, letter by letter: a position that was typed by guess would pass
+// rows over. The number stays below the last one, as reading goes on behind it.
 bool ParseCursor(const std::string& text, Cursor* cursor, std::string* problem) {
     const std::size_t slash = text.find('/');
     cursor->time = text.substr(0, slash);
@@ -74,6 +78,7 @@ private:
                            [](const Texts* list) { return !list->empty(); });
     }
 
+    // Ahead of the values, since a flag that does not belong there need not be right.
     bool CheckCombination() {
         const bool enriches = options_.enrichments || options_.noLiveEnriched;
         if (options_.byReceive && (HasConditions() || enriches))
@@ -122,6 +127,7 @@ private:
                check("--object", "object type", options_.objects, ObjectTypeNames());
     }
 
+    // By the lengths of SHA-256, SHA-384 and SHA-512.
     bool CheckHashes() {
         for (const std::string& hash : options_.hashes) {
             const std::size_t at = hash.find_first_not_of("0123456789abcdefABCDEF");
@@ -135,6 +141,8 @@ private:
         return true;
     }
 
+    // Only characters that an address never has are refused: it may be a part of one with
+    // wildcards.
     bool CheckIps() {
         for (const std::string& ip : options_.ips) {
             const std::size_t at = ip.find_first_not_of("0123456789abcdefABCDEF.:%*?");
@@ -161,6 +169,7 @@ private:
         return true;
     }
 
+    // A range that is turned around would find nothing, and is mostly a slip.
     bool ReadTimes() {
         if (!ReadTime("--since", options_.since, &out_.since, nullptr) ||
             !ReadTime("--until", options_.until, nullptr, &out_.until) ||

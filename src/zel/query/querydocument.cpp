@@ -28,6 +28,7 @@ value ToArray(const std::vector<T>& items) {
     return array;
 }
 
+// Objects keep the order in which they are filled, so a document reads as a person would write it.
 value Pair(const char* comparison, value content) {
     value op = value::object(true), pair = value::object(true);
     op["value"] = value(comparison);
@@ -68,6 +69,7 @@ value RegistryWildcardPair(const Texts& values) {
     return hasRoot ? RegistryPair(std::move(patterns)) : WildcardPair(values);
 }
 
+// By what its path stands for, so that a new kind of registry artifact needs no change here.
 bool IsRegistry(const ArtifactKind& kind) {
     return std::any_of(kind.keys.begin(), kind.keys.end(), [](const DocumentKey& key) {
         return key.reading == DocumentKey::registryPath;
@@ -111,6 +113,8 @@ public:
     }
 
 private:
+    // Kinds that a person asked for but that lack what else is asked drop out; none left is told as
+    // a question that nothing can fit.
     bool Fits(const ArtifactKind& kind, bool hashOfTarget) const {
         const bool wantsPath = !options_.targetPaths.empty() || !options_.patterns.empty();
         const bool isAsked =
@@ -144,6 +148,7 @@ private:
         return alternatives;
     }
 
+    // Empty when nothing is asked of the actor; it then does not stand in the sub-query.
     value Actor(const Alternative& alternative) const {
         value actor = value::object(true);
         if (!options_.actorPaths.empty())
@@ -153,6 +158,7 @@ private:
         return actor;
     }
 
+    // With several of them given, all have to fit.
     value Target(const Alternative& alternative) const {
         value target = value::object(true);
         target["object_type"] = value(std::string(alternative.target->objectType));
@@ -171,6 +177,7 @@ private:
         return target;
     }
 
+    // Each carries all conditions that do not lie in alternatives, as sub-queries share nothing.
     value SubQuery(const Alternative& alternative) const {
         value event = value::object(true);
         event[options_.byReceive ? "receive_time" : "begin_time"] =

@@ -17,12 +17,14 @@ bool HasTrue(const value& query, const char* key) {
 
 }  // namespace
 
+// Of receipts at least one, as the store itself makes one of 0.
 std::int64_t QueryPlan::FirstRows() const {
     if (limit < 0)
         return -1;
     return byReceive ? std::max<std::int64_t>(limit, 1) : limit + 1;
 }
 
+// A document without a limit is passed on without one.
 std::string QueryPlan::TextFor(std::int64_t rows) const {
     value forStore = document;
     const bool fits = rows >= 0 && rows <= std::numeric_limits<std::int32_t>::max();

@@ -23,6 +23,8 @@ constexpr std::string_view userForms = "HKCU|HKEY_CURRENT_USER|" ZEL_USER;
 constexpr std::string_view classesForms = "HKCR|HKEY_CLASSES_ROOT|" ZEL_USER "_Classes";
 constexpr std::string_view configForms = "HKCC|HKEY_CURRENT_CONFIG";
 
+// The character behind a name decides whether it is that root (WithAnyRoot), so the order does not
+// matter.
 constexpr Root roots[] = {
     {"HKLM", machineForms},
     {"HKEY_LOCAL_MACHINE", machineForms},

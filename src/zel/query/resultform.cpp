@@ -20,11 +20,13 @@ namespace {
 
 using web::json::value;
 
+// The text as it came: nothing is read or made anew, so nothing can change.
 class Lines final : public ResultForm {
 public:
     std::string Row(const std::string& event, bool) override { return event + "\n"; }
 };
 
+// Whole only with its end: an answer that breaks off is no JSON, which a reader notices.
 class OneArray final : public ResultForm {
 public:
     std::string Row(const std::string& event, bool isFirst) override {
@@ -52,6 +54,7 @@ std::string FirstValue(const value& in, const char* key) {
     return found->is_string() ? found->as_string() : found->serialize();
 }
 
+// What a person would call it: the two ends of a connection, else the first of what tells most.
 std::string NameOf(const value& artifact) {
     const std::string source = FirstValue(artifact, "src_ip");
     const std::string destination = FirstValue(artifact, "dst_ip");
@@ -81,6 +84,7 @@ public:
         targetWidth_ = std::max(left - left * 2 / 5, narrowest);
     }
 
+    // Members that are missing, or of another kind than in other events, leave their column empty.
     std::string Row(const std::string& event, bool isFirst) override {
         const std::string heading =
             isFirst ? Line("TIME", "OBJECT", "ACTION", "ACTOR", "TARGET") : "";
@@ -136,6 +140,7 @@ std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t 
     return std::make_unique<Lines>();
 }
 
+// COLUMNS first, as a person may set it where no terminal is.
 std::size_t TerminalColumns() {
     const char* const given = std::getenv("COLUMNS");
     std::size_t columns = 0;

@@ -19,6 +19,7 @@ namespace {
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
+// Put into the text and not into a parsed one, so that all else stays as it was stored.
 std::string WithKey(std::string event, const std::string& key) {
     const std::size_t brace = key.empty() ? event.npos : event.find('{');
     if (brace == event.npos)
@@ -50,6 +51,8 @@ bool ResultPrinter::WantsMore(std::int64_t rows) const {
     return rows >= 0 && rows_ >= rows && !hasMore_ && !plan_.byReceive && TakesResults();
 }
 
+// A position is not taken over once the limit has cut something off: the rows behind would never
+// come.
 HRESULT ResultPrinter::OnQueryResults(HRESULT, ZEL::IValueCollection* results, bool isFinal, bool,
                                       ZEL::IStringValue* resumeTime, std::int32_t resumeSequence) {
     if (!TakesResults())
@@ -77,6 +80,7 @@ std::string ResultPrinter::KeyOf(ZEL::IStringValue* event) {
     return "";
 }
 
+// Repeats are sorted out ahead of the limit, which counts events.
 void ResultPrinter::Take(ZEL::IStringValue* event) {
     ++rows_;
     const std::string text = wm::ToText(event);
@@ -93,6 +97,7 @@ void ResultPrinter::Take(ZEL::IStringValue* event) {
         Print(isKeyAlone ? key : WithKey(text, key));
 }
 
+// A row that could not be written is not counted.
 void ResultPrinter::Print(const std::string& row) {
     if (output_.Write(form_.Row(row, count_ == 0)))
         ++count_;

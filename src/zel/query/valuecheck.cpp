@@ -45,6 +45,8 @@ std::string At(const std::string& path, std::size_t index) {
     return path + "[" + std::to_string(index) + "]";
 }
 
+// From the tables that the store reads and writes by. Some begin with a name for none at all, which
+// a document does not say.
 Strings NamesOf(const ZEL::Schema::NameTable& table, std::int32_t first) {
     Strings names;
     for (std::size_t i = 0; i < table.Size(); ++i)
@@ -91,6 +93,8 @@ std::vector<std::string_view> ObjectTypeNames() {
     return names;
 }
 
+// With the library and the flags of the row filter, as no description of its syntax would be as
+// exact.
 std::optional<PatternProblem> TryPattern(const std::string& pattern, bool caseSensitive) {
     const auto flags = caseSensitive
                            ? boost::regex_constants::normal
@@ -218,6 +222,7 @@ void ValueCheck::Names(const value& list, const char* what, const Strings& known
     }
 }
 
+// An operator without a name is an error and not the default: who writes one means something by it.
 ValueCheck::Comparison ValueCheck::Operator(const value& op, const std::string& path) {
     Comparison comparison;
     const std::size_t errors = found_.errors.size();
@@ -241,6 +246,7 @@ ValueCheck::Comparison ValueCheck::Operator(const value& op, const std::string& 
     return comparison;
 }
 
+// That a value is missing counts only where it is a condition; elsewhere the store does not look.
 const value* ValueCheck::Pair(const value& pair, const std::string& path, bool isArray, bool counts,
                               Comparison* comparison) {
     const value* found = nullptr;
@@ -359,6 +365,7 @@ void ValueCheck::DatePair(const value& pair, std::string_view name, const std::s
         Error(path + ".value", "times go from the year 1601 to 9999");
 }
 
+// Both members are texts, of which only the state is a name.
 void ValueCheck::ExistPair(const value& pair, const std::string& path) {
     Members(
         pair, existKeys, path,

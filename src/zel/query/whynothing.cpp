@@ -65,6 +65,7 @@ value TimesOf(const value& subQuery) {
     return times;
 }
 
+// Equal ranges once, since the question that is made of them walks each.
 value TimesOfAll(const value& events) {
     std::set<std::string> known;
     value all = value::array();
@@ -76,6 +77,7 @@ value TimesOfAll(const value& events) {
     return all;
 }
 
+// For a message, so what can't be read becomes nothing.
 std::string TimeOf(const std::string& event) {
     try {
         return value::parse(event).at("begin_time").at("value").as_string();
@@ -113,7 +115,8 @@ std::string BehindRegistryRoot(const std::string& path) {
     return "";
 }
 
-// What may be wrong with a path that is compared with `equals`; empty for nothing.
+// What may be wrong with a path that is compared with `equals`; empty for nothing. One doubt a
+// path: the root of a registry path is the likelier cause.
 std::string DoubtOf(const std::string& path, bool isOfRegistry) {
     const bool hasWildcard = path.find_first_of("*?") != path.npos;
     const std::string last = path.substr(path.find_last_of('\\') + 1);
@@ -130,6 +133,7 @@ bool IsEquals(const value& pair) {
     return !pair.has_field("operator") || pair.at("operator").at("value").as_string() == "equals";
 }
 
+// As a set, since several parts of a question may raise the same one.
 std::set<std::string> DoubtsOf(const value& events) {
     std::set<std::string> doubts;
     for (const value& event : events.as_array()) {

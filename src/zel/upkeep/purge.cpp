@@ -117,8 +117,8 @@ bool HasForeign(const std::string& directory) {
     return true;
 }
 
-// The store returns when the purge has ended; what could not be deleted is told by the session's
-// end.
+// The store returns when the purge has ended, and gives success whatever came of it: what went is
+// found by comparing.
 bool RunInStore(std::uint32_t megabytes) {
     ForgetDefaultSettings();  // the outcome is published in a file that was named, and in no other
     StoreSession store(Terminal());
