@@ -6,6 +6,9 @@
 #include "zelstore/eventsquery.h"
 #include "zelstore/eventstoreproxy.h"
 
+// The component's door. A host knows nothing of its classes but their identifiers; each factory
+// makes objects of one class and counts as an object itself. A host that unloads the component
+// first waits until none lives.
 extern "C" ZEL::TobResult GetFactory(const ZEL::GUID& objectId, ZEL::ITobFactory** factory) {
     using namespace ZEL;
     if (factory == nullptr)

@@ -4,6 +4,11 @@
 #include "zelstore/eventstoreproxy.h"
 #include "zelstore/query/querymanager.h"
 
+// The object holds a name and no query. So it may be dropped while the query runs, and a query that
+// was ended by somebody else is told by its name being gone. Which answer a store that is stopped
+// gives is each operation's own: ending a query that can't exist any more is success, starting one
+// is not.
+
 namespace ZEL {
 
 namespace {
@@ -51,6 +56,8 @@ HRESULT EventsQuery::RequestStop() {
 
 HRESULT EventsQuery::Start(IStringValue* document, IQueryCallback* callback) {
     return OnManager(hr::fail, [&](QueryManager& manager) {
+        // The name is set before the thread runs, for a callback that comes at once; a start that
+        // fails must not lose the query that the object stood for.
         const QueryId former = Id();
         const HRESULT result =
             manager.StartQuery(CountedPtr<IEventStore>(new EventStoreProxy()), document, callback,

@@ -45,6 +45,7 @@ HRESULT EventStoreProxy::GiveKey(IStringValue** key, Make&& make) noexcept {
     if (key == nullptr)
         return hr::invalidArgument;
     return AtBoundary([&] {
+        // Made before `*key` is touched: what throws leaves that as it was.
         const std::wstring text = make();
         *key = wm::CreateStringValue(std::wstring_view(text));
         return *key != nullptr ? hr::ok : hr::outOfMemory;

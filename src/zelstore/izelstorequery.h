@@ -12,11 +12,11 @@ public:
     // Both do nothing and succeed.
     virtual HRESULT ReservedA() = 0;
     virtual HRESULT ReservedB() = 0;
-    // Ends the query, also a paused one, waits for that and frees it; it takes a moment, whatever the
-    // query is busy with. The end call brings 0x80004004 when databases or sub-queries were left
-    // out. hr::nothingToDo when there is none (any more), hr::ok when the store is stopped. Called
-    // inside the query's callback it does not wait, nor where the query waits, itself or through
-    // others, for the one whose callback calls.
+    // Ends the query, also a paused one, waits for that and frees it; it takes a moment, whatever
+    // the query is busy with. The end call brings 0x80004004 when databases or sub-queries were
+    // left out. hr::nothingToDo when there is none (any more), hr::ok when the store is stopped.
+    // Called inside the query's callback it does not wait, nor where the query waits, itself or
+    // through others, for the one whose callback calls.
     virtual HRESULT StopAndWait() = 0;
     // Asks the walk of the database in hand to end; later databases are still visited, for half a
     // second. What is left then is left out, and the end call brings 0x80004004.

@@ -46,6 +46,7 @@ struct EventKeyMaker::Work {
 
 HRESULT EventKeyMaker::Work::Run() {
     event.FromJson(web::json::value::parse(utility::conversions::to_string_t(json)));
+    // Of the record before.
     fields.Clear();
     const HRESULT result = Schema::ExtractRecordFields(event, fields);
     if (Failed(result))
@@ -84,6 +85,7 @@ void EventKeyMaker::End(std::unique_ptr<Work> work) noexcept {
     constexpr std::size_t largestKept = 8192;  // bytes; a larger record must not hold its memory on
     if (work->json.capacity() > largestKept)
         return;
+    // Two may come back at once; the one that was the spare goes.
     const std::unique_ptr<Work> former(spare_.exchange(work.get()));
     static_cast<void>(work.release());  // it is the spare now
 }
@@ -129,6 +131,8 @@ struct PropertyRow {
     enum Kind { text, tenDigits, decimal, guid } kind;
 };
 
+// This order is part of the stored form: the optional fields of these keys have always stood
+// otherwise than in keys of records.
 constexpr PropertyRow propertyRows[] = {
     {KeyField::beginTime, 3, true, PropertyRow::text},
     {KeyField::sequence, 4, true, PropertyRow::tenDigits},
@@ -187,6 +191,7 @@ HRESULT MakePropertyKey(IEventProperties* event, std::wstring* key) noexcept {
     if (event == nullptr)
         return hr::invalidArgument;
     return AtBoundary([&] {
+        // Handed over at the end alone: a required property may be missing after others were found.
         std::wstring made(1, static_cast<wchar_t>(primaryPrefix));
         for (const PropertyRow& row : propertyRows) {
             std::wstring text;

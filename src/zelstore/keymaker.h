@@ -31,6 +31,8 @@ public:
 private:
     struct Work;
 
+    // The spare, or a new one; throws without memory. End gives it back, unless it has grown too
+    // large.
     std::unique_ptr<Work> Begin();
     void End(std::unique_ptr<Work> work) noexcept;
     template <typename Convert>
