@@ -168,6 +168,8 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, RecordKin
     return result;
 }
 
+// Only rows by time of receipt are sent on by the job, and they stand together in a batch, behind
+// all events: one search tells.
 void EventStoreImpl::NotifyJob(const RecordBatch& records) {
     if (!liveMode_.load(std::memory_order_relaxed))
         return;

@@ -42,6 +42,7 @@ void IncomingQueue::SetCapacity(std::uint32_t records) {
     recordLimit_ = batches * EventBatch::capacity;
 }
 
+// A list of one, so that entering it needs no memory and can't fail half-way.
 BatchList IncomingQueue::MakeBatchLocked() {
     BatchList made;
     try {
@@ -102,6 +103,7 @@ HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool
     return hr::ok;
 }
 
+// Batches change hands by their list nodes: nothing is copied and nothing can fail.
 void IncomingQueue::DequeueBatches(BatchList& out, Flush what) {
     SpentBatches dropped;  // freed after the lock is released
     const wm::Hold hold(lock_);

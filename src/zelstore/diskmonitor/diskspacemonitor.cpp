@@ -79,6 +79,7 @@ HRESULT DiskSpaceMonitor::StartLocked() {
     return hr::ok;
 }
 
+// The event is what the thread waits for; the flag alone wakes nobody.
 HRESULT DiskSpaceMonitor::Stop() {
     monitorThread_.RequestStop();
     watch_->stopEvent.Set();

@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::uint64_t bytesPerMegabyte = 1000000;
 constexpr const wchar_t* pathToken = L"%ZELDataStore%";
+// Better the system's volume than none: mostly the store is on it.
 constexpr const wchar_t* fallbackPath = L"/";
 
 }  // namespace
@@ -72,6 +73,7 @@ void SpaceWatch::Run(std::uint32_t periodMs) {
         CheckFreeSpace(path);
 }
 
+// A volume that can't be asked changes nothing: subscribers go on as they were told last.
 void SpaceWatch::CheckFreeSpace(const std::wstring& path) {
     std::uint64_t freeBytes = 0;
     const HRESULT result = wm::FreeSpace().AvailableBytes(path, &freeBytes);

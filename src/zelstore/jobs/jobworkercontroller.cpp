@@ -66,6 +66,8 @@ HRESULT CJobWorkerController::Uninitialize() {
     return hr::ok;
 }
 
+// The manager holds a reference to this object for as long as it has the callback: without this
+// step the object would never go.
 HRESULT CJobWorkerController::Detach() {
     const CountedPtr<IJobManager> manager = jobManager_.Get();
     return manager ? manager->SetStatusCallback(nullptr) : hr::ok;
@@ -198,6 +200,7 @@ HRESULT CJobWorkerController::IsActive(bool* active) {
     return wm::Traced(result, wm::message::jobWithoutStatus);
 }
 
+// A run that was asked for shows in the job's status only once it begins.
 HRESULT CJobWorkerController::IsActiveOrQueued(bool* active) {
     const HRESULT result = IsActive(active);
     const CountedPtr<IJob> job = job_.Get();
@@ -304,6 +307,7 @@ HRESULT CJobWorkerController::GetEnabled(bool* enabled) {
     return job ? job->GetEnabled(enabled) : hr::ok;
 }
 
+// Saving makes the manager count the schedule anew, so the flag is written only when it differs.
 HRESULT CJobWorkerController::SetEnabled(bool enabled) {
     const CountedPtr<IJob> job = job_.Get();
     if (!job)

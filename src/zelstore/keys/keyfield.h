@@ -33,6 +33,7 @@ enum class KeyField : std::uint8_t {
     correlationUid,    // in upper case, but for events that come as properties
     silentEnrichment,  // 1 for a silent enrichment, 0 for a live one
 };
+// For arrays with a place for each; the check at this file's end ties it to the rows.
 inline constexpr std::size_t keyFieldCount = 18;
 
 // What the makers and readers of keys have to know of a field. Both widths of each text stand
@@ -95,15 +96,18 @@ constexpr std::size_t IndexOf(KeyField field) noexcept {
     return static_cast<std::size_t>(field);
 }
 
+// Valid as long as the module.
 constexpr const KeyFieldRow& RowOf(KeyField field) noexcept {
     return keyFieldTable[IndexOf(field)];
 }
 
+// The name as conditions and readers of keys use it, without the marks.
 constexpr std::string_view KeyFieldName(KeyField field) noexcept {
     return RowOf(field).name;
 }
 
-// By the text between < and >. None for a name that is in no row.
+// By the text between < and >. None for a name that is in no row. The match is exact: names of
+// fields have one spelling in keys, documents and conditions.
 constexpr std::optional<KeyField> FindKeyField(std::string_view name) noexcept {
     for (const KeyFieldRow& row : keyFieldTable)
         if (row.name == name)

@@ -17,7 +17,8 @@ inline constexpr std::int32_t familyReceive = 1;
 inline constexpr char primaryPrefix = 'p';
 inline constexpr char receivePrefix = 'r';
 
-// How each key of an event, and each key of a receive-time row, begins.
+// How each key of an event, and each key of a receive-time row, begins. Readers go by these texts
+// whole, so that a stranger's row that only begins with the letter is told from the store's own.
 inline constexpr std::string_view eventKeyStart = "p<begin_time>";
 inline constexpr std::string_view receiveKeyStart = "r<receive_time>";
 
@@ -66,7 +67,7 @@ std::string FlaggedEnrichmentSuffix(std::uint32_t number, bool silent);
 // themselves in the order of their times. `microseconds` since 1970, not negative.
 std::string TimedEnrichmentSuffix(std::int64_t microseconds, bool silent);
 
-// Numbers in keys: decimal digits with leading zeros.
+// Numbers in keys: decimal digits with leading zeros. Ten hold any number of 32 bits.
 inline constexpr std::size_t keyDigits = 10;
 // Any number of 32 bits fits, so that byte order is the order of numbers.
 std::string TenDigits(std::uint32_t number);

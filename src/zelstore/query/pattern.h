@@ -49,10 +49,12 @@ private:
     std::size_t CountFitting(const Elements& elements, const char* text) const noexcept;
     bool FitsAt(const Elements& piece, const char* text) const noexcept;
     bool CutBehind(const Elements& piece, std::string_view* text, EndWatch* watch) const;
+    // The three ways to an answer, by what the expression holds.
     bool MatchesPieces(std::string_view text, EndWatch* watch) const;
     bool MatchesStates(std::string_view text, EndWatch* watch) const;
     bool MatchesGenerally(std::string_view text, EndWatch* watch, std::uint64_t looks) const;
 
+    // Letters beyond ASCII are compared as they stand in either case.
     const bool caseSensitive_;
     Elements elements_;                  // of a simple expression
     std::vector<Elements> pieces_;       // what stands between its .*, unless it has a .?

@@ -25,6 +25,7 @@ public:
     // `watch` may be null; all work is counted there. Throws GivenUp when it says so.
     explicit QueryFilter(const Schema::FilterMap& conditions, EndWatch* watch = nullptr);
 
+    // Whether there is nothing to test, so that the key need not be split.
     bool Empty() const noexcept { return fields_.empty(); }
     // Whether a primary key passes. Throws what a pattern throws when the answer hangs on that
     // pattern, and GivenUp.
@@ -52,6 +53,7 @@ private:
         std::vector<Expression> expressions;
         bool Empty() const noexcept { return comparisons.empty() && expressions.empty(); }
     };
+    // The conditions of one key field, and what the row in hand has said to them so far.
     struct Field {
         std::string name;
         Conditions alone;     // one that holds is enough

@@ -66,12 +66,14 @@ private:
     // The result text of a row: a view of `value` or of `joined_`. None when the record is to be
     // dropped.
     std::optional<std::string_view> MakeResult(std::string_view key, std::string_view value);
+    // The same for a primary row: its value, with enrichments where they are wanted.
     std::optional<std::string_view> MakePrimaryResult(std::string_view key, std::string_view value);
     // Fills joined_ with the event that a receive-time row names, from this database or, if it is
     // not there, from any other.
     HRESULT JoinEnrichedEvent(std::string_view value);
     // Nothing when the batch went out, else the row's answer; the batch then stays filled.
     std::optional<RowResult> DeliverFullBatch();
+    // The event under a key, from the database in hand or else the oldest that has it.
     HRESULT ReadEvent(const std::string& key, std::string* event);
     // Where a later query goes on; nothing for primary rows, which have no such place.
     HRESULT ExtractCursor(std::wstring* time, std::int32_t* sequence) const;

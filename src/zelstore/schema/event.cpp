@@ -76,6 +76,8 @@ void Event::FromJson(const value& json) {
     }
 }
 
+// What is absent or empty is left out, but for the artifacts and the filter, which are always
+// written.
 void Event::ToJson(value& out) const {
     out = value::object(true);
     value artifacts = value::object(true);
@@ -99,6 +101,7 @@ void Event::ToJson(value& out) const {
         out[Text(names::enable)] = value::boolean(enable);
 }
 
+// Nothing on the way of a record or a query asks this; it is for who makes events by code.
 bool Event::IsValid() const {
     const bool saysSomething =
         actor || target || result || begin_time || end_time || correlation_uid || type_id;

@@ -313,6 +313,8 @@ void RecordFields::Clear() noexcept {
         place = Place();
 }
 
+// A smaller value that comes later is put behind the former one, whose place is lost: records
+// mostly have one value for a field.
 void RecordFields::Offer(KeyField field, std::string_view value) {
     const auto held = Find(field);
     if (held && *held <= value)

@@ -20,7 +20,8 @@ namespace ZEL::Schema {
 using FilterMap = std::map<std::string, std::map<std::string, Operator>>;
 
 // The concrete paths that one path of a query stands for on a machine. Called for each path value
-// of a query, never for records.
+// of a query, never for records. Any thread that runs a query may call it, so it must hold nothing
+// or guard what it holds.
 class IPathExpander {
 public:
     virtual ~IPathExpander() = default;
@@ -64,7 +65,8 @@ private:
 // wrote them.
 HRESULT ExtractRecordFields(const Event& event, RecordFields& out);
 
-// Whether a value holds * or ?.
+// Whether a value holds * or ?. Every * and ? counts: there is no way to write one that stands for
+// itself under `equals`.
 bool HasWildcard(const Text& value) noexcept;
 
 // A value with * and ? as a regular expression that matches the same texts, not anchored. A ?

@@ -64,7 +64,7 @@ struct PlainRow {
     static constexpr Check check = Check::never;
 };
 
-// A list of numbers, written when it has any.
+// A list of numbers, written when it has any. An absent key leaves it empty.
 template <typename Object, typename T>
 struct NumbersRow : PlainRow {
     TextView name;
@@ -144,7 +144,8 @@ inline void WriteObject(web::json::value& out, const ZelSchemaParser& object) {
     out[Text(names::object_type)] = web::json::value::string(object.GetObjectTypeName());
 }
 
-// An object says itself what it is, whatever class it was made as.
+// An object says itself what it is, whatever class it was made as. Without the key the type stays
+// as it was.
 inline void ReadObjectType(const Members& in, ZelSchemaParser& object) {
     if (const web::json::value* const name = in.Find(names::object_type))
         object.SetObjectType(name->as_string());
@@ -185,6 +186,7 @@ protected:
 private:
     const Object& Self() const { return static_cast<const Object&>(*this); }
 
+    // Both are asked of every row of the list; the plain ones say nothing.
     template <typename Row>
     bool Identifies(const Row& row) const {
         if constexpr (!std::is_base_of_v<PlainRow, Row>)

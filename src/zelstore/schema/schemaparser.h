@@ -68,6 +68,7 @@ public:
     }
     Field(Field&& other) noexcept
         : value_(std::move(other.value_)), isPresent_(std::exchange(other.isPresent_, false)) {}
+    // By value: the copy is made before anything changes.
     Field& operator=(Field other) noexcept {
         value_.swap(other.value_);
         std::swap(isPresent_, other.isPresent_);
@@ -106,7 +107,8 @@ private:
 
 // The members of a JSON value, which has none unless it is an object. A view: the value must
 // outlive it. The library's own search needs a string made of each key that is asked for, and a
-// record has few members and is asked for many.
+// record has few members and is asked for many. Keys are compared exactly. What is no object is no
+// failure here; who needs one says so.
 class Members {
 public:
     Members(const web::json::value& in) : object_(in.is_object() ? &in.as_object() : nullptr) {}
@@ -155,7 +157,8 @@ void WriteList(web::json::value& out, TextView key, const List& list, ToValue&& 
     out[Text(key)] = std::move(array);
 }
 
-// A list of names, kept as their numbers; an absent key leaves it empty.
+// A list of names, kept as their numbers; an absent key leaves it empty. A name that the table has
+// not throws, and so does a value that is no list of texts.
 void ReadNames(const Members& in, TextView key, const NameTable& table,
                std::vector<std::int32_t>& numbers);
 void WriteNames(web::json::value& out, TextView key, const NameTable& table,

@@ -15,6 +15,7 @@ namespace ZEL::Schema {
 // Text of the schema is the JSON library's own (UTF-8 on Linux), so that nothing is converted
 // twice.
 using Text = utility::string_t;
+// For names and literals, whose end is known: no length has to be counted at run time.
 using TextView = std::basic_string_view<utility::char_t>;
 
 // The way out of the schema: the text as UTF-8, which is a view of the text itself or of `buffer`.

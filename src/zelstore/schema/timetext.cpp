@@ -35,6 +35,7 @@ bool ToTimePoint(const wm::SystemTime& time, sys_time<milliseconds>* point) {
 using Pattern = boost::basic_regex<utility::char_t>;
 using Match = boost::match_results<Text::const_iterator>;
 
+// 0 for a part that the text leaves out.
 std::uint16_t Capture(const Match& match, int index) {
     if (!match[index].matched)
         return 0;

@@ -9,7 +9,8 @@
 // Times are text in UTC, 24 characters such as 2026-11-12T10:00:00.000Z: text order is time order.
 namespace ZEL::Schema {
 
-// The lowest time that there is; the open lower end of a range.
+// The lowest time that there is; the open lower end of a range. No earlier time can be counted
+// with: it is where the file times of Windows begin.
 inline constexpr const utility::char_t* zeroDate = ZEL_TEXT("1601-01-01T00:00:00.000Z");
 
 // In the one form above.

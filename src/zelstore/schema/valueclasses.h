@@ -54,7 +54,8 @@ public:
     boost::container::small_vector<T, 1> values;
 };
 
-// {"operator":{...},"value":"text"}; the text is not checked. DatePair and GuidPair read alike.
+// {"operator":{...},"value":"text"}; the text is not checked. DatePair and GuidPair read alike. It
+// is only a base.
 class TextPair : public ZelSchemaParser {
 public:
     void FromJson(const web::json::value& in) override;

@@ -78,9 +78,11 @@ public:
     std::size_t Size() const noexcept { return numbers_.size(); }
 
 private:
+    // The rows are only read here; the table keeps copies.
     NameTable(const Row* rows, std::size_t count);
 
     std::unordered_map<Text, std::int32_t> numbers_;
+    // Owned, since callers want a reference to a text and not to a literal.
     std::vector<Text> names_;  // by number; empty where a number has no name
 };
 
