@@ -276,6 +276,28 @@ TEST_F(MasterWrite, TakesAwayWhatARemovalLeftAndLeavesOthersAlone) {
     EXPECT_EQ(store.List(), Names{"lost+found"});
 }
 
+TEST_F(MasterWrite, NoDatabaseIsMadeOverRowsThatSomebodyMightSave) {
+    const std::string folder = "20261112999";
+    RecordBatch silent{{Key("2026-11-12", 1) + "<silent_sequence>0000000001", "{}"}};
+    for (const char* rows : {"000005.ldb", "000005.sst", "000003.log"}) {
+        store.MakeFolder(folder);
+        store.WriteFile(folder + "/" + rows, "some bytes");
+        Restart();
+        RecordBatch batch = silent;
+        EXPECT_EQ(db->WriteSilentRecords(batch), hr::fail) << rows;
+        EXPECT_EQ(store.List(), Names{folder});
+        EXPECT_TRUE(store.Exists(folder + "/" + rows));
+        std::filesystem::remove_all(store.Path() / folder);
+    }
+    ASSERT_EQ(Write(), hr::ok);
+    std::filesystem::remove(store.Path() / "20261112/CURRENT");
+    test::SlowDisk disk;
+    disk.Fail(".log", EIO, 1);
+    EXPECT_EQ(Write(), hr::fail) << "the second attempt";
+    disk.Unblock();
+    EXPECT_EQ(store.List(), Names{"20261112"});
+}
+
 TEST_F(MasterWrite, OtherFailuresGiveNothingUp) {
     ASSERT_EQ(Write(), hr::ok);
     db.reset();

@@ -89,8 +89,9 @@ HRESULT FolderGate::CheckOpen(IfMissing ifMissing) const {
         return hr::fail;
     const std::wstring current = wm::JoinPath(folder_, L"CURRENT");
     if (!wm::IsRegularFile(current)) {
-        // Asked to open what isn't there, the library would leave files behind.
-        if (ifMissing == IfMissing::fail || wm::FileExists(current))
+        // Asked to open what isn't there, the library would leave files behind; asked to make it,
+        // it would remove the tables and logs that it finds.
+        if (ifMissing == IfMissing::fail || wm::FileExists(current) || MayHoldRows(folder_))
             return hr::fail;
         if (!HasRoomFor(StoreOfPath(folder_), 0))
             return hr::diskFull;

@@ -41,8 +41,9 @@ public:
 
     // Whether the library may be asked to open the folder; nothing is changed on disk.
     //   0x8007045d  a user in this process has the folder open
-    //   0x80004005  it is a symbolic link, or holds no database and none may be made; or something
-    //               else stands in the place of its CURRENT
+    //   0x80004005  it is a symbolic link, or holds no database and none may be made: that was not
+    //               asked for, or somebody might still save what stands in tables and logs; or
+    //               something else stands in the place of its CURRENT
     //   0x80070004  this process has no file handles left for a database
     //   0x80070005  a log can't be read, and the library would drop it with its records
     //   0x80070020  another process has it open

@@ -23,6 +23,12 @@ namespace ZEL {
 namespace {
 
 constexpr wchar_t removedMark[] = L".removed";
+constexpr std::wstring_view logEnding = L".log";
+
+// Whether a file of the library's with that ending, which has a number in front.
+bool IsNumbered(std::wstring_view name, std::wstring_view ending) {
+    return name.ends_with(ending) && detail::AreDigits(name.substr(0, name.size() - ending.size()));
+}
 
 // Files as the library names them, those that may hold rows apart.
 bool IsBookkeeping(std::wstring_view name) {
@@ -31,14 +37,16 @@ bool IsBookkeeping(std::wstring_view name) {
         return true;
     if (name.starts_with(manifest))
         return detail::AreDigits(name.substr(manifest.size()));
-    return name.ends_with(fresh) && detail::AreDigits(name.substr(0, name.size() - fresh.size()));
+    return IsNumbered(name, fresh);
 }
 
-bool IsEmptyLog(const std::wstring& folder, std::wstring_view name) {
-    constexpr std::wstring_view log = L".log";
+bool IsTable(std::wstring_view name) {
+    return IsNumbered(name, L".ldb") || IsNumbered(name, L".sst");
+}
+
+bool IsEmptyFile(const std::wstring& path) {
     std::uint64_t bytes = 0;
-    return name.ends_with(log) && detail::AreDigits(name.substr(0, name.size() - log.size())) &&
-           Succeeded(wm::FileSize(wm::JoinPath(folder, name), &bytes)) && bytes == 0;
+    return Succeeded(wm::FileSize(path, &bytes)) && bytes == 0;
 }
 
 }  // namespace
@@ -64,8 +72,19 @@ bool HoldsNoRows(const std::wstring& folder) {
     if (!HasDatabaseName(folder) || wm::IsLink(folder) || Failed(wm::ListNames(folder, inside)))
         return false;
     return std::all_of(inside.begin(), inside.end(), [&](const std::wstring& name) {
-        return wm::IsRegularFile(wm::JoinPath(folder, name)) &&
-               (IsBookkeeping(name) || IsEmptyLog(folder, name));
+        const std::wstring path = wm::JoinPath(folder, name);
+        return wm::IsRegularFile(path) &&
+               (IsBookkeeping(name) || (IsNumbered(name, logEnding) && IsEmptyFile(path)));
+    });
+}
+
+bool MayHoldRows(const std::wstring& folder) {
+    std::vector<std::wstring> inside;
+    if (Failed(wm::ListNames(folder, inside)))
+        return false;
+    return std::any_of(inside.begin(), inside.end(), [&](const std::wstring& name) {
+        return IsTable(name) ||
+               (IsNumbered(name, logEnding) && !IsEmptyFile(wm::JoinPath(folder, name)));
     });
 }
 

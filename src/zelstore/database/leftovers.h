@@ -18,6 +18,8 @@ bool IsLeftByRemoval(const std::wstring& folder);
 // Whether the folder has a database's name, and in it nothing but files of the library that hold no
 // rows: no table, no log with anything in it. Without any file it is such a one.
 bool HoldsNoRows(const std::wstring& folder);
+// Whether a table or a log with anything in it stands in the folder, whatever its name is.
+bool MayHoldRows(const std::wstring& folder);
 // Whether the system keeps there what a check of the volume has found.
 bool IsOfSystem(const std::wstring& folder);
 // Whether no store looks into it: for being the system's, or since this user may not.
