@@ -231,6 +231,23 @@ TEST_F(Retention, ScanOutlivesItsDatabaseAndLeavesNothingBehind) {
     EXPECT_TRUE(Errors().empty()) << "what went before its turn is passed over";
 }
 
+TEST_F(Retention, AbortReachesAScanWhoseDatabaseIsPurged) {
+    Put("20261110", test::Rows(3000, "2026-11-10"));
+    Restart();
+    wm::EventObject pause;
+    ASSERT_TRUE(pause.Create(wm::EventReset::manual));
+    RecordingSink sink;
+    sink.onRow = [&](bool*) {
+        if (sink.keys.size() == 10) {
+            EXPECT_EQ(Enforce(0), 1u);
+            db->AbortScans();
+        }
+        return RowResult::goOn;
+    };
+    EXPECT_EQ(db->Scan("p", &sink, stop.Handle(), pause.Handle()), hr::ok);
+    EXPECT_EQ(sink.keys.size(), 999u);
+}
+
 TEST_F(Retention, PrefixReadsGoOnUntilTheirQueryEnds) {
     const std::string event = Key("2026-11-10", 1);
     Put("20261110999", {{event + "<silent_sequence>0000000001", "a"},

@@ -48,7 +48,8 @@ public:
 
     // Nothing is left to do behind GetMasterDatabase.
     virtual HRESULT Initialize() = 0;
-    // Makes the running scan of every open database end at its next check.
+    // Makes every scan that runs now end at its next check, also one on a database that has left
+    // the catalog.
     virtual void AbortScans() = 0;
     // Empties the catalog; it is not read again for the rest of the process.
     virtual void CloseAll() = 0;

@@ -8,6 +8,7 @@
 #include "common/boundary.h"
 #include "common/errorreport.h"
 #include "common/filesystem.h"
+#include "common/neverdestroyed.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/endwatch.h"
@@ -96,30 +97,42 @@ void TellDroppedRecords(const std::string& protocol) {
 
 }  // namespace
 
-// A scan under way. Each has an abort event of its own: one event for all would wake one of several
-// paused scans, and would wait for the next scan where none runs.
+struct LevelDbInstance::ScansUnderWay {
+    static ScansUnderWay& OfProcess() {
+        static wm::NeverDestroyed<ScansUnderWay> scans;
+        return *scans;
+    }
+    wm::Lock lock;
+    std::vector<RunningScan*> all GUARDED_BY(lock);
+};
+
+// Each has an abort event of its own: one event for all would wake one of several paused scans, and
+// would wait for the next scan where none runs.
 class LevelDbInstance::RunningScan {
 public:
-    explicit RunningScan(LevelDbInstance& instance) : instance_(instance) {
-        const wm::Hold hold(instance_.scansLock_);
-        instance_.scans_.push_back(this);
+    RunningScan() : isReady_(abortEvent.Create(wm::EventReset::automatic)) {
+        const wm::Hold hold(scans_.lock);
+        scans_.all.push_back(this);
     }
     ~RunningScan() {
-        const wm::Hold hold(instance_.scansLock_);
-        std::erase(instance_.scans_, this);
+        const wm::Hold hold(scans_.lock);
+        std::erase(scans_.all, this);
     }
     RunningScan(const RunningScan&) = delete;
     RunningScan& operator=(const RunningScan&) = delete;
 
+    bool IsReady() const noexcept { return isReady_; }
     wm::EventObject abortEvent;
 
 private:
-    LevelDbInstance& instance_;
+    ScansUnderWay& scans_ = ScansUnderWay::OfProcess();
+    const bool isReady_;
 };
 
 void LevelDbInstance::AbortScans() noexcept {
-    const wm::Hold hold(scansLock_);
-    for (RunningScan* const scan : scans_)
+    ScansUnderWay& scans = ScansUnderWay::OfProcess();
+    const wm::Hold hold(scans.lock);
+    for (RunningScan* const scan : scans.all)
         scan->abortEvent.Set();
 }
 
@@ -267,8 +280,8 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
         return hr::invalidArgument;
     if (!db_)
         return hr::unexpected;
-    RunningScan scan(*this);
-    if (!scan.abortEvent.Create(wm::EventReset::automatic))
+    RunningScan scan;
+    if (!scan.IsReady())
         return hr::outOfMemory;
     const HeldSnapshot snapshot(*db_);
     const leveldb::ReadOptions options = MakeReadOptions(snapshot.Get());

@@ -64,8 +64,9 @@ public:
     // 0x80004005 when the sink abandons the database.
     HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent, HANDLE pauseEvent,
                  bool* keepGoing);
-    // Makes the next check of each scan that runs now end that scan; later scans don't hear of it.
-    void AbortScans() noexcept EXCLUDES(scansLock_);
+    // Makes the next check of each scan that runs now in this process end that scan, also where a
+    // purge has taken its database away; later scans don't hear of it.
+    static void AbortScans() noexcept;
 
     // Appends the values of all keys that begin with `prefix`.
     HRESULT ReadPrefix(std::string_view prefix, std::vector<std::string>* values);
@@ -84,6 +85,7 @@ public:
 private:
     // One scan under way, in the list for as long as it runs.
     class RunningScan;
+    struct ScansUnderWay;
 
     // Waits while the scan is paused. False when one of the two events was set, or the query's
     // watch says so.
@@ -104,8 +106,6 @@ private:
     std::unique_ptr<FolderEnv> env_;          // outlives the database
     std::unique_ptr<ReadingEnv> readingEnv_;  // of one that is opened for reading
     std::unique_ptr<leveldb::DB> db_;         // set once, by Open
-    wm::Lock scansLock_;
-    std::vector<RunningScan*> scans_ GUARDED_BY(scansLock_);
     std::atomic<bool> isBroken_{false};
     // Written under the gate's lock by users of the database, read when there are none any more.
     bool deleteOnClose_ = false;

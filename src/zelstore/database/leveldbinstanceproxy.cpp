@@ -46,11 +46,6 @@ std::shared_ptr<LevelDbInstance> LevelDbInstanceProxy::PeekInstanceLocked() {
     return heldInstance_ ? heldInstance_ : instance_.lock();
 }
 
-std::shared_ptr<LevelDbInstance> LevelDbInstanceProxy::PeekReader() {
-    const wm::Hold hold(lock_);
-    return reader_.lock();
-}
-
 HRESULT LevelDbInstanceProxy::GetInstance(std::shared_ptr<LevelDbInstance>* out,
                                           IfMissing ifMissing) {
     out->reset();

@@ -40,8 +40,6 @@ public:
 
     // The database when it is open now, else null.
     std::shared_ptr<LevelDbInstance> PeekInstance();
-    // The same of one that readers have where nothing can be written.
-    std::shared_ptr<LevelDbInstance> PeekReader();
     // Opens it when needed. Threads that ask at the same time get the same instance. With
     // IfMissing::fail it is for reading: where LevelDB can't write what an opening writes, for want
     // of room or because the folder is closed to writing, the instance refuses writes and serves

@@ -111,22 +111,7 @@ HRESULT ZelMasterDatabase::LoadExistingDatabases() {
 void ZelMasterDatabase::AbortScans() {
     // Ahead of the walks: a query between two of them has none that could be ended.
     EndWatch::AbortAll();
-    IgnoreResult(AtBoundary([this] {
-                     // Declared first, so that what others let go meanwhile closes after the lock
-                     // is released.
-                     std::vector<std::shared_ptr<LevelDbInstance>> open;
-                     const wm::HoldExclusive hold(databaseLock_);
-                     for (const auto& [path, proxy] : databases_) {
-                         for (auto instance : {proxy->PeekInstance(), proxy->PeekReader()})
-                             open.push_back(std::move(instance));
-                     }
-                     for (const auto& instance : open) {
-                         if (instance)
-                             instance->AbortScans();
-                     }
-                     return hr::ok;
-                 }),
-                 "scans that were not reached end by themselves");
+    LevelDbInstance::AbortScans();
 }
 
 void ZelMasterDatabase::CloseAll() {
