@@ -35,7 +35,7 @@ struct LostRecords {
     std::uint64_t events = 0;
     // Rows that name an event by the time of its receipt. The event itself may be stored.
     std::uint64_t receiveRows = 0;
-    std::uint64_t enrichments = 0;  // at most: a part of a batch may have been written
+    std::uint64_t enrichments = 0;
 
     friend LostRecords operator-(const LostRecords& now, const LostRecords& before) {
         return {now.events - before.events, now.receiveRows - before.receiveRows,

@@ -383,15 +383,18 @@ TEST_F(MasterWrite, SilentKeysCanNotLeaveTheStore) {
         EXPECT_EQ(batch.size(), row.left) << row.key;
         EXPECT_TRUE(store.List().empty()) << row.key;
     }
-    RecordBatch mixed{{Key("2026-11-12", 1), "moved"}, {"x", "bad"}, {"a", "bad, first"}};
-    EXPECT_EQ(db->WriteSilentRecords(mixed), hr::fail);
-    EXPECT_EQ(mixed.size(), 3u);
-    mixed.erase("a");
+    RecordBatch mixed{{"a", "no date"},
+                      {Key("2026-11-11", 1), "{}"},
+                      {start + "2026-1", "no date"},
+                      {Key("2026-11-12", 1), "{}"},
+                      {"x", "no date"}};
     const test::RecordingReports reports;
     EXPECT_EQ(db->WriteSilentRecords(mixed), hr::fail);
-    EXPECT_EQ(reports.At(0).Details().at(0).second, "2") << "what is left is given to nobody";
-    EXPECT_EQ(mixed.size(), 1u) << "what the pass had moved is lost";
-    EXPECT_TRUE(store.List().empty());
+    ASSERT_EQ(reports.Count(), 1u);
+    EXPECT_EQ(reports.At(0).Label(), wm::reportLabel::lostBatch);
+    EXPECT_EQ(reports.At(0).Details().at(0).second, "3");
+    EXPECT_EQ(mixed.size(), 3u) << "they stay in the batch";
+    EXPECT_EQ(store.List(), (Names{"20261111999", "20261112999"})) << "the others are written";
 }
 
 TEST_F(MasterWrite, StoreDirectoryIsNeverMade) {

@@ -20,7 +20,7 @@ inline constexpr const char* lostRow = "zelstore/querysink";
 // Rows are missing since their data can't be read: a walk ended early, a row was left out, or
 // opening a database dropped what its log held.
 inline constexpr const char* damagedData = "damaged data";
-// Records that the store had accepted and that are gone, since their batch could not be written.
+// Records that the store had accepted and that are gone, since they could not be written.
 // The details tell how many, by the names of lostDetail.
 inline constexpr const char* lostBatch = "lost batch";
 }  // namespace reportLabel
@@ -29,7 +29,7 @@ inline constexpr const char* lostBatch = "lost batch";
 namespace lostDetail {
 inline constexpr const char* events = "events";  // and whatever is no receive-time row
 inline constexpr const char* receipts = "receive-time rows";
-inline constexpr const char* enrichments = "enrichments, at most";
+inline constexpr const char* enrichments = "enrichments";
 }  // namespace lostDetail
 
 // Where the host wants its error reports. Called on the thread that reports, possibly under locks

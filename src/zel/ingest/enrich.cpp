@@ -112,13 +112,12 @@ bool Enrich::Add(const std::string& eventKey, const std::string& enrichment) {
     return Succeeded(result);
 }
 
-// Of a batch that failed a part may have been written, so only bounds are certain then.
 int Enrich::Summarise(std::uint64_t rejected, bool isGood) const {
     const std::uint64_t lost = store_.Lost().enrichments;
-    std::string text = (lost != 0 ? "at least " : "") + std::to_string(taken_ - lost) +
-                       " enrichment(s) stored" + (store_.Emptied() ? "" : " or still waiting");
+    std::string text = std::to_string(taken_ - lost) + " enrichment(s) stored" +
+                       (store_.Emptied() ? "" : " or still waiting");
     if (lost != 0)
-        text += ", at most " + std::to_string(lost) + " lost";
+        text += ", " + std::to_string(lost) + " lost";
     if (refused_ != 0)
         text += ", " + std::to_string(refused_) + " refused";
     if (rejected != 0)

@@ -28,21 +28,17 @@ constexpr std::uint32_t waitTimer = 1;
 constexpr std::size_t waitCount = 4;
 
 // The table of errors counts failures; a host that has to account for its records needs their
-// number.
-void ReportLostBatch(HRESULT result, std::uint64_t added, const RecordBatch& records,
-                     RecordKind kind) {
+// number. Of enrichments the database alone knows it.
+void ReportLostEvents(HRESULT result, std::uint64_t added, const RecordBatch& records) {
     const auto report = [&] {
         const auto receipts = static_cast<std::uint64_t>(std::count_if(
             records.begin(), records.end(),
             [](const auto& record) { return record.first.starts_with(receivePrefix); }));
         wm::ErrorReport lost;
-        lost.SetError(result, wm::reportLabel::lostBatch);
-        if (kind == RecordKind::silentEnrichment)
-            lost.AddDetail(wm::lostDetail::enrichments, std::to_string(added));
-        else
-            lost.AddDetail(wm::lostDetail::events, std::to_string(added - receipts))
-                .AddDetail(wm::lostDetail::receipts, std::to_string(receipts));
-        lost.Submit();
+        lost.SetError(result, wm::reportLabel::lostBatch)
+            .AddDetail(wm::lostDetail::events, std::to_string(added - receipts))
+            .AddDetail(wm::lostDetail::receipts, std::to_string(receipts))
+            .Submit();
         return hr::ok;
     };
     IgnoreResult(AtBoundary(report), "a report never changes a result");
@@ -160,7 +156,8 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, RecordKin
         isEvent ? database->WriteRecords(records) : database->WriteSilentRecords(records);
     if (Failed(result)) {
         wm::Trace(wm::message::batchLost, result);
-        ReportLostBatch(result, batch->Added(), records, kind);
+        if (isEvent)
+            ReportLostEvents(result, batch->Added(), records);
     }
     if (isEvent)
         NotifyJob(records);

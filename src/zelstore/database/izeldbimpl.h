@@ -56,7 +56,9 @@ public:
     // Writes the whole batch to today's database, as one LevelDB write.
     virtual HRESULT WriteRecords(RecordBatch& batch) = 0;
     // Writes each record to the silent database of its event's date and takes what was handled out
-    // of `batch`.
+    // of `batch`. A date that fails loses its own records alone; those whose keys have no date stay
+    // in `batch`, and the result is then 0x80004005. Otherwise the first failure is told. How many
+    // records a failure has cost is reported here (wm::reportLabel::lostBatch).
     virtual HRESULT WriteSilentRecords(RecordBatch& batch) = 0;
     // Walks all event databases, oldest first, from `startKey` on. Always 0 once the sink has
     // begun: failures of single databases are in the table of errors.

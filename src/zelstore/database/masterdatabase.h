@@ -86,8 +86,11 @@ private:
     template <typename Choose, typename Keep>
     HRESULT WriteToChosen(const RecordBatch& batch, Choose&& choose, Keep&& keep);
 
-    // Moves the records of the first one's date from `batch` to `group`.
-    static HRESULT TakeSilentGroup(RecordBatch& batch, std::string* groupDate, RecordBatch* group);
+    // Counts what was written, also where something else fails.
+    HRESULT WriteSilentGroups(RecordBatch& batch, std::size_t* written);
+    // Moves the records of the first date there is from `batch` to `group`, which stays empty when
+    // no key has one.
+    static void TakeSilentGroup(RecordBatch& batch, std::string* groupDate, RecordBatch* group);
     HRESULT WriteSilentGroup(const std::string& date, const RecordBatch& group);
     HRESULT ChooseSilentDatabase(const std::wstring& date, ProxyPtr* proxy);
     void KeepSilentDatabase(const ProxyPtr& proxy);

@@ -16,7 +16,8 @@
 // former write database is let go only then, so that without writes it stays open past midnight.
 //
 // Silent enrichments go to the one database 999 of their event's date. The last one written is kept
-// open if it was made here; one that was there before is opened for each write.
+// open if it was made here; one that was there before is opened for each write. A record whose key
+// has no date belongs nowhere: it stays in the batch, and the others are written.
 //
 // A database that a write finds corrupt or its device broken, and again when it has been opened
 // anew, is given up: it leaves the catalog, then its folder goes. Its batch is lost, the next one
@@ -44,19 +45,11 @@ bool IsToBeFollowed(LevelDbInstanceProxy& proxy) {
     return proxy.IsHeldByReader() || IsFull(proxy);
 }
 
-// The table of errors tells what a folder has lost. Where no folder is concerned only a report can.
+// The table of errors counts failures; a host that has to account for its records needs their
+// number, which is known here alone.
 void ReportLostRecords(HRESULT result, std::size_t count) {
-    wm::ReportError(result, "WriteSilentRecords", "Lost Records", std::to_string(count).c_str());
-}
-
-void ReportUnlessCounted(HRESULT result, const std::string& date, std::size_t count) {
-    const auto report = [&] {
-        std::wstring wideDate;
-        if (!wm::ToWide(date, wideDate) || !IsSafeDate(wideDate))
-            ReportLostRecords(result, count);
-        return hr::ok;
-    };
-    IgnoreResult(AtBoundary(report), "a report never changes a result");
+    wm::ReportError(result, wm::reportLabel::lostBatch, wm::lostDetail::enrichments,
+                    std::to_string(count).c_str());
 }
 
 // Ends the mark that was set when the database was chosen.
@@ -207,41 +200,47 @@ HRESULT ZelMasterDatabase::GetSilentDatabaseLocked(const std::wstring& date, IfM
 }
 
 HRESULT ZelMasterDatabase::WriteSilentRecords(RecordBatch& batch) {
-    return AtBoundary([&] {
-        HRESULT firstFailure = hr::ok;
-        while (!batch.empty()) {
-            std::string date;
-            RecordBatch group;
-            HRESULT result = TakeSilentGroup(batch, &date, &group);
-            if (Failed(result)) {
-                ReportLostRecords(result, batch.size() + group.size());
-                return result;
-            }
-            result = AtBoundary([&] { return WriteSilentGroup(date, group); });
-            if (Failed(result))
-                ReportUnlessCounted(result, date, group.size());
-            if (Succeeded(firstFailure))
-                firstFailure = result;
-        }
-        return firstFailure;
-    });
+    const std::size_t count = batch.size();
+    std::size_t written = 0;
+    const HRESULT result = AtBoundary([&] { return WriteSilentGroups(batch, &written); });
+    if (written != count)
+        IgnoreResult(AtBoundary([&] {
+                         ReportLostRecords(result, count - written);
+                         return hr::ok;
+                     }),
+                     "a report never changes a result");
+    return result;
 }
 
-HRESULT ZelMasterDatabase::TakeSilentGroup(RecordBatch& batch, std::string* groupDate,
-                                           RecordBatch* group) {
+HRESULT ZelMasterDatabase::WriteSilentGroups(RecordBatch& batch, std::size_t* written) {
+    HRESULT firstFailure = hr::ok;
+    while (!batch.empty()) {
+        std::string date;
+        RecordBatch group;
+        TakeSilentGroup(batch, &date, &group);
+        if (group.empty())
+            return Failed(firstFailure) ? firstFailure : hr::fail;
+        const HRESULT result = AtBoundary([&] { return WriteSilentGroup(date, group); });
+        if (Succeeded(result))
+            *written += group.size();
+        else if (Succeeded(firstFailure))
+            firstFailure = result;
+    }
+    return firstFailure;
+}
+
+void ZelMasterDatabase::TakeSilentGroup(RecordBatch& batch, std::string* groupDate,
+                                        RecordBatch* group) {
     std::string date;
     for (auto record = batch.begin(); record != batch.end();) {
-        const HRESULT result = ExtractKeyDate(record->first, &date);
-        if (Failed(result))
-            return result;
-        if (group->empty())
-            *groupDate = date;
         const auto next = std::next(record);
-        if (date == *groupDate)
+        const bool hasDate = Succeeded(ExtractKeyDate(record->first, &date));
+        if (hasDate && group->empty())
+            *groupDate = date;
+        if (hasDate && date == *groupDate)
             group->insert(group->end(), batch.extract(record));
         record = next;
     }
-    return hr::ok;
 }
 
 HRESULT ZelMasterDatabase::WriteSilentGroup(const std::string& date, const RecordBatch& group) {
