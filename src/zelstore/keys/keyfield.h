@@ -56,7 +56,8 @@ struct KeyFieldRow {
         KeyField::field, name, L##name, "<" name ">", L"<" L##name L">", tag, standsEarly \
     }
 
-// By KeyField.
+// By KeyField. No two rows share a tag, and none ever changes: where a value holds one, it decides
+// what the key becomes (MakePrimaryKey).
 inline constexpr std::array<KeyFieldRow, keyFieldCount> keyFieldTable = {
     ZEL_KEY_FIELD(beginTime, "begin_time", 'A', true),
     ZEL_KEY_FIELD(receiveTime, "receive_time", 'C', true),

@@ -10,6 +10,7 @@ namespace ZEL::Schema {
 // A document that a command carries; the command's identifier is kept and never used.
 class ZelSchemaParser2 : public ZelSchemaParser {
 public:
+    // Empty when the command gave none.
     virtual const Text& GetCommandUid() const { return command_uid; }
     // A null pointer leaves the value alone.
     virtual void SetCommandUid(const utility::char_t* uid) {
@@ -37,6 +38,8 @@ public:
     // Whether each sub-query is; a query without any is valid.
     bool IsValid() const override;
 
+    // Each has times, an actor, a target and actions of its own; only the limit and the two flags
+    // are common.
     std::vector<Event> events;             // the sub-queries, run in this order
     std::int32_t limit_result_count = -1;  // over all sub-queries; negative means no limit
     bool include_enrichments = false;

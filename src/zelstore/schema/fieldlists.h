@@ -22,10 +22,13 @@
 namespace ZEL::Schema {
 
 // A field's part in IsValid. One that identifies must be valid when it is there, and of all that
-// identify one must be there.
+// identify one must be there. A pair that is never looked at may hold anything, and the object is
+// valid all the same.
 enum class Check { never, ifPresent, identifies };
 
-// Some fields are written and never read: no parsed object has them.
+// Some fields are written and never read: no parsed object has them. Writing them is for objects
+// that are made by code; a document that has them is read without a failure, and loses them when it
+// is written again.
 inline constexpr bool isNotRead = false;
 
 // An optional object of its own.
@@ -58,7 +61,7 @@ constexpr PairRow<Object, T> Pair(TextView name, Field<T> Object::*member,
     return {name, member, check, isRead};
 }
 
-// What is no pair says nothing that IsValid looks at.
+// What is no pair says nothing that IsValid looks at. All of them are read.
 struct PlainRow {
     static constexpr bool isRead = true;
     static constexpr Check check = Check::never;
@@ -164,6 +167,7 @@ public:
         std::apply([&](const auto&... row) { (row.Write(out, Self()), ...); }, Object::Fields());
     }
 
+    // Members that are missing from the JSON lose what they held.
     void FromJson(const web::json::value& json) override {
         const Members in(json);
         ReadObjectType(in, *this);
@@ -171,6 +175,8 @@ public:
                    Object::Fields());
     }
 
+    // By the list alone. Where nothing in the list identifies, an object that says nothing is
+    // valid.
     bool IsValid() const override {
         return std::apply(
             [&](const auto&... row) {

@@ -57,13 +57,16 @@ ZEL_NAME(submit);
 ZEL_NAME(path);
 ZEL_NAME(name);
 ZEL_NAME(data);
+// Of services and kernel objects.
 ZEL_NAME(type_ids);
 ZEL_NAME(start_id);
 ZEL_NAME(run_state_id);
 ZEL_NAME(loaded_module_name);
 ZEL_NAME(reg_path);
 inline constexpr TextView default_ = ZEL_TEXT("default");
+// Of urls.
 ZEL_NAME(text);
+// Of files and what is like them; most are written and not read (objectclasses.h).
 ZEL_NAME(normalized_path);
 ZEL_NAME(alternate_data_stream_name);
 ZEL_NAME(size);
@@ -83,9 +86,11 @@ ZEL_NAME(session_state);
 // Of an operator: false makes case matter.
 ZEL_NAME(case_insensitive);
 ZEL_NAME(state);
+// Of processes.
 ZEL_NAME(pid);
 ZEL_NAME(uid);
 ZEL_NAME(cmd_line);
+// Of sessions.
 ZEL_NAME(id);
 // What a condition compares with, or what a fact is.
 ZEL_NAME(value);

@@ -65,6 +65,8 @@ public:
     virtual const StringPair* GetCmdLine() const { return cmd_line.get(); }
     virtual const StringPair* GetUid() const { return uid.get(); }
 
+    // The fields of all classes are absent in a new object. Several values under one key are
+    // alternatives in a query; a record mostly has one.
     Field<StringPair> path, normalized_path, alternate_data_stream_name, md5, sha2, cmd_line;
     Field<Numbers32> session_id, pid;
     Field<StringPair> uid, loaded_modules, security_descriptor, url;
@@ -171,6 +173,8 @@ public:
 };
 
 // A connection. Ports are carried by records, but not read. A key takes both addresses.
+//
+// Of one that was parsed, either address or a url is enough to identify it.
 class Network final : public ListedObject<Network> {
 public:
     Network() : ListedObject(objectType::network) {}
@@ -238,6 +242,8 @@ public:
 };
 
 // A service of the system. A key takes hash and path, as of the file that it runs.
+//
+// Unlike a file's, its hashes do not identify it.
 class Service final : public ListedObject<Service> {
 public:
     Service() : ListedObject(objectType::service) {}
@@ -272,6 +278,8 @@ public:
 
 // A web address. Its text is the one that a record gives, unchecked. A key that is made of a record
 // has no place for it; one that is made of properties has.
+//
+// Nothing else of an address is a member: whoever has to know its host or scheme parses the text.
 class Url final : public ListedObject<Url> {
 public:
     Url() : ListedObject(objectType::url) {}
@@ -289,6 +297,8 @@ public:
 
 // A named object of the kernel, such as a mutex. A key takes its name; its types are for conditions
 // alone.
+//
+// One without types counts as of type 1 where conditions are tested.
 class KernelObject final : public ListedObject<KernelObject> {
 public:
     KernelObject() : ListedObject(objectType::kernelObject) {}
@@ -306,6 +316,9 @@ public:
 };
 
 // Where a traced event came from. Not a schema object of its own.
+//
+// It has no type of its own in documents, so that it is read and written as a part of the event
+// that it belongs to. Valid when its one member is, or is absent.
 class Source {
 public:
     Source() = default;

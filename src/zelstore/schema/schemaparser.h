@@ -21,6 +21,8 @@ class StringPair;
 // Failures are exceptions: std::out_of_range "invalid map<K, T> key" for a name or number that is
 // not in its table, web::json::json_exception for a value of the wrong JSON type. The object is
 // then partly filled and only good for destruction.
+//
+// Copying goes through the derived classes (CloneObject): a root alone can't be copied or made.
 class ZelSchemaParser {
 public:
     virtual ~ZelSchemaParser() = default;
@@ -85,7 +87,8 @@ public:
         value_ = std::make_unique<T>(value);
         isPresent_ = true;
     }
-    // Present, with whatever value; for those who replace all of it.
+    // Present, with whatever value; for those who replace all of it. What it held is still there
+    // until then.
     T& Reuse() {
         if (value_ == nullptr)
             value_ = std::make_unique<T>();
@@ -114,7 +117,7 @@ public:
     Members(const web::json::value& in) : object_(in.is_object() ? &in.as_object() : nullptr) {}
 
     // Null when there is none. Of several with the same key it is the one that the library's search
-    // finds.
+    // finds. Valid as long as the JSON value is.
     const web::json::value* Find(TextView key) const noexcept {
         if (object_ == nullptr)
             return nullptr;
@@ -128,7 +131,8 @@ private:
     const web::json::object* object_;
 };
 
-// Reads an optional field: absent keys leave it absent.
+// Reads an optional field: absent keys leave it absent. A key that is there with null is not
+// absent: it reads as an object without members.
 template <typename T>
 void ReadField(const Members& in, TextView key, Field<T>& field) {
     field.Reset();

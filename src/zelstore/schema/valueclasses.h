@@ -23,6 +23,7 @@ public:
     void FromJson(const web::json::value& in) override;
 
     std::int32_t op = operatorUnknown;  // an OperatorType
+    // The JSON says the opposite, case_insensitive, which is true when it is missing.
     bool caseSensitive = false;
 };
 
@@ -42,6 +43,8 @@ public:
 
 // Numbers are kept to their width: fractions are cut off, and of larger numbers the low bits stay.
 // {"operator":{...},"value":[1,2]}, for unsigned 32-bit and 64-bit numbers.
+//
+// There are two widths and no others.
 template <typename T>
 class IntegerPair final : public ZelSchemaParser {
 public:
@@ -51,6 +54,7 @@ public:
     bool IsValid() const override { return !values.empty(); }
 
     Field<Operator> op;
+    // In the order of the JSON, repetitions included.
     boost::container::small_vector<T, 1> values;
 };
 
@@ -85,7 +89,8 @@ public:
     void ToJson(web::json::value& out) const override;
 };
 
-// What a look at an object found: {"state":"exists","error_code":"text"}.
+// What a look at an object found: {"state":"exists","error_code":"text"}. It is carried along with
+// its object; no condition and no key looks at it.
 class ExistPair final : public ZelSchemaParser {
 public:
     ExistPair() = default;

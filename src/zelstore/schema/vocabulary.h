@@ -12,7 +12,8 @@
 // those that nothing here reads in carriednames.h; the fields of keys stand in keys/keyfield.h.
 namespace ZEL::Schema {
 
-// The object types that code speaks of; the table has more.
+// The object types that code speaks of; the table has more. The same numbers choose the class of an
+// object (objectfactory.h), and an object that copies by a number without a class is lost.
 namespace objectType {
 // Also of objects that have no object_type.
 inline constexpr std::int32_t unknown = 0;
@@ -39,7 +40,9 @@ inline constexpr std::int32_t etw = 36;
 inline constexpr std::int32_t url = 37;
 }  // namespace objectType
 
-// The numbers are those of documents and of the order in tables; they never change.
+// The numbers are those of documents and of the order in tables; they never change. Which of them a
+// field takes is for the query's filter to say; in a record none is looked at but for wildcards
+// under `equals`.
 enum OperatorType : std::int32_t {
     // Also what a condition without an operator's name has; no row fulfils it.
     operatorUnknown = 0,
