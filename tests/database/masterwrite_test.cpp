@@ -276,6 +276,16 @@ TEST_F(MasterWrite, TakesAwayWhatARemovalLeftAndLeavesOthersAlone) {
     EXPECT_EQ(store.List(), Names{"lost+found"});
 }
 
+TEST_F(MasterWrite, KnowsADatabaseThatAnotherProcessIsMaking) {
+    const test::OtherProcess maker(store.Folder("20261112"));
+    Restart();
+    std::wstring oldest;
+    std::uint64_t bytes = 0;
+    EXPECT_EQ(db->GetOldestDate(&oldest, &bytes), hr::ok);
+    EXPECT_EQ(oldest, L"20261112");
+    EXPECT_TRUE(store.Exists("20261112/CURRENT"));
+}
+
 TEST_F(MasterWrite, NoDatabaseIsMadeOverRowsThatSomebodyMightSave) {
     const std::string folder = "20261112999";
     RecordBatch silent{{Key("2026-11-12", 1) + "<silent_sequence>0000000001", "{}"}};

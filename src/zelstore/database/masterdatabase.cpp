@@ -36,8 +36,9 @@ bool IsDatabase(const std::wstring& folder, bool hasTables) {
     if (IsLeftByRemoval(folder))
         return false;
     const bool isReachable = hasTables ? !IsOfSystem(folder) : !IsOutOfReach(folder);
+    // Another process may just be making one, and writes of this one are to wait for it.
     if (isReachable)
-        return hasTables || !HoldsNoRows(folder);
+        return hasTables || !HoldsNoRows(folder) || FolderGate::For(folder)->IsOpenElsewhere();
     wm::Trace(wm::message::folderPassedOver, hr::accessDenied, wm::ToUtf8Lossy(folder));
     return false;
 }
