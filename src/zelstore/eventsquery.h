@@ -2,8 +2,8 @@
 
 #include "common/itobbaseimpl.h"
 #include "common/lock.h"
-#include "zelstore/query/querymanager.h"
 #include "zelstore/izelstorequery.h"
+#include "zelstore/query/querymanager.h"
 
 namespace ZEL {
 
