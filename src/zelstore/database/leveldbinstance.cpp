@@ -176,7 +176,12 @@ void LevelDbInstance::DeleteOnClose() noexcept {
                      if (deleteOnClose_)
                          return hr::ok;
                      deleteOnClose_ = true;
-                     return HasDatabaseName(path_) ? MoveAway() : hr::ok;
+                     if (!HasDatabaseName(path_))
+                         return hr::ok;
+                     const HRESULT moved = MoveAway();
+                     if (Succeeded(moved))
+                         gate_->SetClosed();  // the place is free for another database
+                     return moved;
                  }),
                  "the folder keeps its place until the last user lets go");
 }
@@ -187,7 +192,6 @@ HRESULT LevelDbInstance::MoveAway() {
     if (Failed(moved))
         return moved;
     movedTo_ = std::move(place);
-    gate_->SetClosed();
     return hr::ok;
 }
 

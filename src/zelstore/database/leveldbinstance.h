@@ -94,8 +94,8 @@ private:
     leveldb::Iterator* GetCursorLocked() REQUIRES(cursorLock_);
     // On the thread of the last user. Waits for what the library does in the background.
     void Close() noexcept;
-    // Gives the folder its name for removal and the place free. On failure it keeps its place until
-    // the last user lets go.
+    // Gives the folder its name for removal, under the gate's lock. On failure it keeps its place
+    // until the last user lets go.
     HRESULT MoveAway();
     // What a failure comes from, as far as the system has told it.
     HRESULT CauseOf(HRESULT result) const noexcept;
