@@ -31,12 +31,16 @@ namespace hr = ZEL::hr;
 // come back whole.
 RecordTaker::Outcome RecordTaker::Take(const std::string& line, LineProblem* problem) {
     const CountedPtr<IStringValue> text = wm::ToValue(line);
-    if (!text)
+    if (!text) {
         *problem = {"not UTF-8", ""};
-    else if (line.find('\0') != line.npos)
+        return Outcome::rejected;
+    }
+    if (line.find('\0') != line.npos) {
         *problem = {"holds a NUL", ""};
+        return Outcome::rejected;
+    }
     std::string key;
-    if (!problem->kind.empty() || !MakeKey(line, *text, &key, problem))
+    if (!MakeKey(line, *text, &key, problem))
         return Outcome::rejected;
     if (options_.printKeys || options_.keysOnly)
         output_.Write(key + "\n");
