@@ -126,9 +126,9 @@ namespace {
 // Numbers of an event's properties, by the fields of a key in its order.
 struct PropertyRow {
     KeyField field;
-    std::uint32_t number;
+    std::uint8_t number;
     bool required;
-    enum Kind { text, tenDigits, decimal, guid } kind;
+    enum Kind : std::uint8_t { text, tenDigits, decimal, guid } kind;
 };
 
 // This order is part of the stored form: the optional fields of these keys have always stood

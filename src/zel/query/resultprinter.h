@@ -55,7 +55,10 @@ public:
     // and for receipts, which are never the same twice.
     bool WantsMore(std::int64_t rows) const;
     // Ahead of each walk. What was printed stays known from one walk to the next.
-    void StartWalk() { rows_ = keyless_ = 0; }
+    void StartWalk() {
+        rows_ = 0;
+        keyless_ = 0;
+    }
     // Prints what stands behind the last result.
     void Finish() { output_.Write(form_.End(count_ == 0)); }
 

@@ -234,14 +234,14 @@ void ReadingEnv::Keep(const std::string& path, std::string bytes) {
 
 Status ReadingEnv::NewSequentialFile(const std::string& path, leveldb::SequentialFile** out) {
     wm::FileBytes file;
-    const Status found = Find(path, &file);
+    Status found = Find(path, &file);
     *out = found.ok() ? new SequentialBytes(std::move(file)) : nullptr;
     return found;
 }
 
 Status ReadingEnv::NewRandomAccessFile(const std::string& path, leveldb::RandomAccessFile** out) {
     wm::FileBytes file;
-    const Status found = Find(path, &file);
+    Status found = Find(path, &file);
     *out = found.ok() ? new RandomAccessBytes(std::move(file)) : nullptr;
     return found;
 }
@@ -286,7 +286,7 @@ Status ReadingEnv::RemoveDir(const std::string& path) {
 
 Status ReadingEnv::GetFileSize(const std::string& path, std::uint64_t* bytes) {
     wm::FileBytes file;
-    const Status found = Find(path, &file);
+    Status found = Find(path, &file);
     *bytes = file.bytes.size();
     return found;
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "common/errorreport.h"
+#include "common/neverdestroyed.h"
 
 // One query on its thread, and who waits for whom.
 //
@@ -41,8 +42,8 @@ public:
 
 private:
     static wm::Lock& Lock() noexcept {
-        static wm::Lock& lock = *new wm::Lock;  // queries may run until the process ends
-        return lock;
+        static const wm::NeverDestroyed<wm::Lock> lock;  // queries may run until the process ends
+        return *lock;
     }
 
     bool closesCircle_ = false;

@@ -256,7 +256,7 @@ bool Pattern::MatchesStates(std::string_view text, EndWatch* watch) const {
         for (std::size_t i = count + 1; i-- > 0;) {
             const bool stays = i < count && elements_[i] == anyBytes && reached[i] != 0;
             const bool comes = i > 0 && reached[i - 1] != 0 && Fits(elements_[i - 1], c);
-            reached[i] = stays || comes;
+            reached[i] = stays || comes ? 1 : 0;
         }
         passOverOptional();
     }
