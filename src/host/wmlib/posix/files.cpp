@@ -161,11 +161,14 @@ std::error_code ListFiles(const std::string& directory, std::vector<std::string>
     if (!listing)
         return LastError();
     const int number = folder.Leave();
-    errno = 0;
-    while (const struct dirent* const entry = ::readdir(listing.get()))
+    for (;;) {
+        errno = 0;  // at the end it stays so; a look at an entry may leave another value
+        const struct dirent* const entry = ::readdir(listing.get());
+        if (entry == nullptr)
+            return LastError();
         if (IsRegular(number, *entry))
             names->emplace_back(entry->d_name);
-    return LastError();
+    }
 }
 
 bool CanMakeFilesIn(const std::string& directory) noexcept {
