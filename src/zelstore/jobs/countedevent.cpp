@@ -7,7 +7,8 @@
 
 // The event wakes; the count decides. Who is woken and finds that the setting was none of theirs,
 // or that others are owed one too, sets the event again for the others. A reset does the same, so
-// that it takes away only settings that nobody is owed.
+// that it takes away only settings that nobody is owed. While somebody is owed one, all others stay
+// away from the event: two of them could take it from each other for ever.
 
 namespace ZEL {
 
@@ -32,13 +33,17 @@ public:
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
 
-    // Whether the wait is over. If not, and another waiter's is, that one is woken.
-    bool IsOver() {
+    enum class Step { leave, giveWay, wait };
+    // What is to be done next. Who may have taken the event puts it back for those who are owed it.
+    Step Look(bool mayHaveTaken) {
         const wm::Hold hold(event_.lock_);
         if (event_.count_ != known_)
-            return true;
-        event_.PassOnLocked();
-        return false;
+            return Step::leave;
+        if (!event_.IsOwedLocked())
+            return Step::wait;
+        if (mayHaveTaken)
+            event_.event_.Set();
+        return Step::giveWay;
     }
 
     // For who holds the event's lock.
@@ -76,12 +81,16 @@ std::uint64_t CountedEvent::Count() const {
     return count_;
 }
 
-void CountedEvent::PassOnLocked() {
+bool CountedEvent::IsOwedLocked() const {
     for (const Registration* waiter = waiters_; waiter != nullptr; waiter = waiter->Next())
-        if (waiter->Known() != count_) {
-            event_.Set();
-            return;
-        }
+        if (waiter->Known() != count_)
+            return true;
+    return false;
+}
+
+void CountedEvent::PassOnLocked() {
+    if (IsOwedLocked())
+        event_.Set();
 }
 
 HRESULT CountedEvent::WaitBehind(std::uint64_t known, HANDLE cancel) {
@@ -89,7 +98,15 @@ HRESULT CountedEvent::WaitBehind(std::uint64_t known, HANDLE cancel) {
     // A null handle would make the wait fail.
     const std::size_t count = cancel != nullptr ? 2 : 1;
     Registration waiter(*this, known);
-    while (!waiter.IsOver()) {
+    for (bool mayHaveTaken = true;;) {
+        const Registration::Step step = waiter.Look(mayHaveTaken);
+        if (step == Registration::Step::leave)
+            return hr::ok;
+        mayHaveTaken = step == Registration::Step::wait;
+        if (!mayHaveTaken) {
+            std::this_thread::yield();
+            continue;
+        }
         const std::uint32_t woken = wm::WaitForAny(count, handles, wm::waitForever);
         // The only wait whose cause needs no look at the count.
         if (woken == 1)
@@ -98,10 +115,7 @@ HRESULT CountedEvent::WaitBehind(std::uint64_t known, HANDLE cancel) {
             wm::Trace(wm::message::jobWaitFailed, hr::fail);
             return hr::fail;
         }
-        // A setting that was another waiter's goes back; that one must get at it.
-        std::this_thread::yield();
     }
-    return hr::ok;
 }
 
 }  // namespace ZEL

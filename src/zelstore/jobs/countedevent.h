@@ -33,7 +33,8 @@ public:
 private:
     // One waiter, on the stack of its thread; the destructor passes on what another waiter is owed.
     class Registration;
-    // Sets the event again when some waiter's count has been passed.
+    // Whether some waiter's count has been passed; PassOnLocked then sets the event again.
+    bool IsOwedLocked() const REQUIRES(lock_);
     void PassOnLocked() REQUIRES(lock_);
 
     mutable wm::Lock lock_{wm::LockRank::leaf};
