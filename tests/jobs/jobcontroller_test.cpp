@@ -158,11 +158,13 @@ protected:
     // Runs `wait` on a thread, lets it wait for `cancel`, and gives its result.
     HRESULT CancelledResult(const std::function<HRESULT(HANDLE)>& wait) {
         wm::EventObject cancel;
-        EXPECT_TRUE(cancel.Create(wm::EventReset::manual));
+        EXPECT_TRUE(cancel.Create(wm::EventReset::automatic));
         HRESULT result = hr::fail;
         std::thread waiting([&] { result = wait(cancel.Handle()); });
         cancel.Set();
         waiting.join();
+        const HANDLE unused = cancel.Handle();
+        EXPECT_EQ(wm::WaitForAny(1, &unused, 0), wm::waitTimedOut) << "it did not wait";
         return result;
     }
 

@@ -36,6 +36,7 @@ TEST(KeySplit, SplitsAndReadsFields) {
         {"<object_type>kernel_object<target_type_id>3", "target_type_id", hr::ok, "3"},
         {"", "target_type_id", hr::fail, ""},
         {"<object_type>file", "actor_hash", hr::fail, ""},
+        {"<actor_hash>\xFF", "actor_hash", hr::fail, "\xFF"},
     };
     for (const auto& row : rows) {
         KeyFields split;

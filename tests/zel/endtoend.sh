@@ -124,7 +124,7 @@ zel: names.ndjson:2: unknown operator "equal"; did you mean "equals"?, in artifa
 misplaced() {
   {
     record 1
-    for time in x 2026-01-02T03:04:05Z 2026-01-02T03:04:05.006+02:00 2026-02-30T03:04:05.006Z 1600-01-02T03:04:05.006Z; do
+    for time in x 2026-01-02T03:04:05Z 2026-01-02T03:04:05.006+02:00 1900-02-29T03:04:05.006Z 1600-01-02T03:04:05.006Z; do
       record 2 "$time"
     done
     record 3
