@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <list>
 
 #include "support/client.h"
 #include "support/storefixture.h"
@@ -57,6 +58,9 @@ protected:
         EXPECT_EQ(store->Shutdown(), hr::ok);
     }
 
+    // A query lets its callback go after the end call: they live until Shutdown has waited.
+    std::list<RecordingCallback> callbacks;
+
     // What each took is told; a limit only tells an end from none, on whatever machine.
     template <typename Run>
     void EachEnds(const char* how, Run&& run) {
@@ -75,7 +79,7 @@ protected:
         };
         for (const auto& [name, document] : documents) {
             ASSERT_TRUE(Succeeded(store->Initialize()));
-            RecordingCallback callback;
+            RecordingCallback& callback = callbacks.emplace_back();
             const auto text = Str(document);
             const auto begin = std::chrono::steady_clock::now();
             run(text.Get(), callback);
