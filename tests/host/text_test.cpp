@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include "common/result.h"
 #include "common/textbridge.h"
+#include "common/valuetext.h"
 
 namespace wm {
 namespace {
@@ -50,6 +54,29 @@ TEST(TextBridge, RoundTripsEveryLength) {
         EXPECT_EQ(back, text);
         EXPECT_FALSE(IsUtf8(std::string(length, 'a') + "\xFF" + std::string(40, 'b')));
     }
+}
+
+TEST(StringValue, GivesUtf8AsItCameAndWideTextWhenAsked) {
+    const auto value = ToValue(std::string_view("b\xC3\xA9z\0q", 6));
+    ASSERT_TRUE(value);
+    std::string buffer;
+    EXPECT_EQ(Utf8Of(*value, buffer), "b\xC3\xA9z");
+    EXPECT_EQ(KeptUtf8(*value)->data()[4], '\0');
+    std::vector<std::thread> askers;
+    for (int i = 0; i < 8; ++i)
+        askers.emplace_back([&] {
+            EXPECT_EQ(value->GetLength(0), 3U);
+            EXPECT_STREQ(value->GetText(), L"b\u00E9z");
+        });
+    for (std::thread& asker : askers)
+        asker.join();
+    EXPECT_EQ(KeptUtf8(*ToValue("")), "");
+    EXPECT_FALSE(ToValue(std::string_view("a\0\xFF", 3)));
+
+    const auto wide = ZEL::CountedPtr<ZEL::IStringValue>::Adopt(CreateStringValue(L"b\u00E9z"));
+    EXPECT_FALSE(KeptUtf8(*wide));
+    EXPECT_EQ(Utf8Of(*wide, buffer), "b\xC3\xA9z");
+    EXPECT_STREQ(wide->GetText(), L"b\u00E9z");
 }
 
 TEST(Results, ConvertByTheCallersTable) {

@@ -1,18 +1,21 @@
 #include <algorithm>
 #include <cwchar>
+#include <mutex>
 #include <new>
 #include <string_view>
 #include <variant>
 #include <vector>
 
 #include "common/itobbaseimpl.h"
+#include "common/iutf8value.h"
 #include "common/ivaluecollection.h"
 #include "common/textbridge.h"
 #include "host/wmlib/textmemory.h"
 
-// The values that cross the public boundary: texts, records and lists of both. Every result of a
-// query is one of these texts, so a text takes one allocation, with its characters after the
-// object, and converts into that directly. Records and lists are few and simple.
+// The values that cross the public boundary: texts, records and lists of both. Every record and
+// every result of a query is one of these texts, so a text takes one allocation, with its
+// characters after the object, and is converted only when somebody needs it. Records and lists are
+// few and simple.
 
 namespace wm {
 
@@ -20,31 +23,35 @@ namespace {
 
 using namespace ZEL;
 
-// The characters stand right behind the object, in the same allocation. The room is that of the
-// longest the text can become; what a conversion leaves unused goes back with the object, soon
-// enough.
-class StringValue final : public TobObjectOf<IStringValue, iidStringValue> {
+// The wide characters stand right behind the object, in the same allocation, and behind them the
+// UTF-8 that the text was made of. Most texts are never asked for in wide form, so that one is made
+// when it is, in room that was taken with the object: asking can't fail. The room is that of the
+// longest that the text can become; what stays unused goes back with the object, soon enough.
+class StringValue final : public TobObject<IStringValue, IUtf8Value> {
 public:
     // With one reference; null when memory runs out.
     static StringValue* Create(std::wstring_view text) noexcept {
-        StringValue* const value = CreateEmpty(text.size());
-        if (value != nullptr)
-            value->End(std::copy(text.begin(), text.end(), value->Text()));
+        StringValue* const value = CreateEmpty(text.size(), 0);
+        if (value == nullptr)
+            return nullptr;
+        std::call_once(value->widened_,
+                       [&] { value->End(std::copy(text.begin(), text.end(), value->Wide())); });
         return value;
     }
-    // The same; false for malformed text.
+    // The same; false for malformed text. It ends ahead of its first NUL, as one that is only
+    // terminated would.
     static bool Create(std::string_view utf8, StringValue** out) noexcept {
-        *out = CreateEmpty(utf8.size());
+        *out = nullptr;
+        if (!IsUtf8(utf8))
+            return false;
+        utf8 = utf8.substr(0, utf8.find('\0'));
+        *out = CreateEmpty(utf8.size(), utf8.size() + 1);
         if (*out == nullptr)
             return true;
-        std::size_t length = 0;
-        if (ToWide(utf8, (*out)->Text(), &length)) {
-            (*out)->End((*out)->Text() + length);
-            return true;
-        }
-        (*out)->Release();
-        *out = nullptr;
-        return false;
+        char* const kept = reinterpret_cast<char*>((*out)->Wide() + utf8.size() + 1);
+        *std::copy(utf8.begin(), utf8.end(), kept) = '\0';
+        (*out)->utf8_ = {kept, utf8.size()};
+        return true;
     }
     // The usual form would get the object after its destructor, when its size can't be read any
     // more.
@@ -54,13 +61,30 @@ public:
         FreeTextMemory(value, bytes);
     }
 
-    std::size_t GetLength(int) override { return length_; }
-    const wchar_t* GetText() override { return Text(); }
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        IStringValue* const wide = this;
+        IUtf8Value* const narrow = this;
+        if (utf8_.data() == nullptr)
+            return Answer(iid, out, {{iidStringValue, wide}});
+        return Answer(iid, out, {{iidStringValue, wide}, {iidUtf8Value, narrow}});
+    }
+    std::size_t GetLength(int) override {
+        Widen();
+        return length_;
+    }
+    const wchar_t* GetText() override {
+        Widen();
+        return Wide();
+    }
+    const char* GetUtf8(std::size_t* bytes) override {
+        *bytes = utf8_.size();
+        return utf8_.data();
+    }
 
 private:
     explicit StringValue(std::size_t bytes) noexcept : bytes_(bytes) {}
-    static StringValue* CreateEmpty(std::size_t room) noexcept {
-        std::size_t bytes = sizeof(StringValue) + (room + 1) * sizeof(wchar_t);
+    static StringValue* CreateEmpty(std::size_t wideRoom, std::size_t utf8Room) noexcept {
+        std::size_t bytes = sizeof(StringValue) + (wideRoom + 1) * sizeof(wchar_t) + utf8Room;
         void* const place = AllocateTextMemory(&bytes);
         if (place == nullptr)
             return nullptr;
@@ -68,15 +92,23 @@ private:
         value->AddRef();
         return value;
     }
-    wchar_t* Text() noexcept { return reinterpret_cast<wchar_t*>(this + 1); }
-    // The text ends ahead of its first NUL, as one that is only terminated would.
+    wchar_t* Wide() noexcept { return reinterpret_cast<wchar_t*>(this + 1); }
     void End(wchar_t* end) noexcept {
         *end = L'\0';
-        length_ = std::wcslen(Text());
+        length_ = std::wcslen(Wide());
+    }
+    // Of threads that share the value one converts, and the others wait for it.
+    void Widen() noexcept {
+        std::call_once(widened_, [this] {
+            if (ToWide(utf8_, Wide(), &length_))
+                Wide()[length_] = L'\0';
+        });
     }
 
     const std::size_t bytes_;  // of the whole allocation
-    std::size_t length_ = 0;
+    std::once_flag widened_;
+    std::size_t length_ = 0;  // of the wide text
+    std::string_view utf8_;   // none when the text was made of wide text
 };
 
 class ValueRecord final : public TobObjectOf<IValueRecord, iidValueRecord> {

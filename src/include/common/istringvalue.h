@@ -11,7 +11,8 @@ namespace ZEL {
 // the public boundary. Threads may share one.
 //
 // What crosses is checked where it enters: the store keeps UTF-8, so a text that can't be converted
-// is refused there with an error rather than stored in part.
+// is refused there with an error rather than stored in part. A value that was made from UTF-8 gives
+// that too, through its face IUtf8Value.
 class IStringValue : public ITobBase {
 public:
     // Number of characters. `reserved` is 0. Without the terminating zero. On Windows a character
@@ -35,8 +36,8 @@ namespace wm {
 WMLIB_API ZEL::IStringValue* CreateStringValue(const wchar_t* text) noexcept;
 // The same for a text with a known length; it ends at its first NUL, like a zero-terminated one.
 WMLIB_API ZEL::IStringValue* CreateStringValue(std::wstring_view text) noexcept;
-// The same from UTF-8, converted once, straight into the new value. False when `utf8` is malformed
-// anywhere; true with a null `*out` when memory runs out.
+// The same from UTF-8, which is converted only if the wide text is asked for. False when `utf8` is
+// malformed anywhere; true with a null `*out` when memory runs out.
 WMLIB_API bool CreateStringValue(std::string_view utf8, ZEL::IStringValue** out) noexcept;
 
 }  // namespace wm
