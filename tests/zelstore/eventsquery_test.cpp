@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <list>
 #include <thread>
 
 #include "support/client.h"
@@ -63,6 +64,8 @@ protected:
     CountedPtr<IEventStore7> store = component.Store();
     CountedPtr<IZelStoreQuery2> query = component.Query();
     RecordingCallback got;
+    // A query lets its callback go after the end call: they live until Shutdown has waited.
+    std::list<std::vector<RecordingCallback>> callbacks;
 };
 
 TEST_F(EventsQueryTest, RunsToItsEndAndIsFreedOnce) {
@@ -159,7 +162,7 @@ TEST_F(EventsQueryTest, QueriesMayEndEachOtherInCircles) {
     Fill(1, 150);
     for (const std::size_t count : {2U, 3U, 4U}) {
         std::vector<CountedPtr<IZelStoreQuery2>> queries;
-        std::vector<RecordingCallback> heard(count);
+        std::vector<RecordingCallback>& heard = callbacks.emplace_back(count);
         std::atomic<std::size_t> inside{0};
         for (std::size_t i = 0; i < count; ++i)
             queries.push_back(component.Query());
