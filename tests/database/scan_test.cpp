@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "databasefixture.h"
+#include "zelstore/database/runningwalk.h"
 
 namespace ZEL {
 namespace {
@@ -56,7 +57,7 @@ TEST_F(ScanTest, LooksAtTheEventsBeforeEachThousandthRow) {
 }
 
 TEST_F(ScanTest, AbortReachesEachScanThatRunsAndNoLaterOne) {
-    instance->AbortScans();
+    RunningWalk::AbortAll();
     EXPECT_EQ(Scan(stop.Handle()), hr::ok) << "none ran";
     pause.Reset();
     RecordingSink sinks[2];
@@ -76,7 +77,7 @@ TEST_F(ScanTest, AbortReachesEachScanThatRunsAndNoLaterOne) {
     }
     while (begun != 2)
         std::this_thread::yield();
-    instance->AbortScans();
+    RunningWalk::AbortAll();
     for (std::thread& scan : scans)
         scan.join();
 }

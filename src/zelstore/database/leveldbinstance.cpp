@@ -8,7 +8,6 @@
 #include "common/boundary.h"
 #include "common/errorreport.h"
 #include "common/filesystem.h"
-#include "common/neverdestroyed.h"
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/endwatch.h"
@@ -17,6 +16,7 @@
 #include "zelstore/database/iquerysink.h"
 #include "zelstore/database/leftovers.h"
 #include "zelstore/database/readingenv.h"
+#include "zelstore/database/runningwalk.h"
 #include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyfield.h"
 #include "zelstore/keys/keysplit.h"
@@ -39,7 +39,6 @@ namespace {
 
 // Many folders may be open at once, each by a query of its own.
 constexpr int mostOpenFiles = 16;
-constexpr std::uint64_t rowsPerCheck = 1000;
 constexpr std::uint64_t stepsToCopy = 500;  // a row, for the watch of its query
 
 // What is not there is no failure.
@@ -96,45 +95,6 @@ void TellDroppedRecords(const std::string& protocol) {
 }
 
 }  // namespace
-
-struct LevelDbInstance::ScansUnderWay {
-    static ScansUnderWay& OfProcess() {
-        static wm::NeverDestroyed<ScansUnderWay> scans;
-        return *scans;
-    }
-    wm::Lock lock;
-    std::vector<RunningScan*> all GUARDED_BY(lock);
-};
-
-// Each has an abort event of its own: one event for all would wake one of several paused scans, and
-// would wait for the next scan where none runs.
-class LevelDbInstance::RunningScan {
-public:
-    RunningScan() : isReady_(abortEvent.Create(wm::EventReset::automatic)) {
-        const wm::Hold hold(scans_.lock);
-        scans_.all.push_back(this);
-    }
-    ~RunningScan() {
-        const wm::Hold hold(scans_.lock);
-        std::erase(scans_.all, this);
-    }
-    RunningScan(const RunningScan&) = delete;
-    RunningScan& operator=(const RunningScan&) = delete;
-
-    bool IsReady() const noexcept { return isReady_; }
-    wm::EventObject abortEvent;
-
-private:
-    ScansUnderWay& scans_ = ScansUnderWay::OfProcess();
-    const bool isReady_;
-};
-
-void LevelDbInstance::AbortScans() noexcept {
-    ScansUnderWay& scans = ScansUnderWay::OfProcess();
-    const wm::Hold hold(scans.lock);
-    for (RunningScan* const scan : scans.all)
-        scan->abortEvent.Set();
-}
 
 struct LevelDbInstance::Cursor {
     explicit Cursor(leveldb::DB& db)
@@ -284,8 +244,8 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
         return hr::invalidArgument;
     if (!db_)
         return hr::unexpected;
-    RunningScan scan;
-    if (!scan.IsReady())
+    RunningWalk walk(stopEvent, pauseEvent);
+    if (!walk.IsReady())
         return hr::outOfMemory;
     const HeldSnapshot snapshot(*db_);
     const leveldb::ReadOptions options = MakeReadOptions(snapshot.Get());
@@ -296,10 +256,8 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
     if (Failed(attached))
         return attached;
     EndWatch* const watch = EndWatch::OfThread();
-    std::uint64_t rows = 0;
     for (row->Seek(startKey); row->Valid(); row->Next()) {
-        if (++rows % rowsPerCheck == 0 &&
-            !ShouldContinue(scan.abortEvent.Handle(), stopEvent, pauseEvent))
+        if (!walk.MayGoOn())
             return hr::aborted;
         const RowResult answer = sink->OnRecord(row->key(), row->value(), keepGoing);
         if (answer == RowResult::endDatabase)
@@ -311,22 +269,6 @@ HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HAN
     }
     TellDamage(*row);
     return hr::ok;
-}
-
-bool LevelDbInstance::ShouldContinue(HANDLE abortEvent, HANDLE stopEvent,
-                                     HANDLE pauseEvent) noexcept {
-    constexpr std::uint32_t stopped = 1, resumed = 2;  // by the order of the handles
-    EndWatch* const watch = EndWatch::OfThread();
-    if (watch != nullptr && watch->EndsWalk())
-        return false;
-    const HANDLE handles[] = {abortEvent, stopEvent, pauseEvent};
-    const bool mayPause = pauseEvent != nullptr;
-    const std::uint32_t first =
-        wm::WaitForAny(mayPause ? 3 : 2, handles, mayPause ? wm::waitForever : 0);
-    // The wait has used up the setting; the watch has to know of it.
-    if (first == stopped && watch != nullptr)
-        watch->NoteStop();
-    return first == (mayPause ? resumed : wm::waitTimedOut);
 }
 
 leveldb::Iterator* LevelDbInstance::GetCursorLocked() {

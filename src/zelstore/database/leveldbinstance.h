@@ -64,10 +64,6 @@ public:
     // 0x80004005 when the sink abandons the database.
     HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent, HANDLE pauseEvent,
                  bool* keepGoing);
-    // Makes the next check of each scan that runs now in this process end that scan, also where a
-    // purge has taken its database away; later scans don't hear of it.
-    static void AbortScans() noexcept;
-
     // Appends the values of all keys that begin with `prefix`.
     HRESULT ReadPrefix(std::string_view prefix, std::vector<std::string>* values);
     // As ReadPrefix when `collect`; a row that is not silent sets `*hasOther`, empties `values` and
@@ -83,13 +79,6 @@ public:
     void DeleteOnClose() noexcept;
 
 private:
-    // One scan under way, in the list for as long as it runs.
-    class RunningScan;
-    struct ScansUnderWay;
-
-    // Waits while the scan is paused. False when one of the two events was set, or the query's
-    // watch says so.
-    static bool ShouldContinue(HANDLE abortEvent, HANDLE stopEvent, HANDLE pauseEvent) noexcept;
     // Null when there can be none.
     leveldb::Iterator* GetCursorLocked() REQUIRES(cursorLock_);
     // On the thread of the last user. Waits for what the library does in the background.

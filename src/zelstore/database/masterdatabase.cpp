@@ -12,6 +12,7 @@
 #include "zelstore/database/leftovers.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
+#include "zelstore/database/runningwalk.h"
 
 // The catalog's life. It is made once for the process, when the store first starts, from the names
 // of the folders; nothing is opened for that. It is emptied when the store is shut down, and not
@@ -112,7 +113,7 @@ HRESULT ZelMasterDatabase::LoadExistingDatabases() {
 void ZelMasterDatabase::AbortScans() {
     // Ahead of the walks: a query between two of them has none that could be ended.
     EndWatch::AbortAll();
-    LevelDbInstance::AbortScans();
+    RunningWalk::AbortAll();
 }
 
 void ZelMasterDatabase::CloseAll() {
