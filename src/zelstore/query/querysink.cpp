@@ -44,6 +44,20 @@ std::string_view View(const leveldb::Slice& slice) {
     return {slice.data(), slice.size()};
 }
 
+// What `work` on a row gives, or `otherwise` where it throws.
+template <typename Answer, typename Work>
+Answer UnlessLost(Answer otherwise, Work&& work) {
+    try {
+        return work();
+    } catch (const GivenUp&) {  // the walk sees it as well
+    } catch (const std::exception& error) {
+        ReportLostRow(error.what());
+    } catch (...) {
+        ReportLostRow("Unknown");
+    }
+    return otherwise;
+}
+
 }  // namespace
 
 std::unique_ptr<QuerySink> QuerySink::Create(const Schema::Event& subQuery,
@@ -116,27 +130,27 @@ HRESULT QuerySink::Attach(leveldb::DB* instance, const leveldb::ReadOptions& opt
 
 RowResult QuerySink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& value,
                               bool* keepGoing) {
-    try {
-        return Accept(View(key), View(value), keepGoing);
-    } catch (const GivenUp&) {
-        return RowResult::goOn;  // the walk sees it as well
-    } catch (const std::exception& error) {
-        ReportLostRow(error.what());
-    } catch (...) {
-        ReportLostRow("Unknown");
-    }
-    return RowResult::goOn;
+    if (!IsInRange(View(key), &fields_))
+        return RowResult::endDatabase;
+    return Wants(fields_) ? Take(View(key), View(value), keepGoing) : RowResult::goOn;
+}
+
+bool QuerySink::IsInRange(std::string_view key, KeyFields* fields) const {
+    if (!key.starts_with(prefix_))
+        return false;
+    SplitKeyFields(key, fields);
+    return endValue_.empty() || !IsPastEnd(*fields);
+}
+
+bool QuerySink::Wants(const KeyFields& fields) {
+    return UnlessLost(false, [&] { return filter_.MatchesFilter(fields); });
+}
+
+RowResult QuerySink::Take(std::string_view key, std::string_view value, bool* keepGoing) {
+    return UnlessLost(RowResult::goOn, [&] { return Accept(key, value, keepGoing); });
 }
 
 RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* keepGoing) {
-    if (!key.starts_with(prefix_))
-        return RowResult::endDatabase;
-    if (!endValue_.empty() || !filter_.Empty())
-        SplitKeyFields(key, &fields_);
-    if (!endValue_.empty() && IsPastEnd())
-        return RowResult::endDatabase;
-    if (!filter_.MatchesFilter(fields_))
-        return RowResult::goOn;
     const auto text = MakeResult(key, value);
     if (watch_ != nullptr && watch_->GivesUp())
         return RowResult::goOn;  // something may be missing from the text
@@ -181,9 +195,9 @@ std::optional<RowResult> QuerySink::DeliverFullBatch() {
     return std::nullopt;
 }
 
-bool QuerySink::IsPastEnd() const {
+bool QuerySink::IsPastEnd(const KeyFields& fields) const {
     std::string_view time;
-    const HRESULT result = GetKeyField(fields_, timeField_, &time);
+    const HRESULT result = GetKeyField(fields, timeField_, &time);
     if (Failed(result)) {
         wm::Trace(wm::message::keyWithoutTime, result);
         return false;

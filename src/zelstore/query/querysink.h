@@ -55,14 +55,29 @@ public:
     // counted.
     std::int32_t GetMatchCount() override { return matchCount_; }
 
+    // The parts of OnRecord, for a walk that serves several sinks of one range (partssink.h), which
+    // then need not split each key again. False for the key of a row behind the range, where the
+    // walk of this database ends; else `*fields` is ready for Wants.
+    bool IsInRange(std::string_view key, KeyFields* fields) const;
+    // Whether the conditions let a row pass. One whose test fails is lost, and told.
+    bool Wants(const KeyFields& fields);
+    // As OnRecord, for a row that is wanted. It may come behind the walk where NeedsWalk is false.
+    RowResult Take(std::string_view key, std::string_view value, bool* keepGoing);
+    // Whether results are made of more than a row and what the store has beside it.
+    bool NeedsWalk() const noexcept { return !isPrimary_; }
+    const std::string& EndValue() const noexcept { return endValue_; }
+    // How many matches are still wanted, ahead of the first row that is taken.
+    void SetLimit(std::int32_t limit) noexcept { options_.limit = limit; }
+    std::int32_t Limit() const noexcept { return options_.limit; }
+
 private:
     QuerySink(const QuerySinkOptions& options, std::string prefix,
               const Schema::FilterMap& conditions, IQueryCallback* callback);
 
-    // What OnRecord does for a row that nothing goes wrong with.
+    // What Take does for a row that nothing goes wrong with.
     RowResult Accept(std::string_view key, std::string_view value, bool* keepGoing);
     // By text, as all times in keys. A row without a time is not past the end.
-    bool IsPastEnd() const;
+    bool IsPastEnd(const KeyFields& fields) const;
     // The result text of a row: a view of `value` or of `joined_`. None when the record is to be
     // dropped.
     std::optional<std::string_view> MakeResult(std::string_view key, std::string_view value);
@@ -79,7 +94,7 @@ private:
     HRESULT ExtractCursor(std::wstring* time, std::int32_t* sequence) const;
     HRESULT Deliver(const std::wstring& resumeTime, std::int32_t resumeSequence);
 
-    const QuerySinkOptions options_;
+    QuerySinkOptions options_;
     const std::string prefix_;
     const bool isPrimary_;
     const std::string_view timeField_;

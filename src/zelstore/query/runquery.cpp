@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <istream>
+#include <optional>
 #include <streambuf>
+#include <utility>
+#include <vector>
 
 #include "common/boundary.h"
 #include "common/hostservices.h"
@@ -11,13 +14,16 @@
 #include "zelstore/database/izeldbimpl.h"
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/query/backgroundquery.h"
+#include "zelstore/query/partssink.h"
 #include "zelstore/query/querysink.h"
 #include "zelstore/query/timerange.h"
 #include "zelstore/schema/eventquery.h"
 
-// One query from its text to the end call. The document's sub-queries run one after the other, each
-// as one scan with a sink of its own; nothing is merged. What an earlier sub-query has delivered
-// stays delivered when a later one fails.
+// One query from its text to the end call. The document's sub-queries deliver one after the other,
+// each through a sink of its own; nothing is merged. Those that follow each other with the same
+// range share one walk (partssink.h), all others have a scan each. What an earlier sub-query has
+// delivered stays delivered when a later one fails: one that can't be made ready ends the row of
+// those that share, and the query when its turn comes.
 //
 // The query's watch lives from the reading of the text to the last scan. What it gives up ends the
 // query with 0x80004004: the document, a sub-query that is being made ready, or walks that were
@@ -77,23 +83,6 @@ HRESULT MakeStart(const Schema::Event& subQuery, std::int32_t* family, std::stri
     return MakeScanStartKey(*family, *time, subQuery.seq_num, startKey);
 }
 
-HRESULT RunSubQuery(IZelDbImpl& database, Schema::Event& subQuery, QuerySinkOptions options,
-                    IQueryCallback* callback, const ScanHandles& handles, std::int32_t* matches) {
-    HRESULT result = NormaliseTimeRange(subQuery);
-    if (Failed(result))
-        return result;
-    std::string startKey;
-    result = MakeStart(subQuery, &options.family, &startKey);
-    if (Failed(result))
-        return result;
-    const std::unique_ptr<QuerySink> sink = QuerySink::Create(subQuery, options, callback);
-    if (!sink)
-        return hr::outOfMemory;
-    result = database.Scan(startKey, sink.get(), handles.stop, handles.pause);
-    *matches = sink->GetMatchCount();
-    return result;
-}
-
 // A text that is read piece by piece, so that the reader can be stopped in between.
 class WatchedText final : public std::basic_streambuf<utility::char_t> {
 public:
@@ -127,32 +116,158 @@ web::json::value ParseDocument(utility::string_t text) {
     return web::json::value::parse(stream);
 }
 
+// A sub-query that is ready to be walked for, or why it is not.
+struct Part {
+    HRESULT result = hr::ok;
+    std::string startKey;
+    std::unique_ptr<QuerySink> sink;
+};
+
+// A document under way.
+class DocumentRun {
+public:
+    DocumentRun(IZelDbImpl& database, Schema::EventQuery& query, IQueryCallback* callback,
+                const ScanHandles& handles, const EndWatch& watch)
+        : database_(database),
+          query_(query),
+          callback_(callback),
+          handles_(handles),
+          watch_(watch),
+          remaining_(query.limit_result_count) {}
+
+    // Sets `*complete` to false when the limit has cut results off.
+    HRESULT Run(bool* complete);
+
+private:
+    Part TakeNext();
+    Part MakeReady(Schema::Event& subQuery);
+    // The next parts that share a walk; or a single one.
+    std::vector<Part> TakeSharing();
+    HRESULT Scan(const Part& part, IQuerySink* sink) {
+        return database_.Scan(part.startKey, sink, handles_.stop, handles_.pause);
+    }
+    HRESULT RunParts(std::vector<Part>& parts, bool* complete);
+    // What is left to do for a part when all the parts' walk is over.
+    HRESULT FinishPart(std::vector<Part>& parts, std::size_t part, PartsSink& all);
+    // Takes the matches of a part off the limit. False when they were too many.
+    bool Count(std::int32_t matches);
+
+    IZelDbImpl& database_;
+    Schema::EventQuery& query_;
+    IQueryCallback* const callback_;
+    const ScanHandles handles_;
+    const EndWatch& watch_;
+    std::int32_t remaining_;
+    std::size_t next_ = 0;
+    std::optional<Part> ahead_;  // was made ready, and shares with none before it
+};
+
+HRESULT DocumentRun::Run(bool* complete) {
+    while (*complete && (ahead_ || next_ < query_.events.size())) {
+        std::vector<Part> parts = TakeSharing();
+        const HRESULT result = RunParts(parts, complete);
+        if (Failed(result))
+            return result;
+    }
+    return hr::ok;
+}
+
+Part DocumentRun::TakeNext() {
+    if (!ahead_)
+        return MakeReady(query_.events[next_++]);
+    Part part = std::move(*ahead_);
+    ahead_.reset();
+    return part;
+}
+
+Part DocumentRun::MakeReady(Schema::Event& subQuery) {
+    Part part;
+    part.result = NormaliseTimeRange(subQuery);
+    if (Failed(part.result))
+        return part;
+    QuerySinkOptions options{familyPrimary, remaining_, query_.include_enrichments,
+                             query_.no_live_enriched_events};
+    part.result = MakeStart(subQuery, &options.family, &part.startKey);
+    if (Failed(part.result))
+        return part;
+    part.sink = QuerySink::Create(subQuery, options, callback_);
+    if (!part.sink)
+        part.result = hr::outOfMemory;
+    return part;
+}
+
+// The start tells the family as well.
+bool MayShare(const Part& first, const Part& later) {
+    return Succeeded(first.result) && Succeeded(later.result) && !first.sink->NeedsWalk() &&
+           !first.startKey.empty() && first.startKey == later.startKey &&
+           first.sink->EndValue() == later.sink->EndValue();
+}
+
+std::vector<Part> DocumentRun::TakeSharing() {
+    constexpr std::size_t mostParts = 64;  // made ready ahead of the first result
+    std::vector<Part> parts;
+    parts.push_back(TakeNext());
+    while (parts.size() < mostParts && next_ < query_.events.size() &&
+           Succeeded(parts.front().result) && !parts.front().sink->NeedsWalk()) {
+        Part part = TakeNext();
+        if (!MayShare(parts.front(), part)) {
+            ahead_ = std::move(part);
+            break;
+        }
+        parts.push_back(std::move(part));
+    }
+    return parts;
+}
+
+HRESULT DocumentRun::RunParts(std::vector<Part>& parts, bool* complete) {
+    const Part& first = parts.front();
+    if (Failed(first.result))
+        return Reported(first.result);
+    std::vector<QuerySink*> sinks;
+    for (const Part& part : parts) {
+        part.sink->SetLimit(remaining_);
+        sinks.push_back(part.sink.get());
+    }
+    PartsSink all(std::move(sinks));
+    HRESULT result = Reported(
+        Scan(first, parts.size() == 1 ? static_cast<IQuerySink*>(first.sink.get()) : &all));
+    for (std::size_t part = 0; Succeeded(result) && part < parts.size(); ++part) {
+        if (part > 0)
+            result = Reported(FinishPart(parts, part, all));
+        if (Failed(result))
+            break;
+        if (watch_.HasLeftOut())
+            return hr::aborted;
+        *complete = Count(parts[part].sink->GetMatchCount());
+        if (!*complete)
+            break;
+    }
+    return result;
+}
+
+HRESULT DocumentRun::FinishPart(std::vector<Part>& parts, std::size_t part, PartsSink& all) {
+    QuerySink* const sink = parts[part].sink.get();
+    sink->SetLimit(remaining_);
+    return all.MustWalkAlone(part) ? Scan(parts[part], sink)
+                                   : all.Deliver(part, handles_.stop, handles_.pause);
+}
+
+// The sink stops at the limit without seeing whether more would follow, so only a match beyond it,
+// by a later sub-query with nothing left, tells that results were cut off.
+bool DocumentRun::Count(std::int32_t matches) {
+    if (remaining_ < 0)
+        return true;
+    if (matches > remaining_)
+        return false;
+    remaining_ -= matches;
+    return true;
+}
+
 HRESULT RunDocument(IZelDbImpl& database, const std::string& text, IQueryCallback* callback,
                     const ScanHandles& handles, const EndWatch& watch, bool* complete) {
     Schema::EventQuery query;
     query.FromJson(ParseDocument(utility::conversions::to_string_t(text)));
-    std::int32_t remaining = query.limit_result_count;
-    for (Schema::Event& subQuery : query.events) {
-        const QuerySinkOptions options{familyPrimary, remaining, query.include_enrichments,
-                                       query.no_live_enriched_events};
-        std::int32_t matches = 0;
-        const HRESULT result =
-            Reported(RunSubQuery(database, subQuery, options, callback, handles, &matches));
-        if (Failed(result))
-            return result;
-        if (watch.HasLeftOut())
-            return hr::aborted;
-        if (remaining < 0)
-            continue;
-        // The sink stops at the limit without seeing whether more would follow, so only a match
-        // beyond it, by a later sub-query with nothing left, tells that results were cut off.
-        if (matches > remaining) {
-            *complete = false;
-            break;
-        }
-        remaining -= matches;
-    }
-    return hr::ok;
+    return DocumentRun(database, query, callback, handles, watch).Run(complete);
 }
 
 }  // namespace
