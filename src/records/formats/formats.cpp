@@ -1,0 +1,28 @@
+#include "records/formats/formats.h"
+
+#include "records/formats/windowsjson.h"
+#include "records/formats/windowsxml.h"
+
+namespace zel {
+
+namespace {
+
+constexpr Format formats[] = {
+    {"windows-json", "Windows and Sysmon events as JSON", KnowsWindowsJson, MakeWindowsJson},
+    {"windows-xml", "Windows and Sysmon events as XML", KnowsWindowsXml, MakeWindowsXml},
+};
+
+}  // namespace
+
+std::span<const Format> Formats() {
+    return formats;
+}
+
+const Format* FindFormat(std::string_view name) {
+    for (const Format& format : Formats())
+        if (format.name == name)
+            return &format;
+    return nullptr;
+}
+
+}  // namespace zel
