@@ -57,6 +57,10 @@ TEST(Schedule, TellsTheNextRun) {
                   row.delayMs)
             << &row - rows;
     }
+    Trigger atTen;
+    atTen.Set(jobTrigger::kind, daily);
+    atTen.Set(jobTrigger::timeOfDay, {{10, 0, 0}});
+    EXPECT_EQ(DelayToNextRunMs(atTen, {2026, 11, 4, 12, 10, 0, 0, 0}, NextRun::later), 24 * hourMs);
 }
 
 class Jobs : public testing::Test {
