@@ -81,24 +81,34 @@ std::optional<EventTime> TimeOf(Point point, bool isExact) {
     return EventTime{wm::FormatUtc(wm::ToSystemTime(point)), isExact};
 }
 
-}  // namespace
-
-std::optional<EventTime> ParseEventTime(std::string_view text) {
+std::optional<Point> PointIn(std::string_view text, bool* isExact) {
     using namespace std::chrono;
     Scanner scan(text);
     int y = 0, mon = 0, d = 0, h = 0, min = 0, s = 0, ms = 0, zone = 0;
-    bool isExact = true;
     const bool hasForm = scan.Digits(4, &y) && scan.OneOf("-/") && scan.Digits(2, &mon) &&
                          scan.OneOf("-/") && scan.Digits(2, &d) && scan.OneOf("T t") &&
                          scan.Digits(2, &h) && scan.OneOf(":") && scan.Digits(2, &min) &&
-                         scan.OneOf(":") && scan.Digits(2, &s) && scan.Fraction(&ms, &isExact) &&
+                         scan.OneOf(":") && scan.Digits(2, &s) && scan.Fraction(&ms, isExact) &&
                          scan.Zone(&zone) && scan.AtEnd();
     const year_month_day date{year(y), month(static_cast<unsigned>(mon)),
                               day(static_cast<unsigned>(d))};
     if (!hasForm || !date.ok() || h > 23 || min > 59 || s > 59)
         return std::nullopt;
-    return TimeOf(sys_days(date) + hours(h) + minutes(min - zone) + seconds(s) + milliseconds(ms),
-                  isExact);
+    return sys_days(date) + hours(h) + minutes(min - zone) + seconds(s) + milliseconds(ms);
+}
+
+}  // namespace
+
+std::optional<EventTime> ParseEventTime(std::string_view text) {
+    bool isExact = true;
+    const auto point = PointIn(text, &isExact);
+    return point ? TimeOf(*point, isExact) : std::nullopt;
+}
+
+std::optional<std::int64_t> MillisecondsIn(std::string_view text) {
+    bool isExact = true;
+    const auto point = PointIn(text, &isExact);
+    return point ? std::optional(point->time_since_epoch().count()) : std::nullopt;
 }
 
 std::optional<EventTime> EventTimeOfMilliseconds(std::int64_t number) {

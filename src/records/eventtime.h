@@ -17,6 +17,8 @@ struct EventTime {
 // as +02:00 behind. A time without a zone is taken as UTC, since most sources mean that. None for
 // what has another form or does not exist.
 std::optional<EventTime> ParseEventTime(std::string_view text);
+// Of the same forms: milliseconds since 1970.
+std::optional<std::int64_t> MillisecondsIn(std::string_view text);
 
 // A number of seconds since 1970, perhaps with decimals: "1558211806.254". None outside the years
 // 1601 to 9999.

@@ -44,6 +44,8 @@ public:
     SourceField& AddNumber(std::string_view name, std::string_view digits);
     // `json` must be good JSON.
     SourceField& AddJson(std::string_view name, std::string_view json);
+    // A copy of a field, of other fields too, whose texts must live on.
+    SourceField& AddCopy(const SourceField& field) { return fields_.emplace_back(field); }
     // Room for `size` bytes, of which a text may be made; good until Clear.
     char* Room(std::size_t size);
     std::string_view Keep(std::string_view text);
