@@ -1,5 +1,9 @@
 #include "records/formats/formats.h"
 
+#include "records/formats/audit.h"
+#include "records/formats/ecs.h"
+#include "records/formats/ocsf.h"
+#include "records/formats/osquery.h"
 #include "records/formats/windowsjson.h"
 #include "records/formats/windowsxml.h"
 
@@ -10,6 +14,10 @@ namespace {
 constexpr Format formats[] = {
     {"windows-json", "Windows and Sysmon events as JSON", KnowsWindowsJson, MakeWindowsJson},
     {"windows-xml", "Windows and Sysmon events as XML", KnowsWindowsXml, MakeWindowsXml},
+    {"ecs", "Elastic Common Schema", KnowsEcs, MakeEcs},
+    {"ocsf", "Open Cybersecurity Schema Framework 1.x", KnowsOcsf, MakeOcsf},
+    {"osquery", "results of osquery's event tables", KnowsOsquery, MakeOsquery},
+    {"audit", "Linux audit log", KnowsAudit, MakeAudit},
 };
 
 }  // namespace

@@ -1,0 +1,96 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "records/formats/readall.h"
+
+namespace zel {
+namespace {
+
+// A sample, and beside it what becomes of it, one line for each event. The name of the sample is
+// that of the format.
+struct Sample {
+    const char* format;
+    const char* file;
+};
+
+class Samples : public testing::TestWithParam<Sample> {
+protected:
+    static std::vector<std::string> Lines(const std::string& name) {
+        std::ifstream file(ZEL_RECORD_DATA "/" + name);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(file, line);)
+            lines.push_back(line);
+        EXPECT_FALSE(lines.empty()) << name;
+        return lines;
+    }
+};
+
+class JsonSamples : public Samples {};
+
+TEST_P(Samples, BecomeRecords) {
+    const auto [format, file] = GetParam();
+    ReadAll read(format);
+    read.File(ZEL_RECORD_DATA "/" + std::string(file));
+    const std::vector<std::string> expected = Lines(std::string(file) + ".expected");
+    ASSERT_EQ(read.items.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(read.items[i], expected[i]);
+}
+
+// The format is found by itself, whichever are asked ahead of it.
+TEST_P(Samples, AreKnown) {
+    const auto [format, file] = GetParam();
+    for (const std::string& text : Lines(file)) {
+        JsonFields json;
+        SourceFields fields;
+        SourceLine line{text, 1, json.Read(text, &fields) ? &fields : nullptr};
+        const auto known = std::find_if(Formats().begin(), Formats().end(),
+                                        [&](const Format& one) { return one.knows(line); });
+        ASSERT_NE(known, Formats().end()) << text;
+        EXPECT_EQ(known->name, format) << text;
+    }
+}
+
+// Nothing of an event is lost: each value of the source is somewhere in the record.
+TEST_P(JsonSamples, KeepEveryValue) {
+    const auto [format, file] = GetParam();
+    MappingOptions options;
+    options.keepsAll = true;
+    ReadAll read(format, options);
+    for (const std::string& text : Lines(file)) {
+        read.items.clear();
+        read.Line(text);
+        std::string records;
+        for (const std::string& item : read.items)
+            records += item;
+        JsonFields json;
+        SourceFields fields;
+        ASSERT_TRUE(json.Read(text, &fields));
+        for (const SourceField& field : fields.All()) {
+            const auto dot = field.text.rfind('\\');
+            const std::string value(field.text.substr(dot == field.text.npos ? 0 : dot + 1));
+            // Numbers, times, identifiers and the names of protocols are written in another form.
+            const bool isConverted = value == "tcp" || value.starts_with("REG_") ||
+                                     value.find_first_not_of("0123456789abcdefx{}-") == value.npos;
+            if (field.kind == SourceField::Kind::text && !isConverted) {
+                EXPECT_THAT(records, testing::HasSubstr(value)) << field.name;
+            }
+        }
+    }
+}
+
+const Sample jsonSamples[] = {
+    {"ecs", "ecs.ndjson"}, {"ocsf", "ocsf.ndjson"}, {"osquery", "osquery.ndjson"}};
+const Sample lineSamples[] = {{"audit", "audit.log"}};
+const auto name = [](const auto& test) { return test.param.format; };
+
+INSTANTIATE_TEST_SUITE_P(Json, Samples, testing::ValuesIn(jsonSamples), name);
+INSTANTIATE_TEST_SUITE_P(Json, JsonSamples, testing::ValuesIn(jsonSamples), name);
+INSTANTIATE_TEST_SUITE_P(Lines, Samples, testing::ValuesIn(lineSamples), name);
+
+}  // namespace
+}  // namespace zel
