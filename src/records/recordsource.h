@@ -44,6 +44,8 @@ public:
     virtual ~RecordSource() = default;
     // False when there is no further one; `*item` is then not to be used.
     virtual bool Next(SourceItem* item) = 0;
+    // After that: why the input could not be read to its end, in words. Empty when it could.
+    virtual std::string Error() const { return ""; }
 };
 
 // A line of an input. What it points to lives until Next has given false.

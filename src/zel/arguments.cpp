@@ -166,9 +166,22 @@ void AddEnrich(CLI::App& command, Run& run) {
 void AddIngest(CLI::App& command, Run& run) {
     IngestOptions& options = OptionsOf(command, run, RunIngest);
     command
-        .add_option("FILE", options.files,
-                    "Files, plain or packed with gzip or xz; - or none: standard input")
+        .add_option(
+            "FILE", options.files,
+            "Files of events, also packed (gz, xz, zst) or in archives (zip, tar); - or none: "
+            "standard input")
         ->type_name("");
+    AddText(command, "--format", options.format, "NAME",
+            "Read all as this format, such as windows-json; by default it is found");
+    command.add_flag("--keep-unmapped", options.keepsUnmapped,
+                     "Store events that no rule makes a record of, as etw events");
+    command
+        .add_flag_callback(
+            "--no-unmapped", [&options] { options.writesUnmapped = false; },
+            "Leave out of records what has no place in them, and where they came from")
+        ->excludes("--keep-unmapped");
+    command.add_flag("--recover", options.recovers,
+                     "Search damaged event logs for events that are in no list");
     command.add_flag("--print-keys", options.printKeys, "Write each record's key to stdout");
     CLI::Option* const keysOnly = command.add_flag(
         "--keys-only", options.keysOnly, "Write each record's key to stdout, and store nothing");
@@ -253,7 +266,7 @@ constexpr struct {
     const char* help;
     void (*add)(CLI::App& command, Run& run);
 } rows[] = {
-    {"ingest", "Store event records, one JSON text a line", AddIngest},
+    {"ingest", "Store events of files", AddIngest},
     {"query", "Print events", AddQuery},
     {"enrich", "Store enrichments for events", AddEnrich},
     {"purge", "Delete the oldest folders to fit a size", AddPurge},

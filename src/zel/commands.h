@@ -20,12 +20,16 @@ struct IngestOptions {
     bool keysOnly = false;    // printed, and nothing is stored
     bool makesStore = false;  // also in a directory that holds other things
     bool receiveRows = true;
-    bool live = false;     // records reach the disk within ten seconds
-    bool follow = false;   // and are printed then
-    std::string position;  // the file that says how far they are; empty: one in the store
+    bool live = false;           // records reach the disk within ten seconds
+    bool follow = false;         // and are printed then
+    std::string position;        // the file that says how far they are; empty: one in the store
+    std::string format;          // what all files are of; empty: found line by line
+    bool keepsUnmapped = false;  // events that no rule makes a record of are stored all the same
+    bool writesUnmapped = true;  // what has no place in a record, and where it came from
+    bool recovers = false;       // of damaged event logs also what only a search finds
 };
-// Stores the records of the files, and prints keys or events if that is asked for. Lines that are
-// no good records are told and passed over. 4 when any line, file or record was lost on the way, 3
+// Stores the events of the files, and prints keys or events if that is asked for. What is no good
+// event is told and passed over. 4 when any line, file or record was lost on the way, 3
 // when the store took no more, 130 when interrupted; in live mode SIGTERM is the way to end and
 // gives what the run would have given at the end of its input. Whatever ends the reading, the last
 // line on stderr is the account.

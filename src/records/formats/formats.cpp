@@ -11,7 +11,10 @@ namespace zel {
 
 namespace {
 
+constexpr std::string_view recordFormat = "record";
+
 constexpr Format formats[] = {
+    {recordFormat, "the store's own records", nullptr, nullptr},
     {"windows-json", "Windows and Sysmon events as JSON", KnowsWindowsJson, MakeWindowsJson},
     {"windows-xml", "Windows and Sysmon events as XML", KnowsWindowsXml, MakeWindowsXml},
     {"ecs", "Elastic Common Schema", KnowsEcs, MakeEcs},
@@ -31,6 +34,17 @@ const Format* FindFormat(std::string_view name) {
         if (format.name == name)
             return &format;
     return nullptr;
+}
+
+const Format* FindFileFormat(std::string_view head) {
+    for (const Format& format : Formats())
+        if (format.knowsFile != nullptr && format.knowsFile(head))
+            return &format;
+    return nullptr;
+}
+
+bool IsRecordFormat(const Format& format) {
+    return format.name == recordFormat;
 }
 
 }  // namespace zel

@@ -9,7 +9,6 @@
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
-#include "zel/ingest/linereader.h"
 #include "zel/ingest/readlines.h"
 #include "zel/query/jsonscan.h"
 #include "zel/terminal/messages.h"
@@ -182,17 +181,23 @@ int RunLines(const EnrichOptions& options) {
 
 // The whole text of a file, packed or not; false, with a message, when it can't be read.
 bool ReadWhole(const std::string& file, std::string* text) {
-    LineReader reader(file);
-    std::string line;
-    LineReader::Status status = reader.Next(&line);
-    for (; status == LineReader::Status::line; status = reader.Next(&line))
-        *text += line + "\n";
-    if (status == LineReader::Status::end || Interrupted())
-        return !Interrupted();
-    Say(file + ": " +
-        (status == LineReader::Status::tooLong ? "longer than 64 MiB"
-                                               : "can't be read: " + reader.Error()));
-    return false;
+    constexpr std::size_t longest = 64U << 20;
+    InputFiles files(AwaitDescriptor);
+    const LinesEnd end = ReadParts(file, files, [&](const std::string& name, ByteStream& bytes) {
+        std::string buffer(64U << 10, '\0'), error;
+        long got = 0;
+        while ((got = bytes.Read(buffer.data(), buffer.size(), &error)) > 0) {
+            text->append(buffer, 0, static_cast<std::size_t>(got));
+            if (text->size() > longest)
+                got = -1, error = "longer than 64 MiB";
+            if (got < 0)
+                break;
+        }
+        if (got < 0)
+            TellUnreadable({name}, error);
+        return got < 0 ? LinesEnd::unreadable : LinesEnd::all;
+    });
+    return end == LinesEnd::all && !Interrupted();
 }
 
 // All is checked ahead of opening the store, so that a slip costs nothing and changes nothing.

@@ -6,11 +6,14 @@
 #include "common/textbridge.h"
 #include "zel/commands.h"
 #include "zel/ingest/follow.h"
-#include "zel/ingest/readlines.h"
+#include "zel/ingest/ingestprogress.h"
+#include "zel/ingest/noruletally.h"
+#include "zel/ingest/readevents.h"
 #include "zel/ingest/recordtaker.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/output.h"
+#include "zel/terminal/textfit.h"
 
 // One run of `zel ingest`: files in, an account out. The account has to be true also where the disk
 // is full, a folder is locked or somebody presses Ctrl-C. A record that the store's queue took is
@@ -21,7 +24,7 @@ namespace zel {
 
 namespace {
 
-constexpr std::uint64_t linesPerLook = 1000;
+constexpr std::uint64_t eventsPerLook = 1000;
 
 std::string Number(std::uint64_t number, const char* what) {
     return std::to_string(number) + " " + what;
@@ -32,8 +35,8 @@ std::string Some(std::uint64_t number, const char* what) {
     return number != 0 ? ", " + Number(number, what) : "";
 }
 
-// Reads files line by line, hands the lines on, and tells what became of them.
-class Ingest {
+// Reads files event by event, hands the events on, and tells what became of them.
+class Ingest final : public EventTaker {
 public:
     // `follower` may be null. All must outlive this.
     Ingest(StoreSession& store, const IngestOptions& options, Follower* follower, Output& output)
@@ -41,7 +44,8 @@ public:
           options_(options),
           follower_(follower),
           taker_(store, options, follower, output),
-          problems_(TellsAll()) {}
+          problems_(TellsAll()),
+          files_(AwaitDescriptor) {}
 
     // Ends early when interrupted, and when the store takes or writes no more.
     void ReadFiles();
@@ -52,8 +56,12 @@ public:
     // Whether anything that was handed in is not in the store, as far as is known.
     bool LostAny() const noexcept;
 
+    bool TakeLine(const std::string& line, const LinePlace& place) override;
+    bool TakeItem(SourceItem& item, const LinePlace& place) override;
+
 private:
-    bool TakeLine(const std::string& line, const LinePlace& place);
+    bool Take(const std::string& record, const LinePlace& place);
+    void CountLostFromKey(const SourceItem& item, const LinePlace& place);
     bool LookAtStore(const LinePlace& place);
     void TellRepeats() const;
     std::string Fate() const;
@@ -64,34 +72,73 @@ private:
     RecordTaker taker_;
     LineProblems problems_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    InputFiles files_;
+    IngestProgress progress_;
+    NoRuleTally noRule_;
+    std::uint64_t events_ = 0;
+    std::uint64_t lostFromKeys_ = 0;
     std::uint64_t unreadFiles_ = 0;
     bool storeWorks_ = true;
     bool writesFailed_ = false;
     bool readsFailed_ = false;
 };
 
+EventReading ReadingOf(const IngestOptions& options) {
+    EventReading reading;
+    reading.mapping = {options.writesUnmapped, options.keepsUnmapped, options.recovers};
+    reading.format = options.format.empty() ? nullptr : FindFormat(options.format);
+    return reading;
+}
+
 // A file that can't be read does not keep the others from being read.
 void Ingest::ReadFiles() {
     const std::vector<std::string> standardInput = {"-"};
-    const auto take = [this](const std::string& line, const LinePlace& place) {
-        return TakeLine(line, place);
-    };
+    const EventReading reading = ReadingOf(options_);
     for (const std::string& file : options_.files.empty() ? standardInput : options_.files) {
-        const LinesEnd end = ReadLines(file, problems_, take);
+        const LinesEnd end = ReadEvents(file, reading, files_, problems_, *this);
         unreadFiles_ += end == LinesEnd::unreadable ? 1 : 0;
         if (end == LinesEnd::stopped || end == LinesEnd::interrupted)
             break;
     }
+    ClearProgress();
     problems_.TellRest();
+    noRule_.Tell(TellsAll());
+    if (lostFromKeys_ > 1)
+        Say(Number(lostFromKeys_, "value(s) in all that keys can't hold"));
     TellRepeats();
+}
+
+bool Ingest::TakeLine(const std::string& line, const LinePlace& place) {
+    ++events_;
+    return Take(line, place);
+}
+
+bool Ingest::TakeItem(SourceItem& item, const LinePlace& place) {
+    ++events_;
+    CountLostFromKey(item, place);
+    if (item.fate == EventFate::refused)
+        problems_.Add(place.Text(), {item.problem, item.detail});
+    else if (item.fate == EventFate::noRule)
+        noRule_.Add(item);
+    const bool isStored = item.fate == EventFate::record || item.isKept;
+    return isStored ? Take(item.record, place) : events_ % eventsPerLook != 0 || LookAtStore(place);
+}
+
+// Nothing is lost, but a condition on the key finds nothing: so people are told once.
+void Ingest::CountLostFromKey(const SourceItem& item, const LinePlace& place) {
+    if (lostFromKeys_ == 0 && item.lostFromKey > 0)
+        Say(place.Text() +
+            R"(: has a value with <, > or \\?\ in front, which keys can't hold; it stands in the )"
+            "record, and conditions on it don't find it");
+    lostFromKeys_ += item.lostFromKey;
 }
 
 // False when no more is to be read. The first replacement is told with its place, as one is mostly
 // a sign that all records lack something; the others are counted.
-bool Ingest::TakeLine(const std::string& line, const LinePlace& place) {
+bool Ingest::Take(const std::string& record, const LinePlace& place) {
     LineProblem problem;
     const std::uint64_t replacedBefore = taker_.Counts().replaced;
-    const RecordTaker::Outcome outcome = taker_.Take(line, &problem);
+    const RecordTaker::Outcome outcome = taker_.Take(record, &problem);
     if (outcome == RecordTaker::Outcome::rejected)
         problems_.Add(place.Text(), problem);
     if (replacedBefore == 0 && taker_.Counts().replaced == 1)
@@ -103,13 +150,15 @@ bool Ingest::TakeLine(const std::string& line, const LinePlace& place) {
         Say("stopped at " + place.Text());
     if (!storeWorks_ || outcome == RecordTaker::Outcome::ended)
         return false;
-    return place.line % linesPerLook != 0 || options_.keysOnly || LookAtStore(place);
+    return events_ % eventsPerLook != 0 || LookAtStore(place);
 }
 
 // The store drops a batch that it can't write, so there is no point in handing it more: false.
 bool Ingest::LookAtStore(const LinePlace& place) {
     constexpr std::uint32_t read = 2;
-    ShowProgress(Number(taker_.Counts().taken, "records"));
+    progress_.Show(files_.BytesRead(), files_.BytesInAll(), events_);
+    if (options_.keysOnly)
+        return true;
     if (follower_ != nullptr) {
         follower_->Failures().Look();
         writesFailed_ = follower_->Failures().WritesFailed();
@@ -174,6 +223,8 @@ void Ingest::Summarise() const {
         std::snprintf(time + length, sizeof(time) - static_cast<std::size_t>(length),
                       ", %.0f records/s", static_cast<double>(taken) / took.count());
     Say(Fate() + ", " + Number(problems_.Count(), "line(s) rejected") +
+        Some(noRule_.Count(),
+             options_.keepsUnmapped ? "event(s) without a rule kept" : "event(s) without a rule") +
         Some(unreadFiles_, "file(s) not read to the end") + time);
 }
 
@@ -228,6 +279,13 @@ bool EndFollowing(Follower& follower) {
     return isWhole && unreadable == 0;
 }
 
+void TellUnknownFormat(const std::string& name) {
+    std::string known;
+    for (const Format& format : Formats())
+        known += (known.empty() ? "" : ", ") + std::string(format.name);
+    Say("--format: there is no " + Escaped(name) + "; known: " + known);
+}
+
 // Needs no store, so it works where none is and beside one that is in use.
 int MakeKeys(const IngestOptions& options) {
     StoreSession store(Terminal());
@@ -250,6 +308,10 @@ int RunIngest(const IngestOptions& options) {
     if (options.follow && (options.printKeys || !options.receiveRows)) {
         Say("--follow prints events by their receive-time rows: it excludes --print-keys and "
             "--no-receive-rows");
+        return exitCode::usage;
+    }
+    if (!options.format.empty() && FindFormat(options.format) == nullptr) {
+        TellUnknownFormat(options.format);
         return exitCode::usage;
     }
     if (options.keysOnly)

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "records/input/inputfiles.h"
 #include "zel/ingest/lineproblems.h"
 
 namespace zel {
@@ -24,10 +25,24 @@ enum class LinesEnd {
     interrupted  // which was told
 };
 
-// Hands the lines of a file ("-" is standard input), but for blank ones, to `take` until that gives
-// false. A line that is too long is a problem and not handed on. `line` is good until `take`
-// returns. `problems` counts what was not handed on.
+// Waits until the descriptor can be read or the program is interrupted; false then.
+bool AwaitDescriptor(int descriptor);
+// What can't be read is told.
+void TellUnreadable(const LinePlace& place, const std::string& why);
+
+// Hands what is within a file, which people named, to `take`, part by part; an archive has several.
+// The worst of what they ended with.
+using TakePart = std::function<LinesEnd(const std::string& name, PeekStream& bytes)>;
+LinesEnd ReadParts(const std::string& file, InputFiles& files, const TakePart& take);
+
+// Hands the lines of a stream, but for blank ones, to `take` until that gives false. A line that is
+// too long is a problem and not handed on. `line` is good until `take` returns. `problems` counts
+// what was not handed on. `alsoEndsAt` as in LineReader.
 using TakeLine = std::function<bool(const std::string& line, const LinePlace& place)>;
+LinesEnd ReadLinesOf(const std::string& name, ByteStream& bytes, std::string_view alsoEndsAt,
+                     LineProblems& problems, const TakeLine& take);
+
+// The lines of a file ("-" is standard input).
 LinesEnd ReadLines(const std::string& file, LineProblems& problems, const TakeLine& take);
 
 }  // namespace zel
