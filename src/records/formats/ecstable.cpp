@@ -212,6 +212,8 @@ constexpr Member user[] = {{"id", low32, sessionId},
 
 // events, conditions, object type, action, needed, correlation, actor, target, result
 constexpr MappingRow otherRows[] = {
+    // The end of a connection may name what its address was asked for.
+    {{}, networkEnds, "network", "close", {}, own, actor, flow, {}},
     {{}, asksForName, "url", "request", "dns.question.name", own, actor, question, {}},
 
     {{}, moduleFailed, "module", "generic", "dll.path", own, actor, module, {}},
@@ -235,7 +237,6 @@ constexpr MappingRow otherRows[] = {
     {{}, changesKey, "reg_key", "modify", "registry.path", own, actor, key, {}},
 
     {{}, networkFailed, "network", "generic", {}, own, actor, flow, {}},
-    {{}, networkEnds, "network", "close", {}, own, actor, flow, {}},
     {{}, denied, "network", "generic", {}, own, actor, flow, {}},
     {{}, acceptsWord, "network", "accept", {}, own, actor, incoming, {}},
     {{}, isInbound, "network", "accept", {}, own, actor, incoming, {}},

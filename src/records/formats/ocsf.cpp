@@ -58,7 +58,10 @@ bool OcsfSource::TakeWhole(SourceFields& fields, SourceItem* item) {
     if (product == nullptr || product->text != ocsfProduct || record == nullptr)
         return false;
     item_.Clear();
-    if (!inner_.Read(record->text, &item_) || !item_.Has("artifacts"))
+    const bool isRecord = record->text.find_first_of("\r\n") == record->text.npos &&
+                          inner_.Read(record->text, &item_) && item_.Has("artifacts") &&
+                          item_.Has("action") && ParseEventTime(item_.Take("begin_time.value"));
+    if (!isRecord)
         return false;
     item->fate = EventFate::record;
     item->record = record->text;

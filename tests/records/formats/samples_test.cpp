@@ -83,6 +83,35 @@ TEST_P(JsonSamples, KeepEveryValue) {
     }
 }
 
+// The manual's examples are parts of the samples, whose lines it breaks.
+TEST(Manual, ShowsSamples) {
+    const auto read = [](const std::string& name) {
+        std::ifstream file(name);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    const auto without = [](std::string text, const std::string& what) {
+        for (auto at = text.find(what); at != text.npos; at = text.find(what, at))
+            text.erase(at, what.size());
+        return text;
+    };
+    const std::string manual = read(ZEL_MANUAL "/events.md");
+    for (const char* name : {"ecs.ndjson", "ocsf.ndjson", "osquery.ndjson", "audit.log"}) {
+        const std::string path = ZEL_RECORD_DATA "/" + std::string(name);
+        const std::string format(name, std::string_view(name).find('.'));
+        const std::string samples = without(read(path) + read(path + ".expected"), "\n");
+        std::size_t at = manual.find("(`" + format + "`)\n");
+        ASSERT_NE(at, manual.npos) << format;
+        for (int example = 0; example < 2; ++example) {
+            at = manual.find("\n\n    ", at);
+            ASSERT_NE(at, manual.npos) << format;
+            const std::size_t end = manual.find("\n\n", at + 2);
+            const std::string text = manual.substr(at, end - at);
+            EXPECT_THAT(samples, testing::HasSubstr(without(without(text, "\n    "), "\n")));
+            at = end;
+        }
+    }
+}
+
 const Sample jsonSamples[] = {
     {"ecs", "ecs.ndjson"}, {"ocsf", "ocsf.ndjson"}, {"osquery", "osquery.ndjson"}};
 const Sample lineSamples[] = {{"audit", "audit.log"}};
