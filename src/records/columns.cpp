@@ -29,7 +29,8 @@ constexpr Column columns[] = {
      "its command line"},
     {"user", text, "", From::text, "",
      "artifacts.target.user_name|unmapped.User|unmapped.SubjectUserName|unmapped.user.name|"
-     "unmapped.actor.user.name|unmapped.AccountName|unmapped.acct|unmapped.auid",
+     "unmapped.actor.user.name|unmapped.AccountName|unmapped.acct|unmapped.username|"
+     "unmapped.SYSCALL.UID|unmapped.SYSCALL.uid|unmapped.auid",
      "whose process it was, or who logged on"},
     {"target_path", text, "", From::key, "target_path_name", "artifacts.target.path.value",
      "the file, program, module or registry key it was done to"},
