@@ -39,13 +39,17 @@ template <typename Unit>
 std::size_t AsciiEnd(std::basic_string_view<Unit> text, std::size_t at) noexcept {
     using Bits = std::make_unsigned_t<Unit>;
     constexpr std::size_t block = 16;
-    for (; text.size() - at >= block; at += block) {
+    const auto isAscii = [text](std::size_t from) {
         Bits all = 0;
         for (std::size_t i = 0; i < block; ++i)
-            all = static_cast<Bits>(all | static_cast<Bits>(text[at + i]));
-        if (all >= 0x80)
-            break;
-    }
+            all = static_cast<Bits>(all | static_cast<Bits>(text[from + i]));
+        return all < 0x80;
+    };
+    while (text.size() - at >= block && isAscii(at))
+        at += block;
+    // What is left of a text is looked at together with what stands ahead of it.
+    if (text.size() - at < block && text.size() >= block && isAscii(text.size() - block))
+        return text.size();
     while (at < text.size() && static_cast<Bits>(text[at]) < 0x80)
         ++at;
     return at;
