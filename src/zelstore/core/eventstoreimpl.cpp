@@ -5,7 +5,7 @@
 #include "common/boundary.h"
 #include "common/hostservices.h"
 #include "common/settingsvalue.h"
-#include "common/textbridge.h"
+#include "common/valuetext.h"
 #include "zelstore/core/storesettings.h"
 #include "zelstore/database/izeldbimpl.h"
 #include "zelstore/jobs/jobworkercontroller.h"
@@ -241,21 +241,40 @@ HRESULT EventStoreImpl::SetLiveMode(bool enable) {
     return hr::ok;
 }
 
+namespace {
+
+// A copy of a text, in UTF-8. 0x80070057 for none or an empty one, 0x80004005 for text that is not
+// Unicode.
+HRESULT TakeText(IStringValue* value, std::string* utf8) {
+    if (value == nullptr)
+        return hr::invalidArgument;
+    if (const auto kept = wm::KeptUtf8(*value)) {
+        utf8->assign(*kept);
+        return kept->empty() ? hr::invalidArgument : hr::ok;
+    }
+    const std::wstring_view text(value->GetText(), value->GetLength(0));
+    if (text.empty())
+        return hr::invalidArgument;
+    return wm::ToUtf8(text, *utf8) ? hr::ok : hr::fail;
+}
+
+}  // namespace
+
 HRESULT EventStoreImpl::Insert(IStringValue* key, IStringValue* value, RecordKind kind) {
     if (database_.load(std::memory_order_acquire) == nullptr) {
         wm::ReportError(hr::notReady);
         return hr::notReady;
     }
-    if (key == nullptr || value == nullptr || key->GetLength(0) == 0 || value->GetLength(0) == 0) {
-        wm::ReportError(hr::invalidArgument);
-        return hr::invalidArgument;
-    }
     std::string keyUtf8;
     std::string valueUtf8;
-    if (!wm::ToUtf8({key->GetText(), key->GetLength(0)}, keyUtf8) ||
-        !wm::ToUtf8({value->GetText(), value->GetLength(0)}, valueUtf8)) {
-        wm::ReportError(hr::fail);
-        return hr::fail;
+    const HRESULT keyTaken = TakeText(key, &keyUtf8);
+    const HRESULT valueTaken = TakeText(value, &valueUtf8);
+    // An empty text is told ahead of one that is not Unicode.
+    const HRESULT result =
+        keyTaken == hr::invalidArgument || Succeeded(valueTaken) ? keyTaken : valueTaken;
+    if (Failed(result)) {
+        wm::ReportError(result);
+        return result;
     }
     return EnqueueForInsertion(std::move(keyUtf8), std::move(valueUtf8), kind);
 }

@@ -65,6 +65,21 @@ std::string ComposeByTags(const KeyValues& values) {
     return key;
 }
 
+// Marks and values, in the order of a record's key.
+template <typename Take>
+void ForEachPart(const KeyValues& values, Take&& take) {
+    const auto takeField = [&](KeyField field) {
+        if (const auto& value = values[IndexOf(field)]) {
+            take(RowOf(field).mark);
+            take(*value);
+        }
+    };
+    for (const KeyField field : requiredKeyFields)
+        takeField(field);
+    for (const KeyField field : optionalKeyFields)
+        takeField(field);
+}
+
 }  // namespace
 
 HRESULT FamilyPrefix(std::int32_t family, std::string* prefix) {
@@ -117,12 +132,15 @@ HRESULT ExtractKeyDate(std::string_view key, std::string* date) {
 }
 
 void MakePrimaryKey(const KeyValues& values, std::string* key) {
-    key->assign(1, primaryPrefix);
-    for (const KeyField field : requiredKeyFields)
-        AppendField(*key, field, *values[IndexOf(field)]);
-    for (const KeyField field : optionalKeyFields)
-        if (const auto& value = values[IndexOf(field)])
-            AppendField(*key, field, *value);
+    // Each record's key is put together here: the length is counted first, so that the parts are
+    // written without a look at the room for each.
+    std::size_t length = 1;
+    ForEachPart(values, [&](std::string_view part) { length += part.size(); });
+    key->resize(length);
+    char* to = key->data();
+    *to++ = primaryPrefix;
+    ForEachPart(values,
+                [&](std::string_view part) { to = std::copy(part.begin(), part.end(), to); });
     if (key->find(tagMark) != key->npos)
         *key = ComposeByTags(values);
 }
