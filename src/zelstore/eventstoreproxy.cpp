@@ -55,7 +55,7 @@ HRESULT EventStoreProxy::GiveKey(IStringValue** key, Make&& make) noexcept {
 HRESULT EventStoreProxy::GiveEventKey(IStringValue* text, IStringValue** key) noexcept {
     if (key == nullptr)
         return hr::invalidArgument;
-    return AtBoundary([&] { return eventKeys_.Make(TextOf(text), key); });
+    return eventKeys_.Make(*text, key);
 }
 
 HRESULT EventStoreProxy::MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) {

@@ -4,16 +4,19 @@
 
 #include "common/boundary.h"
 #include "common/countedptr.h"
-#include "common/textbridge.h"
+#include "common/valuetext.h"
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/schema/eventfields.h"
+#include "zelstore/schema/fastrecord.h"
 
-// Two roads to the key of an event. A record that comes as JSON is parsed, its fields are taken as
-// a query would ask for them, and the key is put together from the first value of each. An event
-// that comes as numbered properties goes straight into the text. The roads differ on purpose, in
-// which optional fields they write and in what order: readers of keys go by names.
+// Two roads to the key of an event. A record that comes as JSON is read, its fields are taken as a
+// query would ask for them, and the key is put together from the first value of each. An event that
+// comes as numbered properties goes straight into the text. The roads differ on purpose, in which
+// optional fields they write and in what order: readers of keys go by names.
 //
-// The first road is the busiest of the store. It takes no lock: all that it needs is in one Work,
+// The first road is the busiest of the store. Nearly every record is read by the fast reader; where
+// that one is in doubt the JSON library reads, and has the last word about what is no record. It
+// takes no lock: all that it needs is in one Work,
 // of which the maker keeps one spare. Who finds it taken makes his own, and the last to come back
 // leaves his as the spare. A Work keeps the memory of the record that it read last, so that a
 // record like the one before costs no allocation in the schema; what a large record took is let go.
@@ -34,21 +37,24 @@ void TakeFields(const Schema::RecordFields& fields, KeyValues* values) {
 
 // All that one record needs on its way. `fields` and `key` hold what the last Run left.
 struct EventKeyMaker::Work {
-    // From `json` to `key`. The order of the tests is that of the result codes: what can't be read
-    // comes first, then a missing time, then what is missing of target and action.
-    HRESULT Run();
+    // From a record's text to `key`. The order of the tests is that of the result codes: what can't
+    // be read comes first, then a missing time, then what is missing of target and action.
+    HRESULT Run(std::string_view json);
 
-    std::string json;
     Schema::Event event;
     Schema::RecordFields fields;
     std::string key;
 };
 
-HRESULT EventKeyMaker::Work::Run() {
-    event.FromJson(web::json::value::parse(utility::conversions::to_string_t(json)));
+HRESULT EventKeyMaker::Work::Run(std::string_view json) {
+    const bool isRead = Schema::ReadRecordFast(json, event);
+    if (!isRead)
+        event.FromJson(
+            web::json::value::parse(utility::conversions::to_string_t(std::string(json))));
     // Of the record before.
     fields.Clear();
-    const HRESULT result = Schema::ExtractRecordFields(event, fields);
+    const HRESULT result = Schema::ExtractRecordFields(
+        event, isRead ? Schema::TextCheck::done : Schema::TextCheck::needed, fields);
     if (Failed(result))
         return result;
     if (!event.begin_time)
@@ -81,44 +87,48 @@ std::unique_ptr<EventKeyMaker::Work> EventKeyMaker::Begin() {
     return work;
 }
 
-void EventKeyMaker::End(std::unique_ptr<Work> work) noexcept {
-    constexpr std::size_t largestKept = 8192;  // bytes; a larger record must not hold its memory on
-    if (work->json.capacity() > largestKept)
+void EventKeyMaker::End(std::unique_ptr<Work> work, std::size_t recordBytes) noexcept {
+    constexpr std::size_t largestKept = 8192;  // a larger record must not hold its memory on
+    if (recordBytes > largestKept)
         return;
     // Two may come back at once; the one that was the spare goes.
     const std::unique_ptr<Work> former(spare_.exchange(work.get()));
     static_cast<void>(work.release());  // it is the spare now
 }
 
-// `convert` fills in the record's JSON. Failures of it and of the record are told by the inner
-// boundary, so that the Work comes back whatever happened.
-template <typename Convert>
-HRESULT EventKeyMaker::Make(Convert&& convert, std::string* utf8, IStringValue** key) noexcept {
+// Failures of the record are told by an inner boundary, so that the Work comes back whatever
+// happened.
+template <typename Give>
+HRESULT EventKeyMaker::MakeAndGive(std::string_view json, Give&& give) {
+    std::unique_ptr<Work> work = Begin();
+    const HRESULT result = AtBoundary([&] {
+        const HRESULT made = work->Run(json);
+        return Failed(made) ? made : give(work->key);
+    });
+    End(std::move(work), json.size());
+    return result;
+}
+
+HRESULT EventKeyMaker::Make(IStringValue& jsonText, IStringValue** key) noexcept {
     return AtBoundary([&] {
-        std::unique_ptr<Work> work = Begin();
-        HRESULT result =
-            convert(work->json) ? AtBoundary([&] { return work->Run(); }) : hr::unexpected;
-        if (Succeeded(result) && utf8 != nullptr)
-            utf8->assign(work->key);
-        if (Succeeded(result) && key != nullptr &&
-            (!wm::CreateStringValue(std::string_view(work->key), key) || *key == nullptr))
-            result = hr::outOfMemory;
-        End(std::move(work));
-        return result;
+        std::string buffer;
+        const auto json = wm::Utf8Of(jsonText, buffer);
+        if (!json)
+            return hr::unexpected;
+        return MakeAndGive(*json, [&](const std::string& made) {
+            const bool isMade = wm::CreateStringValue(std::string_view(made), key);
+            return isMade && *key != nullptr ? hr::ok : hr::outOfMemory;
+        });
     });
 }
 
-HRESULT EventKeyMaker::Make(std::wstring_view jsonText, IStringValue** key) noexcept {
-    return Make([&](std::string& json) { return wm::ToUtf8(jsonText, json); }, nullptr, key);
-}
-
 HRESULT EventKeyMaker::Make(std::string_view jsonText, std::string* key) noexcept {
-    return Make(
-        [&](std::string& json) {
-            json.assign(jsonText);
-            return true;
-        },
-        key, nullptr);
+    return AtBoundary([&] {
+        return MakeAndGive(jsonText, [&](const std::string& made) {
+            key->assign(made);
+            return hr::ok;
+        });
+    });
 }
 
 namespace {

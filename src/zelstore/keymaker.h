@@ -25,7 +25,7 @@ public:
     // A new string value with one reference, or the UTF-8 text. 0x8000FFFF for text that is not
     // JSON, not Unicode or holds a name that is not in the vocabulary; 0x80070057 without
     // begin_time; 0x80004005 without target or action. `*key` is then as it was.
-    HRESULT Make(std::wstring_view jsonText, IStringValue** key) noexcept;
+    HRESULT Make(IStringValue& jsonText, IStringValue** key) noexcept;
     HRESULT Make(std::string_view jsonText, std::string* key) noexcept;
 
 private:
@@ -34,9 +34,10 @@ private:
     // The spare, or a new one; throws without memory. End gives it back, unless it has grown too
     // large.
     std::unique_ptr<Work> Begin();
-    void End(std::unique_ptr<Work> work) noexcept;
-    template <typename Convert>
-    HRESULT Make(Convert&& convert, std::string* utf8, IStringValue** key) noexcept;
+    void End(std::unique_ptr<Work> work, std::size_t recordBytes) noexcept;
+    // `give` takes the key.
+    template <typename Give>
+    HRESULT MakeAndGive(std::string_view json, Give&& give);
 
     std::atomic<Work*> spare_{nullptr};
 };

@@ -90,9 +90,10 @@ TEST(HostileRecords, GiveACodeOrAKey) {
 
 TEST(HostileRecords, WideTextIsCheckedToo) {
     for (const int character : {0xD800, 0x7FFFFFFF}) {
+        const std::wstring text(1, static_cast<wchar_t>(character));
+        const auto value = CountedPtr<IStringValue>::Adopt(wm::CreateStringValue(text.c_str()));
         IStringValue* key = nullptr;
-        EXPECT_EQ(EventKeyMaker().Make(std::wstring(1, static_cast<wchar_t>(character)), &key),
-                  hr::unexpected);
+        EXPECT_EQ(EventKeyMaker().Make(*value, &key), hr::unexpected);
     }
 }
 

@@ -30,50 +30,8 @@ bool PresentAreValid(const T&... each) {
 
 }  // namespace
 
-// The objects of the former event are handed on, so that one of the same class is filled anew and
-// nothing is allocated. That matters where keys are made: most records look alike.
-void Event::ReadArtifacts(const Members& in) {
-    OwnedObject formerActor = std::move(actor);
-    OwnedObject formerTarget = std::move(target);
-    result.reset();
-    const value* const artifacts = in.Find(names::artifacts);
-    if (artifacts == nullptr)
-        return;
-    static_cast<void>(artifacts->as_object());  // throws for anything but an object
-    const Members members(*artifacts);
-    if (const value* const found = members.Find(names::actor))
-        actor = CreateObjectFromJson(*found, std::move(formerActor));
-    if (const value* const found = members.Find(names::target))
-        target = CreateObjectFromJson(*found, std::move(formerTarget));
-    if (const value* const found = members.Find(names::result))
-        result = CreateObjectFromJson(*found);
-}
-
 void Event::FromJson(const value& json) {
-    const Members in(json);
-    action.clear();
-    filter = 0;
-    enable = false;
-    event_count = -1;
-    seq_num = 0;
-    ReadArtifacts(in);
-    ReadField(in, names::type_id, type_id);
-    ReadNames(in, names::action, ActionTypes(), action);
-    ReadField(in, names::begin_time, begin_time);
-    ReadField(in, names::receive_time, receive_time);
-    ReadField(in, names::end_time, end_time);
-    ReadField(in, names::correlation_uid, correlation_uid);
-    if (const value* const kind = in.Find(names::filter))
-        filter = kind->as_string() == names::record ? 0 : 1;  // any other text is `submit`
-    ReadField(in, names::ref_uid, ref_uid);
-    if (const value* const count = in.Find(names::event_count))
-        event_count = static_cast<std::int32_t>(ReadNumber32(*count));
-    if (const value* const number = in.Find(names::seq_num))
-        seq_num = ReadNumber32(*number);
-    if (const value* const enabled = in.Find(names::enable)) {
-        enable = enabled->as_bool();
-        enable_present = true;
-    }
+    Read(Members(json));
 }
 
 // What is absent or empty is left out, but for the artifacts and the filter, which are always

@@ -24,6 +24,10 @@ public:
     void ToJson(web::json::value& out) const override;
     // Throws as the base tells; what is missing takes the value that it has in a new event.
     void FromJson(const web::json::value& in) override;
+    // What an event reads; `In` are the members of its JSON, as the library or the fast reader has
+    // them.
+    template <typename In>
+    void Read(const In& in);
     // Whether it says anything, a process is its actor, and what it says is valid.
     bool IsValid() const override;
 
@@ -44,8 +48,42 @@ public:
     Field<GuidPair> ref_uid;
 
 private:
-    // Takes over the former actor and target where they are of the class that is needed.
-    void ReadArtifacts(const Members& in);
+    template <typename In>
+    void ReadArtifacts(const In& in);
 };
+
+// The objects of the former event are handed on, so that one of the same class is filled anew and
+// nothing is allocated. That matters where keys are made: most records look alike.
+template <typename In>
+void Event::ReadArtifacts(const In& in) {
+    OwnedObject formerActor = std::move(actor);
+    OwnedObject formerTarget = std::move(target);
+    result.reset();
+    const auto artifacts = ReadMembers(in, names::artifacts);
+    if (!artifacts)
+        return;
+    actor = ReadObject(*artifacts, names::actor, std::move(formerActor));
+    target = ReadObject(*artifacts, names::target, std::move(formerTarget));
+    result = ReadObject(*artifacts, names::result, nullptr);
+}
+
+template <typename In>
+void Event::Read(const In& in) {
+    ReadArtifacts(in);
+    ReadField(in, names::type_id, type_id);
+    ReadNames(in, names::action, ActionTypes(), action);
+    ReadField(in, names::begin_time, begin_time);
+    ReadField(in, names::receive_time, receive_time);
+    ReadField(in, names::end_time, end_time);
+    ReadField(in, names::correlation_uid, correlation_uid);
+    filter = ReadsOther(in, names::filter, names::record) ? 1 : 0;  // any other text is `submit`
+    ReadField(in, names::ref_uid, ref_uid);
+    event_count = static_cast<std::int32_t>(
+        ReadNumber(in, names::event_count, static_cast<std::uint32_t>(-1)));
+    seq_num = ReadNumber(in, names::seq_num, 0);
+    const std::optional<bool> said = ReadFlag(in, names::enable);
+    enable = said.value_or(false);
+    enable_present = enable_present || said;
+}
 
 }  // namespace ZEL::Schema

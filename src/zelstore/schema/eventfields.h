@@ -48,7 +48,12 @@ HRESULT ExtractKeyFields(const Event& event, bool forQuery, IPathExpander* expan
 class RecordFields {
 public:
     // None when the record has no such field. The view holds until the next Offer or Clear.
-    std::optional<std::string_view> Find(KeyField field) const noexcept;
+    std::optional<std::string_view> Find(KeyField field) const noexcept {
+        const Place& place = places_[IndexOf(field)];
+        if (place.at == std::string::npos)
+            return std::nullopt;
+        return std::string_view(texts_.data() + place.at, place.size);
+    }
     // Keeps the value when it is the field's first, or stands ahead of the one it has.
     void Offer(KeyField field, std::string_view value);
     void Clear() noexcept;  // keeps its memory for the next record
@@ -61,9 +66,12 @@ private:
     std::string texts_;  // of all fields, one behind the other
     Place places_[keyFieldCount];
 };
+// Whether an event's texts may be no Unicode, as those that the JSON library read may.
+enum class TextCheck { needed, done };
+
 // The same failures. Adds to what `out` holds: clear it for each record. Paths stand as the sensor
 // wrote them.
-HRESULT ExtractRecordFields(const Event& event, RecordFields& out);
+HRESULT ExtractRecordFields(const Event& event, TextCheck check, RecordFields& out);
 
 // Whether a value holds * or ?. Every * and ? counts: there is no way to write one that stands for
 // itself under `equals`.

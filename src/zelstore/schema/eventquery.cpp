@@ -10,22 +10,12 @@ namespace ZEL::Schema {
 
 using web::json::value;
 
-namespace {
-
-bool ReadFlag(const Members& in, TextView key, bool absent) {
-    const value* const flag = in.Find(key);
-    return flag != nullptr ? flag->as_bool() : absent;
-}
-
-}  // namespace
-
 void EventQuery::FromJson(const value& document) {
     *this = EventQuery();
-    const value* const query = Members(document).Find(names::event_query);
-    if (query == nullptr)
+    const auto query = ReadMembers(document, names::event_query);
+    if (!query)
         return;
-    static_cast<void>(query->as_object());  // throws for anything but an object
-    const Members in(*query);
+    const Members& in = *query;
     if (const value* const uid = in.Find(names::command_uid))
         command_uid = uid->as_string();
     if (const value* const list = in.Find(names::events)) {
@@ -38,10 +28,10 @@ void EventQuery::FromJson(const value& document) {
             events.push_back(static_cast<const Event&>(event));
         }
     }
-    if (const value* const limit = in.Find(names::limit_result_count))
-        limit_result_count = static_cast<std::int32_t>(ReadNumber32(*limit));
-    include_enrichments = ReadFlag(in, names::include_enrichments, false);
-    no_live_enriched_events = ReadFlag(in, names::no_live_enriched_events, false);
+    limit_result_count = static_cast<std::int32_t>(
+        ReadNumber(in, names::limit_result_count, static_cast<std::uint32_t>(limit_result_count)));
+    include_enrichments = ReadFlag(in, names::include_enrichments).value_or(false);
+    no_live_enriched_events = ReadFlag(in, names::no_live_enriched_events).value_or(false);
 }
 
 void EventQuery::ToJson(value& out) const {

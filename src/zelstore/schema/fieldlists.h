@@ -13,7 +13,8 @@
 //
 // Reading, writing and checking walk the list, and so does whoever wants to know which keys a class
 // has. A row tells the name in the JSON, the member, whether reading takes it, and its part in
-// IsValid. How a member looks in the JSON follows from the kind of its row.
+// IsValid. How a member looks in the JSON follows from the kind of its row. Reading is by the JSON
+// library or by the fast reader, whose members are of another type (`In`).
 //
 // Rows are made at compile time; reading an object costs a search for each name in its list and
 // nothing for the list itself. Rows that are pairs may be absent and take part in IsValid; plain
@@ -40,7 +41,8 @@ struct PairRow {
     bool isRead;
 
     // What is not read is absent afterwards, also in an object that had it.
-    void Read(const Members& in, Object& object) const {
+    template <typename In>
+    void Read(const In& in, Object& object) const {
         if (isRead)
             ReadField(in, name, object.*member);
         else
@@ -74,12 +76,9 @@ struct NumbersRow : PlainRow {
     std::vector<T> Object::*member;
     constexpr NumbersRow(TextView key, std::vector<T> Object::*m) : name(key), member(m) {}
 
-    void Read(const Members& in, Object& object) const {
-        std::vector<T>& numbers = object.*member;
-        numbers.clear();
-        if (const web::json::value* const list = in.Find(name))
-            for (const web::json::value& element : list->as_array())
-                numbers.push_back(static_cast<T>(ReadNumber32(element)));
+    template <typename In>
+    void Read(const In& in, Object& object) const {
+        ReadNumbers(in, name, object.*member);
     }
     void Write(web::json::value& out, const Object& object) const {
         WriteList(out, name, object.*member, [](T number) { return web::json::value(number); });
@@ -96,7 +95,8 @@ struct NamesRow : PlainRow {
     constexpr NamesRow(TextView key, std::vector<std::int32_t> Object::*m, const NameTable& (*t)())
         : name(key), member(m), table(t) {}
 
-    void Read(const Members& in, Object& object) const {
+    template <typename In>
+    void Read(const In& in, Object& object) const {
         ReadNames(in, name, table(), object.*member);
     }
     void Write(web::json::value& out, const Object& object) const {
@@ -114,9 +114,9 @@ struct NumberRow : PlainRow {
     constexpr NumberRow(TextView key, std::uint32_t Object::*m, std::uint32_t a = 0)
         : name(key), member(m), absent(a) {}
 
-    void Read(const Members& in, Object& object) const {
-        const web::json::value* const number = in.Find(name);
-        object.*member = number != nullptr ? ReadNumber32(*number) : absent;
+    template <typename In>
+    void Read(const In& in, Object& object) const {
+        object.*member = ReadNumber(in, name, absent);
     }
     void Write(web::json::value& out, const Object& object) const {
         out[Text(name)] = web::json::value(object.*member);
@@ -130,10 +130,9 @@ struct FlagRow : PlainRow {
     std::optional<bool> Object::*member;
     constexpr FlagRow(TextView key, std::optional<bool> Object::*m) : name(key), member(m) {}
 
-    void Read(const Members& in, Object& object) const {
-        (object.*member).reset();
-        if (const web::json::value* const given = in.Find(name))
-            object.*member = given->as_bool();
+    template <typename In>
+    void Read(const In& in, Object& object) const {
+        object.*member = ReadFlag(in, name);
     }
     void Write(web::json::value& out, const Object& object) const {
         if (object.*member)
@@ -171,6 +170,11 @@ public:
     void FromJson(const web::json::value& json) override {
         const Members in(json);
         ReadObjectType(in, *this);
+        ReadFields(in);
+    }
+    // All of it but the object's type.
+    template <typename In>
+    void ReadFields(const In& in) {
         std::apply([&](const auto&... row) { (row.Read(in, static_cast<Object&>(*this)), ...); },
                    Object::Fields());
     }

@@ -69,16 +69,28 @@ const ClassRow* FindClass(std::int32_t number) {
 
 }  // namespace
 
+ObjectPtr ObjectOfType(std::int32_t number, ObjectPtr former) {
+    const ClassRow* const row = FindClass(number);
+    if (row == nullptr)
+        return Make<Unknown>();
+    if (former == nullptr || !row->is(*former))
+        return row->make();
+    former->SetObjectTypeId(number);
+    return former;
+}
+
 ObjectPtr CreateObjectFromJson(const web::json::value& in, ObjectPtr former) {
-    const ClassRow* row = nullptr;
+    std::int32_t number = objectType::unknown;
     if (const web::json::value* const name = Members(in).Find(names::object_type))
-        row = FindClass(ObjectTypes().Number(name->as_string()));
-    if (former == nullptr || row == nullptr || !row->is(*former))
-        former = row != nullptr ? row->make() : Make<Unknown>();
-    else
-        former->SetObjectTypeId(row->number);
+        number = ObjectTypes().Number(name->as_string());
+    former = ObjectOfType(number, std::move(former));
     former->FromJson(in);
     return former;
+}
+
+ObjectPtr ReadObject(const Members& in, TextView key, ObjectPtr former) {
+    const web::json::value* const found = in.Find(key);
+    return found != nullptr ? CreateObjectFromJson(*found, std::move(former)) : nullptr;
 }
 
 ObjectPtr CloneObject(const ZelSchemaParser* object) {

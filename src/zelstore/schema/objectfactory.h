@@ -13,6 +13,15 @@ namespace ZEL::Schema {
 std::unique_ptr<ZelSchemaParser> CreateObjectFromJson(
     const web::json::value& in, std::unique_ptr<ZelSchemaParser> former = nullptr);
 
+// An object of the class that has this number, an Unknown for any other; what it holds is to be
+// replaced. `former` as above.
+std::unique_ptr<ZelSchemaParser> ObjectOfType(std::int32_t number,
+                                              std::unique_ptr<ZelSchemaParser> former);
+
+// The object that stands under a key, or null. Throws as above.
+std::unique_ptr<ZelSchemaParser> ReadObject(const Members& in, TextView key,
+                                            std::unique_ptr<ZelSchemaParser> former);
+
 // A deep copy, chosen by the object's number. Null for null, and for a number without a class: the
 // copy then loses the object.
 std::unique_ptr<ZelSchemaParser> CloneObject(const ZelSchemaParser* object);

@@ -59,6 +59,29 @@ void ReadNames(const Members& in, TextView key, const NameTable& table,
             numbers.push_back(table.Number(name.as_string()));
 }
 
+std::uint32_t ReadNumber(const Members& in, TextView key, std::uint32_t absent) {
+    const web::json::value* const number = in.Find(key);
+    return number != nullptr ? ReadNumber32(*number) : absent;
+}
+
+std::optional<bool> ReadFlag(const Members& in, TextView key) {
+    const web::json::value* const flag = in.Find(key);
+    return flag != nullptr ? std::optional(flag->as_bool()) : std::nullopt;
+}
+
+bool ReadsOther(const Members& in, TextView key, TextView expected) {
+    const web::json::value* const text = in.Find(key);
+    return text != nullptr && text->as_string() != expected;
+}
+
+std::optional<Members> ReadMembers(const Members& in, TextView key) {
+    const web::json::value* const object = in.Find(key);
+    if (object == nullptr)
+        return std::nullopt;
+    static_cast<void>(object->as_object());  // throws for anything else
+    return Members(*object);
+}
+
 void WriteNames(web::json::value& out, TextView key, const NameTable& table,
                 const std::vector<std::int32_t>& numbers) {
     WriteList(out, key, numbers, [&table](std::int32_t number) {

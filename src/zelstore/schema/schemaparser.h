@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -131,6 +132,15 @@ private:
     const web::json::object* object_;
 };
 
+// A JSON number kept to a width: doubles are cut towards zero within the 64-bit range, wider
+// numbers lose their high bits. Both throw for a value that is no number.
+std::uint32_t ReadNumber32(const web::json::value& in);
+std::uint64_t ReadNumber64(const web::json::value& in);
+
+// What a class reads is told once, by its list of fields or by a template; how a kind of member is
+// read stands in the functions below, for the JSON library's Members, and in fastrecord.cpp for the
+// fast reader's.
+
 // Reads an optional field: absent keys leave it absent. A key that is there with null is not
 // absent: it reads as an object without members.
 template <typename T>
@@ -139,6 +149,27 @@ void ReadField(const Members& in, TextView key, Field<T>& field) {
     if (const web::json::value* const member = in.Find(key))
         field.Reuse().FromJson(*member);
 }
+
+// A list of names, kept as their numbers; an absent key leaves it empty. A name that the table has
+// not throws, and so does a value that is no list of texts.
+void ReadNames(const Members& in, TextView key, const NameTable& table,
+               std::vector<std::int32_t>& numbers);
+// A list of numbers, which lose what their type does not hold; an absent key leaves it empty.
+template <typename T>
+void ReadNumbers(const Members& in, TextView key, std::vector<T>& numbers) {
+    numbers.clear();
+    if (const web::json::value* const list = in.Find(key))
+        for (const web::json::value& element : list->as_array())
+            numbers.push_back(static_cast<T>(ReadNumber32(element)));
+}
+// A number, or `absent` for a key that is missing.
+std::uint32_t ReadNumber(const Members& in, TextView key, std::uint32_t absent);
+// None for a key that is missing.
+std::optional<bool> ReadFlag(const Members& in, TextView key);
+// Whether the key is there with another text than `expected`.
+bool ReadsOther(const Members& in, TextView key, TextView expected);
+// The members of an object; none for a key that is missing. Throws for anything but an object.
+std::optional<Members> ReadMembers(const Members& in, TextView key);
 
 // Writes nothing for an absent field.
 template <typename T>
@@ -161,16 +192,7 @@ void WriteList(web::json::value& out, TextView key, const List& list, ToValue&& 
     out[Text(key)] = std::move(array);
 }
 
-// A list of names, kept as their numbers; an absent key leaves it empty. A name that the table has
-// not throws, and so does a value that is no list of texts.
-void ReadNames(const Members& in, TextView key, const NameTable& table,
-               std::vector<std::int32_t>& numbers);
 void WriteNames(web::json::value& out, TextView key, const NameTable& table,
                 const std::vector<std::int32_t>& numbers);
-
-// A JSON number kept to a width: doubles are cut towards zero within the 64-bit range, wider
-// numbers lose their high bits. Both throw for a value that is no number.
-std::uint32_t ReadNumber32(const web::json::value& in);
-std::uint64_t ReadNumber64(const web::json::value& in);
 
 }  // namespace ZEL::Schema

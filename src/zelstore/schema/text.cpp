@@ -11,7 +11,7 @@
 
 namespace ZEL::Schema {
 
-std::optional<std::string_view> ToUtf8(const Text& text, std::string& buffer) {
+std::optional<std::string_view> ToUtf8(TextView text, std::string& buffer) {
     if constexpr (std::is_same_v<Text, std::string>) {
         if (wm::IsUtf8(text))
             return text;

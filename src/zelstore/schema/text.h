@@ -21,7 +21,7 @@ using TextView = std::basic_string_view<utility::char_t>;
 // The way out of the schema: the text as UTF-8, which is a view of the text itself or of `buffer`.
 // None for text that is not Unicode: the parser lets lone surrogates and most malformed bytes
 // through, and they end here. The view holds as long as both do.
-std::optional<std::string_view> ToUtf8(const Text& text, std::string& buffer);
+std::optional<std::string_view> ToUtf8(TextView text, std::string& buffer);
 
 // A character of UTF-8 may have several bytes; in wide text each unit counts. Text that is not
 // UTF-8 is counted all the same, by its first bytes.

@@ -108,11 +108,16 @@ NameTable::NameTable(const Row* rows, std::size_t count) {
     }
 }
 
-std::int32_t NameTable::Number(const Text& name) const {
+std::optional<std::int32_t> NameTable::Find(TextView name) const noexcept {
     const auto found = numbers_.find(name);
-    if (found == numbers_.end())
+    return found != numbers_.end() ? std::optional(found->second) : std::nullopt;
+}
+
+std::int32_t NameTable::Number(TextView name) const {
+    const auto found = Find(name);
+    if (!found)
         ThrowUnknown();
-    return found->second;
+    return *found;
 }
 
 const Text& NameTable::Name(std::int32_t number) const {

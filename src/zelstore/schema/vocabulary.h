@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -75,8 +77,10 @@ public:
     explicit NameTable(const Row (&rows)[n]) : NameTable(rows, n) {}
 
     // Both throw std::out_of_range "invalid map<K, T> key" for what is not in the table.
-    std::int32_t Number(const Text& name) const;
+    std::int32_t Number(TextView name) const;
     const Text& Name(std::int32_t number) const;
+    // The number of a name, or none.
+    std::optional<std::int32_t> Find(TextView name) const noexcept;
     // How many names there are.
     std::size_t Size() const noexcept { return numbers_.size(); }
 
@@ -84,7 +88,11 @@ private:
     // The rows are only read here; the table keeps copies.
     NameTable(const Row* rows, std::size_t count);
 
-    std::unordered_map<Text, std::int32_t> numbers_;
+    // Searched by views, so that no text is made for a search.
+    struct Hash : std::hash<TextView> {
+        using is_transparent = void;
+    };
+    std::unordered_map<Text, std::int32_t, Hash, std::equal_to<>> numbers_;
     // Owned, since callers want a reference to a text and not to a literal.
     std::vector<Text> names_;  // by number; empty where a number has no name
 };
