@@ -6,7 +6,8 @@
 #include <random>
 
 #include "parsing.h"
-#include "zel/ingest/linereader.h"
+#include "records/input/inputfiles.h"
+#include "records/input/linereader.h"
 #include "zelstore/schema/eventfields.h"
 
 // The fast reader against the JSON library: what the one reads, the other has to read alike. The
@@ -23,10 +24,17 @@ const char* Setting(const char* name, const char* otherwise) {
 
 std::vector<std::string> Sample() {
     std::vector<std::string> records;
-    zel::LineReader reader(Setting("ZEL_TEST_RECORDS", ZEL_SAMPLE));
-    for (std::string line; reader.Next(&line) == zel::LineReader::Status::line;)
-        records.push_back(line);
-    EXPECT_FALSE(records.empty()) << reader.Error();
+    std::string error;
+    const auto take = [&](const std::string&, zel::PeekStream& bytes) {
+        zel::LineReader reader(bytes);
+        for (std::string line; reader.Next(&line) == zel::LineReader::Status::line;)
+            records.push_back(line);
+        return true;
+    };
+    zel::InputFiles files([](int) { return true; });
+    EXPECT_EQ(files.Read(Setting("ZEL_TEST_RECORDS", ZEL_SAMPLE), take, &error), zel::InputEnd::all)
+        << error;
+    EXPECT_FALSE(records.empty());
     return records;
 }
 
