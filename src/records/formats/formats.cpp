@@ -2,6 +2,7 @@
 
 #include "records/formats/audit.h"
 #include "records/formats/ecs.h"
+#include "records/formats/evtx.h"
 #include "records/formats/ocsf.h"
 #include "records/formats/osquery.h"
 #include "records/formats/windowsjson.h"
@@ -17,6 +18,7 @@ constexpr Format formats[] = {
     {recordFormat, "the store's own records", nullptr, nullptr},
     {"windows-json", "Windows and Sysmon events as JSON", KnowsWindowsJson, MakeWindowsJson},
     {"windows-xml", "Windows and Sysmon events as XML", KnowsWindowsXml, MakeWindowsXml},
+    {"evtx", "Windows event log files", nullptr, nullptr, KnowsEvtx, MakeEvtx},
     {"ecs", "Elastic Common Schema", KnowsEcs, MakeEcs},
     {"ocsf", "Open Cybersecurity Schema Framework 1.x", KnowsOcsf, MakeOcsf},
     {"osquery", "results of osquery's event tables", KnowsOsquery, MakeOsquery},
