@@ -1,5 +1,9 @@
 #include "zelstore/keys/keysplit.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <bit>
 #include <cstdint>
@@ -39,9 +43,20 @@ std::optional<std::string_view> ValueOf(std::string_view piece, std::string_view
     return value;
 }
 
-// Where the last '<' of the first `end` characters stands, or npos. Eight at a time: this is most
-// of what a row costs.
+// Where the last '<' of the first `end` characters stands, or npos. As many at a time as the
+// processor takes: this is most of what a row costs.
 std::size_t LastMark(const char* text, std::size_t end) noexcept {
+#ifdef __SSE2__
+    const __m128i sixteenMarks = _mm_set1_epi8('<');
+    for (; end >= sizeof(__m128i); end -= sizeof(__m128i)) {
+        const char* const at = text + end - sizeof(__m128i);
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        const auto found =
+            static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, sixteenMarks)));
+        if (found != 0)
+            return end - sizeof(__m128i) + static_cast<std::size_t>(std::bit_width(found)) - 1;
+    }
+#endif
     constexpr std::uint64_t marks = 0x3C3C3C3C3C3C3C3C;  // '<'
     constexpr std::uint64_t low7 = 0x7F7F7F7F7F7F7F7F;
     constexpr std::size_t width = sizeof(std::uint64_t);
@@ -71,7 +86,7 @@ bool IsText(std::string_view value) noexcept {
 }
 
 // Takes the last piece off a text.
-std::string_view TakePiece(std::optional<std::string_view>* text) noexcept {
+inline std::string_view TakePiece(std::optional<std::string_view>* text) noexcept {
     const std::string_view whole = **text;
     const std::size_t mark = LastMark(whole.data(), whole.size());
     if (mark == std::string_view::npos) {
@@ -119,12 +134,17 @@ std::optional<std::string_view> KeyFields::Find(std::string_view name) const noe
         if (const auto value = ValueOf(pieces_[i], name))
             return value;
     }
-    while (rest_ && count_ < mostPieces) {
-        pieces_[count_++] = TakePiece(&rest_);
-        if (const auto value = ValueOf(pieces_[count_ - 1], name))
+    auto rest = rest_;
+    while (rest && count_ < mostPieces) {
+        const std::string_view piece = TakePiece(&rest);
+        pieces_[count_++] = piece;
+        if (const auto value = ValueOf(piece, name)) {
+            rest_ = rest;
             return value;
+        }
     }
-    for (auto rest = rest_; rest;) {
+    rest_ = rest;
+    while (rest) {
         if (const auto value = ValueOf(TakePiece(&rest), name))
             return value;
     }
