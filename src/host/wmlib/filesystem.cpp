@@ -1,5 +1,6 @@
 #include "common/filesystem.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "common/textbridge.h"
@@ -219,6 +220,25 @@ ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>&
             out.push_back(JoinPath(directory, wide));
     }
     return ToResult(error);
+}
+
+ZEL::HRESULT ListFileStates(const std::wstring& directory, std::vector<FileState>& out) {
+    std::error_code failed;
+    out.clear();
+    const bool listed = ForEachFile(directory, L"", [&](const fs::directory_entry& entry) {
+        FileState state{entry.path().filename().string()};
+        std::error_code error;
+        if (!IsUtf8(state.name))
+            return;
+        state.bytes = entry.file_size(error);
+        failed = error ? error : failed;
+        state.changed = entry.last_write_time(error).time_since_epoch().count();
+        failed = error ? error : failed;
+        out.push_back(std::move(state));
+    });
+    std::sort(out.begin(), out.end(),
+              [](const FileState& a, const FileState& b) { return a.name < b.name; });
+    return listed ? ToResult(failed) : ZEL::hr::fail;
 }
 
 ZEL::HRESULT ListNames(const std::wstring& directory, std::vector<std::wstring>& out) {

@@ -37,6 +37,17 @@ WMLIB_API ZEL::HRESULT ListDirectories(const std::wstring& directory,
 WMLIB_API ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>& out);
 // Names of all entries of `directory`. One that is not UTF-8 comes as "?".
 WMLIB_API ZEL::HRESULT ListNames(const std::wstring& directory, std::vector<std::wstring>& out);
+// A regular file as it was when it was looked at.
+struct FileState {
+    std::string name;  // UTF-8
+    std::uint64_t bytes = 0;
+    std::int64_t changed = 0;  // when it was written last, in ticks of the system's file clock
+    bool operator==(const FileState&) const = default;
+};
+// The regular files of `directory`, in the order of their names; those whose names are not UTF-8
+// are left out. A directory that can't be listed, or is a link, and a file that vanishes meanwhile,
+// are failures.
+WMLIB_API ZEL::HRESULT ListFileStates(const std::wstring& directory, std::vector<FileState>& out);
 // Regular files in `directory` whose names end in `suffix`, compared exactly. A directory that
 // can't be listed, or is a link, counts 0.
 WMLIB_API std::uint64_t CountFiles(const std::wstring& directory,
