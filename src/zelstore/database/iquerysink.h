@@ -14,6 +14,7 @@ struct ReadOptions;
 
 namespace ZEL {
 
+class FolderFacts;
 class IZelDbImpl;
 
 // What a sink answers to a row. endDatabase is success: there is no further row for the sink in
@@ -40,6 +41,9 @@ public:
     virtual HRESULT SetEndValue(const std::string& end) = 0;
     // How many rows it has accepted so far.
     virtual std::int32_t GetMatchCount() = 0;
+    // Whether a closed database of which this is known may hold a row for the sink, at or behind
+    // the scan's start. Asked ahead of the database's turn; one without is not opened.
+    virtual bool MayMatch(const std::string&, const FolderFacts&) { return true; }
 };
 
 }  // namespace ZEL

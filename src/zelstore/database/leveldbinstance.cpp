@@ -13,12 +13,14 @@
 #include "zelstore/database/endwatch.h"
 #include "zelstore/database/folderenv.h"
 #include "zelstore/database/foldergate.h"
+#include "zelstore/database/foldermemory.h"
 #include "zelstore/database/iquerysink.h"
 #include "zelstore/database/leftovers.h"
 #include "zelstore/database/readingenv.h"
 #include "zelstore/database/runningwalk.h"
 #include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyfield.h"
+#include "zelstore/keys/keyformat.h"
 #include "zelstore/keys/keysplit.h"
 
 // One database and its users.
@@ -96,15 +98,64 @@ void TellDroppedRecords(const std::string& protocol) {
 
 }  // namespace
 
-struct LevelDbInstance::Cursor {
-    explicit Cursor(leveldb::DB& db)
+class LevelDbInstance::Place {
+public:
+    explicit Place(leveldb::DB& db)
         : snapshot(db), row(db.NewIterator(MakeReadOptions(snapshot.Get()))) {}
 
     const HeldSnapshot snapshot;
     const std::unique_ptr<leveldb::Iterator> row;  // goes ahead of its snapshot
 };
 
-LevelDbInstance::LevelDbInstance(std::wstring path) : path_(std::move(path)) {
+struct LevelDbInstance::Cursor : Place {
+    using Place::Place;
+};
+
+// A walk teaches when it goes over all primary rows: it begins with the first, and goes on until
+// there is no further one. The beginning is asked for only once a row was in the range, so that the
+// many short walks of a question for one hour pay nothing.
+class LevelDbInstance::Lesson {
+public:
+    Lesson(leveldb::DB& db, FolderMemory* memory, std::string_view startKey)
+        : db_(db),
+          memory_(memory != nullptr && startKey.starts_with(primaryPrefix) && memory->WantsFacts()
+                      ? memory
+                      : nullptr) {}
+
+    // A row that the sink has gone on from.
+    void Add(const leveldb::Slice& key, const leveldb::ReadOptions& options) {
+        if (memory_ == nullptr)
+            return;
+        if (!std::exchange(hasBegun_, true) && !IsFirst(key, options))
+            memory_ = nullptr;
+        else
+            facts_.Add({key.data(), key.size()});
+    }
+    // Where the walk has ended.
+    void End(const leveldb::Iterator& row) {
+        const bool isWhole =
+            row.Valid() ? !row.key().starts_with({&primaryPrefix, 1}) : row.status().ok();
+        if (memory_ != nullptr && hasBegun_ && isWhole)
+            memory_->Learn(facts_.Finish());
+    }
+
+private:
+    bool IsFirst(const leveldb::Slice& key, const leveldb::ReadOptions& options) const {
+        const std::unique_ptr<leveldb::Iterator> first(db_.NewIterator(options));
+        if (!first)
+            return false;
+        first->Seek({&primaryPrefix, 1});
+        return first->Valid() && first->key() == key;
+    }
+
+    leveldb::DB& db_;
+    FolderMemory* memory_;  // null when nothing is to be learnt
+    bool hasBegun_ = false;
+    FactsCollector facts_;
+};
+
+LevelDbInstance::LevelDbInstance(std::wstring path, std::shared_ptr<FolderMemory> memory)
+    : path_(std::move(path)), memory_(std::move(memory)) {
     if (!wm::ToUtf8(path_, narrowPath_))
         narrowPath_.clear();
 }
@@ -124,7 +175,11 @@ void LevelDbInstance::Close() noexcept {
         return;
     }
     const wm::Hold hold(gate_->lock);
+    if (memory_)
+        memory_->BeforeClose();
     db_.reset();
+    if (memory_)
+        memory_->AfterClose();
     gate_->SetClosed();
     if (deleteOnClose_)
         gate_->Remove();
@@ -171,6 +226,8 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
         wm::Trace(wm::message::databaseRefused, allowed, narrowPath_);
         return allowed;
     }
+    if (memory_)
+        memory_->BeforeOpen();
     env_ = std::make_unique<FolderEnv>(narrowPath_);
     leveldb::Options options;
     options.env = env_.get();
@@ -186,6 +243,8 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
             TellDroppedRecords(protocol);
         return hr::ok;
     }
+    if (memory_)
+        memory_->Forget();
     const HRESULT result = Traced(status, wm::message::databaseNotOpened);
     // Another process may have been faster since the check; that is no broken device.
     if (result == hr::deviceError && gate_->IsOpenElsewhere())
@@ -219,6 +278,8 @@ HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
         return hr::unexpected;
     if (readingEnv_)
         return hr::accessDenied;
+    if (memory_)
+        memory_->NoteWrite();
     leveldb::WriteBatch writes;
     for (const auto& [key, value] : batch)
         writes.Put(key, value);
@@ -238,36 +299,45 @@ HRESULT LevelDbInstance::Get(const std::string& key, std::string* value) {
     return Traced(db_->Get(MakeReadOptions(), key, value), wm::message::recordNotRead);
 }
 
+std::shared_ptr<LevelDbInstance::Place> LevelDbInstance::Seek(const std::string& startKey) {
+    auto place = std::make_shared<Place>(*db_);
+    if (!place->row)
+        return nullptr;
+    place->row->Seek(startKey);
+    return place;
+}
+
 HRESULT LevelDbInstance::Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
-                              HANDLE pauseEvent, bool* keepGoing) {
+                              HANDLE pauseEvent, bool* keepGoing, std::shared_ptr<Place> place) {
     if (startKey.empty() || sink == nullptr || stopEvent == InvalidHandle())
         return hr::invalidArgument;
     if (!db_)
         return hr::unexpected;
     RunningWalk walk(stopEvent, pauseEvent);
-    if (!walk.IsReady())
+    if (!walk.IsReady() || (!place && !(place = Seek(startKey))))
         return hr::outOfMemory;
-    const HeldSnapshot snapshot(*db_);
-    const leveldb::ReadOptions options = MakeReadOptions(snapshot.Get());
-    const std::unique_ptr<leveldb::Iterator> row(db_->NewIterator(options));
-    if (!row)
-        return hr::outOfMemory;
+    const leveldb::ReadOptions options = MakeReadOptions(place->snapshot.Get());
     const HRESULT attached = sink->Attach(db_.get(), options);
     if (Failed(attached))
         return attached;
     EndWatch* const watch = EndWatch::OfThread();
-    for (row->Seek(startKey); row->Valid(); row->Next()) {
+    Lesson lesson(*db_, memory_.get(), startKey);
+    leveldb::Iterator& row = *place->row;
+    for (; row.Valid(); row.Next()) {
         if (!walk.MayGoOn())
             return hr::aborted;
-        const RowResult answer = sink->OnRecord(row->key(), row->value(), keepGoing);
+        const leveldb::Slice key = row.key(), value = row.value();
+        const RowResult answer = sink->OnRecord(key, value, keepGoing);
         if (answer == RowResult::endDatabase)
             break;
         if (answer == RowResult::abandonDatabase)
             return hr::fail;
-        if (watch != nullptr && watch->Spend(row->key().size() + row->value().size()))
+        lesson.Add(key, options);
+        if (watch != nullptr && watch->Spend(key.size() + value.size()))
             return hr::aborted;
     }
-    TellDamage(*row);
+    lesson.End(row);
+    TellDamage(row);
     return hr::ok;
 }
 

@@ -21,6 +21,7 @@ namespace ZEL {
 
 class FolderEnv;
 class FolderGate;
+class FolderMemory;
 class ReadingEnv;
 
 // One open database. Owned through shared pointers by whoever holds or uses it; the last one to let
@@ -34,7 +35,8 @@ class ReadingEnv;
 // output failed) and 0x80004005 (all others).
 class LevelDbInstance : public std::enable_shared_from_this<LevelDbInstance> {
 public:
-    explicit LevelDbInstance(std::wstring path);
+    // `memory` is told what happens to the folder, and learns from whole walks; it may be null.
+    explicit LevelDbInstance(std::wstring path, std::shared_ptr<FolderMemory> memory = nullptr);
     ~LevelDbInstance();
     LevelDbInstance(const LevelDbInstance&) = delete;
     LevelDbInstance& operator=(const LevelDbInstance&) = delete;
@@ -59,11 +61,18 @@ public:
     // The value under the key as it is now. 0x80070490, which is not traced, when there is none.
     HRESULT Get(const std::string& key, std::string* value);
 
+    // A snapshot, and the place in it where a walk begins. It must go before the instance, and may
+    // be made on one thread and used on another.
+    class Place;
+    // Null when there can be none.
+    std::shared_ptr<Place> Seek(const std::string& startKey);
     // Hands all rows from `startKey` on to the sink. 0x80004004 when stopped or aborted: that is
     // looked at before each 1000th row, and there the scan also waits while `pauseEvent` is reset.
-    // 0x80004005 when the sink abandons the database.
+    // 0x80004005 when the sink abandons the database. A place that was sought before, for the same
+    // key, saves the search.
     HRESULT Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent, HANDLE pauseEvent,
-                 bool* keepGoing);
+                 bool* keepGoing, std::shared_ptr<Place> place = nullptr);
+
     // Appends the values of all keys that begin with `prefix`.
     HRESULT ReadPrefix(std::string_view prefix, std::vector<std::string>* values);
     // As ReadPrefix when `collect`; a row that is not silent sets `*hasOther`, empties `values` and
@@ -79,6 +88,8 @@ public:
     void DeleteOnClose() noexcept;
 
 private:
+    // One walk, with what it may teach.
+    class Lesson;
     // Null when there can be none.
     leveldb::Iterator* GetCursorLocked() REQUIRES(cursorLock_);
     // On the thread of the last user. Waits for what the library does in the background.
@@ -90,7 +101,8 @@ private:
     HRESULT CauseOf(HRESULT result) const noexcept;
 
     const std::wstring path_;
-    std::string narrowPath_;  // UTF-8; empty when the path has no such form
+    std::string narrowPath_;                      // UTF-8; empty when the path has no such form
+    const std::shared_ptr<FolderMemory> memory_;  // or null
     std::shared_ptr<FolderGate> gate_;
     std::unique_ptr<FolderEnv> env_;          // outlives the database
     std::unique_ptr<ReadingEnv> readingEnv_;  // of one that is opened for reading

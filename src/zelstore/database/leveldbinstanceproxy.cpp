@@ -2,6 +2,7 @@
 
 #include "common/filesystem.h"
 #include "zelstore/database/foldergate.h"
+#include "zelstore/database/foldermemory.h"
 #include "zelstore/database/leveldbinstance.h"
 
 // Whoever drops the last pointer to an instance closes the database, which may take long. So
@@ -31,7 +32,8 @@ LevelDbInstanceProxy::LevelDbInstanceProxy(std::wstring path)
     : path_(std::move(path)),
       store_(StoreOfPath(path_)),
       date_(DateFromPath(path_)),
-      number_(NumberFromPath(path_)) {
+      number_(NumberFromPath(path_)),
+      memory_(std::make_shared<FolderMemory>(path_)) {
     RecountSize();
 }
 
@@ -88,7 +90,7 @@ HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstan
                                                    IfMissing ifMissing) {
     if (IsGone())
         return hr::notFound;
-    auto fresh = std::make_shared<LevelDbInstance>(path_);
+    auto fresh = std::make_shared<LevelDbInstance>(path_, memory_);
     const HRESULT result = fresh->Open(ifMissing);
     if (Failed(result))
         return result;
@@ -97,6 +99,10 @@ HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstan
     reader_.reset();
     *out = std::move(fresh);
     return hr::ok;
+}
+
+std::shared_ptr<const FolderFacts> LevelDbInstanceProxy::Recall() {
+    return IsGone() ? nullptr : memory_->Recall();
 }
 
 HRESULT LevelDbInstanceProxy::Hold(IfMissing ifMissing) {

@@ -12,6 +12,8 @@
 
 namespace ZEL {
 
+class FolderFacts;
+class FolderMemory;
 class LevelDbInstance;
 
 // The size of a database is estimated from its table files and from the records written since these
@@ -45,6 +47,10 @@ public:
     // of room or because the folder is closed to writing, the instance refuses writes and serves
     // readers alone, those who come before the next writer.
     HRESULT GetInstance(std::shared_ptr<LevelDbInstance>* out, IfMissing ifMissing);
+
+    // What an earlier walk over all rows has learnt of the folder, if it is closed and none of its
+    // files has changed; else null.
+    std::shared_ptr<const FolderFacts> Recall();
 
     // Opens the database to be written, when needed, and keeps it open until as many calls of
     // Release.
@@ -105,6 +111,7 @@ private:
     const std::wstring store_;
     const std::wstring date_;
     const std::uint32_t number_;
+    const std::shared_ptr<FolderMemory> memory_;
     std::atomic<std::uint64_t> estimatedBytes_{0};
     std::atomic<std::uint64_t> recordsSinceCount_{0};
     std::atomic<std::uint64_t> recountBudget_{0};

@@ -134,6 +134,16 @@ HRESULT ZelMasterDatabase::CopyDatabaseMap(Catalog* copy) {
     });
 }
 
+HRESULT ZelMasterDatabase::CopyEventDatabases(std::vector<ProxyPtr>* out) {
+    return AtBoundary([&] {
+        const wm::HoldShared hold(databaseLock_);
+        for (const auto& [path, proxy] : databases_)
+            if (proxy->Number() != silentNumber)
+                out->push_back(proxy);
+        return hr::ok;
+    });
+}
+
 HRESULT ZelMasterDatabase::GetDatabaseErrors(DatabaseErrorTable* out) {
     if (out == nullptr)
         return hr::invalidArgument;

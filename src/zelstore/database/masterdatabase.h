@@ -53,8 +53,6 @@ public:
     HRESULT GetEnrichments(const QueryId* query, const std::string& key,
                            std::vector<std::string>* values) override;
     void ReleaseQueryCursor(const QueryId* query) override;
-    HRESULT GetSilentEnrichments(const QueryId* query, const std::string& key, bool* hasOther,
-                                 bool collect, std::vector<std::string>* values) override;
 
 private:
     using ProxyPtr = std::shared_ptr<LevelDbInstanceProxy>;
@@ -63,6 +61,8 @@ private:
 
     // For walks over all databases, which must not hold the lock while they read.
     HRESULT CopyDatabaseMap(Catalog* copy);
+    // The same in their order, without the silent ones.
+    HRESULT CopyEventDatabases(std::vector<ProxyPtr>* out);
     // A count that can't be kept for want of memory is lost, and nothing else.
     void RecordDatabaseError(const std::wstring& path, DatabaseErrorKind kind,
                              HRESULT result) noexcept;

@@ -1,16 +1,15 @@
 #include "common/boundary.h"
 #include "common/textbridge.h"
-#include "common/trace.h"
 #include "zelstore/database/endwatch.h"
-#include "zelstore/database/iquerysink.h"
 #include "zelstore/database/leveldbinstance.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 #include "zelstore/database/masterdatabase.h"
 #include "zelstore/keys/keyformat.h"
 
-// Reading. Scans and lookups go over a copy of the catalog, oldest database first, each opened for
-// the purpose and let go at once. An event's enrichments are read where its date says, and the
-// query keeps that database open until the date changes: events come in the order of time.
+// Reading single rows; scans stand in masterscan.cpp. Lookups go over a copy of the catalog, oldest
+// database first, each opened for the purpose and let go at once. An event's enrichments are read
+// where its date says, and the query keeps that database open until the date changes: events come
+// in the order of time.
 
 namespace ZEL {
 
@@ -31,38 +30,6 @@ HRESULT ReadFrom(LevelDbInstanceProxy& proxy, Read&& read) {
 }
 
 }  // namespace
-
-HRESULT ZelMasterDatabase::Scan(const std::string& startKey, IQuerySink* sink, HANDLE stopEvent,
-                                HANDLE pauseEvent) {
-    if (sink == nullptr)
-        return hr::invalidArgument;
-    Catalog copy;
-    HRESULT result = CopyDatabaseMap(&copy);
-    if (Failed(result))
-        return result;
-    result = AtBoundary([&] { return sink->Begin(this); });
-    if (Failed(result))
-        return result;
-    EndWatch* const watch = EndWatch::OfThread();
-    bool keepGoing = true;
-    for (const auto& [path, proxy] : copy) {
-        if (proxy->Number() == silentNumber)
-            continue;
-        if (watch != nullptr && !watch->BeginWalk())
-            break;
-        result = ReadFrom(*proxy, [&](LevelDbInstance& instance) {
-            return instance.Scan(startKey, sink, stopEvent, pauseEvent, &keepGoing);
-        });
-        if (Failed(result) && result != hr::notFound)
-            RecordDatabaseError(path, DatabaseErrorKind::read, result);
-        if (!keepGoing)
-            break;
-    }
-    result = AtBoundary([&] { return sink->End(); });
-    if (Failed(result))
-        wm::Trace(wm::message::scanEndFailed, result);
-    return hr::ok;
-}
 
 HRESULT ZelMasterDatabase::GetRecord(const std::string& key, std::string* value) {
     Catalog copy;

@@ -19,8 +19,10 @@
 namespace ZEL {
 
 PartsSink::PartsSink(std::vector<QuerySink*> sinks, std::size_t mostBytes) : mostBytes_(mostBytes) {
-    for (QuerySink* const sink : sinks)
+    for (QuerySink* const sink : sinks) {
         parts_.push_back({sink, {}});
+        sink->ShareKeys();
+    }
 }
 
 HRESULT PartsSink::Begin(IZelDbImpl* database) {
@@ -39,6 +41,12 @@ HRESULT PartsSink::SetEndValue(const std::string& end) {
         if (const HRESULT each = part.sink->SetEndValue(end); Failed(each))
             result = each;
     return result;
+}
+
+bool PartsSink::MayMatch(const std::string& startKey, const FolderFacts& facts) {
+    return std::any_of(parts_.begin(), parts_.end(), [&](const Part& part) {
+        return !part.walksAlone && !part.hasAll && part.sink->MayMatch(startKey, facts);
+    });
 }
 
 RowResult PartsSink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& value,

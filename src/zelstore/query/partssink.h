@@ -36,6 +36,7 @@ public:
                        bool* keepGoing) override;
     HRESULT SetEndValue(const std::string& end) override;
     std::int32_t GetMatchCount() override { return parts_.front().sink->GetMatchCount(); }
+    bool MayMatch(const std::string& startKey, const FolderFacts& facts) override;
 
     // Behind the walk, for each part but the first.
     bool MustWalkAlone(std::size_t part) const { return parts_[part].walksAlone; }

@@ -5,6 +5,7 @@
 
 #include "common/asciicase.h"
 #include "zelstore/database/endwatch.h"
+#include "zelstore/database/folderfacts.h"
 #include "zelstore/keys/keyfield.h"
 
 // Testing a row's key.
@@ -133,6 +134,11 @@ QueryFilter::QueryFilter(const Schema::FilterMap& conditions, EndWatch* watch) :
                           [](const Field& field) { return !StandsEarly(field.name); });
 }
 
+void QueryFilter::TestEarlyFieldsFirst() {
+    std::stable_partition(fields_.begin(), fields_.end(),
+                          [](const Field& field) { return StandsEarly(field.name); });
+}
+
 QueryFilter::Field QueryFilter::MakeField(const std::string& name,
                                           const std::map<std::string, Schema::Operator>& values,
                                           EndWatch* watch) {
@@ -153,6 +159,21 @@ QueryFilter::Field QueryFilter::MakeField(const std::string& name,
             MakeUpperAscii(part->comparisons.back().value);
     }
     return field;
+}
+
+// Only a field whose values are all listed says what a row has to have.
+bool QueryFilter::MayMatch(const FolderFacts& facts) const {
+    return std::all_of(fields_.begin(), fields_.end(), [&](const Field& field) {
+        const auto known = FindKeyField(field.name);
+        const auto& values = field.alone.comparisons;
+        if (!known || !FolderFacts::IsRemembered(*known) || !field.together.Empty() ||
+            !field.alone.expressions.empty())
+            return true;
+        return std::any_of(values.begin(), values.end(), [&](const Comparison& comparison) {
+            return comparison.op != Schema::operatorEquals ||
+                   facts.MayHold(*known, comparison.value);
+        });
+    });
 }
 
 bool QueryFilter::MatchesFilter(const KeyFields& keyFields) {

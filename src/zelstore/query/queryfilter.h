@@ -13,6 +13,7 @@
 namespace ZEL {
 
 class EndWatch;
+class FolderFacts;
 
 // The conditions of one sub-query, made ready for testing row keys. Fields combine by AND; within a
 // field positive conditions combine by OR, and from the first negative one on, in byte order of the
@@ -25,8 +26,11 @@ public:
     // `watch` may be null; all work is counted there. Throws GivenUp when it says so.
     explicit QueryFilter(const Schema::FilterMap& conditions, EndWatch* watch = nullptr);
 
-    // Whether there is nothing to test, so that the key need not be split.
-    bool Empty() const noexcept { return fields_.empty(); }
+    // For keys that other filters test as well: fields at a key's start are then tested first. Each
+    // key is split to its start only once, and they are what tells such filters apart.
+    void TestEarlyFieldsFirst();
+    // False when no primary key of a database of which this is known can pass.
+    bool MayMatch(const FolderFacts& facts) const;
     // Whether a primary key passes. Throws what a pattern throws when the answer hangs on that
     // pattern, and GivenUp.
     bool MatchesFilter(const KeyFields& keyFields);

@@ -9,6 +9,7 @@
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "zelstore/database/endwatch.h"
+#include "zelstore/database/folderfacts.h"
 #include "zelstore/database/statusresult.h"
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/keys/receivekey.h"
@@ -140,6 +141,10 @@ bool QuerySink::IsInRange(std::string_view key, KeyFields* fields) const {
         return false;
     SplitKeyFields(key, fields);
     return endValue_.empty() || !IsPastEnd(*fields);
+}
+
+bool QuerySink::MayMatch(const std::string& startKey, const FolderFacts& facts) {
+    return !isPrimary_ || (facts.MayHoldRows(startKey, endValue_) && filter_.MayMatch(facts));
 }
 
 bool QuerySink::Wants(const KeyFields& fields) {

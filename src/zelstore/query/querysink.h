@@ -54,6 +54,7 @@ public:
     // Results that were put in a batch, delivered or not. A row whose delivery failed is not
     // counted.
     std::int32_t GetMatchCount() override { return matchCount_; }
+    bool MayMatch(const std::string& startKey, const FolderFacts& facts) override;
 
     // The parts of OnRecord, for a walk that serves several sinks of one range (partssink.h), which
     // then need not split each key again. False for the key of a row behind the range, where the
@@ -61,6 +62,8 @@ public:
     bool IsInRange(std::string_view key, KeyFields* fields) const;
     // Whether the conditions let a row pass. One whose test fails is lost, and told.
     bool Wants(const KeyFields& fields);
+    // Ahead of the walk, for a sink whose keys others test as well.
+    void ShareKeys() { filter_.TestEarlyFieldsFirst(); }
     // As OnRecord, for a row that is wanted. It may come behind the walk where NeedsWalk is false.
     RowResult Take(std::string_view key, std::string_view value, bool* keepGoing);
     // Whether results are made of more than a row and what the store has beside it.

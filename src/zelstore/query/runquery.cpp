@@ -228,12 +228,14 @@ HRESULT DocumentRun::RunParts(std::vector<Part>& parts, bool* complete) {
         part.sink->SetLimit(remaining_);
         sinks.push_back(part.sink.get());
     }
-    PartsSink all(std::move(sinks));
-    HRESULT result = Reported(
-        Scan(first, parts.size() == 1 ? static_cast<IQuerySink*>(first.sink.get()) : &all));
+    std::optional<PartsSink> all;  // none for a part that walks alone
+    if (parts.size() > 1)
+        all.emplace(std::move(sinks));
+    HRESULT result =
+        Reported(Scan(first, all ? static_cast<IQuerySink*>(&*all) : first.sink.get()));
     for (std::size_t part = 0; Succeeded(result) && part < parts.size(); ++part) {
         if (part > 0)
-            result = Reported(FinishPart(parts, part, all));
+            result = Reported(FinishPart(parts, part, *all));
         if (Failed(result))
             break;
         if (watch_.HasLeftOut())

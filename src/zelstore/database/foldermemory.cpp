@@ -1,0 +1,92 @@
+#include "zelstore/database/foldermemory.h"
+
+#include <algorithm>
+#include <utility>
+
+// When facts hold. They are of the rows of one snapshot, and rows come into a folder through its
+// log alone. So they hold as long as no log has rows in it and nobody else has opened the folder:
+// each opening writes a new manifest and names it in CURRENT.
+//
+//   opening    the files are as they were at the last closing, or all is forgotten
+//   open       a write of this process makes the closing forget
+//   closing    CURRENT is still the one that this process's opening wrote, and all logs are empty;
+//              the files are noted, with sizes and times
+//   closed     any file that is not as it was noted makes it forget
+//
+// What LevelDB does to the tables while this process has them open changes no rows.
+
+namespace ZEL {
+
+namespace {
+
+bool IsLogWithRows(const wm::FileState& file) {
+    return file.name.ends_with(".log") && file.bytes != 0;
+}
+
+}  // namespace
+
+std::shared_ptr<const FolderFacts> FolderMemory::Recall() {
+    const wm::Hold hold(lock_);
+    if (isOpen_ || !facts_)
+        return nullptr;
+    if (!IsAsItWasLocked())
+        facts_.reset();
+    return facts_;
+}
+
+bool FolderMemory::IsAsItWasLocked() {
+    std::vector<wm::FileState> files;
+    return Succeeded(wm::ListFileStates(folder_, files)) && files == files_;
+}
+
+void FolderMemory::BeforeOpen() {
+    const wm::Hold hold(lock_);
+    if (facts_ && !IsAsItWasLocked())
+        facts_.reset();
+    isOpen_ = true;
+    isWritten_.store(false, std::memory_order_relaxed);
+}
+
+void FolderMemory::Forget() {
+    const wm::Hold hold(lock_);
+    isOpen_ = false;
+    facts_.reset();
+}
+
+bool FolderMemory::WantsFacts() {
+    const wm::Hold hold(lock_);
+    return isOpen_ && !facts_ && !isWritten_.load(std::memory_order_relaxed);
+}
+
+void FolderMemory::Learn(std::shared_ptr<const FolderFacts> facts) {
+    const wm::Hold hold(lock_);
+    if (isOpen_ && !isWritten_.load(std::memory_order_relaxed))
+        facts_ = std::move(facts);
+}
+
+std::string FolderMemory::ReadCurrent() const {
+    std::string text;
+    return Succeeded(wm::ReadWholeFile(wm::JoinPath(folder_, L"CURRENT"), &text)) ? text : "";
+}
+
+void FolderMemory::BeforeClose() {
+    const wm::Hold hold(lock_);
+    if (isWritten_.load(std::memory_order_relaxed))
+        facts_.reset();
+    if (facts_)
+        current_ = ReadCurrent();
+}
+
+void FolderMemory::AfterClose() {
+    const wm::Hold hold(lock_);
+    isOpen_ = false;
+    if (!facts_)
+        return;
+    const bool holds = Succeeded(wm::ListFileStates(folder_, files_)) &&
+                       std::none_of(files_.begin(), files_.end(), IsLogWithRows) &&
+                       !current_.empty() && current_ == ReadCurrent();
+    if (!holds)
+        facts_.reset();
+}
+
+}  // namespace ZEL
