@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <filesystem>
 
 #include "databasefixture.h"
 #include "support/slowdisk.h"
@@ -416,6 +417,24 @@ TEST_F(MasterWrite, StoreDirectoryIsNeverMade) {
     EXPECT_TRUE(store.List().empty());
     store.MakeFolder("missing");
     EXPECT_EQ(early.WriteRecords(batch), hr::ok);
+}
+
+TEST_F(MasterWrite, ASettingChoosesTheBlocksOfNewTables) {
+    const auto bytesOf = [this](const std::string& folder, std::uint32_t blockSize) {
+        EXPECT_EQ(db->SetBlockSize(blockSize), hr::ok);
+        Put(folder, test::Rows(3000));
+        EXPECT_FALSE(IsOpen(folder));  // an opening makes a table of the log
+        std::uint64_t bytes = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(store.Path() / folder))
+            bytes += entry.path().extension() == ".ldb" ? entry.file_size() : 0;
+        return bytes;
+    };
+    const std::uint64_t small = bytesOf("20261101", 0);
+    EXPECT_LT(bytesOf("20261102", 0x10000), small) << "they compress better";
+    for (const std::uint32_t bytes : {1U, leastBlockBytes - 1, mostBlockBytes + 1})
+        EXPECT_EQ(db->SetBlockSize(bytes), hr::invalidArgument) << bytes;
+    Restart();
+    EXPECT_EQ(ScanAll().size(), 6000u);
 }
 
 }  // namespace

@@ -26,6 +26,7 @@ constexpr struct {
     const char* name;
 } known[] = {
     {"ZEL\\Settings\\FDR", "MAX_INCOMING_QUEUE_LENGTH"},
+    {"ZEL\\Settings\\FDR", "BLOCK_SIZE"},
     {"ZEL\\Settings\\DiskMonitor", "StopThreshold"},
     {"ZEL\\Settings\\DiskMonitor", "ResumePercentage"},
     {"ZEL\\Opstate\\EMAQ", "MaxDBSizeHonored"},

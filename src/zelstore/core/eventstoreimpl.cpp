@@ -95,7 +95,16 @@ HRESULT EventStoreImpl::Start() {
     result = OpenDatabase();
     if (Failed(result))
         return result;
+    ReadBlockSize();
     return EnableQueries();
+}
+
+void EventStoreImpl::ReadBlockSize() {
+    std::uint32_t bytes = 0;
+    IgnoreResult(wm::ReadSetting(settingsKeyStore, settingsBlockSize, &bytes), "the default stays");
+    const HRESULT result = database_.load(std::memory_order_acquire)->SetBlockSize(bytes);
+    if (Failed(result))
+        wm::ReportError(result, "Settings", "BLOCK_SIZE", std::to_string(bytes).c_str());
 }
 
 HRESULT EventStoreImpl::StartJobController() {

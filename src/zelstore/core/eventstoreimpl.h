@@ -75,6 +75,8 @@ private:
     // Gets the process's database at the first start; later ones find it again. From here on Insert
     // takes records.
     HRESULT OpenDatabase();
+    // One that can't be is reported; the former one stays.
+    void ReadBlockSize();
     HRESULT EnableQueries() REQUIRES(stateLock_);
     // Refuses new queries of the store's threads, and tells those that run to end.
     void StopQueries();

@@ -38,6 +38,9 @@ struct DatabaseErrorRecord {
 inline constexpr std::uint32_t sizeLimitHonored = 1;     // or will be, once the folders are gone
 inline constexpr std::uint32_t sizeLimitNotHonored = 2;  // what may go is not enough
 
+inline constexpr std::uint32_t leastBlockBytes = 1U << 10;
+inline constexpr std::uint32_t mostBlockBytes = 1U << 20;
+
 using DatabaseErrorTable = std::map<std::wstring, DatabaseErrorRecord>;  // by the folder's path
 
 // The stored data of the process. May be used by any thread. What fails in one database is counted
@@ -89,6 +92,10 @@ public:
     // until `isToEnd` says so, which is asked again and again. For the beginning of a flush: the
     // writes themselves wait for no other process.
     virtual void AwaitWriteFolder(const std::function<bool()>& isToEnd) = 0;
+    // The size of the blocks that tables are made of from here on, in folders that are opened
+    // later; a block is read and compressed as one. 0 means the library's own. 0x80070057 beyond
+    // leastBlockBytes to mostBlockBytes.
+    virtual HRESULT SetBlockSize(std::uint32_t bytes) = 0;
 };
 
 // The process's database, made at the first call that can read the data store directory; null when

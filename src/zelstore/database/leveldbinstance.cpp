@@ -233,6 +233,8 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     options.env = env_.get();
     options.create_if_missing = ifMissing == IfMissing::create;
     options.max_open_files = mostOpenFiles;
+    if (const std::size_t blockSize = blockSize_.load(std::memory_order_relaxed))
+        options.block_size = blockSize;
     leveldb::DB* opened = nullptr;
     const leveldb::Status status = leveldb::DB::Open(options, narrowPath_, &opened);
     if (status.ok() && opened != nullptr) {

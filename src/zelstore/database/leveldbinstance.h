@@ -41,6 +41,12 @@ public:
     LevelDbInstance(const LevelDbInstance&) = delete;
     LevelDbInstance& operator=(const LevelDbInstance&) = delete;
 
+    // The size of new tables' blocks in all folders that are opened from here on; 0 means the
+    // library's own.
+    static void SetBlockSize(std::size_t bytes) noexcept {
+        blockSize_.store(bytes, std::memory_order_relaxed);
+    }
+
     // To be called before any other thread has the object. 0x80070020 when another process has the
     // folder open, 0x8007045d when an instance of this one has. With IfMissing::fail nothing is
     // made in a folder without a database, and the result is 0x80004005.
@@ -99,6 +105,8 @@ private:
     HRESULT MoveAway();
     // What a failure comes from, as far as the system has told it.
     HRESULT CauseOf(HRESULT result) const noexcept;
+
+    static inline std::atomic<std::size_t> blockSize_{0};
 
     const std::wstring path_;
     std::string narrowPath_;                      // UTF-8; empty when the path has no such form

@@ -116,6 +116,13 @@ void ZelMasterDatabase::AbortScans() {
     RunningWalk::AbortAll();
 }
 
+HRESULT ZelMasterDatabase::SetBlockSize(std::uint32_t bytes) {
+    if (bytes != 0 && (bytes < leastBlockBytes || bytes > mostBlockBytes))
+        return hr::invalidArgument;
+    LevelDbInstance::SetBlockSize(bytes);
+    return hr::ok;
+}
+
 void ZelMasterDatabase::CloseAll() {
     // Dropped after the lock is released: closing takes as long as the library's background work.
     Catalog closing;

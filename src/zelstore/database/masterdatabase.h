@@ -53,6 +53,9 @@ public:
     HRESULT GetEnrichments(const QueryId* query, const std::string& key,
                            std::vector<std::string>* values) override;
     void ReleaseQueryCursor(const QueryId* query) override;
+    HRESULT SetBlockSize(std::uint32_t bytes) override;
+    HRESULT GetSilentEnrichments(const QueryId* query, const std::string& key, bool* hasOther,
+                                 bool collect, std::vector<std::string>* values) override;
 
 private:
     using ProxyPtr = std::shared_ptr<LevelDbInstanceProxy>;
