@@ -88,7 +88,7 @@ bool HasOnlyKeptHashes(std::string_view list) {
 std::optional<std::string_view> GuidIn(std::string_view text) {
     if (text.starts_with('{') && text.ends_with('}'))
         text = text.substr(1, text.size() - 2);
-    if (text.find_first_not_of("0-") == text.npos)
+    if (std::all_of(text.begin(), text.end(), [](char c) { return c == '0' || c == '-'; }))
         return std::nullopt;
     return text;
 }
@@ -135,8 +135,8 @@ std::optional<std::uint32_t> RegistryTypeIn(std::string_view text) {
 }
 
 bool IsLostFromKey(std::string_view text) {
-    constexpr std::string_view lost("<>\0", 3);
-    return text.find_first_of(lost) != text.npos || text.starts_with(R"(\\?\)");
+    const auto isLost = [](char c) { return c == '<' || c == '>' || c == '\0'; };
+    return std::any_of(text.begin(), text.end(), isLost) || text.starts_with(R"(\\?\)");
 }
 
 std::optional<std::uint32_t> TypeIdOf(std::string_view objectType) {

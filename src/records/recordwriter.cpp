@@ -1,6 +1,7 @@
 #include "records/recordwriter.h"
 
 #include <charconv>
+#include <cstring>
 #include <iterator>
 
 namespace zel {
@@ -9,6 +10,23 @@ namespace {
 
 constexpr bool NeedsEscape(char c) {
     return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
+}
+
+// Where the first character that needs an escape stands, at or behind `at`. Eight at a time, since
+// most of a record is text without one.
+std::size_t NextEscape(std::string_view text, std::size_t at) {
+    constexpr std::uint64_t ones = 0x0101010101010101, tops = 0x8080808080808080;
+    const auto hasZero = [](std::uint64_t word) { return (word - ones) & ~word & tops; };
+    for (; text.size() - at >= sizeof(std::uint64_t); at += sizeof(std::uint64_t)) {
+        std::uint64_t word;
+        std::memcpy(&word, text.data() + at, sizeof(word));
+        const std::uint64_t isControl = (word - ones * 0x20) & ~word & tops;
+        if ((isControl | hasZero(word ^ ones * '"') | hasZero(word ^ ones * '\\')) != 0)
+            break;
+    }
+    while (at < text.size() && !NeedsEscape(text[at]))
+        ++at;
+    return at;
 }
 
 void AppendEscaped(char c, std::string* out) {
@@ -25,18 +43,17 @@ void AppendEscaped(char c, std::string* out) {
 
 }  // namespace
 
-// Runs without escapes are most of all text and go in one piece.
 void AppendJsonString(std::string_view utf8, std::string* out) {
     out->push_back('"');
-    std::size_t begin = 0;
-    for (std::size_t i = 0; i < utf8.size(); ++i) {
-        if (!NeedsEscape(utf8[i]))
-            continue;
-        out->append(utf8, begin, i - begin);
-        AppendEscaped(utf8[i], out);
-        begin = i + 1;
+    for (std::size_t at = 0;;) {
+        const std::size_t next = NextEscape(utf8, at);
+        out->append(utf8, at, next - at);
+        if (next == utf8.size())
+            break;
+        AppendEscaped(utf8[next], out);
+        at = next + 1;
     }
-    out->append(utf8, begin, utf8.size() - begin).push_back('"');
+    out->push_back('"');
 }
 
 void RecordWriter::Comma() {
