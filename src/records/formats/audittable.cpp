@@ -91,6 +91,7 @@ constexpr Member program[] = {{"path", text, "SYSCALL.exe"},
                               {"pid", number, "SYSCALL.pid"}};
 constexpr Member failedProgram[] = {{"path", text, "PATH.NORMAL.name"},
                                     {"cmd_line", text, "EXECVE.cmdline"}};
+constexpr Member commandAlone[] = {{"cmd_line", text, "EXECVE.cmdline"}};
 constexpr Member caller[] = {{"path", text, "SYSCALL.exe"}, {"pid", number, "SYSCALL.pid"}};
 constexpr Member anyPath[] = {{"path", text, "PATH.CREATE.name|PATH.DELETE.name|PATH.NORMAL.name"}};
 constexpr Member created[] = {{"path", text, "PATH.CREATE.name"}};
@@ -130,6 +131,7 @@ constexpr Member end[] = {{"id", number, "USER_END.ses"},
 constexpr MappingRow rows[] = {
     {{}, execFailed, "process", "generic", "PATH.NORMAL.name", {}, caller, failedProgram, {}},
     {{}, exec, "process", "launch", "SYSCALL.exe", {}, {}, program, {}},
+    {{}, {}, "process", "generic", "EXECVE.cmdline", {}, caller, commandAlone, {}},
     {{}, exits, "process", "terminate", "SYSCALL.exe", {}, caller, program, {}},
 
     {{}, loadFailed, "module", "generic", "KERN_MODULE.name", {}, actor, module, {}},

@@ -12,6 +12,7 @@
 namespace zel {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -205,7 +206,8 @@ TEST(Audit, IncompleteEvents) {
     read.End();
     EXPECT_THAT(read.items,
                 ElementsAre("4: refused: no type=... msg=audit(TIME:NUMBER)",
-                            HasSubstr(R"("EXECVE.a0":"ls","EXECVE.a1":"-l")"),
+                            AllOf(HasSubstr(R"("cmd_line":{"value":["ls -l"]})"),
+                                  HasSubstr(R"("EXECVE.a0":"ls","EXECVE.a1":"-l")")),
                             HasSubstr(R"("SYSCALL.syscall":"execve","SYSCALL.success":"yes")"),
                             HasSubstr("3: refused: no time")));
 }
