@@ -308,6 +308,8 @@ void AuditSource::JoinArguments() {
 }  // namespace
 
 bool KnowsAudit(const SourceLine& line) {
+    if (line.fields != nullptr)
+        return false;
     const auto stamp = line.text.find(" msg=audit(");
     return stamp != line.text.npos && line.text.substr(0, stamp).find("type=") != line.text.npos;
 }

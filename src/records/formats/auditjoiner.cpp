@@ -80,13 +80,16 @@ void AuditJoiner::Add(std::string_view line, const AuditLine& parsed, std::uint6
         Complete(waiting_.begin());
 }
 
-bool AuditJoiner::IsLast(Waiting& waiting, const AuditLine& line) {
+bool AuditJoiner::IsLast(Waiting& waiting, const AuditLine& line) const {
     if (line.type == callType) {
         waiting.beginsWithCall = waiting.event.lineStarts.size() == 1;
         waiting.missingPaths = PathsOf(line.body);
     } else if (line.type == pathType && waiting.missingPaths > 0) {
         --waiting.missingPaths;
     }
+    if (waiting.event.lineStarts.size() >= limits_.eventLines ||
+        waiting.event.text.size() >= limits_.eventBytes)
+        return true;
     return line.type == endType || IsOneLine(line.type) ||
            (line.type == titleType && waiting.beginsWithCall && waiting.missingPaths == 0);
 }

@@ -32,6 +32,9 @@ public:
     struct Limits {
         std::size_t events = 4096;
         std::size_t bytes = std::size_t{16} << 20;
+        // Of one event: more lines are no event of a kernel.
+        std::size_t eventLines = 4096;
+        std::size_t eventBytes = std::size_t{4} << 20;
         // So many have to wait before one is complete because it is old, by the log's own times.
         std::size_t agingEvents = 256;
         std::uint64_t ageMs = 2000;
@@ -63,7 +66,7 @@ private:
     };
 
     Place Find(const AuditStamp& stamp, std::uint64_t lineNumber);
-    static bool IsLast(Waiting& waiting, const AuditLine& line);
+    bool IsLast(Waiting& waiting, const AuditLine& line) const;
     void Complete(Place place);
     void CompleteOld(const AuditStamp& now);
 

@@ -167,6 +167,9 @@ void OcsfSource::NameRegistryType(SourceFields& fields) {
 
 // What the event's own maker had no place for keeps the names that it had there.
 void OcsfSource::LiftUnmapped(SourceFields& fields) {
+    constexpr std::size_t mostLifted = 4096;  // each is looked for among all
+    if (fields.All().size() > mostLifted)
+        return;
     for (SourceField& field : fields.All()) {
         if (!field.name.starts_with(unmapped))
             continue;

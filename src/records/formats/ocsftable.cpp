@@ -182,10 +182,10 @@ constexpr MappingRow rows[] = {
 };
 
 constexpr OcsfClass classes[] = {
-    {1001, "File System Activity", 1},    {1005, "Module Activity", 1},
-    {1007, "Process Activity", 1},        {3002, "Authentication", 3},
-    {4001, "Network Activity", 4},        {4003, "DNS Activity", 4},
-    {201001, "Registry Key Activity", 1}, {201002, "Registry Value Activity", 1},
+    {"File System Activity", 1001, 1},    {"Module Activity", 1005, 1},
+    {"Process Activity", 1007, 1},        {"Authentication", 3002, 3},
+    {"Network Activity", 4001, 4},        {"DNS Activity", 4003, 4},
+    {"Registry Key Activity", 201001, 1}, {"Registry Value Activity", 201002, 1},
 };
 
 constexpr std::string_view actions[] = {

@@ -29,8 +29,8 @@ constexpr std::string_view ocsfProduct = "ZELStore";
 constexpr std::string_view ocsfFailure = "2";
 
 struct OcsfClass {
-    std::uint32_t uid = 0;
     std::string_view name;
+    std::uint32_t uid = 0;
     std::uint32_t category = 0;
 };
 std::span<const OcsfClass> OcsfClasses();

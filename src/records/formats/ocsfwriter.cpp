@@ -284,7 +284,7 @@ void OcsfWriter::Working::TakeTypeId(std::string_view objectType) {
         number->taken = IsOnlyValue(*number) && number->text == std::to_string(*expected);
 }
 
-// What is left of the record, in its order. Its own `unmapped` loses that name.
+// What is left of the record, in its order.
 void OcsfWriter::Working::AddRest() {
     std::string rest;
     RecordWriter writer(&rest);
@@ -297,6 +297,8 @@ void OcsfWriter::Working::AddRest() {
             continue;
         if (name.starts_with(unmapped) && name.substr(unmapped.size()).starts_with('.'))
             name.remove_prefix(unmapped.size() + 1);
+        else
+            name = fields.Keep("record.", name);
         writer.Key(name);
         if (all[i].part == Part::alone) {
             writer.Json(JsonOf(all[i]));
@@ -340,7 +342,7 @@ bool OcsfWriter::Write(std::string_view record, std::string* out) {
         OcsfActionNamed(action).empty() ? nullptr : OcsfRowFor(type, action);
     w.AddHead();
     if (row == nullptr) {
-        w.AddClass({0, "Base Event", 0}, otherActivity, action);
+        w.AddClass({"Base Event", 0, 0}, otherActivity, action);
         w.attributes.AddText("raw_data", record);
     } else {
         time->taken = true;

@@ -47,7 +47,8 @@ private:
     std::vector<Row> rows_;  // of the line, if it holds several
     std::size_t nextRow_ = 0;
     bool hasRows_ = false;      // it is one that holds several, if only none
-    std::string_view badRows_;  // the member that should hold rows
+    std::string_view problem_;  // with its rows
+    std::string_view problemMember_;
 
     JsonFields splitter_;
     JsonFields reader_;
@@ -60,12 +61,19 @@ void OsquerySource::Give(const SourceLine& line) {
     rows_.clear();
     nextRow_ = 0;
     hasRows_ = false;
-    badRows_ = {};
+    problem_ = {};
+    problemMember_ = {};
     if (line.fields == nullptr)
         return;
     AddRows(addedRows, false);
     AddRows(removedRows, true);
     AddRows(snapshotRows, false);
+    // Each row is read with all members beside them; no real line comes near.
+    constexpr std::size_t mostFields = std::size_t{1} << 24;
+    if (rows_.size() * line.fields->All().size() > mostFields) {
+        rows_.clear();
+        problem_ = "too many rows for so many members";
+    }
 }
 
 void OsquerySource::AddRows(std::string_view member, bool isRemoved) {
@@ -74,7 +82,8 @@ void OsquerySource::AddRows(std::string_view member, bool isRemoved) {
         return;
     hasRows_ = true;
     if (field->kind != SourceField::Kind::json || !splitter_.Split(field->text, &items_)) {
-        badRows_ = member;
+        problem_ = "no list of rows";
+        problemMember_ = member;
         return;
     }
     for (std::string& item : items_)
@@ -96,9 +105,9 @@ bool OsquerySource::Next(SourceItem* item) {
         item->problem = "no JSON object";
         return true;
     }
-    if (!badRows_.empty()) {
-        item->problem = "no list of rows";
-        item->detail = badRows_;
+    if (!problem_.empty()) {
+        item->problem = problem_;
+        item->detail = problemMember_;
         return true;
     }
     // Results without rows are logged as well.

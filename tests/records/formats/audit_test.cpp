@@ -150,7 +150,13 @@ TEST_F(Joining, TitleAheadOfOtherLines) {
 
 class BoundedJoining : public Joining {
 protected:
-    BoundedJoining() : Joining({.events = 3, .bytes = 150, .agingEvents = 1, .ageMs = 2000}) {}
+    BoundedJoining()
+        : Joining({.events = 3,
+                   .bytes = 150,
+                   .eventLines = 4,
+                   .eventBytes = 1000,
+                   .agingEvents = 1,
+                   .ageMs = 2000}) {}
 };
 
 TEST_F(BoundedJoining, GivesTheOldestAway) {
@@ -164,6 +170,9 @@ TEST_F(BoundedJoining, GivesTheOldestAway) {
     EXPECT_THAT(Taken(), ElementsAre("3+1")) << "old";
     Add("PATH", "3.000:6");
     EXPECT_THAT(Taken(), ElementsAre("4+3")) << "an older log begins";
+    for (int i = 0; i < 3; ++i)
+        Add("PATH", "3.000:6");
+    EXPECT_THAT(Taken(), ElementsAre("7+1", "8+4")) << "too many lines of one";
 }
 
 // Real logs, one that has an event of each kind and one whose lines are mixed.

@@ -105,10 +105,10 @@ TEST(Ocsf, LosesNothing) {
               R"("state":{"state":"exists"}}},"action":["open","close"],)"
               R"("begin_time":{"value":"2026-03-02T09:15:00.000Z"},"mine":{"x":[1,2]},)"
               R"("unmapped":{"winlog.opcode":"Info"},"source":{"format":"ecs","computer":"pc"}})");
-    EXPECT_THAT(event,
-                HasSubstr(R"("unmapped":{"artifacts.target.path.value":["/a","/b"],)"
-                          R"("artifacts.target.state.state":"exists","action":["open","close"],)"
-                          R"("mine.x":[1,2],"winlog.opcode":"Info"})"));
+    EXPECT_THAT(event, HasSubstr(R"("unmapped":{"record.artifacts.target.path.value":["/a","/b"],)"
+                                 R"("record.artifacts.target.state.state":"exists",)"
+                                 R"("record.action":["open","close"],)"
+                                 R"("record.mine.x":[1,2],"winlog.opcode":"Info"})"));
     EXPECT_THAT(event, HasSubstr(R"("device":{"hostname":"pc","type_id":0})"));
 }
 

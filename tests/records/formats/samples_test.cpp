@@ -84,6 +84,42 @@ TEST_P(JsonSamples, KeepEveryValue) {
     }
 }
 
+// What can't be read is told with its line, and the lines behind it are read.
+TEST(Refused, IsTold) {
+    struct Case {
+        const char* format;
+        const char* line;
+        std::vector<std::string> expected;
+    };
+    const Case cases[] = {
+        {"ecs", "no JSON", {"1: refused: no JSON object"}},
+        {"ecs",
+         R"({"@timestamp":"yesterday","event":{"category":"file"},"file":{"path":"/a"}})",
+         {"1: refused: no time that can be read"}},
+        {"ocsf",
+         R"({"class_uid":1001,"activity_id":1,"file":{"path":"/a"},"time":1e30})",
+         {"1: refused: no time that can be read"}},
+        {"ocsf", R"({"class_uid":-1,"activity_id":1,"time":0})", {"1: no rule:  "}},
+        {"osquery", R"({"hostIdentifier":"a","snapshot":5})", {"1: refused: no list of rows"}},
+        {"osquery", R"({"hostIdentifier":"a","snapshot":[]})", {}},
+        {"osquery",
+         R"({"hostIdentifier":"a","unixTime":1,"snapshot":[7,{"target_path":"/a","action":"UPDATED"}]})",
+         {"1: refused: a row that is no object", "1: {"}},
+        {"osquery",
+         R"({"hostIdentifier":"a","columns":{"target_path":"/a","action":"UPDATED"}})",
+         {"1: refused: no time that can be read"}},
+    };
+    for (const Case& one : cases) {
+        ReadAll read(one.format);
+        read.Line(one.line);
+        ASSERT_EQ(read.items.size(), one.expected.size()) << one.line;
+        for (std::size_t i = 0; i < one.expected.size(); ++i)
+            EXPECT_THAT(read.items[i], testing::StartsWith(one.expected[i])) << one.line;
+        read.Line(one.line);
+        EXPECT_EQ(read.items.size(), 2 * one.expected.size());
+    }
+}
+
 // The manual's examples are parts of the samples, whose lines it breaks.
 TEST(Manual, ShowsSamples) {
     const auto read = [](const std::string& name) {
