@@ -92,6 +92,7 @@ void WriteField(const SourceField& field, RecordWriter& writer) {
 }
 
 void WriteUnmapped(SourceFields& fields, RecordWriter& writer) {
+    fields.GatherOuterNames();
     writer.Key("unmapped").BeginObject();
     for (SourceField& field : fields.All()) {
         if (field.taken || field.part == Part::further)

@@ -128,14 +128,24 @@ bool SourceFields::Has(std::string_view fullName) const noexcept {
     });
 }
 
+// An event may have as many fields as fit into a line, so each is not looked for among all.
+void SourceFields::GatherOuterNames() {
+    outerNames_.clear();
+    if (scope_.empty())
+        return;
+    for (const SourceField& field : fields_)
+        if (!field.name.starts_with(scope_))
+            outerNames_.push_back(field.name);
+    std::sort(outerNames_.begin(), outerNames_.end());
+}
+
 // A name of the event's own data stands without its prefix, so that it is the same whatever
 // collector has brought it; unless the collector has a field of that name.
 std::string_view SourceFields::ShownName(const SourceField& field) const noexcept {
     if (scope_.empty() || !field.name.starts_with(scope_))
         return field.name;
     const std::string_view own = field.name.substr(scope_.size());
-    const bool isDouble = std::any_of(fields_.begin(), fields_.end(),
-                                      [&](const SourceField& other) { return other.name == own; });
+    const bool isDouble = std::binary_search(outerNames_.begin(), outerNames_.end(), own);
     return isDouble ? field.name : own;
 }
 

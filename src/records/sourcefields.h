@@ -71,6 +71,8 @@ public:
     // All, in the source's order.
     std::span<SourceField> All() noexcept { return fields_; }
     std::span<const SourceField> All() const noexcept { return fields_; }
+    // To be called ahead of ShownName, and again once there are more fields.
+    void GatherOuterNames();
     // The name that `unmapped` uses.
     std::string_view ShownName(const SourceField& field) const noexcept;
 
@@ -84,6 +86,7 @@ private:
 
     std::vector<SourceField> fields_;
     std::string_view scope_;
+    std::vector<std::string_view> outerNames_;  // sorted, of the fields without the scope's prefix
     std::vector<Block> blocks_;
     std::size_t block_ = 0;  // the one that is being filled
     std::size_t used_ = 0;   // of it

@@ -120,6 +120,17 @@ TEST(Refused, IsTold) {
     }
 }
 
+// The time for an event with very many fields does not grow with their square.
+TEST(Columns, MayBeMany) {
+    std::string line =
+        R"({"hostIdentifier":"a","unixTime":1,"columns":{"target_path":"/a","action":"")";
+    for (int i = 0; i < 90000; ++i)
+        line += ",\"c" + std::to_string(i) + "\":1";
+    ReadAll read("osquery");
+    read.Line(line + "}}");
+    EXPECT_THAT(read.items, testing::ElementsAre(testing::HasSubstr(R"("c89999":1)")));
+}
+
 // The manual's examples are parts of the samples, whose lines it breaks.
 TEST(Manual, ShowsSamples) {
     const auto read = [](const std::string& name) {
