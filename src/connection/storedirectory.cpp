@@ -85,7 +85,7 @@ StoreContent ContentOf(const fs::directory_entry& entry) {
 bool CheckContent(const std::string& directory, StoreNeed need, std::string* problem) {
     if (need == StoreNeed::anywhere || LookIntoStore(directory) != StoreContent::foreign)
         return true;
-    return Refuse(problem, need == StoreNeed::existing
+    return Refuse(problem, !MayBeMade(need)
                                ? directory + " is no store: none of a store's folders is in it"
                                : directory +
                                      " is no store and holds other things; "
@@ -97,7 +97,7 @@ bool CheckDirectory(const std::string& directory, StoreNeed need, std::string* p
     constexpr mode_t ownerOnly = 0700;
     struct stat info {};
     bool exists = ::stat(directory.c_str(), &info) == 0;
-    if (!exists && need != StoreNeed::existing) {
+    if (!exists && MayBeMade(need)) {
         if (::mkdir(directory.c_str(), ownerOnly) != 0)
             return Refuse(problem,
                           "the store " + directory + " can't be made: " + std::strerror(errno));
@@ -106,7 +106,7 @@ bool CheckDirectory(const std::string& directory, StoreNeed need, std::string* p
     if (!exists || !S_ISDIR(info.st_mode))
         return Refuse(problem,
                       "the store " + directory + (exists ? " is no directory" : " does not exist"));
-    const int access = need == StoreNeed::existing ? R_OK | X_OK : R_OK | W_OK | X_OK;
+    const int access = need == StoreNeed::reading ? R_OK | X_OK : R_OK | W_OK | X_OK;
     if (::access(directory.c_str(), access) != 0)
         return Refuse(problem,
                       "the store " + directory + " can't be used: " + std::strerror(errno));

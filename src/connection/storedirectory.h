@@ -10,10 +10,16 @@ namespace zel {
 // to be made sure of before the component is loaded, since the store itself takes any directory and
 // makes what is missing.
 enum class StoreNeed {
-    existing,  // it is there, is a store's or empty, and can be read
+    reading,   // it is there, is a store's or empty, and can be read; nothing in it is changed
+    existing,  // likewise, and can be written
     writable,  // likewise, and can be written; it is made (mode 0700) when it is missing
     anywhere,  // as writable, but a directory that holds other things becomes a store as well
 };
+
+// Whether a missing directory is made for it.
+constexpr bool MayBeMade(StoreNeed need) noexcept {
+    return need == StoreNeed::writable || need == StoreNeed::anywhere;
+}
 
 // What a directory holds, by the names in it: nothing is opened, and no link is followed. One
 // database makes a store, whatever else stands beside it. Empty and foreign are told apart because

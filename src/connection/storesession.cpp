@@ -1,14 +1,9 @@
 #include "connection/storesession.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "common/hostservices.h"
@@ -18,9 +13,8 @@
 // A session: find the directory, load the component, start the store; in the end flush, close, and
 // tell what failed.
 //
-// LevelDB lets one process at a time have a database open, and a reader opens each for a moment
-// only. So readers take turns by a lock on the store's directory, which the store itself knows
-// nothing of; a writer needs none, since it waits for the one folder that it writes.
+// LevelDB lets one process at a time have a database open. A session that only asks opens none: it
+// reads each folder as it stands, so that any number of them work beside one that writes.
 //
 // What failed is known last: the coordinator may have a batch in hand until Shutdown has returned,
 // so the table of errors is read between that and the release of the store.
@@ -39,28 +33,12 @@ void TellState(const std::string& directory, StoreNeed need, ISessionListener& l
         listener.Say("note: the store " + directory + " is open to others than its owner (mode " +
                      mode + "); chmod 700 closes it");
     }
-    if (need == StoreNeed::existing && LookIntoStore(directory) == StoreContent::nothing)
+    if (!MayBeMade(need) && LookIntoStore(directory) == StoreContent::nothing)
         listener.Say("the store " + directory + " is empty");
 }
 
 }  // namespace
 
-// Readers of one store take turns. Whoever waits too long goes on all the same, and is told by the
-// store which folders it could not open. -1 when the directory can't be opened. The lock goes with
-// the descriptor, so a reader that is killed gives its turn back.
-int StoreSession::TakeTurn(const std::string& directory) {
-    const int turn = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    constexpr int longestWaitMs = 5000, lookAgainMs = 20;
-    for (int waitedMs = 0; turn >= 0 && waitedMs < longestWaitMs && !listener_.Interrupted();
-         waitedMs += lookAgainMs) {
-        if (::flock(turn, LOCK_EX | LOCK_NB) == 0)
-            break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(lookAgainMs));
-    }
-    return turn;
-}
-
-// The turn is held until Close, for all folders that are opened in between.
 bool StoreSession::Open(StoreNeed need) {
     std::string directory;
     std::string problem;
@@ -69,23 +47,28 @@ bool StoreSession::Open(StoreNeed need) {
         return false;
     }
     TellState(directory, need, listener_);
-    if (need == StoreNeed::existing)
-        turn_ = TakeTurn(directory);
-    if (Load() && Start(directory))
+    if (Load() && Start(directory, need))
         return true;
     Close();
     return false;
 }
 
 // Losses count from here on: an earlier session's are not this one's.
-bool StoreSession::Start(const std::string& directory) {
+bool StoreSession::Start(const std::string& directory, StoreNeed need) {
     lostBefore_ = RecordsLost();
-    const ZEL::HRESULT result = store_->Initialize();
+    const ZEL::HRESULT result = need == StoreNeed::reading ? StartReading() : store_->Initialize();
     started_ = Succeeded(result);
     if (!started_)
         listener_.Say("the store " + directory +
                       " can't be opened: " + Describe(static_cast<std::int32_t>(result)));
     return started_;
+}
+
+ZEL::HRESULT StoreSession::StartReading() {
+    ZEL::CountedPtr<ZEL::IReadOnlyStore> reader;
+    const ZEL::TobResult found =
+        store_->QueryInterface(ZEL::iidReadOnlyStore, reader.ReceiveVoid());
+    return Failed(found) ? ZEL::hr::notImplemented : reader->InitializeForReading();
 }
 
 bool StoreSession::Load() {
@@ -96,16 +79,9 @@ bool StoreSession::Load() {
     return Succeeded(loaded);
 }
 
-bool StoreSession::Close() {
-    const bool isWhole = CloseStore();
-    if (turn_ >= 0)
-        ::close(std::exchange(turn_, -1));
-    return isWhole;
-}
-
 // Each step is taken also when the one before it has failed, as the store has to be shut down in
 // any case.
-bool StoreSession::CloseStore() {
+bool StoreSession::Close() {
     if (!std::exchange(started_, false)) {
         store_.Reset();
         return true;

@@ -26,11 +26,10 @@ public:
     StoreSession(const StoreSession&) = delete;
     StoreSession& operator=(const StoreSession&) = delete;
 
-    // Loads the component and starts the store in the directory that FindStore gives. With
-    // `existing` it waits a little for other readers, since two processes can't have a folder open
-    // at once. False, with one message, when any of it fails; nothing is open then. What people
-    // should know of the directory, such as that others than its owner can read it, is told on the
-    // way.
+    // Loads the component and starts the store in the directory that FindStore gives; for `reading`
+    // it is opened for that alone, which hinders nobody and is hindered by nobody. False, with one
+    // message, when any of it fails; nothing is open then. What people should know of the
+    // directory, such as that others than its owner can read it, is told on the way.
     bool Open(StoreNeed need);
     // Loads the component alone, for what needs no store, such as MakeKey. False as above.
     bool Load();
@@ -60,16 +59,14 @@ public:
     ZEL::IEventStore7& operator*() const noexcept { return *store_; }
 
 private:
-    bool Start(const std::string& directory);
-    bool CloseStore();
-    int TakeTurn(const std::string& directory);
+    bool Start(const std::string& directory, StoreNeed need);
+    ZEL::HRESULT StartReading();
 
     ISessionListener& listener_;
     ZEL::CountedPtr<ZEL::IEventStore7> store_;
     LostRecords lostBefore_;
     bool started_ = false;
     bool emptied_ = true;
-    int turn_ = -1;  // a descriptor of the store's directory, locked against other readers
 };
 
 }  // namespace zel

@@ -30,7 +30,8 @@ TobResult EventStoreProxy::QueryInterface(const GUID& iid, void** out) {
                    {iidEventStore4, face},
                    {iidEventStore5, face},
                    {iidEventStore6, face},
-                   {iidEventStore7, face}});
+                   {iidEventStore7, face},
+                   {iidReadOnlyStore, static_cast<IReadOnlyStore*>(this)}});
 }
 
 template <typename Operation>
@@ -131,6 +132,10 @@ HRESULT EventStoreProxy::GetOldestDate(IStringValue** oldestDate, std::uint64_t*
 
 HRESULT EventStoreProxy::Initialize() {
     return OnCore([](EventStoreImpl& core) { return core.Initialize(); });
+}
+
+HRESULT EventStoreProxy::InitializeForReading() {
+    return OnCore([](EventStoreImpl& core) { return core.Initialize(StoreUse::readAlone); });
 }
 
 HRESULT EventStoreProxy::Stop() {

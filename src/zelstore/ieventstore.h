@@ -195,6 +195,21 @@ protected:
     ~IEventStore7() = default;
 };
 
+// A store that only reads, such as that of a person who asks beside an agent that writes, or of a
+// copy on a read-only disk. Every store object answers this interface.
+class IReadOnlyStore : public ITobBase {
+public:
+    // As IEventStore::Initialize, for reading alone: nothing in the store's directory is made,
+    // locked, changed or removed, neither now nor by a later operation. Each folder is read as it
+    // stood when a query opened it, also while another process writes it; what that one has not
+    // flushed is not seen. Insert and Purge give 0x80070005. No thread is started. The first start
+    // in a process decides: one for the other use gives 0x80004005.
+    virtual HRESULT InitializeForReading() = 0;
+
+protected:
+    ~IReadOnlyStore() = default;
+};
+
 inline constexpr GUID eventStoreObjectId = MakeGuid("1A8B6619-443B-4B5D-9755-C50696B237C6");
 inline constexpr GUID iidEventStore = MakeGuid("89C11C84-4B14-4C69-BBA3-9FB7522711FC");
 inline constexpr GUID iidEventStore2 = MakeGuid("6264CC71-0652-406B-AC06-4111E93E794F");
@@ -203,5 +218,6 @@ inline constexpr GUID iidEventStore4 = MakeGuid("D314D057-F980-4E7B-BD6C-852FF2F
 inline constexpr GUID iidEventStore5 = MakeGuid("8705B46D-F6F5-435D-A547-F1AFC1F9BBC6");
 inline constexpr GUID iidEventStore6 = MakeGuid("02C1CD3E-F843-4143-BC49-495D5291E58A");
 inline constexpr GUID iidEventStore7 = MakeGuid("87FF9166-7045-482F-AED5-1685253A1FBF");
+inline constexpr GUID iidReadOnlyStore = MakeGuid("6D3B9A0E-52C7-4F0B-9E1D-8A47C1F20B63");
 
 }  // namespace ZEL

@@ -335,6 +335,41 @@ LIMITS
 }
 
 # What another process writes stays; all else goes, and the writer loses nothing.
+# All that is in the store: names, sizes, modes, times of change, contents.
+state() {
+  (cd store && find . -printf '%p %s %m %T@\n' | sort && find . -type f | sort | xargs sha256sum) | sha256sum
+}
+
+# Whoever asks leaves no trace, and neither hinders a writer nor is hindered by one.
+readalone() {
+  local today before writer
+  today=$(date -u +%Y%m%d)
+  zel ingest "$sample" 2>/dev/null
+  zel ingest "$sample" 2>/dev/null
+  mkdir store/20200101.removed
+  before=$(state)
+  hold "$today"
+  run zel query
+  check "a folder that is locked is read" "0 2029" "$code $(wc -l <out)"
+  check "and checked" "0" "$(zel info --check >/dev/null 2>err; echo $?)$(cat err)"
+  zel purge --max-size 0 --dry-run >/dev/null 2>&1
+  touch free
+  wait "$holder"
+  run zel query --limit 5
+  check "nothing in the store has changed" "0 $before" "$code $(state)"
+  mkfifo pipe
+  "$bin/zel" --store store ingest pipe 2>/dev/null &
+  writer=$!
+  exec 3>pipe
+  records 1 2500 >&3
+  until [ "$(zel query 2>>err | wc -l)" -ge 4029 ]; do sleep 0.05; done
+  run zel query
+  check "beside a writer" "0 yes" "$code $([ "$(wc -l <out)" -ge 4029 ] && echo yes)"
+  exec 3>&-
+  wait $writer
+  check "whom it does not hinder" "0 4529" "$? $(zel query | wc -l)"
+}
+
 inuse() {
   local today
   today=$(date -u +%Y%m%d)

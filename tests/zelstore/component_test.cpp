@@ -171,6 +171,8 @@ TEST(Component, WhatOneProcessStoredAnotherReadsThoughItIsPurged) {
     test::TempStore directory;
     test::FakeSettings settings;
     constexpr int count = 1234;
+    static constexpr char query[] =
+        R"({"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}})";
     InChildProcess([] {
         const LoadedComponent component;
         const auto store = component.Store();
@@ -180,13 +182,29 @@ TEST(Component, WhatOneProcessStoredAnotherReadsThoughItIsPurged) {
         ASSERT_EQ(store->Stop(), hr::ok);
         ASSERT_EQ(store->Shutdown(), hr::ok);
     });
+    InChildProcess([&directory] {
+        const LoadedComponent component;
+        const auto store = component.Store();
+        CountedPtr<IReadOnlyStore> reader;
+        ASSERT_EQ(store->QueryInterface(iidReadOnlyStore, reader.ReceiveVoid()), TOB_OK);
+        const auto names = directory.List(*directory.List().begin());
+        ASSERT_EQ(reader->InitializeForReading(), hr::ok);
+        EXPECT_EQ(store->Initialize(), hr::nothingToDo);
+        test::RecordingCallback callback;
+        EXPECT_EQ(RunQuery(*store, query, callback), hr::ok);
+        EXPECT_EQ(callback.texts.size(), static_cast<std::size_t>(count));
+        EXPECT_EQ(store->Insert(Str("p").Get(), Str("{}").Get()), hr::accessDenied);
+        EXPECT_EQ(store->Purge(0), hr::accessDenied);
+        EXPECT_EQ(store->Stop(), hr::ok);
+        EXPECT_EQ(store->Shutdown(), hr::ok);
+        EXPECT_EQ(directory.List(*directory.List().begin()), names);
+        EXPECT_EQ(store->Initialize(), hr::fail) << "the first start has decided";
+    });
     const LoadedComponent component;
     const auto store = component.Store();
     ASSERT_EQ(store->Initialize(), hr::ok);
     test::RecordingCallback callback;
     callback.onBatch = [&](std::size_t) { EXPECT_EQ(store->Purge(0), hr::ok); };
-    const char* const query =
-        R"({"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}})";
     EXPECT_EQ(RunQuery(*store, query, callback), hr::ok);
     ASSERT_EQ(callback.texts.size(), static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)

@@ -240,7 +240,7 @@ HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
 int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) {
     StoreSession store(Terminal());
     wm::EventObject stop;
-    if (!stop.Create(wm::EventReset::automatic) || !store.Open(StoreNeed::existing))
+    if (!stop.Create(wm::EventReset::automatic) || !store.Open(StoreNeed::reading))
         return exitCode::noStore;
     LostRows lostRows;
     const auto form = MakeResultForm(FormName(options), TerminalColumns());

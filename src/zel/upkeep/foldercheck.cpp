@@ -8,12 +8,16 @@
 #include "common/filesystem.h"
 #include "common/result.h"
 #include "common/textbridge.h"
+#include "connection/resultwords.h"
 #include "zel/terminal/messages.h"
+#include "zelstore/database/readingenv.h"
 #include "zelstore/database/statusresult.h"
 
 // The library opens and walks a database without verifying what it need not: checksums only of
 // blocks that it happens to read, damaged log records passed over. The check asks for all of it
-// (paranoid_checks, verify_checksums) and reads every row once.
+// (paranoid_checks, verify_checksums) and reads every row once. It reads the folder as it stands
+// and leaves no trace in it, so that a copy can be checked as evidence, and a folder that is in
+// use.
 
 namespace zel {
 
@@ -48,11 +52,14 @@ ZEL::HRESULT Check(const std::string& folder, std::string* why) {
         *why = "no database: the file CURRENT is missing";
         return hr::fail;
     }
-    if (wm::IsLockedByAnotherProcess(wm::JoinPath(wide, L"LOCK"))) {
-        *why = "in use by another process";
-        return hr::sharingViolation;
+    std::unique_ptr<ZEL::ReadingEnv> standing;
+    const ZEL::HRESULT taken = ZEL::ReadingEnv::Take(wide, &standing);
+    if (Failed(taken)) {
+        *why = Describe(static_cast<std::int32_t>(taken));
+        return taken;
     }
     leveldb::Options options;
+    options.env = standing.get();
     options.paranoid_checks = true;
     leveldb::DB* opened = nullptr;
     const leveldb::Status status = leveldb::DB::Open(options, folder, &opened);

@@ -47,7 +47,7 @@ void CheckAll(StoreInfo* info) {
 
 bool AskStore(bool check, StoreInfo* info) {
     StoreSession store(Terminal());
-    if (!store.Open(StoreNeed::existing))
+    if (!store.Open(StoreNeed::reading))
         return false;
     ZEL::CountedPtr<ZEL::IStringValue> date;
     const ZEL::HRESULT result = store->GetOldestDate(date.Receive(), &info->estimatedBytes);
@@ -57,7 +57,6 @@ bool AskStore(bool check, StoreInfo* info) {
     }
     info->oldestDate = wm::ToText(date.Get());
     info->errors = store.TakeDatabaseErrors();
-    // While this is the one reader's turn. The store itself has nothing open.
     if (check)
         CheckAll(info);
     return true;
@@ -125,7 +124,7 @@ void PrintJson(const StoreInfo& info) {
 // The listing is taken before anything is opened, since opening a database changes its files.
 int RunInfo(const InfoOptions& options) {
     StoreInfo info;
-    if (!FindStore(StoreNeed::existing, &info.directory))
+    if (!FindStore(StoreNeed::reading, &info.directory))
         return exitCode::noStore;
     info.listing = ListStore(info.directory);
     if (!AskStore(options.check, &info))

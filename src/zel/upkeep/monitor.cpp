@@ -168,7 +168,7 @@ int Watch(const MonitorOptions& options, const Thresholds& thresholds, Printer& 
 
 int RunMonitor(const MonitorOptions& options) {
     std::string directory;
-    if (!FindStore(StoreNeed::existing, &directory))
+    if (!FindStore(StoreNeed::reading, &directory))
         return exitCode::noStore;
     const Thresholds thresholds = ReadThresholds(options);
     Printer printer(directory, WantsTable(options.output));

@@ -139,7 +139,7 @@ int RunPurge(const PurgeOptions& options) {
         return exitCode::usage;
     }
     std::string directory;
-    if (!FindStore(StoreNeed::existing, &directory))
+    if (!FindStore(options.dryRun ? StoreNeed::reading : StoreNeed::existing, &directory))
         return exitCode::noStore;
     if (!options.includingForeign && HasForeign(directory))
         return exitCode::usage;

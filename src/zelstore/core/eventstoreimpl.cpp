@@ -60,14 +60,14 @@ EventStoreImpl::~EventStoreImpl() {
     coordinatorThread_.Wait();
 }
 
-HRESULT EventStoreImpl::Initialize() {
+HRESULT EventStoreImpl::Initialize(StoreUse use) {
     const wm::Hold hold(stateLock_);
     if (running_)
         return hr::nothingToDo;
     ++era_;
     HRESULT result = hr::outOfMemory;
     try {
-        result = Start();
+        result = Start(use);
     } catch (...) {
         wm::Trace(wm::message::startThrew, result);
     }
@@ -79,7 +79,19 @@ HRESULT EventStoreImpl::Initialize() {
     return result;
 }
 
-HRESULT EventStoreImpl::Start() {
+HRESULT EventStoreImpl::Start(StoreUse use) {
+    HRESULT result = use == StoreUse::readWrite ? StartWriting() : hr::ok;
+    if (Failed(result))
+        return result;
+    result = OpenDatabase(use);
+    if (Failed(result))
+        return result;
+    if (use == StoreUse::readWrite)
+        ReadBlockSize();
+    return EnableQueries();
+}
+
+HRESULT EventStoreImpl::StartWriting() {
     HRESULT result = StartJobController();
     if (Failed(result))
         return result;
@@ -89,14 +101,7 @@ HRESULT EventStoreImpl::Start() {
     // The silent queue keeps its default whatever the setting says.
     if (capacity != 0)
         eventQueue_.SetCapacity(capacity);
-    result = StartCoordinator();
-    if (Failed(result))
-        return result;
-    result = OpenDatabase();
-    if (Failed(result))
-        return result;
-    ReadBlockSize();
-    return EnableQueries();
+    return StartCoordinator();
 }
 
 void EventStoreImpl::ReadBlockSize() {
@@ -123,13 +128,11 @@ HRESULT EventStoreImpl::StartJobController() {
     return jobController_->AttachJob(storeJobId);
 }
 
-HRESULT EventStoreImpl::OpenDatabase() {
-    IZelDbImpl* database = database_.load(std::memory_order_acquire);
-    if (database != nullptr)
-        return database->Initialize();
-    database = GetMasterDatabase();
+HRESULT EventStoreImpl::OpenDatabase(StoreUse use) {
+    IZelDbImpl* const database = GetMasterDatabase(use);
     if (database == nullptr)
         return hr::fail;
+    readsAlone_.store(use == StoreUse::readAlone, std::memory_order_relaxed);
     // Not taken back by a later failure or a close: the database is the process's, and records that
     // come while it is closed wait in the queues.
     database_.store(database, std::memory_order_release);
@@ -274,6 +277,8 @@ HRESULT EventStoreImpl::Insert(IStringValue* key, IStringValue* value, RecordKin
         wm::ReportError(hr::notReady);
         return hr::notReady;
     }
+    if (readsAlone_.load(std::memory_order_relaxed))
+        return hr::accessDenied;
     std::string keyUtf8;
     std::string valueUtf8;
     const HRESULT keyTaken = TakeText(key, &keyUtf8);

@@ -11,6 +11,7 @@
 #include "common/waittimer.h"
 #include "common/workerthread.h"
 #include "zelstore/core/incomingqueue.h"
+#include "zelstore/database/layout.h"
 #include "zelstore/ieventstore.h"
 #include "zelstore/jobs/izeljobcontroller.h"
 
@@ -45,8 +46,8 @@ public:
     EventStoreImpl(const EventStoreImpl&) = delete;
     EventStoreImpl& operator=(const EventStoreImpl&) = delete;
 
-    // These and the others of the same names as IEventStore tells them.
-    HRESULT Initialize();
+    // These and the others of the same names as IEventStore tells them, and IReadOnlyStore.
+    HRESULT Initialize(StoreUse use = StoreUse::readWrite);
     HRESULT Stop();
     HRESULT Shutdown();
 
@@ -70,11 +71,12 @@ public:
 
 private:
     // The steps of a start, in their order. The first that fails ends it.
-    HRESULT Start() REQUIRES(stateLock_);
+    HRESULT Start(StoreUse use) REQUIRES(stateLock_);
+    HRESULT StartWriting() REQUIRES(stateLock_);
     HRESULT StartJobController() REQUIRES(stateLock_);
     // Gets the process's database at the first start; later ones find it again. From here on Insert
     // takes records.
-    HRESULT OpenDatabase();
+    HRESULT OpenDatabase(StoreUse use);
     // One that can't be is reported; the former one stays.
     void ReadBlockSize();
     HRESULT EnableQueries() REQUIRES(stateLock_);
@@ -110,8 +112,9 @@ private:
 
     // Null means that the store is not open. Not owned: it lives until the process ends.
     std::atomic<IZelDbImpl*> database_{nullptr};
-    IncomingQueue eventQueue_;   // events and normal enrichments
-    IncomingQueue silentQueue_;  // silent enrichments
+    std::atomic<bool> readsAlone_{false};  // set by the first start, for good
+    IncomingQueue eventQueue_;             // events and normal enrichments
+    IncomingQueue silentQueue_;            // silent enrichments
     wm::WorkerThread coordinatorThread_;
     wm::RegisteredWaitTimer flushTimer_;
     // Held by Initialize and Stop throughout, and by Shutdown while it closes, but not while that

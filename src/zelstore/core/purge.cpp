@@ -17,6 +17,8 @@ HRESULT EventStoreImpl::Purge(std::uint32_t maxSizeMegabytes) {
             wm::Trace(wm::message::storeNotRunning, hr::aborted);
             return hr::aborted;
         }
+        if (readsAlone_.load(std::memory_order_relaxed))
+            return hr::accessDenied;
         if (purgeThread_.IsRunning()) {
             wm::Trace(wm::message::purgeRunsAlready, hr::nothingToDo);
             return hr::nothingToDo;

@@ -83,6 +83,15 @@ void FolderGate::AwaitClosed() NO_THREAD_SAFETY_ANALYSIS {
 }
 
 HRESULT FolderGate::CheckOpen(IfMissing ifMissing) const {
+    const HRESULT result = CheckFolder(ifMissing);
+    return Succeeded(result) && IsOpenElsewhere() ? hr::sharingViolation : result;
+}
+
+HRESULT FolderGate::CheckRead() const {
+    return CheckFolder(IfMissing::fail);
+}
+
+HRESULT FolderGate::CheckFolder(IfMissing ifMissing) const {
     if (isOpen_)
         return hr::deviceError;
     if (wm::IsLink(folder_))
@@ -100,7 +109,7 @@ HRESULT FolderGate::CheckOpen(IfMissing ifMissing) const {
         return hr::tooManyOpenFiles;
     if (!wm::CanReadFiles(folder_, L".log"))
         return hr::accessDenied;
-    return IsOpenElsewhere() ? hr::sharingViolation : hr::ok;
+    return hr::ok;
 }
 
 void FolderGate::AwaitOtherProcess(const std::function<bool()>& isToEnd) {

@@ -49,6 +49,8 @@ public:
     //   0x80070020  another process has it open
     //   0x80070070  a database would have to be made and there is no room
     HRESULT CheckOpen(IfMissing ifMissing) const REQUIRES(lock);
+    // The same for a reader that takes no lock, whom another process does not hinder.
+    HRESULT CheckRead() const REQUIRES(lock);
     // Whether another process has the folder open; this one must not.
     bool IsOpenElsewhere() const;
     // Waits a little for another process to let the folder go, unless `isToEnd` says that there is
@@ -67,6 +69,7 @@ private:
     std::weak_ptr<LevelDbInstance> user_ GUARDED_BY(lock);
     std::condition_variable_any closed_;
 
+    HRESULT CheckFolder(IfMissing ifMissing) const REQUIRES(lock);
     // hr::ok also where there is no folder any more.
     HRESULT MoveAndRemove() const;
 };

@@ -9,6 +9,7 @@
 #include "common/eventobject.h"
 #include "common/guid.h"
 #include "common/result.h"
+#include "zelstore/database/layout.h"
 
 namespace ZEL {
 
@@ -99,7 +100,7 @@ public:
 };
 
 // The process's database, made at the first call that can read the data store directory; null when
-// that directory can't be told or listed.
-IZelDbImpl* GetMasterDatabase();
+// that directory can't be told or listed, or when the database was made for another use.
+IZelDbImpl* GetMasterDatabase(StoreUse use = StoreUse::readWrite);
 
 }  // namespace ZEL

@@ -21,6 +21,11 @@ namespace ZEL {
 // What to do about a folder that holds no database.
 enum class IfMissing { fail, create };
 
+// What a process does with its store. One that reads alone changes nothing in the store's directory
+// and takes no lock there: each folder is read as it stood when it was opened, also beside the
+// process that writes it.
+enum class StoreUse { readWrite, readAlone };
+
 // The last event database takes whatever else the day brings, beyond its share.
 inline constexpr std::uint32_t lastEventNumber = 998;
 inline constexpr std::uint32_t silentNumber = 999;

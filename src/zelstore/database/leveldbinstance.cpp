@@ -260,7 +260,7 @@ HRESULT LevelDbInstance::OpenForReading() {
     const std::shared_ptr<FolderGate> gate = FolderGate::For(path_);
     const wm::Hold hold(gate->lock);
     gate->AwaitClosed();
-    HRESULT result = gate->CheckOpen(IfMissing::fail);
+    HRESULT result = gate->CheckRead();
     if (Failed(result) || Failed(result = ReadingEnv::Take(path_, &readingEnv_)))
         return result;
     leveldb::Options options;

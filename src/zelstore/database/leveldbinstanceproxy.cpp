@@ -28,8 +28,9 @@ std::uint64_t BatchBytes(const RecordBatch& batch) noexcept {
 
 }  // namespace
 
-LevelDbInstanceProxy::LevelDbInstanceProxy(std::wstring path)
-    : path_(std::move(path)),
+LevelDbInstanceProxy::LevelDbInstanceProxy(std::wstring path, StoreUse use)
+    : use_(use),
+      path_(std::move(path)),
       store_(StoreOfPath(path_)),
       date_(DateFromPath(path_)),
       number_(NumberFromPath(path_)),
@@ -62,7 +63,7 @@ HRESULT LevelDbInstanceProxy::GetInstance(std::shared_ptr<LevelDbInstance>* out,
 // What LevelDB writes when it opens a database, with the compaction that may follow, fits in the
 // room that is kept free for it.
 bool LevelDbInstanceProxy::MustReadAlone() const {
-    return !HasRoomFor(store_, 0) || !wm::CanMakeFilesIn(path_);
+    return use_ == StoreUse::readAlone || !HasRoomFor(store_, 0) || !wm::CanMakeFilesIn(path_);
 }
 
 HRESULT LevelDbInstanceProxy::GetReaderLocked(std::shared_ptr<LevelDbInstance>* out) {
@@ -83,7 +84,10 @@ HRESULT LevelDbInstanceProxy::GetReaderLocked(std::shared_ptr<LevelDbInstance>* 
 HRESULT LevelDbInstanceProxy::GetInstanceLocked(std::shared_ptr<LevelDbInstance>* out,
                                                 IfMissing ifMissing) {
     *out = PeekInstanceLocked();
-    return *out ? hr::ok : CreateInstanceLocked(out, ifMissing);
+    if (*out)
+        return hr::ok;
+    return use_ == StoreUse::readAlone ? GetReaderLocked(out)
+                                       : CreateInstanceLocked(out, ifMissing);
 }
 
 HRESULT LevelDbInstanceProxy::CreateInstanceLocked(std::shared_ptr<LevelDbInstance>* out,

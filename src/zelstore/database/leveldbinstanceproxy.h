@@ -30,8 +30,9 @@ inline constexpr std::uint64_t recountCeilingBytes = 0x8200000;
 // serves those who have it. A failure to open changes nothing: the next operation tries again.
 class LevelDbInstanceProxy {
 public:
-    // Opens nothing; counts the table files.
-    explicit LevelDbInstanceProxy(std::wstring path);
+    // Opens nothing; counts the table files. One that reads alone never opens the folder otherwise,
+    // and is not to be written.
+    explicit LevelDbInstanceProxy(std::wstring path, StoreUse use = StoreUse::readWrite);
     ~LevelDbInstanceProxy();
     LevelDbInstanceProxy(const LevelDbInstanceProxy&) = delete;
     LevelDbInstanceProxy& operator=(const LevelDbInstanceProxy&) = delete;
@@ -107,6 +108,7 @@ private:
     // An instance that no write has failed on.
     HRESULT GetSoundInstance(std::shared_ptr<LevelDbInstance>* out) REQUIRES(writeLock_);
 
+    const StoreUse use_;
     const std::wstring path_;
     const std::wstring store_;
     const std::wstring date_;

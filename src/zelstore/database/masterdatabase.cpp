@@ -32,14 +32,16 @@ struct ProcessDatabase {
     std::unique_ptr<ZelMasterDatabase> database GUARDED_BY(lock);
 };
 
-// Whether a folder belongs into the catalog.
-bool IsDatabase(const std::wstring& folder, bool hasTables) {
+// Whether a folder belongs into the catalog. Who reads alone asks for no lock, and has no use for
+// one without rows.
+bool IsDatabase(const std::wstring& folder, bool hasTables, StoreUse use) {
     if (IsLeftByRemoval(folder))
         return false;
     const bool isReachable = hasTables ? !IsOfSystem(folder) : !IsOutOfReach(folder);
     // Another process may just be making one, and writes of this one are to wait for it.
     if (isReachable)
-        return hasTables || !HoldsNoRows(folder) || FolderGate::For(folder)->IsOpenElsewhere();
+        return hasTables || !HoldsNoRows(folder) ||
+               (use == StoreUse::readWrite && FolderGate::For(folder)->IsOpenElsewhere());
     wm::Trace(wm::message::folderPassedOver, hr::accessDenied, wm::ToUtf8Lossy(folder));
     return false;
 }
@@ -56,15 +58,15 @@ void FinishLeftover(const std::wstring& folder) {
 
 }  // namespace
 
-IZelDbImpl* GetMasterDatabase() {
+IZelDbImpl* GetMasterDatabase(StoreUse use) {
     static wm::NeverDestroyed<ProcessDatabase> one;
     ProcessDatabase& process = *one;
     const wm::Hold hold(process.lock);
     if (process.database)
-        return process.database.get();
+        return process.database->Use() == use ? process.database.get() : nullptr;
     std::unique_ptr<ZelMasterDatabase> fresh;
-    const HRESULT result = AtBoundary([&fresh] {
-        fresh = std::make_unique<ZelMasterDatabase>();
+    const HRESULT result = AtBoundary([&fresh, use] {
+        fresh = std::make_unique<ZelMasterDatabase>(use);
         return fresh->LoadExistingDatabases();
     });
     if (Failed(result))
@@ -73,7 +75,7 @@ IZelDbImpl* GetMasterDatabase() {
     return process.database.get();
 }
 
-ZelMasterDatabase::ZelMasterDatabase() = default;
+ZelMasterDatabase::ZelMasterDatabase(StoreUse use) : use_(use) {}
 ZelMasterDatabase::~ZelMasterDatabase() = default;
 
 HRESULT ZelMasterDatabase::LoadExistingDatabases() {
@@ -96,10 +98,10 @@ HRESULT ZelMasterDatabase::LoadExistingDatabases() {
     Catalog found;
     for (const std::wstring& folder : folders) {
         IgnoreResult(AtBoundary([&] {
-                         auto proxy = std::make_shared<LevelDbInstanceProxy>(folder);
-                         if (IsDatabase(folder, proxy->EstimatedBytes() != 0))
+                         auto proxy = std::make_shared<LevelDbInstanceProxy>(folder, use_);
+                         if (IsDatabase(folder, proxy->EstimatedBytes() != 0, use_))
                              found[folder] = std::move(proxy);
-                         else
+                         else if (use_ == StoreUse::readWrite)
                              FinishLeftover(folder);
                          return hr::ok;
                      }),

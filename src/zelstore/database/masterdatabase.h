@@ -28,14 +28,16 @@ class LevelDbInstanceProxy;
 // its room.
 class ZelMasterDatabase final : public IZelDbImpl {
 public:
-    ZelMasterDatabase();
+    explicit ZelMasterDatabase(StoreUse use = StoreUse::readWrite);
     ~ZelMasterDatabase() override;
     ZelMasterDatabase(const ZelMasterDatabase&) = delete;
     ZelMasterDatabase& operator=(const ZelMasterDatabase&) = delete;
 
     // Fills the catalog from the folders there are. hr::nothingToDo without a data store directory.
-    // To be called once, before any other thread has the object.
+    // To be called once, before any other thread has the object. Takes away what killed processes
+    // have left there, unless the store is read alone.
     HRESULT LoadExistingDatabases();
+    StoreUse Use() const noexcept { return use_; }
 
     HRESULT Initialize() override { return hr::ok; }
     void AbortScans() override;
@@ -117,6 +119,7 @@ private:
     // Remembers the failure, too.
     bool IsFirstFailure(const QueryId& query, const std::wstring& path);
 
+    const StoreUse use_;
     std::wstring dataStoreDirectory_;  // set by LoadExistingDatabases
     wm::ReaderWriterLock databaseLock_{wm::LockRank::database};
     Catalog databases_ GUARDED_BY(databaseLock_);
