@@ -50,7 +50,20 @@ TEST(Pattern, AnswersAsTheGeneralMatcherDoes) {
         for (const std::string& text : texts)
             ASSERT_EQ(Fast(expression, text, false), Plain(expression, text, false))
                 << expression << " on " << text;
-    const std::string some[] = {".*\\\\cmd\\.exe",
+    for (const std::string& expression : Texts("ab+|()", 4))
+        for (const std::string& text : Texts("ab", 3))
+            ASSERT_EQ(Fast(expression, text, false), Plain(expression, text, false))
+                << expression << " on " << text;
+    const std::string some[] = {"(x|y)*ab",
+                                "x?a(?:bc)*",
+                                "ab{0}[^x]*",
+                                "[]a]a+b",
+                                "(?i)AB",
+                                "\\Qab\\E",
+                                "\\x61\\x61b",
+                                "[[:alpha:]]{3}|7x",
+                                "\\dx\\b",
+                                ".*\\\\cmd\\.exe",
                                 "C:\\\\.*\\\\[a-z]+",
                                 ".*b.*c",
                                 ".*b.*b.*",

@@ -11,6 +11,7 @@
 
 #include "common/asciicase.h"
 #include "zelstore/database/endwatch.h"
+#include "zelstore/query/neededtext.h"
 
 // Matching in bounded time.
 //
@@ -24,6 +25,8 @@
 //
 // Every other expression goes to the general matcher, on iterators that count the bytes it looks
 // at. It is stopped, by an exception from within, when they are too many or when the query ends.
+// Most texts are spared that: what an expression says in plain characters, outside of its groups,
+// has to stand in each text that matches, and is looked for first.
 
 namespace ZEL {
 
@@ -142,6 +145,11 @@ Pattern::Pattern(const std::string& expression, bool caseSensitive)
     regex_.emplace(expression,
                    caseSensitive ? boost::regex_constants::normal
                                  : boost::regex_constants::normal | boost::regex_constants::icase);
+    constexpr std::size_t leastNeeded = 2;  // a single character stands in most texts
+    const std::string needed = NeededText(expression);
+    for (std::size_t i = 0; i < needed.size() && needed.size() >= leastNeeded; ++i)
+        needed_.push_back(
+            static_cast<unsigned char>(caseSensitive ? needed[i] : ToUpperAscii(needed[i])));
 }
 
 bool Pattern::Matches(std::string_view text, EndWatch* watch, std::uint64_t looks) const {
@@ -204,11 +212,28 @@ bool Pattern::FitsAt(const Elements& piece, const char* text) const noexcept {
     return CountFitting(piece, text) == piece.size();
 }
 
+std::size_t Pattern::CountUnlike(const Elements& piece, std::string_view text) const noexcept {
+    if (piece.empty() || piece.front() < 0)
+        return 0;
+    const char upper = static_cast<char>(piece.front());
+    const char lower =
+        caseSensitive_ || upper < 'A' || upper > 'Z' ? upper : static_cast<char>(upper - 'A' + 'a');
+    std::size_t unlike = 0;
+    while (unlike < text.size() && text[unlike] != upper && text[unlike] != lower)
+        ++unlike;
+    return unlike;
+}
+
 // Cuts `*text` behind the first place where the piece fits; false when there is none.
 bool Pattern::CutBehind(const Elements& piece, std::string_view* text, EndWatch* watch) const {
     constexpr std::uint64_t mostUntold = 4096;
     std::uint64_t steps = 0;
     for (; text->size() >= piece.size(); text->remove_prefix(1)) {
+        const std::size_t unlike = CountUnlike(piece, *text);
+        text->remove_prefix(unlike);
+        steps += unlike;
+        if (text->size() < piece.size())
+            break;
         const std::size_t fitting = CountFitting(piece, text->data());
         if (fitting == piece.size()) {
             text->remove_prefix(fitting);
@@ -264,6 +289,9 @@ bool Pattern::MatchesStates(std::string_view text, EndWatch* watch) const {
 }
 
 bool Pattern::MatchesGenerally(std::string_view text, EndWatch* watch, std::uint64_t looks) const {
+    std::string_view rest = text;
+    if (!needed_.empty() && !CutBehind(needed_, &rest, watch))
+        return false;
     LookBudget budget(watch, looks);
     const CountedPlace begin(text.data(), &budget);
     return boost::regex_match(begin, begin + static_cast<std::ptrdiff_t>(text.size()), *regex_,

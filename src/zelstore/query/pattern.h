@@ -47,6 +47,8 @@ private:
     bool Fits(Element element, char c) const noexcept;
     // The text must hold as many bytes as there are elements.
     std::size_t CountFitting(const Elements& elements, const char* text) const noexcept;
+    // How many bytes may be passed over until the first one of the piece can stand there.
+    std::size_t CountUnlike(const Elements& piece, std::string_view text) const noexcept;
     bool FitsAt(const Elements& piece, const char* text) const noexcept;
     bool CutBehind(const Elements& piece, std::string_view* text, EndWatch* watch) const;
     // The three ways to an answer, by what the expression holds.
@@ -59,6 +61,7 @@ private:
     Elements elements_;                  // of a simple expression
     std::vector<Elements> pieces_;       // what stands between its .*, unless it has a .?
     std::optional<boost::regex> regex_;  // any other expression
+    Elements needed_;                    // what each of its matches holds; may be empty
 };
 
 }  // namespace ZEL
