@@ -98,7 +98,9 @@ def hostile(zel):
         "backtracking": on_path("fits_pattern", ["(.*a){20}b"]),
         "alternatives": on_path("fits_pattern", ["(x|%s)*y" % "|".join(f"a+a+{'a' * 40}{n}" for n in range(500))]),
         "many values": on_path("contains", ["a" * 20 + str(n) for n in range(10000)]),
-        "many sub-queries": ",".join(['{%s,"correlation_uid":{"value":["x"]}}' % begin] * 10000),
+        # Each with a range of its own: they share no walk, and what one learns spares no other.
+        "many sub-queries": ",".join('{"end_time":{"value":"2090-01-01T00:00:%02d.%03dZ"},' % divmod(n, 1000) +
+                                     on_path("contains", ["b"])[1:] for n in range(10000)),
     }
     for name, sub_queries in questions.items():
         document = os.path.join(zel.folder, "document.json")

@@ -23,14 +23,18 @@ using web::json::value;
 // The text as it came: nothing is read or made anew, so nothing can change.
 class Lines final : public ResultForm {
 public:
-    std::string Row(const std::string& event, bool) override { return event + "\n"; }
+    std::string Row(std::string_view event, bool) override {
+        std::string row;
+        row.reserve(event.size() + 1);
+        return row.append(event).append("\n");
+    }
 };
 
 // Whole only with its end: an answer that breaks off is no JSON, which a reader notices.
 class OneArray final : public ResultForm {
 public:
-    std::string Row(const std::string& event, bool isFirst) override {
-        return (isFirst ? "[\n" : ",\n") + event;
+    std::string Row(std::string_view event, bool isFirst) override {
+        return std::string(isFirst ? "[\n" : ",\n").append(event);
     }
     std::string End(bool isEmpty) override { return isEmpty ? "[]\n" : "\n]\n"; }
 };
@@ -85,12 +89,12 @@ public:
     }
 
     // Members that are missing, or of another kind than in other events, leave their column empty.
-    std::string Row(const std::string& event, bool isFirst) override {
+    std::string Row(std::string_view event, bool isFirst) override {
         const std::string heading =
             isFirst ? Line("TIME", "OBJECT", "ACTION", "ACTOR", "TARGET") : "";
         value parsed;
         try {
-            parsed = value::parse(event);
+            parsed = value::parse(std::string(event));
         } catch (const std::exception&) {
             return heading + Cut(Escaped(event)) + "\n";
         }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace zel {
 
@@ -14,7 +15,7 @@ public:
     // `event` is a result's text, UTF-8, as the store gave it. Gives what is to be printed for it,
     // with whatever stands between two results. Never refuses: what a table can't read stands in it
     // as it is, escaped.
-    virtual std::string Row(const std::string& event, bool isFirst) = 0;
+    virtual std::string Row(std::string_view event, bool isFirst) = 0;
     // What stands behind the last one. `isEmpty` tells that Row was never called; a form that opens
     // something there has to be whole without it.
     virtual std::string End(bool /*isEmpty*/) { return ""; }

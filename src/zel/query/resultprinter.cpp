@@ -20,11 +20,12 @@ using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
 // Put into the text and not into a parsed one, so that all else stays as it was stored.
-std::string WithKey(std::string event, const std::string& key) {
-    const std::size_t brace = key.empty() ? event.npos : event.find('{');
-    if (brace == event.npos)
-        return event;
-    return event.insert(brace + 1, "\"key\":" + wm::JsonString(key) + ",");
+std::string WithKey(std::string_view event, const std::string& key) {
+    std::string text(event);
+    const std::size_t brace = text.find('{');
+    if (brace != text.npos)
+        text.insert(brace + 1, "\"key\":" + wm::JsonString(key) + ",");
+    return text;
 }
 
 }  // namespace
@@ -83,7 +84,10 @@ std::string ResultPrinter::KeyOf(ZEL::IStringValue* event) {
 // Repeats are sorted out ahead of the limit, which counts events.
 void ResultPrinter::Take(ZEL::IStringValue* event) {
     ++rows_;
-    const std::string text = wm::ToText(event);
+    // The store made the result of UTF-8, which is printed as it stands.
+    std::string converted;
+    const auto kept = wm::KeptUtf8(*event);
+    const std::string_view text = kept ? * kept : converted = wm::ToText(event);
     const std::string key = wanted_.keys != Wanted::none ? KeyOf(event) : "";
     const bool isKeyAlone = wanted_.keys == Wanted::alone;
     if (isKeyAlone && key.empty())
@@ -93,12 +97,16 @@ void ResultPrinter::Take(ZEL::IStringValue* event) {
         return;
     if (plan_.limit >= 0 && count_ >= static_cast<std::uint64_t>(plan_.limit))
         hasMore_ = true;
+    else if (isKeyAlone)
+        Print(key);
+    else if (key.empty())
+        Print(text);
     else
-        Print(isKeyAlone ? key : WithKey(text, key));
+        Print(WithKey(text, key));
 }
 
 // A row that could not be written is not counted.
-void ResultPrinter::Print(const std::string& row) {
+void ResultPrinter::Print(std::string_view row) {
     if (output_.Write(form_.Row(row, count_ == 0)))
         ++count_;
     else

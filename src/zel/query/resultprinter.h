@@ -77,7 +77,7 @@ public:
 
 private:
     void Take(ZEL::IStringValue* event);
-    void Print(const std::string& row);
+    void Print(std::string_view row);
     std::string KeyOf(ZEL::IStringValue* event);
 
     Output& output_;

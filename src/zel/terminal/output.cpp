@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,15 @@
 
 namespace zel {
 
+namespace {
+
+bool IsFile(int descriptor) {
+    struct stat info {};
+    return ::fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
 bool Output::Write(std::string_view text) {
     if (!Usable())
         return false;
@@ -26,15 +36,16 @@ bool Output::Write(std::string_view text) {
 }
 
 bool Output::Flush() {
+    // No more than what a pipe that can take something takes without waiting. A file never waits.
+    static const std::size_t mostAtOnce = IsFile(STDOUT_FILENO) ? bufferSize : PIPE_BUF;
     std::string_view left = buffer_;
     while (Usable() && !left.empty()) {
         if (!AwaitReader()) {
             Break(EINTR);
             break;
         }
-        // No more than what a pipe that can take something takes without waiting.
         const ssize_t written =
-            ::write(STDOUT_FILENO, left.data(), std::min<std::size_t>(left.size(), PIPE_BUF));
+            ::write(STDOUT_FILENO, left.data(), std::min(left.size(), mostAtOnce));
         if (written >= 0)
             left.remove_prefix(static_cast<std::size_t>(written));
         else if (errno != EAGAIN && errno != EINTR)
