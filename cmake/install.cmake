@@ -25,7 +25,8 @@ install(FILES completions/_zel DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-c
 install(FILES completions/zel.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
         COMPONENT runtime)
 install(PROGRAMS examples/readstore.py DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
-install(FILES examples/README.md examples/events.ndjson.xz examples/LICENSE.Security-Datasets.txt
+install(FILES examples/README.md examples/events.ndjson.xz examples/raw.ndjson.xz examples/security.evtx.xz
+              examples/LICENSE.Security-Datasets.txt examples/LICENSE.evtx.txt
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 
 # For those who build a host. Locks are the store's own business.

@@ -3,7 +3,8 @@
 _zel_flags() { # COMMAND: its flags
     case $1 in
         "") echo --help --version --store --config --verbose ;;
-        ingest) echo --help --print-keys --keys-only --new --no-receive-rows --live --follow --position ;;
+        ingest) echo --help --format --keep-unmapped --no-unmapped --recover --print-keys --keys-only --new \
+            --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
             --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output ;;
@@ -31,6 +32,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
         --since | --until) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --by) echo event receive ;;
+        --format) echo record windows-json windows-xml evtx ecs ocsf osquery audit ;;
         --action) echo create delete open rename modify set_attributes encrypt decrypt close set_security \
             restore set launch terminate injection load unload logon logoff connect accept request \
             statistic scan generic enumerate reputation_query ;;

@@ -4,7 +4,8 @@ set -uo pipefail
 
 scenario=$1
 bin=$2
-sample=$3/events.ndjson.xz
+examples=$3
+sample=$examples/events.ndjson.xz
 docs=$3/../docs
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -71,6 +72,71 @@ packed() {
     printf 'damage' | dd of=damaged bs=1 seek=2000 conv=notrunc status=none
     ends 4 "$tool, damaged" zel ingest damaged
   done
+}
+
+# Archives, files within them that are packed, and what is damaged in the middle.
+archives() {
+  records 1 9 >nine
+  gzip -k nine
+  tar cf plain.tar nine nine.gz
+  gzip -k plain.tar
+  python3 -c 'import zipfile
+with zipfile.ZipFile("z.zip", "w", zipfile.ZIP_DEFLATED) as z:
+    for name in ("nine", "nine.gz", "plain.tar.gz"): z.write(name, "a/" + name)'
+  for archive in plain.tar plain.tar.gz z.zip; do
+    run zel ingest --keys-only "$archive"
+    check "$archive" "0 9" "$code $(sort -u out | wc -l)"
+    run zel ingest --keys-only - <"$archive"
+    check "$archive through a pipe" "0 9" "$code $(sort -u out | wc -l)"
+  done
+  (cat nine; echo no) >bad && zip=$(python3 -c 'import zipfile
+with zipfile.ZipFile("bad.zip", "w") as z: z.write("bad"); z.write("nine")') && run zel ingest bad.zip
+  check "a bad line in an archive" "4 18 1" "$code $(stored) $(grep -c '^zel: bad.zip:bad:10: not JSON' err)"
+  head -c 900 bad.zip >cut.zip
+  run zel ingest cut.zip nine
+  check "an archive that is cut off ends itself alone" "4 1" "$code $(grep -c '1 file(s) not read to the end' err)"
+  if command -v zstd >/dev/null; then
+    zstd -q nine && cat nine.zst nine.zst >two.zst
+    run zel ingest --keys-only two.zst
+    check "zstd, packed in two" "0 18" "$code $(wc -l <out)"
+    head -c -3 nine.zst >cut.zst
+    run zel ingest cut.zst
+    check "zstd, cut off" "4 1" "$code $(grep -c 'zstd data is damaged or cut off' err)"
+  fi
+}
+
+# Events of other sources, mixed with records.
+sources() {
+  xz -dc "$examples/raw.ndjson.xz" >raw
+  (head -n 300 raw; records 1 5; echo 'no event'; tail -n +301 raw) >mixed
+  run zel ingest mixed "$examples/security.evtx.xz"
+  check "what each became" "4 1092 1 1755" "$code $(sed -n 's/^zel: \([0-9]*\) record(s) stored, \([0-9]*\) line(s) rejected, \([0-9]*\) event(s) without a rule.*/\1 \2 \3/p' err)"
+  check "why one became nothing" 1 "$(grep -c '^zel: mixed:306: not JSON' err)"
+  check "what has no rule, by source and number" 1 "$(grep -c 'no rule for 620 of Security 4907, ' err)"
+  check "keys lose a value once in words" "1 1" "$(grep -c "which keys can't hold" err) $(grep -c "value(s) in all that keys" err)"
+  check "asked for" 2 "$(zel query --action injection | wc -l)"
+  run zel ingest mixed
+  check "events that are read again are no new ones" 1092 "$(zel query | wc -l)"
+  run zel -v ingest --keep-unmapped raw
+  check "all are kept" "0 581" "$code $(stored)"
+  check "and told by kind" 124 "$(sed -n 's/^zel: no rule for \([0-9]*\) of.*/\1/p' err | awk '{ n += $1 } END { print n }')"
+  run "$bin/zel" --store small ingest --no-unmapped raw
+  check "without the rest" 0 "$("$bin/zel" --store small query | grep -c unmapped)"
+  run zel ingest --format windows-json mixed
+  check "one format alone" "4 6" "$code $(grep -c 'mixed:30[1-6]: not of the format that was asked for' err)"
+  ends 2 "no such format" zel ingest --format evtlog raw
+  check "which there are" 1 "$(grep -c 'known: record, windows-json, ' err)"
+  run zel ingest --format evtx raw
+  check "no event log" "4 1" "$code $(grep -c "can't be read: no Windows event log" err)"
+  xz -dc "$examples/security.evtx.xz" | head -c 100000 >cut.evtx
+  run zel ingest --keys-only cut.evtx "$examples/raw.ndjson.xz"
+  check "a log that is cut off ends itself alone" "4 1" "$code $(grep -c 'cut.evtx:[0-9]*: .*cut off within a chunk' err)"
+  for flags in "--recover --keys-only" "--keep-unmapped --no-unmapped"; do
+    # shellcheck disable=SC2086
+    run zel ingest $flags "$examples/../tests/records/data/evtx/sample_with_a_bad_chunk_magic.evtx.xz"
+    [ "${flags#--r}" = "$flags" ] || check "damage is told" "4 5" "$code $(grep -c '(chunk [0-9]*)' err)"
+  done
+  check "flags that exclude each other" 2 "$code"
 }
 
 badlines() {
