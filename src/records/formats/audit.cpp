@@ -77,6 +77,7 @@ private:
     void ResolvePaths();
     void ReadAddress();
     SourceField* FindText(std::string_view name);
+    std::string_view TextOf(std::string_view name);
 
     Mapper& mapper_;
     AuditJoiner joiner_;
@@ -138,8 +139,7 @@ void AuditSource::Map(SourceItem* item) {
     EventHead head;
     head.format = "audit";
     head.channel = main->type;
-    if (const SourceField* const name = FindText("SYSCALL.syscall"))
-        head.eventName = name->text;
+    head.eventName = TextOf("SYSCALL.syscall");
     head.computer = main->stamp.node;
     head.recordNumber = main->stamp.serial;
     constexpr std::uint64_t mostSeconds = 1ULL << 40;
@@ -212,6 +212,11 @@ SourceField* AuditSource::FindText(std::string_view name) {
     return field == nullptr || field->IsAbsent() ? nullptr : field;
 }
 
+std::string_view AuditSource::TextOf(std::string_view name) {
+    const SourceField* const field = FindText(name);
+    return field == nullptr ? std::string_view{} : field->text;
+}
+
 // auditd itself may have looked the name up.
 void AuditSource::NameCall() {
     SourceField* const number = FindText("SYSCALL.syscall");
@@ -231,27 +236,25 @@ void AuditSource::NameCall() {
 // A path that starts nowhere starts in the current folder, unless the call was given another folder
 // to start from, by a number that means nothing to us.
 void AuditSource::ResolvePaths() {
-    const SourceField* const cwd = FindText("CWD.cwd");
-    const SourceField* const call = FindText("SYSCALL.syscall");
-    const SourceField* const folder = FindText("SYSCALL.a0");
-    const bool isAt =
-        call != nullptr && (call->text.ends_with("at") || call->text.ends_with("at2"));
-    const bool startsElsewhere = isAt && (folder == nullptr || !IsCurrentFolder(folder->text));
+    const std::string_view cwd = TextOf("CWD.cwd");
+    const std::string_view call = TextOf("SYSCALL.syscall");
+    const bool isAt = call.ends_with("at") || call.ends_with("at2");
+    const bool startsHere = !cwd.empty() && (!isAt || IsCurrentFolder(TextOf("SYSCALL.a0")));
     for (std::size_t i = 0; i < fields_.All().size(); ++i) {
         const SourceField field = fields_.All()[i];
         if (!field.name.starts_with("PATH.") || !field.name.ends_with(".name") || field.IsAbsent())
             continue;
         const bool isRelative = !field.text.starts_with('/');
-        if (isRelative && (cwd == nullptr || startsElsewhere))
+        if (isRelative && !startsHere)
             continue;
-        const std::string path = AbsolutePath(isRelative ? cwd->text : "/", field.text);
+        const std::string path = AbsolutePath(isRelative ? cwd : "/", field.text);
         if (path == field.text)
             continue;
+        fields_.All()[i].text = fields_.Keep(path);
         if (!path.ends_with(field.text)) {
-            const std::string_view stem = field.name.substr(0, field.name.size() - 4);
+            const std::string_view stem = field.name.substr(0, field.name.rfind('.') + 1);
             fields_.AddText(fields_.Keep(stem, "given"), field.text);
         }
-        fields_.All()[i].text = fields_.Keep(path);
     }
 }
 
@@ -298,8 +301,7 @@ void AuditSource::JoinArguments() {
     if (parts.empty())
         return;
     // An execve without a program to be named has no row, so nothing of it may be left out.
-    const SourceField* const result = FindText("SYSCALL.success");
-    const bool isMapped = result != nullptr && result->text == "yes" && FindText("SYSCALL.exe");
+    const bool isMapped = TextOf("SYSCALL.success") == "yes" && !TextOf("SYSCALL.exe").empty();
     for (const std::size_t part : parts)
         fields_.All()[part].taken = isPlain && isMapped;
     fields_.AddText("EXECVE.cmdline", fields_.Keep(line)).taken = isMapped;

@@ -68,7 +68,6 @@ void AuditJoiner::Add(std::string_view line, const AuditLine& parsed, std::uint6
     CompleteOld(parsed.stamp);
     const Place place = Find(parsed.stamp, lineNumber);
     AuditEvent& event = place->event;
-    event.lastLine = lineNumber;
     if (parsed.type != endType) {
         event.lineStarts.push_back(event.text.size());
         event.text.append(line);

@@ -18,7 +18,6 @@ struct AuditEvent {
     std::string text;                     // the lines, each as it came
     std::vector<std::size_t> lineStarts;  // where in the text each begins
     std::uint64_t firstLine = 0;          // number of its first line in the input
-    std::uint64_t lastLine = 0;
 
     [[nodiscard]] std::string_view Line(std::size_t index) const;
 };

@@ -2,8 +2,8 @@
 
 #include <auparse.h>
 
-#include <algorithm>
 #include <memory>
+#include <utility>
 
 // The audit library knows the tables of all processors, but gives them only as the interpretation
 // of a line. So it is shown a line with the two numbers, once for each pair.

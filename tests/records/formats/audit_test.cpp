@@ -221,5 +221,33 @@ TEST(Audit, IncompleteEvents) {
                             HasSubstr("3: refused: no time")));
 }
 
+// The path of what the call opened, and whether the log's own words for it are kept.
+TEST(Audit, RelativePaths) {
+    struct Case {
+        const char* folder;  // the call's first argument
+        const char* name;
+        const char* path;
+        bool isGivenKept;
+    };
+    for (const Case& one :
+         {Case{"ffffff9c", "x", "/home/ann/x", false},
+          Case{"ffffff9c", "../../etc/./passwd", "/etc/passwd", true},
+          Case{"ffffff9c", "/etc//passwd", "/etc/passwd", true}, Case{"3", "x", "x", false}}) {
+        ReadAll read("audit");
+        const std::string stamp = " msg=audit(1772443205.101:7): ";
+        read.Line("type=SYSCALL" + stamp + "arch=c000003e syscall=257 success=yes a0=" +
+                  one.folder + " a2=0 exe=\"/bin/cat\"");
+        read.Line("type=CWD" + stamp + "cwd=\"/home/ann\"");
+        for (int i = 0; i < 100; ++i)
+            read.Line("type=PATH" + stamp + "name=\"../p\" nametype=PARENT");
+        read.Line("type=PATH" + stamp + "name=\"" + one.name + "\" nametype=NORMAL");
+        read.End();
+        ASSERT_THAT(read.items, ElementsAre(HasSubstr("\"path\":{\"value\":[\"" +
+                                                      std::string(one.path) + "\"]}")));
+        const bool isKept = read.items[0].find("\"PATH.NORMAL.given\":\"") != std::string::npos;
+        EXPECT_EQ(isKept, one.isGivenKept) << one.name;
+    }
+}
+
 }  // namespace
 }  // namespace zel
