@@ -13,12 +13,26 @@ namespace {
 
 constexpr std::uint64_t mostEventNumber = UINT32_MAX;
 
+// The module for Sysmon of winlogbeat up to 7.8 takes events apart and does not say what they are
+// about.
+struct SysmonKind {
+    std::string_view codes;  // "a|b"
+    std::string_view category;
+    std::string_view type;
+};
+constexpr SysmonKind sysmonKinds[] = {
+    {"1", "process", "start"},   {"5", "process", "end"},        {"8|25", "process", "change"},
+    {"10", "process", "access"}, {"3", "network", "connection"}, {"11", "file", "creation"},
+    {"2|15", "file", "change"},  {"23|26", "file", "deletion"},  {"12|13|14", "registry", "change"},
+};
+
 class EcsSource final : public JsonEventSource {
 public:
     explicit EcsSource(Mapper& mapper) : mapper_(mapper) {}
 
 private:
     void Read(SourceFields& fields, SourceItem* item) override;
+    static void TellCategory(SourceFields& fields);
     static EventHead HeadOf(SourceFields& fields);
     static void JoinArguments(SourceFields& fields, std::string_view process);
 
@@ -26,10 +40,27 @@ private:
 };
 
 void EcsSource::Read(SourceFields& fields, SourceItem* item) {
+    TellCategory(fields);
     JoinArguments(fields, "process.");
     JoinArguments(fields, "process.parent.");
     const EventHead head = HeadOf(fields);
     mapper_.Map(ecsTable, head, fields, item);
+}
+
+void EcsSource::TellCategory(SourceFields& fields) {
+    const SourceField* const sender = fields.FindPresent("event.provider|event.module");
+    const SourceField* const number = fields.FindPresent("event.code|winlog.event_id");
+    if (sender == nullptr || !HasNoCase(sender->text, "sysmon") || number == nullptr ||
+        fields.Has("event.category"))
+        return;
+    const std::string_view code = number->text;
+    for (const SysmonKind& kind : sysmonKinds) {
+        if (!Is(code, kind.codes))
+            continue;
+        fields.AddText("event.category", kind.category).taken = true;
+        fields.AddText("event.type", kind.type).taken = true;
+        return;
+    }
 }
 
 EventHead EcsSource::HeadOf(SourceFields& fields) {

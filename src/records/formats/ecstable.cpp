@@ -34,11 +34,23 @@ constexpr Condition isStart{type, IsNoCase, "start"};
 constexpr Condition isEnd{type, IsNoCase, "end"};
 constexpr Condition isFolder{"file.type", IsNoCase, "dir|directory|folder"};
 
+// What the module for Sysmon tells by its number alone.
+constexpr Condition isSysmon{"event.provider|winlog.provider_name|event.module", HasNoCase,
+                             "sysmon"};
+constexpr std::string_view code = "event.code|winlog.event_id";
+constexpr Condition sysmonLoads[] = {isSysmon, {code, Is, "6|7"}};
+constexpr Condition sysmonMakesPipe[] = {isSysmon, {code, Is, "17"}};
+constexpr Condition sysmonOpensPipe[] = {isSysmon, {code, Is, "18"}};
+constexpr Member loadedImage[] = {{"path", text, "dll.path|file.path"},
+                                  {"md5", text, "dll.hash.md5|file.hash.md5|hash.md5"},
+                                  {"sha2", text, "dll.hash.sha256|file.hash.sha256|hash.sha256"}};
+constexpr Member pipe[] = {{"name", text, "file.name|winlog.event_data.PipeName"}};
+
 // Process.
 constexpr Condition processFailed[] = {ofProcess, failed};
 constexpr Condition processEnds[] = {ofProcess, isEnd};
 constexpr Condition processStarts[] = {ofProcess, isStart};
-constexpr Condition injects[] = {ofProcess, {"event.code", Is, "8"}};
+constexpr Condition injects[] = {ofProcess, isSysmon, {code, Is, "8"}};
 constexpr Condition opensProcess[] = {ofProcess, {type, IsNoCase, "access"}};
 constexpr Condition processChanges[] = {ofProcess, {type, IsNoCase, "change"}};
 constexpr Condition process[] = {ofProcess};
@@ -146,10 +158,13 @@ constexpr Condition createsKey[] = {ofRegistry, isCreation};
 constexpr Condition readsKey[] = {ofRegistry, isAccess};
 constexpr Condition changesKey[] = {ofRegistry};
 
-constexpr Member value[] = {{"path", registryPath, "registry.path"},
-                            {"name", text, "registry.value"},
-                            {"type_id", registryType, "registry.data.type"},
-                            {"data", text, "registry.data.strings|registry.data.bytes"}};
+constexpr Member value[] = {
+    {"path", registryPath, "registry.path"},
+    {"name", text, "registry.value"},
+    {"type_id", registryType, "winlog.event_data.Details|registry.data.type"},
+    {"data", text,
+     "winlog.event_data.Details|registry.data.strings|"
+     "registry.data.bytes"}};
 constexpr Member key[] = {{"path", registryPath, "registry.path"}};
 constexpr Member newKey[] = {{"path", registryPath, "winlog.event_data.NewName"}};
 
@@ -215,6 +230,10 @@ constexpr MappingRow otherRows[] = {
     // The end of a connection may name what its address was asked for.
     {{}, networkEnds, "network", "close", {}, own, actor, flow, {}},
     {{}, asksForName, "url", "request", "dns.question.name", own, actor, question, {}},
+
+    {{}, sysmonLoads, "module", "load", loadedImage[0].from, own, actor, loadedImage, {}},
+    {{}, sysmonMakesPipe, "kernel_object", "create", pipe[0].from, own, actor, pipe, {}},
+    {{}, sysmonOpensPipe, "kernel_object", "connect", pipe[0].from, own, actor, pipe, {}},
 
     {{}, moduleFailed, "module", "generic", "dll.path", own, actor, module, {}},
     {{}, unloads, "module", "unload", "dll.path", own, actor, module, {}},

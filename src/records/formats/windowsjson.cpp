@@ -135,10 +135,24 @@ private:
 
 }  // namespace
 
+namespace {
+
+// Of Sysmon's events winlogbeat's module moves the process, and some of the rest, to fields of the
+// Elastic Common Schema. What is left may fit a rule, but would be a record without an actor.
+bool HasLostItsProcess(SourceFields& fields) {
+    const SourceField* const channel = fields.FindWhole("winlog.channel");
+    return channel != nullptr && HasNoCase(channel->text, "sysmon") &&
+           fields.Has("process.executable") &&
+           (fields.Has("ecs.version") || fields.Has("event.category")) &&
+           !fields.Has("winlog.event_data.Image") && !fields.Has("winlog.event_data.SourceImage");
+}
+
+}  // namespace
+
 // An event that a shipper has taken apart into fields of its own is better read by those, unless
 // what Windows wrote is still there.
 bool KnowsWindowsJson(const SourceLine& line) {
-    if (line.fields == nullptr)
+    if (line.fields == nullptr || HasLostItsProcess(*line.fields))
         return false;
     if (const WindowsShape* const shape = ShapeOf(*line.fields)) {
         if (!line.fields->Has("event.category") || HasWindowsRule(*shape, *line.fields))
