@@ -73,6 +73,14 @@ private:
     const leveldb::Snapshot* const snapshot_;
 };
 
+// The library's form of a batch, of half a megabyte mostly. It grows by doubling and copying, so
+// that a thread keeps its memory for the next one, unless it was unusually large.
+std::unique_ptr<leveldb::WriteBatch>& SpareBatch() noexcept {
+    thread_local std::unique_ptr<leveldb::WriteBatch> spare;
+    return spare;
+}
+constexpr std::size_t largestSpareBatch = std::size_t{1} << 20;  // bytes
+
 // What can't be read is left out of a walk or ends it like the end of the data; only a report
 // tells.
 void TellDamage(const leveldb::Iterator& iterator) {
@@ -282,16 +290,21 @@ HRESULT LevelDbInstance::Write(const RecordBatch& batch) {
         return hr::accessDenied;
     if (memory_)
         memory_->NoteWrite();
-    leveldb::WriteBatch writes;
+    std::unique_ptr<leveldb::WriteBatch> writes = std::move(SpareBatch());
+    if (writes == nullptr)
+        writes = std::make_unique<leveldb::WriteBatch>();
+    writes->Clear();
     for (const auto& [key, value] : batch)
-        writes.Put(key, value);
+        writes->Put(key, value);
     leveldb::WriteOptions options;
     // The log goes to the system with each write, and from there to the disk at its own time.
     // Waiting for it would cost more than all the rest of the write.
     options.sync = false;
-    const HRESULT result = Traced(db_->Write(options, &writes), wm::message::batchNotWritten);
+    const HRESULT result = Traced(db_->Write(options, writes.get()), wm::message::batchNotWritten);
     if (Failed(result))
         isBroken_.store(true, std::memory_order_release);
+    if (writes->ApproximateSize() <= largestSpareBatch)
+        SpareBatch() = std::move(writes);
     return CauseOf(result);
 }
 
