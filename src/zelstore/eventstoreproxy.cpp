@@ -17,6 +17,15 @@ std::wstring_view TextOf(IStringValue* value) {
     return {value->GetText(), value->GetLength(0)};
 }
 
+// Both null without memory.
+IStringValue* ValueOf(const std::wstring& text) {
+    return wm::CreateStringValue(std::wstring_view(text));
+}
+IStringValue* ValueOf(const std::string& ascii) {
+    IStringValue* made = nullptr;
+    return wm::CreateStringValue(std::string_view(ascii), &made) ? made : nullptr;
+}
+
 }  // namespace
 
 EventStoreProxy::EventStoreProxy() : core_(EventStoreImpl::GetInstance()) {}
@@ -47,8 +56,8 @@ HRESULT EventStoreProxy::GiveKey(IStringValue** key, Make&& make) noexcept {
         return hr::invalidArgument;
     return AtBoundary([&] {
         // Made before `*key` is touched: what throws leaves that as it was.
-        const std::wstring text = make();
-        *key = wm::CreateStringValue(std::wstring_view(text));
+        const auto text = make();
+        *key = ValueOf(text);
         return *key != nullptr ? hr::ok : hr::outOfMemory;
     });
 }

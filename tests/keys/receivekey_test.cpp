@@ -47,13 +47,13 @@ TEST(KeyCounter, CountsWithinAMillisecondAndAlongAProcess) {
     test::FakeClock clock;
     KeyCounter counter;
     EXPECT_EQ(counter.MakeReceiveKey(),
-              L"r<receive_time>2026-11-12T10:00:00.000Z<sequence>0000000001");
+              "r<receive_time>2026-11-12T10:00:00.000Z<sequence>0000000001");
     EXPECT_EQ(counter.MakeReceiveKey(),
-              L"r<receive_time>2026-11-12T10:00:00.000Z<sequence>0000000002");
+              "r<receive_time>2026-11-12T10:00:00.000Z<sequence>0000000002");
     EXPECT_EQ(counter.MakeEnrichmentKey(L"k"), L"k<silent_sequence>0000000001");
     clock.SetTime({2026, 11, 0, 12, 10, 0, 0, 1});
     EXPECT_EQ(counter.MakeReceiveKey(),
-              L"r<receive_time>2026-11-12T10:00:00.001Z<sequence>0000000001");
+              "r<receive_time>2026-11-12T10:00:00.001Z<sequence>0000000001");
     EXPECT_EQ(counter.MakeFlaggedEnrichmentKey(L"k", true),
               L"k<silent_sequence>0000000002<silent_enrichment>1");
 }

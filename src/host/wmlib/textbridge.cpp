@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 // The one place where text changes its encoding. It is strict in both directions, so that what was
@@ -12,10 +13,10 @@
 // surrogates, halves of pairs and values beyond the last code point.
 //
 // Text is converted on the path of every record and every result, and nearly all of it is ASCII. So
-// each conversion goes from run to run: the end of the ASCII run is found sixteen units at a time,
-// by a loop that compilers turn into a few vector instructions, the run is copied with widening or
-// narrowing alone, and only what stands between runs is taken apart by code points. The slow way is
-// taken for one code point at a time; after it the next run is looked for anew.
+// each conversion goes from run to run: the end of the ASCII run is found by blocks, the run is
+// copied with widening or narrowing alone, and only what stands between runs is taken apart by code
+// points. The slow way is taken for one code point at a time; after it the next run is looked for
+// anew.
 //
 // Wide text has 16 or 32 bits to a unit, by the system. UTF-8 never has fewer bytes than either has
 // units, which is why room for as many units as bytes is always enough.
@@ -25,6 +26,7 @@ namespace wm {
 namespace {
 
 constexpr bool wideIs16Bit = sizeof(wchar_t) == 2;
+constexpr std::size_t asciiBlock = 32;  // units
 constexpr std::uint32_t lastCodePoint = 0x10FFFF;
 // No code point has this value.
 constexpr std::uint32_t malformed = 0xFFFFFFFF;
@@ -35,20 +37,29 @@ constexpr bool IsSurrogate(std::uint32_t c) {
 }
 
 // Nearly all text is ASCII: runs of it are found by blocks and copied as they are.
+//
+// A block's units are looked at in words, which is faster than whatever a compiler makes of a loop
+// over units that has to end early.
+template <typename Unit>
+bool IsAsciiBlock(const Unit* units) noexcept {
+    constexpr std::uint64_t notAscii = sizeof(Unit) == 1   ? 0x8080808080808080
+                                       : sizeof(Unit) == 2 ? 0xFF80FF80FF80FF80
+                                                           : 0xFFFFFF80FFFFFF80;
+    std::uint64_t words[asciiBlock * sizeof(Unit) / sizeof(std::uint64_t)], all = 0;
+    std::memcpy(words, units, sizeof(words));
+    for (const std::uint64_t word : words)
+        all |= word;
+    return (all & notAscii) == 0;
+}
+
 template <typename Unit>
 std::size_t AsciiEnd(std::basic_string_view<Unit> text, std::size_t at) noexcept {
     using Bits = std::make_unsigned_t<Unit>;
-    constexpr std::size_t block = 16;
-    const auto isAscii = [text](std::size_t from) {
-        Bits all = 0;
-        for (std::size_t i = 0; i < block; ++i)
-            all = static_cast<Bits>(all | static_cast<Bits>(text[from + i]));
-        return all < 0x80;
-    };
-    while (text.size() - at >= block && isAscii(at))
-        at += block;
+    while (text.size() - at >= asciiBlock && IsAsciiBlock(text.data() + at))
+        at += asciiBlock;
     // What is left of a text is looked at together with what stands ahead of it.
-    if (text.size() - at < block && text.size() >= block && isAscii(text.size() - block))
+    if (text.size() - at < asciiBlock && text.size() >= asciiBlock &&
+        IsAsciiBlock(text.data() + text.size() - asciiBlock))
         return text.size();
     while (at < text.size() && static_cast<Bits>(text[at]) < 0x80)
         ++at;

@@ -15,6 +15,7 @@ namespace wm {
 struct SystemTime {
     std::uint16_t year = 0, month = 0, dayOfWeek = 0, day = 0;
     std::uint16_t hour = 0, minute = 0, second = 0, milliseconds = 0;
+    friend bool operator==(const SystemTime&, const SystemTime&) = default;
 };
 
 // For times in the years 0 to 9999.

@@ -6,6 +6,7 @@
 
 #include "common/lock.h"
 #include "zelstore/database/izeldbimpl.h"
+#include "zelstore/keys/keyformat.h"
 
 namespace ZEL {
 
@@ -42,20 +43,27 @@ public:
         ++added_;
         const std::size_t keyBytes = key.size(), valueBytes = value.size();
         const std::size_t before = records_.size();
-        // Records mostly come in the order of their keys, and then go to the end at once.
+        // Records mostly come in the order of their keys, events and receive-time rows each by
+        // itself, and then their places are known without a search.
+        const bool isReceipt = !key.empty() && key.front() == receivePrefix;
+        const auto hint = isReceipt ? records_.end() : firstReceipt_;
+        RecordBatch::iterator place;
         if (spent_.empty()) {
-            records_.try_emplace(records_.end(), std::move(key))->second.swap(value);
+            place = records_.try_emplace(hint, std::move(key));
+            place->second.swap(value);
         } else {
             RecordBatch::node_type entry = spent_.extract(spent_.begin());
             entry.key().swap(key);
             entry.mapped().swap(value);
-            const auto place = records_.insert(records_.end(), std::move(entry));
+            place = records_.insert(hint, std::move(entry));
             // Left as it was where there is a record with its key.
             if (entry) {  // NOLINT(bugprone-use-after-move)
                 place->second.swap(entry.mapped());
                 value.swap(entry.mapped());
             }
         }
+        if (isReceipt && (firstReceipt_ == records_.end() || place->first < firstReceipt_->first))
+            firstReceipt_ = place;
         // What was replaced stands in `value` now.
         bytes_ += valueBytes + (records_.size() != before ? keyBytes : -value.size());
     }
@@ -73,6 +81,8 @@ public:
 private:
     mutable wm::Lock lock_{wm::LockRank::batch};
     RecordBatch records_ GUARDED_BY(lock_);
+    // The first receive-time row, ahead of which events end; the end while there is none.
+    RecordBatch::iterator firstReceipt_ GUARDED_BY(lock_) = records_.end();
     // Entries without a record; used up one by one.
     RecordBatch spent_ GUARDED_BY(lock_);
     std::size_t bytes_ GUARDED_BY(lock_) = 0;

@@ -22,14 +22,16 @@ std::wstring Joined(std::wstring_view text, std::string_view more) {
 
 }  // namespace
 
-std::wstring KeyCounter::MakeReceiveKey() {
+// Many rows may come in a millisecond, whose text is made once.
+std::string KeyCounter::MakeReceiveKey() {
     const wm::Hold hold(keyLock_);
-    std::string now = wm::FormatUtc(wm::Clock().UtcNow());
-    if (now != lastReceiveTime_) {
-        lastReceiveTime_ = std::move(now);
+    const wm::SystemTime now = wm::Clock().UtcNow();
+    if (now != lastReceiveTime_ || lastReceiveText_.empty()) {
+        lastReceiveText_ = wm::FormatUtc(now);
+        lastReceiveTime_ = now;
         receiveCounter_ = 0;
     }
-    return Joined(L"", ZEL::MakeReceiveKey(lastReceiveTime_, ++receiveCounter_));
+    return ZEL::MakeReceiveKey(lastReceiveText_, ++receiveCounter_);
 }
 
 std::wstring KeyCounter::MakeEnrichmentKey(std::wstring_view baseKey) {

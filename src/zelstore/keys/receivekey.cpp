@@ -33,8 +33,9 @@ bool TakeText(std::string_view* text, std::string_view expected) noexcept {
 }  // namespace
 
 std::string MakeReceiveKey(std::string_view time, std::uint32_t sequence) {
-    std::string key(receiveKeyStart);
-    key.append(time).append(sequenceMark).append(TenDigits(sequence));
+    std::string key;
+    key.reserve(receiveKeyStart.size() + time.size() + sequenceMark.size() + keyDigits);
+    key.append(receiveKeyStart).append(time).append(sequenceMark).append(TenDigits(sequence));
     return key;
 }
 
