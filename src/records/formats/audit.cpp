@@ -44,6 +44,11 @@ bool IsEncoded(std::string_view name) {
     return false;
 }
 
+// What ausearch puts ahead of each event.
+bool IsBetweenEvents(std::string_view line) {
+    return line == "----" || line.starts_with("time->");
+}
+
 // "a0", and "a1[2]" for a piece of a long argument; none for other fields.
 std::optional<std::string_view> ArgumentOf(std::string_view name) {
     const std::string_view argument = name.substr(0, name.find('['));
@@ -92,6 +97,10 @@ private:
 };
 
 void AuditSource::Give(const SourceLine& line) {
+    if (IsBetweenEvents(line.text)) {
+        joiner_.Finish();
+        return;
+    }
     std::string_view reason;
     const auto parsed = ParseAuditLine(line.text, reason);
     if (parsed)
@@ -312,6 +321,8 @@ void AuditSource::JoinArguments() {
 bool KnowsAudit(const SourceLine& line) {
     if (line.fields != nullptr)
         return false;
+    if (IsBetweenEvents(line.text))
+        return true;
     const auto stamp = line.text.find(" msg=audit(");
     return stamp != line.text.npos && line.text.substr(0, stamp).find("type=") != line.text.npos;
 }

@@ -212,6 +212,9 @@ TEST(Audit, IncompleteEvents) {
         "type=SYSCALL msg=audit(1772443205.102:8): arch=c000003e syscall=59 success=yes pid=1");
     read.Line("type=SYSCALL msg=audit(999999999999.102:9): arch=c000003e");
     read.Line("no line of a log");
+    read.Line("----");
+    read.Line("time->Mon Mar  2 09:20:05 2026");
+    EXPECT_EQ(read.items.size(), 4U) << "what ausearch writes between events ends them";
     read.End();
     EXPECT_THAT(read.items,
                 ElementsAre("4: refused: no type=... msg=audit(TIME:NUMBER)",
