@@ -60,6 +60,8 @@ TEST(AuditLine, Stamp) {
 TEST(AuditLine, Decoding) {
     EXPECT_EQ(DecodeAuditText("2F7573", ' '), "/us");
     EXPECT_EQ(DecodeAuditText("6100C3A4FFC3", '+'), "a+\xC3\xA4\\xFF\\xC3");
+    EXPECT_EQ(DecodeAuditText("EDA080F4908080C080E09F80", ' '),
+              R"(\xED\xA0\x80\xF4\x90\x80\x80\xC0\x80\xE0\x9F\x80)");
     EXPECT_EQ(DecodeAuditText("abc", ' '), "abc");
     EXPECT_EQ(DecodeAuditText("65786563\"", ' '), "65786563\"");
 }
