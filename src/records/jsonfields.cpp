@@ -17,6 +17,7 @@ using Part = SourceField::Part;
 
 // Sources nest four or five levels. The walk is recursive, so a text may not choose the depth.
 constexpr int deepest = 32;
+constexpr std::size_t longestPrefix = 256;  // bytes
 // Past that the parser's memory, which is several times the text, is given back.
 constexpr std::size_t largestKept = 4U << 20;  // bytes
 
@@ -43,8 +44,9 @@ private:
             Plain(name, value);
     }
 
+    // Names grow with each level, so what is below a long one stays in one piece.
     void Object(std::string_view name, dom::object object, int depth) {
-        if (object.size() == 0 || depth == deepest)
+        if (object.size() == 0 || depth == deepest || name.size() > longestPrefix)
             AddWhole(name, object);
         else
             Members(object, fields_.Keep(name, "."), depth + 1);

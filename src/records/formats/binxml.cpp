@@ -74,6 +74,9 @@ constexpr int deepest = 24;
 // More than any event needs; a small damaged one could else name templates within templates.
 constexpr std::size_t mostSteps = 50'000;
 constexpr std::size_t mostValues = 4096;
+// What an event of a chunk can come to by itself; one that names a value again and again has more.
+constexpr std::size_t mostBytes = 512U << 10;
+constexpr std::size_t longestName = 512;  // characters
 
 Token Kind(std::uint8_t token) {
     return static_cast<Token>(token & ~tokenFlag);
@@ -90,6 +93,7 @@ bool BinXml::Read(std::size_t begin, std::size_t end, SourceFields* fields) {
     fields_ = fields;
     depth_ = 0;
     steps_ = 0;
+    bytes_ = 0;
     hasData_ = false;
     Cursor cursor{begin, std::min(end, chunk_.size())};
     return begin <= cursor.end && Fragment(&cursor, {}, nullptr);
@@ -194,6 +198,7 @@ bool BinXml::ReadElement(Cursor* cursor, std::span<const Value> values, const El
     const bool isTop = parent != nullptr && parent->name.empty();
     if (!isEvent && !isTop)
         element.prefix = fields_->Keep(fields_->Keep(parent->prefix, parent->name), ".");
+    bytes_ += element.prefix.size() + element.name.size();
     if (isEvent)
         element.name = {};
     if (!ReadContent(cursor, values, &element))
@@ -306,9 +311,13 @@ bool BinXml::ReadText(Cursor* cursor, std::span<const Value> values, Element* el
         default:
             return false;
     }
-    if (token != tokenInstruction)
-        element->text = element->text.empty() ? text : fields_->Keep(element->text, text);
-    return true;
+    return token == tokenInstruction || Append(text, element);
+}
+
+bool BinXml::Append(std::string_view text, Element* element) {
+    element->text = element->text.empty() ? text : fields_->Keep(element->text, text);
+    bytes_ += element->text.size();
+    return bytes_ <= mostBytes;
 }
 
 bool BinXml::Substitute(Cursor* cursor, std::span<const Value> values, Element* element) {
@@ -327,9 +336,7 @@ bool BinXml::Substitute(Cursor* cursor, std::span<const Value> values, Element* 
     }
     if ((value.type & typeArray) != 0)
         element->array = &value;
-    const std::string_view text = TextOf(value);
-    element->text = element->text.empty() ? text : fields_->Keep(element->text, text);
-    return true;
+    return Append(TextOf(value), element);
 }
 
 // As XmlWalk does it with the same element in text form.
@@ -365,7 +372,8 @@ void BinXml::AddData(const Element& element, std::string_view name) {
             field.part = part;
             part = Part::further;
         }
-    } while (element.array != nullptr && at < element.array->size);
+        bytes_ += sizeof(SourceField);
+    } while (element.array != nullptr && at < element.array->size && bytes_ <= mostBytes);
 }
 
 // A name stands here where it is used first, and else further ahead.
@@ -375,7 +383,7 @@ bool BinXml::ReadName(Cursor* cursor, std::string_view* name) {
     if (!Get(cursor, &place) || place > chunk_.size() || chunk_.size() - place < headSize)
         return false;
     const std::size_t bytes = std::size_t{2} * At<std::uint16_t>(place + 6);
-    if (bytes > chunk_.size() - place - headSize)
+    if (bytes > 2 * longestName || bytes > chunk_.size() - place - headSize)
         return false;
     const auto [found, isNew] = names_.try_emplace(place);
     if (isNew)

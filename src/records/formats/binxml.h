@@ -61,6 +61,7 @@ private:
     void AddFields(const Element& element, const std::vector<Attribute>& attributes);
     void AddData(const Element& element, std::string_view name);
 
+    bool Append(std::string_view text, Element* element);
     bool ReadName(Cursor* cursor, std::string_view* name);
     std::string_view TextOf(const Value& value);
     std::string_view ItemOf(const Value& value, std::size_t* at);
@@ -75,7 +76,8 @@ private:
     std::unordered_map<std::size_t, std::string> names_;
     int depth_ = 0;
     std::size_t steps_ = 0;
-    bool hasData_ = false;  // an unnamed value of the event was seen
+    std::size_t bytes_ = 0;  // of texts that were made
+    bool hasData_ = false;   // an unnamed value of the event was seen
 };
 
 }  // namespace zel

@@ -85,10 +85,10 @@ public:
     explicit WindowsXml(Mapper& mapper) : mapper_(mapper) {}
 
     void Give(const SourceLine& line) override {
-        if (rest_.empty())
-            rest_ = line.text;
+        if (isOpen_)
+            text_.append("\n").append(line.text);
         else
-            rest_.append("\n").append(line.text);
+            Begin(line.text);
         if (!isOpen_)
             number_ = line.number;
         lineNumber_ = line.number;
@@ -99,32 +99,38 @@ public:
     void End() override { hasEnded_ = true; }
 
     bool Next(SourceItem* item) override {
-        const std::size_t begin = FindEvent(rest_);
-        if (begin == rest_.npos)
-            return Leave();
-        const std::size_t end = rest_.find(eventEnd, begin);
-        if (end == rest_.npos && !hasEnded_ && rest_.size() - begin < longestEvent)
+        const std::string_view text = text_;
+        const std::size_t found = isOpen_ ? 0 : FindEvent(text.substr(at_));
+        if (found == text.npos) {
+            Begin({});
+            return false;
+        }
+        const std::size_t begin = at_ + found;
+        const std::size_t end = text.find(eventEnd, std::max(begin, searched_));
+        if (end == text.npos && !hasEnded_ && text.size() - begin < longestEvent)
             return Keep(begin);
-        const std::size_t behind = end == rest_.npos ? rest_.size() : end + eventEnd.size();
-        Take(std::string_view(rest_).substr(begin, behind - begin), item);
-        rest_.erase(0, behind);
+        at_ = end == text.npos ? text.size() : end + eventEnd.size();
+        Take(text.substr(begin, at_ - begin), item);
+        searched_ = at_;
         isOpen_ = false;
         number_ = lineNumber_;
         return true;
     }
 
 private:
-    static constexpr std::size_t longestEvent = 16U << 20;  // bytes
+    static constexpr std::size_t longestEvent = 4U << 20;  // bytes
 
-    // No event begins in what is left.
-    bool Leave() {
-        rest_.clear();
+    void Begin(std::string_view text) {
+        text_ = text;
+        at_ = searched_ = 0;
         isOpen_ = false;
-        return false;
     }
-    // One begins, and further lines are its.
+    // An event begins there, and further lines are its. What was searched for its end need not be
+    // searched again, but for the end's first characters.
     bool Keep(std::size_t begin) {
-        rest_.erase(0, begin);
+        text_.erase(0, begin);
+        at_ = 0;
+        searched_ = text_.size() - std::min(text_.size(), eventEnd.size());
         isOpen_ = true;
         return false;
     }
@@ -146,7 +152,9 @@ private:
 
     Mapper& mapper_;
     SourceFields fields_;
-    std::string rest_;  // what is not read yet
+    std::string text_;
+    std::size_t at_ = 0;        // what is ahead of it was read
+    std::size_t searched_ = 0;  // no event ends ahead of it
     std::uint64_t number_ = 0;
     std::uint64_t lineNumber_ = 0;
     bool isOpen_ = false;

@@ -8,6 +8,7 @@
 
 #include "records/input/linereader.h"
 #include "zel/terminal/messages.h"
+#include "zel/terminal/textfit.h"
 
 // What all commands that read lines have in common: which lines count, how a place is named, when
 // an interrupt is heeded. Interrupts are asked for on both sides of a read, as the read itself
@@ -43,13 +44,14 @@ void TellUnreadable(const LinePlace& place, const std::string& why) {
 LinesEnd ReadParts(const std::string& file, InputFiles& files, const TakePart& take) {
     LinesEnd worst = LinesEnd::all;
     const auto takePart = [&](const std::string& name, PeekStream& bytes) {
-        const LinesEnd end = take(name, bytes);
+        // What an archive calls its files is not to be obeyed by a terminal.
+        const LinesEnd end = take(name.size() == file.size() ? name : Escaped(name), bytes);
         worst = std::max(worst, end);
         return end == LinesEnd::all || end == LinesEnd::unreadable;
     };
     std::string error;
     if (files.Read(file, takePart, &error) == InputEnd::unreadable && !Interrupted()) {
-        TellUnreadable({file == "-" ? "(stdin)" : file}, error);
+        TellUnreadable({file == "-" ? "(stdin)" : file}, Escaped(error));
         worst = std::max(worst, LinesEnd::unreadable);
     }
     return worst;

@@ -107,6 +107,38 @@ INSTANTIATE_TEST_SUITE_P(Samples, EvtxFiles,
                          testing::Values(ZEL_EXAMPLES "/security.evtx.xz",
                                          ZEL_RECORD_DATA "/evtx/new-user-security.evtx.xz"));
 
+// A template that names one long value again and again is no event.
+TEST(EvtxFile, CanNotGrowWithoutBound) {
+    using namespace std::string_literals;
+    const auto number = [](std::uint32_t value, int bytes) {
+        std::string text;
+        for (; bytes > 0; --bytes, value >>= 8)
+            text.push_back(static_cast<char>(value & 0xFF));
+        return text;
+    };
+    const std::size_t body = 512 + 24 + 4 + 10 + 24;  // where the template's fragment stands
+    std::string fragment = "\x0F\1\1\0\1"s + number(0, 2) + number(0, 4) +
+                           number(static_cast<std::uint32_t>(body) + 15, 4) + number(0, 6) +
+                           number(1, 2) + "E\0\0\0"s + "\2"s;
+    for (int i = 0; i < 5000; ++i)
+        fragment += "\x0D\0\0\1"s;
+    const std::string xml =
+        "\x0F\1\1\0\x0C\1"s + number(0, 4) + number(static_cast<std::uint32_t>(body) - 24, 4) +
+        std::string(20, '\0') + number(static_cast<std::uint32_t>(fragment.size()), 4) + fragment +
+        number(1, 4) + number(20000, 2) + "\1\0"s + std::string(20000, 'a');
+    const auto size = static_cast<std::uint32_t>(xml.size() + 28);
+    std::string log(4096 + 65536, '\0');
+    log.replace(0, 7, "ElfFile").replace(4096, 7, "ElfChnk");
+    log.replace(4096 + 48, 4, number(512 + size, 4));
+    log.replace(4096 + 512, size,
+                "**\0\0"s + number(size, 4) + std::string(16, '\0') + xml + number(size, 4));
+    const std::string path = testing::TempDir() + "/evtx_bound." + std::to_string(::getpid());
+    std::ofstream(path, std::ios::binary) << log;
+    const ReadInput read(path);
+    std::filesystem::remove(path);
+    EXPECT_THAT(read.refused, testing::ElementsAre("the event is damaged (chunk 1)"));
+}
+
 TEST(EvtxFile, DamageIsToldAndRecovered) {
     const std::string path = ZEL_RECORD_DATA "/evtx/sample_with_a_bad_chunk_magic.evtx.xz";
     MappingOptions recovers;

@@ -118,6 +118,13 @@ TEST(WindowsXml, EventsOverLinesAndSeveralInOne) {
     EXPECT_THAT(items[2], StartsWith("no rule: Linux-Sysmon/Operational 5"));
 }
 
+// Nobody waits for the end of an event that has none, however many lines follow.
+TEST(WindowsXml, AnEventWithoutAnEnd) {
+    std::vector<std::string> lines(150000, "a line");
+    lines.insert(lines.begin(), "<Event><System><EventID>5</EventID><Channel>Security</Channel>");
+    EXPECT_THAT(Items(lines), testing::ElementsAre("no rule: Security 5"));
+}
+
 // What has no place in the record is all there, and what has is not there twice.
 TEST(Unmapped, HoldsTheRest) {
     const std::string line =
