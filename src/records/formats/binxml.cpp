@@ -1,11 +1,9 @@
 #include "records/formats/binxml.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstdio>
 #include <cstring>
 
-#include "common/utctime.h"
+#include "records/formats/binxmlvalue.h"
 
 // Binary XML, as far as event logs use it. A fragment is a tree of tokens; most events are one
 // token that names a template, a tree with holes, and the values for the holes. Template and values
@@ -41,33 +39,6 @@ enum Token : std::uint8_t {
     tokenOptional = 0x0E,
     tokenFragment = 0x0F,
     tokenFlag = 0x40,  // there is more of the kind
-};
-
-enum ValueType : std::uint8_t {
-    typeNull = 0x00,
-    typeText = 0x01,
-    typeAnsi = 0x02,
-    typeInt8 = 0x03,
-    typeUint8 = 0x04,
-    typeInt16 = 0x05,
-    typeUint16 = 0x06,
-    typeInt32 = 0x07,
-    typeUint32 = 0x08,
-    typeInt64 = 0x09,
-    typeUint64 = 0x0A,
-    typeFloat = 0x0B,
-    typeDouble = 0x0C,
-    typeBool = 0x0D,
-    typeBinary = 0x0E,
-    typeGuid = 0x0F,
-    typeSize = 0x10,
-    typeFileTime = 0x11,
-    typeSystemTime = 0x12,
-    typeSid = 0x13,
-    typeHex32 = 0x14,
-    typeHex64 = 0x15,
-    typeBinXml = 0x21,
-    typeArray = 0x80,
 };
 
 constexpr int deepest = 24;
@@ -278,7 +249,7 @@ bool BinXml::ReadText(Cursor* cursor, std::span<const Value> values, Element* el
         case tokenOptional:
             return Substitute(cursor, values, element);
         case tokenText:
-            if (!Get(cursor, &type) || type != typeText)
+            if (!Get(cursor, &type) || type != binXmlText)
                 return false;
             [[fallthrough]];
         case tokenCdata:
@@ -326,7 +297,7 @@ bool BinXml::Substitute(Cursor* cursor, std::span<const Value> values, Element* 
     if (!Get(cursor, &index) || !Get(cursor, &type) || index >= values.size())
         return false;
     const Value& value = values[index];
-    if (value.type == typeBinXml) {
+    if (value.type == binXmlFragment) {
         Cursor inner{value.begin, value.begin + value.size};
         element->hasElements = true;
         ++depth_;
@@ -334,7 +305,7 @@ bool BinXml::Substitute(Cursor* cursor, std::span<const Value> values, Element* 
         --depth_;
         return isGood;
     }
-    if ((value.type & typeArray) != 0)
+    if ((value.type & binXmlArray) != 0)
         element->array = &value;
     return Append(TextOf(value), element);
 }
@@ -433,7 +404,7 @@ std::string_view BinXml::Utf8(std::size_t begin, std::size_t bytes) {
 
 // The next of an array of texts, each of which ends with a NUL; of others all in one.
 std::string_view BinXml::ItemOf(const Value& value, std::size_t* at) {
-    if (value.type != (typeText | typeArray)) {
+    if (value.type != (binXmlText | binXmlArray)) {
         *at = value.size;
         return TextOf(value);
     }
@@ -445,119 +416,11 @@ std::string_view BinXml::ItemOf(const Value& value, std::size_t* at) {
     return Utf8(value.begin + begin, bytes);
 }
 
-namespace {
-
-std::string Hex(std::uint64_t number) {
-    char text[24];
-    std::snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(number));
-    return text;
-}
-
-std::string GuidText(const std::uint8_t* b) {
-    char text[40];
-    std::snprintf(text, sizeof(text),
-                  "{%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X}", b[3],
-                  b[2], b[1], b[0], b[5], b[4], b[7], b[6], b[8], b[9], b[10], b[11], b[12], b[13],
-                  b[14], b[15]);
-    return text;
-}
-
-// revision, number of parts, authority in six bytes, parts of four
-std::string SidText(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < 8 || bytes.size() < 8 + std::size_t{4} * bytes[1])
-        return "";
-    std::uint64_t authority = 0;
-    for (std::size_t i = 2; i < 8; ++i)
-        authority = authority << 8 | bytes[i];
-    std::string text = "S-" + std::to_string(bytes[0]) + "-" + std::to_string(authority);
-    for (std::size_t i = 0; i < bytes[1]; ++i) {
-        std::uint32_t part = 0;
-        std::memcpy(&part, bytes.data() + 8 + i * 4, sizeof(part));
-        text += "-" + std::to_string(part);
-    }
-    return text;
-}
-
-// Hundreds of nanoseconds since 1601; with seven decimals, as Windows writes it.
-std::string FileTimeText(std::uint64_t ticks) {
-    using namespace std::chrono;
-    constexpr std::uint64_t ticksPerSecond = 10'000'000;
-    constexpr std::uint64_t most = ticksPerSecond * 60 * 60 * 24 * 366 * 8398;  // before 9999
-    if (ticks > most)
-        return Hex(ticks);
-    const sys_seconds point = sys_days(year(1601) / 1 / 1) + seconds(ticks / ticksPerSecond);
-    std::string text = wm::FormatUtc(wm::ToSystemTime(point));
-    char decimals[16];
-    std::snprintf(decimals, sizeof(decimals), ".%07llu",
-                  static_cast<unsigned long long>(ticks % ticksPerSecond));
-    return text.substr(0, text.find('.')) + decimals + "Z";
-}
-
-std::string HexBytes(std::span<const std::uint8_t> bytes) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    std::string text;
-    for (const std::uint8_t byte : bytes)
-        text.append(1, digits[byte >> 4]).append(1, digits[byte & 15]);
-    return text;
-}
-
-template <typename Number>
-std::string Decimal(Number number) {
-    char text[40];
-    const auto end = std::to_chars(std::begin(text), std::end(text), number).ptr;
-    return std::string(text, end);
-}
-
-}  // namespace
-
-// What has fewer bytes than its type needs is as if absent.
+// Texts of UTF-16 are by far the most, and need no text in between.
 std::string_view BinXml::TextOf(const Value& value) {
-    const std::span<const std::uint8_t> bytes = chunk_.subspan(value.begin, value.size);
-    const auto number = [&]<typename Number>(Number) {
-        return bytes.size() >= sizeof(Number) ? Decimal(At<Number>(value.begin)) : std::string();
-    };
-    switch (value.type) {
-        case typeNull:
-            return {};
-        case typeText:
-            return Utf8(value.begin, value.size);
-        case typeInt8:
-            return fields_->Keep(bytes.empty() ? "" : Decimal(int{At<std::int8_t>(value.begin)}));
-        case typeUint8:
-            return fields_->Keep(bytes.empty() ? "" : Decimal(int{bytes[0]}));
-        case typeInt16:
-            return fields_->Keep(number(std::int16_t{}));
-        case typeUint16:
-            return fields_->Keep(number(std::uint16_t{}));
-        case typeInt32:
-            return fields_->Keep(number(std::int32_t{}));
-        case typeUint32:
-            return fields_->Keep(number(std::uint32_t{}));
-        case typeInt64:
-            return fields_->Keep(number(std::int64_t{}));
-        case typeUint64:
-            return fields_->Keep(number(std::uint64_t{}));
-        case typeFloat:
-            return fields_->Keep(number(float{}));
-        case typeDouble:
-            return fields_->Keep(number(double{}));
-        case typeBool:
-            return bytes.empty() ? "" : bytes[0] != 0 ? "true" : "false";
-        case typeGuid:
-            return bytes.size() < 16 ? "" : fields_->Keep(GuidText(bytes.data()));
-        case typeSize:
-        case typeHex32:
-        case typeHex64:
-            return fields_->Keep(Hex(bytes.size() >= 8 ? At<std::uint64_t>(value.begin)
-                                                       : At<std::uint32_t>(value.begin)));
-        case typeFileTime:
-            return bytes.size() < 8 ? ""
-                                    : fields_->Keep(FileTimeText(At<std::uint64_t>(value.begin)));
-        case typeSid:
-            return fields_->Keep(SidText(bytes));
-        default:
-            return fields_->Keep(HexBytes(bytes));
-    }
+    if (value.type == binXmlText)
+        return Utf8(value.begin, value.size);
+    return fields_->Keep(BinXmlValueText(value.type, chunk_.subspan(value.begin, value.size)));
 }
 
 }  // namespace zel
