@@ -38,7 +38,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             statistic scan generic enumerate reputation_query ;;
         --object) echo process file directory module service reg_key reg_value kernel_object network url \
             session etw amsi ;;
-        -o | --output) if [ "$1" = query ]; then echo ndjson json table; else echo table json; fi ;;
+        -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table; else echo table json; fi ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
             --limit | --max-size | --stop-below | --resume-percent) echo NONE ;;
     esac

@@ -141,7 +141,7 @@ void AddQuery(CLI::App& command, Run& run) {
         .add_option("-o,--output", options.output,
                     "By default table on a terminal, else ndjson: one JSON text a line")
         ->excludes(keys)
-        ->check(CLI::IsMember({"ndjson", "json", "table"}))
+        ->check(CLI::IsMember({"ndjson", "json", "ocsf", "table"}))
         ->type_name("FORM");
 }
 

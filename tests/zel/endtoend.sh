@@ -126,6 +126,11 @@ sources() {
   check "one format alone" "4 6" "$code $(grep -c 'mixed:30[1-6]: not of the format that was asked for' err)"
   ends 2 "no such format" zel ingest --format evtlog raw
   check "which there are" 1 "$(grep -c 'known: record, windows-json, ' err)"
+  # There and back again: the same events, under the same keys.
+  zel query -o ocsf --since 1970-01-01T00:00:00Z >events.ocsf
+  zel query --print-keys >keys
+  run zel --store "$work/again" ingest --format ocsf events.ocsf
+  check "OCSF is read back" "$(sort keys | md5sum)" "$(zel --store "$work/again" query --print-keys | sort | md5sum)"
   run zel ingest --format evtx raw
   check "no event log" "4 1" "$code $(grep -c "can't be read: no Windows event log" err)"
   xz -dc "$examples/security.evtx.xz" | head -c 100000 >cut.evtx

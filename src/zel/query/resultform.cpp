@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "records/formats/ocsf.h"
 #include "zel/terminal/textfit.h"
 
 // A form turns one result after the other into text and keeps nothing, so that an answer of any
@@ -37,6 +38,21 @@ public:
         return std::string(isFirst ? "[\n" : ",\n").append(event);
     }
     std::string End(bool isEmpty) override { return isEmpty ? "[]\n" : "\n]\n"; }
+};
+
+// One event of the common schema a line. What is no record, and so has no place in that, stands as
+// it came.
+class OcsfEvents final : public ResultForm {
+public:
+    std::string Row(std::string_view event, bool) override {
+        std::string row;
+        if (!writer_.Write(event, &row))
+            row = event;
+        return row.append("\n");
+    }
+
+private:
+    OcsfWriter writer_;
 };
 
 const value* Find(const value& in, const char* key) {
@@ -141,6 +157,8 @@ std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t 
         return std::make_unique<Table>(columns);
     if (name == "json")
         return std::make_unique<OneArray>();
+    if (name == "ocsf")
+        return std::make_unique<OcsfEvents>();
     return std::make_unique<Lines>();
 }
 

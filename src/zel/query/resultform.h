@@ -21,7 +21,7 @@ public:
     virtual std::string End(bool /*isEmpty*/) { return ""; }
 };
 
-// ndjson, json, table or keys. A table fits `columns`; with 0, where no width is known, the actor
+// ndjson, json, ocsf, table or keys. A table fits `columns`; with 0, where no width is known, the actor
 // alone is cut, so that the columns stand below each other. For keys `event` is the key. An unknown
 // name counts as ndjson: the command line has checked it.
 std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns);
