@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+// A name here is what people type: once it is out it is never given another meaning. Where sources
+// keep a thing under several names the most telling one comes first.
+
 namespace zel {
 
 namespace {

@@ -5,6 +5,10 @@
 
 #include "common/asciicase.h"
 
+// What sources write differently and records write in one way. Each function answers for one text
+// and says "none" rather than guess: what is not understood stays in the record's `unmapped`, where
+// a guess would be taken for a fact. The tables are short, so they are searched from the front.
+
 namespace zel {
 
 namespace {
@@ -93,6 +97,8 @@ std::optional<std::string_view> GuidIn(std::string_view text) {
     return text;
 }
 
+// Sensors write short roots, audit events those of the kernel; queries ask for the long ones. A
+// longer name that begins like a root ("HKLMX") is none.
 RegistryPath LongRegistryPath(std::string_view path) {
     struct Root {
         std::string_view written;
@@ -134,6 +140,7 @@ std::optional<std::uint32_t> RegistryTypeIn(std::string_view text) {
     return NumberOf(text, names);
 }
 
+// A key's fields stand between < and >, and a key ends at its first NUL.
 bool IsLostFromKey(std::string_view text) {
     const auto isLost = [](char c) { return c == '<' || c == '>' || c == '\0'; };
     return std::any_of(text.begin(), text.end(), isLost) || text.starts_with(R"(\\?\)");

@@ -5,6 +5,9 @@
 
 #include "common/utctime.h"
 
+// Written by hand and not with the library's parser of times, since each event has one or two, and
+// since sources write so many forms that one loose reading serves better than a list of formats.
+
 namespace zel {
 
 namespace {

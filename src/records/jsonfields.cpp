@@ -64,6 +64,7 @@ private:
         }
     }
 
+    // The text is made anew by the library, so it is good JSON whatever the source's looked like.
     template <typename Thing>
     void AddWhole(std::string_view name, Thing thing) {
         fields_.AddJson(name, fields_.Keep(simdjson::minify(thing)));

@@ -30,6 +30,7 @@ bool AllOfNames(std::string_view names, Use use) {
     return true;
 }
 
+// A field that is missing is as one that is empty, so "is not x" holds of it.
 bool Holds(const Condition& condition, SourceFields& fields) {
     SourceField* const field = fields.FindPresent(condition.field);
     if (field == nullptr)
@@ -82,6 +83,7 @@ std::uint32_t NumberOf(const EventHead& head, std::uint32_t* counter) {
     return static_cast<std::uint32_t>(head.recordNumber.value_or(*counter));
 }
 
+// For people: what the time was that could not be read.
 std::string TimeDetail(const EventHead& head) {
     std::string detail;
     if (!head.time.empty())
@@ -182,6 +184,8 @@ void Mapper::Pass(const EventHead& head, SourceFields& fields, SourceItem* item)
     item->isKept = true;
 }
 
+// Processes that are asked for again and again would stay in the older half to the end, and be lost
+// with it: that costs their later events a hash and nothing else.
 const Mapper::Hashes* Mapper::HashesOf(std::string_view uid) const {
     for (const KnownHashes* half : {&hashes_, &olderHashes_})
         if (const auto found = half->find(uid); found != half->end())

@@ -84,6 +84,7 @@ void RecordMaking::Write(const MappingTable& table, const MappingRow& row, const
                          const EventHead& head, std::uint32_t number) {
     carriesHashes_ = table.carriesHashes;
     writer_.BeginObject().Key("artifacts").BeginObject();
+    // The launched process is the target, so the hashes of a launch are taken behind that.
     if (HasIdentity(row.actor))
         Object("actor", "process", row.actor);
     Object("target", row.objectType, row.target);
@@ -177,6 +178,7 @@ void RecordMaking::Write(const Member& member) {
     }
 }
 
+// What the key loses is only counted: the record has it still.
 void RecordMaking::PairOf(std::string_view name, std::string_view text) {
     item_.lostFromKey += IsInKey(name) && IsLostFromKey(text) ? 1 : 0;
     writer_.Key(name).TextPair(text);
@@ -208,6 +210,7 @@ void RecordMaking::WriteText(const Member& member, SourceField& field) {
         seen_.md5 = field.text;
 }
 
+// Other algorithms of the list have no member, so unless there are none the whole list is kept.
 void RecordMaking::WriteHash(const Member& member, SourceField& field, std::string_view algorithm) {
     const auto hash = HashIn(field.text, algorithm);
     if (!hash)
@@ -264,6 +267,7 @@ void RecordMaking::WriteType(const Member& member, SourceField& field) {
     field.taken = field.taken || (type && !field.text.ends_with(')'));
 }
 
+// A text that is no number is no member, and stays in `unmapped`.
 void RecordMaking::WriteNumber(const Member& member, SourceField& field) {
     const bool isPlain = member.conversion == Conversion::plainNumber ||
                          member.conversion == Conversion::plainNumbers;
@@ -283,6 +287,7 @@ void RecordMaking::WriteNumber(const Member& member, SourceField& field) {
     field.taken = field.part == Part::alone && *number <= low;
 }
 
+// Mostly the identifier of a process, which the actor has as well.
 void RecordMaking::Correlation(std::string_view name) {
     SourceField* const field = fields_.FindPresent(name);
     const auto guid = field != nullptr ? GuidIn(field->text) : std::nullopt;

@@ -33,6 +33,7 @@ private:
         std::string_view uid, sha2, md5;
     };
 
+    // All of these mark what they have written wholly as taken.
     void Object(std::string_view role, std::string_view type, std::span<const Member> members);
     bool HasIdentity(std::span<const Member> members);
     void Write(const Member& member);

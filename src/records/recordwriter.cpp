@@ -4,6 +4,9 @@
 #include <cstring>
 #include <iterator>
 
+// Records are written straight into the text that goes to the store: no tree is built, and nothing
+// is allocated once that text has reached its size.
+
 namespace zel {
 
 namespace {

@@ -5,6 +5,9 @@
 
 #include "common/asciicase.h"
 
+// Events have a few dozen fields, and each is asked for a few times. So they stand in a list and
+// are searched from the front: to put them into a map would cost more than it saved.
+
 namespace zel {
 
 namespace {

@@ -87,6 +87,7 @@ bool BinXml::Get(Cursor* cursor, Number* number) {
     return true;
 }
 
+// `parent` is the element in which the fragment stands; null for that of a record.
 bool BinXml::Fragment(Cursor* cursor, std::span<const Value> values, const Element* parent) {
     std::uint8_t token = 0;
     while (cursor->at < cursor->end) {
@@ -151,6 +152,8 @@ bool BinXml::Template(Cursor* cursor, const Element* parent) {
     return isGood;
 }
 
+// The size that stands in front of an element is not looked at: its end shows by its tokens, and
+// damaged sizes would hide what can be read.
 bool BinXml::ReadElement(Cursor* cursor, std::span<const Value> values, const Element* parent) {
     const bool hasAttributes = (At<std::uint8_t>(cursor->at) & tokenFlag) != 0;
     std::uint16_t dependency = 0;
@@ -285,12 +288,15 @@ bool BinXml::ReadText(Cursor* cursor, std::span<const Value> values, Element* el
     return token == tokenInstruction || Append(text, element);
 }
 
+// False when the event has more text than one of a chunk can have.
 bool BinXml::Append(std::string_view text, Element* element) {
     element->text = element->text.empty() ? text : fields_->Keep(element->text, text);
     bytes_ += element->text.size();
     return bytes_ <= mostBytes;
 }
 
+// A value may be a fragment of its own, with a template and values of its own; mostly the event's
+// data is one, put into the template of the head that all events share.
 bool BinXml::Substitute(Cursor* cursor, std::span<const Value> values, Element* element) {
     std::uint16_t index = 0;
     std::uint8_t type = 0;

@@ -53,6 +53,7 @@ bool LineFormats::Give(std::string_view text, std::uint64_t number) {
     return true;
 }
 
+// What is no object is asked about as a text.
 bool LineFormats::ReadObject(std::string_view text) {
     const std::size_t begin = text.find_first_not_of(" \t");
     fields_.Clear();
@@ -81,6 +82,7 @@ bool LineFormats::Next(SourceItem* item) {
     return false;
 }
 
+// Each reader may hold an event that waited for more lines; Next asks them in their order.
 void LineFormats::End() {
     current_ = nullptr;
     hasEnded_ = true;

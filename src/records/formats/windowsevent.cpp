@@ -3,6 +3,9 @@
 #include "records/conversions.h"
 #include "records/formats/windowstables.h"
 
+// All shapes end in the same few things: a channel, a number, a time, and the event's own data,
+// whose names Windows gives and no collector changes. So a shape is a row that says where they are.
+
 namespace zel {
 
 namespace {

@@ -135,6 +135,7 @@ private:
         return false;
     }
 
+    // An event of which only a part is there must not be taken for one that has no more to tell.
     void Take(std::string_view xml, SourceItem* item) {
         fields_.Clear();
         const XmlRead read = ReadEventXml(xml, &fields_);
@@ -196,8 +197,12 @@ bool IsEventXml(std::string_view text) {
     return FindEvent(text) == 0;
 }
 
+// What an export puts around its events is of the format too, and gives none.
 bool KnowsWindowsXml(const SourceLine& line) {
-    return line.fields == nullptr && FindEvent(line.text) != line.text.npos;
+    const std::string_view text =
+        line.text.substr(std::min(line.text.find_first_not_of(" \t"), line.text.size()));
+    return line.fields == nullptr && (FindEvent(text) != text.npos || text.starts_with("<?xml") ||
+                                      text.starts_with("<Events") || text.starts_with("</Events"));
 }
 
 std::unique_ptr<LineSource> MakeWindowsXml(Mapper& mapper) {

@@ -25,7 +25,7 @@ std::string ErrorOf(archive* opened) {
     return text != nullptr ? text : "the archive is damaged";
 }
 
-// How the library gets the archive's bytes.
+// How the library gets the archive's bytes. What was wrong with them it keeps as its own error.
 struct Feed {
     ByteStream& stream;
     std::string error;

@@ -7,6 +7,9 @@
 #include <new>
 #include <string>
 
+// The library that reads archives could unpack these as well, but it gives nothing of the piece in
+// which it meets damage, and what stands ahead of that is good.
+
 namespace zel {
 
 namespace {

@@ -104,13 +104,12 @@ TEST(WindowsXml, EventsOverLinesAndSeveralInOne) {
                data + "</Data></EventData></Event>";
     };
     std::vector<std::string> lines(1);
-    for (const char c :
-         "<Events>" + event("/a") + event("/b &lt;") + "\n</Events>\n" + event("/c").substr(0, 90))
+    for (const char c : "<?xml version=\"1.0\"?>\n<Events>" + event("/a") + event("/b &lt;") +
+                            "\n</Events>\n" + event("/c").substr(0, 90))
         if (c == '\n')
             lines.emplace_back();
         else
             lines.back().push_back(c);
-    lines.erase(lines.end() - 3);  // what stands outside of events is of no format
     const auto items = Items(lines, Bare());
     ASSERT_EQ(items.size(), 3U);
     EXPECT_THAT(items[0], HasSubstr("\"/a\""));
