@@ -70,6 +70,20 @@ TEST(IncomingQueue, CapacitiesRoundDownButNeverBelowOneBatch) {
     }
 }
 
+TEST(IncomingQueue, CountsWhatStaysWhenAFewBatchesAreTaken) {
+    IncomingQueue queue;
+    queue.SetCapacity(2000);
+    EXPECT_EQ(Fill(queue), 2000);
+    BatchList out;
+    queue.DequeueBatches(out, Flush::everything, 3);
+    ASSERT_EQ(out.size(), 3u);
+    EXPECT_EQ(out.front()->Records().begin()->first, Key(0));
+    EXPECT_EQ(Fill(queue), 1500);
+    queue.DequeueBatches(out, Flush::everything);
+    EXPECT_EQ(out.size(), 7u);
+    EXPECT_EQ(Fill(queue), 2000);
+}
+
 TEST(IncomingQueue, ReplacesWithinTheOpenBatchOnly) {
     IncomingQueue queue;
     IgnoreResult(Enqueue(queue, "k", "old").result, "first");

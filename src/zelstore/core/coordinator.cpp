@@ -120,15 +120,28 @@ HRESULT EventStoreImpl::CoordinatorMain() {
 
 void EventStoreImpl::FlushQueues(Flush what) {
     // Events first, so that no silent enrichment reaches the disk ahead of its event.
-    BatchList events;
-    eventQueue_.DequeueBatches(events, what);
+    FlushQueue(eventQueue_, RecordKind::event, what);
+    FlushQueue(silentQueue_, RecordKind::silentEnrichment, what);
+}
+
+// The batches that are there; what comes meanwhile is announced for the next turn. A few at a time:
+// all at once would let the producers fill the queue a second time, and a batch that is written
+// gives its memory to the next.
+void EventStoreImpl::FlushQueue(IncomingQueue& queue, RecordKind kind, Flush what) {
+    constexpr std::size_t mostInHand = 4;
     IZelDbImpl* const database = database_.load(std::memory_order_acquire);
-    if (!events.empty() && database != nullptr)
-        database->AwaitWriteFolder([this] { return coordinatorThread_.StopRequested(); });
-    InsertBatches(std::move(events), RecordKind::event);
-    BatchList enrichments;
-    silentQueue_.DequeueBatches(enrichments, what);
-    InsertBatches(std::move(enrichments), RecordKind::silentEnrichment);
+    const std::size_t count = queue.Size();
+    std::size_t taken = 0;
+    do {
+        BatchList batches;
+        queue.DequeueBatches(batches, what, std::min(count - taken, mostInHand));
+        if (batches.empty())
+            return;
+        if (taken == 0 && kind == RecordKind::event && database != nullptr)
+            database->AwaitWriteFolder([this] { return coordinatorThread_.StopRequested(); });
+        taken += batches.size();
+        InsertBatches(std::move(batches), kind);
+    } while (taken < count);
 }
 
 void EventStoreImpl::InsertBatches(BatchList batches, RecordKind kind) {

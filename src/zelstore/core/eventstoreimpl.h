@@ -99,6 +99,7 @@ private:
     HRESULT CoordinatorMain();
     // One thread at a time: the coordinator, or Stop once that has ended.
     void FlushQueues(Flush what);
+    void FlushQueue(IncomingQueue& queue, RecordKind kind, Flush what);
     // What fails for one batch does not keep the others from the disk.
     void InsertBatches(BatchList batches, RecordKind kind);
     // Writes a batch, tells what is lost if that fails, and gives the entries back to the queue.

@@ -8,12 +8,12 @@
 #include "common/hostservices.h"
 
 // The hand-over of records to the coordinator. Producers fill one batch, the last; those ahead of
-// it take nothing more and wait for the coordinator, which takes them all at once. A batch is
+// it take nothing more and wait for the coordinator, which takes a few at a time. A batch is
 // announced by the first record that no longer fits into it, so producers ask for a wake-up once in
 // 500 records, or once in 4 MiB.
 //
 // What waits is bounded in records, for small ones, and in bytes, for large ones. What the
-// coordinator has taken is not counted here: as much again may be in its hands.
+// coordinator has taken is not counted here.
 
 namespace ZEL {
 
@@ -104,7 +104,7 @@ HRESULT IncomingQueue::EnqueueEventData(std::string key, std::string value, bool
 }
 
 // Batches change hands by their list nodes: nothing is copied and nothing can fail.
-void IncomingQueue::DequeueBatches(BatchList& out, Flush what) {
+void IncomingQueue::DequeueBatches(BatchList& out, Flush what, std::size_t most) {
     SpentBatches dropped;  // freed after the lock is released
     const wm::Hold hold(lock_);
     if (batches_.empty()) {
@@ -112,12 +112,18 @@ void IncomingQueue::DequeueBatches(BatchList& out, Flush what) {
             dropped.swap(spent_);
         return;
     }
-    const bool isLastTaken = what == Flush::everything || isLastClosed_ ||
-                             batches_.back()->Size() == EventBatch::capacity;
-    out.splice(out.end(), batches_, batches_.begin(),
-               isLastTaken ? batches_.end() : std::prev(batches_.end()));
-    aheadOfLast_ = {};
-    isLastClosed_ = false;
+    const bool takesLast = what == Flush::everything || isLastClosed_ ||
+                           batches_.back()->Size() == EventBatch::capacity;
+    for (; most > 0 && batches_.size() > 1; --most) {
+        const Amount held = batches_.front()->Held();
+        aheadOfLast_.records -= held.records;
+        aheadOfLast_.bytes -= held.bytes;
+        out.splice(out.end(), batches_, batches_.begin());
+    }
+    if (most > 0 && takesLast) {
+        out.splice(out.end(), batches_);
+        isLastClosed_ = false;
+    }
 }
 
 void IncomingQueue::Recycle(RecordBatch spent) noexcept {

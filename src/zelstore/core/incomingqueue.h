@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/container/static_vector.hpp>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <string>
@@ -37,9 +38,9 @@ public:
     // memory: the record is dropped, too. `*wake` is to be acted upon on failure too.
     HRESULT EnqueueEventData(std::string key, std::string value, bool* wake) EXCLUDES(lock_);
 
-    // Moves batches, oldest first, to the end of `out`. A queue that was empty then lets go of the
-    // memory of spent batches, when everything was asked for.
-    void DequeueBatches(BatchList& out, Flush what) EXCLUDES(lock_);
+    // Moves up to `most` batches, oldest first, to the end of `out`. A queue that was empty then
+    // lets go of the memory of spent batches, when everything was asked for.
+    void DequeueBatches(BatchList& out, Flush what, std::size_t most = SIZE_MAX) EXCLUDES(lock_);
 
     // Takes back the entries of a batch that was written, whose records are of no use any more.
     // Keeps a few; the rest is freed.
