@@ -27,8 +27,8 @@ enum class ColumnFrom : std::uint8_t {
 struct Column {
     std::string_view name;
     ColumnType type;
-    std::string_view unit;  // empty for most
     ColumnFrom from;
+    std::string_view unit;  // empty for most
     // The key's field of that name; empty where the key has none. The key itself is "key".
     std::string_view keyField;
     // Where it stands in the text: dotted names of members, "a|b" for the first that is there. Of
