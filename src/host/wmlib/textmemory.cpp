@@ -2,17 +2,15 @@
 
 #include <array>
 #include <new>
-#include <utility>
 
-// Spare memory of each thread for the texts of records. Two blocks are kept, in the order in which
-// they were freed, and only on threads that have made such a text: a thread that merely drops
-// results would otherwise hold memory for nothing. A block is given to any text that fits and does
-// not waste too much of it; sizes are rounded, so that records of nearly the same length share
-// blocks.
+// Spare memory of each thread for the texts of records and results. Sizes are rounded up to whole
+// shelves, so that texts of nearly the same length share memory; a freed block goes onto the shelf
+// of its size and serves the next text of that size. A query frees a whole batch of results and
+// then makes the next one, so what is kept is bounded by bytes and not by number.
 //
-// Blocks belong to threads, not to texts: one that was made here and freed there becomes the other
-// thread's spare. There is no lock and nothing to tidy up, and what a thread can hold back is
-// bounded by two blocks of the greatest size.
+// Only threads that have made such a text keep any: one that merely drops results would hold memory
+// for nothing. Blocks belong to threads, not to texts: one that was made here and freed there
+// becomes the other thread's spare. There is no lock and nothing to tidy up.
 
 namespace wm {
 
@@ -21,10 +19,10 @@ namespace {
 // Smaller ones come from the allocator's own store of the thread; larger ones are rare, and not
 // worth holding.
 constexpr std::size_t smallestKept = 1024;
-constexpr std::size_t largestKept = std::size_t{16} * 1024;
-constexpr std::size_t roundedTo = 512;
-// Memory is not handed out for a text that would use less than this part of it.
-constexpr std::size_t mostWaste = 8;
+constexpr std::size_t shelfStep = 1024;
+constexpr std::size_t shelfCount = 16;
+constexpr std::size_t largestKept = shelfCount * shelfStep;
+constexpr std::size_t mostKept = std::size_t{512} * 1024;  // bytes a thread
 
 // Sanitizers see the use of freed texts only if the memory is really freed.
 #ifdef WM_KEEP_NO_MEMORY
@@ -33,15 +31,15 @@ constexpr bool keepsMemory = false;
 constexpr bool keepsMemory = true;
 #endif
 
-struct Block {
-    void* memory = nullptr;
-    std::size_t bytes = 0;
+// Stands at the start of a spare block.
+struct Spare {
+    Spare* next;
 };
 
-// A record's text and its key; the one freed last comes first.
 struct Spares {
     ~Spares();
-    std::array<Block, 2> blocks;
+    std::array<Spare*, shelfCount> shelves{};
+    std::size_t bytes = 0;
     bool makesTexts = false;  // a thread that only drops them has no use for their memory
 };
 
@@ -52,8 +50,13 @@ thread_local bool threadEnds = false;
 
 Spares::~Spares() {
     threadEnds = true;
-    for (const Block& block : blocks)
-        ::operator delete(block.memory);
+    for (Spare* first : shelves) {
+        while (first != nullptr) {
+            Spare* const next = first->next;
+            ::operator delete(first);
+            first = next;
+        }
+    }
 }
 
 // Asked with the size that was wanted and again with the one that was taken.
@@ -61,14 +64,8 @@ bool IsKept(std::size_t bytes) noexcept {
     return keepsMemory && bytes >= smallestKept && bytes <= largestKept && !threadEnds;
 }
 
-// The smallest spare that is large enough and not much too large, or null.
-Block* FindSpare(std::size_t bytes) noexcept {
-    Block* best = nullptr;
-    for (Block& spare : spares.blocks)
-        if (spare.bytes >= bytes && spare.bytes / mostWaste <= bytes &&
-            (best == nullptr || spare.bytes < best->bytes))
-            best = &spare;
-    return best;
+Spare*& ShelfOf(std::size_t bytes) noexcept {
+    return spares.shelves[(bytes - 1) / shelfStep];
 }
 
 }  // namespace
@@ -77,25 +74,23 @@ Block* FindSpare(std::size_t bytes) noexcept {
 void* AllocateTextMemory(std::size_t* bytes) noexcept {
     if (IsKept(*bytes)) {
         spares.makesTexts = true;
-        if (Block* const spare = FindSpare(*bytes)) {
-            *bytes = spare->bytes;
-            return std::exchange(*spare, {}).memory;
+        Spare*& first = ShelfOf(*bytes);
+        *bytes = (*bytes + shelfStep - 1) / shelfStep * shelfStep;
+        if (Spare* const spare = first) {
+            first = spare->next;
+            spares.bytes -= *bytes;
+            return spare;
         }
-        *bytes = (*bytes + roundedTo - 1) / roundedTo * roundedTo;
     }
     return ::operator new(*bytes, std::nothrow);
 }
 
-// The block freed longest ago makes room.
 void FreeTextMemory(void* memory, std::size_t bytes) noexcept {
-    if (IsKept(bytes) && spares.makesTexts) {
-        Block& first = spares.blocks[0];
-        Block& last = spares.blocks[1];
-        if (first.memory != nullptr)
-            std::swap(first, last);
-        memory = std::exchange(first, Block{memory, bytes}).memory;
-    }
-    ::operator delete(memory);
+    if (!IsKept(bytes) || !spares.makesTexts || spares.bytes + bytes > mostKept)
+        return ::operator delete(memory);
+    Spare*& first = ShelfOf(bytes);
+    first = ::new (memory) Spare{first};
+    spares.bytes += bytes;
 }
 
 }  // namespace wm
