@@ -223,22 +223,15 @@ ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>&
 }
 
 ZEL::HRESULT ListFileStates(const std::wstring& directory, std::vector<FileState>& out) {
-    std::error_code failed;
+    fs::path native;
     out.clear();
-    const bool listed = ForEachFile(directory, L"", [&](const fs::directory_entry& entry) {
-        FileState state{entry.path().filename().string()};
-        std::error_code error;
-        if (!IsUtf8(state.name))
-            return;
-        state.bytes = entry.file_size(error);
-        failed = error ? error : failed;
-        state.changed = entry.last_write_time(error).time_since_epoch().count();
-        failed = error ? error : failed;
-        out.push_back(std::move(state));
-    });
+    if (!ToPath(directory, native))
+        return ZEL::hr::invalidArgument;
+    const std::error_code error = platform::ListFileStates(native.string(), &out);
+    std::erase_if(out, [](const FileState& file) { return !IsUtf8(file.name); });
     std::sort(out.begin(), out.end(),
               [](const FileState& a, const FileState& b) { return a.name < b.name; });
-    return listed ? ToResult(failed) : ZEL::hr::fail;
+    return ToResult(error);
 }
 
 ZEL::HRESULT ListNames(const std::wstring& directory, std::vector<std::wstring>& out) {

@@ -43,6 +43,8 @@ bool CanRead(const std::string& file) noexcept;
 // `count` is at most 64.
 bool CanOpenFiles(std::size_t count) noexcept;
 
+// What ListFileStates gives, in the order of the listing.
+std::error_code ListFileStates(const std::string& directory, std::vector<FileState>* files);
 // Names of the regular files.
 std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names);
 bool CanMakeFilesIn(const std::string& directory) noexcept;

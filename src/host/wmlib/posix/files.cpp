@@ -154,7 +154,11 @@ std::error_code MapFile(const std::string& file, FileBytes* out) {
     return {};
 }
 
-std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names) {
+namespace {
+
+// Calls `visit` with the folder's descriptor and each entry. An error ends it.
+template <typename Visit>
+std::error_code ForEachEntry(const std::string& directory, Visit&& visit) {
     Descriptor folder(OpenToRead(directory.c_str(), O_DIRECTORY));
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(
         folder.IsOpen() ? ::fdopendir(folder.Number()) : nullptr, ::closedir);
@@ -166,9 +170,32 @@ std::error_code ListFiles(const std::string& directory, std::vector<std::string>
         const struct dirent* const entry = ::readdir(listing.get());
         if (entry == nullptr)
             return LastError();
-        if (IsRegular(number, *entry))
-            names->emplace_back(entry->d_name);
+        if (const std::error_code error = visit(number, *entry))
+            return error;
     }
+}
+
+}  // namespace
+
+std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names) {
+    return ForEachEntry(directory, [&](int folder, const struct dirent& entry) {
+        if (IsRegular(folder, entry))
+            names->emplace_back(entry.d_name);
+        return std::error_code();
+    });
+}
+
+std::error_code ListFileStates(const std::string& directory, std::vector<FileState>* files) {
+    return ForEachEntry(directory, [&](int folder, const struct dirent& entry) {
+        constexpr std::int64_t ticksPerSecond = 1'000'000'000;
+        struct stat info {};
+        if (::fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+            return LastError();
+        if (S_ISREG(info.st_mode))
+            files->push_back({entry.d_name, static_cast<std::uint64_t>(info.st_size),
+                              info.st_mtim.tv_sec * ticksPerSecond + info.st_mtim.tv_nsec});
+        return std::error_code();
+    });
 }
 
 bool CanMakeFilesIn(const std::string& directory) noexcept {

@@ -121,7 +121,11 @@ std::error_code MapFile(const std::string& file, FileBytes* out) {
     return {};
 }
 
-std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names) {
+namespace {
+
+// Calls `visit` for each regular file, with its name.
+template <typename Visit>
+std::error_code ForEachFile(const std::string& directory, Visit&& visit) {
     WIN32_FIND_DATAW entry{};
     const ::HANDLE listing = ::FindFirstFileW((WidePath(directory) + L"\\*").c_str(), &entry);
     if (listing == INVALID_HANDLE_VALUE)
@@ -131,13 +135,33 @@ std::error_code ListFiles(const std::string& directory, std::vector<std::string>
     do {
         std::string name;
         if ((entry.dwFileAttributes & others) == 0 && ToUtf8(entry.cFileName, name))
-            names->push_back(std::move(name));
+            visit(std::move(name), entry);
     } while (::FindNextFileW(listing, &entry) != 0);
     const DWORD end = ::GetLastError();
     ::FindClose(listing);
     return end == ERROR_NO_MORE_FILES
                ? std::error_code()
                : std::error_code(static_cast<int>(end), std::system_category());
+}
+
+std::uint64_t Join(DWORD high, DWORD low) noexcept {
+    return (static_cast<std::uint64_t>(high) << 32) | low;
+}
+
+}  // namespace
+
+std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names) {
+    return ForEachFile(directory, [names](std::string name, const WIN32_FIND_DATAW&) {
+        names->push_back(std::move(name));
+    });
+}
+
+std::error_code ListFileStates(const std::string& directory, std::vector<FileState>* files) {
+    return ForEachFile(directory, [files](std::string name, const WIN32_FIND_DATAW& entry) {
+        files->push_back({std::move(name), Join(entry.nFileSizeHigh, entry.nFileSizeLow),
+                          static_cast<std::int64_t>(Join(entry.ftLastWriteTime.dwHighDateTime,
+                                                         entry.ftLastWriteTime.dwLowDateTime))});
+    });
 }
 
 bool CanMakeFilesIn(const std::string& directory) noexcept {
