@@ -130,7 +130,7 @@ std::string FactsCollector::MakeFilter() const {
                                  ? std::min<std::size_t>(mostBitsAValue, rows_ * 8 / marks_.Count())
                                  : mostBitsAValue;
     std::string filter;
-    if (bits < leastBitsAValue)
+    if (bits < leastBitsAValue || marks_.IsFull())
         return filter;
     const std::vector<std::uint64_t> all = marks_.All();
     std::vector<leveldb::Slice> values;
@@ -143,6 +143,8 @@ std::string FactsCollector::MakeFilter() const {
 }
 
 void FactsCollector::Marks::Insert(std::uint64_t mark) {
+    if (IsFull())
+        return;
     if (count_ * 2 >= table_.size())
         Grow();
     mark += mark == 0 ? 1 : 0;

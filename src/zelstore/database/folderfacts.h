@@ -55,7 +55,10 @@ private:
     // Numbers that stand for values, each once.
     class Marks {
     public:
+        static constexpr std::size_t most = std::size_t{1} << 18;  // 4 MiB while they are gathered
         void Insert(std::uint64_t mark);
+        // Some may be missing then.
+        bool IsFull() const noexcept { return count_ == most; }
         std::size_t Count() const noexcept { return count_; }
         std::vector<std::uint64_t> All() const;
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "common/boundary.h"
+
 // When facts hold. They are of the rows of one snapshot, and rows come into a folder through its
 // log alone. So they hold as long as no log has rows in it and nobody else has opened the folder:
 // each opening writes a new manifest and names it in CURRENT.
@@ -69,23 +71,29 @@ std::string FolderMemory::ReadCurrent() const {
     return Succeeded(wm::ReadWholeFile(wm::JoinPath(folder_, L"CURRENT"), &text)) ? text : "";
 }
 
-void FolderMemory::BeforeClose() {
+void FolderMemory::BeforeClose() noexcept {
     const wm::Hold hold(lock_);
-    if (isWritten_.load(std::memory_order_relaxed))
+    const bool holds = facts_ && !isWritten_.load(std::memory_order_relaxed) &&
+                       Succeeded(AtBoundary([this]() NO_THREAD_SAFETY_ANALYSIS {
+                           current_ = ReadCurrent();
+                           return hr::ok;
+                       }));
+    if (!holds)
         facts_.reset();
-    if (facts_)
-        current_ = ReadCurrent();
 }
 
-void FolderMemory::AfterClose() {
+void FolderMemory::AfterClose() noexcept {
     const wm::Hold hold(lock_);
     isOpen_ = false;
     if (!facts_)
         return;
-    const bool holds = Succeeded(wm::ListFileStates(folder_, files_)) &&
-                       std::none_of(files_.begin(), files_.end(), IsLogWithRows) &&
-                       !current_.empty() && current_ == ReadCurrent();
-    if (!holds)
+    const HRESULT result = AtBoundary([this]() NO_THREAD_SAFETY_ANALYSIS {
+        const HRESULT listed = wm::ListFileStates(folder_, files_);
+        const bool holds = std::none_of(files_.begin(), files_.end(), IsLogWithRows) &&
+                           !current_.empty() && current_ == ReadCurrent();
+        return Failed(listed) || holds ? listed : hr::fail;
+    });
+    if (Failed(result))
         facts_.reset();
 }
 

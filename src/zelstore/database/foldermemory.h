@@ -32,8 +32,8 @@ public:
     bool WantsFacts();
     // From a walk over all rows of a snapshot.
     void Learn(std::shared_ptr<const FolderFacts> facts);
-    void BeforeClose();
-    void AfterClose();
+    void BeforeClose() noexcept;
+    void AfterClose() noexcept;
 
 private:
     std::string ReadCurrent() const;

@@ -130,21 +130,30 @@ public:
                       ? memory
                       : nullptr) {}
 
-    // A row that the sink has gone on from.
-    void Add(const leveldb::Slice& key, const leveldb::ReadOptions& options) {
+    // A row that the sink has gone on from. Where memory is short nothing is learnt.
+    void Add(const leveldb::Slice& key, const leveldb::ReadOptions& options) noexcept {
         if (memory_ == nullptr)
             return;
-        if (!std::exchange(hasBegun_, true) && !IsFirst(key, options))
+        try {
+            if (!std::exchange(hasBegun_, true) && !IsFirst(key, options))
+                memory_ = nullptr;
+            else
+                facts_.Add({key.data(), key.size()});
+        } catch (const std::bad_alloc&) {
             memory_ = nullptr;
-        else
-            facts_.Add({key.data(), key.size()});
+        }
     }
     // Where the walk has ended.
-    void End(const leveldb::Iterator& row) {
+    void End(const leveldb::Iterator& row) noexcept {
         const bool isWhole =
             row.Valid() ? !row.key().starts_with({&primaryPrefix, 1}) : row.status().ok();
-        if (memory_ != nullptr && hasBegun_ && isWhole)
-            memory_->Learn(facts_.Finish());
+        if (memory_ == nullptr || !hasBegun_ || !isWhole)
+            return;
+        IgnoreResult(AtBoundary([this] {
+                         memory_->Learn(facts_.Finish());
+                         return hr::ok;
+                     }),
+                     "the next walk learns as well");
     }
 
 private:

@@ -44,7 +44,8 @@ public:
 private:
     enum class Plan { open, passOver, openedAhead };
 
-    Plan MakePlan(std::size_t turn, bool mayOpenAhead);
+    Plan MakePlan(std::size_t turn, bool isAhead);
+    bool BeginAhead(const ProxyPtr& folder);
     void LookAhead(std::size_t turn);
     OpenedFolder Open(std::size_t turn);
 
@@ -54,13 +55,18 @@ private:
     std::vector<Plan> plans_;
     std::size_t planned_ = 0;  // so many have a plan
     std::size_t window_ = 0;   // how far to look beyond the database in hand
+    std::size_t allowed_ = 0;  // so many may be begun ahead before descriptors are asked for anew
     FoldersAhead ahead_;
 };
 
 template <typename Walk>
 HRESULT Turns::Take(std::size_t turn, Walk&& walk) {
+    IgnoreResult(AtBoundary([&] {
+                     LookAhead(turn);
+                     return hr::ok;
+                 }),
+                 "what was not opened ahead is opened in its turn");
     return AtBoundary([&] {
-        LookAhead(turn);
         if (plans_[turn] == Plan::passOver)
             return hr::ok;
         OpenedFolder folder = Open(turn);
@@ -73,28 +79,32 @@ HRESULT Turns::Take(std::size_t turn, Walk&& walk) {
     });
 }
 
-Turns::Plan Turns::MakePlan(std::size_t turn, bool mayOpenAhead) {
+Turns::Plan Turns::MakePlan(std::size_t turn, bool isAhead) {
     const ProxyPtr& folder = folders_[turn];
     const std::shared_ptr<const FolderFacts> facts = folder->Recall();
     if (facts && !sink_->MayMatch(startKey_, *facts))
         return Plan::passOver;
-    return mayOpenAhead && !folder->PeekInstance() && ahead_.Begin(folder) ? Plan::openedAhead
-                                                                           : Plan::open;
+    return isAhead && BeginAhead(folder) ? Plan::openedAhead : Plan::open;
+}
+
+// Whether there are descriptors is asked once for as many folders as are open at once.
+bool Turns::BeginAhead(const ProxyPtr& folder) {
+    constexpr std::size_t handlesKeptFree = 64;
+    if (folder->PeekInstance())
+        return false;
+    if (allowed_ == 0 && wm::CanOpenFiles(handlesKeptFree))
+        allowed_ = FoldersAhead::mostThreads;
+    if (allowed_ == 0 || !ahead_.Begin(folder))
+        return false;
+    --allowed_;
+    return true;
 }
 
 void Turns::LookAhead(std::size_t turn) {
-    constexpr std::size_t handlesKeptFree = 64;
-    if (planned_ <= turn)
-        plans_[planned_++] = MakePlan(turn, false);
     const std::size_t end = std::min(turn + 1 + window_, folders_.size());
+    for (; planned_ < std::max(end, turn + 1); ++planned_)
+        plans_[planned_] = MakePlan(planned_, planned_ > turn);
     window_ = std::clamp<std::size_t>(window_ * 2, 1, FoldersAhead::mostThreads);
-    if (planned_ >= end)
-        return;
-    const bool mayOpen = wm::CanOpenFiles(handlesKeptFree);
-    while (planned_ < end) {
-        const std::size_t next = planned_++;
-        plans_[next] = MakePlan(next, mayOpen);
-    }
 }
 
 // What failed ahead for want of something may go well now.
