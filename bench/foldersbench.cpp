@@ -160,10 +160,10 @@ void BM_RareHashAgain(benchmark::State& state) {
     Query(state, Time::again, WithHash(rareHash), 1);
 }
 void BM_NoMatchFirst(benchmark::State& state) {
-    Query(state, Time::first, WithHash(std::string(64, 'C')), 0);
+    Query(state, Time::first, WithHash(std::string(64, 'D')), 0);
 }
 void BM_NoMatchAgain(benchmark::State& state) {
-    Query(state, Time::again, WithHash(std::string(64, 'C')), 0);
+    Query(state, Time::again, WithHash(std::string(64, 'D')), 0);
 }
 
 void OneRound(benchmark::internal::Benchmark* benchmark) {
