@@ -96,7 +96,8 @@ int Run(int argc, char** argv, const std::vector<Ratio>& ratios) {
     // Of an option that stands twice the last one counts.
     std::string rounds = "--benchmark_repetitions=5";
     std::string order = "--benchmark_enable_random_interleaving=true";
-    std::vector<char*> arguments = {argv[0], rounds.data(), order.data()};
+    std::string notCounted = "--benchmark_filter=-Counted";  // which are there for valgrind
+    std::vector<char*> arguments = {argv[0], rounds.data(), order.data(), notCounted.data()};
     arguments.insert(arguments.end(), argv + 1, argv + argc);
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
