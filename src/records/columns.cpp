@@ -12,7 +12,7 @@ namespace {
 using enum ColumnType;
 using From = ColumnFrom;
 
-// name, type, unit, from, the key's field, place in the text, meaning
+// name, type, from, unit, the key's field, place in the text, meaning
 constexpr Column columns[] = {
     {"time", time, From::key, "", "begin_time", "begin_time.value", "when it happened, UTC"},
     {"seq", number, From::key, "", "sequence", "seq_num",
