@@ -238,17 +238,15 @@ struct Reader {
     static constexpr std::size_t longestRecord = std::size_t{64} * 1024;  // bytes
     static constexpr std::size_t deepestNesting = 100;                    // the library's is 128
 
+    // One that lacks a part of its memory is not to be used: it is made anew for the next record.
+    Reader() {
+        if (parser.allocate(longestRecord, deepestNesting) != simdjson::SUCCESS ||
+            parser.doc.allocate(longestRecord) != simdjson::SUCCESS)
+            throw Doubt();
+    }
     static Reader& OfThread() {
-        thread_local std::unique_ptr<Reader> reader;
-        if (reader == nullptr) {
-            auto made = std::make_unique<Reader>();
-            // One that lacks a part of its memory is not to be used any more.
-            if (made->parser.allocate(longestRecord, deepestNesting) != simdjson::SUCCESS ||
-                made->parser.doc.allocate(longestRecord) != simdjson::SUCCESS)
-                throw Doubt();
-            reader = std::move(made);
-        }
-        return *reader;
+        thread_local Reader reader;
+        return reader;
     }
 
     simdjson::dom::parser parser{longestRecord};
@@ -258,13 +256,14 @@ struct Reader {
 
 // An object of a kind, for one that is of no use any more.
 ObjectPtr Exchange(ObjectPtr former, const FastKind& wanted) {
-    ObjectPtr(&spares)[std::size(fastKinds)] = Reader::OfThread().spares;
-    if (former != nullptr)
-        for (const FastKind& kind : fastKinds)
-            if (kind.number == former->GetObjectTypeId()) {
-                spares[&kind - fastKinds] = std::move(former);
-                break;
-            }
+    auto& spares = Reader::OfThread().spares;
+    if (former != nullptr) {
+        const std::int32_t number = former->GetObjectTypeId();
+        const auto own = std::find_if(std::begin(fastKinds), std::end(fastKinds),
+                                      [&](const FastKind& kind) { return kind.number == number; });
+        if (own != std::end(fastKinds))
+            spares[own - fastKinds].swap(former);
+    }
     return ObjectOfType(wanted.number, std::move(spares[&wanted - fastKinds]));
 }
 
