@@ -12,11 +12,14 @@ namespace bench {
 
 namespace {
 
+std::size_t Told(const char* variable, std::size_t usual) {
+    const char* const told = std::getenv(variable);
+    return told != nullptr ? std::strtoul(told, nullptr, 10) : usual;
+}
+
 // Fewer where each takes long, as under valgrind.
 std::size_t RecordCount() {
-    constexpr std::size_t usual = 300000;
-    const char* const told = std::getenv("ZEL_BENCH_RECORDS");
-    return told != nullptr ? std::strtoul(told, nullptr, 10) : usual;
+    return Told("ZEL_BENCH_RECORDS", 300000);
 }
 
 constexpr std::size_t batchRecords = 500;
@@ -73,6 +76,7 @@ std::unique_ptr<leveldb::DB> OpenBare(const std::string& path) {
     leveldb::Options options;
     options.create_if_missing = true;
     options.max_open_files = 16;
+    options.block_size = Told("ZEL_BENCH_BLOCK_SIZE", options.block_size);
     leveldb::DB* db = nullptr;
     const leveldb::Status status = leveldb::DB::Open(options, path, &db);
     if (!status.ok())

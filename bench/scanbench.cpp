@@ -181,6 +181,22 @@ void BM_BareLookup(benchmark::State& state) {
 }
 BENCHMARK(BM_BareLookup)->Apply(AllThreads);
 
+// Single rows of an open folder, here and there, as enrichments and rows by time of receipt ask for
+// them. With ZEL_BENCH_BLOCK_SIZE the blocks of its tables have that size.
+void BM_BareGet(benchmark::State& state) {
+    constexpr std::size_t lookups = 2000, stride = 7919;
+    const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
+    leveldb::ReadOptions options;
+    options.fill_cache = false;
+    std::string value;
+    for (auto _ : state)
+        for (std::size_t i = 0; i < lookups; ++i)
+            if (!db->Get(options, Rows()[i * stride % Rows().size()].first, &value).ok())
+                state.SkipWithError("a row is not there");
+    SetItems(state, lookups);
+}
+BENCHMARK(BM_BareGet)->Apply(AllThreads);
+
 }  // namespace
 }  // namespace bench
 
