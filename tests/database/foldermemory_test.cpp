@@ -34,7 +34,7 @@ TEST(FolderFacts, TellWhatCanNotBeThere) {
     const std::string first = Hashed("2026-11-11", 1, "ABc"), last = Hashed("2026-11-12", 7, "d");
     for (int i = 1; i < 20; ++i)
         collector.Add(Hashed("2026-11-11", i, "ABc"));
-    collector.Add(last + "<target_hash>" + std::string(300, 'x'));
+    collector.Add(last + "<correlation_uid><target_hash>" + std::string(300, 'x'));
     const auto facts = collector.Finish();
     ASSERT_TRUE(facts);
     const struct {
@@ -55,6 +55,7 @@ TEST(FolderFacts, TellWhatCanNotBeThere) {
     EXPECT_TRUE(facts->MayHold(KeyField::targetHash, std::string(300, 'X')));
     EXPECT_FALSE(facts->MayHold(KeyField::targetHash, "abc")) << "of another field";
     EXPECT_FALSE(facts->MayHold(KeyField::correlationUid, "7"));
+    EXPECT_TRUE(facts->MayHold(KeyField::correlationUid, ""));
     EXPECT_FALSE(FactsCollector().Finish()->MayHoldRows("p", ""));
 }
 

@@ -40,7 +40,8 @@ std::uint64_t MarkOf(KeyField field, std::string_view value) {
         longer.resize(value.size());
         folded = longer.data();
     }
-    std::transform(value.begin(), value.end(), folded, ToUpperAscii<char>);
+    for (std::size_t i = 0; i < value.size(); ++i)
+        folded[i] = ToUpperAscii(value[i]);
     const std::size_t mark = std::hash<std::string_view>()({folded, value.size()});
     return mark * 31 + IndexOf(field) + 1;
 }
@@ -102,10 +103,16 @@ void FactsCollector::Add(std::string_view key) {
 }
 
 void FactsCollector::AddPiece(std::string_view piece) {
-    for (const KeyField field : rememberedFields) {
-        const std::string_view name = KeyFieldName(field);
-        if (piece.size() > name.size() && piece[name.size()] == '>' && piece.starts_with(name))
-            marks_.Insert(MarkOf(field, piece.substr(name.size() + 1)));
+    for (std::size_t i = 0; i < std::size(rememberedFields); ++i) {
+        const std::string_view name = KeyFieldName(rememberedFields[i]);
+        if (piece.size() <= name.size() || piece[name.size()] != '>' || !piece.starts_with(name))
+            continue;
+        // Neighbours are mostly of one process.
+        const std::string_view value = piece.substr(name.size() + 1);
+        if (!value.empty() && value == lastValues_[i])
+            continue;
+        lastValues_[i] = value;
+        marks_.Insert(MarkOf(rememberedFields[i], value));
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -73,6 +74,7 @@ private:
 
     std::size_t rows_ = 0;
     std::string firstKey_, lastKey_, firstTime_;
+    std::array<std::string, 4> lastValues_;  // of each remembered field
     Marks marks_;
 };
 
