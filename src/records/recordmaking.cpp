@@ -212,11 +212,15 @@ void RecordMaking::WriteText(const Member& member, SourceField& field) {
 
 // Other algorithms of the list have no member, so unless there are none the whole list is kept.
 void RecordMaking::WriteHash(const Member& member, SourceField& field, std::string_view algorithm) {
-    const auto hash = HashIn(field.text, algorithm);
-    if (!hash)
+    const auto found = HashIn(field.text, algorithm);
+    if (!found)
         return;
-    PairOf(member.name, *hash);
-    (member.name == "md5" ? seen_.md5 : seen_.sha2) = *hash;
+    const std::string_view hash = *found;
+    PairOf(member.name, hash);
+    if (member.name == "md5")
+        seen_.md5 = hash;
+    else
+        seen_.sha2 = hash;
     field.taken = HasOnlyKeptHashes(field.text);
 }
 

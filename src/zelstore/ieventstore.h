@@ -202,7 +202,8 @@ public:
     // As IEventStore::Initialize, for reading alone: nothing in the store's directory is made,
     // locked, changed or removed, neither now nor by a later operation. Each folder is read as it
     // stood when a query opened it, also while another process writes it; what that one has not
-    // flushed is not seen. Insert and Purge give 0x80070005. No thread is started. The first start
+    // flushed is not seen. Queries that read a folder at the same time share what the first of them
+    // has opened. Insert and Purge give 0x80070005. No thread is started. The first start
     // in a process decides: one for the other use gives 0x80004005.
     virtual HRESULT InitializeForReading() = 0;
 

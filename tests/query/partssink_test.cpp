@@ -14,9 +14,9 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-constexpr const char* actions[] = {"create", "delete", "rename"};
+constexpr const char* actions[] = {"create", "delete", "rename", "modify"};
 
-// Two databases with 300 rows each, of three actions in turn.
+// Two databases with 300 rows each, of three actions in turn; ten have a live enrichment.
 class PartsSinkTest : public testing::Test {
 protected:
     static constexpr int rows = 300;
@@ -33,6 +33,12 @@ protected:
                                         std::to_string(i) + "\"}";
             ASSERT_EQ(LevelDbInstanceProxy(store_.Folder(folder)).Write(batch), hr::ok);
         }
+        RecordBatch live;
+        for (int i = 1; i < 30; i += 3)
+            live["p<begin_time>2026-05-01T10:00:00.000Z<sequence>" +
+                 std::to_string(1000000000 + i) +
+                 "<object_type>file<action>delete<silent_sequence>1<silent_enrichment>0"] = "{}";
+        ASSERT_EQ(LevelDbInstanceProxy(store_.Folder("20260501999")).Write(live), hr::ok);
         ASSERT_EQ(database.LoadExistingDatabases(), hr::ok);
         ASSERT_TRUE(stop.Create(wm::EventReset::automatic));
     }
@@ -40,9 +46,10 @@ protected:
         return R"({"begin_time":{"value":"2026-01-01T00:00:00.000Z"},"action":[")" +
                std::string(actions[action]) + "\"]" + more + "}";
     }
-    static std::string Document(const std::string& parts, int limit = -1) {
+    static std::string Document(const std::string& parts, int limit = -1, bool noLive = false) {
         return R"({"event_query":{"limit_result_count":)" + std::to_string(limit) +
-               R"(,"events":[)" + parts + "]}}";
+               (noLive ? R"(,"no_live_enriched_events":true)" : "") + R"(,"events":[)" + parts +
+               "]}}";
     }
     HRESULT Ask(const std::string& document, test::RecordingCallback& heard) {
         return RunQuery(&database, test::Str(document).Get(), &heard, stop.Handle(), nullptr);
@@ -89,14 +96,20 @@ TEST_F(PartsSinkTest, EachPartComesAsOneBlockInTheDocumentsOrder) {
 }
 
 TEST_F(PartsSinkTest, LimitsCountOverAllPartsAsWithoutSharing) {
-    for (const int limit : {0, 1, 150, 200, 250, 600, 700}) {
-        test::RecordingCallback shared, alone;
-        EXPECT_EQ(Ask(Document(Part(0) + "," + Part(1) + "," + Part(2), limit), shared), hr::ok);
-        EXPECT_EQ(Ask(Document(Part(0) + "," + Part(1, ended) + "," + Part(2), limit), alone),
-                  hr::ok);
-        EXPECT_EQ(shared.texts, alone.texts) << limit;
-        EXPECT_EQ(shared.complete, alone.complete) << limit;
-    }
+    for (const int limit : {0, 1, 5, 150, 199, 200, 201, 250, 600, 700})
+        for (const bool noLive : {false, true})
+            for (const int first : {0, 1, 3}) {  // nothing is of the last kind
+                const int second = first == 1 ? 0 : 1;
+                const std::string begin = Part(first) + "," + Part(second);
+                test::RecordingCallback shared, alone;
+                EXPECT_EQ(Ask(Document(begin + "," + Part(2), limit, noLive), shared), hr::ok);
+                EXPECT_EQ(Ask(Document(Part(first) + "," + Part(second, ended) + "," + Part(2),
+                                       limit, noLive),
+                              alone),
+                          hr::ok);
+                EXPECT_EQ(shared.texts, alone.texts) << limit << noLive << first;
+                EXPECT_EQ(shared.complete, alone.complete) << limit << noLive << first;
+            }
 }
 
 TEST_F(PartsSinkTest, WhatIsKeptIsBoundedAndThePartThatHoldsMostWalksAlone) {

@@ -189,7 +189,8 @@ TEST(Component, WhatOneProcessStoredAnotherReadsThoughItIsPurged) {
         ASSERT_EQ(store->QueryInterface(iidReadOnlyStore, reader.ReceiveVoid()), TOB_OK);
         const auto names = directory.List(*directory.List().begin());
         ASSERT_EQ(reader->InitializeForReading(), hr::ok);
-        EXPECT_EQ(store->Initialize(), hr::nothingToDo);
+        EXPECT_EQ(reader->InitializeForReading(), hr::nothingToDo);
+        EXPECT_EQ(store->Initialize(), hr::fail);
         test::RecordingCallback callback;
         EXPECT_EQ(RunQuery(*store, query, callback), hr::ok);
         EXPECT_EQ(callback.texts.size(), static_cast<std::size_t>(count));

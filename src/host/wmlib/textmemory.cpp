@@ -86,7 +86,9 @@ void* AllocateTextMemory(std::size_t* bytes) noexcept {
 }
 
 void FreeTextMemory(void* memory, std::size_t bytes) noexcept {
-    if (!IsKept(bytes) || !spares.makesTexts || spares.bytes + bytes > mostKept)
+    // One that was made while its thread ended has its bare size, and no place on a shelf.
+    if (!IsKept(bytes) || bytes % shelfStep != 0 || !spares.makesTexts ||
+        spares.bytes + bytes > mostKept)
         return ::operator delete(memory);
     Spare*& first = ShelfOf(bytes);
     first = ::new (memory) Spare{first};

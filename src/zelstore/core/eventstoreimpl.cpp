@@ -63,7 +63,9 @@ EventStoreImpl::~EventStoreImpl() {
 HRESULT EventStoreImpl::Initialize(StoreUse use) {
     const wm::Hold hold(stateLock_);
     if (running_)
-        return hr::nothingToDo;
+        return readsAlone_.load(std::memory_order_relaxed) == (use == StoreUse::readAlone)
+                   ? hr::nothingToDo
+                   : hr::fail;
     ++era_;
     HRESULT result = hr::outOfMemory;
     try {

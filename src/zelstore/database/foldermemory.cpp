@@ -49,6 +49,25 @@ void FolderMemory::BeforeOpen() {
     isWritten_.store(false, std::memory_order_relaxed);
 }
 
+void FolderMemory::AfterOpen() {
+    const wm::Hold hold(lock_);
+    if (facts_ && !HasItsTablesLocked())
+        facts_.reset();
+}
+
+// Rows of another process stand in a table by now, also those that it left in a log, since the
+// opening has read that. Its other files change with each opening.
+bool FolderMemory::HasItsTablesLocked() {
+    std::vector<wm::FileState> files;
+    if (Failed(wm::ListFileStates(folder_, files)))
+        return false;
+    const auto dropOthers = [](std::vector<wm::FileState> all) {
+        std::erase_if(all, [](const wm::FileState& file) { return !file.name.ends_with(".ldb"); });
+        return all;
+    };
+    return dropOthers(std::move(files)) == dropOthers(files_);
+}
+
 void FolderMemory::Forget() {
     const wm::Hold hold(lock_);
     isOpen_ = false;

@@ -25,6 +25,8 @@ public:
     // Ahead of an opening, and when that has failed. Called under the lock of the folder's gate, as
     // the two of a closing.
     void BeforeOpen();
+    // Once the library holds its lock: another process may have come and gone between the two.
+    void AfterOpen();
     void Forget();
     // Before each write.
     void NoteWrite() noexcept { isWritten_.store(true, std::memory_order_relaxed); }
@@ -38,6 +40,7 @@ public:
 private:
     std::string ReadCurrent() const;
     bool IsAsItWasLocked() REQUIRES(lock_);
+    bool HasItsTablesLocked() REQUIRES(lock_);
 
     const std::wstring folder_;
     std::atomic<bool> isWritten_{false};  // since it was opened

@@ -145,8 +145,9 @@ public:
     }
     // Where the walk has ended.
     void End(const leveldb::Iterator& row) noexcept {
+        // A table that couldn't be read is passed over by the library, and told here alone.
         const bool isWhole =
-            row.Valid() ? !row.key().starts_with({&primaryPrefix, 1}) : row.status().ok();
+            row.status().ok() && (!row.Valid() || !row.key().starts_with({&primaryPrefix, 1}));
         if (memory_ == nullptr || !hasBegun_ || !isWhole)
             return;
         IgnoreResult(AtBoundary([this] {
@@ -162,7 +163,7 @@ private:
         if (!first)
             return false;
         first->Seek({&primaryPrefix, 1});
-        return first->Valid() && first->key() == key;
+        return first->Valid() && first->status().ok() && first->key() == key;
     }
 
     leveldb::DB& db_;
@@ -257,6 +258,8 @@ HRESULT LevelDbInstance::Open(IfMissing ifMissing) {
     if (status.ok() && opened != nullptr) {
         db_.reset(opened);
         gate_->SetOpen(weak_from_this());
+        if (memory_)
+            memory_->AfterOpen();
         std::string protocol;
         if (Succeeded(wm::ReadWholeFile(wm::JoinPath(path_, L"LOG"), &protocol)))
             TellDroppedRecords(protocol);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/endwatch.h"
 #include "zelstore/database/runningwalk.h"
@@ -82,6 +83,8 @@ bool PartsSink::OfferToFirst(std::string_view key, std::string_view value) {
 
 void PartsSink::Keep(Part& part, std::string_view key, std::string_view value) {
     const std::size_t bytes = key.size() + value.size();
+    if (!wm::IsUtf8(value))
+        return;  // makes no result, and must not count as one
     try {
         part.rows.push_back({walks_, std::string(key), std::string(value)});
     } catch (const std::bad_alloc&) {
@@ -104,9 +107,24 @@ void PartsSink::SendToWalkAlone(Part& part) {
     part.walksAlone = true;
 }
 
-bool PartsSink::WantsMore() const {
-    return std::any_of(parts_.begin(), parts_.end(),
-                       [](const Part& part) { return !part.walksAlone && !part.hasAll; });
+// Parts share the document's limit in their order, so those behind the one that uses it up need
+// nothing. That one itself lets a match more through, which tells that results were cut off.
+bool PartsSink::WantsMore() const noexcept {
+    std::int64_t left = parts_.front().sink->Limit();
+    const bool isLimited = left >= 0;
+    for (const Part& part : parts_) {
+        if (part.walksAlone)
+            continue;
+        const std::int64_t has = &part == &parts_.front()
+                                     ? part.sink->GetMatchCount()
+                                     : static_cast<std::int64_t>(part.rows.size());
+        if (isLimited ? has < std::max<std::int64_t>(left, 1) : !part.hasAll)
+            return true;
+        if (isLimited && left == 0)
+            return false;
+        left = std::max<std::int64_t>(left - has, 0);
+    }
+    return false;
 }
 
 HRESULT PartsSink::Deliver(std::size_t number, HANDLE stopEvent, HANDLE pauseEvent) {

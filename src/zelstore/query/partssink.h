@@ -61,7 +61,7 @@ private:
     bool OfferToFirst(std::string_view key, std::string_view value);
     void Keep(Part& part, std::string_view key, std::string_view value);
     void SendToWalkAlone(Part& part);
-    bool WantsMore() const;
+    bool WantsMore() const noexcept;
     // The rows of one database, from `at` on. Gives the place of the next one's first row.
     std::size_t DeliverDatabase(Part& part, std::size_t at, HANDLE stopEvent, HANDLE pauseEvent,
                                 bool* keepGoing);

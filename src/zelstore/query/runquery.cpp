@@ -205,9 +205,12 @@ bool MayShare(const Part& first, const Part& later) {
 
 std::vector<Part> DocumentRun::TakeSharing() {
     constexpr std::size_t mostParts = 64;  // made ready ahead of the first result
+    // Kept rows are counted as results, which they may not become where events with live
+    // enrichments are left out.
+    const bool mayDropRows = query_.no_live_enriched_events && remaining_ >= 0;
     std::vector<Part> parts;
     parts.push_back(TakeNext());
-    while (parts.size() < mostParts && next_ < query_.events.size() &&
+    while (!mayDropRows && parts.size() < mostParts && next_ < query_.events.size() &&
            Succeeded(parts.front().result) && !parts.front().sink->NeedsWalk()) {
         Part part = TakeNext();
         if (!MayShare(parts.front(), part)) {
