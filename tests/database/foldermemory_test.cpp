@@ -107,6 +107,12 @@ protected:
         sink.onRow = EndsAtOtherRows(sink);
         return Walk(sink);
     }
+    bool ListsDatabases() {
+        std::wstring oldest;
+        std::uint64_t bytes = 0;
+        EXPECT_EQ(db->GetOldestDate(&oldest, &bytes), hr::ok);
+        return !oldest.empty();
+    }
     int WalkAll() { return WalkFor(""); }
 
     // What a real sink answers where the family ends.
@@ -245,7 +251,8 @@ TEST_F(FolderMemoryTest, APurgeTakesFoldersThatAreOpenAhead) {
     AskingSink sink;
     sink.onRow = [&](bool*) {
         if (sink.keys.size() == 7)  // in the third, when others are open
-            Enforce(0);
+            while (ListsDatabases())
+                Enforce(0);  // a size that grows while a folder is opened may save another for once
         return RowResult::goOn;
     };
     Walk(sink);
