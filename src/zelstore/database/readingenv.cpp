@@ -188,14 +188,18 @@ HRESULT ReadingEnv::Take(const std::wstring& folder, std::unique_ptr<ReadingEnv>
 
 HRESULT ReadingEnv::TakeOnce(const std::wstring& folder, Files* files, bool* stoodStill) {
     State before, after;
-    std::vector<std::wstring> paths;
+    std::vector<std::wstring> names;
     HRESULT result = ReadState(folder, &before);
-    if (Failed(result) || Failed(result = wm::ListFiles(folder, paths)))
+    if (Failed(result) || Failed(result = wm::ListNames(folder, names)))
         return result;
-    for (const std::wstring& path : paths) {
-        const std::string name = wm::ToUtf8Lossy(wm::LastPathComponent(path));
+    for (const std::wstring& wideName : names) {
+        const std::string name = wm::ToUtf8Lossy(wideName);
+        const std::wstring path = wm::JoinPath(folder, wideName);
         if (!IsTable(name) && !IsLog(name))
             continue;
+        // Passed over, something else in a log's place would look like a log that holds nothing.
+        if (wm::FileExists(path) && !wm::IsRegularFile(path))
+            return hr::fail;
         wm::FileBytes file;
         result = TakeFile(path, IsTable(name), &file);
         if (Failed(result))
