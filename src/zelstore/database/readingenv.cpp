@@ -197,9 +197,13 @@ HRESULT ReadingEnv::TakeOnce(const std::wstring& folder, Files* files, bool* sto
         const std::wstring path = wm::JoinPath(folder, wideName);
         if (!IsTable(name) && !IsLog(name))
             continue;
-        // Passed over, something else in a log's place would look like a log that holds nothing.
-        if (wm::FileExists(path) && !wm::IsRegularFile(path))
-            return hr::fail;
+        // The manifest tells of a table that is missing, but of no log: something else in one's
+        // place would look like a log that holds nothing.
+        if (wm::FileExists(path) && !wm::IsRegularFile(path)) {
+            if (IsLog(name))
+                return hr::fail;
+            continue;
+        }
         wm::FileBytes file;
         result = TakeFile(path, IsTable(name), &file);
         if (Failed(result))
