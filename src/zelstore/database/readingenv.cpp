@@ -197,11 +197,12 @@ HRESULT ReadingEnv::TakeOnce(const std::wstring& folder, Files* files, bool* sto
         const std::wstring path = wm::JoinPath(folder, wideName);
         if (!IsTable(name) && !IsLog(name))
             continue;
-        // The manifest tells of a table that is missing, but of no log: something else in one's
-        // place would look like a log that holds nothing.
+        // What is no file but has the name of one: a log would look as if it held nothing. A table
+        // is found broken when rows are wanted of it, so that all others can be read.
         if (wm::FileExists(path) && !wm::IsRegularFile(path)) {
             if (IsLog(name))
                 return hr::fail;
+            (*files)[name] = KeepText("");
             continue;
         }
         wm::FileBytes file;
