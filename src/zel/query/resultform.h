@@ -21,9 +21,9 @@ public:
     virtual std::string End(bool /*isEmpty*/) { return ""; }
 };
 
-// ndjson, json, ocsf, table or keys. A table fits `columns`; with 0, where no width is known, the actor
-// alone is cut, so that the columns stand below each other. For keys `event` is the key. An unknown
-// name counts as ndjson: the command line has checked it.
+// ndjson, json, ocsf, table or keys. A table fits `columns`; with 0, where no width is known, the
+// actor alone is cut, so that the columns stand below each other. For keys `event` is the key. An
+// unknown name counts as ndjson: the command line has checked it.
 std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns);
 
 // Columns of the terminal: COLUMNS, else what the terminal on stdout says, else 0.

@@ -19,7 +19,8 @@
 
 namespace ZEL {
 
-PartsSink::PartsSink(std::vector<QuerySink*> sinks, std::size_t mostBytes) : mostBytes_(mostBytes) {
+PartsSink::PartsSink(const std::vector<QuerySink*>& sinks, std::size_t mostBytes)
+    : mostBytes_(mostBytes) {
     for (QuerySink* const sink : sinks) {
         parts_.push_back({sink, {}});
         sink->ShareKeys();

@@ -26,7 +26,7 @@ public:
 
     // At least two sinks, none of which needs its walk, with the same start, family and end. Each
     // one's limit is the most that it may be asked for behind the walk.
-    explicit PartsSink(std::vector<QuerySink*> sinks, std::size_t mostBytes = mostKeptBytes);
+    explicit PartsSink(const std::vector<QuerySink*>& sinks, std::size_t mostBytes = mostKeptBytes);
 
     // As for the first part alone, but that the walk goes on until no part wants more.
     HRESULT Begin(IZelDbImpl* database) override;

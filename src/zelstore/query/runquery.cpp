@@ -233,7 +233,7 @@ HRESULT DocumentRun::RunParts(std::vector<Part>& parts, bool* complete) {
     }
     std::optional<PartsSink> all;  // none for a part that walks alone
     if (parts.size() > 1)
-        all.emplace(std::move(sinks));
+        all.emplace(sinks);
     HRESULT result =
         Reported(Scan(first, all ? static_cast<IQuerySink*>(&*all) : first.sink.get()));
     for (std::size_t part = 0; Succeeded(result) && part < parts.size(); ++part) {

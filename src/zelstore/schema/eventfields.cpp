@@ -248,27 +248,27 @@ HRESULT UrlField(const Extraction& in, ValueSink& sink) {
 }
 
 struct Row {
-    KeyField field;
     HRESULT (*extract)(const Extraction&, ValueSink&);
+    KeyField field;
     // No record's key has it, and there is nothing in it that could be refused.
     bool forQueriesAlone = false;
 };
 
 // What an event itself gives to a key, in the order in which it is worked out.
 constexpr Row eventFields[] = {
-    {KeyField::objectType, ObjectTypeField},
-    {KeyField::action, ActionField},
-    {KeyField::typeId, TypeIdField, true},
-    {KeyField::actorHash, ActorHashField},
-    {KeyField::actorPathName, ActorPathField},
-    {KeyField::actorUid, ActorUidField},
-    {KeyField::targetHash, TargetHashField},
-    {KeyField::targetPathName, TargetPathField},
-    {KeyField::targetSourceIp, SourceIpField},
-    {KeyField::targetDestinationIp, DestinationIpField},
-    {KeyField::targetTypeId, TargetTypeIdField, true},
-    {KeyField::correlationUid, CorrelationField},
-    {KeyField::targetUrlText, UrlField},
+    {ObjectTypeField, KeyField::objectType},
+    {ActionField, KeyField::action},
+    {TypeIdField, KeyField::typeId, true},
+    {ActorHashField, KeyField::actorHash},
+    {ActorPathField, KeyField::actorPathName},
+    {ActorUidField, KeyField::actorUid},
+    {TargetHashField, KeyField::targetHash},
+    {TargetPathField, KeyField::targetPathName},
+    {SourceIpField, KeyField::targetSourceIp},
+    {DestinationIpField, KeyField::targetDestinationIp},
+    {TargetTypeIdField, KeyField::targetTypeId, true},
+    {CorrelationField, KeyField::correlationUid},
+    {UrlField, KeyField::targetUrlText},
 };
 
 // The conditions of a query's field.
