@@ -417,7 +417,7 @@ readalone() {
   today=$(date -u +%Y%m%d)
   zel ingest "$sample" 2>/dev/null
   zel ingest "$sample" 2>/dev/null
-  mkdir store/20200101.removed
+  mkdir store/20200101.removed store/20200102
   before=$(state)
   hold "$today"
   run zel query

@@ -10,6 +10,7 @@
 #include "common/textbridge.h"
 #include "connection/resultwords.h"
 #include "zel/terminal/messages.h"
+#include "zelstore/database/leftovers.h"
 #include "zelstore/database/readingenv.h"
 #include "zelstore/database/statusresult.h"
 
@@ -47,8 +48,10 @@ leveldb::Status ReadAll(leveldb::DB& database) {
 
 ZEL::HRESULT Check(const std::string& folder, std::string* why) {
     std::wstring wide;
-    // Asked to open what isn't there, the library would leave files behind.
-    if (!wm::ToWide(folder, wide) || !wm::FileExists(wm::JoinPath(wide, L"CURRENT"))) {
+    // What a kill has left of a making is taken away when the store is next started for writing.
+    if (wm::ToWide(folder, wide) && ZEL::HoldsNoRows(wide))
+        return hr::ok;
+    if (wide.empty() || !wm::FileExists(wm::JoinPath(wide, L"CURRENT"))) {
         *why = "no database: the file CURRENT is missing";
         return hr::fail;
     }
