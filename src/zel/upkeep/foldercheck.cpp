@@ -48,10 +48,10 @@ leveldb::Status ReadAll(leveldb::DB& database) {
 
 ZEL::HRESULT Check(const std::string& folder, std::string* why) {
     std::wstring wide;
-    // What a kill has left of a making is taken away when the store is next started for writing.
-    if (wm::ToWide(folder, wide) && ZEL::HoldsNoRows(wide))
-        return hr::ok;
-    if (wide.empty() || !wm::FileExists(wm::JoinPath(wide, L"CURRENT"))) {
+    if (!wm::ToWide(folder, wide) || !wm::FileExists(wm::JoinPath(wide, L"CURRENT"))) {
+        // What a kill has left of a making is taken away when the store next starts for writing.
+        if (!wide.empty() && ZEL::HoldsNoRows(wide))
+            return hr::ok;
         *why = "no database: the file CURRENT is missing";
         return hr::fail;
     }
