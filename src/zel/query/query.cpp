@@ -14,8 +14,10 @@
 #include "zel/commands.h"
 #include "zel/query/documentcheck.h"
 #include "zel/query/querydocument.h"
-#include "zel/query/resultprinter.h"
+#include "zel/query/resultintake.h"
 #include "zel/query/whynothing.h"
+#include "zel/results/resultform.h"
+#include "zel/results/streamsink.h"
 #include "zel/terminal/inputfile.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -28,10 +30,10 @@
 //   1. Flags become a document, or a document is read; from there on both are the same.
 //   2. CheckDocument tells all that is wrong with it. Nothing has been opened so far.
 //   3. PlanQuery settles how many rows to ask for, so that a limit's answer is exact.
-//   4. The store answers on this thread: Query returns when all results were given to the printer.
+//   4. The store answers on this thread: Query returns when all results were given to the intake.
 //      A second thread, the Stopper, only looks whether the answer is still wanted.
 //   5. Where the rows asked for held too few new events, the store is asked again, for twice as
-//      many; the printer knows what it has printed and passes that over.
+//      many; the intake knows what it has handed on and passes that over.
 //   6. What is missing from the answer is told, and makes the program's end: unreadable folders,
 //      rows that could not be tested, keys that could not be made. That more events fit than the
 //      limit lets through is told too, but is no loss.
@@ -49,8 +51,8 @@ namespace hr = ZEL::hr;
 // whether results are still taken is only known by asking.
 class Stopper {
 public:
-    Stopper(wm::EventObject& stop, const ResultPrinter& printer)
-        : thread_([this, &stop, &printer] { Watch(stop, printer); }) {}
+    Stopper(wm::EventObject& stop, const ResultIntake& intake)
+        : thread_([this, &stop, &intake] { Watch(stop, intake); }) {}
     ~Stopper() {
         {
             const std::lock_guard<std::mutex> hold(lock_);
@@ -63,11 +65,11 @@ public:
     Stopper& operator=(const Stopper&) = delete;
 
 private:
-    void Watch(wm::EventObject& stop, const ResultPrinter& printer) {
+    void Watch(wm::EventObject& stop, const ResultIntake& intake) {
         constexpr auto period = std::chrono::milliseconds(20);
         std::unique_lock<std::mutex> hold(lock_);
         while (!wake_.wait_for(hold, period, [this] { return ended_; })) {
-            if (!printer.TakesResults())
+            if (!intake.TakesResults() || intake.HasEnough())
                 stop.Set();
         }
     }
@@ -152,11 +154,11 @@ bool Accepts(const value& document) {
 
 // A position is told also when nothing came, so that a script can go on with what was printed last,
 // whatever it was.
-void TellCursor(const QueryOptions& options, const ResultPrinter& printer) {
+void TellCursor(const QueryOptions& options, const ResultIntake& intake) {
     if (!options.showCursor)
         return;
-    if (!printer.Position().time.empty())
-        Say("cursor " + ToText(printer.Position()));
+    if (!intake.Position().time.empty())
+        Say("cursor " + ToText(intake.Position()));
     else if (!options.afterCursor.empty())
         Say("cursor " + options.afterCursor);  // nothing came behind it
     else
@@ -164,38 +166,48 @@ void TellCursor(const QueryOptions& options, const ResultPrinter& printer) {
 }
 
 // Nothing is cut off in silence: whether there is more is told, or that it is not known.
-void TellLimit(const QueryPlan& plan, const ResultPrinter& printer) {
+void TellLimit(const QueryPlan& plan, const ResultIntake& intake) {
     if (plan.limit < 0)
         return;
     const std::string reached = "the limit of " + std::to_string(plan.limit) + " is reached; ";
-    if (printer.HasMore())
+    if (intake.HasMore())
         Say(reached + "more events fit");
-    else if (plan.byReceive && printer.Rows() >= plan.FirstRows())
+    else if (plan.byReceive && plan.FirstRows() >= 0 && intake.Rows() >= plan.FirstRows())
         Say(reached + "whether more follow is not known");
 }
 
+// False when there are any. Of a walk that was stopped only what went ahead of that is news.
+bool TellFailures(const ResultIntake& intake, StoreSession& store) {
+    if (!intake.HasEnough())
+        return store.TellDatabaseErrors() == 0;
+    ZEL::IgnoreResult(store->ClearDatabaseErrors(), "what is news was kept");
+    for (const DatabaseError& failure : intake.FailuresSoFar())
+        Say(failure.Text());
+    return intake.FailuresSoFar().empty() && store.TellDatabaseErrors() == 0;
+}
+
 // False when something of the answer is missing.
-bool TellGaps(const ResultPrinter& printer, const LostRows& lostRows, StoreSession& store) {
-    if (printer.MayRepeat())
+bool TellGaps(const ResultIntake& intake, const LostRows& lostRows, StoreSession& store) {
+    if (intake.MayRepeat())
         Say("more than " + std::to_string(SeenTexts::mostTexts) +
             " events: those behind them may be printed once for each time that they were stored");
-    if (printer.Keyless() != 0)
-        Say("the key of " + std::to_string(printer.Keyless()) + " event(s) can't be told");
+    if (intake.Keyless() != 0)
+        Say("the key of " + std::to_string(intake.Keyless()) + " event(s) can't be told");
     const bool allTested = lostRows.Tell();
-    const bool allRead = store.TellDatabaseErrors() == 0;
-    return printer.Keyless() == 0 && allTested && allRead;
+    const bool allRead = TellFailures(intake, store);
+    return intake.Keyless() == 0 && allTested && allRead;
 }
 
 // A limit that let nothing through, as 0 does, is no empty answer where events fit.
-int EndOf(HRESULT result, const QueryPlan& plan, const ResultPrinter& printer, bool isWhole) {
+int EndOf(HRESULT result, const QueryPlan& plan, const ResultIntake& intake, bool isWhole) {
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
         return result == hr::outOfMemory ? exitCode::losses : exitCode::usage;
     }
-    TellLimit(plan, printer);
+    TellLimit(plan, intake);
     if (!isWhole)
         return exitCode::losses;
-    return printer.Count() > 0 || printer.HasMore() ? exitCode::done : exitCode::nothingFound;
+    return intake.Count() > 0 || intake.HasMore() ? exitCode::done : exitCode::nothingFound;
 }
 
 // A table has no room for keys, so with them lines are the form on a terminal too.
@@ -207,18 +219,19 @@ std::string FormName(const QueryOptions& options) {
     return ::isatty(STDOUT_FILENO) == 1 && !options.withKey ? "table" : "ndjson";
 }
 
-ResultPrinter::Wanted WantedOf(const QueryOptions& options) {
-    using Wanted = ResultPrinter::Wanted;
-    return {options.duplicates, options.printKeys ? Wanted::alone
-                                : options.withKey ? Wanted::member
-                                                  : Wanted::none};
+ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan) {
+    using Wanted = ResultIntake::Wanted;
+    const auto keys = options.printKeys ? Wanted::alone
+                      : options.withKey ? Wanted::beside
+                                        : Wanted::none;
+    return {options.duplicates, keys, plan.limit};
 }
 
 // Walks until enough is printed or there is nothing more. Each walk begins anew, so what the former
 // one met is met and counted again. Ends, since each walk asks for twice as many rows and the store
 // has only so many.
 HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
-             ResultPrinter& printer, LostRows& lostRows) {
+             ResultIntake& intake, LostRows& lostRows) {
     const std::int64_t firstRows = plan.FirstRows();
     for (std::int64_t rows = firstRows;; rows *= 2) {
         if (rows != firstRows) {
@@ -228,41 +241,45 @@ HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
         const auto text = wm::ToValue(plan.TextFor(rows));
         if (!text)
             return hr::outOfMemory;
-        printer.StartWalk();
-        const HRESULT result = store->Query(text.Get(), &printer, stop.Handle());
-        if (Failed(result) || !printer.WantsMore(rows))
+        intake.StartWalk();
+        const HRESULT result = store->Query(text.Get(), &intake, stop.Handle());
+        if (intake.HasEnough())
+            return hr::ok;
+        if (Failed(result) || !intake.WantsMore(rows))
             return result;
     }
 }
 
 // The stopper ends with the walk, so that what follows can't be stopped half-way: the end is told
 // in full.
-int RunPlan(const QueryOptions& options, const QueryPlan& plan, Output& output) {
+int RunPlan(const QueryOptions& options, const QueryPlan& plan, EventFilter* filter,
+            Output& output) {
     StoreSession store(Terminal());
     wm::EventObject stop;
     if (!stop.Create(wm::EventReset::automatic) || !store.Open(StoreNeed::reading))
         return exitCode::noStore;
     LostRows lostRows;
     const auto form = MakeResultForm(FormName(options), TerminalColumns());
-    ResultPrinter printer(output, *form, plan, WantedOf(options), *store);
+    StreamSink sink(output, *form);
+    ResultIntake intake(sink, filter, plan, WantedOf(options, plan), *store);
     HRESULT result = hr::ok;
     {
-        const Stopper stopper(stop, printer);
-        result = Walk(plan, store, stop, printer, lostRows);
+        const Stopper stopper(stop, intake);
+        result = Walk(plan, store, stop, intake, lostRows);
     }
-    if (printer.TakesResults())
-        printer.Finish();
+    if (intake.TakesResults())
+        sink.Finish();
     output.Flush();
     // A walk that was stopped counts as a failure of its database, which is no news then; what a
     // reader that went away did not want is no loss.
-    if (!printer.TakesResults()) {
-        TellCursor(options, printer);
+    if (!intake.TakesResults()) {
+        TellCursor(options, intake);
         ZEL::IgnoreResult(store->ClearDatabaseErrors(), "a table that was not cleared is told");
         return Interrupted() ? exitCode::interrupted : exitCode::done;
     }
-    const bool isWhole = TellGaps(printer, lostRows, store);
-    const int end = EndOf(result, plan, printer, isWhole);
-    TellCursor(options, printer);  // last, where scripts look for it
+    const bool isWhole = TellGaps(intake, lostRows, store);
+    const int end = EndOf(result, plan, intake, isWhole);
+    TellCursor(options, intake);  // last, where scripts look for it
     if (end == exitCode::nothingFound && TalksToTerminal())
         TellNothingFound(plan.document, *store);
     return end;
@@ -315,7 +332,9 @@ int RunQuery(const QueryOptions& options) {
         QueryPlan plan = PlanQuery(document);
         if (options.limit == "0")
             plan.limit = 0;
-        return output.Finish(RunPlan(options, plan, output));
+        EventFilter* const filter = nullptr;
+        plan.asksForAll = filter != nullptr;
+        return output.Finish(RunPlan(options, plan, filter, output));
     }
     output.Write(PrettyDocument(document));
     if (!options.machine.empty())

@@ -19,7 +19,7 @@ bool HasTrue(const value& query, const char* key) {
 
 // Of receipts at least one, as the store itself makes one of 0.
 std::int64_t QueryPlan::FirstRows() const {
-    if (limit < 0)
+    if (limit < 0 || asksForAll)
         return -1;
     return byReceive ? std::max<std::int64_t>(limit, 1) : limit + 1;
 }

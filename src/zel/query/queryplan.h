@@ -21,6 +21,8 @@ struct QueryPlan {
     // Whether any part of the question walks receive-time rows.
     bool byReceive = false;
     bool joinsEnrichments = false;
+    // Whether what is wanted is only known once a row has been seen, so that the store can't count.
+    bool asksForAll = false;
 
     // How many rows to ask for first; negative: all.
     std::int64_t FirstRows() const;

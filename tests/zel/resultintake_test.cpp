@@ -1,4 +1,4 @@
-#include "zel/query/resultprinter.h"
+#include "zel/query/resultintake.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ TEST(SeenTexts, KnowsEachTextUpToItsBound) {
         EXPECT_TRUE(zeros.Insert(std::string(size, '\0'))) << size;
 }
 
-TEST(ResultPrinter, TakesWhatWasJoinedOffAnEvent) {
+TEST(ResultIntake, TakesWhatWasJoinedOffAnEvent) {
     const std::pair<std::string, std::string> rows[] = {
         {R"({"a":1})", R"({"a":1)"},
         {R"({"a":{"b":1} } )", R"({"a":{"b":1} )"},

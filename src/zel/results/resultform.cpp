@@ -1,4 +1,4 @@
-#include "zel/query/resultform.h"
+#include "zel/results/resultform.h"
 
 #include <cpprest/json.h>
 #include <sys/ioctl.h>
@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/jsontext.h"
 #include "records/formats/ocsf.h"
 #include "zel/terminal/textfit.h"
 
@@ -21,21 +22,39 @@ namespace {
 
 using web::json::value;
 
+// The event's text, with a member "key" in front of the others where a key was asked for. It is put
+// into the text and not into a parsed one, so that all else stays as it was stored.
+std::string WithKey(const FoundEvent& event) {
+    std::string text;
+    text.reserve(event.text.size() + event.key.size() + 16);
+    const std::size_t brace = event.key.empty() ? event.text.npos : event.text.find('{');
+    if (brace == event.text.npos)
+        return text.append(event.text);
+    return text.append(event.text, 0, brace + 1)
+        .append("\"key\":")
+        .append(wm::JsonString(event.key))
+        .append(",")
+        .append(event.text, brace + 1);
+}
+
 // The text as it came: nothing is read or made anew, so nothing can change.
 class Lines final : public ResultForm {
 public:
-    std::string Row(std::string_view event, bool) override {
-        std::string row;
-        row.reserve(event.size() + 1);
-        return row.append(event).append("\n");
+    std::string Row(const FoundEvent& event, bool) override { return WithKey(event).append("\n"); }
+};
+
+class Keys final : public ResultForm {
+public:
+    std::string Row(const FoundEvent& event, bool) override {
+        return std::string(event.key).append("\n");
     }
 };
 
 // Whole only with its end: an answer that breaks off is no JSON, which a reader notices.
 class OneArray final : public ResultForm {
 public:
-    std::string Row(std::string_view event, bool isFirst) override {
-        return std::string(isFirst ? "[\n" : ",\n").append(event);
+    std::string Row(const FoundEvent& event, bool isFirst) override {
+        return std::string(isFirst ? "[\n" : ",\n").append(WithKey(event));
     }
     std::string End(bool isEmpty) override { return isEmpty ? "[]\n" : "\n]\n"; }
 };
@@ -44,10 +63,11 @@ public:
 // it came.
 class OcsfEvents final : public ResultForm {
 public:
-    std::string Row(std::string_view event, bool) override {
+    std::string Row(const FoundEvent& event, bool) override {
         std::string row;
-        if (!writer_.Write(event, &row))
-            row = event;
+        const std::string text = WithKey(event);
+        if (!writer_.Write(text, &row))
+            row = text;
         return row.append("\n");
     }
 
@@ -105,14 +125,14 @@ public:
     }
 
     // Members that are missing, or of another kind than in other events, leave their column empty.
-    std::string Row(std::string_view event, bool isFirst) override {
+    std::string Row(const FoundEvent& event, bool isFirst) override {
         const std::string heading =
             isFirst ? Line("TIME", "OBJECT", "ACTION", "ACTOR", "TARGET") : "";
         value parsed;
         try {
-            parsed = value::parse(std::string(event));
+            parsed = value::parse(std::string(event.text));
         } catch (const std::exception&) {
-            return heading + Cut(Escaped(event)) + "\n";
+            return heading + Cut(Escaped(event.text)) + "\n";
         }
         const value none = value::object();
         const value* const artifacts = Find(parsed, "artifacts");
@@ -157,6 +177,8 @@ std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t 
         return std::make_unique<Table>(columns);
     if (name == "json")
         return std::make_unique<OneArray>();
+    if (name == "keys")
+        return std::make_unique<Keys>();
     if (name == "ocsf")
         return std::make_unique<OcsfEvents>();
     return std::make_unique<Lines>();

@@ -4,12 +4,14 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "connection/databaseerror.h"
+#include "zel/query/eventfilter.h"
 #include "zel/query/queryarguments.h"
 #include "zel/query/queryplan.h"
-#include "zel/query/resultform.h"
 #include "zel/query/seentexts.h"
-#include "zel/terminal/output.h"
+#include "zel/results/eventsink.h"
 #include "zelstore/ieventstore.h"
 
 namespace zel {
@@ -19,25 +21,27 @@ namespace zel {
 // Points into `result`. Only to be compared with others of its kind: it is no JSON any more.
 std::string_view EventOf(std::string_view result, bool mayBeJoined);
 
-// Prints results as they come, over one walk or several. Refuses them, and prints nothing more,
-// once the output can't take them or the user has interrupted. Lives on the caller's stack: its
-// count is not looked at. Called on the thread of the query.
+// Takes results as the store gives them, over one walk or several, and hands each event that is
+// wanted on to a sink. Refuses them, and hands on nothing more, once the sink can't take them or
+// the user has interrupted. Lives on the caller's stack: its count is not looked at. Called on the
+// thread of the query.
 //
-// An event is printed once, though it may come several times: stored anew on another day, or
+// An event is handed on once, though it may come several times: stored anew on another day, or
 // matched by several parts of the question. It is known by its text, not by its key, since making
 // a key costs more than all else that a result does; an event that was stored again with another
 // text is another one.
-class ResultPrinter final : public ZEL::IQueryCallback {
+class ResultIntake final : public ZEL::IQueryCallback {
 public:
     struct Wanted {
-        bool duplicates = false;                 // print an event as often as it comes
-        enum { none, member, alone } keys = {};  // a member "key" in front, or the key alone
+        bool duplicates = false;  // an event as often as it comes
+        enum { none, beside, alone } keys = {};
+        std::int64_t limit = -1;  // most events to hand on; negative: all
     };
 
-    // `store` makes the keys. All must outlive the printer.
-    ResultPrinter(Output& output, ResultForm& form, const QueryPlan& plan, Wanted wanted,
-                  ZEL::IEventStore& store)
-        : output_(output), form_(form), plan_(plan), wanted_(wanted), store_(store) {}
+    // `filter` may be null; `store` makes the keys. All must outlive the intake.
+    ResultIntake(EventSink& sink, EventFilter* filter, const QueryPlan& plan, Wanted wanted,
+                 ZEL::IEventStore& store)
+        : sink_(sink), filter_(filter), plan_(plan), wanted_(wanted), store_(store) {}
 
     ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
         *out = nullptr;
@@ -54,34 +58,38 @@ public:
     // early: it gave them all, and too few were new. Always false where all rows were asked for,
     // and for receipts, which are never the same twice.
     bool WantsMore(std::int64_t rows) const;
-    // Ahead of each walk. What was printed stays known from one walk to the next.
+    // Ahead of each walk. What was handed on stays known from one walk to the next.
     void StartWalk() {
         rows_ = 0;
         keyless_ = 0;
     }
-    // Prints what stands behind the last result.
-    void Finish() { output_.Write(form_.End(count_ == 0)); }
 
-    // False once results are refused. May be asked from any thread.
+    // False once results are refused. This and the next may be asked from any thread.
     bool TakesResults() const noexcept;
+    // Whether all rows were asked for and no further one is needed: the walk may be stopped, which
+    // makes failures of its own. Those of before are kept.
+    bool HasEnough() const noexcept { return hasEnough_; }
+    const std::vector<DatabaseError>& FailuresSoFar() const noexcept { return failures_; }
+
     std::uint64_t Count() const noexcept { return count_; }
-    // Whether the limit kept any from being printed, and how many rows the last walk gave.
+    // Whether the limit kept any from being handed on, and how many rows the last walk gave.
     bool HasMore() const noexcept { return hasMore_; }
     std::int64_t Rows() const noexcept { return rows_; }
     // Results whose key could not be made.
     std::uint64_t Keyless() const noexcept { return keyless_; }
-    // Whether more came than can be remembered, so that some may have been printed twice.
+    // Whether more came than can be remembered, so that some may have been handed on twice.
     bool MayRepeat() const noexcept { return !wanted_.duplicates && seen_.IsFull(); }
     // The row behind which a later query may go on; an empty time when there is none.
     const Cursor& Position() const noexcept { return position_; }
 
 private:
     void Take(ZEL::IStringValue* event);
-    void Print(std::string_view row);
+    bool IsWanted(std::string_view mark, std::string_view text);
+    void HandOn(const FoundEvent& event);
     std::string KeyOf(ZEL::IStringValue* event);
 
-    Output& output_;
-    ResultForm& form_;
+    EventSink& sink_;
+    EventFilter* const filter_;
     const QueryPlan& plan_;
     const Wanted wanted_;
     ZEL::IEventStore& store_;
@@ -89,7 +97,8 @@ private:
     std::uint64_t count_ = 0, keyless_ = 0;
     std::int64_t rows_ = 0;  // of this walk
     bool hasMore_ = false;
-    std::atomic<bool> broken_{false};
+    std::atomic<bool> broken_{false}, hasEnough_{false};
+    std::vector<DatabaseError> failures_;
     Cursor position_;
 };
 

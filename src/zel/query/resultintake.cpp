@@ -1,6 +1,5 @@
-#include "zel/query/resultprinter.h"
+#include "zel/query/resultintake.h"
 
-#include "common/jsontext.h"
 #include "common/valuetext.h"
 #include "connection/storesession.h"
 #include "zel/query/jsonscan.h"
@@ -8,6 +7,9 @@
 
 // Results come in batches, on the thread of the query, in the midst of the store's walk. A result
 // that is refused ends the walk of its database alone, so refusing goes on until the end.
+//
+// The way of a row: known already, by its text; no use to the sink; not fitting the filter; beyond
+// the limit. What costs least is asked first, but for the filter, which is put only to what is new.
 //
 // Positions: the store names one with each batch, that of the batch's last row. It is taken over
 // only when the whole batch was printed and has left the program.
@@ -18,15 +20,6 @@ namespace {
 
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
-
-// Put into the text and not into a parsed one, so that all else stays as it was stored.
-std::string WithKey(std::string_view event, const std::string& key) {
-    std::string text(event);
-    const std::size_t brace = text.find('{');
-    if (brace != text.npos)
-        text.insert(brace + 1, "\"key\":" + wm::JsonString(key) + ",");
-    return text;
-}
 
 }  // namespace
 
@@ -44,26 +37,26 @@ std::string_view EventOf(std::string_view result, bool mayBeJoined) {
     return result.substr(0, result.rfind('}'));
 }
 
-bool ResultPrinter::TakesResults() const noexcept {
+bool ResultIntake::TakesResults() const noexcept {
     return !broken_ && !Interrupted();
 }
 
-bool ResultPrinter::WantsMore(std::int64_t rows) const {
+bool ResultIntake::WantsMore(std::int64_t rows) const {
     return rows >= 0 && rows_ >= rows && !hasMore_ && !plan_.byReceive && TakesResults();
 }
 
 // A position is not taken over once the limit has cut something off: the rows behind would never
 // come.
-HRESULT ResultPrinter::OnQueryResults(HRESULT, ZEL::IValueCollection* results, bool isFinal, bool,
-                                      ZEL::IStringValue* resumeTime, std::int32_t resumeSequence) {
+HRESULT ResultIntake::OnQueryResults(HRESULT, ZEL::IValueCollection* results, bool isFinal, bool,
+                                     ZEL::IStringValue* resumeTime, std::int32_t resumeSequence) {
     if (!TakesResults())
         return hr::aborted;
     if (isFinal)
         return hr::ok;
-    for (std::size_t i = 0; i < results->Count() && !broken_; ++i)
+    for (std::size_t i = 0; i < results->Count() && !broken_ && !hasEnough_; ++i)
         Take(results->GetValue(i));
     // Each batch goes out whole, so that what was printed is behind the position.
-    if (!output_.Flush())
+    if (!sink_.Flush())
         broken_ = true;
     if (!TakesResults())
         return hr::aborted;
@@ -73,7 +66,7 @@ HRESULT ResultPrinter::OnQueryResults(HRESULT, ZEL::IValueCollection* results, b
 }
 
 // Members that the store joined to the text change nothing of the key.
-std::string ResultPrinter::KeyOf(ZEL::IStringValue* event) {
+std::string ResultIntake::KeyOf(ZEL::IStringValue* event) {
     ZEL::CountedPtr<ZEL::IStringValue> key;
     if (Succeeded(store_.MakeKey(event, ZEL::keyKindEvent, key.Receive())))
         return wm::ToText(key.Get());
@@ -81,36 +74,38 @@ std::string ResultPrinter::KeyOf(ZEL::IStringValue* event) {
     return "";
 }
 
+bool ResultIntake::IsWanted(std::string_view mark, std::string_view text) {
+    const bool isEachNew = plan_.byReceive || wanted_.duplicates;
+    return sink_.MayMatter(text) && (isEachNew || seen_.Insert(mark)) &&
+           (filter_ == nullptr || filter_->Fits(text));
+}
+
 // Repeats are sorted out ahead of the limit, which counts events.
-void ResultPrinter::Take(ZEL::IStringValue* event) {
+void ResultIntake::Take(ZEL::IStringValue* event) {
     ++rows_;
-    // The store made the result of UTF-8, which is printed as it stands.
+    // The store made the result of UTF-8, which is handed on as it stands.
     std::string converted;
     const auto kept = wm::KeptUtf8(*event);
     const std::string_view text = kept ? * kept : converted = wm::ToText(event);
-    const std::string key = wanted_.keys != Wanted::none ? KeyOf(event) : "";
     const bool isKeyAlone = wanted_.keys == Wanted::alone;
+    const std::string key = isKeyAlone ? KeyOf(event) : "";
     if (isKeyAlone && key.empty())
         return;
-    const std::string_view mark = isKeyAlone ? key : EventOf(text, plan_.joinsEnrichments);
-    if (!plan_.byReceive && !wanted_.duplicates && !seen_.Insert(mark))
-        return;
-    if (plan_.limit >= 0 && count_ >= static_cast<std::uint64_t>(plan_.limit))
-        hasMore_ = true;
-    else if (isKeyAlone)
-        Print(key);
-    else if (key.empty())
-        Print(text);
-    else
-        Print(WithKey(text, key));
+    if (IsWanted(isKeyAlone ? key : EventOf(text, plan_.joinsEnrichments), text))
+        HandOn({text, wanted_.keys == Wanted::beside ? KeyOf(event) : key});
 }
 
-// A row that could not be written is not counted.
-void ResultPrinter::Print(std::string_view row) {
-    if (output_.Write(form_.Row(row, count_ == 0)))
+// What the limit lets through is counted once it was taken.
+void ResultIntake::HandOn(const FoundEvent& event) {
+    if (wanted_.limit >= 0 && count_ >= static_cast<std::uint64_t>(wanted_.limit)) {
+        hasMore_ = true;
+        if (plan_.FirstRows() < 0 && ReadDatabaseErrors(store_, &failures_))
+            hasEnough_ = true;
+    } else if (sink_.Take(event)) {
         ++count_;
-    else
+    } else {
         broken_ = true;
+    }
 }
 
 }  // namespace zel

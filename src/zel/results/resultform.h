@@ -3,7 +3,8 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <string_view>
+
+#include "zel/results/eventsink.h"
 
 namespace zel {
 
@@ -12,18 +13,17 @@ namespace zel {
 class ResultForm {
 public:
     virtual ~ResultForm() = default;
-    // `event` is a result's text, UTF-8, as the store gave it. Gives what is to be printed for it,
-    // with whatever stands between two results. Never refuses: what a table can't read stands in it
-    // as it is, escaped.
-    virtual std::string Row(std::string_view event, bool isFirst) = 0;
+    // What is to be printed for an event, with whatever stands between two of them. Never refuses:
+    // what a table can't read stands in it as it is, escaped.
+    virtual std::string Row(const FoundEvent& event, bool isFirst) = 0;
     // What stands behind the last one. `isEmpty` tells that Row was never called; a form that opens
     // something there has to be whole without it.
     virtual std::string End(bool /*isEmpty*/) { return ""; }
 };
 
 // ndjson, json, ocsf, table or keys. A table fits `columns`; with 0, where no width is known, the
-// actor alone is cut, so that the columns stand below each other. For keys `event` is the key. An
-// unknown name counts as ndjson: the command line has checked it.
+// actor alone is cut, so that the columns stand below each other. An unknown name counts as ndjson:
+// the command line has checked it.
 std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns);
 
 // Columns of the terminal: COLUMNS, else what the terminal on stdout says, else 0.
