@@ -8,13 +8,13 @@
 #include "common/valuetext.h"
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
+#include "records/timearg.h"
 #include "zel/commands.h"
 #include "zel/ingest/readlines.h"
 #include "zel/query/jsonscan.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/textfit.h"
-#include "zel/terminal/timearg.h"
 #include "zelstore/keys/keyformat.h"
 
 // What an analyst found out of an event is stored under the event's key and a number. Enrichments

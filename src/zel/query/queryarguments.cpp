@@ -6,9 +6,9 @@
 #include <limits>
 
 #include "common/textbridge.h"
+#include "records/timearg.h"
 #include "zel/query/documentcheck.h"
 #include "zel/terminal/textfit.h"
-#include "zel/terminal/timearg.h"
 
 // Flags are checked in the order in which a person would look for the mistake: what excludes each
 // other, texts, names, hashes, addresses, times, numbers. The first mistake is told, with the flag,

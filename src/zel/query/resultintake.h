@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "connection/databaseerror.h"
+#include "records/seentexts.h"
 #include "zel/query/eventfilter.h"
 #include "zel/query/queryarguments.h"
 #include "zel/query/queryplan.h"
-#include "zel/query/seentexts.h"
 #include "zel/results/eventsink.h"
 #include "zelstore/ieventstore.h"
 

@@ -6,8 +6,8 @@
 #include <set>
 
 #include "common/asciicase.h"
+#include "records/timearg.h"
 #include "zel/terminal/textfit.h"
-#include "zel/terminal/timearg.h"
 #include "zelstore/query/machinepaths.h"
 #include "zelstore/schema/eventfields.h"
 #include "zelstore/schema/vocabulary.h"

@@ -3,12 +3,12 @@
 #include "common/jsontext.h"
 #include "common/valuetext.h"
 #include "connection/resultwords.h"
+#include "connection/storefolders.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/upkeep/foldercheck.h"
-#include "zel/upkeep/storefolders.h"
 
 // Two views beside each other: the directory, as anyone can list it, and what the store itself says
 // of its oldest date, its size and its failures. Both go into one StoreInfo, from which table and

@@ -4,12 +4,12 @@
 
 #include "common/jsontext.h"
 #include "connection/resultwords.h"
+#include "connection/storefolders.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/sizearg.h"
-#include "zel/upkeep/storefolders.h"
 
 // The store chooses and deletes; it tells only whether its limit is honoured. What went is found by
 // listing the directory before and after. A dry run foresees the same by the same rule: oldest

@@ -1,4 +1,4 @@
-#include "zel/query/seentexts.h"
+#include "records/seentexts.h"
 
 #include <algorithm>
 #include <cstring>

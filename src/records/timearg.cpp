@@ -1,4 +1,4 @@
-#include "zel/terminal/timearg.h"
+#include "records/timearg.h"
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include "zel/upkeep/storefolders.h"
+#include "connection/storefolders.h"
 
 #include <algorithm>
 #include <cstdio>
