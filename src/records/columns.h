@@ -32,7 +32,8 @@ struct Column {
     // The key's field of that name; empty where the key has none. The key itself is "key".
     std::string_view keyField;
     // Where it stands in the text: dotted names of members, "a|b" for the first that is there. Of
-    // an array the first value counts. "a+b": both, with a blank between. Empty: the whole text.
+    // an array the first value counts, or for a text that the key has the first in byte order,
+    // which is the one in the key. "a+b": both, with a blank between. Empty: the whole text.
     std::string_view place;
     std::string_view meaning;  // for people
 };

@@ -19,8 +19,8 @@ public:
     bool Read(std::string_view record);
     const std::string& Error() const noexcept { return json_.Error(); }
 
-    // None where the record has none, and for `key`, which a text does not tell. Good until the
-    // next call of any kind.
+    // None where the record has none, or one that says that it is not known ("", "-"), and for
+    // `key`, which a text does not tell. Good until the next call of any kind.
     std::optional<std::string_view> Value(const Column& column);
 
     // By the dotted name of a member ("artifacts.actor.path.value"); of an array the first. Null
@@ -28,7 +28,8 @@ public:
     const SourceField* Find(std::string_view name) { return fields_.FindWhole(name); }
 
 private:
-    std::optional<std::string_view> ValueAt(std::string_view places);
+    std::optional<std::string_view> ValueAt(std::string_view places, const Column& column);
+    const SourceField* LeastOf(const SourceField* first, bool foldsCase);
 
     std::string_view record_;
     JsonFields json_;

@@ -11,7 +11,7 @@ namespace {
 TEST(RecordColumns, AreReadFromARecord) {
     RecordReader reader;
     ASSERT_TRUE(reader.Read(
-        R"({"artifacts":{"actor":{"object_type":"process","path":{"value":["b","c"]},"pid":{"value":[7]}},"target":{"object_type":"url","text":{"value":["x.org"]}}},"action":["request"],"begin_time":{"value":"T"},"seq_num":5,"unmapped":{"User":"ann"},"source":{"format":"evtx","channel":"Security","event_id":4624,"computer":"pc"}})"));
+        R"({"artifacts":{"actor":{"object_type":"process","path":{"value":["d","b","c"]},"pid":{"value":[7]}},"target":{"object_type":"url","text":{"value":["x.org"]}}},"action":["request"],"begin_time":{"value":"T"},"seq_num":5,"unmapped":{"User":"ann"},"source":{"format":"evtx","channel":"Security","event_id":4624,"computer":"pc"}})"));
     const std::pair<const char*, const char*> expected[] = {
         {"time", "T"},         {"seq", "5"},     {"object", "url"},
         {"action", "request"}, {"user", "ann"},  {"actor_path", "b"},
