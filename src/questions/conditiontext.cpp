@@ -1,0 +1,264 @@
+#include <re2/re2.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "common/asciicase.h"
+#include "common/textbridge.h"
+#include "questions/condition.h"
+#include "questions/ipaddress.h"
+#include "records/conversions.h"
+#include "records/eventtime.h"
+
+// From the words of a person to a condition. A text is read from left to right: the column, the
+// operator, and all that is left is the value, so that command lines and paths need no quoting of
+// their own. What can't be asked is told with the byte where it stands.
+
+namespace zel {
+
+namespace {
+
+using enum ConditionOperator;
+
+// Longer signs ahead of those that they begin with.
+constexpr struct {
+    std::string_view sign;
+    ConditionOperator op;
+} signs[] = {
+    {"==", equals},  {"=", equals},     {"!=", differs}, {"<=", atMost},         {"<", less},
+    {">=", atLeast}, {">", greater},    {"~", fits},     {"contains", contains}, {"starts", starts},
+    {"ends", ends},  {"in", inNetwork},
+};
+
+bool IsWordCharacter(char c) noexcept {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+std::size_t SkipBlanks(std::string_view text, std::size_t at) {
+    return std::min(text.find_first_not_of(" \t", at), text.size());
+}
+
+std::size_t EndOfWord(std::string_view text, std::size_t at) {
+    while (at < text.size() && IsWordCharacter(text[at]))
+        ++at;
+    return at;
+}
+
+// Where the word or the sign at `at` ends.
+std::size_t EndOfOperator(std::string_view text, std::size_t at) {
+    const std::size_t end = EndOfWord(text, at);
+    if (end != at)
+        return end;
+    for (const auto& row : signs)
+        if (text.substr(at).starts_with(row.sign))
+            return at + row.sign.size();
+    return std::min(text.find_first_of(" \t", at), text.size());
+}
+
+bool Refuse(ConditionProblem* problem, std::string what, std::size_t at = 0) {
+    *problem = {std::move(what), at, "", "", {}};
+    return false;
+}
+
+std::vector<std::string_view> OperatorNames() {
+    std::vector<std::string_view> names;
+    for (const auto& row : signs)
+        if (row.sign != "==")
+            names.push_back(row.sign);
+    return names;
+}
+
+std::vector<std::string_view> ColumnNames() {
+    std::vector<std::string_view> names;
+    for (const Column& column : Columns())
+        if (column.name != "key")
+            names.push_back(column.name);
+    return names;
+}
+
+void TellUnknown(ConditionProblem* problem, const char* kind, std::string_view name, std::size_t at,
+                 std::vector<std::string_view> known) {
+    *problem = {std::string("unknown ") + kind + " \"" + std::string(name) + "\"", at,
+                std::string(name), kind, std::move(known)};
+}
+
+const Column* ReadColumn(std::string_view text, std::size_t at, std::size_t end,
+                         ConditionProblem* problem) {
+    const std::string_view name = text.substr(at, end - at);
+    if (name.empty()) {
+        Refuse(problem, "a column is expected, then an operator and a value", at);
+        return nullptr;
+    }
+    const Column* const column = FindColumn(name);
+    if (column == nullptr)
+        TellUnknown(problem, "column", name, at, ColumnNames());
+    return column;
+}
+
+std::string_view WithoutQuotes(std::string_view value, std::size_t* at) {
+    const bool isQuoted = value.size() >= 2 && value.front() == value.back() &&
+                          (value.front() == '"' || value.front() == '\'');
+    if (!isQuoted)
+        return value;
+    ++*at;
+    return value.substr(1, value.size() - 2);
+}
+
+bool IsOfAddress(const Column& column) {
+    return column.name == "src_ip" || column.name == "dst_ip";
+}
+
+TimeWords TimeOfRecord(std::string_view text) {
+    const auto time = ParseEventTime(text);
+    if (!time)
+        return {"", "", "a time such as 2026-11-12T10:00:00Z is expected", 0};
+    return {time->text, time->text, "", 0};
+}
+
+}  // namespace
+
+std::string_view SignOf(ConditionOperator op) noexcept {
+    const auto row = std::find_if(std::begin(signs) + 1, std::end(signs),
+                                  [op](const auto& each) { return each.op == op; });
+    return row->sign;
+}
+
+std::string Condition::Text() const {
+    return std::string(column_->name).append(" ").append(SignOf(op_)).append(" ").append(value_);
+}
+
+std::optional<Condition> Condition::Parse(std::string_view text, const TimeReader& readTime,
+                                          ConditionProblem* problem) {
+    const std::size_t columnAt = SkipBlanks(text, 0), columnEnd = EndOfWord(text, columnAt);
+    const zel::Column* const column = ReadColumn(text, columnAt, columnEnd, problem);
+    if (column == nullptr)
+        return std::nullopt;
+    const std::size_t opAt = SkipBlanks(text, columnEnd), opEnd = EndOfOperator(text, opAt);
+    const std::string_view sign = text.substr(opAt, opEnd - opAt);
+    const auto row = std::find_if(std::begin(signs), std::end(signs),
+                                  [sign](const auto& each) { return each.sign == sign; });
+    if (row == std::end(signs)) {
+        TellUnknown(problem, "operator", sign, opAt, OperatorNames());
+        return std::nullopt;
+    }
+    std::size_t valueAt = SkipBlanks(text, opEnd);
+    const std::size_t end = text.find_last_not_of(" \t") + 1;
+    if (valueAt >= end) {
+        Refuse(problem, "a value is expected", text.size());
+        return std::nullopt;
+    }
+    const std::string_view value = WithoutQuotes(text.substr(valueAt, end - valueAt), &valueAt);
+    auto condition = Make(*column, row->op, value, readTime, problem);
+    if (!condition)
+        problem->at += valueAt;
+    return condition;
+}
+
+std::optional<Condition> Condition::Make(const zel::Column& column, ConditionOperator op,
+                                         std::string_view value, const TimeReader& readTime,
+                                         ConditionProblem* problem) {
+    Condition condition(column, op, value);
+    return condition.Understand(readTime, problem) ? std::optional(std::move(condition))
+                                                   : std::nullopt;
+}
+
+bool Condition::Understand(const TimeReader& readTime, ConditionProblem* problem) {
+    if (column_->name == "key")
+        return Refuse(problem, "an event's text does not tell its key; --key finds an event by it");
+    if (!wm::IsUtf8(value_))
+        return Refuse(problem, "not UTF-8");
+    folded_ = value_;
+    ZEL::MakeUpperAscii(folded_);
+    MakeHint();
+    if (op_ == contains && IsOfWholeEvent())
+        inEvent_ = std::make_shared<EventSearch>(value_);
+    else if (op_ == contains)
+        search_ = std::make_shared<TextSearch>(value_);
+    if (op_ == fits)
+        return UnderstandExpression(problem);
+    if (op_ == inNetwork) {
+        if (!IsOfAddress(*column_))
+            return Refuse(problem, "`in` asks for a network, so only of src_ip and dst_ip");
+        network_ = Network::Of(value_, problem);
+        return network_.has_value();
+    }
+    if (IsCompared() && column_->type == ColumnType::number)
+        return UnderstandNumber(problem);
+    return !IsCompared() || column_->type != ColumnType::time || UnderstandTime(readTime, problem);
+}
+
+// `protocol = tcp` can be asked too.
+bool Condition::UnderstandNumber(ConditionProblem* problem) {
+    const bool isWord = value_.empty() || value_[0] < '0' || value_[0] > '9';
+    const auto number = NumberIn(value_);
+    if (!number || (isWord && column_->name != "protocol"))
+        return Refuse(problem, std::string(column_->name) + " is a number, which this is not");
+    number_ = *number;
+    if (op_ == equals)
+        hint_ = std::make_shared<EventSearch>(std::to_string(number_));
+    return true;
+}
+
+bool Condition::UnderstandTime(const TimeReader& readTime, ConditionProblem* problem) {
+    TimeWords time = readTime ? readTime(value_) : TimeOfRecord(value_);
+    if (!time.problem.empty())
+        return Refuse(problem, std::move(time.problem), time.at);
+    firstTime_ = std::move(time.first);
+    lastTime_ = std::move(time.last);
+    hint_ = nullptr;
+    return true;
+}
+
+bool Condition::UnderstandExpression(ConditionProblem* problem) {
+    RE2::Options options;
+    options.set_case_sensitive(false);
+    options.set_dot_nl(true);
+    options.set_log_errors(false);
+    auto expression = std::make_shared<const RE2>(value_, options);
+    if (!expression->ok()) {
+        const std::size_t at = value_.find(expression->error_arg());
+        return Refuse(problem, expression->error(), at != value_.npos ? at : 0);
+    }
+    expression_ = std::move(expression);
+    return true;
+}
+
+// Only for operators whose value stands in what fits. A value that consists of two has a blank
+// between them that the event has not; a list of objects and a fraction are read in another layout
+// than they may be written in.
+void Condition::MakeHint() {
+    const bool isPart = op_ == equals || op_ == contains || op_ == starts || op_ == ends;
+    const bool isWritten = column_->place.find('+') == column_->place.npos &&
+                           value_.find_first_of("{}[]\":,") == value_.npos;
+    const bool isNumber = value_.find_first_not_of("0123456789.eE+-") == value_.npos;
+    const bool isPlain = std::none_of(value_.begin(), value_.end(), [](char c) {
+        return static_cast<unsigned char>(c) < 0x20;  // JSON has two ways of writing it
+    });
+    if (isPart && isWritten && isPlain && !isNumber && !IsOfWholeEvent())
+        hint_ = std::make_shared<EventSearch>(value_);
+}
+
+std::optional<Condition::Network> Condition::Network::Of(std::string_view text,
+                                                         ConditionProblem* problem) {
+    const std::size_t slash = text.find('/');
+    const auto address = ReadIpAddress(text.substr(0, slash));
+    if (!address) {
+        Refuse(problem, "a network such as 10.0.0.0/8 or fe80::/10 is expected");
+        return std::nullopt;
+    }
+    const bool isIpv4 = text.substr(0, slash).find(':') == text.npos;
+    const int most = isIpv4 ? 32 : 128;
+    int bits = most;
+    if (slash != text.npos) {
+        const char* const end = text.data() + text.size();
+        const auto parsed = std::from_chars(text.data() + slash + 1, end, bits);
+        if (parsed.ec != std::errc() || parsed.ptr != end || bits < 0 || bits > most) {
+            Refuse(problem, "a number of bits from 0 to " + std::to_string(most) + " is expected",
+                   slash + 1);
+            return std::nullopt;
+        }
+    }
+    return Network{*address, isIpv4 ? bits + 96 : bits};
+}
+
+}  // namespace zel
