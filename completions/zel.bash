@@ -7,7 +7,7 @@ _zel_flags() { # COMMAND: its flags
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
             --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
-            --duplicates --print-keys --with-key --show-cursor --explain --output ;;
+            --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --including-foreign --output ;;
         info) echo --help --check --output ;;
@@ -40,7 +40,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             session etw amsi ;;
         -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table; else echo table json; fi ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
-            --limit | --max-size | --stop-below | --resume-percent) echo NONE ;;
+            --limit | -n | --last | --max-size | --stop-below | --resume-percent) echo NONE ;;
     esac
 }
 

@@ -98,6 +98,23 @@ void AddOutput(CLI::App& command, std::string& output) {
         ->type_name("FORM");
 }
 
+// How the answer of a query looks; `keys` tells that it is keys alone.
+void AddAnswer(CLI::App& command, AnswerOptions& options, CLI::Option* keys) {
+    command
+        .add_option("-o,--output", options.output,
+                    "By default table on a terminal, else ndjson: one JSON text a line")
+        ->excludes(keys)
+        ->check(CLI::IsMember({"ndjson", "json", "ocsf", "table"}))
+        ->type_name("FORM");
+    AddText(command, "-n,--last", options.last, "NUMBER",
+            "Print so many of the newest events, the newest first");
+    CLI::Option* const sort =
+        command.add_flag("--sort", options.sort, "Print the oldest events first, over all folders");
+    CLI::Option* const reverse =
+        command.add_flag("--reverse", options.reverse, "Print the newest events first");
+    sort->excludes(reverse);
+}
+
 void AddQuery(CLI::App& command, Run& run) {
     QueryOptions& options = OptionsOf(command, run, RunQuery);
     command.footer(
@@ -137,12 +154,7 @@ void AddQuery(CLI::App& command, Run& run) {
                      "Tell the position of the last row at the end, on stderr");
     command.add_flag("--explain", options.explain,
                      "Print the document that the flags make, and run nothing");
-    command
-        .add_option("-o,--output", options.output,
-                    "By default table on a terminal, else ndjson: one JSON text a line")
-        ->excludes(keys)
-        ->check(CLI::IsMember({"ndjson", "json", "ocsf", "table"}))
-        ->type_name("FORM");
+    AddAnswer(command, options.answer, keys);
 }
 
 void AddEnrich(CLI::App& command, Run& run) {

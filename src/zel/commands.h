@@ -35,6 +35,14 @@ struct IngestOptions {
 // line on stderr is the account.
 int RunIngest(const IngestOptions& options);
 
+// How an answer looks.
+struct AnswerOptions {
+    std::string output;  // a form, such as ndjson or table; empty: table on a terminal, else ndjson
+    std::string last;    // a number: so many of the newest; empty: all
+    bool sort = false;   // by time, the oldest first
+    bool reverse = false;  // the newest first
+};
+
 struct QueryOptions {
     // Flags that ask something beside it are refused by the parser.
     std::string document;  // JSON, a file's name, or "-" for standard input; empty: the flags
@@ -52,7 +60,7 @@ struct QueryOptions {
     bool duplicates = false;  // an event that was stored on several days comes as often
     bool printKeys = false;   // keys in place of events
     bool withKey = false;     // a member "key" in front of each event's others
-    std::string output;       // ndjson, json or table; empty: table on a terminal, else ndjson
+    AnswerOptions answer;
     bool showCursor = false;
     std::string afterCursor;
     std::string machine;  // a file that describes the machine of the paths; empty: this machine

@@ -181,6 +181,42 @@ def twice(zel):
     zel.check("of receive-time rows", sorted(keys + keys[1:3]), sorted(received))
 
 
+def ordered(zel):
+    """The order of time over folders and parts; the newest of them; what a limit keeps."""
+    def event(second, kind):
+        text = record(second, "C:\\t").replace(b'"file"', b'"%b"' % kind)
+        return text.replace(TIME.encode(), b"2026-01-02T03:04:%02d.000Z" % second)
+    for day, seconds in (("20260101", (1, 4, 9)), ("20260102", (2, 4, 5, 30)), (None, (3, 7, 31))):
+        zel.run("ingest", given=b"\n".join(event(n, b"module" if n % 2 else b"file") for n in seconds))
+        if day:
+            os.rename(os.path.join(zel.store, max(os.listdir(zel.store))), os.path.join(zel.store, day))
+    every = [1, 2, 3, 4, 5, 7, 9, 30, 31]
+    parts = ("--object", "file", "--object", "module")
+    def answer(*arguments):
+        ended = zel.run("query", *arguments)
+        told = ended.stderr.decode()
+        return [json.loads(row)["seq_num"] for row in ended.stdout.splitlines()], "more events fit" in told
+    cases = {
+        ("--sort",): (every, False),
+        ("--reverse",): (every[::-1], False),
+        ("--sort", "--limit", "4"): (every[:4], True),
+        ("--reverse", "--limit", "4"): (every[:4:-1], True),
+        ("--reverse", "--limit", "9"): (every[::-1], False),
+        ("-n", "3"): (every[:5:-1], False),
+        ("-n", "3", "--sort"): (every[6:], False),
+        ("-n", "99"): (every[::-1], False),
+        ("-n", "2", "--until", "2026-01-02T03:04:05"): ([5, 4], False),
+        ("-n", "1", "--action", "delete"): ([], False),
+        ("--sort", "--duplicates"): (sorted(every + [4]), False),
+    }
+    for arguments, expected in cases.items():
+        for more in ((), parts):
+            zel.check(f"{arguments} {more}", expected, answer(*arguments, *more))
+    zel.check("of receipts the last", ([31, 7, 3], False), answer("--by", "receive", "-n", "3"))
+    for wrong in (("-n", "0"), ("-n", "x"), ("-n", "1", "--limit", "1"), ("--sort", "--reverse")):
+        zel.check(f"{wrong} is refused", 2, zel.run("query", *wrong).returncode)
+
+
 def files(zel):
     """Documents in files, and what is none."""
     document = b'{"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}}'
@@ -264,7 +300,7 @@ def enrichments(zel):
 
 def main(program, records):
     failures = 0
-    for scenario, arguments in ((refusals, ()), (outputs, (records,)), (hostile, ()), (tables, ()), (twice, ()),
+    for scenario, arguments in ((refusals, ()), (outputs, (records,)), (hostile, ()), (tables, ()), (twice, ()), (ordered, ()),
                                 (files, ()), (nothing, ()), (enrichments, ())):
         with Zel(program) as zel:
             scenario(zel, *arguments)

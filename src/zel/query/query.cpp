@@ -1,23 +1,12 @@
-#include <unistd.h>
-
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
-
-#include "common/eventobject.h"
-#include "common/hostservices.h"
-#include "common/lock.h"
-#include "common/valuetext.h"
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
+#include "zel/query/answer.h"
 #include "zel/query/documentcheck.h"
 #include "zel/query/querydocument.h"
 #include "zel/query/resultintake.h"
+#include "zel/query/walk.h"
 #include "zel/query/whynothing.h"
-#include "zel/results/resultform.h"
-#include "zel/results/streamsink.h"
 #include "zel/terminal/inputfile.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -32,8 +21,8 @@
 //   3. PlanQuery settles how many rows to ask for, so that a limit's answer is exact.
 //   4. The store answers on this thread: Query returns when all results were given to the intake.
 //      A second thread, the Stopper, only looks whether the answer is still wanted.
-//   5. Where the rows asked for held too few new events, the store is asked again, for twice as
-//      many; the intake knows what it has handed on and passes that over.
+//   5. Where the rows asked for held too few new events, the store is asked again (walk.h); the
+//      intake knows what it has handed on and passes that over.
 //   6. What is missing from the answer is told, and makes the program's end: unreadable folders,
 //      rows that could not be tested, keys that could not be made. That more events fit than the
 //      limit lets through is told too, but is no loss.
@@ -45,81 +34,6 @@ namespace {
 using web::json::value;
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
-
-// Stops the query when the user or the reader of the output asks for it. One setting stops the walk
-// of one database only, so it is repeated until the query has ended. Looks from time to time:
-// whether results are still taken is only known by asking.
-class Stopper {
-public:
-    Stopper(wm::EventObject& stop, const ResultIntake& intake)
-        : thread_([this, &stop, &intake] { Watch(stop, intake); }) {}
-    ~Stopper() {
-        {
-            const std::lock_guard<std::mutex> hold(lock_);
-            ended_ = true;
-        }
-        wake_.notify_one();
-        thread_.join();
-    }
-    Stopper(const Stopper&) = delete;
-    Stopper& operator=(const Stopper&) = delete;
-
-private:
-    void Watch(wm::EventObject& stop, const ResultIntake& intake) {
-        constexpr auto period = std::chrono::milliseconds(20);
-        std::unique_lock<std::mutex> hold(lock_);
-        while (!wake_.wait_for(hold, period, [this] { return ended_; })) {
-            if (!intake.TakesResults() || intake.HasEnough())
-                stop.Set();
-        }
-    }
-
-    std::mutex lock_;
-    std::condition_variable wake_;
-    bool ended_ = false;
-    std::thread thread_;  // the last: it uses the others
-};
-
-// Stands ahead of the host's report sink while it lives, and counts the rows that the store could
-// not test: it reports each of them.
-class LostRows final : public wm::IErrorReportSink {
-public:
-    LostRows() { wm::SetErrorReportSink(this); }
-    ~LostRows() override { wm::SetErrorReportSink(HostReports()); }
-    LostRows(const LostRows&) = delete;
-    LostRows& operator=(const LostRows&) = delete;
-
-    void OnReport(const wm::ErrorReport& report) override {
-        if (report.Label() == wm::reportLabel::lostRow) {
-            const wm::Hold hold(lock_);
-            if (count_++ == 0 && !report.Details().empty())
-                why_ = report.Details().front().second;
-        }
-        if (HostReports() != nullptr)
-            HostReports()->OnReport(report);
-    }
-
-    void Forget() {
-        const wm::Hold hold(lock_);
-        count_ = 0;
-    }
-    // False when there are any.
-    bool Tell() const {
-        const wm::Hold hold(lock_);
-        if (count_ == 0)
-            return true;
-        const bool isCostly = why_.find("complexity") != std::string::npos ||
-                              why_.find("stack space") != std::string::npos;
-        Say(std::to_string(count_) + " row(s) could not be tested: " +
-            (isCostly ? "the pattern is too costly for them; fewer .* help" : why_));
-        return false;
-    }
-
-private:
-    mutable wm::Lock lock_;
-    std::uint64_t count_ GUARDED_BY(lock_) = 0;
-    std::string why_ GUARDED_BY(lock_);
-};
 
 // The argument is JSON, or names a file that holds some. What begins like JSON is never taken for a
 // file's name, so a document with a slip gets a message about JSON.
@@ -166,11 +80,11 @@ void TellCursor(const QueryOptions& options, const ResultIntake& intake) {
 }
 
 // Nothing is cut off in silence: whether there is more is told, or that it is not known.
-void TellLimit(const QueryPlan& plan, const ResultIntake& intake) {
+void TellLimit(const QueryPlan& plan, const ResultIntake& intake, bool hasMore) {
     if (plan.limit < 0)
         return;
     const std::string reached = "the limit of " + std::to_string(plan.limit) + " is reached; ";
-    if (intake.HasMore())
+    if (hasMore)
         Say(reached + "more events fit");
     else if (plan.byReceive && plan.FirstRows() >= 0 && intake.Rows() >= plan.FirstRows())
         Say(reached + "whether more follow is not known");
@@ -199,86 +113,57 @@ bool TellGaps(const ResultIntake& intake, const LostRows& lostRows, StoreSession
 }
 
 // A limit that let nothing through, as 0 does, is no empty answer where events fit.
-int EndOf(HRESULT result, const QueryPlan& plan, const ResultIntake& intake, bool isWhole) {
+int EndOf(HRESULT result, const QueryPlan& plan, const ResultIntake& intake, const Answer& answer,
+          bool isWhole) {
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
         return result == hr::outOfMemory ? exitCode::losses : exitCode::usage;
     }
-    TellLimit(plan, intake);
+    TellLimit(plan, intake, intake.HasMore() || answer.HasMore());
     if (!isWhole)
         return exitCode::losses;
     return intake.Count() > 0 || intake.HasMore() ? exitCode::done : exitCode::nothingFound;
 }
 
-// A table has no room for keys, so with them lines are the form on a terminal too.
-std::string FormName(const QueryOptions& options) {
-    if (options.printKeys)
-        return "keys";
-    if (!options.output.empty())
-        return options.output;
-    return ::isatty(STDOUT_FILENO) == 1 && !options.withKey ? "table" : "ndjson";
-}
-
-ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan) {
+ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan,
+                              const AnswerPlan& answer) {
     using Wanted = ResultIntake::Wanted;
     const auto keys = options.printKeys ? Wanted::alone
                       : options.withKey ? Wanted::beside
                                         : Wanted::none;
-    return {options.duplicates, keys, plan.limit};
+    return {options.duplicates, keys, answer.order ? -1 : plan.limit};
 }
 
-// Walks until enough is printed or there is nothing more. Each walk begins anew, so what the former
-// one met is met and counted again. Ends, since each walk asks for twice as many rows and the store
-// has only so many.
-HRESULT Walk(const QueryPlan& plan, StoreSession& store, wm::EventObject& stop,
-             ResultIntake& intake, LostRows& lostRows) {
-    const std::int64_t firstRows = plan.FirstRows();
-    for (std::int64_t rows = firstRows;; rows *= 2) {
-        if (rows != firstRows) {
-            lostRows.Forget();
-            ZEL::IgnoreResult(store->ClearDatabaseErrors(), "then failures count twice");
-        }
-        const auto text = wm::ToValue(plan.TextFor(rows));
-        if (!text)
-            return hr::outOfMemory;
-        intake.StartWalk();
-        const HRESULT result = store->Query(text.Get(), &intake, stop.Handle());
-        if (intake.HasEnough())
-            return hr::ok;
-        if (Failed(result) || !intake.WantsMore(rows))
-            return result;
+// Nobody wants the rest, or the sink can't take it. A walk that was stopped counts as a failure of
+// its database, which is no news then; what a reader that went away did not want is no loss.
+int EndOfBroken(const QueryOptions& options, const ResultIntake& intake, const Answer& answer,
+                StoreSession& store) {
+    TellCursor(options, intake);
+    ZEL::IgnoreResult(store->ClearDatabaseErrors(), "a table that was not cleared is told");
+    if (Interrupted())
+        return exitCode::interrupted;
+    if (const std::string problem = answer.Problem(); !problem.empty()) {
+        Say(problem);
+        return exitCode::losses;
     }
+    return exitCode::done;
 }
 
-// The stopper ends with the walk, so that what follows can't be stopped half-way: the end is told
-// in full.
-int RunPlan(const QueryOptions& options, const QueryPlan& plan, EventFilter* filter,
-            Output& output) {
+int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan& answerPlan,
+            EventFilter* filter, Output& output) {
     StoreSession store(Terminal());
-    wm::EventObject stop;
-    if (!stop.Create(wm::EventReset::automatic) || !store.Open(StoreNeed::reading))
+    if (!store.Open(StoreNeed::reading))
         return exitCode::noStore;
     LostRows lostRows;
-    const auto form = MakeResultForm(FormName(options), TerminalColumns());
-    StreamSink sink(output, *form);
-    ResultIntake intake(sink, filter, plan, WantedOf(options, plan), *store);
-    HRESULT result = hr::ok;
-    {
-        const Stopper stopper(stop, intake);
-        result = Walk(plan, store, stop, intake, lostRows);
-    }
-    if (intake.TakesResults())
-        sink.Finish();
+    Answer answer(answerPlan, output);
+    ResultIntake intake(answer.Sink(), filter, plan, WantedOf(options, plan, answerPlan), *store);
+    const HRESULT result = Walk(plan, answerPlan.newest, store, intake, lostRows);
+    const bool isFinished = intake.TakesResults() && answer.Sink().Finish();
     output.Flush();
-    // A walk that was stopped counts as a failure of its database, which is no news then; what a
-    // reader that went away did not want is no loss.
-    if (!intake.TakesResults()) {
-        TellCursor(options, intake);
-        ZEL::IgnoreResult(store->ClearDatabaseErrors(), "a table that was not cleared is told");
-        return Interrupted() ? exitCode::interrupted : exitCode::done;
-    }
+    if (!isFinished)
+        return EndOfBroken(options, intake, answer, store);
     const bool isWhole = TellGaps(intake, lostRows, store);
-    const int end = EndOf(result, plan, intake, isWhole);
+    const int end = EndOf(result, plan, intake, answer, isWhole);
     TellCursor(options, intake);  // last, where scripts look for it
     if (end == exitCode::nothingFound && TalksToTerminal())
         TellNothingFound(plan.document, *store);
@@ -307,10 +192,31 @@ void TellConditions(const value& document) {
     }
 }
 
+// Tells what is asked, and asks nothing.
+void Explain(const QueryOptions& options, const value& document, Output& output) {
+    output.Write(PrettyDocument(document));
+    if (!options.machine.empty())
+        TellConditions(document);
+}
+
+int AskStore(const QueryOptions& options, const value& document, Output& output) {
+    QueryPlan plan = PlanQuery(document);
+    if (options.limit == "0")
+        plan.limit = 0;
+    EventFilter* const filter = nullptr;
+    plan.asksForAll = filter != nullptr;
+    AnswerPlan answer;
+    std::string problem;
+    if (PlanAnswer(options, &plan, &answer, &problem))
+        return RunPlan(options, plan, answer, filter, output);
+    Say(problem);
+    return exitCode::usage;
+}
+
 }  // namespace
 
 int RunQuery(const QueryOptions& options) {
-    if (options.withKey && options.output == "table") {
+    if (options.withKey && options.answer.output == "table") {
         Say("--with-key: a table has no room for keys; -o ndjson or -o json has");
         return exitCode::usage;
     }
@@ -328,17 +234,9 @@ int RunQuery(const QueryOptions& options) {
     if (!Accepts(document))
         return exitCode::usage;
     Output output;
-    if (!options.explain) {
-        QueryPlan plan = PlanQuery(document);
-        if (options.limit == "0")
-            plan.limit = 0;
-        EventFilter* const filter = nullptr;
-        plan.asksForAll = filter != nullptr;
-        return output.Finish(RunPlan(options, plan, filter, output));
-    }
-    output.Write(PrettyDocument(document));
-    if (!options.machine.empty())
-        TellConditions(document);
+    if (!options.explain)
+        return output.Finish(AskStore(options, document, output));
+    Explain(options, document, output);
     return output.Finish(exitCode::done);
 }
 

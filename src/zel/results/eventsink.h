@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace zel {
@@ -24,6 +25,8 @@ public:
     virtual bool Flush() { return true; }
     // Once, behind the last event; not called where the answer was broken off.
     virtual bool Finish() = 0;
+    // Why it takes no more, where that is not the output's doing; empty for none.
+    virtual std::string Problem() const { return ""; }
 };
 
 }  // namespace zel
