@@ -44,7 +44,8 @@ if(NOT pugixml_FOUND)
 endif()
 # The libraries without a package of CMake's own: package, target, header, library.
 set(rows "libauparse-dev zel_auparse auparse.h auparse" "libarchive-dev zel_archive archive.h archive"
-         "libzstd-dev zel_zstd zstd.h zstd" "libre2-dev zel_re2 re2/re2.h re2")
+         "libzstd-dev zel_zstd zstd.h zstd" "libsqlite3-dev zel_sqlite sqlite3ext.h sqlite3"
+         "libre2-dev zel_re2 re2/re2.h re2" "libedit-dev zel_edit editline/readline.h edit")
 if(ZEL_TESTS)  # whose answers a test compares with the store's own
   list(APPEND rows "libevtx-dev zel_evtx libevtx.h evtx")
 endif()

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+
+#include "sql/sqliteapi.h"
+#include "sql/timeorder.h"
+
+// What the store is asked for a statement's conditions: never less than what fits them, as SQLite
+// tests each of them again.
+namespace zel {
+
+// Takes over the conditions of SQLite's plan that the store can use; `*plan` says which, in the
+// order of their values. `hasColumns`: the table has all columns of events, else its first alone,
+// the time.
+int PlanEvents(sqlite3_index_info& info, bool hasColumns, std::string* plan);
+
+// The query document for the values of a plan; none when no row can fit them.
+std::optional<std::string> DocumentFor(const std::string& plan, std::span<sqlite3_value*> values,
+                                       const TimeOrder& times, bool joinsEnrichments);
+
+}  // namespace zel

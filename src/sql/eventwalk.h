@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "common/result.h"
+#include "sql/sqlstore.h"
+
+namespace zel {
+
+// The store's answer to a document, taken event by event. The store pushes, SQLite pulls: the
+// question runs on a thread of its own, which waits while a mebibyte of events is not yet taken.
+// An event comes once, however often it is stored. For one thread.
+class EventWalk {
+public:
+    // Begins to ask. `document` as IEventStore::Query takes it. Throws when there is no thread or
+    // memory.
+    EventWalk(std::shared_ptr<SqlStore> store, const std::string& document);
+    // Ends the question if it still runs, and waits for that: a second at most.
+    ~EventWalk();
+    EventWalk(const EventWalk&) = delete;
+    EventWalk& operator=(const EventWalk&) = delete;
+
+    enum class Step {
+        event,
+        notYet,  // none has come for a while: ask again
+        end,     // no more; Result tells whether all was walked
+    };
+    // `*event` is UTF-8 and good until the next call.
+    Step Next(std::string_view* event);
+    // Of the question as a whole, once it has ended.
+    ZEL::HRESULT Result() const noexcept;
+
+private:
+    class Runner;
+    const std::unique_ptr<Runner> runner_;
+};
+
+}  // namespace zel

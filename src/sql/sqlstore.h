@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/lock.h"
+#include "connection/storesession.h"
+
+namespace zel {
+
+// The store that tables are read from, open for reading alone. Any thread.
+//
+// A process has one store and lists its folders once, so all tables of a process share one, and
+// those of another directory are refused.
+class SqlStore {
+public:
+    // Opens the store in `directory`; what is open already is given again. The first call decides
+    // who hears what people should know of. Null, with one message in `problem`, when it can't be
+    // opened, or another directory's is open.
+    static std::shared_ptr<SqlStore> Open(const std::string& directory, ISessionListener& listener,
+                                          std::string* problem);
+
+    explicit SqlStore(std::string directory, ISessionListener& listener)
+        : directory_(std::move(directory)), session_(listener) {}
+    SqlStore(const SqlStore&) = delete;
+    SqlStore& operator=(const SqlStore&) = delete;
+
+    const std::string& Directory() const noexcept { return directory_; }
+    ZEL::IEventStore7& Store() const noexcept { return *session_; }
+
+    // Takes over what the store says has failed. To be called behind each walk; `wasStopped` says
+    // that it was not wanted to its end, which the store counts as a failure and which is none.
+    void NoteWalk(bool wasStopped) noexcept;
+    // All failures since the store was opened, by folder.
+    std::vector<DatabaseError> Failures() const;
+    // Reads that met damaged data, which the failures do not have.
+    std::uint32_t DamagedReads() const;
+
+private:
+    void Keep(const DatabaseError& failure) REQUIRES(lock_);
+
+    const std::string directory_;
+    StoreSession session_;
+    // Held while the store is asked for its failures.
+    mutable wm::Lock lock_{wm::LockRank::monitorDelivery};
+    bool hasStopped_ GUARDED_BY(lock_) = false;
+    std::vector<DatabaseError> failures_ GUARDED_BY(lock_);
+    std::uint32_t damagedReads_ GUARDED_BY(lock_) = 0;
+};
+
+}  // namespace zel
