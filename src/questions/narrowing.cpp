@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "common/jsontext.h"
-#include "zelstore/schema/vocabulary.h"
+#include "questions/keynames.h"
 
 // What of a question a key decides for sure. A key that lacks a field fits no condition on it, so
 // one may be asked for only where an event that has the value can't have a key without it:
@@ -41,17 +41,6 @@ std::string InLowerCase(std::string text) {
     for (char& c : text)
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     return text;
-}
-
-bool IsAction(const std::string& name) {
-    return ZEL::Schema::ActionTypes().Find(ZEL::Schema::Text(name.begin(), name.end())).has_value();
-}
-
-// The kinds that documents can name; what the vocabulary has beyond them has no class.
-bool IsObject(std::string_view name) {
-    return IsOneOf(name,
-                   {"process", "file", "directory", "module", "service", "reg_key", "reg_value",
-                    "kernel_object", "network", "url", "session", "etw", "amsi"});
 }
 
 // How an address of a network can begin: by the whole numbers that it starts with, or, of IPv4
@@ -111,7 +100,7 @@ private:
         const std::string name = InLowerCase(value);
         if (column == "action" && IsAction(name))
             out_.actions = {name};
-        else if (column == "object" && IsObject(name))
+        else if (column == "object" && IsObjectToAsk(name))
             out_.object = name;
         else if (column == "correlation_uid" && IsKept(value))
             out_.correlation = value;

@@ -1,8 +1,14 @@
 #include "sql/eventplan.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
+#include <new>
+#include <vector>
 
-#include "common/jsontext.h"
+#include "common/asciicase.h"
+#include "questions/keynames.h"
+#include "questions/narrowing.h"
 #include "records/columns.h"
 #include "records/eventtime.h"
 
@@ -13,36 +19,166 @@
 // Times: the store compares their texts, SQLite in the order of TimeOrder, which also reads forms
 // that a host may have stored in place of the usual one. The range is widened by more than such
 // texts can be out of place.
+//
+// Actions and objects are names of a list, so any condition on them is tried on the list, by SQLite
+// itself, and what fits is asked for. Of other columns equality alone is used, where a key decides
+// it (questions/narrowing.h): what LIKE and its kin find in a path may stand in an event whose key
+// could not hold that path.
 
 namespace zel {
 
 namespace {
 
-constexpr char isEqual = '=', isAbove = '>', isBelow = '<';
+enum Sign : char {
+    none = '\0',
+    equal = '=',
+    oneOf = 'i',
+    above = '>',
+    below = '<',
+    like = 'L',
+    glob = 'G',
+    regexp = 'R',
+};
 
-std::size_t TimeColumn() {
-    return static_cast<std::size_t>(FindColumn("time") - Columns().data());
-}
-
-char SignOf(unsigned char op) {
+Sign SignOf(unsigned char op) {
     switch (op) {
         case SQLITE_INDEX_CONSTRAINT_EQ:
-            return isEqual;
+            return equal;
         case SQLITE_INDEX_CONSTRAINT_GT:
         case SQLITE_INDEX_CONSTRAINT_GE:
-            return isAbove;
+            return above;
         case SQLITE_INDEX_CONSTRAINT_LT:
         case SQLITE_INDEX_CONSTRAINT_LE:
-            return isBelow;
+            return below;
+        case SQLITE_INDEX_CONSTRAINT_LIKE:
+            return like;
+        case SQLITE_INDEX_CONSTRAINT_GLOB:
+            return glob;
+        case SQLITE_INDEX_CONSTRAINT_REGEXP:
+            return regexp;
         default:
-            return '\0';
+            return none;
     }
 }
 
-// Both in the store's form.
-struct Range {
-    std::string since, until;
+bool IsIn(std::string_view text, std::initializer_list<std::string_view> all) {
+    return std::find(all.begin(), all.end(), text) != all.end();
+}
+
+// Whether a condition may narrow the walk. Where a statement names an order of its own, text that
+// is equal in it may not be so in the key.
+bool IsOfUse(std::string_view column, Sign sign, std::string_view collation) {
+    if (column == "time")
+        return sign != regexp && (collation == TimeOrder::name || sign == like || sign == glob);
+    const bool isEquality =
+        (sign == equal || sign == oneOf) && IsIn(collation, {"BINARY", "NOCASE"});
+    if (IsIn(column, {"action", "object"}))
+        return isEquality || sign == like || sign == glob || sign == regexp;
+    return isEquality && IsIn(column, {"correlation_uid", "target_hash", "src_ip", "dst_ip"});
+}
+
+// What a condition leaves of the rows. Only the order of these numbers matters.
+double ShareOf(std::string_view column) {
+    return IsIn(column, {"correlation_uid", "target_hash"}) ? 0.01 : 0.25;
+}
+
+// The text of a value; none for other kinds, which a comparison may still turn into text.
+std::optional<std::string> TextOf(sqlite3_value* value) {
+    if (sqlite3_value_type(value) != SQLITE_TEXT)
+        return std::nullopt;
+    const auto* const text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    if (text == nullptr)
+        throw std::bad_alloc();
+    return std::string(text, static_cast<std::size_t>(sqlite3_value_bytes(value)));
+}
+
+// One condition whose value has come.
+struct Given {
+    std::string_view column;
+    Sign sign;
+    std::vector<std::string> values;  // one, but for oneOf
 };
+
+// The values of a condition. False when one is of another kind, so that nothing follows from it;
+// `*fitsNone` when no row can fit. A list of SQLite may hold nulls, which nothing equals.
+bool ReadValues(sqlite3_value* value, Given* given, bool* fitsNone) {
+    if (given->sign != oneOf) {
+        *fitsNone = sqlite3_value_type(value) == SQLITE_NULL;
+        auto text = TextOf(value);
+        if (text)
+            given->values.push_back(std::move(*text));
+        return text.has_value();
+    }
+    sqlite3_value* each = nullptr;
+    int result = sqlite3_vtab_in_first(value, &each);
+    for (; result == SQLITE_OK; result = sqlite3_vtab_in_next(value, &each)) {
+        if (sqlite3_value_type(each) == SQLITE_NULL)
+            continue;
+        auto text = TextOf(each);
+        if (!text)
+            return false;
+        given->values.push_back(std::move(*text));
+    }
+    *fitsNone = result == SQLITE_DONE && given->values.empty();
+    return result == SQLITE_DONE;
+}
+
+// A condition on a name of a list, as SQLite itself answers it.
+class NameTest {
+public:
+    NameTest(sqlite3* database, Sign sign) {
+        const char* const text = sign == like   ? "SELECT ?1 LIKE ?2"
+                                 : sign == glob ? "SELECT ?1 GLOB ?2"
+                                                : "SELECT ?1 REGEXP ?2";
+        sqlite3_prepare_v2(database, text, -1, &statement_, nullptr);
+    }
+    ~NameTest() { sqlite3_finalize(statement_); }
+    NameTest(const NameTest&) = delete;
+    NameTest& operator=(const NameTest&) = delete;
+
+    // None when it can't be told, such as of a bad expression.
+    std::optional<bool> Fits(const std::string& name, const std::string& pattern) {
+        sqlite3_reset(statement_);
+        Bind(1, name);
+        Bind(2, pattern);
+        if (statement_ == nullptr || sqlite3_step(statement_) != SQLITE_ROW)
+            return std::nullopt;
+        return sqlite3_column_int(statement_, 0) != 0;
+    }
+
+private:
+    void Bind(int place, const std::string& text) {
+        sqlite3_bind_text(statement_, place, text.c_str(), static_cast<int>(text.size()),
+                          SQLITE_STATIC);
+    }
+    sqlite3_stmt* statement_ = nullptr;
+};
+
+// The names that fit a condition; none when more may fit than the list has.
+std::optional<std::vector<std::string>> FittingNames(const Given& given, sqlite3* database) {
+    std::vector<std::string> fitting;
+    const std::vector<std::string> names = KeyNames(given.column);
+    if (given.sign == equal || given.sign == oneOf) {
+        for (const std::string& value : given.values) {
+            const auto same = std::find_if(names.begin(), names.end(), [&](const auto& name) {
+                return ZEL::EqualsNoCase(std::string_view(name), std::string_view(value));
+            });
+            if (same == names.end())
+                return std::nullopt;
+            fitting.push_back(*same);
+        }
+        return fitting;
+    }
+    NameTest test(database, given.sign);
+    for (const std::string& name : names) {
+        const auto fits = test.Fits(name, given.values.front());
+        if (!fits)
+            return std::nullopt;
+        if (*fits)
+            fitting.push_back(name);
+    }
+    return fitting;
+}
 
 std::string Moved(const std::string& time, std::int64_t milliseconds) {
     const auto at = MillisecondsIn(time);
@@ -50,65 +186,170 @@ std::string Moved(const std::string& time, std::int64_t milliseconds) {
     return moved ? moved->text : "";
 }
 
-// Narrows the range to a condition's; what is no time has its place among texts, and narrows
-// nothing.
-void Narrow(Range* range, char sign, const std::string& time) {
-    constexpr std::int64_t back = -2000, ahead = 120'000;
-    if (!IsStoredTime(time))
-        return;
-    if (sign != isBelow)
-        range->since = std::max(range->since, Moved(time, back));
-    const std::string until = sign != isAbove ? Moved(time, ahead) : "";
-    if (!until.empty())
-        range->until = range->until.empty() ? until : std::min(range->until, until);
+// What all conditions together leave to be asked.
+class Question {
+public:
+    Question(sqlite3* database, const TimeOrder& times) : database_(database), times_(times) {}
+
+    void Take(const Given& given) {
+        if (given.column == "time")
+            TakeTime(given);
+        else if (given.column == "action")
+            Keep(FittingNames(given, database_), &actions_);
+        else if (given.column == "object")
+            Keep(FittingNames(given, database_), &objects_);
+        else
+            rest_.push_back(given);
+    }
+    std::string Document(bool joinsEnrichments) const;
+
+private:
+    using Names = std::optional<std::vector<std::string>>;
+
+    // Of several conditions on one column, what fits all.
+    static void Keep(Names fitting, Names* kept) {
+        if (fitting && *kept)
+            std::erase_if(**kept, [&](const std::string& name) {
+                return std::find(fitting->begin(), fitting->end(), name) == fitting->end();
+            });
+        else if (fitting)
+            *kept = std::move(fitting);
+    }
+
+    void TakeTime(const Given& given);
+    void Narrow(Sign sign, const std::string& time);
+    std::vector<std::string> Objects() const;
+    std::vector<Narrowing> Parts() const;
+
+    sqlite3* const database_;
+    const TimeOrder& times_;
+    std::string since_, until_;  // in the store's form; empty: no bound
+    Names actions_, objects_;
+    std::vector<Given> rest_;
+};
+
+void Question::TakeTime(const Given& given) {
+    if (given.sign == like || given.sign == glob) {
+        constexpr std::size_t dateLength = 10;
+        const std::string& pattern = given.values.front();
+        const bool isPlain =
+            pattern.find_first_not_of("0123456789-") >= std::min(dateLength, pattern.size());
+        const std::string date = times_.Resolve(pattern.substr(0, dateLength));
+        if (!isPlain || pattern.size() < dateLength || !IsStoredTime(date))
+            return;
+        constexpr std::int64_t day = 86'400'000;
+        Narrow(above, date);
+        return Narrow(below, Moved(date, day));
+    }
+    // Of several times the first and the last one.
+    std::vector<std::string> times;
+    for (const std::string& value : given.values)
+        times.push_back(times_.Resolve(value));
+    if (!std::all_of(times.begin(), times.end(), IsStoredTime))
+        return;  // what is no time has its place among texts, and narrows nothing
+    const auto [first, last] = std::minmax_element(times.begin(), times.end());
+    if (given.sign != below)
+        Narrow(above, *first);
+    if (given.sign != above)
+        Narrow(below, *last);
 }
 
-std::string SubQuery(const Range& range) {
-    const std::string since = range.since.empty() ? "1601-01-01T00:00:00.000Z" : range.since;
-    std::string text = R"({"begin_time":{"operator":{"value":"greater_than_or_equal"},"value":)" +
-                       wm::JsonString(since) + "}";
-    if (!range.until.empty())
-        text += R"(,"end_time":{"operator":{"value":"less_than_or_equal"},"value":)" +
-                wm::JsonString(range.until) + "}";
-    return text + "}";
+void Question::Narrow(Sign sign, const std::string& time) {
+    constexpr std::int64_t back = -2000, ahead = 120'000;
+    const std::string moved = Moved(time, sign == above ? back : ahead);
+    if (moved.empty())
+        return;
+    if (sign == above)
+        since_ = std::max(since_, moved);
+    else
+        until_ = until_.empty() ? moved : std::min(until_, moved);
+}
+
+// The kinds to ask for; empty for all.
+std::vector<std::string> Question::Objects() const {
+    if (!objects_ || !std::all_of(objects_->begin(), objects_->end(), IsObjectToAsk))
+        return {};
+    return *objects_;
+}
+
+// The sub-queries: the kinds, each with what else narrows it. Of a list only one value can be asked
+// for at a time, so longer ones are left to SQLite.
+std::vector<Narrowing> Question::Parts() const {
+    std::vector<Narrowing> parts;
+    std::vector<std::string> objects = Objects();
+    if (objects.empty())
+        objects.emplace_back();
+    for (const std::string& object : objects) {
+        std::vector<Condition> conditions;
+        const auto add = [&](std::string_view column, ConditionOperator op,
+                             const std::string& value) {
+            ConditionProblem problem;
+            if (auto made = Condition::Make(*FindColumn(column), op, value, nullptr, &problem))
+                conditions.push_back(std::move(*made));
+        };
+        if (!object.empty())
+            add("object", ConditionOperator::equals, object);
+        for (const Given& given : rest_) {
+            const bool isAddress = given.column.ends_with("_ip");
+            if (given.values.size() == 1)
+                add(given.column,
+                    isAddress ? ConditionOperator::inNetwork : ConditionOperator::equals,
+                    given.values.front());
+        }
+        Narrowing& part = parts.emplace_back(NarrowingOf(conditions));
+        part.since = since_;
+        part.until = until_;
+        if (actions_)
+            part.actions = *actions_;
+    }
+    return parts;
+}
+
+std::string Question::Document(bool joinsEnrichments) const {
+    std::string events;
+    for (const Narrowing& part : Parts())
+        events.append(events.empty() ? "" : ",").append(SubQueryOf(part));
+    return R"({"event_query":{"events":[)" + events + "]" +
+           (joinsEnrichments ? R"(,"include_enrichments":true)" : "") + "}}";
 }
 
 }  // namespace
 
-int PlanEvents(sqlite3_index_info& info, bool, std::string* plan) {
-    constexpr double share = 4;  // of the rows, by each end of a range
+int PlanEvents(sqlite3_index_info& info, bool hasColumns, std::string* plan) {
     for (int i = 0, taken = 0; i < info.nConstraint; ++i) {
         const auto& condition = info.aConstraint[i];
-        const char sign = SignOf(condition.op);
-        if (condition.usable == 0 || sign == '\0' ||
-            condition.iColumn != static_cast<int>(TimeColumn()) ||
-            std::string_view(sqlite3_vtab_collation(&info, i)) != TimeOrder::name)
+        if (condition.usable == 0 || condition.iColumn < 0 ||
+            (!hasColumns && condition.iColumn != 0))
             continue;
+        const std::string_view column = Columns()[static_cast<std::size_t>(condition.iColumn)].name;
+        Sign sign = SignOf(condition.op);
+        if (sign == none || !IsOfUse(column, sign, sqlite3_vtab_collation(&info, i)))
+            continue;
+        if (sign == equal && sqlite3_vtab_in(&info, i, 1) != 0)
+            sign = oneOf;
         info.aConstraintUsage[i].argvIndex = ++taken;
-        plan->append({static_cast<char>('a' + condition.iColumn), sign});
-        info.estimatedCost /= share;
-        info.estimatedRows = std::max<sqlite3_int64>(1, info.estimatedRows / 4);
+        plan->append({static_cast<char>('a' + condition.iColumn), static_cast<char>(sign)});
+        info.estimatedCost *= ShareOf(column);
+        info.estimatedRows = static_cast<sqlite3_int64>(info.estimatedCost) + 1;
     }
     return SQLITE_OK;
 }
 
 std::optional<std::string> DocumentFor(const std::string& plan, std::span<sqlite3_value*> values,
-                                       const TimeOrder& times, bool joinsEnrichments) {
-    Range range;
+                                       sqlite3* database, const TimeOrder& times,
+                                       bool joinsEnrichments) {
+    Question question(database, times);
     for (std::size_t i = 0; i < values.size(); ++i) {
-        const int type = sqlite3_value_type(values[i]);
-        if (type == SQLITE_NULL)
-            return std::nullopt;  // nothing compares with null
-        if (type != SQLITE_TEXT)
-            continue;
-        const auto* const text = reinterpret_cast<const char*>(sqlite3_value_text(values[i]));
-        if (text == nullptr)
-            throw std::bad_alloc();
-        Narrow(&range, plan[2 * i + 1],
-               times.Resolve({text, static_cast<std::size_t>(sqlite3_value_bytes(values[i]))}));
+        const auto column = static_cast<std::size_t>(plan[2 * i] - 'a');
+        Given given{Columns()[column].name, static_cast<Sign>(plan[2 * i + 1]), {}};
+        bool fitsNone = false;
+        const bool isText = ReadValues(values[i], &given, &fitsNone);
+        if (fitsNone)
+            return std::nullopt;
+        if (isText)
+            question.Take(given);
     }
-    return R"({"event_query":{"events":[)" + SubQuery(range) + "]" +
-           (joinsEnrichments ? R"(,"include_enrichments":true)" : "") + "}}";
+    return question.Document(joinsEnrichments);
 }
 
 }  // namespace zel

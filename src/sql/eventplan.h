@@ -16,8 +16,10 @@ namespace zel {
 // the time.
 int PlanEvents(sqlite3_index_info& info, bool hasColumns, std::string* plan);
 
-// The query document for the values of a plan; none when no row can fit them.
+// The query document for the values of a plan; none when no row can fit them. Asks the database
+// what its own operators make of names.
 std::optional<std::string> DocumentFor(const std::string& plan, std::span<sqlite3_value*> values,
-                                       const TimeOrder& times, bool joinsEnrichments);
+                                       sqlite3* database, const TimeOrder& times,
+                                       bool joinsEnrichments);
 
 }  // namespace zel

@@ -26,10 +26,11 @@ public:
     using TableCursor::TableCursor;
 
     int Filter(const std::string& plan, std::span<sqlite3_value*> values) override {
+        SqlConnection& connection = *Table().connection;
         walk_.reset();  // two at a time would only be in each other's way
         row_ = 0;
-        const auto document =
-            DocumentFor(plan, values, Table().connection->Times(), JoinsEnrichments());
+        const auto document = DocumentFor(plan, values, connection.Database(), connection.Times(),
+                                          JoinsEnrichments());
         atEnd_ = !document;
         if (document)
             walk_ = std::make_unique<EventWalk>(Table().store, *document);

@@ -26,6 +26,7 @@ public:
     // Whether the statement is to end: the program, or whoever uses the connection, wants that.
     // Costs a small statement.
     bool IsInterrupted() const noexcept;
+    sqlite3* Database() const noexcept { return database_; }
     TimeOrder& Times() noexcept { return times_; }
 
     // A statement begins with the first of its cursors.
