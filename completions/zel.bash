@@ -7,7 +7,7 @@ _zel_flags() { # COMMAND: its flags
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
             --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
-            --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse ;;
+            --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --tz ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --including-foreign --output ;;
         info) echo --help --check --output ;;
@@ -31,6 +31,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
         --config | --position | --machine) echo FILE ;;
         --since | --until) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
+        --tz) echo local UTC ;;
         --by) echo event receive ;;
         --format) echo record windows-json windows-xml evtx ecs ocsf osquery audit ;;
         --action) echo create delete open rename modify set_attributes encrypt decrypt close set_security \
@@ -38,9 +39,9 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             statistic scan generic enumerate reputation_query ;;
         --object) echo process file directory module service reg_key reg_value kernel_object network url \
             session etw amsi ;;
-        -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table; else echo table json; fi ;;
+        -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table csv timesketch; else echo table json; fi ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
-            --limit | -n | --last | --max-size | --stop-below | --resume-percent) echo NONE ;;
+            --limit | -n | --last | --fields | --max-size | --stop-below | --resume-percent) echo NONE ;;
     esac
 }
 

@@ -61,15 +61,16 @@ private:
 };
 
 TimeArgument Good(Point point) {
-    return {true, wm::FormatUtc(wm::ToSystemTime(point)), "", "", 0};
+    return {true, wm::FormatUtc(wm::ToSystemTime(point)), "", "", 0, false};
 }
 TimeArgument GoodDay(Point midnight) {
     TimeArgument day = Good(midnight);
+    day.isOfAnyZone = true;
     day.endOfDay = Good(midnight + days(1) - milliseconds(1)).text;
     return day;
 }
 TimeArgument Bad(const char* error, std::size_t column) {
-    return {false, "", "", error, column};
+    return {false, "", "", error, column, false};
 }
 
 // The bound keeps the sum within what milliseconds of 64 bits hold, so no distance wraps around.
@@ -130,6 +131,7 @@ TimeArgument ParseClock(Cursor& in, Point date) {
     if (!fraction)
         return Bad("digits are expected behind the point", in.Column());
     const std::size_t offsetAt = in.Column();
+    const bool hasOffset = !in.AtEnd();
     const auto offset = ParseOffset(in);
     if (!offset)
         return Bad("Z or an offset such as +02:00 is expected", in.Column());
@@ -139,7 +141,9 @@ TimeArgument ParseClock(Cursor& in, Point date) {
                         milliseconds(*fraction) - *offset;
     if (point < firstPoint || point > lastPoint)
         return Bad("the offset leads out of the years 1601 to 9999", offsetAt);
-    return Good(point);
+    TimeArgument time = Good(point);
+    time.isOfAnyZone = !hasOffset;
+    return time;
 }
 
 TimeArgument ParseDate(const std::string& argument) {

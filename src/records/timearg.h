@@ -18,6 +18,8 @@ struct TimeArgument {
     std::string endOfDay;    // of a date, "today" and "yesterday": their last millisecond
     std::string error;       // what is wrong
     std::size_t column = 0;  // where, counted from 0
+    // Neither an offset nor a moment from now tells its zone, so that it is only taken as UTC.
+    bool isOfAnyZone = false;
 };
 // `now` is what "now", days by name and distances are reckoned from, in UTC.
 TimeArgument ParseTimeArgument(const std::string& argument,

@@ -104,7 +104,7 @@ void AddAnswer(CLI::App& command, AnswerOptions& options, CLI::Option* keys) {
         .add_option("-o,--output", options.output,
                     "By default table on a terminal, else ndjson: one JSON text a line")
         ->excludes(keys)
-        ->check(CLI::IsMember({"ndjson", "json", "ocsf", "table"}))
+        ->check(CLI::IsMember({"ndjson", "json", "ocsf", "table", "csv", "timesketch"}))
         ->type_name("FORM");
     AddText(command, "-n,--last", options.last, "NUMBER",
             "Print so many of the newest events, the newest first");
@@ -113,6 +113,12 @@ void AddAnswer(CLI::App& command, AnswerOptions& options, CLI::Option* keys) {
     CLI::Option* const reverse =
         command.add_flag("--reverse", options.reverse, "Print the newest events first");
     sort->excludes(reverse);
+    AddText(command, "--fields", options.fields, "LIST",
+            "Print these columns alone, such as time,action,target_path; also JSON pointers")
+        ->excludes(keys);
+    AddText(command, "--tz", options.zone, "ZONE",
+            "Print times of this zone, such as Europe/Berlin or local, and read those without one "
+            "in it");
 }
 
 void AddQuery(CLI::App& command, Run& run) {

@@ -41,6 +41,8 @@ struct AnswerOptions {
     std::string last;    // a number: so many of the newest; empty: all
     bool sort = false;   // by time, the oldest first
     bool reverse = false;  // the newest first
+    std::string fields;    // columns and JSON pointers with commas between; empty: what suits
+    std::string zone;      // of the times that are printed, and of those that tell none
 };
 
 struct QueryOptions {

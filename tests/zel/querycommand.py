@@ -2,6 +2,8 @@
 
 querycommand.py ZEL RECORDS
 """
+import csv
+import io
 import json
 import os
 import pty
@@ -217,6 +219,53 @@ def ordered(zel):
         zel.check(f"{wrong} is refused", 2, zel.run("query", *wrong).returncode)
 
 
+def fields(zel):
+    """Columns, pointers and zones in the forms that show them."""
+    line = '=cmd|"x",1\r\n\u00e4'
+    event = json.loads(record(7, "@SUM(1)", "-x"))
+    event["artifacts"]["actor"].update(cmd_line={"value": [line]}, pid={"value": [4]})
+    event["a/b~"] = [{"x": -1}, None, True]
+    zel.run("ingest", given=json.dumps(event).encode())
+    key = zel.rows("--print-keys")[0].decode()
+    zel.run("enrich", key, given=b'{"a": 1}')
+    wanted = ("time", "seq", "actor_pid", "actor_path", "target_path", "actor_cmd_line", "user",
+              "/a~1b~0/0/x", "/a~1b~0/1", "/a~1b~0/2", "/a~1b~0/3", "enrichments", "key")
+    question = ("--fields", ",".join(wanted), "--enrichments")
+    plain = [TIME, 7, 4, "-x", "@SUM(1)", line, None, -1, None, True, None, [{"a": 1}], key]
+    zel.check("as JSON", [dict(zip(wanted, plain))], json.loads(zel.run("query", "-o", "json", *question).stdout))
+    zel.check("a line each", [dict(zip(wanted, plain))], [json.loads(row) for row in zel.rows(*question)])
+    text = zel.run("query", "-o", "csv", *question).stdout.decode()
+    cells = [TIME, "7", "4", "'-x", "'@SUM(1)", "'" + line, "", "-1", "", "true", "",
+             '[{"a":1}]', key]
+    zel.check("as CSV", [list(wanted), cells], list(csv.reader(io.StringIO(text, newline=""))))
+    zel.check("its lines end as they have to", 2, text.replace("\r\n\u00e4", "").count("\r\n"))
+    table = zel.run("query", "-o", "table", *question[:2], "--enrichments", columns=150).stdout.decode().splitlines()
+    zel.check("as a table", (2, True, True), (len(table), table[0].startswith("TIME"), max(map(width, table)) <= 150))
+    every = next(csv.DictReader(io.StringIO(zel.run("query", "-o", "csv", "--with-key").stdout.decode(), newline="")))
+    zel.check("all columns", (key, "7", False), (every["key"], every["seq"], "event" in every))
+    sketch = json.loads(zel.run("query", "-o", "timesketch").stdout)
+    zel.check("a timeline", ("create file @SUM(1) by -x", "2026-01-02T03:04:05.006+00:00", "event time", line),
+              tuple(sketch[name] for name in ("message", "datetime", "timestamp_desc", "actor_cmd_line")))
+    for zone, shown in (("Europe/Berlin", "2026-01-02T04:04:05.006+01:00"), ("UTC", TIME),
+                        ("America/St_Johns", "2026-01-01T23:34:05.006-03:30")):
+        for form in ("csv", "table"):
+            got = zel.run("query", "-o", form, "--tz", zone, "--fields", "time").stdout.decode().split()[1]
+            zel.check(f"{zone} as {form}", shown, got)
+        zel.check("and read back", 1, len(zel.rows("--since", shown, "--until", shown)))
+        zel.check("without its offset", 1, len(zel.rows("--since", shown[:23], "--until", shown[:23], "--tz", zone)))
+        zel.check("its day", 1, len(zel.rows("--day", shown[:10], "--tz", zone)))
+    days = {"2026-03-29": ("2026-03-28T23:00:00.000Z", "2026-03-29T21:59:59.999Z"),
+            "2026-10-25": ("2026-10-24T22:00:00.000Z", "2026-10-25T22:59:59.999Z")}
+    for day, ends in days.items():
+        asked = json.loads(zel.run("query", "--explain", "--tz", "Europe/Berlin", "--day", day).stdout)
+        part = asked["event_query"]["events"][0]
+        zel.check(f"{day} whole", ends, (part["begin_time"]["value"], part["end_time"]["value"]))
+    for wrong in (("--fields", "tim"), ("--fields", "time,,seq"), ("--fields", "/a~2"), ("--fields", "enrichments"),
+                  ("--fields", "time", "-o", "ocsf"), ("--tz", "Nowhere"), ("--tz", "../x")):
+        ended = zel.run("query", *wrong)
+        zel.check(f"{wrong} is refused", (2, True), (ended.returncode, wrong[0].encode() in ended.stderr))
+
+
 def files(zel):
     """Documents in files, and what is none."""
     document = b'{"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}}'
@@ -301,6 +350,7 @@ def enrichments(zel):
 def main(program, records):
     failures = 0
     for scenario, arguments in ((refusals, ()), (outputs, (records,)), (hostile, ()), (tables, ()), (twice, ()), (ordered, ()),
+                                (fields, ()),
                                 (files, ()), (nothing, ()), (enrichments, ())):
         with Zel(program) as zel:
             scenario(zel, *arguments)

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 
 // How an answer leaves. On a terminal a person reads it: in the order of time, as a table. A script
@@ -28,6 +29,51 @@ bool ReadLast(const std::string& text, std::int64_t* last) {
     return parsed.ec == std::errc() && parsed.ptr == end && *last >= 1 && *last <= most;
 }
 
+// Which fields the form shows; none where it shows whole events.
+bool ReadFields(const QueryOptions& options, const QueryPlan& query, FormChoice* form,
+                std::string* problem) {
+    const bool isTimeline = form->name == "timesketch";
+    if (options.answer.fields.empty()) {
+        if (isTimeline || form->name == "csv")
+            form->fields = AllFields(options.withKey, query.joinsEnrichments);
+        return true;
+    }
+    if (form->name == "ocsf" || isTimeline) {
+        *problem = "--fields: -o " + form->name + " has fields of its own";
+        return false;
+    }
+    auto fields = ParseFields(options.answer.fields, problem);
+    if (!fields) {
+        *problem = "--fields: " + *problem;
+        return false;
+    }
+    for (const Field& field : *fields)
+        if (field.IsEnrichments() && !query.joinsEnrichments) {
+            *problem = "--fields: enrichments are there with --enrichments alone";
+            return false;
+        }
+    form->fields = std::move(*fields);
+    const bool hasKey = std::any_of(form->fields.begin(), form->fields.end(),
+                                    [](const Field& field) { return field.IsKey(); });
+    if (options.withKey && !hasKey)
+        form->fields.insert(form->fields.begin(), {"key", FindColumn("key"), {}});
+    return true;
+}
+
+bool ReadZone(const AnswerOptions& options, ZoneTime* zone, std::string* problem) {
+    auto found = ZoneTime::Find(options.zone.empty() ? "UTC" : options.zone, problem);
+    if (found)
+        *zone = std::move(*found);
+    else
+        *problem = "--tz: " + *problem;
+    return found.has_value();
+}
+
+bool Refuse(const char* why, std::string* problem) {
+    *problem = why;
+    return false;
+}
+
 // The order that was asked for, with what of it `--limit` and `--last` leave.
 std::optional<EventOrder> OrderOf(const AnswerOptions& options, const QueryPlan& query,
                                   std::int64_t last, bool isTerminal) {
@@ -42,35 +88,44 @@ std::optional<EventOrder> OrderOf(const AnswerOptions& options, const QueryPlan&
     return order;
 }
 
+void PlanOrder(std::int64_t last, const std::optional<EventOrder>& order, QueryPlan* query,
+               AnswerPlan* answer) {
+    answer->order = order;
+    if (!order)
+        return;
+    answer->limitsInOrder = last < 0;
+    query->asksForAll = true;
+    if (order->keepsNewest && order->most >= 0 && !query->byReceive)
+        answer->newest = order->most + (last < 0 ? 1 : 0);  // one more, to know of more
+}
+
 }  // namespace
 
 bool PlanAnswer(const QueryOptions& options, QueryPlan* query, AnswerPlan* answer,
                 std::string* problem) {
     const bool isTerminal = ::isatty(STDOUT_FILENO) == 1;
-    answer->form = FormName(options, isTerminal);
-    answer->columns = TerminalColumns();
+    answer->form.name = FormName(options, isTerminal);
+    answer->form.columns = TerminalColumns();
+    if (!ReadFields(options, *query, &answer->form, problem) ||
+        !ReadZone(options.answer, &answer->form.zone, problem))
+        return false;
+    if (options.withKey && answer->form.name == "table")
+        return Refuse("--with-key: a table has no room for keys; -o ndjson or -o json has",
+                      problem);
+    answer->needsKeys = options.withKey;
+    for (const Field& field : answer->form.fields)
+        answer->needsKeys = answer->needsKeys || field.IsKey();
     std::int64_t last = -1;
-    if (!options.answer.last.empty() && !ReadLast(options.answer.last, &last)) {
-        *problem = "--last: a number from 1 to 2147483647 is expected";
-        return false;
-    }
-    if (last >= 0 && query->limit >= 0) {
-        *problem = "--last takes the place of a limit";
-        return false;
-    }
-    answer->order = OrderOf(options.answer, *query, last, isTerminal);
-    if (!answer->order)
-        return true;
-    answer->limitsInOrder = last < 0;
-    query->asksForAll = true;
-    const EventOrder& order = *answer->order;
-    if (order.keepsNewest && order.most >= 0 && !query->byReceive)
-        answer->newest = order.most + (last < 0 ? 1 : 0);  // one more, to know of more
+    if (!options.answer.last.empty() && !ReadLast(options.answer.last, &last))
+        return Refuse("--last: a number from 1 to 2147483647 is expected", problem);
+    if (last >= 0 && query->limit >= 0)
+        return Refuse("--last takes the place of a limit", problem);
+    PlanOrder(last, OrderOf(options.answer, *query, last, isTerminal), query, answer);
     return true;
 }
 
 Answer::Answer(const AnswerPlan& plan, Output& output)
-    : form_(MakeResultForm(plan.form, plan.columns)),
+    : form_(MakeResultForm(plan.form)),
       stream_(output, *form_),
       limitsInOrder_(plan.order && plan.limitsInOrder) {
     if (plan.order)

@@ -17,11 +17,11 @@ namespace zel {
 
 // What the flags say of how an answer leaves, understood and checked.
 struct AnswerPlan {
-    std::string form;  // as MakeResultForm takes it
-    std::size_t columns = 0;
+    FormChoice form;
     std::optional<EventOrder> order;  // none: as the store gives them
     // Whether the limit is the order's business, so that nobody else may cut the answer off.
     bool limitsInOrder = false;
+    bool needsKeys = false;
     // So many of the newest events are looked for; negative where the oldest count.
     std::int64_t newest = -1;
 };

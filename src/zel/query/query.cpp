@@ -128,9 +128,9 @@ int EndOf(HRESULT result, const QueryPlan& plan, const ResultIntake& intake, con
 ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan,
                               const AnswerPlan& answer) {
     using Wanted = ResultIntake::Wanted;
-    const auto keys = options.printKeys ? Wanted::alone
-                      : options.withKey ? Wanted::beside
-                                        : Wanted::none;
+    const auto keys = options.printKeys  ? Wanted::alone
+                      : answer.needsKeys ? Wanted::beside
+                                         : Wanted::none;
     return {options.duplicates, keys, answer.order ? -1 : plan.limit};
 }
 
@@ -216,10 +216,6 @@ int AskStore(const QueryOptions& options, const value& document, Output& output)
 }  // namespace
 
 int RunQuery(const QueryOptions& options) {
-    if (options.withKey && options.answer.output == "table") {
-        Say("--with-key: a table has no room for keys; -o ndjson or -o json has");
-        return exitCode::usage;
-    }
     if (!options.machine.empty() && !UseMachine(options.machine))
         return exitCode::usage;
     value document;

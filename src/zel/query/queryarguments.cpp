@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "common/textbridge.h"
-#include "records/timearg.h"
+#include "records/eventtime.h"
 #include "zel/query/documentcheck.h"
 #include "zel/terminal/textfit.h"
 
@@ -59,8 +59,8 @@ public:
         : options_(options), out_(*arguments), problem_(*problem) {}
 
     bool Read() {
-        return CheckCombination() && CheckTexts() && CheckNames() && CheckHashes() && CheckIps() &&
-               ReadTimes() && ReadNumbers();
+        return ReadZone() && CheckCombination() && CheckTexts() && CheckNames() && CheckHashes() &&
+               CheckIps() && ReadTimes() && ReadNumbers();
     }
 
 private:
@@ -76,6 +76,17 @@ private:
             &options_.ips,         &options_.typeIds,  &options_.correlations};
         return std::any_of(std::begin(lists), std::end(lists),
                            [](const Texts* list) { return !list->empty(); });
+    }
+
+    // Ahead of the times, which may mean others there.
+    bool ReadZone() {
+        const std::string& name = options_.answer.zone;
+        std::string why;
+        auto zone = ZoneTime::Find(name.empty() ? "UTC" : name, &why);
+        if (!zone)
+            return Refuse("--tz: " + why);
+        zone_ = std::move(*zone);
+        return true;
     }
 
     // Ahead of the values, since a flag that does not belong there need not be right.
@@ -157,9 +168,7 @@ private:
                   std::string* endOfDay) {
         if (argument.empty())
             return true;
-        const auto now =
-            std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-        const TimeArgument time = ParseTimeArgument(argument, now);
+        const TimeArgument time = ParseTimeInZone(argument, zone_);
         if (!time.ok)
             return Refuse(Complaint(flag, argument, time.error, time.column));
         if (text != nullptr)
@@ -211,9 +220,31 @@ private:
     const QueryOptions& options_;
     QueryArguments& out_;
     std::string& problem_;
+    ZoneTime zone_;
 };
 
 }  // namespace
+
+// A day by its name is the one that the clocks there show.
+TimeArgument ParseTimeInZone(const std::string& argument, const ZoneTime& zone) {
+    using std::chrono::milliseconds;
+    const auto now = std::chrono::floor<milliseconds>(std::chrono::system_clock::now());
+    const bool isNamedDay = argument == "today" || argument == "yesterday";
+    TimeArgument time = ParseTimeArgument(argument, isNamedDay ? zone.ClockAt(now) : now);
+    if (!time.ok || !time.isOfAnyZone || zone.IsUtc())
+        return time;
+    const auto move = [&zone](std::string* text, milliseconds behind) {
+        const ZoneTime::Point clock{milliseconds(MillisecondsIn(*text).value_or(0)) + behind};
+        const auto moment =
+            EventTimeOfMilliseconds((zone.MomentOf(clock) - behind).time_since_epoch().count());
+        if (moment)
+            *text = moment->text;
+    };
+    move(&time.text, milliseconds(0));
+    if (!time.endOfDay.empty())
+        move(&time.endOfDay, milliseconds(1));  // the next day's first moment tells this one's end
+    return time;
+}
 
 bool ReadArguments(const QueryOptions& options, QueryArguments* arguments, std::string* problem) {
     return Reader(options, arguments, problem).Read();

@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "records/timearg.h"
 #include "zel/commands.h"
+#include "zel/results/zonetime.h"
 
 namespace zel {
 
@@ -24,6 +26,10 @@ struct QueryArguments {
 // absent. Reads no file and asks no store. `*arguments` is unspecified on failure. Distances such
 // as -2h are reckoned from the moment of the call.
 bool ReadArguments(const QueryOptions& options, QueryArguments* arguments, std::string* problem);
+
+// A time as people write it (records/timearg.h), read in a zone where it tells none: a date and a
+// day by its name, too. From now on, where it tells a distance.
+TimeArgument ParseTimeInZone(const std::string& argument, const ZoneTime& zone);
 
 // The place behind which a query by receive-time goes on: the row's time and number. People pass it
 // from one run to the next as TIME/NUMBER, so that form stays.

@@ -10,6 +10,7 @@
 
 #include "common/jsontext.h"
 #include "records/formats/ocsf.h"
+#include "zel/results/fieldforms.h"
 #include "zel/terminal/textfit.h"
 
 // A form turns one result after the other into text and keeps nothing, so that an answer of any
@@ -113,13 +114,16 @@ std::string NameOf(const value& artifact) {
 // stands last, is the only one that is never cut.
 class Table final : public ResultForm {
 public:
-    explicit Table(std::size_t columns) : columns_(columns) {
-        if (columns == 0)
+    explicit Table(const FormChoice& choice)
+        : columns_(choice.columns), zone_(choice.zone), hasColours_(choice.hasColours) {
+        if (!zone_.IsUtc())
+            timeWidth_ += 5;  // an offset such as +01:00 stands in place of Z
+        if (columns_ == 0)
             return;
         constexpr std::size_t narrowest = 8;
         actionWidth_ = 9;
-        const std::size_t fixed = timeWidth + objectWidth + actionWidth_ + 4 * gap;
-        const std::size_t left = columns > fixed ? columns - fixed : 0;
+        const std::size_t fixed = timeWidth_ + objectWidth + actionWidth_ + 4 * gap;
+        const std::size_t left = columns_ > fixed ? columns_ - fixed : 0;
         actorWidth_ = std::max(left * 2 / 5, narrowest);
         targetWidth_ = std::max(left - left * 2 / 5, narrowest);
     }
@@ -138,14 +142,14 @@ public:
         const value* const artifacts = Find(parsed, "artifacts");
         const value* const actor = artifacts != nullptr ? Find(*artifacts, "actor") : nullptr;
         const value* const target = artifacts != nullptr ? Find(*artifacts, "target") : nullptr;
-        return heading + Line(FirstValue(parsed, "begin_time"),
+        return heading + Line(zone_.Shown(FirstValue(parsed, "begin_time")),
                               target != nullptr ? FirstValue(*target, "object_type") : "",
                               FirstValue(parsed, "action"), NameOf(actor ? *actor : none),
                               NameOf(target ? *target : none));
     }
 
 private:
-    static constexpr std::size_t timeWidth = 24, objectWidth = 13, gap = 1;
+    static constexpr std::size_t objectWidth = 13, gap = 1;
     static constexpr std::size_t noLimit = std::string::npos;
 
     std::string Cut(const std::string& line) const {
@@ -159,28 +163,58 @@ private:
 
     std::string Line(const std::string& time, const std::string& object, const std::string& action,
                      const std::string& actor, const std::string& target) const {
-        std::string line = Column(time, timeWidth) + Column(object, objectWidth) +
-                           Column(action, actionWidth_) + Column(actor, actorWidth_, Keep::end) +
+        const std::string front = Column(time, timeWidth_);
+        const std::string kind = Column(object, objectWidth) + Column(action, actionWidth_);
+        std::string line = front + kind + Column(actor, actorWidth_, Keep::end) +
                            Fit(target, targetWidth_, Keep::end);
         line.erase(line.find_last_not_of(' ') + 1);
-        return Cut(line) + "\n";
+        line = Cut(line);
+        if (const std::string_view colour = ColourOf(object);
+            !colour.empty() && line.starts_with(front + kind)) {
+            line.insert(front.size() + kind.size(), "\x1b[0m");
+            line.insert(front.size(), colour);
+        }
+        return line + "\n";
+    }
+
+    // One for what happens to processes, files, the registry, the network, sessions and the rest;
+    // empty for no kind, such as the heading's.
+    std::string_view ColourOf(std::string_view object) const {
+        constexpr std::pair<std::string_view, std::string_view> colours[] = {
+            {"process", "\x1b[32m"},   {"module", "\x1b[32m"},        {"file", "\x1b[36m"},
+            {"directory", "\x1b[36m"}, {"reg_key", "\x1b[35m"},       {"reg_value", "\x1b[35m"},
+            {"network", "\x1b[34m"},   {"url", "\x1b[34m"},           {"session", "\x1b[33m"},
+            {"service", "\x1b[33m"},   {"kernel_object", "\x1b[31m"}, {"etw", "\x1b[31m"},
+            {"amsi", "\x1b[31m"}};
+        for (const auto& [kind, colour] : colours)
+            if (hasColours_ && kind == object)
+                return colour;
+        return {};
     }
 
     const std::size_t columns_;
+    const ZoneTime zone_;
+    const bool hasColours_;
+    std::size_t timeWidth_ = 24;
     std::size_t actionWidth_ = 16, actorWidth_ = 40, targetWidth_ = noLimit;
 };
 
 }  // namespace
 
-std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns) {
-    if (name == "table")
-        return std::make_unique<Table>(columns);
-    if (name == "json")
-        return std::make_unique<OneArray>();
+std::unique_ptr<ResultForm> MakeResultForm(FormChoice choice) {
+    const std::string& name = choice.name;
     if (name == "keys")
         return std::make_unique<Keys>();
     if (name == "ocsf")
         return std::make_unique<OcsfEvents>();
+    if (name == "timesketch")
+        return MakeTimesketchForm(std::move(choice.fields));
+    if (!choice.fields.empty())
+        return MakeFieldForm(std::move(choice));
+    if (name == "table")
+        return std::make_unique<Table>(choice);
+    if (name == "json")
+        return std::make_unique<OneArray>();
     return std::make_unique<Lines>();
 }
 

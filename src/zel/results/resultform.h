@@ -3,8 +3,11 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "zel/results/eventsink.h"
+#include "zel/results/fields.h"
+#include "zel/results/zonetime.h"
 
 namespace zel {
 
@@ -21,10 +24,20 @@ public:
     virtual std::string End(bool /*isEmpty*/) { return ""; }
 };
 
-// ndjson, json, ocsf, table or keys. A table fits `columns`; with 0, where no width is known, the
-// actor alone is cut, so that the columns stand below each other. An unknown name counts as ndjson:
-// the command line has checked it.
-std::unique_ptr<ResultForm> MakeResultForm(const std::string& name, std::size_t columns);
+// What was chosen of how results look.
+struct FormChoice {
+    // ndjson, json, ocsf, table, csv, timesketch or keys. An unknown name counts as ndjson: the
+    // command line has checked it.
+    std::string name;
+    // Of a table. With 0, where no width is known, no column but the last takes what it likes, so
+    // that the columns stand below each other.
+    std::size_t columns = 0;
+    // For csv and timesketch, and in place of whole events for all forms but ocsf and keys.
+    std::vector<Field> fields;
+    ZoneTime zone;            // of times in a table and in csv, and of fields
+    bool hasColours = false;  // of a table, by the kind of event
+};
+std::unique_ptr<ResultForm> MakeResultForm(FormChoice choice);
 
 // Columns of the terminal: COLUMNS, else what the terminal on stdout says, else 0.
 std::size_t TerminalColumns();
