@@ -124,25 +124,43 @@ bool Condition::IsOfWholeEvent() const noexcept {
     return column_->type == ColumnType::json;
 }
 
-Conditions::Conditions(std::vector<Condition> all) : all_(std::move(all)) {
-    const auto parted = std::stable_partition(
-        all_.begin(), all_.end(), [](const Condition& each) { return each.IsOfWholeEvent(); });
+Conditions::Conditions(std::vector<Alternatives> all) : all_(std::move(all)) {
+    const auto parted =
+        std::stable_partition(all_.begin(), all_.end(), [](const Alternatives& group) {
+            return std::all_of(group.begin(), group.end(),
+                               [](const Condition& each) { return each.IsOfWholeEvent(); });
+        });
     ofWholeEvent_ = static_cast<std::size_t>(parted - all_.begin());
 }
 
+Conditions::Conditions(const std::vector<Condition>& all)
+    : Conditions([&] {
+          std::vector<Alternatives> groups;
+          for (const Condition& each : all)
+              groups.push_back({each});
+          return groups;
+      }()) {}
+
 Conditions::Answer Conditions::Test(std::string_view event) {
     const auto onText = all_.begin() + static_cast<std::ptrdiff_t>(ofWholeEvent_);
-    if (!std::all_of(all_.begin(), onText, [&](const auto& each) { return each.Fits(event); }) ||
-        !std::all_of(onText, all_.end(), [&](const auto& each) { return each.MayFit(event); }))
-        return Answer::no;
+    const auto anyOf = [](const Alternatives& group, auto fits) {
+        return std::any_of(group.begin(), group.end(), fits);
+    };
+    const auto fitsText = [&](const Condition& each) { return each.Fits(event); };
+    const auto mayFit = [&](const Condition& each) { return each.MayFit(event); };
+    const auto fits = [&](const Condition& each) {
+        return each.Fits(reader_.Value(each.Column()));
+    };
+    for (auto group = all_.begin(); group != all_.end(); ++group)
+        if (group < onText ? !anyOf(*group, fitsText) : !anyOf(*group, mayFit))
+            return Answer::no;
     if (onText == all_.end())
         return Answer::yes;
     if (!reader_.Read(event))
         return Answer::unreadable;
-    const bool fit = std::all_of(onText, all_.end(), [&](const Condition& each) {
-        return each.Fits(reader_.Value(each.Column()));
-    });
-    return fit ? Answer::yes : Answer::no;
+    const bool allFit = std::all_of(onText, all_.end(),
+                                    [&](const Alternatives& group) { return anyOf(group, fits); });
+    return allFit ? Answer::yes : Answer::no;
 }
 
 }  // namespace zel

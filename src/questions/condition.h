@@ -67,8 +67,8 @@ class Condition {
 public:
     // `text`: COLUMN OP VALUE; blanks around a sign may be left out. Quotes around the whole value
     // are taken off, so that it may begin or end with blanks; within it nothing is special.
-    // Without a reader times are taken in the forms that records have. None, with why, for what
-    // can't be asked.
+    // Without a reader times are taken as ParseTimeArgument takes them, from now. None, with why,
+    // for what can't be asked.
     static std::optional<Condition> Parse(std::string_view text, const TimeReader& readTime,
                                           ConditionProblem* problem);
     // The same of parts; places in `problem` count from the value's start.
@@ -125,20 +125,22 @@ private:
     std::shared_ptr<const re2::RE2> expression_;
 };
 
+// Conditions one of which has to fit.
+using Alternatives = std::vector<Condition>;
+
 // Conditions all of which have to fit, tested on one event after the other. For one thread.
 class Conditions {
 public:
-    explicit Conditions(std::vector<Condition> all);
+    explicit Conditions(std::vector<Alternatives> all);
+    explicit Conditions(const std::vector<Condition>& all);
 
     enum class Answer : std::uint8_t { no, yes, unreadable };
     // `event`: the record's text. An event whose columns can't be read is `unreadable` where no
     // condition on its text alone has refused it.
     Answer Test(std::string_view event);
-    bool Empty() const noexcept { return all_.empty(); }
-    std::span<const Condition> All() const noexcept { return all_; }
 
 private:
-    std::vector<Condition> all_;  // those of the whole event come first
+    std::vector<Alternatives> all_;  // those of the whole event come first
     std::size_t ofWholeEvent_ = 0;
     RecordReader reader_;
 };

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 
 #include "common/asciicase.h"
 #include "common/textbridge.h"
 #include "questions/condition.h"
 #include "questions/ipaddress.h"
 #include "records/conversions.h"
-#include "records/eventtime.h"
+#include "records/timearg.h"
 
 // From the words of a person to a condition. A text is read from left to right: the column, the
 // operator, and all that is left is the value, so that command lines and paths need no quoting of
@@ -108,11 +109,13 @@ bool IsOfAddress(const Column& column) {
     return column.name == "src_ip" || column.name == "dst_ip";
 }
 
-TimeWords TimeOfRecord(std::string_view text) {
-    const auto time = ParseEventTime(text);
-    if (!time)
-        return {"", "", "a time such as 2026-11-12T10:00:00Z is expected", 0};
-    return {time->text, time->text, "", 0};
+TimeWords TimeFromNow(std::string_view text) {
+    const auto now =
+        std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    TimeArgument time = ParseTimeArgument(std::string(text), now);
+    if (!time.ok)
+        return {"", "", std::move(time.error), time.column};
+    return {time.text, time.endOfDay.empty() ? time.text : time.endOfDay, "", 0};
 }
 
 }  // namespace
@@ -192,7 +195,7 @@ bool Condition::UnderstandNumber(ConditionProblem* problem) {
     const bool isWord = value_.empty() || value_[0] < '0' || value_[0] > '9';
     const auto number = NumberIn(value_);
     if (!number || (isWord && column_->name != "protocol"))
-        return Refuse(problem, std::string(column_->name) + " is a number, which this is not");
+        return Refuse(problem, "a number is expected");
     number_ = *number;
     if (op_ == equals)
         hint_ = std::make_shared<EventSearch>(std::to_string(number_));
@@ -200,7 +203,7 @@ bool Condition::UnderstandNumber(ConditionProblem* problem) {
 }
 
 bool Condition::UnderstandTime(const TimeReader& readTime, ConditionProblem* problem) {
-    TimeWords time = readTime ? readTime(value_) : TimeOfRecord(value_);
+    TimeWords time = readTime ? readTime(value_) : TimeFromNow(value_);
     if (!time.problem.empty())
         return Refuse(problem, std::move(time.problem), time.at);
     firstTime_ = std::move(time.first);

@@ -72,6 +72,24 @@ void AddConditions(CLI::App& command, QueryOptions& options) {
     AddTexts(command, "--correlation", options.correlations, "UID", "Correlation identifier");
     AddTexts(command, "--type-id", options.typeIds, "NUMBER",
              "Number of the event type, such as 8001");
+    AddTexts(command, "--actor-uid", options.actorUids, "UID",
+             "Identifier of the acting process, as its source gave it");
+    AddText(command, "--key", options.key, "KEY",
+            "The one event with this key, as --with-key and --print-keys tell it");
+}
+
+// What is tested on an event's text suits a document as well as the flags.
+void AddTextConditions(CLI::App& command, QueryOptions& options) {
+    AddTexts(command, "--where", options.wheres, "CONDITION",
+             "COLUMN OP VALUE, with one of = != < <= > >= contains starts ends ~ (regular "
+             "expression) in (network); all that are given have to fit");
+    AddTexts(command, "--cmd-line", options.cmdLines, "TEXT",
+             "Part of the command line of the actor or of the target");
+    AddTexts(command, "--user", options.users, "NAME", "User, with or without a domain");
+    AddTexts(command, "--pid", options.pids, "NUMBER",
+             "Number of the acting process or of the target");
+    AddTexts(command, "--port", options.ports, "NUMBER", "Either port of a connection");
+    AddTexts(command, "--grep", options.greps, "TEXT", "Text anywhere in the event");
 }
 
 void AddTimes(CLI::App& command, QueryOptions& options) {
@@ -145,6 +163,7 @@ void AddQuery(CLI::App& command, Run& run) {
             if (option->count() != 0 && document->count() != 0)
                 throw CLI::ExcludesError(option->get_name(), "DOCUMENT");
     });
+    AddTextConditions(command, options);
     AddText(command, "--machine", options.machine, "FILE",
             "Read paths as on the machine that FILE describes (`zel machine show` writes one), "
             "not as on this one");

@@ -55,6 +55,11 @@ struct QueryOptions {
     // Values of one list are alternatives; all lists that hold something have to fit.
     std::vector<std::string> actions, objects, actorPaths, targetPaths, patterns, hashes, ips,
         correlations, typeIds;
+    // Asked of an event's text: values of one list are alternatives, but for `wheres`, each of
+    // which is COLUMN OP VALUE and has to fit.
+    std::vector<std::string> wheres, cmdLines, users, pids, ports, greps;
+    std::vector<std::string> actorUids;
+    std::string key;    // of the one event that is asked for; excludes all else that asks
     std::string limit;  // a number; empty: none
     bool enrichments = false;
     bool noLiveEnriched = false;

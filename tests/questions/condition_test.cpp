@@ -87,7 +87,7 @@ TEST(Condition, IsTestedByTheTypeOfItsColumn) {
         ConditionProblem problem;
         const auto condition = Condition::Parse(text, TimesOfTest, &problem);
         ASSERT_TRUE(condition) << text << ": " << problem.what;
-        const auto answer = Conditions({*condition}).Test(record);
+        const auto answer = Conditions(std::vector{*condition}).Test(record);
         EXPECT_EQ(answer, fits ? Conditions::Answer::yes : Conditions::Answer::no) << text;
     }
 }
@@ -100,8 +100,8 @@ TEST(Condition, ThatCantBeAskedIsToldWithItsPlace) {
         {"actor_path", "unknown operator \"\"", 10},
         {"actor_path =  ", "a value is expected", 14},
         {"key = p", "--key", 6},
-        {"actor_pid = x", "actor_pid is a number", 12},
-        {"actor_pid = tcp", "actor_pid is a number", 12},
+        {"actor_pid = x", "a number is expected", 12},
+        {"actor_pid = tcp", "a number is expected", 12},
         {"actor_path in 10.0.0.0/8", "only of src_ip and dst_ip", 14},
         {"src_ip in 10.0.0/8", "a network such as", 10},
         {"src_ip in 10.0.0.0/33", "0 to 32", 19},
@@ -127,7 +127,7 @@ TEST(Conditions, AreTestedTogetherAndTellWhatCantBeRead) {
         ConditionProblem problem;
         for (const char* text : texts)
             all.push_back(*Condition::Parse(text, nullptr, &problem));
-        return Conditions(std::move(all));
+        return Conditions(all);
     };
     using Answer = Conditions::Answer;
     EXPECT_EQ(of({"actor_pid = 4242", "event contains cmd"}).Test(record), Answer::yes);

@@ -11,6 +11,7 @@
 #include "records/timearg.h"
 #include "zel/commands.h"
 #include "zel/ingest/readlines.h"
+#include "zel/query/eventkey.h"
 #include "zel/query/jsonscan.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -30,27 +31,6 @@ namespace {
 
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
-
-// Why a text is no key of an event; empty when it is one. The store would take any text for a key
-// and keep what can never be joined to an event, so it is looked at here. Only the date decides
-// about the folder; of the rest the shape is enough.
-std::string_view WhyNoEventKey(std::string_view key) {
-    constexpr std::size_t dateLength = 10;
-    const ZEL::KeyShape shape = ZEL::ShapeOf(key);
-    if (shape == ZEL::KeyShape::receive)
-        return "this is the key of a receive-time row, not of an event";
-    if (shape == ZEL::KeyShape::none)
-        return "an event's key begins with p<begin_time>";
-    const std::string date(ZEL::BeginTimeOf(key).substr(0, dateLength));
-    const TimeArgument time = ParseTimeArgument(date, {});
-    if (date.empty() || date[0] < '0' || date[0] > '9' || !time.ok)
-        return "the key has no date";
-    if (shape == ZEL::KeyShape::cutOff)
-        return "the key is cut off: it has no sequence, object_type or action";
-    if (shape == ZEL::KeyShape::enrichment)
-        return "this is the key of an enrichment, not of an event";
-    return "";
-}
 
 // One line of text with the same meaning: results are one a line. Line ends stand between the
 // tokens of good JSON only, never within a string, so nothing changes its meaning.

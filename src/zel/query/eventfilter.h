@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 namespace zel {
@@ -11,6 +12,8 @@ public:
     virtual ~EventFilter() = default;
     // `event`: UTF-8, as the store gave it. What can't be read does not fit.
     virtual bool Fits(std::string_view event) = 0;
+    // How many could not be read, and so may be missing from the answer.
+    virtual std::uint64_t Untested() const noexcept { return 0; }
 };
 
 }  // namespace zel

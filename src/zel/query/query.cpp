@@ -5,6 +5,7 @@
 #include "zel/query/documentcheck.h"
 #include "zel/query/querydocument.h"
 #include "zel/query/resultintake.h"
+#include "zel/query/textconditions.h"
 #include "zel/query/walk.h"
 #include "zel/query/whynothing.h"
 #include "zel/terminal/inputfile.h"
@@ -47,9 +48,11 @@ bool ReadDocument(const std::string& argument, value* document, std::string* pro
     return ParseDocument(text, document, problem);
 }
 
-bool GetDocument(const QueryOptions& options, value* document, std::string* problem) {
-    return options.document.empty() ? BuildDocument(options, document, problem)
-                                    : ReadDocument(options.document, document, problem);
+bool GetDocument(const QueryOptions& options, const TextConditions& conditions, value* document,
+                 std::string* problem) {
+    return options.document.empty()
+               ? BuildDocument(options, document, problem, NarrowingOf(conditions))
+               : ReadDocument(options.document, document, problem);
 }
 
 // Tells all that is wrong with the document. False when it is not to be run. Notes are left out
@@ -101,13 +104,17 @@ bool TellFailures(const ResultIntake& intake, StoreSession& store) {
 }
 
 // False when something of the answer is missing.
-bool TellGaps(const ResultIntake& intake, const LostRows& lostRows, StoreSession& store) {
+bool TellGaps(const ResultIntake& intake, const EventFilter* filter, const LostRows& lostRows,
+              StoreSession& store) {
     if (intake.MayRepeat())
         Say("more than " + std::to_string(SeenTexts::mostTexts) +
             " events: those behind them may be printed once for each time that they were stored");
     if (intake.Keyless() != 0)
         Say("the key of " + std::to_string(intake.Keyless()) + " event(s) can't be told");
-    const bool allTested = lostRows.Tell();
+    const std::uint64_t untested = filter != nullptr ? filter->Untested() : 0;
+    if (untested != 0)
+        Say(std::to_string(untested) + " event(s) could not be tested: they are no JSON");
+    const bool allTested = lostRows.Tell() && untested == 0;
     const bool allRead = TellFailures(intake, store);
     return intake.Keyless() == 0 && allTested && allRead;
 }
@@ -131,7 +138,7 @@ ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan
     const auto keys = options.printKeys  ? Wanted::alone
                       : answer.needsKeys ? Wanted::beside
                                          : Wanted::none;
-    return {options.duplicates, keys, answer.order ? -1 : plan.limit};
+    return {options.duplicates, keys, answer.order ? -1 : plan.limit, options.key};
 }
 
 // Nobody wants the rest, or the sink can't take it. A walk that was stopped counts as a failure of
@@ -162,7 +169,7 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan
     output.Flush();
     if (!isFinished)
         return EndOfBroken(options, intake, answer, store);
-    const bool isWhole = TellGaps(intake, lostRows, store);
+    const bool isWhole = TellGaps(intake, filter, lostRows, store);
     const int end = EndOf(result, plan, intake, answer, isWhole);
     TellCursor(options, intake);  // last, where scripts look for it
     if (end == exitCode::nothingFound && TalksToTerminal())
@@ -193,22 +200,30 @@ void TellConditions(const value& document) {
 }
 
 // Tells what is asked, and asks nothing.
-void Explain(const QueryOptions& options, const value& document, Output& output) {
+void Explain(const QueryOptions& options, const TextConditions& conditions, const value& document,
+             Output& output) {
     output.Write(PrettyDocument(document));
+    for (const std::string& line : InWords(conditions))
+        Say(line);
     if (!options.machine.empty())
         TellConditions(document);
 }
 
-int AskStore(const QueryOptions& options, const value& document, Output& output) {
+int AskStore(const QueryOptions& options, const TextConditions& conditions, const value& document,
+             Output& output) {
     QueryPlan plan = PlanQuery(document);
     if (options.limit == "0")
         plan.limit = 0;
-    EventFilter* const filter = nullptr;
-    plan.asksForAll = filter != nullptr;
+    if (plan.byReceive && !conditions.empty()) {
+        Say("conditions can't be combined with receive_time, whose rows tell times alone");
+        return exitCode::usage;
+    }
+    TextFilter filter(conditions);
+    plan.asksForAll = !conditions.empty();
     AnswerPlan answer;
     std::string problem;
     if (PlanAnswer(options, &plan, &answer, &problem))
-        return RunPlan(options, plan, answer, filter, output);
+        return RunPlan(options, plan, answer, conditions.empty() ? nullptr : &filter, output);
     Say(problem);
     return exitCode::usage;
 }
@@ -220,7 +235,9 @@ int RunQuery(const QueryOptions& options) {
         return exitCode::usage;
     value document;
     std::string problem;
-    const bool isThere = GetDocument(options, &document, &problem);
+    TextConditions conditions;
+    const bool isThere = ReadTextConditions(options, &conditions, &problem) &&
+                         GetDocument(options, conditions, &document, &problem);
     if (Interrupted())
         return exitCode::interrupted;
     if (!isThere) {
@@ -231,8 +248,8 @@ int RunQuery(const QueryOptions& options) {
         return exitCode::usage;
     Output output;
     if (!options.explain)
-        return output.Finish(AskStore(options, document, output));
-    Explain(options, document, output);
+        return output.Finish(AskStore(options, conditions, document, output));
+    Explain(options, conditions, document, output);
     return output.Finish(exitCode::done);
 }
 

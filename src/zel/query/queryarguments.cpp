@@ -8,7 +8,10 @@
 #include "common/textbridge.h"
 #include "records/eventtime.h"
 #include "zel/query/documentcheck.h"
+#include "zel/query/eventkey.h"
 #include "zel/terminal/textfit.h"
+#include "zelstore/keys/keyformat.h"
+#include "zelstore/keys/keysplit.h"
 
 // Flags are checked in the order in which a person would look for the mistake: what excludes each
 // other, texts, names, hashes, addresses, times, numbers. The first mistake is told, with the flag,
@@ -20,13 +23,6 @@ namespace zel {
 namespace {
 
 using Texts = std::vector<std::string>;
-
-// The form of all complaints about one value, so that a person finds the place in the same way each
-// time.
-std::string Complaint(const char* flag, const std::string& argument, const std::string& what,
-                      std::size_t at = 0) {
-    return std::string(flag) + ": " + what + "\n" + PointAt(argument, at);
-}
 
 bool ReadNumber(const std::string& text, std::uint32_t least, std::uint32_t most,
                 std::uint32_t* number) {
@@ -60,7 +56,7 @@ public:
 
     bool Read() {
         return ReadZone() && CheckCombination() && CheckTexts() && CheckNames() && CheckHashes() &&
-               CheckIps() && ReadTimes() && ReadNumbers();
+               CheckIps() && ReadTimes() && ReadNumbers() && CheckKey();
     }
 
 private:
@@ -73,7 +69,10 @@ private:
         const Texts* const lists[] = {
             &options_.actions,     &options_.objects,  &options_.actorPaths,
             &options_.targetPaths, &options_.patterns, &options_.hashes,
-            &options_.ips,         &options_.typeIds,  &options_.correlations};
+            &options_.ips,         &options_.typeIds,  &options_.correlations,
+            &options_.actorUids,   &options_.wheres,   &options_.cmdLines,
+            &options_.users,       &options_.pids,     &options_.ports,
+            &options_.greps};
         return std::any_of(std::begin(lists), std::end(lists),
                            [](const Texts* list) { return !list->empty(); });
     }
@@ -104,9 +103,30 @@ private:
             !(options_.since + options_.until + options_.afterCursor).empty())
             return Refuse(
                 "--day takes the place of --since and --until, and excludes --after-cursor");
+        if (!options_.key.empty() &&
+            (HasConditions() || options_.byReceive || options_.noLiveEnriched ||
+             !(options_.since + options_.until + options_.day).empty()))
+            return Refuse("--key names one event; nothing else can be asked beside it");
         if (!options_.patterns.empty() && !options_.targetPaths.empty())
             return Refuse(
                 "--pattern and --target-path exclude each other: both test the path of the target");
+        return true;
+    }
+
+    bool CheckKey() {
+        if (options_.key.empty())
+            return true;
+        const std::string_view why = WhyNoEventKey(options_.key);
+        if (!why.empty())
+            return Refuse(Complaint("--key", options_.key, std::string(why)));
+        ZEL::KeyFields fields;
+        ZEL::SplitKeyFields(options_.key, &fields);
+        const std::string number(fields.Find(KeyFieldName(ZEL::KeyField::sequence)).value_or(""));
+        if (number.size() != ZEL::keyDigits ||
+            !ReadNumber(number, 0, std::numeric_limits<std::uint32_t>::max(), &out_.sequence))
+            return Refuse(
+                Complaint("--key", options_.key, "the key has no sequence of ten digits"));
+        out_.since = out_.until = std::string(ZEL::BeginTimeOf(options_.key));
         return true;
     }
 
@@ -115,7 +135,8 @@ private:
             {"--actor-path", &options_.actorPaths},
             {"--target-path", &options_.targetPaths},
             {"--pattern", &options_.patterns},
-            {"--correlation", &options_.correlations}};
+            {"--correlation", &options_.correlations},
+            {"--actor-uid", &options_.actorUids}};
         for (const auto& [flag, list] : lists)
             for (const std::string& text : *list)
                 if (!wm::IsUtf8(text))
@@ -244,6 +265,11 @@ TimeArgument ParseTimeInZone(const std::string& argument, const ZoneTime& zone) 
     if (!time.endOfDay.empty())
         move(&time.endOfDay, milliseconds(1));  // the next day's first moment tells this one's end
     return time;
+}
+
+std::string Complaint(const char* flag, const std::string& argument, const std::string& what,
+                      std::size_t at) {
+    return std::string(flag) + ": " + what + "\n" + PointAt(argument, at);
 }
 
 bool ReadArguments(const QueryOptions& options, QueryArguments* arguments, std::string* problem) {

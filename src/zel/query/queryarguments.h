@@ -31,6 +31,11 @@ bool ReadArguments(const QueryOptions& options, QueryArguments* arguments, std::
 // day by its name, too. From now on, where it tells a distance.
 TimeArgument ParseTimeInZone(const std::string& argument, const ZoneTime& zone);
 
+// The form of all complaints about the value of a flag, so that a person finds the place, a byte of
+// the value, in the same way each time.
+std::string Complaint(const char* flag, const std::string& argument, const std::string& what,
+                      std::size_t at = 0);
+
 // The place behind which a query by receive-time goes on: the row's time and number. People pass it
 // from one run to the next as TIME/NUMBER, so that form stays.
 struct Cursor {

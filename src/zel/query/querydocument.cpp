@@ -69,6 +69,17 @@ value RegistryWildcardPair(const Texts& values) {
     return hasRoot ? RegistryPair(std::move(patterns)) : WildcardPair(values);
 }
 
+// Sources write identifiers in braces or without, people as they have found them.
+Texts WithAndWithoutBraces(const Texts& identifiers) {
+    Texts forms;
+    for (const std::string& text : identifiers) {
+        const bool hasBraces = text.starts_with('{') && text.ends_with('}');
+        const std::string bare = hasBraces ? text.substr(1, text.size() - 2) : text;
+        forms.insert(forms.end(), {bare, "{" + bare + "}"});
+    }
+    return forms;
+}
+
 // By what its path stands for, so that a new kind of registry artifact needs no change here.
 bool IsRegistry(const ArtifactKind& kind) {
     return std::any_of(kind.keys.begin(), kind.keys.end(), [](const DocumentKey& key) {
@@ -85,15 +96,16 @@ struct Alternative {
 
 class Builder {
 public:
-    Builder(const QueryOptions& options, const QueryArguments& arguments)
-        : options_(options), arguments_(arguments) {}
+    Builder(const QueryOptions& options, const QueryArguments& arguments,
+            const Narrowing& narrowing)
+        : options_(options), arguments_(arguments), narrowing_(narrowing) {}
 
     bool Build(value* document, std::string* problem) const {
         const std::vector<Alternative> alternatives = Alternatives();
         if (alternatives.empty()) {
             *problem =
-                "no event has all of that: --ip asks for network events, and a path or a hash for "
-                "a target that has one";
+                "no event has all of that: --ip and --port ask for network events, a path or a "
+                "hash for a target that has one";
             return false;
         }
         value events = value::array(alternatives.size());
@@ -113,6 +125,8 @@ public:
     }
 
 private:
+    bool WantsNetwork() const { return !options_.ips.empty() || !options_.ports.empty(); }
+
     // Kinds that a person asked for but that lack what else is asked drop out; none left is told as
     // a question that nothing can fit.
     bool Fits(const ArtifactKind& kind, bool hashOfTarget) const {
@@ -122,12 +136,14 @@ private:
                                                   kind.objectType) != options_.objects.end();
         return isAsked && (!wantsPath || !kind.pathKey.empty()) &&
                (!hashOfTarget || kind.hasHash) &&
-               (options_.ips.empty() || kind.objectType == "network");
+               (narrowing_.object.empty() || kind.objectType == narrowing_.object) &&
+               (!WantsNetwork() || kind.objectType == "network");
     }
 
     std::vector<Alternative> Alternatives() const {
         const bool anyTarget = options_.objects.empty() && options_.targetPaths.empty() &&
-                               options_.patterns.empty() && options_.ips.empty();
+                               options_.patterns.empty() && !WantsNetwork() &&
+                               narrowing_.object.empty();
         std::vector<Alternative> alternatives;
         const auto add = [&](const ArtifactKind* kind, bool hashOfTarget) {
             alternatives.push_back({kind, hashOfTarget, false});
@@ -155,6 +171,8 @@ private:
             actor["path"] = WildcardPair(options_.actorPaths);
         if (!options_.hashes.empty() && !alternative.hashOfTarget)
             actor["sha2"] = Pair("equals", ToArray(options_.hashes));
+        if (!options_.actorUids.empty())
+            actor["uid"] = Pair("equals", ToArray(WithAndWithoutBraces(options_.actorUids)));
         return actor;
     }
 
@@ -172,26 +190,40 @@ private:
                                          : Pair("fits_pattern", ToArray(options_.patterns));
         if (alternative.hashOfTarget)
             target["sha2"] = Pair("equals", ToArray(options_.hashes));
+        else if (!narrowing_.targetHash.empty())
+            target["sha2"] = Pair("equals", ToArray(Texts{narrowing_.targetHash}));
+        for (const auto& [member, values] : narrowing_.addresses)
+            target[member] = Pair("starts_with", ToArray(values));
         if (!options_.ips.empty())
             target[alternative.ipOfSource ? "src_ip" : "dst_ip"] = WildcardPair(options_.ips);
         return target;
+    }
+
+    std::string Until() const {
+        if (arguments_.until.empty() || narrowing_.until.empty())
+            return arguments_.until + narrowing_.until;
+        return std::min(arguments_.until, narrowing_.until);
     }
 
     // Each carries all conditions that do not lie in alternatives, as sub-queries share nothing.
     value SubQuery(const Alternative& alternative) const {
         value event = value::object(true);
         event[options_.byReceive ? "receive_time" : "begin_time"] =
-            Pair("greater_than_or_equal", value(arguments_.since));
-        if (!arguments_.until.empty())
-            event["end_time"] = Pair("less_than_or_equal", value(arguments_.until));
+            Pair("greater_than_or_equal", value(std::max(arguments_.since, narrowing_.since)));
+        const std::string until = Until();
+        if (!until.empty())
+            event["end_time"] = Pair("less_than_or_equal", value(until));
         if (arguments_.sequence != 0)
             event["seq_num"] = value(arguments_.sequence);
-        if (!options_.actions.empty())
-            event["action"] = ToArray(options_.actions);
+        const Texts& actions = options_.actions.empty() ? narrowing_.actions : options_.actions;
+        if (!actions.empty())
+            event["action"] = ToArray(actions);
         if (!arguments_.typeIds.empty())
             event["type_id"] = Pair("equals", ToArray(arguments_.typeIds));
         if (!options_.correlations.empty())
             event["correlation_uid"] = Pair("equals", ToArray(options_.correlations));
+        else if (!narrowing_.correlation.empty())
+            event["correlation_uid"] = Pair("equals", ToArray(Texts{narrowing_.correlation}));
         value artifacts = value::object(true);
         const value conditions = Actor(alternative);
         if (conditions.size() != 0) {
@@ -210,6 +242,7 @@ private:
 
     const QueryOptions& options_;
     const QueryArguments& arguments_;
+    const Narrowing& narrowing_;
 };
 
 // What fits a line stands on one, but for the document's frame.
@@ -242,10 +275,11 @@ void PrettyPrint(const value& v, const std::string& indent, std::string* out) {
 
 }  // namespace
 
-bool BuildDocument(const QueryOptions& options, value* document, std::string* problem) {
+bool BuildDocument(const QueryOptions& options, value* document, std::string* problem,
+                   const Narrowing& narrowing) {
     QueryArguments arguments;
     return ReadArguments(options, &arguments, problem) &&
-           Builder(options, arguments).Build(document, problem);
+           Builder(options, arguments, narrowing).Build(document, problem);
 }
 
 std::string PrettyDocument(const value& document) {

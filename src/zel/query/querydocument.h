@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "questions/narrowing.h"
 #include "zel/commands.h"
 
 namespace zel {
@@ -15,7 +16,10 @@ namespace zel {
 // of the actor or of the target, either address of a connection, the kinds of target that have a
 // path) become sub-queries of their own. `*document` is unchanged on failure. What it makes still
 // goes through CheckDocument, as a document that was written by hand does.
-bool BuildDocument(const QueryOptions& options, web::json::value* document, std::string* problem);
+//
+// `narrowing`: what the keys decide of conditions on the text. It stands in for what no flag asks.
+bool BuildDocument(const QueryOptions& options, web::json::value* document, std::string* problem,
+                   const Narrowing& narrowing = {});
 
 // The document as people edit it: indented, members in their order. Ends in a newline, and parses
 // to the same document.

@@ -76,8 +76,8 @@ std::string ResultIntake::KeyOf(ZEL::IStringValue* event) {
 
 bool ResultIntake::IsWanted(std::string_view mark, std::string_view text) {
     const bool isEachNew = plan_.byReceive || wanted_.duplicates;
-    return sink_.MayMatter(text) && (isEachNew || seen_.Insert(mark)) &&
-           (filter_ == nullptr || filter_->Fits(text));
+    return sink_.MayMatter(text) && (filter_ == nullptr || filter_->Fits(text)) &&
+           (isEachNew || seen_.Insert(mark));
 }
 
 // Repeats are sorted out ahead of the limit, which counts events.
@@ -88,6 +88,8 @@ void ResultIntake::Take(ZEL::IStringValue* event) {
     const auto kept = wm::KeptUtf8(*event);
     const std::string_view text = kept ? * kept : converted = wm::ToText(event);
     const bool isKeyAlone = wanted_.keys == Wanted::alone;
+    if (!wanted_.onlyKey.empty() && KeyOf(event) != wanted_.onlyKey)
+        return;
     const std::string key = isKeyAlone ? KeyOf(event) : "";
     if (isKeyAlone && key.empty())
         return;
@@ -99,10 +101,10 @@ void ResultIntake::Take(ZEL::IStringValue* event) {
 void ResultIntake::HandOn(const FoundEvent& event) {
     if (wanted_.limit >= 0 && count_ >= static_cast<std::uint64_t>(wanted_.limit)) {
         hasMore_ = true;
-        if (plan_.FirstRows() < 0 && ReadDatabaseErrors(store_, &failures_))
-            hasEnough_ = true;
+        hasEnough_ = plan_.FirstRows() < 0 && ReadDatabaseErrors(store_, &failures_);
     } else if (sink_.Take(event)) {
         ++count_;
+        hasEnough_ = !wanted_.onlyKey.empty() && ReadDatabaseErrors(store_, &failures_);
     } else {
         broken_ = true;
     }

@@ -36,6 +36,7 @@ public:
         bool duplicates = false;  // an event as often as it comes
         enum { none, beside, alone } keys = {};
         std::int64_t limit = -1;  // most events to hand on; negative: all
+        std::string onlyKey;      // of the one event that is wanted; empty: all
     };
 
     // `filter` may be null; `store` makes the keys. All must outlive the intake.

@@ -1,0 +1,28 @@
+#include "zel/query/eventkey.h"
+
+#include <string>
+
+#include "records/timearg.h"
+#include "zelstore/keys/keyformat.h"
+
+namespace zel {
+
+std::string_view WhyNoEventKey(std::string_view key) {
+    constexpr std::size_t dateLength = 10;
+    const ZEL::KeyShape shape = ZEL::ShapeOf(key);
+    if (shape == ZEL::KeyShape::receive)
+        return "this is the key of a receive-time row, not of an event";
+    if (shape == ZEL::KeyShape::none)
+        return "an event's key begins with p<begin_time>";
+    const std::string date(ZEL::BeginTimeOf(key).substr(0, dateLength));
+    const TimeArgument time = ParseTimeArgument(date, {});
+    if (date.empty() || date[0] < '0' || date[0] > '9' || !time.ok)
+        return "the key has no date";
+    if (shape == ZEL::KeyShape::cutOff)
+        return "the key is cut off: it has no sequence, object_type or action";
+    if (shape == ZEL::KeyShape::enrichment)
+        return "this is the key of an enrichment, not of an event";
+    return "";
+}
+
+}  // namespace zel
