@@ -6,7 +6,8 @@ _zel_flags() { # COMMAND: its flags
         ingest) echo --help --format --keep-unmapped --no-unmapped --recover --print-keys --keys-only --new \
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
-            --pattern --hash --ip --correlation --type-id --limit --enrichments --no-live-enriched --machine \
+            --pattern --hash --ip --correlation --type-id --actor-uid --key --limit --enrichments --no-live-enriched \
+            --where --cmd-line --user --pid --port --grep --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --tz ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --including-foreign --output ;;
@@ -41,6 +42,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             session etw amsi ;;
         -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table csv timesketch; else echo table json; fi ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
+            --actor-uid | --key | --where | --cmd-line | --user | --pid | --port | --grep | \
             --limit | -n | --last | --fields | --max-size | --stop-below | --resume-percent) echo NONE ;;
     esac
 }

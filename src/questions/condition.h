@@ -82,7 +82,7 @@ public:
     // Of a condition on a time: what the value stands for.
     const std::string& FirstTime() const noexcept { return firstTime_; }
     const std::string& LastTime() const noexcept { return lastTime_; }
-    // "actor_path ends \cmd.exe", for people.
+    // "actor_path ends \cmd.exe", as Parse takes it.
     std::string Text() const;
 
     // Of the column's value; none where the event has none.

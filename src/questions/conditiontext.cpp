@@ -127,7 +127,15 @@ std::string_view SignOf(ConditionOperator op) noexcept {
 }
 
 std::string Condition::Text() const {
-    return std::string(column_->name).append(" ").append(SignOf(op_)).append(" ").append(value_);
+    std::size_t at = 0;
+    const bool needsQuotes = value_.empty() || value_.front() == ' ' || value_.back() == ' ' ||
+                             WithoutQuotes(value_, &at).size() != value_.size();
+    const char* const quote = needsQuotes ? "\"" : "";
+    return std::string(column_->name)
+        .append(" ")
+        .append(SignOf(op_))
+        .append(" ")
+        .append(quote + value_ + quote);
 }
 
 std::optional<Condition> Condition::Parse(std::string_view text, const TimeReader& readTime,

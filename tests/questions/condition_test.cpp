@@ -88,6 +88,8 @@ TEST(Condition, IsTestedByTheTypeOfItsColumn) {
         const auto condition = Condition::Parse(text, TimesOfTest, &problem);
         ASSERT_TRUE(condition) << text << ": " << problem.what;
         const auto answer = Conditions(std::vector{*condition}).Test(record);
+        EXPECT_EQ(Condition::Parse(condition->Text(), TimesOfTest, &problem)->Value(),
+                  condition->Value());
         EXPECT_EQ(answer, fits ? Conditions::Answer::yes : Conditions::Answer::no) << text;
     }
 }

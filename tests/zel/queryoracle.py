@@ -140,6 +140,48 @@ def ask(zel, events):
         zel.check(f"{name}: the document asks the same", got, zel.rows("-", given=explained))
 
 
+def of_text(events):
+    """Arguments that ask of the records' texts, and the test of a record."""
+    def values(owner, name):
+        return lambda r: [str(v) for v in r["artifacts"].get(owner, {}).get(name, {}).get("value", [])]
+    lines, pids = [values(o, "cmd_line") for o in ("actor", "target")], [values(o, "pid") for o in ("actor", "target")]
+    ports = [values("target", name) for name in ("src_port", "dst_port")]
+    records = [json.loads(e.line) for e in events]
+    pid, port = (commonest(v for r in records for f in fields for v in f(r)) for fields in (pids, ports))
+    actor, uid = values("actor", "path"), values("actor", "uid")
+    some_uid = commonest(v for r in records for v in uid(r))
+    late = sorted(e.time for e in events)[len(events) // 2]
+    yield (["--cmd-line", " -ENC", "--cmd-line", "whoami"],
+           lambda r: any(w in l.lower() for f in lines for l in f(r) for w in (" -enc", "whoami")))
+    yield ["--pid", pid], lambda r: any(pid in f(r) for f in pids)
+    yield ["--port", port], lambda r: any(port in f(r) for f in ports)
+    yield ["--actor-uid", "{" + some_uid.lower() + "}"], lambda r: some_uid in uid(r)
+    yield ["--grep", r"\system32\wbem"], lambda r: r"\\system32\\wbem" in json.dumps(r).lower()
+    yield (["--where", r"actor_path ends \POWERSHELL.exe", "--where", "action=launch", "--where", f"time >= {late}"],
+           lambda r: actor(r)[:1] and actor(r)[0].lower().endswith(r"\powershell.exe") and
+           min(r["action"]) == "launch" and r["begin_time"]["value"] >= late)
+    yield (["--where", "dst_ip in 10.0.0.0/8", "--object", "network"],
+           lambda r: any(ip.startswith("10.") for ip in values("target", "dst_ip")(r)[:1]))
+    yield (["--where", "actor_path ~ (cmd|reg)\\.exe$", "--where", "object != file", "--until", late],
+           lambda r: re.search(r"(cmd|reg)\.exe$", (actor(r) or [""])[0], re.IGNORECASE) and
+           r["artifacts"]["target"]["object_type"] != "file" and r["begin_time"]["value"] <= late)
+
+
+def ask_texts(zel, events):
+    everything = '{"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"}}]}}'
+    for arguments, test in of_text(events):
+        expected = sorted(e.line for e in events
+                          if test(json.loads(e.line)) and ("network" not in arguments or e.object_type == "network"))
+        zel.check(f"{arguments}: there is an answer", True, 0 < len(expected) < len(events))
+        zel.check(f"{arguments}: which", expected, sorted(zel.rows(*arguments)))
+        zel.check(f"{arguments}: the limit counts what fits", 1, len(zel.rows(*arguments, "--limit", "1")))
+        if not {"--actor-uid", "--object", "--until"} & set(arguments):
+            zel.check(f"{arguments}: of a document", expected, sorted(zel.rows(everything, *arguments)))
+    keys = [json.loads(row)["key"] for row in zel.rows("--with-key")]
+    for at in range(0, len(keys), 97):
+        zel.check("the event of a key", [keys[at].encode()], zel.rows("--key", keys[at], "--print-keys"))
+
+
 def ask_limits(zel, events):
     ordered = [e.line for e in sorted(events, key=lambda e: (e.time, e.sequence))]
     zel.check("events come in the order of time", ordered, zel.rows())
@@ -169,6 +211,7 @@ def main(program, records):
     with Zel(program) as zel:
         zel.check("all is stored", 0, zel.run("ingest", records).returncode)
         ask(zel, events)
+        ask_texts(zel, events)
         ask_limits(zel, events)
         ask_by_receive(zel, events)
         return 1 if zel.failures else 0
