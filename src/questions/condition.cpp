@@ -74,7 +74,7 @@ std::optional<std::uint64_t> WholeNumberIn(std::string_view text) {
 
 }  // namespace
 
-bool Condition::Network::Holds(std::string_view text) const {
+bool EventCondition::Network::Holds(std::string_view text) const {
     const auto other = ReadIpAddress(text.substr(0, text.find('%')));
     if (!other)
         return false;
@@ -86,7 +86,7 @@ bool Condition::Network::Holds(std::string_view text) const {
                              0);
 }
 
-bool Condition::FitsOrder(std::string_view value) const {
+bool EventCondition::FitsOrder(std::string_view value) const {
     if (column_->type == ColumnType::time) {
         const int order = value < firstTime_ ? -1 : value > lastTime_ ? 1 : 0;
         return FitsOrdering(op_, order);
@@ -97,7 +97,7 @@ bool Condition::FitsOrder(std::string_view value) const {
     return number ? FitsOrdering(op_, OrderOf(*number, number_)) : op_ == differs;
 }
 
-bool Condition::FitsPresent(std::string_view value) const {
+bool EventCondition::FitsPresent(std::string_view value) const {
     if (IsCompared())
         return FitsOrder(value);
     switch (op_) {
@@ -116,39 +116,39 @@ bool Condition::FitsPresent(std::string_view value) const {
     }
 }
 
-bool Condition::Fits(std::optional<std::string_view> value) const {
+bool EventCondition::Fits(std::optional<std::string_view> value) const {
     return value ? FitsPresent(*value) : op_ == differs;
 }
 
-bool Condition::IsOfWholeEvent() const noexcept {
+bool EventCondition::IsOfWholeEvent() const noexcept {
     return column_->type == ColumnType::json;
 }
 
-Conditions::Conditions(std::vector<Alternatives> all) : all_(std::move(all)) {
+EventConditions::EventConditions(std::vector<Alternatives> all) : all_(std::move(all)) {
     const auto parted =
         std::stable_partition(all_.begin(), all_.end(), [](const Alternatives& group) {
             return std::all_of(group.begin(), group.end(),
-                               [](const Condition& each) { return each.IsOfWholeEvent(); });
+                               [](const EventCondition& each) { return each.IsOfWholeEvent(); });
         });
     ofWholeEvent_ = static_cast<std::size_t>(parted - all_.begin());
 }
 
-Conditions::Conditions(const std::vector<Condition>& all)
-    : Conditions([&] {
+EventConditions::EventConditions(const std::vector<EventCondition>& all)
+    : EventConditions([&] {
           std::vector<Alternatives> groups;
-          for (const Condition& each : all)
+          for (const EventCondition& each : all)
               groups.push_back({each});
           return groups;
       }()) {}
 
-Conditions::Answer Conditions::Test(std::string_view event) {
+EventConditions::Answer EventConditions::Test(std::string_view event) {
     const auto onText = all_.begin() + static_cast<std::ptrdiff_t>(ofWholeEvent_);
     const auto anyOf = [](const Alternatives& group, auto fits) {
         return std::any_of(group.begin(), group.end(), fits);
     };
-    const auto fitsText = [&](const Condition& each) { return each.Fits(event); };
-    const auto mayFit = [&](const Condition& each) { return each.MayFit(event); };
-    const auto fits = [&](const Condition& each) {
+    const auto fitsText = [&](const EventCondition& each) { return each.Fits(event); };
+    const auto mayFit = [&](const EventCondition& each) { return each.MayFit(event); };
+    const auto fits = [&](const EventCondition& each) {
         return each.Fits(reader_.Value(each.Column()));
     };
     for (auto group = all_.begin(); group != all_.end(); ++group)

@@ -63,18 +63,18 @@ struct ConditionProblem {
 };
 
 // One condition. Copies share what is costly. Any thread.
-class Condition {
+class EventCondition {
 public:
     // `text`: COLUMN OP VALUE; blanks around a sign may be left out. Quotes around the whole value
     // are taken off, so that it may begin or end with blanks; within it nothing is special.
     // Without a reader times are taken as ParseTimeArgument takes them, from now. None, with why,
     // for what can't be asked.
-    static std::optional<Condition> Parse(std::string_view text, const TimeReader& readTime,
-                                          ConditionProblem* problem);
+    static std::optional<EventCondition> Parse(std::string_view text, const TimeReader& readTime,
+                                               ConditionProblem* problem);
     // The same of parts; places in `problem` count from the value's start.
-    static std::optional<Condition> Make(const zel::Column& column, ConditionOperator op,
-                                         std::string_view value, const TimeReader& readTime,
-                                         ConditionProblem* problem);
+    static std::optional<EventCondition> Make(const zel::Column& column, ConditionOperator op,
+                                              std::string_view value, const TimeReader& readTime,
+                                              ConditionProblem* problem);
 
     const zel::Column& Column() const noexcept { return *column_; }
     ConditionOperator Operator() const noexcept { return op_; }
@@ -100,7 +100,7 @@ private:
         static std::optional<Network> Of(std::string_view text, ConditionProblem* problem);
     };
 
-    Condition(const zel::Column& column, ConditionOperator op, std::string_view value)
+    EventCondition(const zel::Column& column, ConditionOperator op, std::string_view value)
         : column_(&column), op_(op), value_(value) {}
 
     bool Understand(const TimeReader& readTime, ConditionProblem* problem);
@@ -126,13 +126,13 @@ private:
 };
 
 // Conditions one of which has to fit.
-using Alternatives = std::vector<Condition>;
+using Alternatives = std::vector<EventCondition>;
 
 // Conditions all of which have to fit, tested on one event after the other. For one thread.
-class Conditions {
+class EventConditions {
 public:
-    explicit Conditions(std::vector<Alternatives> all);
-    explicit Conditions(const std::vector<Condition>& all);
+    explicit EventConditions(std::vector<Alternatives> all);
+    explicit EventConditions(const std::vector<EventCondition>& all);
 
     enum class Answer : std::uint8_t { no, yes, unreadable };
     // `event`: the record's text. An event whose columns can't be read is `unreadable` where no

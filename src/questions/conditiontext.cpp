@@ -126,7 +126,7 @@ std::string_view SignOf(ConditionOperator op) noexcept {
     return row->sign;
 }
 
-std::string Condition::Text() const {
+std::string EventCondition::Text() const {
     std::size_t at = 0;
     const bool needsQuotes = value_.empty() || value_.front() == ' ' || value_.back() == ' ' ||
                              WithoutQuotes(value_, &at).size() != value_.size();
@@ -138,8 +138,9 @@ std::string Condition::Text() const {
         .append(quote + value_ + quote);
 }
 
-std::optional<Condition> Condition::Parse(std::string_view text, const TimeReader& readTime,
-                                          ConditionProblem* problem) {
+std::optional<EventCondition> EventCondition::Parse(std::string_view text,
+                                                    const TimeReader& readTime,
+                                                    ConditionProblem* problem) {
     const std::size_t columnAt = SkipBlanks(text, 0), columnEnd = EndOfWord(text, columnAt);
     const zel::Column* const column = ReadColumn(text, columnAt, columnEnd, problem);
     if (column == nullptr)
@@ -165,15 +166,16 @@ std::optional<Condition> Condition::Parse(std::string_view text, const TimeReade
     return condition;
 }
 
-std::optional<Condition> Condition::Make(const zel::Column& column, ConditionOperator op,
-                                         std::string_view value, const TimeReader& readTime,
-                                         ConditionProblem* problem) {
-    Condition condition(column, op, value);
+std::optional<EventCondition> EventCondition::Make(const zel::Column& column, ConditionOperator op,
+                                                   std::string_view value,
+                                                   const TimeReader& readTime,
+                                                   ConditionProblem* problem) {
+    EventCondition condition(column, op, value);
     return condition.Understand(readTime, problem) ? std::optional(std::move(condition))
                                                    : std::nullopt;
 }
 
-bool Condition::Understand(const TimeReader& readTime, ConditionProblem* problem) {
+bool EventCondition::Understand(const TimeReader& readTime, ConditionProblem* problem) {
     if (column_->name == "key")
         return Refuse(problem, "an event's text does not tell its key; --key finds an event by it");
     if (!wm::IsUtf8(value_))
@@ -199,7 +201,7 @@ bool Condition::Understand(const TimeReader& readTime, ConditionProblem* problem
 }
 
 // `protocol = tcp` can be asked too.
-bool Condition::UnderstandNumber(ConditionProblem* problem) {
+bool EventCondition::UnderstandNumber(ConditionProblem* problem) {
     const bool isWord = value_.empty() || value_[0] < '0' || value_[0] > '9';
     const auto number = NumberIn(value_);
     if (!number || (isWord && column_->name != "protocol"))
@@ -210,7 +212,7 @@ bool Condition::UnderstandNumber(ConditionProblem* problem) {
     return true;
 }
 
-bool Condition::UnderstandTime(const TimeReader& readTime, ConditionProblem* problem) {
+bool EventCondition::UnderstandTime(const TimeReader& readTime, ConditionProblem* problem) {
     TimeWords time = readTime ? readTime(value_) : TimeFromNow(value_);
     if (!time.problem.empty())
         return Refuse(problem, std::move(time.problem), time.at);
@@ -220,7 +222,7 @@ bool Condition::UnderstandTime(const TimeReader& readTime, ConditionProblem* pro
     return true;
 }
 
-bool Condition::UnderstandExpression(ConditionProblem* problem) {
+bool EventCondition::UnderstandExpression(ConditionProblem* problem) {
     RE2::Options options;
     options.set_case_sensitive(false);
     options.set_dot_nl(true);
@@ -237,7 +239,7 @@ bool Condition::UnderstandExpression(ConditionProblem* problem) {
 // Only for operators whose value stands in what fits. A value that consists of two has a blank
 // between them that the event has not; a list of objects and a fraction are read in another layout
 // than they may be written in.
-void Condition::MakeHint() {
+void EventCondition::MakeHint() {
     const bool isPart = op_ == equals || op_ == contains || op_ == starts || op_ == ends;
     const bool isWritten = column_->place.find('+') == column_->place.npos &&
                            value_.find_first_of("{}[]\":,") == value_.npos;
@@ -249,8 +251,8 @@ void Condition::MakeHint() {
         hint_ = std::make_shared<EventSearch>(value_);
 }
 
-std::optional<Condition::Network> Condition::Network::Of(std::string_view text,
-                                                         ConditionProblem* problem) {
+std::optional<EventCondition::Network> EventCondition::Network::Of(std::string_view text,
+                                                                   ConditionProblem* problem) {
     const std::size_t slash = text.find('/');
     const auto address = ReadIpAddress(text.substr(0, slash));
     if (!address) {

@@ -63,7 +63,7 @@ class Narrower {
 public:
     explicit Narrower(Narrowing* out) : out_(*out) {}
 
-    void Take(const Condition& condition) {
+    void Take(const EventCondition& condition) {
         const std::string_view column = condition.Column().name;
         if (column == "time")
             TakeTime(condition);
@@ -71,7 +71,7 @@ public:
             TakeEqual(column, condition.Value());
     }
     // Once the kind is known.
-    void TakeOfTarget(const Condition& condition) {
+    void TakeOfTarget(const EventCondition& condition) {
         const std::string_view column = condition.Column().name;
         const bool hasHash = IsOneOf(out_.object, {"process", "file", "module", "service"});
         const bool isEqual =
@@ -84,7 +84,7 @@ public:
 
 private:
     // Bounds that are not met themselves are asked for all the same: the text decides.
-    void TakeTime(const Condition& condition) {
+    void TakeTime(const EventCondition& condition) {
         using enum ConditionOperator;
         const ConditionOperator op = condition.Operator();
         if (op == equals || op == greater || op == atLeast)
@@ -106,7 +106,7 @@ private:
             out_.correlation = value;
     }
 
-    void TakeAddress(const Condition& condition) {
+    void TakeAddress(const EventCondition& condition) {
         if (condition.Operator() != ConditionOperator::inNetwork)
             return;
         const std::string member(condition.Column().name);
@@ -151,12 +151,12 @@ bool Narrowing::Empty() const {
            correlation.empty();
 }
 
-Narrowing NarrowingOf(std::span<const Condition> conditions) {
+Narrowing NarrowingOf(std::span<const EventCondition> conditions) {
     Narrowing narrowing;
     Narrower narrower(&narrowing);
-    for (const Condition& condition : conditions)
+    for (const EventCondition& condition : conditions)
         narrower.Take(condition);
-    for (const Condition& condition : conditions)
+    for (const EventCondition& condition : conditions)
         narrower.TakeOfTarget(condition);
     return narrowing;
 }

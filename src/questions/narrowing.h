@@ -32,7 +32,7 @@ struct Narrowing {
 
     bool Empty() const;
 };
-Narrowing NarrowingOf(std::span<const Condition> conditions);
+Narrowing NarrowingOf(std::span<const EventCondition> conditions);
 
 // The sub-query as JSON: an object to stand in event_query.events. Without a first time it begins
 // with the oldest event.

@@ -280,11 +280,11 @@ std::vector<Narrowing> Question::Parts() const {
     if (objects.empty())
         objects.emplace_back();
     for (const std::string& object : objects) {
-        std::vector<Condition> conditions;
+        std::vector<EventCondition> conditions;
         const auto add = [&](std::string_view column, ConditionOperator op,
                              const std::string& value) {
             ConditionProblem problem;
-            if (auto made = Condition::Make(*FindColumn(column), op, value, nullptr, &problem))
+            if (auto made = EventCondition::Make(*FindColumn(column), op, value, nullptr, &problem))
                 conditions.push_back(std::move(*made));
         };
         if (!object.empty())

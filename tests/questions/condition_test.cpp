@@ -22,7 +22,7 @@ TimeWords TimesOfTest(std::string_view text) {
     return {"", "", "no time", 1};
 }
 
-TEST(Condition, IsTestedByTheTypeOfItsColumn) {
+TEST(EventCondition, IsTestedByTheTypeOfItsColumn) {
     const std::pair<const char*, bool> cases[] = {
         // Letter case never matters, unless an expression says so.
         {"actor_path = c:\\win\\CMD.EXE", true},
@@ -85,16 +85,17 @@ TEST(Condition, IsTestedByTheTypeOfItsColumn) {
     };
     for (const auto& [text, fits] : cases) {
         ConditionProblem problem;
-        const auto condition = Condition::Parse(text, TimesOfTest, &problem);
+        const auto condition = EventCondition::Parse(text, TimesOfTest, &problem);
         ASSERT_TRUE(condition) << text << ": " << problem.what;
-        const auto answer = Conditions(std::vector{*condition}).Test(record);
-        EXPECT_EQ(Condition::Parse(condition->Text(), TimesOfTest, &problem)->Value(),
+        const auto answer = EventConditions(std::vector{*condition}).Test(record);
+        EXPECT_EQ(EventCondition::Parse(condition->Text(), TimesOfTest, &problem)->Value(),
                   condition->Value());
-        EXPECT_EQ(answer, fits ? Conditions::Answer::yes : Conditions::Answer::no) << text;
+        EXPECT_EQ(answer, fits ? EventConditions::Answer::yes : EventConditions::Answer::no)
+            << text;
     }
 }
 
-TEST(Condition, ThatCantBeAskedIsToldWithItsPlace) {
+TEST(EventCondition, ThatCantBeAskedIsToldWithItsPlace) {
     const std::tuple<const char*, const char*, std::size_t> cases[] = {
         {"", "a column is expected", 0},
         {"  aktor_path = x", "unknown column \"aktor_path\"", 2},
@@ -114,24 +115,24 @@ TEST(Condition, ThatCantBeAskedIsToldWithItsPlace) {
     };
     for (const auto& [text, what, at] : cases) {
         ConditionProblem problem;
-        EXPECT_FALSE(Condition::Parse(text, TimesOfTest, &problem)) << text;
+        EXPECT_FALSE(EventCondition::Parse(text, TimesOfTest, &problem)) << text;
         EXPECT_THAT(problem.what, testing::HasSubstr(what)) << text;
         EXPECT_EQ(problem.at, at) << text;
     }
     ConditionProblem problem;
-    EXPECT_FALSE(Condition::Parse("usr = x", TimesOfTest, &problem));
+    EXPECT_FALSE(EventCondition::Parse("usr = x", TimesOfTest, &problem));
     EXPECT_THAT(problem.known, testing::Contains("user"));
 }
 
-TEST(Conditions, AreTestedTogetherAndTellWhatCantBeRead) {
+TEST(EventConditions, AreTestedTogetherAndTellWhatCantBeRead) {
     const auto of = [](std::vector<const char*> texts) {
-        std::vector<Condition> all;
+        std::vector<EventCondition> all;
         ConditionProblem problem;
         for (const char* text : texts)
-            all.push_back(*Condition::Parse(text, nullptr, &problem));
-        return Conditions(all);
+            all.push_back(*EventCondition::Parse(text, nullptr, &problem));
+        return EventConditions(all);
     };
-    using Answer = Conditions::Answer;
+    using Answer = EventConditions::Answer;
     EXPECT_EQ(of({"actor_pid = 4242", "event contains cmd"}).Test(record), Answer::yes);
     EXPECT_EQ(of({"actor_pid = 4242", "event contains no!"}).Test(record), Answer::no);
     EXPECT_EQ(of({"actor_pid = 1", "event contains cmd"}).Test(record), Answer::no);

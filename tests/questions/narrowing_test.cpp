@@ -58,7 +58,7 @@ std::vector<std::string> OddRecords() {
 }
 
 // A question that some of the records are about: values are taken from them.
-std::optional<Condition> RandomCondition(std::mt19937& random, const std::string& record) {
+std::optional<EventCondition> RandomCondition(std::mt19937& random, const std::string& record) {
     const auto pick = [&](std::size_t count) { return random() % count; };
     RecordReader reader;
     EXPECT_TRUE(reader.Read(record));
@@ -85,7 +85,7 @@ std::optional<Condition> RandomCondition(std::mt19937& random, const std::string
         asked = networks[pick(std::size(networks))];
     }
     ConditionProblem problem;
-    return Condition::Make(column, op, asked, nullptr, &problem);
+    return EventCondition::Make(column, op, asked, nullptr, &problem);
 }
 
 // The store's own answer for one key.
@@ -129,17 +129,17 @@ TEST(Narrowing, LosesNoEvent) {
     std::size_t narrowed = 0, fitting = 0, passing = 0;
     for (int round = 0; round < 300; ++round) {
         const std::string& about = records[random() % records.size()];
-        std::vector<Condition> all;
+        std::vector<EventCondition> all;
         while (all.empty() || random() % 3 != 0)
             if (auto condition = RandomCondition(random, about))
                 all.push_back(*condition);
         const Narrowing narrowing = NarrowingOf(all);
         narrowed += narrowing.Empty() ? 0 : 1;
         SubQuery subQuery(SubQueryOf(narrowing));
-        Conditions conditions(all);
+        EventConditions conditions(all);
         for (std::size_t i = 0; i < records.size(); ++i) {
             const bool passes = subQuery.LetsPass(keys[i]);
-            const bool fits = conditions.Test(records[i]) == Conditions::Answer::yes;
+            const bool fits = conditions.Test(records[i]) == EventConditions::Answer::yes;
             passing += passes ? 1 : 0;
             fitting += fits ? 1 : 0;
             ASSERT_TRUE(passes || !fits)
@@ -154,10 +154,10 @@ TEST(Narrowing, LosesNoEvent) {
 
 TEST(Narrowing, AsksOnlyForWhatAKeyIsSureToHold) {
     const auto of = [](std::vector<const char*> texts) {
-        std::vector<Condition> all;
+        std::vector<EventCondition> all;
         ConditionProblem problem;
         for (const char* text : texts)
-            all.push_back(*Condition::Parse(text, nullptr, &problem));
+            all.push_back(*EventCondition::Parse(text, nullptr, &problem));
         return SubQueryOf(NarrowingOf(all));
     };
     const std::string begin =

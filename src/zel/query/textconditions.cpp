@@ -59,7 +59,8 @@ bool Add(const TextFlag& flag, const std::string& value, Alternatives* group,
          std::string* problem) {
     ConditionProblem found;
     for (const auto& [column, op, ahead] : flag.ways) {
-        auto condition = Condition::Make(*FindColumn(column), op, ahead + value, nullptr, &found);
+        auto condition =
+            EventCondition::Make(*FindColumn(column), op, ahead + value, nullptr, &found);
         if (!condition) {
             *problem = Words(flag.name, value, found);
             return false;
@@ -71,7 +72,7 @@ bool Add(const TextFlag& flag, const std::string& value, Alternatives* group,
 
 std::string InWords(const Alternatives& group) {
     std::string words;
-    for (const Condition& each : group)
+    for (const EventCondition& each : group)
         words += (words.empty() ? "" : " or ") + each.Text();
     return words;
 }
@@ -83,7 +84,7 @@ bool ReadTextConditions(const QueryOptions& options, TextConditions* conditions,
     const TimeReader readTime = TimesOf(options);
     ConditionProblem found;
     for (const std::string& text : options.wheres) {
-        auto condition = Condition::Parse(text, readTime, &found);
+        auto condition = EventCondition::Parse(text, readTime, &found);
         if (!condition) {
             *problem = Words("--where", text, found);
             return false;
@@ -103,11 +104,11 @@ bool ReadTextConditions(const QueryOptions& options, TextConditions* conditions,
 
 // Alternatives lie in different fields, of which one may not be in a key.
 Narrowing NarrowingOf(const TextConditions& conditions) {
-    std::vector<Condition> certain;
+    std::vector<EventCondition> certain;
     for (const Alternatives& group : conditions)
         if (group.size() == 1)
             certain.push_back(group.front());
-    return NarrowingOf(std::span<const Condition>(certain));
+    return NarrowingOf(std::span<const EventCondition>(certain));
 }
 
 std::vector<std::string> InWords(const TextConditions& conditions) {
@@ -121,9 +122,9 @@ std::vector<std::string> InWords(const TextConditions& conditions) {
 }
 
 bool TextFilter::Fits(std::string_view event) {
-    const Conditions::Answer answer = conditions_.Test(event);
-    untested_ += answer == Conditions::Answer::unreadable ? 1 : 0;
-    return answer == Conditions::Answer::yes;
+    const EventConditions::Answer answer = conditions_.Test(event);
+    untested_ += answer == EventConditions::Answer::unreadable ? 1 : 0;
+    return answer == EventConditions::Answer::yes;
 }
 
 }  // namespace zel

@@ -31,7 +31,7 @@ public:
     std::uint64_t Untested() const noexcept override { return untested_; }
 
 private:
-    Conditions conditions_;
+    EventConditions conditions_;
     std::uint64_t untested_ = 0;
 };
 
