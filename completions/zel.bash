@@ -8,7 +8,8 @@ _zel_flags() { # COMMAND: its flags
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
             --pattern --hash --ip --correlation --type-id --actor-uid --key --limit --enrichments --no-live-enriched \
             --where --cmd-line --user --pid --port --grep --machine \
-            --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --tz ;;
+            --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
+            --histogram --tz ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --including-foreign --output ;;
         info) echo --help --check --output ;;
@@ -33,6 +34,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
         --since | --until) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --tz) echo local UTC ;;
+        --histogram) echo 1m 1h 1d 1w ;;
         --by) echo event receive ;;
         --format) echo record windows-json windows-xml evtx ecs ocsf osquery audit ;;
         --action) echo create delete open rename modify set_attributes encrypt decrypt close set_security \
@@ -43,7 +45,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
         -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table csv timesketch; else echo table json; fi ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
             --actor-uid | --key | --where | --cmd-line | --user | --pid | --port | --grep | \
-            --limit | -n | --last | --fields | --max-size | --stop-below | --resume-percent) echo NONE ;;
+            --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent) echo NONE ;;
     esac
 }
 

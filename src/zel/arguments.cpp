@@ -134,6 +134,12 @@ void AddAnswer(CLI::App& command, AnswerOptions& options, CLI::Option* keys) {
     AddText(command, "--fields", options.fields, "LIST",
             "Print these columns alone, such as time,action,target_path; also JSON pointers")
         ->excludes(keys);
+    AddText(command, "--count-by", options.countBy, "LIST",
+            "Print how many events there are of each value of these columns, such as object,action")
+        ->excludes(keys);
+    AddText(command, "--histogram", options.histogram, "LENGTH",
+            "Print how many events there are in each length of time, such as 15m, 1h, 1d")
+        ->excludes(keys);
     AddText(command, "--tz", options.zone, "ZONE",
             "Print times of this zone, such as Europe/Berlin or local, and read those without one "
             "in it");

@@ -40,9 +40,11 @@ struct AnswerOptions {
     std::string output;  // a form, such as ndjson or table; empty: table on a terminal, else ndjson
     std::string last;    // a number: so many of the newest; empty: all
     bool sort = false;   // by time, the oldest first
-    bool reverse = false;  // the newest first
-    std::string fields;    // columns and JSON pointers with commas between; empty: what suits
-    std::string zone;      // of the times that are printed, and of those that tell none
+    bool reverse = false;   // the newest first
+    std::string fields;     // columns and JSON pointers with commas between; empty: what suits
+    std::string countBy;    // columns likewise, by which events are counted and not printed
+    std::string histogram;  // a length of time such as 1h, by which they are
+    std::string zone;       // of the times that are printed, and of those that tell none
 };
 
 struct QueryOptions {

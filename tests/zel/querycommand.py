@@ -276,6 +276,40 @@ def fields(zel):
         zel.check(f"{wrong} is refused", (2, True), (ended.returncode, wrong[0].encode() in ended.stderr))
 
 
+def counts(zel):
+    """Groups, steps of time, and both, where clocks are put back on a Sunday."""
+    times = ("2026-10-24T21:59", "2026-10-24T22:00", "2026-10-25T00:30", "2026-10-25T01:30", "2026-10-25T22:59",
+             "2026-10-25T23:00")
+    zel.run("ingest", given=b"\n".join(record(n, "C:\\%d" % (n % 2)).replace(TIME.encode(), f"{time}:00.000Z".encode())
+                                      for n, time in enumerate(times)))
+    def rows(*arguments):
+        return [list(json.loads(row).values()) for row in zel.rows(*arguments)]
+    def steps(*arguments):
+        return [[row[0].replace(":00.000", "")] + row[1:] for row in rows("--tz", "Europe/Berlin", *arguments)]
+    zel.check("groups", [["C:\\0", 3], ["C:\\1", 3]], rows("--count-by", "target_path"))
+    zel.check("of a pointer", [["C:\\0", None, 3], ["C:\\1", None, 3]],
+              rows("--count-by", "/artifacts/target/path/value/0,user"))
+    zel.check("days", [["2026-10-24T00:00+02:00", 1], ["2026-10-25T00:00+02:00", 4], ["2026-10-26T00:00+01:00", 1]],
+              steps("--histogram", "1d"))
+    zel.check("weeks", [["2026-10-19T00:00+02:00", 5], ["2026-10-26T00:00+01:00", 1]], steps("--histogram", "1w"))
+    hours = steps("--histogram", "1h", "--until", "2026-10-25T02:00Z")
+    zel.check("an hour twice", [["2026-10-25T02:00+02:00", 1], ["2026-10-25T02:00+01:00", 1]],
+              [row for row in hours if "T02" in row[0]])
+    zel.check("and those between", ["2026-10-24T23:00+02:00", 5], [hours[0][0], len(hours)])
+    zel.check("both", [["2026-10-25T00:00+02:00", "C:\\0", 2], ["2026-10-25T00:00+02:00", "C:\\1", 2]],
+              steps("--histogram", "1d", "--count-by", "target_path", "--day", "2026-10-25"))
+    ended = zel.run("query", "--count-by", "seq", "--limit", "2")
+    zel.check("a limit", (2, b"zel: 4 more row(s) are left out\n"), (len(ended.stdout.splitlines()), ended.stderr))
+    bars = zel.run("query", "--histogram", "1d", "-o", "table", columns=40).stdout.decode().splitlines()
+    zel.check("bars", [("2026-10-24T00:00:00.000Z 2", 7), ("2026-10-25T00:00:00.000Z 4", 13)],
+              [(bar[:26], bar.count("\u2588")) for bar in bars])
+    zel.check("of nothing", (1, b"[]\n"), (lambda e: (e.returncode, e.stdout))(
+        zel.run("query", "--count-by", "seq", "-o", "json", "--since", "2100-01-01")))
+    for wrong in (("--histogram", "0h"), ("--histogram", "1y"), ("--count-by", "x"), ("--count-by", "seq", "-n", "1"),
+                  ("--count-by", "seq", "--fields", "seq"), ("--histogram", "1h", "-o", "ocsf")):
+        zel.check(f"{wrong} is refused", 2, zel.run("query", *wrong).returncode)
+
+
 def files(zel):
     """Documents in files, and what is none."""
     document = b'{"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}}'
@@ -360,7 +394,7 @@ def enrichments(zel):
 def main(program, records):
     failures = 0
     for scenario, arguments in ((refusals, ()), (outputs, (records,)), (hostile, ()), (tables, ()), (twice, ()), (ordered, ()),
-                                (fields, ()),
+                                (fields, ()), (counts, ()),
                                 (files, ()), (nothing, ()), (enrichments, ())):
         with Zel(program) as zel:
             scenario(zel, *arguments)

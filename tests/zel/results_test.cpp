@@ -4,6 +4,7 @@
 #include <random>
 
 #include "zel/query/newestwindows.h"
+#include "zel/results/countsink.h"
 #include "zel/results/orderedsink.h"
 #include "zel/results/timeof.h"
 
@@ -88,6 +89,15 @@ TEST(OrderedSink, TellsWhereItsFileCannotBeMade) {
     EXPECT_EQ(sink.Problem(),
               "the answer can't be put in order: /nosuch: no temporary file can be "
               "made: No such file or directory");
+}
+
+TEST(CountSink, TellsWhatItsGroupsDoNotHold) {
+    std::string problem;
+    Output output;
+    CountSink sink(output, {}, {*ParseFields("seq", &problem), {}, -1}, 2);
+    for (const std::size_t number : {1U, 2U, 3U, 1U, 4U})
+        EXPECT_TRUE(sink.Take({EventAt(100, number), ""}));
+    EXPECT_EQ(sink.Ungrouped(), 2U);
 }
 
 // From the newest back, without a gap and without an overlap.

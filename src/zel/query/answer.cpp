@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "zel/terminal/messages.h"
+
 // How an answer leaves. On a terminal a person reads it: in the order of time, as a table. A script
 // gets each event as soon as the store has it, in the store's order. `--limit` by itself means the
 // first ones of that order everywhere, so that it costs no more than it prints.
@@ -56,7 +58,7 @@ bool ReadFields(const QueryOptions& options, const QueryPlan& query, FormChoice*
     const bool hasKey = std::any_of(form->fields.begin(), form->fields.end(),
                                     [](const Field& field) { return field.IsKey(); });
     if (options.withKey && !hasKey)
-        form->fields.insert(form->fields.begin(), {"key", FindColumn("key"), {}});
+        form->fields.insert(form->fields.begin(), {"key", FindColumn("key"), {}, ColumnType::text});
     return true;
 }
 
@@ -69,9 +71,39 @@ bool ReadZone(const AnswerOptions& options, ZoneTime* zone, std::string* problem
     return found.has_value();
 }
 
-bool Refuse(const char* why, std::string* problem) {
+bool Refuse(const std::string& why, std::string* problem) {
     *problem = why;
     return false;
+}
+
+// A count has rows of its own, in an order of its own; what is said of events makes no sense there.
+bool ReadCounts(const QueryOptions& options, QueryPlan* query, AnswerPlan* answer,
+                std::string* problem) {
+    const AnswerOptions& asked = options.answer;
+    const std::string flag = asked.countBy.empty() ? "--histogram" : "--count-by";
+    const std::string& form = answer->form.name;
+    if (!asked.last.empty() || asked.sort || asked.reverse || !asked.fields.empty() ||
+        options.withKey || options.showCursor || form == "ocsf" || form == "timesketch")
+        return Refuse(flag + " counts events; flags that order or show them do not go with it",
+                      problem);
+    CountPlan counts;
+    if (!asked.histogram.empty()) {
+        counts.step = TimeSteps::ParseWidth(asked.histogram);
+        if (!counts.step)
+            return Refuse("--histogram: a length of time such as 15m, 1h or 1d is expected",
+                          problem);
+    }
+    if (!asked.countBy.empty()) {
+        auto fields = ParseFields(asked.countBy, problem);
+        if (!fields)
+            return Refuse("--count-by: " + *problem, problem);
+        counts.by = std::move(*fields);
+    }
+    counts.most = query->limit;
+    query->asksForAll = true;
+    answer->limitsItself = true;
+    answer->counts = std::move(counts);
+    return true;
 }
 
 // The order that was asked for, with what of it `--limit` and `--last` leave.
@@ -88,15 +120,22 @@ std::optional<EventOrder> OrderOf(const AnswerOptions& options, const QueryPlan&
     return order;
 }
 
-void PlanOrder(std::int64_t last, const std::optional<EventOrder>& order, QueryPlan* query,
-               AnswerPlan* answer) {
-    answer->order = order;
-    if (!order)
-        return;
-    answer->limitsInOrder = last < 0;
+bool ReadOrder(const AnswerOptions& options, bool isTerminal, QueryPlan* query, AnswerPlan* answer,
+               std::string* problem) {
+    std::int64_t last = -1;
+    if (!options.last.empty() && !ReadLast(options.last, &last))
+        return Refuse("--last: a number from 1 to 2147483647 is expected", problem);
+    if (last >= 0 && query->limit >= 0)
+        return Refuse("--last takes the place of a limit", problem);
+    answer->order = OrderOf(options, *query, last, isTerminal);
+    if (!answer->order)
+        return true;
+    const EventOrder& order = *answer->order;
+    answer->limitsItself = last < 0;
     query->asksForAll = true;
-    if (order->keepsNewest && order->most >= 0 && !query->byReceive)
-        answer->newest = order->most + (last < 0 ? 1 : 0);  // one more, to know of more
+    if (order.keepsNewest && order.most >= 0 && !query->byReceive)
+        answer->newest = order.most + (last < 0 ? 1 : 0);  // one more, to know of more
+    return true;
 }
 
 }  // namespace
@@ -106,30 +145,41 @@ bool PlanAnswer(const QueryOptions& options, QueryPlan* query, AnswerPlan* answe
     const bool isTerminal = ::isatty(STDOUT_FILENO) == 1;
     answer->form.name = FormName(options, isTerminal);
     answer->form.columns = TerminalColumns();
-    if (!ReadFields(options, *query, &answer->form, problem) ||
-        !ReadZone(options.answer, &answer->form.zone, problem))
+    if (!ReadZone(options.answer, &answer->form.zone, problem))
         return false;
     if (options.withKey && answer->form.name == "table")
         return Refuse("--with-key: a table has no room for keys; -o ndjson or -o json has",
                       problem);
-    answer->needsKeys = options.withKey;
-    for (const Field& field : answer->form.fields)
-        answer->needsKeys = answer->needsKeys || field.IsKey();
-    std::int64_t last = -1;
-    if (!options.answer.last.empty() && !ReadLast(options.answer.last, &last))
-        return Refuse("--last: a number from 1 to 2147483647 is expected", problem);
-    if (last >= 0 && query->limit >= 0)
-        return Refuse("--last takes the place of a limit", problem);
-    PlanOrder(last, OrderOf(options.answer, *query, last, isTerminal), query, answer);
+    if (!options.answer.countBy.empty() || !options.answer.histogram.empty()) {
+        if (!ReadCounts(options, query, answer, problem))
+            return false;
+    } else if (!ReadFields(options, *query, &answer->form, problem) ||
+               !ReadOrder(options.answer, isTerminal, query, answer, problem)) {
+        return false;
+    }
+    const auto isKey = [](const Field& field) { return field.IsKey(); };
+    const std::vector<Field>& fields = answer->counts ? answer->counts->by : answer->form.fields;
+    answer->needsKeys = options.withKey || std::any_of(fields.begin(), fields.end(), isKey);
     return true;
 }
 
 Answer::Answer(const AnswerPlan& plan, Output& output)
-    : form_(MakeResultForm(plan.form)),
-      stream_(output, *form_),
-      limitsInOrder_(plan.order && plan.limitsInOrder) {
-    if (plan.order)
-        ordered_.emplace(stream_, *plan.order);
+    : form_(MakeResultForm(plan.form)), stream_(output, *form_), limitsItself_(plan.limitsItself) {
+    if (plan.counts)
+        first_ = &counts_.emplace(output, plan.form, *plan.counts);
+    else if (plan.order)
+        first_ = &ordered_.emplace(stream_, *plan.order);
+}
+
+bool Answer::TellCounts() const {
+    if (!counts_)
+        return true;
+    if (counts_->RowsLeftOut() != 0)
+        Say(std::to_string(counts_->RowsLeftOut()) + " more row(s) are left out");
+    if (counts_->Ungrouped() != 0)
+        Say("there are too many groups: " + std::to_string(counts_->Ungrouped()) +
+            " event(s) are in none of them");
+    return counts_->Ungrouped() == 0;
 }
 
 }  // namespace zel

@@ -8,6 +8,7 @@
 
 #include "zel/commands.h"
 #include "zel/query/queryplan.h"
+#include "zel/results/countsink.h"
 #include "zel/results/orderedsink.h"
 #include "zel/results/resultform.h"
 #include "zel/results/streamsink.h"
@@ -19,8 +20,10 @@ namespace zel {
 struct AnswerPlan {
     FormChoice form;
     std::optional<EventOrder> order;  // none: as the store gives them
-    // Whether the limit is the order's business, so that nobody else may cut the answer off.
-    bool limitsInOrder = false;
+    std::optional<CountPlan> counts;  // in place of the events
+    // Whether the limit is the business of the order or the counts, so that nobody else may cut the
+    // answer off.
+    bool limitsItself = false;
     bool needsKeys = false;
     // So many of the newest events are looked for; negative where the oldest count.
     std::int64_t newest = -1;
@@ -34,16 +37,20 @@ class Answer {
 public:
     Answer(const AnswerPlan& plan, Output& output);
 
-    EventSink& Sink() noexcept { return ordered_ ? static_cast<EventSink&>(*ordered_) : stream_; }
-    std::string Problem() const { return ordered_ ? ordered_->Problem() : stream_.Problem(); }
-    // Whether the limit keeps any from being printed.
-    bool HasMore() const noexcept { return limitsInOrder_ && ordered_->HasMore(); }
+    EventSink& Sink() noexcept { return *first_; }
+    std::string Problem() const { return first_->Problem(); }
+    // Whether the limit keeps any event from being printed.
+    bool HasMore() const noexcept { return limitsItself_ && ordered_ && ordered_->HasMore(); }
+    // Tells what of the counts is not there to be seen. False when that is a loss.
+    bool TellCounts() const;
 
 private:
     const std::unique_ptr<ResultForm> form_;
     StreamSink stream_;
     std::optional<OrderedSink> ordered_;
-    const bool limitsInOrder_;
+    std::optional<CountSink> counts_;
+    EventSink* first_ = &stream_;
+    const bool limitsItself_;
 };
 
 }  // namespace zel

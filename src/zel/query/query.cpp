@@ -138,7 +138,7 @@ ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan
     const auto keys = options.printKeys  ? Wanted::alone
                       : answer.needsKeys ? Wanted::beside
                                          : Wanted::none;
-    return {options.duplicates, keys, answer.order ? -1 : plan.limit, options.key};
+    return {options.duplicates, keys, answer.order || answer.counts ? -1 : plan.limit, options.key};
 }
 
 // Nobody wants the rest, or the sink can't take it. A walk that was stopped counts as a failure of
@@ -169,7 +169,8 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan
     output.Flush();
     if (!isFinished)
         return EndOfBroken(options, intake, answer, store);
-    const bool isWhole = TellGaps(intake, filter, lostRows, store);
+    const bool isCounted = answer.TellCounts();
+    const bool isWhole = TellGaps(intake, filter, lostRows, store) && isCounted;
     const int end = EndOf(result, plan, intake, answer, isWhole);
     TellCursor(options, intake);  // last, where scripts look for it
     if (end == exitCode::nothingFound && TalksToTerminal())

@@ -89,7 +89,7 @@ public:
             std::transform(field.name.begin(), field.name.end(), headings_.back().begin(),
                            [](char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; });
             layout_.Add(WidthOf(field, choice.zone),
-                        field.Type() == ColumnType::text ? Keep::end : Keep::start);
+                        field.type == ColumnType::text ? Keep::end : Keep::start);
         }
         layout_.Settle();
     }
@@ -105,9 +105,9 @@ public:
 
 private:
     static std::size_t WidthOf(const Field& field, const ZoneTime& zone) {
-        if (field.Type() == ColumnType::time)
+        if (field.type == ColumnType::time)
             return zone.IsUtc() ? 24 : 29;
-        if (field.Type() == ColumnType::number)
+        if (field.type == ColumnType::number)
             return std::max<std::size_t>(10, field.name.size());
         return field.name == "object" ? 13 : field.name == "action" ? 9 : TableRow::shared;
     }

@@ -48,8 +48,10 @@ std::optional<Field> ParseField(std::string_view name, std::string* problem) {
     Field field;
     field.name = name;
     field.column = FindColumn(name);
-    if (field.column != nullptr)
+    if (field.column != nullptr) {
+        field.type = field.column->type;
         return field;
+    }
     if (name == "enrichments") {
         field.pointer = {"enrichments"};
         return field;
@@ -113,9 +115,9 @@ std::vector<Field> AllFields(bool withKey, bool withEnrichments) {
     std::vector<Field> fields;
     for (const Column& column : Columns())
         if (column.name != "event" && (column.name != "key" || withKey))
-            fields.push_back({std::string(column.name), &column, {}});
+            fields.push_back({std::string(column.name), &column, {}, column.type});
     if (withEnrichments)
-        fields.push_back({"enrichments", nullptr, {"enrichments"}});
+        fields.push_back({"enrichments", nullptr, {"enrichments"}, ColumnType::json});
     return fields;
 }
 

@@ -17,11 +17,11 @@ struct Field {
     std::string name;                  // as it was asked for, and as it is headed
     const Column* column = nullptr;    // null: by its pointer
     std::vector<std::string> pointer;  // the steps of a JSON pointer
+    ColumnType type = ColumnType::json;
 
     // A column that its name can only have by the key.
     bool IsKey() const noexcept { return column != nullptr && column->name == "key"; }
     bool IsEnrichments() const noexcept { return column == nullptr && name == "enrichments"; }
-    ColumnType Type() const noexcept { return column != nullptr ? column->type : ColumnType::json; }
 };
 
 // "time,action,/artifacts/target/path/value/0": columns, `enrichments`, and JSON pointers. None,
