@@ -10,6 +10,7 @@ _zel_flags() { # COMMAND: its flags
             --where --cmd-line --user --pid --port --grep --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
             --histogram --tz ;;
+        sql) echo --help --output ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --including-foreign --output ;;
         info) echo --help --check --output ;;
@@ -21,7 +22,7 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query enrich purge info monitor settings machine ;;
+        "") echo ingest query sql enrich purge info monitor settings machine ;;
         settings) echo get set unset ;;
         machine) echo show ;;
     esac

@@ -53,8 +53,8 @@ protected:
         atEnd_ = step == EventWalk::Step::end;
         if (!atEnd_ || Succeeded(walk_->Result()))
             return SQLITE_OK;
-        return Fail("the store's answer is not whole: " +
-                    Describe(static_cast<std::int32_t>(walk_->Result())));
+        return Fail(SQLITE_IOERR, "the store's answer is not whole: " +
+                                      Describe(static_cast<std::int32_t>(walk_->Result())));
     }
 
     // The key that the store makes of the event's text; null for a text that has none.

@@ -198,9 +198,9 @@ bool SqlConnection::IsInterrupted() const noexcept {
            sqlite3_exec(database_, "SELECT 1", nullptr, nullptr, nullptr) == SQLITE_INTERRUPT;
 }
 
-int TableCursor::Fail(const std::string& why) const {
+int TableCursor::Fail(int result, const std::string& why) const {
     SetMessage(&table_.zErrMsg, why);
-    return SQLITE_ERROR;
+    return result;
 }
 
 int RegisterKind(sqlite3* database, const char* name, const TableKind& kind,

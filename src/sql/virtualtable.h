@@ -76,7 +76,7 @@ public:
 protected:
     VirtualTable& Table() const noexcept { return table_; }
     // An error of the statement, with words.
-    int Fail(const std::string& why) const;
+    int Fail(int result, const std::string& why) const;
 
 private:
     VirtualTable& table_;

@@ -188,6 +188,19 @@ void AddQuery(CLI::App& command, Run& run) {
     AddAnswer(command, options.answer, keys);
 }
 
+void AddSql(CLI::App& command, Run& run) {
+    SqlOptions& options = OptionsOf(command, run, RunSql);
+    command.footer(
+        "Tables: events, folders, enrichments, errors; `zel sql .schema` tells their columns.\n"
+        "Without a statement: a shell on a terminal, else what standard input holds.\n"
+        "docs/sql.md tells the rest.");
+    AddText(command, "STATEMENT", options.statement, "", "SQL, as SQLite takes it; it only reads");
+    command
+        .add_option("-o,--output", options.output, "By default table on a terminal, else ndjson")
+        ->check(CLI::IsMember({"table", "csv", "ndjson"}))
+        ->type_name("FORM");
+}
+
 void AddEnrich(CLI::App& command, Run& run) {
     EnrichOptions& options = OptionsOf(command, run, RunEnrich);
     command.footer(
@@ -311,6 +324,7 @@ constexpr struct {
 } rows[] = {
     {"ingest", "Store events of files", AddIngest},
     {"query", "Print events", AddQuery},
+    {"sql", "Ask in SQL", AddSql},
     {"enrich", "Store enrichments for events", AddEnrich},
     {"purge", "Delete the oldest folders to fit a size", AddPurge},
     {"info", "Tell what the store holds", AddInfo},

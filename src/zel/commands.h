@@ -78,6 +78,15 @@ struct QueryOptions {
 // 2 for a question that can't be asked, 3 when the store can't be opened.
 int RunQuery(const QueryOptions& options);
 
+struct SqlOptions {
+    std::string statement;  // several, or a command of the shell; empty: standard input
+    std::string output;     // table, csv or ndjson; empty: table on a terminal, else ndjson
+};
+// Prints the rows of statements of SQL on the store's events. Without a statement a shell, or what
+// standard input holds. 1 when the last statement gave no row, 2 for one that SQLite refuses or
+// that would write, 4 when something could not be read.
+int RunSql(const SqlOptions& options);
+
 struct PurgeOptions {
     std::string maxSize;  // such as 500M
     bool dryRun = false;
