@@ -43,7 +43,8 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             statistic scan generic enumerate reputation_query ;;
         --object) echo process file directory module service reg_key reg_value kernel_object network url \
             session etw amsi ;;
-        -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table csv timesketch; else echo table json; fi ;;
+        -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table csv timesketch; elif [ "$1" = sql ]; then echo table csv ndjson
+            else echo table json; fi ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
             --actor-uid | --key | --where | --cmd-line | --user | --pid | --port | --grep | \
             --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent) echo NONE ;;

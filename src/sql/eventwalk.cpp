@@ -55,9 +55,11 @@ public:
         thread_ = std::thread([this] { Run(); });
     }
     ~Runner() {
+        if (!ended_)
+            store_->NoteFailures();
         {
             const std::lock_guard<std::mutex> hold(lock_);
-            stopped_ = true;
+            stopped_ = !ended_;
         }
         stop_.Set();
         room_.notify_one();
@@ -104,7 +106,10 @@ private:
             const std::lock_guard<std::mutex> hold(lock_);
             wasStopped = stopped_;
         }
-        store_->NoteWalk(wasStopped);
+        if (wasStopped)
+            store_->ForgetStop();
+        else
+            store_->NoteFailures();
         const std::lock_guard<std::mutex> hold(lock_);
         result_ = Failed(walkResult_) ? walkResult_ : result;
         done_ = true;

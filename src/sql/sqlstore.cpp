@@ -88,15 +88,22 @@ std::shared_ptr<SqlStore> SqlStore::Open(const std::string& directory, ISessionL
     return open.store;
 }
 
-// Walks run side by side, and the store tells failures of all of them together: once one was
-// stopped, a failure that says so is taken for its.
-void SqlStore::NoteWalk(bool wasStopped) noexcept {
+void SqlStore::NoteFailures() noexcept {
+    TakeFailures(true);
+}
+
+// A failure of another walk that falls between the stop and its end goes with it.
+void SqlStore::ForgetStop() noexcept {
+    TakeFailures(false);
+}
+
+void SqlStore::TakeFailures(bool keepsReads) noexcept {
+    constexpr std::uint32_t read = 2;
     try {
         const wm::Hold hold(lock_);
-        hasStopped_ = hasStopped_ || wasStopped;
         damagedReads_ += TakeDamagedReads();
         for (const DatabaseError& failure : session_.TakeDatabaseErrors())
-            if (!hasStopped_ || failure.lastResult != static_cast<std::int32_t>(ZEL::hr::aborted))
+            if (keepsReads || failure.operation != read)
                 Keep(failure);
     } catch (const std::exception&) {
         return;  // without memory; the store still has them

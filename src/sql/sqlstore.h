@@ -30,22 +30,25 @@ public:
     const std::string& Directory() const noexcept { return directory_; }
     ZEL::IEventStore7& Store() const noexcept { return *session_; }
 
-    // Takes over what the store says has failed. To be called behind each walk; `wasStopped` says
-    // that it was not wanted to its end, which the store counts as a failure and which is none.
-    void NoteWalk(bool wasStopped) noexcept;
+    // Takes over what the store says has failed. To be called behind each walk, and ahead of the
+    // stop of one.
+    void NoteFailures() noexcept;
+    // Drops it, but for folders that could not be opened: behind a walk that was stopped, since the
+    // store counts that as a failure to read.
+    void ForgetStop() noexcept;
     // All failures since the store was opened, by folder.
     std::vector<DatabaseError> Failures() const;
     // Reads that met damaged data, which the failures do not have.
     std::uint32_t DamagedReads() const;
 
 private:
+    void TakeFailures(bool keepsReads) noexcept;
     void Keep(const DatabaseError& failure) REQUIRES(lock_);
 
     const std::string directory_;
     StoreSession session_;
     // Held while the store is asked for its failures.
     mutable wm::Lock lock_{wm::LockRank::monitorDelivery};
-    bool hasStopped_ GUARDED_BY(lock_) = false;
     std::vector<DatabaseError> failures_ GUARDED_BY(lock_);
     std::uint32_t damagedReads_ GUARDED_BY(lock_) = 0;
 };

@@ -4,11 +4,11 @@
 #include <numeric>
 #include <utility>
 
-#include "common/jsontext.h"
+#include "zel/results/fieldforms.h"
 #include "zel/terminal/textfit.h"
 
-// Values come from statements of people, and of strangers within them: a table shows them escaped,
-// and cells of CSV that a spreadsheet would run as a formula begin with an apostrophe.
+// A statement's table is another one than that of events: its columns are whatever was asked for,
+// so that only the rows tell how wide they should be.
 
 namespace zel {
 
@@ -27,69 +27,45 @@ bool IsNumber(sqlite3_stmt* statement, int column) {
     return type == SQLITE_INTEGER || type == SQLITE_FLOAT;
 }
 
-void AppendCell(std::string* row, const std::string& text, bool isNumber) {
-    const bool isFormula =
-        !isNumber && !text.empty() && std::string_view("=+-@\t\r").find(text[0]) != text.npos;
-    if (text.find_first_of(",\"\r\n") == text.npos) {
-        row->append(isFormula ? "'" : "").append(text);
-        return;
-    }
-    row->append(isFormula ? "\"'" : "\"");
-    for (const char c : text)
-        row->append(c == '"' ? 2 : 1, c);
-    row->append("\"");
-}
-
-class Csv final : public SqlForm {
+// Values as those of events' fields, in the forms that these have.
+class Rows final : public SqlForm {
 public:
+    explicit Rows(std::string name) : name_(std::move(name)) {}
+
     std::string Row(sqlite3_stmt* statement) override {
-        std::string row = Heading(statement);
-        for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-            row.append(i > 0 ? "," : "");
-            AppendCell(&row, TextOf(statement, i), IsNumber(statement, i));
-        }
-        return row.append("\r\n");
+        std::vector<FieldValue> values;
+        for (int i = 0; i < sqlite3_column_count(statement); ++i)
+            values.push_back(ValueOf(statement, i));
+        RowForm& form = FormFor(statement);
+        return form.Row(values, std::exchange(isEmpty_, false));
     }
-    std::string End(sqlite3_stmt* statement) override { return Heading(statement); }
+    std::string End(sqlite3_stmt* statement) override { return FormFor(statement).End(isEmpty_); }
 
 private:
-    // The first time.
-    std::string Heading(sqlite3_stmt* statement) {
-        std::string row;
-        for (int i = 0; !hasHeading_ && i < sqlite3_column_count(statement); ++i) {
-            row.append(i > 0 ? "," : "");
-            AppendCell(&row, sqlite3_column_name(statement, i), false);
+    RowForm& FormFor(sqlite3_stmt* statement) {
+        if (!form_) {
+            FormChoice choice;
+            choice.name = name_;
+            for (int i = 0; i < sqlite3_column_count(statement); ++i)
+                choice.fields.push_back({sqlite3_column_name(statement, i), nullptr, {}});
+            form_ = MakeRowForm(std::move(choice));
         }
-        return std::exchange(hasHeading_, true) ? "" : row.append("\r\n");
+        return *form_;
     }
-    bool hasHeading_ = false;
-};
-
-class Ndjson final : public SqlForm {
-public:
-    std::string Row(sqlite3_stmt* statement) override {
-        std::string row = "{";
-        for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-            row.append(i > 0 ? "," : "")
-                .append(wm::JsonString(sqlite3_column_name(statement, i)))
-                .append(":");
-            if (sqlite3_column_type(statement, i) == SQLITE_NULL)
-                row += "null";
-            else if (IsNumber(statement, i))
-                row += NumberOf(statement, i);
-            else
-                row += wm::JsonString(TextOf(statement, i));
-        }
-        return row.append("}\n");
-    }
-    std::string End(sqlite3_stmt*) override { return ""; }
-
-private:
     // JSON has no infinity.
-    static std::string NumberOf(sqlite3_stmt* statement, int column) {
-        const std::string number = TextOf(statement, column);
-        return number.ends_with("Inf") ? "null" : number;
+    static FieldValue ValueOf(sqlite3_stmt* statement, int column) {
+        using Kind = FieldValue::Kind;
+        std::string text = TextOf(statement, column);
+        if (sqlite3_column_type(statement, column) == SQLITE_NULL)
+            return {};
+        if (IsNumber(statement, column))
+            return text.ends_with("Inf") ? FieldValue() : FieldValue{Kind::number, std::move(text)};
+        return {Kind::text, std::move(text)};
     }
+
+    const std::string name_;
+    std::unique_ptr<RowForm> form_;
+    bool isEmpty_ = true;
 };
 
 // Keeps the first rows until it knows how wide the columns should be; those that come later keep to
@@ -180,9 +156,7 @@ private:
 std::unique_ptr<SqlForm> MakeSqlForm(const std::string& name, std::size_t columns) {
     if (name == "table")
         return std::make_unique<Table>(columns);
-    if (name == "csv")
-        return std::make_unique<Csv>();
-    return std::make_unique<Ndjson>();
+    return std::make_unique<Rows>(name);
 }
 
 }  // namespace zel
