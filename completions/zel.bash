@@ -9,7 +9,7 @@ _zel_flags() { # COMMAND: its flags
             --pattern --hash --ip --correlation --type-id --actor-uid --key --limit --enrichments --no-live-enriched \
             --where --cmd-line --user --pid --port --grep --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
-            --histogram --tz ;;
+            --histogram --trailer --no-pager --tz ;;
         sql) echo --help --output ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --including-foreign --output ;;

@@ -140,6 +140,9 @@ void AddAnswer(CLI::App& command, AnswerOptions& options, CLI::Option* keys) {
     AddText(command, "--histogram", options.histogram, "LENGTH",
             "Print how many events there are in each length of time, such as 15m, 1h, 1d")
         ->excludes(keys);
+    command.add_flag("--trailer", options.trailer,
+                     "Tell what was looked at, as the last line of ndjson, else on stderr");
+    command.add_flag("--no-pager", options.noPager, "Show a long table on a terminal all at once");
     AddText(command, "--tz", options.zone, "ZONE",
             "Print times of this zone, such as Europe/Berlin or local, and read those without one "
             "in it");

@@ -44,7 +44,9 @@ struct AnswerOptions {
     std::string fields;     // columns and JSON pointers with commas between; empty: what suits
     std::string countBy;    // columns likewise, by which events are counted and not printed
     std::string histogram;  // a length of time such as 1h, by which they are
-    std::string zone;       // of the times that are printed, and of those that tell none
+    bool trailer = false;   // tell what the answer was made of also where no terminal is
+    bool noPager = false;
+    std::string zone;  // of the times that are printed, and of those that tell none
 };
 
 struct QueryOptions {

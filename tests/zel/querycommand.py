@@ -310,6 +310,51 @@ def counts(zel):
         zel.check(f"{wrong} is refused", 2, zel.run("query", *wrong).returncode)
 
 
+def screen(zel):
+    """What a terminal gets: the order of time, colours, a pager. And the trailer, also elsewhere."""
+    zel.run("ingest", given=b"\n".join(record(n, "C:\\t") for n in (2, 1)))
+    def shown(*arguments, **variables):
+        terminal, stdout = pty.openpty()
+        environment = dict(zel.environment, TERM="xterm", COLUMNS="100", **variables)
+        with subprocess.Popen(zel.command("query", *arguments), stdout=stdout, stderr=subprocess.DEVNULL,
+                              env=environment) as query:
+            os.close(stdout)
+            text = b""
+            try:
+                while piece := os.read(terminal, 4096):
+                    text += piece
+            except OSError:  # all that had it open have closed it
+                pass
+        os.close(terminal)
+        return query.returncode, text.decode().replace("\r\n", "\n")
+    plain, coloured = (TIME + " %sfile          create    %s" % colours for colours in (("", ""), ("\x1b[36m", "\x1b[0m")))
+    for variables, arguments, expected in (
+            ({"PAGER": ""}, (), coloured), ({"PAGER": "cat"}, ("--no-pager",), coloured),
+            ({"PAGER": "", "NO_COLOR": "1"}, (), plain),
+            ({"PAGER": "sed 's/^/| /'", "NO_COLOR": "1"}, (), "| " + plain),
+            ({"PAGER": "sed 's/^/| /'", "NO_COLOR": "1"}, ("--no-pager",), plain),
+            ({"PAGER": "exec 0<&-; sleep 0"}, (), "")):
+        code, text = shown("--actor-path", "?*", *arguments, **variables)
+        zel.check(f"{variables} {arguments}", (0, [expected] * (2 if expected else 0)),
+                  (code, [line[:len(expected)] for line in text.splitlines()[1:]]))
+    rows = zel.rows("--trailer", "--limit", "1")
+    trailer = json.loads(rows[-1])["trailer"]
+    zel.check("a trailer", (2, 1, 1, [], True, True, False),
+              (len(rows), *(trailer[name] for name in ("found", "folders", "not_read", "limited", "complete",
+                                                       "being_written"))))
+    folder = os.path.join(zel.store, "20200103")
+    os.mkdir(folder)
+    for name in ("CURRENT", "000005.ldb"):
+        with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
+            file.write("MANIFEST-000009\n")
+    ended = zel.run("query", "--trailer", "--since", "2100-01-01")
+    trailer = json.loads(ended.stdout)["trailer"]
+    zel.check("nothing found, and not all was read", (4, 0, False, True), (ended.returncode, trailer["found"],
+              trailer["complete"], "20200103" in [failure["folder"] for failure in trailer["not_read"]]))
+    ended = zel.run("query", "--trailer", "-o", "csv", "--fields", "seq")
+    zel.check("beside csv", (b"seq\r\n1\r\n2\r\n", True), (ended.stdout, b"zel: 2 event(s) found" in ended.stderr))
+
+
 def files(zel):
     """Documents in files, and what is none."""
     document = b'{"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}}'
@@ -338,7 +383,9 @@ def nothing(zel):
         os.close(stderr)
         text = os.read(terminal, 4096).decode().replace("\r\n", "\n").replace("\r\x1b[K", "")
         os.close(terminal)
-        return ended.returncode, text
+        said, _, trailer = text.rpartition("zel: 0 event(s) found, ")
+        zel.check("and what was looked at", True, trailer.startswith("0 row(s) looked at, 1 folder(s) from "))
+        return ended.returncode, said
     def lines(*words):
         return 1, "".join(f"zel: {line}\n" for line in ("no events", *words))
     zel.check("not a word to a script", (1, b""),
@@ -394,7 +441,7 @@ def enrichments(zel):
 def main(program, records):
     failures = 0
     for scenario, arguments in ((refusals, ()), (outputs, (records,)), (hostile, ()), (tables, ()), (twice, ()), (ordered, ()),
-                                (fields, ()), (counts, ()),
+                                (fields, ()), (counts, ()), (screen, ()),
                                 (files, ()), (nothing, ()), (enrichments, ())):
         with Zel(program) as zel:
             scenario(zel, *arguments)

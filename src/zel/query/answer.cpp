@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 
 #include "zel/terminal/messages.h"
 
@@ -138,6 +139,25 @@ bool ReadOrder(const AnswerOptions& options, bool isTerminal, QueryPlan* query, 
     return true;
 }
 
+bool HasText(const char* variable) {
+    const char* const text = std::getenv(variable);
+    return text != nullptr && *text != '\0';
+}
+
+// What suits a person at a terminal and nobody else. A trailer among the lines is for programs,
+// which asked for it.
+void PlanScreen(const AnswerOptions& options, bool isTerminal, AnswerPlan* answer) {
+    const char* const kind = std::getenv("TERM");
+    const bool isDumb = kind == nullptr || std::string_view(kind) == "dumb";
+    answer->form.hasColours = isTerminal && !isDumb && !HasText("NO_COLOR");
+    if (options.trailer && answer->form.name == "ndjson")
+        answer->trailer = AnswerPlan::asLastLine;
+    else if (options.trailer || TalksToTerminal())
+        answer->trailer = AnswerPlan::toPeople;
+    answer->usesPager =
+        isTerminal && !isDumb && !options.noPager && answer->trailer != AnswerPlan::asLastLine;
+}
+
 }  // namespace
 
 bool PlanAnswer(const QueryOptions& options, QueryPlan* query, AnswerPlan* answer,
@@ -157,6 +177,7 @@ bool PlanAnswer(const QueryOptions& options, QueryPlan* query, AnswerPlan* answe
                !ReadOrder(options.answer, isTerminal, query, answer, problem)) {
         return false;
     }
+    PlanScreen(options.answer, isTerminal, answer);
     const auto isKey = [](const Field& field) { return field.IsKey(); };
     const std::vector<Field>& fields = answer->counts ? answer->counts->by : answer->form.fields;
     answer->needsKeys = options.withKey || std::any_of(fields.begin(), fields.end(), isKey);

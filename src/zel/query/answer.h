@@ -25,6 +25,8 @@ struct AnswerPlan {
     // answer off.
     bool limitsItself = false;
     bool needsKeys = false;
+    bool usesPager = false;
+    enum { none, toPeople, asLastLine } trailer = {};
     // So many of the newest events are looked for; negative where the oldest count.
     std::int64_t newest = -1;
 };

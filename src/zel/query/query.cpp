@@ -6,11 +6,13 @@
 #include "zel/query/querydocument.h"
 #include "zel/query/resultintake.h"
 #include "zel/query/textconditions.h"
+#include "zel/query/trailer.h"
 #include "zel/query/walk.h"
 #include "zel/query/whynothing.h"
 #include "zel/terminal/inputfile.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
+#include "zel/terminal/pager.h"
 #include "zelstore/query/machinepaths.h"
 #include "zelstore/schema/eventfields.h"
 #include "zelstore/schema/eventquery.h"
@@ -156,25 +158,53 @@ int EndOfBroken(const QueryOptions& options, const ResultIntake& intake, const A
     return exitCode::done;
 }
 
+// Ahead of the store's table of failures being told, which empties it.
+void GatherFailures(const ResultIntake& intake, StoreSession& store, Trailer* trailer) {
+    if (intake.HasEnough())
+        trailer->failures = intake.FailuresSoFar();
+    else
+        store.ReadDatabaseErrors(&trailer->failures);
+}
+
+void TellTrailer(const AnswerPlan& plan, Trailer& trailer, int end, Output& output) {
+    trailer.isWhole = end == exitCode::done || end == exitCode::nothingFound;
+    if (plan.trailer == AnswerPlan::asLastLine)
+        output.Write(trailer.Json() + "\n");
+    else if (plan.trailer == AnswerPlan::toPeople)
+        Say(trailer.Words());
+}
+
 int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan& answerPlan,
             EventFilter* filter, Output& output) {
     StoreSession store(Terminal());
     if (!store.Open(StoreNeed::reading))
         return exitCode::noStore;
+    Pager pager;
+    if (answerPlan.usesPager)
+        pager.Start();
+    const bool hasTrailer = answerPlan.trailer != AnswerPlan::none;
+    Trailer trailer = hasTrailer ? BeginTrailer() : Trailer();
     LostRows lostRows;
     Answer answer(answerPlan, output);
     ResultIntake intake(answer.Sink(), filter, plan, WantedOf(options, plan, answerPlan), *store);
     const HRESULT result = Walk(plan, answerPlan.newest, store, intake, lostRows);
     const bool isFinished = intake.TakesResults() && answer.Sink().Finish();
     output.Flush();
+    pager.Finish();
     if (!isFinished)
         return EndOfBroken(options, intake, answer, store);
+    if (hasTrailer)
+        GatherFailures(intake, store, &trailer);
     const bool isCounted = answer.TellCounts();
     const bool isWhole = TellGaps(intake, filter, lostRows, store) && isCounted;
     const int end = EndOf(result, plan, intake, answer, isWhole);
-    TellCursor(options, intake);  // last, where scripts look for it
     if (end == exitCode::nothingFound && TalksToTerminal())
         TellNothingFound(plan.document, *store);
+    trailer.found = intake.Count();
+    trailer.rows = static_cast<std::uint64_t>(intake.Rows());
+    trailer.hasMore = intake.HasMore() || answer.HasMore();
+    TellTrailer(answerPlan, trailer, end, output);
+    TellCursor(options, intake);  // last, where scripts look for it
     return end;
 }
 

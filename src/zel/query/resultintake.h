@@ -59,7 +59,8 @@ public:
     // early: it gave them all, and too few were new. Always false where all rows were asked for,
     // and for receipts, which are never the same twice.
     bool WantsMore(std::int64_t rows) const;
-    // Ahead of each walk. What was handed on stays known from one walk to the next.
+    // Ahead of each walk that begins anew. What was handed on stays known from one walk to the
+    // next.
     void StartWalk() {
         rows_ = 0;
         keyless_ = 0;
@@ -73,7 +74,8 @@ public:
     const std::vector<DatabaseError>& FailuresSoFar() const noexcept { return failures_; }
 
     std::uint64_t Count() const noexcept { return count_; }
-    // Whether the limit kept any from being handed on, and how many rows the last walk gave.
+    // Whether the limit kept any from being handed on, and how many rows there were, in the last
+    // walk and those that it went on from.
     bool HasMore() const noexcept { return hasMore_; }
     std::int64_t Rows() const noexcept { return rows_; }
     // Results whose key could not be made.

@@ -61,7 +61,6 @@ HRESULT Ask(const QueryPlan& plan, std::int64_t rows, StoreSession& store, Resul
     const auto text = wm::ToValue(plan.TextFor(rows));
     if (!text)
         return hr::outOfMemory;
-    intake.StartWalk();
     const HRESULT result = store->Query(text.Get(), &intake, stop.Handle());
     return intake.HasEnough() ? hr::ok : result;
 }
@@ -76,6 +75,7 @@ HRESULT WalkFromOldest(const QueryPlan& plan, StoreSession& store, ResultIntake&
             lostRows.Forget();
             ZEL::IgnoreResult(store->ClearDatabaseErrors(), "then failures count twice");
         }
+        intake.StartWalk();
         const HRESULT result = Ask(plan, rows, store, intake, stop);
         if (Failed(result) || intake.HasEnough() || !intake.WantsMore(rows))
             return result;
