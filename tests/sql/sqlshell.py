@@ -22,7 +22,8 @@ class SqlShell(Zel):
     def preload(self):
         # A sanitizer's library has to be the first; the shell was not linked with it.
         linked = subprocess.run(["ldd", self.extension + ".so"], stdout=subprocess.PIPE, check=False).stdout.decode()
-        return " ".join(line.split()[2] for line in linked.splitlines() if "san.so" in line)
+        found = [line.split()[2] for line in linked.splitlines() if "san.so" in line]
+        return " ".join(found) or os.environ.get("ZEL_SANITIZER_RUNTIME", "")
 
     def sql(self, *statements, options=(), prepare=True):
         """The ended shell. Statements that fail don't end it."""
