@@ -7,7 +7,7 @@ set(component_folder ${CMAKE_INSTALL_LIBDIR}/zelstore)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ZELStore)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/ZELStore)
 file(RELATIVE_PATH from_bin /${CMAKE_INSTALL_BINDIR} /${component_folder})
-set_target_properties(wmLib wmSet wmJobMgr ZELStore PROPERTIES INSTALL_RPATH "$ORIGIN")
+set_target_properties(wmLib wmSet wmJobMgr ZELStore zelsqlite PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(zel PROPERTIES INSTALL_RPATH "$ORIGIN/${from_bin}")
 
 target_include_directories(wmLib INTERFACE $<INSTALL_INTERFACE:${headers}>)
@@ -15,6 +15,8 @@ target_include_directories(wmLib INTERFACE $<INSTALL_INTERFACE:${headers}>)
 install(TARGETS wmLib wmSet wmJobMgr ZELStore zel EXPORT ZELStoreTargets
         RUNTIME COMPONENT runtime
         LIBRARY DESTINATION ${component_folder} COMPONENT runtime NAMELINK_COMPONENT development)
+# For programs that load extensions into an SQLite of their own; nothing links it.
+install(TARGETS zelsqlite LIBRARY DESTINATION ${component_folder} COMPONENT runtime)
 install(FILES README.md CHANGELOG.md LICENSE SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT runtime FILES_MATCHING PATTERN *.md)
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
@@ -24,7 +26,7 @@ install(FILES completions/zel.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-com
 install(FILES completions/_zel DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT runtime)
 install(FILES completions/zel.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
         COMPONENT runtime)
-install(PROGRAMS examples/readstore.py DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
+install(PROGRAMS examples/readstore.py examples/histogram.py DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 install(FILES examples/README.md examples/events.ndjson.xz examples/raw.ndjson.xz examples/security.evtx.xz
               examples/LICENSE.Security-Datasets.txt examples/LICENSE.evtx.txt
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)

@@ -55,15 +55,19 @@ public:
         thread_ = std::thread([this] { Run(); });
     }
     ~Runner() {
-        if (!ended_)
-            store_->NoteFailures();
+        if (ended_) {
+            thread_.join();
+            return;
+        }
+        store_->BeginStop();
         {
             const std::lock_guard<std::mutex> hold(lock_);
-            stopped_ = !ended_;
+            stopped_ = true;
         }
         stop_.Set();
         room_.notify_one();
         thread_.join();
+        store_->EndStop();
     }
 
     Step Next(std::string_view* event) {
@@ -106,9 +110,7 @@ private:
             const std::lock_guard<std::mutex> hold(lock_);
             wasStopped = stopped_;
         }
-        if (wasStopped)
-            store_->ForgetStop();
-        else
+        if (!wasStopped)
             store_->NoteFailures();
         const std::lock_guard<std::mutex> hold(lock_);
         result_ = Failed(walkResult_) ? walkResult_ : result;

@@ -88,19 +88,29 @@ std::shared_ptr<SqlStore> SqlStore::Open(const std::string& directory, ISessionL
     return open.store;
 }
 
+// Walks run side by side, and the store tells the failures of all together: while one is being
+// stopped, failures to read are left to the end of that, and go with it.
 void SqlStore::NoteFailures() noexcept {
-    TakeFailures(true);
+    const wm::Hold hold(lock_);
+    if (stops_ == 0)
+        TakeFailures(true);
 }
 
-// A failure of another walk that falls between the stop and its end goes with it.
-void SqlStore::ForgetStop() noexcept {
+void SqlStore::BeginStop() noexcept {
+    const wm::Hold hold(lock_);
+    if (stops_++ == 0)
+        TakeFailures(true);
+}
+
+void SqlStore::EndStop() noexcept {
+    const wm::Hold hold(lock_);
+    --stops_;
     TakeFailures(false);
 }
 
-void SqlStore::TakeFailures(bool keepsReads) noexcept {
+void SqlStore::TakeFailures(bool keepsReads) {
     constexpr std::uint32_t read = 2;
     try {
-        const wm::Hold hold(lock_);
         damagedReads_ += TakeDamagedReads();
         for (const DatabaseError& failure : session_.TakeDatabaseErrors())
             if (keepsReads || failure.operation != read)

@@ -30,25 +30,26 @@ public:
     const std::string& Directory() const noexcept { return directory_; }
     ZEL::IEventStore7& Store() const noexcept { return *session_; }
 
-    // Takes over what the store says has failed. To be called behind each walk, and ahead of the
-    // stop of one.
+    // Takes over what the store says has failed. To be called behind each walk.
     void NoteFailures() noexcept;
-    // Drops it, but for folders that could not be opened: behind a walk that was stopped, since the
-    // store counts that as a failure to read.
-    void ForgetStop() noexcept;
+    // To be called ahead of the stop of a walk and when it has ended. The store counts a stop as a
+    // failure to read, which is dropped.
+    void BeginStop() noexcept;
+    void EndStop() noexcept;
     // All failures since the store was opened, by folder.
     std::vector<DatabaseError> Failures() const;
     // Reads that met damaged data, which the failures do not have.
     std::uint32_t DamagedReads() const;
 
 private:
-    void TakeFailures(bool keepsReads) noexcept;
+    void TakeFailures(bool keepsReads) REQUIRES(lock_);
     void Keep(const DatabaseError& failure) REQUIRES(lock_);
 
     const std::string directory_;
     StoreSession session_;
     // Held while the store is asked for its failures.
     mutable wm::Lock lock_{wm::LockRank::monitorDelivery};
+    int stops_ GUARDED_BY(lock_) = 0;  // that are under way
     std::vector<DatabaseError> failures_ GUARDED_BY(lock_);
     std::uint32_t damagedReads_ GUARDED_BY(lock_) = 0;
 };

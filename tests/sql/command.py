@@ -87,6 +87,20 @@ def shell(zel):
     zel.check("history is its owner's", 0o600, os.stat(history).st_mode & 0o777)
 
 
+def histogram(zel, examples):
+    """The example draws: bars of text where there is no matplotlib, as without site packages, else a picture."""
+    environment = dict(zel.environment, PATH=os.path.dirname(zel.program) + ":" + os.environ["PATH"])
+    environment.pop("PYTHONPATH", None)
+    for options in (["-S"], []):
+        ended = subprocess.run(["/usr/bin/python3", *options, os.path.join(examples, "histogram.py"), zel.store,
+                                "time > '2023-01-01'"], cwd=zel.folder, env=environment, stdout=subprocess.PIPE,
+                               check=False, timeout=60)
+        printed = ended.stdout.decode()
+        picture = os.path.join(zel.folder, "histogram.png")
+        zel.check(f"a histogram with {options}", True, f"2023-07-19T16  {'#' * 60} 159\n" in printed or (
+            options == [] and "3 hour(s), 180 event(s)" in printed and os.path.getsize(picture) > 0))
+
+
 def losses(zel):
     folder = next(entry for entry in os.scandir(zel.store))
     with open(os.path.join(folder, "CURRENT"), "w", encoding="utf-8") as damaged:
@@ -103,6 +117,7 @@ def main(program, _extension, sample):
         ends(zel)
         interruptions(zel)
         shell(zel)
+        histogram(zel, os.path.dirname(os.path.abspath(sample)))
         losses(zel)
         return 1 if zel.failures else 0
 

@@ -2,7 +2,8 @@
 
 docexamples.py ZEL SAMPLE DOCUMENT... [--write]   (--write puts the real output into the documents)
 
-A line that begins with four blanks and "$ " is a command, the indented lines behind it are what it prints.
+A line that begins with four blanks and "$ " is a command, the indented lines behind it are what it prints;
+a block of ```sql is asked with zel sql, and what it prints stands indented behind a blank line.
 What differs from run to run, such as rates and today's date, may differ. C++ has to stand in examples/ as
 it is in the document, links have to lead to a file, and tables of constants to hold those of the headers.
 """
@@ -10,6 +11,7 @@ import glob
 import itertools
 import os
 import re
+import shlex
 import subprocess
 import sys
 
@@ -29,7 +31,7 @@ def run(zel, commands):
     script = "exec 2>&1\n"
     for command in commands:
         if not re.search(" -o |--explain|--print-keys| [|] ", command):  # as a terminal shows it
-            command = re.sub(r"\bzel (query|info|purge)\b", r"zel \1 -o table", command, count=1)
+            command = re.sub(r"\bzel (query|info|purge|sql)\b", r"zel \1 -o table", command, count=1)
         script += command + "\nprintf '\\036'\n"
     path = os.path.dirname(zel.program) + ":" + os.environ["PATH"]
     environment = dict(zel.environment, ZEL_STORE=zel.store, COLUMNS="100", TMPDIR=zel.folder, PATH=path)
@@ -42,21 +44,32 @@ def fixed(lines):
     return [VARYING.sub("~", line) for line in lines]
 
 
+def commands_of(lines):
+    """Each command, and the number of the line where what it prints begins."""
+    at = 0
+    while at < len(lines):
+        if lines[at].startswith(INDENT + "$ "):
+            yield lines[at][len(INDENT) + 2:], at + 1
+        elif lines[at] == "```sql":
+            end = lines.index("```", at)
+            yield "zel sql -o table " + shlex.quote("\n".join(lines[at + 1:end])), end + 2
+            at = end
+        at += 1
+
+
 def with_real_output(zel, lines):
     """The document's lines with what its commands print now, where that differs."""
-    commands = [line[len(INDENT) + 2:] for line in lines if line.startswith(INDENT + "$ ")]
-    outputs = iter(run(zel, commands) if commands else [])
-    real, at = [], 0
-    while at < len(lines):
-        real.append(lines[at])
-        at += 1
-        if real[-1].startswith(INDENT + "$ "):
-            first = at
-            while at < len(lines) and lines[at].startswith(INDENT) and lines[at][4:6] != "$ ":
-                at += 1
-            printed = [(INDENT + line).rstrip() for line in next(outputs)]
-            real += lines[first:at] if fixed(printed) == fixed(lines[first:at]) else printed
-    return real
+    commands = list(commands_of(lines))
+    outputs = run(zel, [command for command, _ in commands]) if commands else []
+    real, done = [], 0
+    for (_, first), output in zip(commands, outputs):
+        real += lines[done:first]
+        done = first
+        while done < len(lines) and lines[done].startswith(INDENT) and lines[done][4:6] != "$ ":
+            done += 1
+        printed = [(INDENT + line).rstrip() for line in output]
+        real += lines[first:done] if fixed(printed) == fixed(lines[first:done]) else printed
+    return real + lines[done:]
 
 
 def without_layout(text):
