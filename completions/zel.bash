@@ -11,6 +11,7 @@ _zel_flags() { # COMMAND: its flags
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
             --histogram --trailer --no-pager --tz ;;
         sql) echo --help --output ;;
+        tree) echo --help --key --since --until --day --output ;;
         enrich) echo --help --live --silent --ndjson ;;
         purge) echo --help --max-size --dry-run --including-foreign --output ;;
         info) echo --help --check --output ;;
@@ -22,7 +23,7 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query sql enrich purge info monitor settings machine ;;
+        "") echo ingest query sql tree enrich purge info monitor settings machine ;;
         settings) echo get set unset ;;
         machine) echo show ;;
     esac
@@ -43,8 +44,13 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             statistic scan generic enumerate reputation_query ;;
         --object) echo process file directory module service reg_key reg_value kernel_object network url \
             session etw amsi ;;
-        -o | --output) if [ "$1" = query ]; then echo ndjson json ocsf table csv timesketch; elif [ "$1" = sql ]; then echo table csv ndjson
-            else echo table json; fi ;;
+        -o | --output)
+            case $1 in
+                query) echo ndjson json ocsf table csv timesketch ;;
+                sql) echo table csv ndjson ;;
+                tree) echo tree json ndjson ;;
+                *) echo table json ;;
+            esac ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
             --actor-uid | --key | --where | --cmd-line | --user | --pid | --port | --grep | \
             --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent) echo NONE ;;

@@ -204,6 +204,23 @@ void AddSql(CLI::App& command, Run& run) {
         ->type_name("FORM");
 }
 
+void AddTree(CLI::App& command, Run& run) {
+    TreeOptions& options = OptionsOf(command, run, RunTree);
+    AddText(command, "PROCESS", options.process, "",
+            "Number (PID) or identifier (UID) of the process");
+    AddText(command, "--key", options.key, "KEY",
+            "The process of the event with this key: the one launched, else the one that acted");
+    AddText(command, "--since", options.since, "TIME",
+            "First time of the events that are looked at, as for `query`");
+    AddText(command, "--until", options.until, "TIME", "Last time, likewise");
+    AddText(command, "--day", options.day, "DATE", "That day in place of both");
+    command
+        .add_option("-o,--output", options.output,
+                    "By default tree on a terminal, else ndjson: one process a line")
+        ->check(CLI::IsMember({"tree", "json", "ndjson"}))
+        ->type_name("FORM");
+}
+
 void AddEnrich(CLI::App& command, Run& run) {
     EnrichOptions& options = OptionsOf(command, run, RunEnrich);
     command.footer(
@@ -328,6 +345,7 @@ constexpr struct {
     {"ingest", "Store events of files", AddIngest},
     {"query", "Print events", AddQuery},
     {"sql", "Ask in SQL", AddSql},
+    {"tree", "Print a process with its ancestors and descendants", AddTree},
     {"enrich", "Store enrichments for events", AddEnrich},
     {"purge", "Delete the oldest folders to fit a size", AddPurge},
     {"info", "Tell what the store holds", AddInfo},

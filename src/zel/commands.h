@@ -89,6 +89,16 @@ struct SqlOptions {
 // that would write, 4 when something could not be read.
 int RunSql(const SqlOptions& options);
 
+struct TreeOptions {
+    std::string process;  // its number or its identifier
+    std::string key;      // in its place: of an event that the process is told by
+    std::string since, until, day;
+    std::string output;  // tree, json or ndjson; empty: tree on a terminal, else ndjson
+};
+// Prints a process with all above and below it. 1 when no launch tells of it; the others as a
+// query.
+int RunTree(const TreeOptions& options);
+
 struct PurgeOptions {
     std::string maxSize;  // such as 500M
     bool dryRun = false;

@@ -355,6 +355,42 @@ def screen(zel):
     zel.check("beside csv", (b"seq\r\n1\r\n2\r\n", True), (ended.stdout, b"zel: 2 event(s) found" in ended.stderr))
 
 
+def trees(zel):
+    """Who began whom, over the folders of two days, of processes whose number was used twice."""
+    def launch(second, parent, child):
+        def process(told):
+            uid, pid, name = told.split(",")
+            return {"object_type": "process", **({"uid": {"value": [uid]}} if uid else {}),
+                    "pid": {"value": [int(pid)]}, "path": {"value": ["C:\\" + name]}}
+        return json.dumps({"artifacts": {"actor": process(parent), "target": process(child)}, "action": ["launch"],
+                           "begin_time": {"value": f"2026-01-02T03:04:{second}.000Z"}}).encode()
+
+    def tree(*arguments):
+        ended = zel.run("tree", *arguments)
+        rows = [json.loads(row) for row in ended.stdout.splitlines()]
+        return ended.returncode, [(r["depth"], r["relation"][0], r["path"][3:]) for r in rows]
+    zel.run("ingest", given=b"\n".join([launch(30, "B,5,b", "C,6,c"), launch(50, ",1,a", ",5,d")]))
+    os.rename(*(os.path.join(zel.store, day) for day in (os.listdir(zel.store)[0], "20200101")))
+    zel.run("ingest", given=b"\n".join([launch(20, "A,1,a", "B,5,b"), record(9, "C:\\t")]))
+    first = [(0, "a", "a"), (1, "s", "b"), (2, "d", "c")]
+    zel.check("by identifier", (0, first), tree("{b}"))
+    zel.check("by number", (0, first + [(0, "a", "a"), (1, "s", "d")]), tree("5"))
+    zel.check("within a time", (0, [(0, "s", "b"), (1, "d", "c")]), tree("B", "--since", "2026-01-02T03:04:25"))
+    keys = {json.loads(row)["begin_time"]["value"][17:19]: json.loads(row)["key"] for row in zel.rows("--with-key")}
+    zel.check("of an event", (0, first), tree("--key", keys["20"]))
+    zel.check("of one that no launch tells of", (1, []), tree("--key", keys["05"]))
+    zel.check("not there", [(1, [])] * 3, [tree("7"), tree("no"), tree("--key", keys["20"] + "x")])
+    zel.check("an empty array", b"[]\n", zel.run("tree", "7", "-o", "json").stdout)
+    nested = json.loads(zel.run("tree", "B", "-o", "json").stdout)
+    zel.check("as objects", "C", nested[0]["children"][0]["children"][0]["uid"])
+    drawn = zel.run("tree", "B", "-o", "tree").stdout.decode().splitlines()
+    zel.check("drawn", ["a  C:\\a", "└─ ► b  C:\\b", "   └─ c  C:\\c"], [line[34:] for line in drawn[1:]])
+    zel.check("refused", [2] * 4, [zel.run("tree", *words).returncode for words in (
+        [], ["5", "--key", keys["20"]], ["--key", "x"], ["5", "--day", "never"])])
+    zel.store += "nosuch"
+    zel.check("no store", 3, zel.run("tree", "5").returncode)
+
+
 def files(zel):
     """Documents in files, and what is none."""
     document = b'{"event_query":{"events":[{"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}}'
@@ -441,7 +477,7 @@ def enrichments(zel):
 def main(program, records):
     failures = 0
     for scenario, arguments in ((refusals, ()), (outputs, (records,)), (hostile, ()), (tables, ()), (twice, ()), (ordered, ()),
-                                (fields, ()), (counts, ()), (screen, ()),
+                                (trees, ()), (fields, ()), (counts, ()), (screen, ()),
                                 (files, ()), (nothing, ()), (enrichments, ())):
         with Zel(program) as zel:
             scenario(zel, *arguments)
