@@ -2,7 +2,7 @@
 
 _zel_flags() { # COMMAND: its flags
     case $1 in
-        "") echo --help --version --store --config --verbose ;;
+        "") echo --help --version --store --config --keep-temporary --verbose ;;
         ingest) echo --help --format --keep-unmapped --no-unmapped --recover --print-keys --keys-only --new \
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
@@ -31,8 +31,7 @@ _zel_commands() { # COMMAND: the commands that may follow
 
 _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for all of them
     case $2 in
-        --store) echo DIR ;;
-        --config | --position | --machine) echo FILE ;;
+        --store | --config | --position | --machine) echo FILE ;;
         --since | --until) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --tz) echo local UTC ;;
@@ -79,7 +78,7 @@ _zel_complete() {
     values=$(_zel_values "$command" "$flag")
     if [ -z "$values" ]; then
         case $cur,$command in
-            -*) values="$(_zel_flags "$command")${command:+ --store --config --verbose}" ;;
+            -*) values="$(_zel_flags "$command")${command:+ --store --config --keep-temporary --verbose}" ;;
             *,ingest | *,enrich | *,query) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac

@@ -29,6 +29,7 @@ namespace fs = std::filesystem;
 namespace {
 
 bool namedDefaultSettings = false;
+std::string whyReadingAlone;  // empty: all may be done
 
 bool Refuse(std::string* problem, std::string text) {
     *problem = std::move(text);
@@ -181,7 +182,13 @@ StoreContent LookIntoStore(const std::string& directory) {
     return content;
 }
 
+void AllowReadingAlone(const std::string& why) {
+    whyReadingAlone = why;
+}
+
 bool FindStore(StoreNeed need, std::string* directory, std::string* problem) {
+    if (need != StoreNeed::reading && !whyReadingAlone.empty())
+        return Refuse(problem, whyReadingAlone);
     std::wstring wide;
     if (!wm::ResolvePathVariable(L"%ZELDataStore%", wide) || !wm::ToUtf8(wide, *directory))
         return Refuse(problem,

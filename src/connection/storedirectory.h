@@ -52,6 +52,10 @@ bool NameDefaultSettings(std::string* problem);
 // stays in this process.
 void ForgetDefaultSettings();
 
+// From now on FindStore finds a store for reading alone, and refuses all else with these words. For
+// a store that is a copy of what was named: what was written into it would be lost with it.
+void AllowReadingAlone(const std::string& why);
+
 // The store's directory, which must be usable for `need`. `existing` takes an empty one as well: it
 // is a store that holds nothing yet.
 bool FindStore(StoreNeed need, std::string* directory, std::string* problem);

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "zel/arguments.h"
+#include "zel/evidence/packedstore.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/output.h"
@@ -26,6 +27,35 @@ int TellUsage(const CLI::App& app, const CLI::ParseError& error) {
     return exitCode::usage;
 }
 
+// A store that was named as an archive is asked in an unpacked copy.
+bool UnpackStore(PackedStore& packed, bool isKept, GlobalOptions* options) {
+    if (!PackedStore::IsNamed(options->store))
+        return true;
+    std::string problem;
+    if (isKept)
+        packed.Keep();
+    const bool isDone = packed.Unpack(options->store, &problem);
+    if (!packed.Directory().empty() && (isKept || TalksToTerminal()))
+        Say(options->store + " is unpacked to " + packed.Directory() + ": " +
+            std::to_string(packed.Files()) + " files, " + std::to_string(packed.Bytes()) +
+            " bytes" + (isKept ? ", which stay there" : ""));
+    if (!isDone) {
+        Say(problem);
+        return false;
+    }
+    AllowReadingAlone("the store " + options->store +
+                      " is an archive, which is read and never changed");
+    options->store = packed.Directory();
+    return true;
+}
+
+int RunCommand(GlobalOptions options, bool keepsTemporary, const Run& run) {
+    PackedStore packed;
+    if (!UnpackStore(packed, keepsTemporary, &options))
+        return Interrupted() ? exitCode::interrupted : exitCode::noStore;
+    return ApplyOptions(options) ? FinishStdout(run()) : exitCode::usage;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -35,13 +65,15 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "zel " ZEL_VERSION);
     GlobalOptions global;
-    app.add_option("--store", global.store, "The store's directory")
+    app.add_option("--store", global.store, "The store's directory, or an archive of one to read")
         ->envname("ZEL_STORE")
         ->take_last()  // an alias may name one already
         ->type_name("DIR");
     app.add_option("--config", global.config,
                    "A file that names directories, such as ZELDataStore=DIR")
         ->type_name("FILE");
+    bool keepsTemporary = false;
+    app.add_flag("--keep-temporary", keepsTemporary, "Leave an unpacked archive where it is");
     app.add_flag("-v,--verbose", global.verbose, "Tell what the store reports");
     Run run;
     AddCommands(app, run);
@@ -56,7 +88,7 @@ int main(int argc, char** argv) {
     // Not earlier: while the command line is read, a signal may end the program as it always does.
     WatchInterrupts();
     try {
-        return ApplyOptions(global) ? FinishStdout(run()) : exitCode::usage;
+        return RunCommand(global, keepsTemporary, run);
     } catch (const std::exception& error) {
         Say(std::string("failed: ") + error.what());
         return exitCode::noStore;

@@ -105,6 +105,30 @@ with zipfile.ZipFile("bad.zip", "w") as z: z.write("bad"); z.write("nine")') && 
   fi
 }
 
+# A store that came as an archive is read, whatever else is in there, and never written to.
+packedstore() {
+  records 1 9 >nine && zel ingest nine 2>/dev/null && cp -r store st && mkdir tmp
+  export TMPDIR=$work/tmp
+  zel query >whole && touch st/other && tar czf st.tgz st nine && tar cf st.tar -C st . &&
+    python3 -c 'import shutil; shutil.make_archive("st", "zip", ".", "st")'
+  for archive in st.tgz st.tar st.zip; do
+    run zel --store $archive query
+    check "$archive" "0 same" "$code $(cmp -s out whole && echo same)"
+    run zel --store $archive ingest nine
+    check "$archive is not written to" "3 1" "$code $(grep -c 'never changed' err)"
+  done
+  run zel --store st.tgz --keep-temporary info
+  check "kept" "0 1" "$code $(ls -d tmp/zel-* | wc -l)" && rm -r tmp/zel-*
+  head -c 600 st.tgz >cut.tgz && cp -r st two && tar cf two.tar st two && tar cf none.tar nine
+  python3 -c 'import tarfile
+with tarfile.open("out.tar", "w") as t: t.add("nine", "../../20200101/../escaped"); t.add("nine", "20200101/.."); t.add("nine", "/20200101/a b")'
+  for bad in cut.tgz two.tar none.tar nine out.tar; do
+    run zel --store $bad query
+    check "$bad" "3 1 0" "$code $(grep -c "^zel: the store $bad can't be unpacked: " err) $(wc -c <out)"
+  done
+  check "nothing is left" "" "$(ls tmp; ls | grep escaped)"
+}
+
 # Events of other sources, mixed with records.
 sources() {
   xz -dc "$examples/raw.ndjson.xz" >raw
