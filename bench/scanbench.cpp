@@ -5,8 +5,10 @@
 #include "common/countedptr.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
+#include "common/valuetext.h"
 #include "countingcallback.h"
 #include "fixture.h"
+#include "questions/condition.h"
 #include "ratios.h"
 #include "zelstore/eventstoreproxy.h"
 
@@ -35,8 +37,8 @@ void FillStore() {
     db->CompactRange(nullptr, nullptr);
 }
 
-// The store stays started for all benchmarks. False when a query gives other rows than expected.
-bool Ask(const wchar_t* document, std::size_t expectedRows) {
+// The store stays started for all benchmarks.
+bool Ask(const wchar_t* document, ZEL::IQueryCallback& callback) {
     static const CountedPtr<ZEL::IEventStore7> store = [] {
         CountedPtr<ZEL::IEventStore7> made(new ZEL::EventStoreProxy());
         if (Failed(made->Initialize()))
@@ -46,9 +48,13 @@ bool Ask(const wchar_t* document, std::size_t expectedRows) {
     wm::EventObject stop;
     stop.Create(wm::EventReset::automatic);
     const auto text = CountedPtr<ZEL::IStringValue>::Adopt(wm::CreateStringValue(document));
+    return Succeeded(store->Query(text.Get(), &callback, stop.Handle()));
+}
+
+// False when a query gives other rows than expected.
+bool Ask(const wchar_t* document, std::size_t expectedRows) {
     CountingCallback callback;
-    return Succeeded(store->Query(text.Get(), &callback, stop.Handle())) &&
-           callback.rows == expectedRows;
+    return Ask(document, callback) && callback.rows == expectedRows;
 }
 
 void RunQuery(benchmark::State& state, const wchar_t* document, std::size_t expectedRows) {
@@ -84,6 +90,69 @@ void BM_FullScan(benchmark::State& state) {
 }
 BENCHMARK(BM_FullScan)->Apply(AllThreads);
 BENCHMARK(BM_FullScan)->Name("FullScanCounted")->Iterations(1);
+
+// The same, with each value looked at: what a search of the texts needs at the least.
+void BM_BareWalkValues(benchmark::State& state) {
+    leveldb::ReadOptions options;
+    options.fill_cache = false;
+    for (auto _ : state) {
+        const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
+        const std::unique_ptr<leveldb::Iterator> it(db->NewIterator(options));
+        for (it->SeekToFirst(); it->Valid(); it->Next())
+            benchmark::DoNotOptimize(it->value().data()[it->value().size() / 2]);
+    }
+    SetItems(state, Rows().size());
+}
+BENCHMARK(BM_BareWalkValues)->Apply(AllThreads);
+
+// Tests the text of each result, as `zel query` does.
+class TestingCallback final : public ZEL::IQueryCallback {
+public:
+    explicit TestingCallback(zel::EventConditions& conditions) : conditions_(conditions) {}
+    ZEL::TobResult QueryInterface(const ZEL::GUID&, void**) override {
+        return ZEL::TOBERR_NO_INTERFACE;
+    }
+    std::int64_t AddRef() override { return 2; }
+    std::int64_t Release() override { return 1; }
+    ZEL::HRESULT OnQueryResults(ZEL::HRESULT, ZEL::IValueCollection* results, bool, bool,
+                                ZEL::IStringValue*, std::int32_t) override {
+        std::string converted;
+        for (std::size_t i = 0; results != nullptr && i < results->Count(); ++i)
+            if (const auto text = wm::Utf8Of(*results->GetValue(i), converted))
+                fitting += conditions_.Test(*text) == zel::EventConditions::Answer::yes ? 1 : 0;
+        return ZEL::hr::ok;
+    }
+    std::size_t fitting = 0;
+
+private:
+    zel::EventConditions& conditions_;
+};
+
+const wchar_t* const everything =
+    LR"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"}}]}})";
+
+void RunCondition(benchmark::State& state, const char* text) {
+    zel::ConditionProblem problem;
+    const auto condition = zel::EventCondition::Parse(text, nullptr, &problem);
+    zel::EventConditions conditions(std::vector{condition.value()});
+    for (auto _ : state) {
+        TestingCallback callback(conditions);
+        if (!Ask(everything, callback) || callback.fitting != 0)
+            state.SkipWithError("the query gave other events than expected");
+    }
+    SetItems(state, Rows().size());
+}
+
+void BM_TextNowhere(benchmark::State& state) {
+    RunCondition(state, "event contains C:\\nowhere");
+}
+BENCHMARK(BM_TextNowhere)->Apply(AllThreads);
+
+// Nothing of the value stands in the text by itself, so each event is read for its columns.
+void BM_ColumnFitsNowhere(benchmark::State& state) {
+    RunCondition(state, "actor_cmd_line ~ no(w)here");
+}
+BENCHMARK(BM_ColumnFitsNowhere)->Apply(AllThreads);
 
 const wchar_t* const pathNowhere =
     LR"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"},
@@ -206,6 +275,10 @@ int main(int argc, char** argv) {
     return bench::Run(
         argc, argv,
         {{"every row delivered to the bare walk", "BM_FullScan", "BM_BareWalk", Cost::cpu, 1.25},
+         {"a text that is nowhere to the bare walk with values", "BM_TextNowhere",
+          "BM_BareWalkValues", Cost::cpu, 2.0},
+         {"a column of each event to the bare walk with values", "BM_ColumnFitsNowhere",
+          "BM_BareWalkValues", Cost::cpu, 0},
          {"no match by path ends_with to the bare walk", "BM_PathEndsWith", "BM_BareWalk",
           Cost::cpu, 1.09},
          {"no match by path, and learning, to the bare walk", "BM_PathEndsWithFirst", "BM_BareWalk",
