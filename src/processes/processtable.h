@@ -33,7 +33,7 @@ struct ProcessNode {
 class ProcessTable {
 public:
     // `mostBytes`: about as much memory is taken at most.
-    explicit ProcessTable(std::size_t mostBytes = std::size_t(256) << 20);
+    explicit ProcessTable(std::size_t mostBytes = std::size_t(512) << 20);
     ProcessTable(const ProcessTable&) = delete;
     ProcessTable& operator=(const ProcessTable&) = delete;
 

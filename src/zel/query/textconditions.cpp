@@ -115,7 +115,7 @@ std::vector<std::string> InWords(const TextConditions& conditions) {
     std::vector<std::string> lines;
     for (const Alternatives& group : conditions) {
         const bool narrows = !NarrowingOf(TextConditions{group}).Empty();
-        lines.push_back("the text decides: " + InWords(group) +
+        lines.push_back("the text decides: " + Escaped(InWords(group)) +
                         (narrows ? " (and the key, so that less is read)" : ""));
     }
     return lines;
