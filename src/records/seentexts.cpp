@@ -99,6 +99,12 @@ void SeenTexts::Grow() {
             PlaceOf(mark) = mark;
 }
 
+std::uint64_t SeenTexts::NumberOf(std::string_view text) const noexcept {
+    constexpr std::uint64_t odd = 0x9E3779B97F4A7C15;  // spreads 61 bits over 64
+    const Mark mark = MarkOf(text);
+    return mark.first * odd + mark.second;
+}
+
 bool SeenTexts::Insert(std::string_view text) {
     if (count_ * 3 >= table_.size() * 2)
         Grow();

@@ -26,6 +26,10 @@ public:
     // Once true, what Insert calls new may have come before.
     bool IsFull() const noexcept { return count_ >= most_; }
 
+    // A number that stands for a text in place of a comparison: the same for equal texts, as long
+    // as the object lives, and for others another one, but for a chance like the above.
+    std::uint64_t NumberOf(std::string_view text) const noexcept;
+
 private:
     // What is kept of a text; see the source for how sure it is.
     struct Mark {

@@ -20,6 +20,9 @@
 // that a host may have stored in place of the usual one. The range is widened by more than such
 // texts can be out of place.
 //
+// Order: a walk of one folder comes in the order of times, and so does the answer if it is made of
+// one part; the kinds of several objects come one after the other.
+//
 // Actions and objects are names of a list, so any condition on them is tried on the list, by SQLite
 // itself, and what fits is asked for. Of other columns equality alone is used, where a key decides
 // it (questions/narrowing.h): what LIKE and its kin find in a path may stand in an event whose key
@@ -313,9 +316,15 @@ std::string Question::Document(bool joinsEnrichments) const {
            (joinsEnrichments ? R"(,"include_enrichments":true)" : "") + "}}";
 }
 
+bool IsByTime(const sqlite3_index_info& info) {
+    return info.nOrderBy == 1 && info.aOrderBy[0].desc == 0 && info.aOrderBy[0].iColumn >= 0 &&
+           Columns()[static_cast<std::size_t>(info.aOrderBy[0].iColumn)].name == "time";
+}
+
 }  // namespace
 
-int PlanEvents(sqlite3_index_info& info, bool hasColumns, std::string* plan) {
+int PlanEvents(sqlite3_index_info& info, bool hasColumns, SqlStore& store, std::string* plan) {
+    bool isOnePart = true;
     for (int i = 0, taken = 0; i < info.nConstraint; ++i) {
         const auto& condition = info.aConstraint[i];
         if (condition.usable == 0 || condition.iColumn < 0 ||
@@ -327,11 +336,13 @@ int PlanEvents(sqlite3_index_info& info, bool hasColumns, std::string* plan) {
             continue;
         if (sign == equal && sqlite3_vtab_in(&info, i, 1) != 0)
             sign = oneOf;
+        isOnePart = isOnePart && (column != "object" || sign == equal);
         info.aConstraintUsage[i].argvIndex = ++taken;
         plan->append({static_cast<char>('a' + condition.iColumn), static_cast<char>(sign)});
         info.estimatedCost *= ShareOf(column);
         info.estimatedRows = static_cast<sqlite3_int64>(info.estimatedCost) + 1;
     }
+    info.orderByConsumed = isOnePart && IsByTime(info) && store.IsOneFolder() ? 1 : 0;
     return SQLITE_OK;
 }
 

@@ -28,7 +28,6 @@ public:
     int Filter(const std::string& plan, std::span<sqlite3_value*> values) override {
         SqlConnection& connection = *Table().connection;
         walk_.reset();  // two at a time would only be in each other's way
-        row_ = 0;
         const auto document = DocumentFor(plan, values, connection.Database(), connection.Times(),
                                           JoinsEnrichments());
         atEnd_ = !document;
@@ -37,12 +36,13 @@ public:
         return document ? Next() : SQLITE_OK;
     }
     bool AtEnd() const override { return atEnd_; }
-    sqlite3_int64 RowId() const override { return row_; }
+    sqlite3_int64 RowId() const override {
+        return Table().connection->RowNumber(EventWalk::DistinctPart(event_));
+    }
 
 protected:
     virtual bool JoinsEnrichments() const { return false; }
     std::string_view Event() const noexcept { return event_; }
-    void CountRow() noexcept { ++row_; }
 
     // Goes on to the next event; at the end AtEnd tells so.
     int NextEvent() {
@@ -72,7 +72,6 @@ protected:
 private:
     std::unique_ptr<EventWalk> walk_;
     std::string_view event_;
-    sqlite3_int64 row_ = 0;
     bool atEnd_ = true;
 };
 
@@ -92,7 +91,6 @@ public:
 
     int Next() override {
         isRead_ = false;
-        CountRow();
         return NextEvent();
     }
     void Column(sqlite3_context* context, int number) override {
@@ -123,7 +121,6 @@ public:
     using WalkCursor::WalkCursor;
 
     int Next() override {
-        CountRow();
         ++at_;
         while (at_ >= enrichments_.size()) {
             at_ = 0;
@@ -134,6 +131,10 @@ public:
             Split();
         }
         return SQLITE_OK;
+    }
+    sqlite3_int64 RowId() const override {
+        return Table().connection->RowNumber(
+            std::to_string(at_).append(EventWalk::DistinctPart(Event())));
     }
     void Column(sqlite3_context* context, int number) override {
         switch (number) {
@@ -187,8 +188,8 @@ class WalkTable final : public TableKind {
 public:
     explicit WalkTable(std::string columns) : columns_(std::move(columns)) {}
     std::string Columns() const override { return columns_; }
-    int Plan(sqlite3_index_info& info, std::string* plan) const override {
-        return PlanEvents(info, std::is_same_v<Cursor, EventsCursor>, plan);
+    int Plan(VirtualTable& table, sqlite3_index_info& info, std::string* plan) const override {
+        return PlanEvents(info, std::is_same_v<Cursor, EventsCursor>, *table.store, plan);
     }
     std::unique_ptr<TableCursor> Open(VirtualTable& table) const override {
         return std::make_unique<Cursor>(table);

@@ -118,11 +118,10 @@ private:
         filled_.notify_one();
     }
 
-    // By its text up to the last brace, as what stands behind it is no part of an event.
     void Take(ZEL::IStringValue& value) {
         std::string converted;
         const auto text = wm::Utf8Of(value, converted);
-        if (text && seen_.Insert(text->substr(0, text->rfind('}'))))
+        if (text && seen_.Insert(DistinctPart(*text)))
             filling_.Add(*text);
     }
 

@@ -33,6 +33,12 @@ public:
     // Of the question as a whole, once it has ended.
     ZEL::HRESULT Result() const noexcept;
 
+    // What of an event's text tells it from others: what stands behind the last brace is no part of
+    // it.
+    static std::string_view DistinctPart(std::string_view event) noexcept {
+        return event.substr(0, event.rfind('}'));
+    }
+
 private:
     class Runner;
     const std::unique_ptr<Runner> runner_;

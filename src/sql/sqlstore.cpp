@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/neverdestroyed.h"
+#include "connection/storefolders.h"
 
 // Statements come and go, the store stays: once it is open it is never closed, because the catalog
 // of folders is read once in a process, and tables that are made later would find nothing. It is
@@ -86,6 +87,19 @@ std::shared_ptr<SqlStore> SqlStore::Open(const std::string& directory, ISessionL
         listener.Say(text);
     open.store = std::move(store);
     return open.store;
+}
+
+// Looked at behind the opening: a folder that came in between makes the answer no, as it may have
+// been seen.
+bool SqlStore::IsOneFolder() {
+    const wm::Hold hold(lock_);
+    if (!isOneFolder_) {
+        const std::vector<StoreFolder> folders = ListStore(directory_).folders;
+        isOneFolder_ = std::count_if(folders.begin(), folders.end(), [](const auto& folder) {
+                           return std::string_view(folder.Kind()) != "silent";
+                       }) <= 1;
+    }
+    return *isOneFolder_;
 }
 
 // Walks run side by side, and the store tells the failures of all together: while one is being

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,10 @@ public:
     const std::string& Directory() const noexcept { return directory_; }
     ZEL::IEventStore7& Store() const noexcept { return *session_; }
 
+    // Whether all events lie in one folder, so that a walk gives them in the order of their times.
+    // Holds as long as the store is open: later folders are not seen.
+    bool IsOneFolder();
+
     // Takes over what the store says has failed. To be called behind each walk.
     void NoteFailures() noexcept;
     // To be called ahead of the stop of a walk and when it has ended. The store counts a stop as a
@@ -49,6 +54,7 @@ private:
     StoreSession session_;
     // Held while the store is asked for its failures.
     mutable wm::Lock lock_{wm::LockRank::monitorDelivery};
+    std::optional<bool> isOneFolder_ GUARDED_BY(lock_);
     int stops_ GUARDED_BY(lock_) = 0;  // that are under way
     std::vector<DatabaseError> failures_ GUARDED_BY(lock_);
     std::uint32_t damagedReads_ GUARDED_BY(lock_) = 0;

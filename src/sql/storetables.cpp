@@ -60,7 +60,7 @@ public:
     RowsTable(const char* columns, std::vector<Row> (*make)(const SqlStore&))
         : columns_(columns), make_(make) {}
     std::string Columns() const override { return columns_; }
-    int Plan(sqlite3_index_info& info, std::string*) const override {
+    int Plan(VirtualTable&, sqlite3_index_info& info, std::string*) const override {
         constexpr double few = 1000;
         info.estimatedCost = few;
         info.estimatedRows = static_cast<sqlite3_int64>(few);

@@ -116,7 +116,7 @@ int BestIndex(sqlite3_vtab* table, sqlite3_index_info* info) {
         if (!TableOf(table).narrows)
             return SQLITE_OK;
         std::string plan;
-        const int result = TableOf(table).kind->Plan(*info, &plan);
+        const int result = TableOf(table).kind->Plan(TableOf(table), *info, &plan);
         info->idxStr = sqlite3_mprintf("%s", plan.c_str());
         info->needToFreeIdxStr = 1;
         return info->idxStr != nullptr ? result : SQLITE_NOMEM;

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 
+#include "records/seentexts.h"
 #include "sql/sqliteapi.h"
 #include "sql/sqlstore.h"
 #include "sql/timeorder.h"
@@ -27,6 +28,12 @@ public:
     // Costs a small statement.
     bool IsInterrupted() const noexcept;
     sqlite3* Database() const noexcept { return database_; }
+    // A row's number, by the text that makes it another row than the rest. A statement may walk a
+    // table in several ways and puts the rows together by their numbers, so a row must have one
+    // number in every walk.
+    sqlite3_int64 RowNumber(std::string_view text) const noexcept {
+        return static_cast<sqlite3_int64>(numbers_.NumberOf(text));
+    }
     TimeOrder& Times() noexcept { return times_; }
 
     // A statement begins with the first of its cursors.
@@ -41,6 +48,7 @@ private:
     const std::shared_ptr<SqlStore> store_;
     ISessionListener& listener_;
     TimeOrder times_;
+    const SeenTexts numbers_;
     int cursors_ = 0;
 };
 
@@ -90,7 +98,8 @@ public:
     virtual std::string Columns() const = 0;
     // Chooses among the conditions and leaves a text for Filter in `*plan`; asked only for tables
     // that narrow.
-    virtual int Plan(sqlite3_index_info& /*info*/, std::string* /*plan*/) const {
+    virtual int Plan(VirtualTable& /*table*/, sqlite3_index_info& /*info*/,
+                     std::string* /*plan*/) const {
         return SQLITE_OK;
     }
     virtual std::unique_ptr<TableCursor> Open(VirtualTable& table) const = 0;

@@ -73,7 +73,7 @@ class Statements:
     def where(self, deepest=2):
         if deepest == 0 or self.chance.random() < 0.4:
             return self.condition()
-        joint = self.chance.choice([" and ", " and ", " and ", " or "])
+        joint = self.chance.choice([" and ", " and ", " or "])
         text = "(" + joint.join(self.where(deepest - 1) for _ in range(self.chance.choice([2, 2, 3]))) + ")"
         return self.chance.choice([text] * 5 + ["not " + text])
 
@@ -83,6 +83,8 @@ class Statements:
             f"select count(*), total(seq), min(time), max(time) from TABLE where {where}",
             f"select time, seq from TABLE where {where} order by time, seq, event",
             f"select time, seq from TABLE where {where} order by time desc, seq, event limit 7 offset 2",
+            f"select time from TABLE where {where} order by time limit 9",
+            f"select time, count(*) from TABLE where {where} group by time",
             f"select action, count(*) from TABLE where {where} group by 1 order by 1",
             f"select count(*) from TABLE a join TABLE b on b.seq = 3 and b.action = a.action where a.seq < 4 and "
             f"exists (select 1 from TABLE where seq = a.seq and {where})",
