@@ -7,7 +7,7 @@ _zel_flags() { # COMMAND: its flags
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
             --pattern --hash --ip --correlation --type-id --actor-uid --key --limit --enrichments --no-live-enriched \
-            --where --cmd-line --user --pid --port --grep --machine \
+            --where --cmd-line --user --computer --pid --port --grep --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
             --histogram --trailer --no-pager --tz ;;
         sql) echo --help --output ;;
@@ -51,9 +51,30 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
                 *) echo table json ;;
             esac ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
-            --actor-uid | --key | --where | --cmd-line | --user | --pid | --port | --grep | \
+            --actor-uid | --key | --where | --cmd-line | --user | --computer | --pid | --port | --grep | \
             --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent) echo NONE ;;
     esac
+}
+
+# What the store has of a column, the commonest first. Strangers wrote that, so it is never evaluated
+# and always quoted; what could not stand on a command line is left out.
+_zel_stored() { # COLUMN PREFIX
+    local value i store=()
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        case ${COMP_WORDS[i]} in
+            --store) store=(--store "${COMP_WORDS[i + 1]}") ;;
+            --store=*) store=("${COMP_WORDS[i]}") ;;
+        esac
+    done
+    COMPREPLY=()
+    while IFS= read -r value; do
+        value=${value%$'\r'} value=${value%,*}
+        case $value in
+            "" | \"* | \'* | *[[:cntrl:]]*) continue ;;
+        esac
+        value=$(printf %q "$value")
+        [[ $value == "$2"* ]] && COMPREPLY+=("$value")
+    done < <(timeout 3 "${COMP_WORDS[0]}" "${store[@]}" query --count-by "$1" --limit 50 -o csv 2>/dev/null | tail -n +2)
 }
 
 _zel_complete() {
@@ -84,7 +105,11 @@ _zel_complete() {
         esac
     fi
     local IFS=$'\n'
+    case $flag in
+        --user | --computer) _zel_stored "${flag#--}" "$cur"; values=STORED ;;
+    esac
     case $values in
+        STORED) ;;
         NONE | "") COMPREPLY=() ;;
         DIR) compopt -o filenames 2>/dev/null; COMPREPLY=($(compgen -d -- "$cur")) ;;
         FILE) compopt -o filenames 2>/dev/null; COMPREPLY=($(compgen -f -- "$cur")) ;;

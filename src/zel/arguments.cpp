@@ -86,6 +86,7 @@ void AddTextConditions(CLI::App& command, QueryOptions& options) {
     AddTexts(command, "--cmd-line", options.cmdLines, "TEXT",
              "Part of the command line of the actor or of the target");
     AddTexts(command, "--user", options.users, "NAME", "User, with or without a domain");
+    AddTexts(command, "--computer", options.computers, "NAME", "Machine that it happened on");
     AddTexts(command, "--pid", options.pids, "NUMBER",
              "Number of the acting process or of the target");
     AddTexts(command, "--port", options.ports, "NUMBER", "Either port of a connection");

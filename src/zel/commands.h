@@ -61,7 +61,7 @@ struct QueryOptions {
         correlations, typeIds;
     // Asked of an event's text: values of one list are alternatives, but for `wheres`, each of
     // which is COLUMN OP VALUE and has to fit.
-    std::vector<std::string> wheres, cmdLines, users, pids, ports, greps;
+    std::vector<std::string> wheres, cmdLines, users, computers, pids, ports, greps;
     std::vector<std::string> actorUids;
     std::string key;    // of the one event that is asked for; excludes all else that asks
     std::string limit;  // a number; empty: none

@@ -2,10 +2,12 @@
 
 commandtexts.py ZEL SOURCE
 """
+import json
 import os
 import re
 import subprocess
 import sys
+import tempfile
 
 ZEL, SOURCE = sys.argv[1:]
 failures = 0
@@ -18,8 +20,8 @@ def check(what, expected, got):
         print(f"FAILED: {what}\n  expected: {expected}\n  got:      {got}")
 
 
-def run(*command):
-    return subprocess.run(command, capture_output=True, check=False, encoding="utf-8")
+def run(*command, given=""):
+    return subprocess.run(command, capture_output=True, check=False, encoding="utf-8", input=given)
 
 
 def told(path, commands):
@@ -39,6 +41,24 @@ def completed(*words):
     script = ('source "$0"; COMP_WORDS=(zel "$@"); COMP_CWORD=$#; _zel_complete; '
               'printf "%s\\n" "${COMPREPLY[@]}"')
     return run("bash", "--norc", "-c", script, f"{SOURCE}/completions/zel.bash", *words).stdout.split()
+
+
+def check_stored_values():
+    """What the store holds is completed, and never run."""
+    with tempfile.TemporaryDirectory() as folder:
+        store = os.path.join(folder, "store")
+        os.environ.update(ZEL_STORE=store, PATH=os.path.dirname(os.path.abspath(ZEL)) + ":" + os.environ["PATH"],
+                          XDG_CONFIG_HOME=folder)
+        for number, user in enumerate((r"NT\me", "$(touch made)", 'a"b', "ann")):
+            run(ZEL, "ingest", given=json.dumps({
+                "artifacts": {"actor": {"object_type": "process"}, "target": {"object_type": "session"}},
+                "action": ["logon"], "begin_time": {"value": "2026-01-02T03:04:05.006Z"}, "seq_num": number,
+                "unmapped": {"User": user}, "source": {"computer": "box"}}))
+        check("users of the store", ["\\$\\(touch\\", "made\\)", "NT\\\\me", "ann"], completed("query", "--user", ""))
+        check("those that begin so", ["ann"], completed("query", "--user", "an"))
+        del os.environ["ZEL_STORE"]
+        check("of a named store", ["box"], completed("--store", store, "query", "--computer", ""))
+        check("nothing was run", False, os.path.exists("made"))
 
 
 def manual():
@@ -82,6 +102,7 @@ def main():
         check(f"names behind {flag}", True, len(names) > 10)
         asked = run(ZEL, "query", "--explain", *(word for name in names for word in (flag, name)))
         check(f"{flag} takes what is completed", (0, ""), (asked.returncode, asked.stderr))
+    check_stored_values()
     check("the version", "zel ", run(ZEL, "--version").stdout[:4])
     return 1 if failures else 0
 

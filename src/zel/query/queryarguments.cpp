@@ -67,12 +67,12 @@ private:
 
     bool HasConditions() const {
         const Texts* const lists[] = {
-            &options_.actions,     &options_.objects,  &options_.actorPaths,
-            &options_.targetPaths, &options_.patterns, &options_.hashes,
-            &options_.ips,         &options_.typeIds,  &options_.correlations,
-            &options_.actorUids,   &options_.wheres,   &options_.cmdLines,
-            &options_.users,       &options_.pids,     &options_.ports,
-            &options_.greps};
+            &options_.actions,     &options_.objects,   &options_.actorPaths,
+            &options_.targetPaths, &options_.patterns,  &options_.hashes,
+            &options_.ips,         &options_.typeIds,   &options_.correlations,
+            &options_.actorUids,   &options_.wheres,    &options_.cmdLines,
+            &options_.users,       &options_.computers, &options_.pids,
+            &options_.ports,       &options_.greps};
         return std::any_of(std::begin(lists), std::end(lists),
                            [](const Texts* list) { return !list->empty(); });
     }

@@ -27,6 +27,7 @@ const std::vector<TextFlag>& TextFlags() {
          {{"actor_cmd_line", contains, ""}, {"target_cmd_line", contains, ""}}},
         // Sources write users with their domain in front, or without.
         {"--user", &QueryOptions::users, {{"user", equals, ""}, {"user", ends, "\\"}}},
+        {"--computer", &QueryOptions::computers, {{"computer", equals, ""}}},
         {"--pid", &QueryOptions::pids, {{"actor_pid", equals, ""}, {"target_pid", equals, ""}}},
         {"--port", &QueryOptions::ports, {{"src_port", equals, ""}, {"dst_port", equals, ""}}},
         {"--grep", &QueryOptions::greps, {{"event", contains, ""}}},
