@@ -1,8 +1,12 @@
 #include <benchmark/benchmark.h>
 #include <leveldb/db.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #include "common/countedptr.h"
@@ -98,15 +102,25 @@ void BM_BareWalk(benchmark::State& state) {
     BareRead(state, "p", recordsPerFolder);
 }
 
+enum class Use { writing, reading };
+
+CountedPtr<ZEL::IEventStore7> StartStore(Use use) {
+    CountedPtr<ZEL::IEventStore7> made(new ZEL::EventStoreProxy());
+    CountedPtr<ZEL::IReadOnlyStore> reader;
+    const ZEL::HRESULT result =
+        use == Use::writing ? made->Initialize()
+        : Failed(made->QueryInterface(ZEL::iidReadOnlyStore, reader.ReceiveVoid()))
+            ? ZEL::hr::fail
+            : reader->InitializeForReading();
+    if (Failed(result))
+        std::abort();
+    return made;
+}
+
 // Runs a query; false when it gives another number of rows than expected.
-bool Ask(const std::string& subQuery, std::size_t expectedRows) {
+bool Ask(const std::string& subQuery, std::size_t expectedRows, Use use = Use::writing) {
     // Started once: the catalog of a process is empty once its store was shut down.
-    static const CountedPtr<ZEL::IEventStore7> store = [] {
-        CountedPtr<ZEL::IEventStore7> made(new ZEL::EventStoreProxy());
-        if (Failed(made->Initialize()))
-            std::abort();
-        return made;
-    }();
+    static const CountedPtr<ZEL::IEventStore7> store = StartStore(use);
     const auto text = wm::ToValue(R"({"event_query":{"events":[{"begin_time":{"operator":{"value":)"
                                   R"("greater_than_or_equal"},"value":")" +
                                   subQuery + "}]}}");
@@ -166,6 +180,70 @@ void BM_NoMatchAgain(benchmark::State& state) {
     Query(state, Time::again, WithHash(std::string(64, 'D')), 0);
 }
 
+// A process opens its store for one use alone, so each is asked in one of its own. It tells how
+// long the question took, without the program's start.
+constexpr const char* askFlag = "--ask";
+
+int AskAndTell(Use use) {
+    const auto began = std::chrono::steady_clock::now();
+    const bool isAnswered = Ask(WithHash(std::string(64, 'D')), 0, use);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+    std::printf("%.9f\n", took.count());
+    std::fflush(stdout);
+    std::_Exit(isAnswered ? 0 : 1);
+}
+
+void AskElsewhere(benchmark::State& state, const char* use) {
+    const std::string command = "/proc/" + std::to_string(::getpid()) + "/exe " + askFlag + " " +
+                                use + " " + Store().Path().string();
+    for (auto _ : state) {
+        double seconds = 0;
+        FILE* const answer = ::popen(command.c_str(), "r");
+        const bool isTold = answer != nullptr && std::fscanf(answer, "%lf", &seconds) == 1;
+        if (answer == nullptr || ::pclose(answer) != 0 || !isTold)
+            state.SkipWithError("the other process has no answer");
+        state.SetIterationTime(seconds);
+    }
+    SetItems(state, folderCount);
+}
+void BM_WalkForWriting(benchmark::State& state) {
+    AskElsewhere(state, "writing");
+}
+void BM_WalkForReading(benchmark::State& state) {
+    AskElsewhere(state, "reading");
+}
+
+// The program as a person runs it, from its start to its end; it lies beside this one.
+void RunZel(benchmark::State& state, const std::string& question, int end) {
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::string command = (folder / "zel").string() + " --store " + Store().Path().string() +
+                                " query " + question + " >/dev/null 2>&1";
+    for (auto _ : state) {
+        const auto began = std::chrono::steady_clock::now();
+        const int ended = std::system(command.c_str());
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+        if (!WIFEXITED(ended) || WEXITSTATUS(ended) != end)
+            state.SkipWithError("zel did not end as expected");
+        state.SetIterationTime(took.count());
+    }
+    SetItems(state, folderCount);
+}
+void BM_LastTwenty(benchmark::State& state) {
+    RunZel(state, "-n 20", 0);
+}
+void BM_LastOfRare(benchmark::State& state) {
+    RunZel(state, "-n 20 --hash " + rareHash, 0);
+}
+void BM_WalkOfNothing(benchmark::State& state) {
+    RunZel(state, "--action decrypt", 1);
+}
+void BM_WalkOfAll(benchmark::State& state) {
+    RunZel(state, "-o ndjson", 0);
+}
+void BM_SortOfAll(benchmark::State& state) {
+    RunZel(state, "-o ndjson --sort", 0);
+}
+
 void OneRound(benchmark::internal::Benchmark* benchmark) {
     benchmark->Iterations(1)->MeasureProcessCPUTime()->UseRealTime();
 }
@@ -177,12 +255,24 @@ BENCHMARK(BM_RareHashFirst)->Apply(OneRound);
 BENCHMARK(BM_RareHashAgain)->Apply(OneRound);
 BENCHMARK(BM_NoMatchFirst)->Apply(OneRound);
 BENCHMARK(BM_NoMatchAgain)->Apply(OneRound);
+BENCHMARK(BM_WalkForWriting)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_WalkForReading)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_LastTwenty)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_LastOfRare)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_WalkOfNothing)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_WalkOfAll)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_SortOfAll)->Iterations(1)->UseManualTime();
 
 }  // namespace
 }  // namespace bench
 
 int main(int argc, char** argv) {
     using bench::Cost;
+    if (argc == 4 && std::string_view(argv[1]) == bench::askFlag) {
+        wm::SetPathToken(L"%ZELDataStore%", std::filesystem::path(argv[3]).wstring());
+        return bench::AskAndTell(std::string_view(argv[2]) == "reading" ? bench::Use::reading
+                                                                        : bench::Use::writing);
+    }
     wm::SetPathToken(L"%ZELDataStore%", bench::Store().Path().wstring());
     bench::FillFolders();
     return bench::Run(
@@ -199,5 +289,13 @@ int main(int argc, char** argv) {
          {"a hash that is nowhere, first time, to a bare walk", "BM_NoMatchFirst", "BM_BareWalk",
           Cost::cpu, 0},
          {"a hash that is nowhere, again, to a bare walk", "BM_NoMatchAgain", "BM_BareWalk",
-          Cost::cpu, 0}});
+          Cost::cpu, 0},
+         {"all, opened for reading alone, to opened for writing", "BM_WalkForReading",
+          "BM_WalkForWriting", Cost::wall, 1.1},
+         {"zel query -n 20, to a walk without a match", "BM_LastTwenty", "BM_WalkOfNothing",
+          Cost::wall, 1.2},
+         {"zel query -n 20 of one event, to a walk without a match", "BM_LastOfRare",
+          "BM_WalkOfNothing", Cost::wall, 0},
+         {"zel query --sort, to zel query, all events", "BM_SortOfAll", "BM_WalkOfAll", Cost::wall,
+          0}});
 }
