@@ -14,7 +14,7 @@ namespace zel {
 //
 // It holds for keys that the store made of the event's text, and that can be read back: a value
 // with `<`, `|` or a NUL in it can change what a key says of other fields, and so can, of several
-// addresses, one with `*` or `?`.
+// addresses, one with `*` or `?`. And for records that name a member once, without a dot in it.
 struct Narrowing {
     // In the store's form, both inclusive; empty: no bound.
     std::string since, until;
