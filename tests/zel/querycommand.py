@@ -225,7 +225,8 @@ def ordered(zel):
         for more in ((), parts):
             zel.check(f"{arguments} {more}", expected, answer(*arguments, *more))
     zel.check("of receipts the last", ([31, 7, 3], False), answer("--by", "receive", "-n", "3"))
-    for wrong in (("-n", "0"), ("-n", "x"), ("-n", "1", "--limit", "1"), ("--sort", "--reverse")):
+    for wrong in (("-n", "0"), ("-n", "x"), ("-n", "1", "--limit", "1"), ("--sort", "--reverse"),
+                  ("--by", "receive", "--sort", "--limit", "1", "--show-cursor")):
         zel.check(f"{wrong} is refused", 2, zel.run("query", *wrong).returncode)
 
 
@@ -337,6 +338,7 @@ def screen(zel):
         code, text = shown("--actor-path", "?*", *arguments, **variables)
         zel.check(f"{variables} {arguments}", (0, [expected] * (2 if expected else 0)),
                   (code, [line[:len(expected)] for line in text.splitlines()[1:]]))
+    zel.check("found is what is printed", 1, json.loads(zel.rows("--trailer", "-n", "1")[-1])["trailer"]["found"])
     rows = zel.rows("--trailer", "--limit", "1")
     trailer = json.loads(rows[-1])["trailer"]
     zel.check("a trailer", (2, 1, 1, [], True, True, False),

@@ -121,8 +121,9 @@ std::optional<EventOrder> OrderOf(const AnswerOptions& options, const QueryPlan&
     return order;
 }
 
-bool ReadOrder(const AnswerOptions& options, bool isTerminal, QueryPlan* query, AnswerPlan* answer,
+bool ReadOrder(const QueryOptions& asked, bool isTerminal, QueryPlan* query, AnswerPlan* answer,
                std::string* problem) {
+    const AnswerOptions& options = asked.answer;
     std::int64_t last = -1;
     if (!options.last.empty() && !ReadLast(options.last, &last))
         return Refuse("--last: a number from 1 to 2147483647 is expected", problem);
@@ -133,6 +134,11 @@ bool ReadOrder(const AnswerOptions& options, bool isTerminal, QueryPlan* query, 
         return true;
     const EventOrder& order = *answer->order;
     answer->limitsItself = last < 0;
+    if (asked.showCursor && answer->limitsItself && order.most >= 0)
+        return Refuse(
+            "--show-cursor: with --sort or --reverse a limit leaves out rows ahead of the "
+            "last one; go without it",
+            problem);
     query->asksForAll = true;
     if (order.keepsNewest && order.most >= 0 && !query->byReceive)
         answer->newest = order.most + (last < 0 ? 1 : 0);  // one more, to know of more
@@ -174,7 +180,7 @@ bool PlanAnswer(const QueryOptions& options, QueryPlan* query, AnswerPlan* answe
         if (!ReadCounts(options, query, answer, problem))
             return false;
     } else if (!ReadFields(options, *query, &answer->form, problem) ||
-               !ReadOrder(options.answer, isTerminal, query, answer, problem)) {
+               !ReadOrder(options, isTerminal, query, answer, problem)) {
         return false;
     }
     PlanScreen(options.answer, isTerminal, answer);

@@ -41,6 +41,10 @@ public:
 
     EventSink& Sink() noexcept { return *first_; }
     std::string Problem() const { return first_->Problem(); }
+    // How many of the events that were handed to the sink are printed or counted.
+    std::uint64_t Shown(std::uint64_t handedOn) const noexcept {
+        return ordered_ ? ordered_->Wanted() : handedOn;
+    }
     // Whether the limit keeps any event from being printed.
     bool HasMore() const noexcept { return limitsItself_ && ordered_ && ordered_->HasMore(); }
     // Tells what of the counts is not there to be seen. False when that is a loss.

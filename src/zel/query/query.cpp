@@ -200,7 +200,7 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan
     const int end = EndOf(result, plan, intake, answer, isWhole);
     if (end == exitCode::nothingFound && TalksToTerminal())
         TellNothingFound(plan.document, *store);
-    trailer.found = intake.Count();
+    trailer.found = answer.Shown(intake.Count());
     trailer.rows = static_cast<std::uint64_t>(intake.Rows());
     trailer.hasMore = intake.HasMore() || answer.HasMore();
     TellTrailer(answerPlan, trailer, end, output);

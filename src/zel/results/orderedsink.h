@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -32,8 +33,11 @@ public:
     bool Finish() override;
     std::string Problem() const override;
 
-    // How many it was given that mattered. Those beyond `most` were not, or won't be, handed on.
-    std::uint64_t Taken() const noexcept { return arrivals_; }
+    // How many are handed on, of those that it was given.
+    std::uint64_t Wanted() const noexcept {
+        return order_.most < 0 ? arrivals_
+                               : std::min(arrivals_, static_cast<std::uint64_t>(order_.most));
+    }
     // Whether `most` leaves any out.
     bool HasMore() const noexcept {
         return order_.most >= 0 && arrivals_ > static_cast<std::uint64_t>(order_.most);
