@@ -105,6 +105,8 @@ public:
 private:
     void Run() noexcept {
         const HRESULT result = store_->Store().Query(document_.Get(), this, stop_.Handle());
+        if (seen_.IsFull())
+            store_->NoteRepeats();
         bool wasStopped = false;
         {
             const std::lock_guard<std::mutex> hold(lock_);

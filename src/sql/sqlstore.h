@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -41,6 +42,9 @@ public:
     // failure to read, which is dropped.
     void BeginStop() noexcept;
     void EndStop() noexcept;
+    // A walk had more events than can be remembered, so that some may have come again.
+    void NoteRepeats() noexcept { mayRepeat_ = true; }
+    bool MayRepeat() const noexcept { return mayRepeat_; }
     // All failures since the store was opened, by folder.
     std::vector<DatabaseError> Failures() const;
     // Reads that met damaged data, which the failures do not have.
@@ -52,6 +56,7 @@ private:
 
     const std::string directory_;
     StoreSession session_;
+    std::atomic<bool> mayRepeat_{false};
     // Held while the store is asked for its failures.
     mutable wm::Lock lock_{wm::LockRank::monitorDelivery};
     std::optional<bool> isOneFolder_ GUARDED_BY(lock_);

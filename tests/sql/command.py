@@ -18,6 +18,7 @@ def ends(zel):
     cases = [  # statement, input, end, what is printed, words on stderr
         ("select 1 as a; select 2 as b", b"", 0, '{"a":1}\n{"b":2}\n', ""),
         ("select time from events where action = 'nothing'", b"", 1, "", ""),
+        ("select x'00ff' as a, cast(x'ff41' as text) as b", b"", 0, '{"a":"X\'00FF\'","b":"\\\\xffA"}\n', ""),
         ("select actoin from events", b"", 2, "", "no such column: actoin\n  select actoin from events\n         ^\n"),
         ("select 1 as a; delete from events", b"", 2, '{"a":1}\n', "table events may not be modified"),
         (".tables", b"", 0, "".join(f'{{"table":"{t}"}}\n' for t in ("enrichments", "errors", "events", "folders")), ""),

@@ -4,6 +4,7 @@
 #include <numeric>
 #include <utility>
 
+#include "common/textbridge.h"
 #include "zel/results/fieldforms.h"
 #include "zel/terminal/textfit.h"
 
@@ -14,12 +15,21 @@ namespace zel {
 
 namespace {
 
+// Bytes as SQL writes them, X'00FF'; what is no UTF-8 escaped, since no form could hold it.
 std::string TextOf(sqlite3_stmt* statement, int column) {
-    const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-    return text == nullptr
-               ? ""
-               : std::string(text,
-                             static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+    const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(statement, column));
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+    const bool isText = sqlite3_column_type(statement, column) != SQLITE_BLOB;
+    const std::string_view value(bytes != nullptr ? bytes : "", bytes != nullptr ? size : 0);
+    if (isText)
+        return wm::IsUtf8(value) ? std::string(value) : Escaped(value);
+    std::string text = "X'";
+    for (const char byte : value) {
+        constexpr const char* digits = "0123456789ABCDEF";
+        text += digits[static_cast<unsigned char>(byte) >> 4];
+        text += digits[static_cast<unsigned char>(byte) & 15];
+    }
+    return text + "'";
 }
 
 bool IsNumber(sqlite3_stmt* statement, int column) {

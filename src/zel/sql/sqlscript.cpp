@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "records/columns.h"
+#include "records/seentexts.h"
 #include "zel/results/resultform.h"
 #include "zel/sql/sqlform.h"
 #include "zel/terminal/messages.h"
@@ -127,6 +129,9 @@ int SqlScript::TellFailures() {
     if (const std::uint32_t reads = store_.DamagedReads())
         failures.append(failures.empty() ? "" : "\n")
             .append(std::to_string(reads) + " read(s) met damaged data; -v tells where");
+    if (store_.MayRepeat() && !std::exchange(toldRepeats_, true))
+        Say("a walk had more than " + std::to_string(SeenTexts::mostTexts) +
+            " events: those behind them may come as often as they are stored");
     if (failures == told_)
         return exitCode::done;
     told_ = failures;

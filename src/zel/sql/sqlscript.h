@@ -37,6 +37,7 @@ private:
     Output& output_;
     std::string form_;
     std::string told_;  // failures that were told already
+    bool toldRepeats_ = false;
     bool hasQuit_ = false;
 };
 
