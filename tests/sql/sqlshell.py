@@ -31,8 +31,10 @@ class SqlShell(Zel):
         tables.append(f"create virtual table plain using zel('{self.store}', narrow=off);")
         script = [f".load {self.extension}"] + (tables if prepare else []) + list(statements)
         environment = dict(self.environment, LD_PRELOAD=self.preload(), ASAN_OPTIONS="detect_leaks=0")
-        return subprocess.run(["sqlite3", *options, ":memory:"], input="\n".join(script).encode(), env=environment,
+        ended = subprocess.run(["sqlite3", *options, ":memory:"], input="\n".join(script).encode(), env=environment,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=250)
+        self.check("what a sanitizer says", b"", ended.stderr if b"Sanitizer" in ended.stderr else b"")
+        return ended
 
     def lines(self, *statements, **options):
         return self.sql(*statements, **options).stdout.decode().splitlines()
