@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "common/asciicase.h"
+#include "zelstore/keys/typenumbers.h"
 
 // What sources write differently and records write in one way. Each function answers for one text
 // and says "none" rather than guess: what is not understood stays in the record's `unmapped`, where
@@ -147,13 +148,10 @@ bool IsLostFromKey(std::string_view text) {
 }
 
 std::optional<std::uint32_t> TypeIdOf(std::string_view objectType) {
-    // The numbers that the store answers when it is asked for the type of a key.
-    constexpr NamedNumber numbers[] = {
-        {"session", 8000},       {"process", 8001}, {"module", 8002},    {"file", 8003},
-        {"directory", 8004},     {"reg_key", 8005}, {"reg_value", 8006}, {"network", 8007},
-        {"kernel_object", 8009}, {"etw", 8015},     {"amsi", 8018},      {"url", 42},
-    };
-    return NumberOf(objectType, numbers);
+    const ZEL::TypeNumber* const row = ZEL::FindTypeNumber(objectType);
+    if (row == nullptr)
+        return std::nullopt;
+    return static_cast<std::uint32_t>(*Whole(row->number, 10));
 }
 
 }  // namespace zel

@@ -4,14 +4,13 @@
 #include <emmintrin.h>
 #endif
 
-#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 
 #include "common/textbridge.h"
 #include "zelstore/keys/keyfield.h"
+#include "zelstore/keys/typenumbers.h"
 
 // How a row's key is read. A question asks for few fields and most rows fail the first test, so a
 // key is split piece by piece, from its end, where the fields stand that tell rows apart best; the
@@ -21,17 +20,6 @@
 namespace ZEL {
 
 namespace {
-
-struct TypeNumber {
-    std::string_view objectType;
-    const char* number;
-};
-
-constexpr TypeNumber typeNumbers[] = {
-    {"session", "8000"},       {"process", "8001"}, {"module", "8002"},    {"file", "8003"},
-    {"directory", "8004"},     {"reg_key", "8005"}, {"reg_value", "8006"}, {"network", "8007"},
-    {"kernel_object", "8009"}, {"etw", "8015"},     {"amsi", "8018"},      {"url", "42"},
-};
 
 // The value of a piece when it is a field of this name.
 std::optional<std::string_view> ValueOf(std::string_view piece, std::string_view name) noexcept {
@@ -108,9 +96,8 @@ HRESULT GetTypeId(const KeyFields& fields, std::string_view* value) noexcept {
         *value = "5";
         return hr::ok;
     }
-    const auto row = std::find_if(std::begin(typeNumbers), std::end(typeNumbers),
-                                  [&](const TypeNumber& r) { return r.objectType == *objectType; });
-    *value = row != std::end(typeNumbers) ? row->number : "";
+    const TypeNumber* const row = FindTypeNumber(*objectType);
+    *value = row != nullptr ? row->number : "";
     return hr::ok;
 }
 
