@@ -136,6 +136,7 @@ EventConditions::EventConditions(std::vector<Alternatives> all) : all_(std::move
 EventConditions::EventConditions(const std::vector<EventCondition>& all)
     : EventConditions([&] {
           std::vector<Alternatives> groups;
+          groups.reserve(all.size());
           for (const EventCondition& each : all)
               groups.push_back({each});
           return groups;

@@ -7,7 +7,7 @@
 namespace zel {
 namespace {
 
-constexpr const char* record =
+constexpr const char* eventOfTest =
     R"({"artifacts":{"actor":{"object_type":"process","path":{"value":["C:\\Win\\Cmd.exe"]},)"
     R"("pid":{"value":[4242]},"cmd_line":{"value":["cmd -Enc \"x y\" \u00c4\/z"]}},)"
     R"("target":{"object_type":"network","src_ip":{"value":["::ffff:10.1.2.3"]},)"
@@ -87,7 +87,7 @@ TEST(EventCondition, IsTestedByTheTypeOfItsColumn) {
         ConditionProblem problem;
         const auto condition = EventCondition::Parse(text, TimesOfTest, &problem);
         ASSERT_TRUE(condition) << text << ": " << problem.what;
-        const auto answer = EventConditions(std::vector{*condition}).Test(record);
+        const auto answer = EventConditions(std::vector{*condition}).Test(eventOfTest);
         EXPECT_EQ(EventCondition::Parse(condition->Text(), TimesOfTest, &problem)->Value(),
                   condition->Value());
         EXPECT_EQ(answer, fits ? EventConditions::Answer::yes : EventConditions::Answer::no)
@@ -133,10 +133,10 @@ TEST(EventConditions, AreTestedTogetherAndTellWhatCantBeRead) {
         return EventConditions(all);
     };
     using Answer = EventConditions::Answer;
-    EXPECT_EQ(of({"actor_pid = 4242", "event contains cmd"}).Test(record), Answer::yes);
-    EXPECT_EQ(of({"actor_pid = 4242", "event contains no!"}).Test(record), Answer::no);
-    EXPECT_EQ(of({"actor_pid = 1", "event contains cmd"}).Test(record), Answer::no);
-    EXPECT_EQ(of({"time >= 2026-11-12 12:00:00.500+02:00"}).Test(record), Answer::yes);
+    EXPECT_EQ(of({"actor_pid = 4242", "event contains cmd"}).Test(eventOfTest), Answer::yes);
+    EXPECT_EQ(of({"actor_pid = 4242", "event contains no!"}).Test(eventOfTest), Answer::no);
+    EXPECT_EQ(of({"actor_pid = 1", "event contains cmd"}).Test(eventOfTest), Answer::no);
+    EXPECT_EQ(of({"time >= 2026-11-12 12:00:00.500+02:00"}).Test(eventOfTest), Answer::yes);
     EXPECT_EQ(of({"actor_pid != 1"}).Test("{cmd"), Answer::unreadable);
     EXPECT_EQ(of({"event contains cmd"}).Test("{cmd"), Answer::yes);
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "connection/databaseerror.h"
@@ -42,7 +43,7 @@ public:
     // `filter` may be null; `store` makes the keys. All must outlive the intake.
     ResultIntake(EventSink& sink, EventFilter* filter, const QueryPlan& plan, Wanted wanted,
                  ZEL::IEventStore& store)
-        : sink_(sink), filter_(filter), plan_(plan), wanted_(wanted), store_(store) {}
+        : sink_(sink), filter_(filter), plan_(plan), wanted_(std::move(wanted)), store_(store) {}
 
     ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
         *out = nullptr;
