@@ -4,11 +4,12 @@ handingdown.py ZEL EXTENSION SAMPLE   (ZEL_TEST_SEED and ZEL_TEST_STATEMENTS let
 
 Statements are made by chance of columns, operators and values, with values taken from the events and turned
 into what nearly fits: another letter case, a part, a number, null. Each is put to `events` and to `plain`, the
-same table without conditions that narrow the walk.
+same table without conditions that narrow the walk; and again to a store that has each event in two folders.
 """
 import json
 import os
 import random
+import shutil
 import sys
 
 from sqlshell import SqlShell
@@ -91,8 +92,19 @@ class Statements:
         ])
 
 
+def ask(shell, statements):
+    """What `events` and `plain` answer to each statement, one behind the other."""
+    script = []
+    for statement in statements:
+        for table in ("events", "plain"):
+            script += ["select 'statement ';", statement.replace("TABLE", table) + ";"]
+    answers = "\n".join(shell.lines(*script)).split("statement ")[1:]
+    shell.check("all are answered", 2 * len(statements), len(answers))
+    return [answer.strip() for answer in answers]
+
+
 def main(program, extension, sample):
-    seed, count = int(os.environ.get("ZEL_TEST_SEED", "1")), int(os.environ.get("ZEL_TEST_STATEMENTS", "200"))
+    seed, count = int(os.environ.get("ZEL_TEST_SEED", "1")), int(os.environ.get("ZEL_TEST_STATEMENTS", "120"))
     with SqlShell(program, extension) as shell:
         records = [line.decode() for line in read_records(sample)[::25]] + hostile_records()
         shell.run("ingest", "--no-receive-rows", "-", given="\n".join(records).encode())
@@ -101,18 +113,16 @@ def main(program, extension, sample):
         values = {column: [row.split("|")[i] for row in listed] for i, column in enumerate(COLUMNS)}
         made = Statements(random.Random(seed), values)
         statements = [made.make() for _ in range(count)]
-        script = []
-        for number, statement in enumerate(statements):
-            for table in ("events", "plain"):
-                script += [f"select 'statement {number} {table}';", statement.replace("TABLE", table) + ";"]
-        answers = "\n".join(shell.lines(*script)).split("statement ")[1:]
-        shell.check("all are answered", 2 * count, len(answers))
+        answers = ask(shell, statements)
         found = 0
         for number, (narrowed, plain) in enumerate(zip(answers[::2], answers[1::2])):
-            narrowed, plain = (text.partition("\n")[2].strip() for text in (narrowed, plain))
             shell.check(f"{seed}: {statements[number]}", plain, narrowed)
             found += plain not in ("0|0.0||", "0", "")
         shell.check("many statements find something", True, found > count // 5)
+        folder = os.path.join(shell.store, os.listdir(shell.store)[0])
+        shutil.copytree(folder, os.path.join(shell.store, "20200101"))
+        for number, again in enumerate(ask(shell, statements)):
+            shell.check(f"{seed}, stored twice: {statements[number // 2]}", answers[number], again)
         return 1 if shell.failures else 0
 
 
