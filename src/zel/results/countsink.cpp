@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <utility>
 
 #include "records/eventtime.h"
@@ -201,7 +202,8 @@ bool CountSink::PrintBars(const std::vector<Group>& groups) {
         line.append(timeWidth - std::min(timeWidth, line.size()) + 1, ' ');
         line.append(countWidth - count.size(), ' ').append(count);
         const double share = static_cast<double>(group.count) / static_cast<double>(largest);
-        const auto length = static_cast<std::size_t>(share * static_cast<double>(width) + 0.5);
+        const auto length =
+            static_cast<std::size_t>(std::lround(share * static_cast<double>(width)));
         for (std::size_t i = 0; i < std::max<std::size_t>(length, group.count != 0); ++i)
             line += i == 0 ? " \u2588" : "\u2588";
         if (!output_.Write(line.append("\n")))

@@ -96,6 +96,7 @@ public:
 
     std::string Row(const std::vector<FieldValue>& values, bool isFirst) override {
         std::vector<std::string_view> cells;
+        cells.reserve(values.size());
         for (const FieldValue& value : values)
             cells.push_back(value.text);
         return (isFirst ? layout_.Line({headings_.begin(), headings_.end()}) : "") +
