@@ -145,7 +145,7 @@ public:
             case 1:
                 return PutKey(context);
             case 2:
-                return sqlite3_result_int64(context, static_cast<sqlite3_int64>(at_ + 1));
+                return sqlite3_result_int64(context, static_cast<sqlite3_int64>(at_) + 1);
             default:
                 return ResultText(context, enrichments_[at_]);
         }

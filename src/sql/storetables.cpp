@@ -47,7 +47,7 @@ public:
     void Column(sqlite3_context* context, int column) override {
         PutResult(context, rows_[at_][static_cast<std::size_t>(column)]);
     }
-    sqlite3_int64 RowId() const override { return static_cast<sqlite3_int64>(at_ + 1); }
+    sqlite3_int64 RowId() const override { return static_cast<sqlite3_int64>(at_) + 1; }
 
 private:
     std::vector<Row> (*const make_)(const SqlStore&);
