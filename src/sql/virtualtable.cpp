@@ -65,9 +65,8 @@ bool ReadArguments(std::span<const char* const> texts, Arguments* arguments, std
     for (const std::string_view text : texts) {
         if (text == "narrow=off" || text == "narrow=on") {
             arguments->narrows = text == "narrow=on";
-        } else if (arguments->directory.empty() && text.find('=') == text.npos) {
-            arguments->directory = Unquoted(text);
-        } else if (arguments->directory.empty() && text.starts_with('\'')) {
+        } else if (arguments->directory.empty() &&
+                   (text.starts_with('\'') || text.find('=') == text.npos)) {
             arguments->directory = Unquoted(text);
         } else {
             *problem = "unknown argument " + std::string(text) + "; there are 'DIR' and narrow=off";
