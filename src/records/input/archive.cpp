@@ -77,7 +77,7 @@ bool IsArchive(std::string_view head) {
 }
 
 ArchiveEnd ReadArchive(ByteStream& stream,
-                       const std::function<bool(const std::string& name, ByteStream& file)>& take,
+                       const std::function<bool(const ArchiveEntry&, ByteStream& file)>& take,
                        std::string* error) {
     const Opened opened(::archive_read_new());
     if (!opened)
@@ -95,7 +95,7 @@ ArchiveEnd ReadArchive(ByteStream& stream,
         if (result < ARCHIVE_WARN || ::archive_entry_filetype(entry) != AE_IFREG)
             continue;
         EntryStream file(opened.get());
-        if (!take(NameOf(entry), file))
+        if (!take({NameOf(entry), ::archive_entry_mtime(entry)}, file))
             return ArchiveEnd::stopped;
         isTold = file.Failed();
     }

@@ -83,12 +83,12 @@ InputEnd InputFiles::ReadStream(ByteStream& stream, const std::string& name, int
         if (const auto unpacked = MakeUnpacker(head, bytes))
             return ReadStream(*unpacked, name, depth + 1, take, error);
         if (IsArchive(head)) {
-            const auto takeEntry = [&](const std::string& entry, ByteStream& file) {
+            const auto takeEntry = [&](const ArchiveEntry& entry, ByteStream& file) {
                 std::string problem;
                 const InputEnd end =
-                    ReadStream(file, name + ":" + entry, depth + 1, take, &problem);
+                    ReadStream(file, name + ":" + entry.name, depth + 1, take, &problem);
                 if (end == InputEnd::unreadable)
-                    *error = entry + ": " + problem;
+                    *error = entry.name + ": " + problem;
                 return end != InputEnd::stopped;
             };
             const ArchiveEnd end = ReadArchive(bytes, takeEntry, error);

@@ -122,11 +122,11 @@ public:
     explicit Entries(PackedStore& store) : store_(store), room_(RoomIn(store.directory_)) {}
 
     // False when no more is to be read, with words in Problem.
-    bool Take(const std::string& name, ByteStream& bytes) {
+    bool Take(const ArchiveEntry& from, ByteStream& bytes) {
         EntryName entry;
         if (Interrupted())
             return Fail("interrupted");
-        if (!SplitEntryName(name, &entry))
+        if (!SplitEntryName(from.name, &entry))
             return true;
         if (store_.files_ == 0)
             folders_ = entry.folders;
@@ -137,24 +137,24 @@ public:
         if (::mkdir(database.c_str(), S_IRWXU) != 0 && errno != EEXIST)
             return Fail(std::strerror(errno));
         ++store_.files_;
-        return Write(database + "/" + std::string(entry.file), name, bytes);
+        return Write(database + "/" + std::string(entry.file), from, bytes);
     }
 
     const std::string& Problem() const noexcept { return problem_; }
 
 private:
-    bool Write(const std::string& path, const std::string& name, ByteStream& bytes) {
+    bool Write(const std::string& path, const ArchiveEntry& from, ByteStream& bytes) {
         const Descriptor file(
             ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
         if (file.Number() < 0)
-            return Fail(Escaped(name) + ": " + std::strerror(errno));
+            return Fail(Escaped(from.name) + ": " + std::strerror(errno));
         std::string error;
         for (;;) {
             const long got = bytes.Read(buffer_, sizeof(buffer_), &error);
             if (got < 0)
-                return Fail(Escaped(name) + ": " + error);
+                return Fail(Escaped(from.name) + ": " + error);
             if (got == 0)
-                return true;
+                return KeepTime(file.Number(), from.modified);
             store_.bytes_ += static_cast<std::uint64_t>(got);
             if (store_.bytes_ > room_)
                 return Fail("it holds more than the " + std::to_string(room_) +
@@ -164,6 +164,14 @@ private:
             if (!WriteAll(file.Number(), buffer_, static_cast<std::size_t>(got)))
                 return Fail(store_.directory_ + ": " + std::strerror(errno));
         }
+    }
+
+    // The time of a file tells how far its store was written; a time that can't be set tells less.
+    static bool KeepTime(int file, std::int64_t modified) {
+        const timespec times[] = {{0, UTIME_OMIT}, {static_cast<time_t>(modified), 0}};
+        if (modified != 0)
+            static_cast<void>(::futimens(file, times));
+        return true;
     }
 
     static std::string Told(std::string_view folders) {
@@ -215,7 +223,9 @@ bool PackedStore::Unpack(const std::string& archive, std::string* problem) {
     std::string error;
     const ArchiveEnd end = ReadArchive(
         bytes,
-        [&](const std::string& name, ByteStream& entry) { return entries->Take(name, entry); },
+        [&](const ArchiveEntry& entry, ByteStream& content) {
+            return entries->Take(entry, content);
+        },
         &error);
     if (end != ArchiveEnd::all)
         return fail(end == ArchiveEnd::stopped ? entries->Problem() : error);
