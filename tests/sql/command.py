@@ -26,6 +26,7 @@ def ends(zel):
         (".tabels", b"", 2, "", 'unknown command ".tabels"; did you mean ".tables"?'),
         ("", b"select 1\n as a; .mode csv\nselect '=1' as a", 2, '{"a":1}\n', "near"),
         ("", b"select 1\n as a;\n.mode csv\nselect '=1' as a", 0, '{"a":1}\na\r\n\'=1\r\n', ""),
+        ("", b"select 1 as a;\0 select 2;", 2, "", "character NUL"),
         ("select 1 where time > '-1h'", b"", 2, "", "no such column: time"),
         ("select count(*) as n from events where time < '-1h'", b"", 0, '{"n":2029}\n', ""),
     ]

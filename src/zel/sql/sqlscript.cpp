@@ -55,6 +55,11 @@ bool SqlScript::IsWhole(const std::string& text) {
 }
 
 int SqlScript::Run(std::string_view text) {
+    if (text.find('\0') != text.npos) {
+        // SQLite would take it for the end of the text, whatever comes.
+        Say("a statement can't hold the character NUL");
+        return exitCode::usage;
+    }
     if (IsCommand(text))
         return RunCommand(Trimmed(text));
     int code = exitCode::done;
@@ -117,7 +122,10 @@ int SqlScript::TellError(int result, std::string_view text) {
     if (at >= 0 && static_cast<std::size_t>(at) <= text.size())
         why += PlaceIn(text, static_cast<std::size_t>(at));
     Say(why);
-    const bool isLoss = result == SQLITE_NOMEM || (result & 0xFF) == SQLITE_IOERR;
+    // What is sorted may have needed a file.
+    const int kind = result & 0xFF;
+    const bool isLoss = kind == SQLITE_NOMEM || kind == SQLITE_IOERR || kind == SQLITE_FULL ||
+                        kind == SQLITE_CANTOPEN;
     return isLoss ? exitCode::losses : exitCode::usage;
 }
 
