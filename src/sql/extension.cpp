@@ -36,5 +36,8 @@ extern "C" __attribute__((visibility("default"))) int sqlite3_zelsqlite_init(
     wm::SetErrorReportSink(&*reports);
     wm::SetTraceSink(&*reports);
     const int result = zel::RegisterTables(database, nullptr, *silence);
-    return result == SQLITE_OK ? SQLITE_OK_LOAD_PERMANENTLY : result;
+    if (result == SQLITE_OK)
+        return SQLITE_OK_LOAD_PERMANENTLY;
+    *message = sqlite3_mprintf("%s", sqlite3_errstr(result));
+    return result;
 }

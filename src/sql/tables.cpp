@@ -26,6 +26,15 @@ int CompareTimes(void* connection, int leftSize, const void* left, int rightSize
     }
 }
 
+// All tables of one database share a connection: those that it has keep theirs.
+bool IsRegistered(sqlite3* database) {
+    const std::string statement = std::string("SELECT '' = '' COLLATE ") + TimeOrder::name;
+    sqlite3_stmt* prepared = nullptr;
+    const int result = sqlite3_prepare_v2(database, statement.c_str(), -1, &prepared, nullptr);
+    sqlite3_finalize(prepared);
+    return result == SQLITE_OK;
+}
+
 int RegisterTimes(sqlite3* database, const Connection& connection) {
     auto* const kept = new Connection(connection);
     const int result =
@@ -49,6 +58,8 @@ int RegisterTables(sqlite3* database, std::shared_ptr<SqlStore> store, ISessionL
         {"zel_errors", ErrorsTable()},
     };
     try {
+        if (IsRegistered(database))
+            return SQLITE_OK;
         const auto connection =
             std::make_shared<SqlConnection>(database, std::move(store), listener);
         int result = RegisterTimes(database, connection);

@@ -66,7 +66,7 @@ bool ReadArguments(std::span<const char* const> texts, Arguments* arguments, std
         if (text == "narrow=off" || text == "narrow=on") {
             arguments->narrows = text == "narrow=on";
         } else if (arguments->directory.empty() &&
-                   (text.starts_with('\'') || text.find('=') == text.npos)) {
+                   (text.find_first_of("'\"") == 0 || text.find('=') == text.npos)) {
             arguments->directory = Unquoted(text);
         } else {
             *problem = "unknown argument " + std::string(text) + "; there are 'DIR' and narrow=off";
@@ -157,8 +157,10 @@ int Column(sqlite3_vtab_cursor* cursor, sqlite3_context* context, int column) {
 }
 
 int RowId(sqlite3_vtab_cursor* cursor, sqlite3_int64* id) {
-    *id = CursorOf(cursor).RowId();
-    return SQLITE_OK;
+    return Guarded(&cursor->pVtab->zErrMsg, [&] {
+        *id = CursorOf(cursor).RowId();
+        return SQLITE_OK;
+    });
 }
 
 // Without what writes, so that SQLite refuses it.

@@ -25,11 +25,11 @@ class SqlShell(Zel):
         found = [line.split()[2] for line in linked.splitlines() if "san.so" in line]
         return " ".join(found) or os.environ.get("ZEL_SANITIZER_RUNTIME", "")
 
-    def sql(self, *statements, options=(), prepare=True):
+    def sql(self, *statements, options=(), load=True, prepare=True):
         """The ended shell. Statements that fail don't end it."""
         tables = [f"create virtual table {name} using {module}('{self.store}');" for name, module in TABLES.items()]
         tables.append(f"create virtual table plain using zel('{self.store}', narrow=off);")
-        script = [f".load {self.extension}"] + (tables if prepare else []) + list(statements)
+        script = ([f".load {self.extension}"] if load else []) + (tables if load and prepare else []) + list(statements)
         environment = dict(self.environment, LD_PRELOAD=self.preload(), ASAN_OPTIONS="detect_leaks=0")
         ended = subprocess.run(["sqlite3", *options, ":memory:"], input="\n".join(script).encode(), env=environment,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=250)

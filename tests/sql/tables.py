@@ -73,6 +73,16 @@ def refusals(shell):
     shell.check("no store", (True, b"1\n"), (b"the store /nosuch does not exist" in ended.stderr, ended.stdout))
 
 
+def loading(shell):
+    """By a statement, during which SQLite replaces no function, and twice; a directory with any sign in it."""
+    load = f"select load_extension('{shell.extension}');"
+    odd = os.path.join(shell.folder, "a'=\"b")
+    os.symlink(shell.store, odd)
+    doubled = odd.replace('"', '""')
+    ended = shell.sql(load, load, f'create virtual table t using zel("{doubled}");', "select count(*) > 0 from t;", load=False)
+    shell.check("loading by a statement", (b"\n\n1\n", b""), (ended.stdout, ended.stderr))
+
+
 def python(shell, total):
     for program in dict.fromkeys([sys.executable, "/usr/bin/python3"]):
         ended = subprocess.run([program, "-c", PYTHON, shell.extension, shell.store], check=False, timeout=60,
@@ -91,6 +101,7 @@ def main(program, extension, sample):
         records = read_records(sample)
         columns(shell, records)
         refusals(shell)
+        loading(shell)
         python(shell, len(records))
         other_tables(shell)
         return 1 if shell.failures else 0
