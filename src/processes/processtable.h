@@ -17,7 +17,8 @@ namespace zel {
 // A process that events tell of. Texts are empty where they are not known, and live as long as the
 // table.
 struct ProcessNode {
-    static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min();
+    // Ahead of all times, and so far from them that differences of two can be told.
+    static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min() / 2;
     static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
 
     std::string_view uid;  // the source's identifier, without braces

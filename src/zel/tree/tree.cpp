@@ -161,6 +161,8 @@ void TreeRun::Print(const std::vector<std::uint32_t>& found, Output& output) {
     const ProcessTable& table = processes_.table;
     const char* separator = form == "json" ? "[\n" : "";
     for (const std::uint32_t node : found) {
+        if (Interrupted() || !output.Flush())
+            return;
         const std::vector<TreeLine> tree = TreeOf(table, node);
         output.Write(separator);
         output.Write(form == "json"   ? TreeAsJson(table, tree)
@@ -181,6 +183,8 @@ int TreeRun::Run(const TreeQuestion& question, Output& output) {
     processes_.table.Link();
     const std::vector<std::uint32_t> found = isThere ? Find() : std::vector<std::uint32_t>();
     Print(found, output);
+    if (Interrupted())
+        return exitCode::interrupted;
     if (found.size() > 1)
         Say("that number was used by " + std::to_string(found.size()) +
             " processes; the identifier of one, or --since and --until, choose");
