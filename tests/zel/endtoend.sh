@@ -128,6 +128,11 @@ with tarfile.open("out.tar", "w") as t: t.add("nine", "../../20200101/../escaped
     run zel --store $bad query
     check "$bad" "3 1 0" "$code $(grep -c "^zel: the store $bad can't be unpacked: " err) $(wc -c <out)"
   done
+  python3 -c 'import tarfile
+big = tarfile.TarInfo("other"); big.size = 1 << 40
+with open("big.tar", "wb") as file: file.write(big.tobuf()); file.truncate(big.size + 2048)'
+  timeout --preserve-status -s INT -k 60 1 "$bin/zel" --store big.tar query 2>err
+  check "an interrupt ends the passing over" "130" "$?" && rm big.tar
   check "nothing is left" "" "$(ls tmp; ls | grep escaped)"
 }
 

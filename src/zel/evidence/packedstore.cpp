@@ -63,6 +63,22 @@ private:
     const Descriptor file_;
 };
 
+// Few bytes may unpack to so many that passing them over takes hours.
+class UntilInterrupted final : public ByteStream {
+public:
+    explicit UntilInterrupted(ByteStream& inner) : inner_(inner) {}
+
+    long Read(char* buffer, std::size_t size, std::string* error) override {
+        if (!Interrupted())
+            return inner_.Read(buffer, size, error);
+        *error = "interrupted";
+        return -1;
+    }
+
+private:
+    ByteStream& inner_;
+};
+
 bool IsNameOfFile(std::string_view name) {
     return !name.empty() && name.front() != '.' &&
            std::all_of(name.begin(), name.end(), [](char c) {
@@ -213,7 +229,8 @@ bool PackedStore::Unpack(const std::string& archive, std::string* problem) {
     PeekStream packed(file);
     const std::unique_ptr<ByteStream> unpacked =
         MakeUnpacker(packed.Peek(archiveHeadSize, asMany), packed);
-    PeekStream bytes(unpacked ? *unpacked : packed);
+    UntilInterrupted all(unpacked ? *unpacked : packed);
+    PeekStream bytes(all);
     if (!IsArchive(bytes.Peek(archiveHeadSize, asMany)))
         return fail("it is neither a directory nor an archive (.zip, .tar, .tar.gz, .tar.zst)");
     directory_ = MakeTemporaryFolder(problem);
