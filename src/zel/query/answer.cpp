@@ -171,6 +171,7 @@ bool PlanAnswer(const QueryOptions& options, QueryPlan* query, AnswerPlan* answe
     const bool isTerminal = ::isatty(STDOUT_FILENO) == 1;
     answer->form.name = FormName(options, isTerminal);
     answer->form.columns = TerminalColumns();
+    answer->form.isForTerminal = isTerminal;
     if (!ReadZone(options.answer, &answer->form.zone, problem))
         return false;
     if (options.withKey && answer->form.name == "table")

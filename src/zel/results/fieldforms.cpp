@@ -37,14 +37,18 @@ std::string ObjectOf(const std::vector<Field>& fields, const std::vector<FieldVa
 
 class CsvRows final : public RowForm {
 public:
-    explicit CsvRows(std::vector<Field> fields) : fields_(std::move(fields)) {}
+    explicit CsvRows(FormChoice choice)
+        : fields_(std::move(choice.fields)), isForTerminal_(choice.isForTerminal) {}
 
     std::string Row(const std::vector<FieldValue>& values, bool isFirst) override {
         std::string text = isFirst ? Heading() : "";
         for (std::size_t i = 0; i < values.size(); ++i) {
             if (i != 0)
                 text += ',';
-            AppendCsvCell(values[i], &text);
+            if (isForTerminal_)
+                AppendCsvCell({values[i].kind, Escaped(values[i].text)}, &text);
+            else
+                AppendCsvCell(values[i], &text);
         }
         return text.append("\r\n");
     }
@@ -62,6 +66,7 @@ private:
     }
 
     const std::vector<Field> fields_;
+    const bool isForTerminal_;
 };
 
 class JsonRows final : public RowForm {
@@ -218,7 +223,7 @@ void AppendCsvCell(const FieldValue& value, std::string* out) {
 
 std::unique_ptr<RowForm> MakeRowForm(FormChoice choice) {
     if (choice.name == "csv")
-        return std::make_unique<CsvRows>(std::move(choice.fields));
+        return std::make_unique<CsvRows>(std::move(choice));
     if (choice.name == "table")
         return std::make_unique<TableRows>(choice);
     return std::make_unique<JsonRows>(std::move(choice.fields), choice.name == "json");

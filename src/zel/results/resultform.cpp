@@ -46,9 +46,14 @@ public:
 
 class Keys final : public ResultForm {
 public:
+    explicit Keys(bool isForTerminal) : isForTerminal_(isForTerminal) {}
+
     std::string Row(const FoundEvent& event, bool) override {
-        return std::string(event.key).append("\n");
+        return (isForTerminal_ ? Escaped(event.key) : std::string(event.key)).append("\n");
     }
+
+private:
+    const bool isForTerminal_;
 };
 
 // Whole only with its end: an answer that breaks off is no JSON, which a reader notices.
@@ -204,7 +209,7 @@ private:
 std::unique_ptr<ResultForm> MakeResultForm(FormChoice choice) {
     const std::string& name = choice.name;
     if (name == "keys")
-        return std::make_unique<Keys>();
+        return std::make_unique<Keys>(choice.isForTerminal);
     if (name == "ocsf")
         return std::make_unique<OcsfEvents>();
     if (name == "timesketch")

@@ -1,5 +1,7 @@
 #include "zel/sql/sqlform.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <numeric>
 #include <utility>
@@ -56,6 +58,7 @@ private:
         if (!form_) {
             FormChoice choice;
             choice.name = name_;
+            choice.isForTerminal = ::isatty(STDOUT_FILENO) == 1;
             for (int i = 0; i < sqlite3_column_count(statement); ++i)
                 choice.fields.push_back({sqlite3_column_name(statement, i), nullptr, {}});
             form_ = MakeRowForm(std::move(choice));
