@@ -278,8 +278,11 @@ void PrettyPrint(const value& v, const std::string& indent, std::string* out) {
 bool BuildDocument(const QueryOptions& options, value* document, std::string* problem,
                    const Narrowing& narrowing) {
     QueryArguments arguments;
-    return ReadArguments(options, &arguments, problem) &&
-           Builder(options, arguments, narrowing).Build(document, problem);
+    if (!ReadArguments(options, &arguments, problem))
+        return false;
+    // Conditions on the text that contradict the flags ask nothing wrong: nothing fits them all.
+    return Builder(options, arguments, narrowing).Build(document, problem) ||
+           Builder(options, arguments, Narrowing()).Build(document, problem);
 }
 
 std::string PrettyDocument(const value& document) {
