@@ -225,6 +225,11 @@ def ordered(zel):
         for more in ((), parts):
             zel.check(f"{arguments} {more}", expected, answer(*arguments, *more))
     zel.check("of receipts the last", ([31, 7, 3], False), answer("--by", "receive", "-n", "3"))
+    zel.check("conditions that exclude each other", 1, zel.run("query", "--where", "object = url", *parts).returncode)
+    with open("/dev/full", "wb") as full:
+        ended = subprocess.run(zel.command("query", "--by", "receive", "--sort", "--show-cursor"), stdout=full,
+                               stderr=subprocess.PIPE, env=zel.environment, check=False)
+    zel.check("no cursor behind what was not printed", (4, True), (ended.returncode, b"zel: no cursor" in ended.stderr))
     for wrong in (("-n", "0"), ("-n", "x"), ("-n", "1", "--limit", "1"), ("--sort", "--reverse"),
                   ("--by", "receive", "--sort", "--limit", "1", "--show-cursor")):
         zel.check(f"{wrong} is refused", 2, zel.run("query", *wrong).returncode)
@@ -334,9 +339,9 @@ def screen(zel):
             ({"PAGER": "", "NO_COLOR": "1"}, (), plain),
             ({"PAGER": "sed 's/^/| /'", "NO_COLOR": "1"}, (), "| " + plain),
             ({"PAGER": "sed 's/^/| /'", "NO_COLOR": "1"}, ("--no-pager",), plain),
-            ({"PAGER": "exec 0<&-; sleep 0"}, (), "")):
+            ({"PAGER": "exec 0<&-; sleep 0"}, (), ""), ({"PAGER": "/nowhere/more -x"}, (), "")):
         code, text = shown("--actor-path", "?*", *arguments, **variables)
-        zel.check(f"{variables} {arguments}", (0, [expected] * (2 if expected else 0)),
+        zel.check(f"{variables} {arguments}", (4 if "nowhere" in str(variables) else 0, [expected] * (2 if expected else 0)),
                   (code, [line[:len(expected)] for line in text.splitlines()[1:]]))
     zel.check("found is what is printed", 1, json.loads(zel.rows("--trailer", "-n", "1")[-1])["trailer"]["found"])
     rows = zel.rows("--trailer", "--limit", "1")
@@ -355,6 +360,10 @@ def screen(zel):
               trailer["complete"], "20200103" in [failure["folder"] for failure in trailer["not_read"]]))
     ended = zel.run("query", "--trailer", "-o", "csv", "--fields", "seq")
     zel.check("beside csv", (b"seq\r\n1\r\n2\r\n", True), (ended.stdout, b"zel: 2 event(s) found" in ended.stderr))
+    zel.run("ingest", given=record(3, "\x1b[31m"))
+    for form in (("-o", "csv"), ("--print-keys",)):
+        text = shown(*form, "--grep", "31m", PAGER="")[1]
+        zel.check(f"{form} brings no codes to a terminal", (True, False), ("\\x1b[31m" in text, "\x1b" in text))
 
 
 def trees(zel):

@@ -41,6 +41,8 @@ public:
 
     EventSink& Sink() noexcept { return *first_; }
     std::string Problem() const { return first_->Problem(); }
+    // Whether each event was printed when it came, and not kept for the end.
+    bool PrintsAtOnce() const noexcept { return first_ == &stream_; }
     // How many of the events that were handed to the sink are printed or counted.
     std::uint64_t Shown(std::uint64_t handedOn) const noexcept {
         return ordered_ ? ordered_->Wanted() : handedOn;

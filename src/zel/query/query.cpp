@@ -147,7 +147,10 @@ ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan
 // its database, which is no news then; what a reader that went away did not want is no loss.
 int EndOfBroken(const QueryOptions& options, const ResultIntake& intake, const Answer& answer,
                 StoreSession& store) {
-    TellCursor(options, intake);
+    if (answer.PrintsAtOnce())
+        TellCursor(options, intake);
+    else if (options.showCursor)
+        Say("no cursor: the answer was not printed in full");
     ZEL::IgnoreResult(store->ClearDatabaseErrors(), "a table that was not cleared is told");
     if (Interrupted())
         return exitCode::interrupted;
@@ -188,9 +191,12 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan
     Answer answer(answerPlan, output);
     ResultIntake intake(answer.Sink(), filter, plan, WantedOf(options, plan, answerPlan), *store);
     const HRESULT result = Walk(plan, answerPlan.newest, store, intake, lostRows);
-    const bool isFinished = intake.TakesResults() && answer.Sink().Finish();
-    output.Flush();
-    pager.Finish();
+    const bool isFinished = intake.TakesResults() && answer.Sink().Finish() && output.Flush();
+    if (!pager.Finish()) {
+        output.Reopen();
+        Say("the pager that PAGER names can't be run; --no-pager goes without one");
+        return exitCode::losses;
+    }
     if (!isFinished)
         return EndOfBroken(options, intake, answer, store);
     if (hasTrailer)

@@ -25,6 +25,8 @@ public:
     // is told, or its reader went away. To be called last: what is written after it can fail
     // unseen.
     int Finish(int code);
+    // Standard output is another one now: what broke the former is no news of this one.
+    void Reopen() noexcept { state_ = State::good; }
 
 private:
     // A reader that went away and a wait that an interrupt ended are `closed`: nobody wants the

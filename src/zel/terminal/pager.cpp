@@ -101,14 +101,17 @@ void Pager::Start() {
     ::close(ends[1]);
 }
 
-void Pager::Finish() {
+// A shell ends with 126 or 127 where it can't run a command.
+bool Pager::Finish() {
     if (process_ == 0)
-        return;
+        return true;
     ::dup2(terminal_, STDOUT_FILENO);
     ::close(terminal_);
-    while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
+    int status = 0;
+    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
     }
     process_ = 0;
+    return !WIFEXITED(status) || (WEXITSTATUS(status) != 126 && WEXITSTATUS(status) != 127);
 }
 
 }  // namespace zel

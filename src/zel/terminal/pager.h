@@ -17,8 +17,9 @@ public:
     // pager (an empty PAGER, "cat", or none that can be started) all stays as it is.
     void Start();
     // Ends its input, waits until the person has left it, and gives standard output back. What was
-    // printed must have been flushed. May be called again.
-    void Finish();
+    // printed must have been flushed. False when there is no such program, so that nobody has seen
+    // anything. May be called again.
+    bool Finish();
 
 private:
     pid_t process_ = 0;
