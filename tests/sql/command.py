@@ -83,6 +83,8 @@ def shell(zel):
     os.write(terminal, b"\x03")
     until(b"zel: interrupted")
     until(b"zel> ")
+    os.write(terminal, b".mode csv\nselect char(27) as \"e\";\n")
+    until(b"\\x1b\r")
     os.write(terminal, b".quit\n")
     zel.check("the shell's end", 0, os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
     history = os.path.join(zel.folder, "zelstore/sql_history")
