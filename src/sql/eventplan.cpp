@@ -17,8 +17,9 @@
 // its number, and the operator.
 //
 // Times: the store compares their texts, SQLite in the order of TimeOrder, which also reads forms
-// that a host may have stored in place of the usual one. The range is widened by more than such
-// texts can be out of place.
+// that a host may have stored in place of the usual one. The range is widened by more than a text
+// that lacks seconds or has other decimals can be out of place; one with an offset, or with a blank
+// in place of T, may be out of place by a day, and is missed.
 //
 // Order: a walk of one folder comes in the order of times, and so does the answer if it is made of
 // one part; the kinds of several objects come one after the other.
