@@ -82,7 +82,6 @@ std::shared_ptr<SqlStore> SqlStore::Open(const std::string& directory, ISessionL
     const std::vector<std::string> said = (*reason).Take();
     if (!isOpen)
         return Refused(problem, said.empty() ? "the store can't be opened" : said.back());
-    store->CountFolders();
     (*reason).SayOn();
     for (const std::string& text : said)
         listener.Say(text);
@@ -90,13 +89,17 @@ std::shared_ptr<SqlStore> SqlStore::Open(const std::string& directory, ISessionL
     return open.store;
 }
 
-// At once behind the opening: a folder that came in between makes the answer no, as it may have
-// been seen, and one that goes later may still be walked.
-void SqlStore::CountFolders() {
-    const std::vector<StoreFolder> folders = ListStore(directory_).folders;
-    isOneFolder_ = std::count_if(folders.begin(), folders.end(), [](const auto& folder) {
-                       return std::string_view(folder.Kind()) != "silent";
-                   }) <= 1;
+// Looked at behind the opening: a folder that came in between makes the answer no, as it may have
+// been seen.
+bool SqlStore::IsOneFolder() {
+    const wm::Hold hold(lock_);
+    if (!isOneFolder_) {
+        const std::vector<StoreFolder> folders = ListStore(directory_).folders;
+        isOneFolder_ = std::count_if(folders.begin(), folders.end(), [](const auto& folder) {
+                           return std::string_view(folder.Kind()) != "silent";
+                       }) <= 1;
+    }
+    return *isOneFolder_;
 }
 
 // Walks run side by side, and the store tells the failures of all together: while one is being

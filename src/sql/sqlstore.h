@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,7 @@ public:
 
     // Whether all events lie in one folder, so that a walk gives them in the order of their times.
     // Holds as long as the store is open: later folders are not seen.
-    bool IsOneFolder() const noexcept { return isOneFolder_; }
+    bool IsOneFolder();
 
     // Takes over what the store says has failed. To be called behind each walk.
     void NoteFailures() noexcept;
@@ -50,16 +51,15 @@ public:
     std::uint32_t DamagedReads() const;
 
 private:
-    void CountFolders();
     void TakeFailures(bool keepsReads) REQUIRES(lock_);
     void Keep(const DatabaseError& failure) REQUIRES(lock_);
 
     const std::string directory_;
     StoreSession session_;
-    bool isOneFolder_ = false;  // constant once the store is open
     std::atomic<bool> mayRepeat_{false};
     // Held while the store is asked for its failures.
     mutable wm::Lock lock_{wm::LockRank::monitorDelivery};
+    std::optional<bool> isOneFolder_ GUARDED_BY(lock_);
     int stops_ GUARDED_BY(lock_) = 0;  // that are under way
     std::vector<DatabaseError> failures_ GUARDED_BY(lock_);
     std::uint32_t damagedReads_ GUARDED_BY(lock_) = 0;
