@@ -34,6 +34,8 @@ def draw_picture(pyplot, names, counts):
 
 
 if __name__ == "__main__":
+    if len(sys.argv) not in (2, 3):
+        sys.exit(__doc__)
     found = hours(sys.argv[1], *(sys.argv[2:] or ["true"]))
     try:
         import matplotlib
