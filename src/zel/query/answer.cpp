@@ -32,6 +32,27 @@ bool ReadLast(const std::string& text, std::int64_t* last) {
     return parsed.ec == std::errc() && parsed.ptr == end && *last >= 1 && *last <= most;
 }
 
+bool Refuse(const std::string& why, std::string* problem) {
+    *problem = why;
+    return false;
+}
+
+// What a flag lists. Enrichments that the store does not join would look as if there were none.
+std::optional<std::vector<Field>> FieldsOf(const std::string& flag, const std::string& list,
+                                           const QueryPlan& query, std::string* problem) {
+    auto fields = ParseFields(list, problem);
+    if (!fields) {
+        *problem = flag + ": " + *problem;
+        return std::nullopt;
+    }
+    const bool hasEnrichments = std::any_of(
+        fields->begin(), fields->end(), [](const Field& field) { return field.IsEnrichments(); });
+    if (!hasEnrichments || query.joinsEnrichments)
+        return fields;
+    *problem = flag + ": enrichments are there with --enrichments alone";
+    return std::nullopt;
+}
+
 // Which fields the form shows; none where it shows whole events.
 bool ReadFields(const QueryOptions& options, const QueryPlan& query, FormChoice* form,
                 std::string* problem) {
@@ -41,20 +62,11 @@ bool ReadFields(const QueryOptions& options, const QueryPlan& query, FormChoice*
             form->fields = AllFields(options.withKey, query.joinsEnrichments);
         return true;
     }
-    if (form->name == "ocsf" || isTimeline) {
-        *problem = "--fields: -o " + form->name + " has fields of its own";
+    if (form->name == "ocsf" || isTimeline)
+        return Refuse("--fields: -o " + form->name + " has fields of its own", problem);
+    auto fields = FieldsOf("--fields", options.answer.fields, query, problem);
+    if (!fields)
         return false;
-    }
-    auto fields = ParseFields(options.answer.fields, problem);
-    if (!fields) {
-        *problem = "--fields: " + *problem;
-        return false;
-    }
-    for (const Field& field : *fields)
-        if (field.IsEnrichments() && !query.joinsEnrichments) {
-            *problem = "--fields: enrichments are there with --enrichments alone";
-            return false;
-        }
     form->fields = std::move(*fields);
     const bool hasKey = std::any_of(form->fields.begin(), form->fields.end(),
                                     [](const Field& field) { return field.IsKey(); });
@@ -70,11 +82,6 @@ bool ReadZone(const AnswerOptions& options, ZoneTime* zone, std::string* problem
     else
         *problem = "--tz: " + *problem;
     return found.has_value();
-}
-
-bool Refuse(const std::string& why, std::string* problem) {
-    *problem = why;
-    return false;
 }
 
 // A count has rows of its own, in an order of its own; what is said of events makes no sense there.
@@ -95,9 +102,9 @@ bool ReadCounts(const QueryOptions& options, QueryPlan* query, AnswerPlan* answe
                           problem);
     }
     if (!asked.countBy.empty()) {
-        auto fields = ParseFields(asked.countBy, problem);
+        auto fields = FieldsOf("--count-by", asked.countBy, *query, problem);
         if (!fields)
-            return Refuse("--count-by: " + *problem, problem);
+            return false;
         counts.by = std::move(*fields);
     }
     counts.most = query->limit;
