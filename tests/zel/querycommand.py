@@ -311,8 +311,8 @@ def counts(zel):
               [(bar[:26], bar.count("\u2588")) for bar in bars])
     zel.check("of nothing", (1, b"[]\n"), (lambda e: (e.returncode, e.stdout))(
         zel.run("query", "--count-by", "seq", "-o", "json", "--since", "2100-01-01")))
-    for wrong in (("--histogram", "0h"), ("--histogram", "1y"), ("--count-by", "x"), ("--count-by", "seq", "-n", "1"),
-                  ("--count-by", "seq", "--fields", "seq"), ("--histogram", "1h", "-o", "ocsf")):
+    for wrong in (("--histogram", "0h"), ("--histogram", "1y"), ("--count-by", "x"), ("--count-by", "enrichments"),
+                  ("--count-by", "seq", "-n", "1"), ("--count-by", "seq", "--fields", "seq"), ("--histogram", "1h", "-o", "ocsf")):
         zel.check(f"{wrong} is refused", 2, zel.run("query", *wrong).returncode)
 
 
@@ -360,10 +360,11 @@ def screen(zel):
               trailer["complete"], "20200103" in [failure["folder"] for failure in trailer["not_read"]]))
     ended = zel.run("query", "--trailer", "-o", "csv", "--fields", "seq")
     zel.check("beside csv", (b"seq\r\n1\r\n2\r\n", True), (ended.stdout, b"zel: 2 event(s) found" in ended.stderr))
-    zel.run("ingest", given=record(3, "\x1b[31m"))
-    for form in (("-o", "csv"), ("--print-keys",)):
+    zel.run("ingest", given=record(3, "\x1b[31m\x9b"))
+    for form in (("-o", "csv"), ("--print-keys",), ("-o", "json"), ("--fields", "target_path", "-o", "ndjson")):
         text = shown(*form, "--grep", "31m", PAGER="")[1]
-        zel.check(f"{form} brings no codes to a terminal", (True, False), ("\\x1b[31m" in text, "\x1b" in text))
+        zel.check(f"{form} brings no codes to a terminal", [True, False, False],
+                  ["[31m" in text] + [code in text for code in "\x1b\x9b"])
 
 
 def trees(zel):

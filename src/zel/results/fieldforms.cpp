@@ -71,11 +71,15 @@ private:
 
 class JsonRows final : public RowForm {
 public:
-    JsonRows(std::vector<Field> fields, bool isArray)
-        : fields_(std::move(fields)), isArray_(isArray) {}
+    explicit JsonRows(FormChoice choice)
+        : fields_(std::move(choice.fields)),
+          isArray_(choice.name == "json"),
+          isForTerminal_(choice.isForTerminal) {}
 
     std::string Row(const std::vector<FieldValue>& values, bool isFirst) override {
-        const std::string object = ObjectOf(fields_, values);
+        std::string object = ObjectOf(fields_, values);
+        if (isForTerminal_)
+            object = EscapedJson(object);
         return isArray_ ? (isFirst ? "[\n" : ",\n") + object : object + "\n";
     }
     std::string End(bool isEmpty) override { return !isArray_ ? "" : isEmpty ? "[]\n" : "\n]\n"; }
@@ -83,6 +87,7 @@ public:
 private:
     const std::vector<Field> fields_;
     const bool isArray_;
+    const bool isForTerminal_;
 };
 
 // What is known of a column's values gives it a width of its own; the others share what is left.
@@ -226,7 +231,7 @@ std::unique_ptr<RowForm> MakeRowForm(FormChoice choice) {
         return std::make_unique<CsvRows>(std::move(choice));
     if (choice.name == "table")
         return std::make_unique<TableRows>(choice);
-    return std::make_unique<JsonRows>(std::move(choice.fields), choice.name == "json");
+    return std::make_unique<JsonRows>(std::move(choice));
 }
 
 std::unique_ptr<ResultForm> MakeFieldForm(FormChoice choice) {

@@ -81,6 +81,20 @@ private:
     OcsfWriter writer_;
 };
 
+// JSON of another form as a terminal may get it.
+class OnTerminal final : public ResultForm {
+public:
+    explicit OnTerminal(std::unique_ptr<ResultForm> form) : form_(std::move(form)) {}
+
+    std::string Row(const FoundEvent& event, bool isFirst) override {
+        return EscapedJson(form_->Row(event, isFirst));
+    }
+    std::string End(bool isEmpty) override { return form_->End(isEmpty); }
+
+private:
+    const std::unique_ptr<ResultForm> form_;
+};
+
 const value* Find(const value& in, const char* key) {
     if (!in.is_object())
         return nullptr;
@@ -210,17 +224,22 @@ std::unique_ptr<ResultForm> MakeResultForm(FormChoice choice) {
     const std::string& name = choice.name;
     if (name == "keys")
         return std::make_unique<Keys>(choice.isForTerminal);
-    if (name == "ocsf")
-        return std::make_unique<OcsfEvents>();
-    if (name == "timesketch")
-        return MakeTimesketchForm(std::move(choice.fields));
-    if (!choice.fields.empty())
+    const bool isTimeline = name == "timesketch";
+    if (name != "ocsf" && !isTimeline && !choice.fields.empty())
         return MakeFieldForm(std::move(choice));
     if (name == "table")
         return std::make_unique<Table>(choice);
-    if (name == "json")
-        return std::make_unique<OneArray>();
-    return std::make_unique<Lines>();
+    const bool isForTerminal = choice.isForTerminal;
+    std::unique_ptr<ResultForm> form;
+    if (isTimeline)
+        form = MakeTimesketchForm(std::move(choice.fields));
+    else if (name == "ocsf")
+        form = std::make_unique<OcsfEvents>();
+    else if (name == "json")
+        form = std::make_unique<OneArray>();
+    else
+        form = std::make_unique<Lines>();
+    return isForTerminal ? std::make_unique<OnTerminal>(std::move(form)) : std::move(form);
 }
 
 // COLUMNS first, as a person may set it where no terminal is.

@@ -36,7 +36,7 @@ struct FormChoice {
     std::vector<Field> fields;
     ZoneTime zone;            // of times in a table and in csv, and of fields
     bool hasColours = false;  // of a table, by the kind of event
-    // Then no form prints control characters that an event brought with it; JSON never does.
+    // Then no form prints control characters that an event brought with it.
     bool isForTerminal = false;
 };
 std::unique_ptr<ResultForm> MakeResultForm(FormChoice choice);

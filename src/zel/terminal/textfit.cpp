@@ -148,6 +148,25 @@ std::string Escaped(std::string_view text) {
     return Joined(cells.begin(), cells.end());
 }
 
+std::string EscapedJson(std::string_view json) {
+    std::string text;
+    text.reserve(json.size());
+    for (std::size_t at = 0; at < json.size(); ++at) {
+        const auto byte = static_cast<unsigned char>(json[at]);
+        const auto next = static_cast<unsigned char>(at + 1 < json.size() ? json[at + 1] : '\0');
+        const bool isPair = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
+        if (byte != 0x7F && !isPair) {
+            text += json[at];
+            continue;
+        }
+        char escape[8];
+        std::snprintf(escape, sizeof(escape), "\\u%04x", isPair ? next : byte);
+        text += escape;
+        at += isPair ? 1 : 0;
+    }
+    return text;
+}
+
 std::size_t DisplayWidth(std::string_view text) {
     return WidthOf(Cells(text));
 }

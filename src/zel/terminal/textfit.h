@@ -14,6 +14,10 @@ namespace zel {
 // turned back: a text may hold the same characters itself.
 std::string Escaped(std::string_view text);
 
+// The same JSON, in which the control characters that JSON lets stand as they are, U+007F to
+// U+009F, are escapes.
+std::string EscapedJson(std::string_view json);
+
 // Columns that the escaped text takes. By the usual widths of characters; terminals differ for new
 // pictures, so a column may be off by one there.
 std::size_t DisplayWidth(std::string_view text);
