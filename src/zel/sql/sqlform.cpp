@@ -45,8 +45,10 @@ public:
     explicit Rows(std::string name) : name_(std::move(name)) {}
 
     std::string Row(sqlite3_stmt* statement) override {
+        const int count = sqlite3_column_count(statement);
         std::vector<FieldValue> values;
-        for (int i = 0; i < sqlite3_column_count(statement); ++i)
+        values.reserve(static_cast<std::size_t>(count));
+        for (int i = 0; i < count; ++i)
             values.push_back(ValueOf(statement, i));
         RowForm& form = FormFor(statement);
         return form.Row(values, std::exchange(isEmpty_, false));
