@@ -35,7 +35,7 @@ struct ValueTest {
     enum class Kind : std::uint8_t {
         pattern,     // the whole value
         expression,  // fits somewhere in the value
-        network,     // the value is an address within it
+        network,     // the value is an address of `network`
         less,
         atMost,
         greater,
@@ -51,6 +51,7 @@ struct ValueTest {
     bool cased = false;  // letter case matters
     TextPattern pattern;
     std::shared_ptr<const re2::RE2> expression;
+    IpNetwork network;
     std::string text;  // the other field; else the value as the rule has it, for people
     double number = 0;
 };

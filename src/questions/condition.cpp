@@ -6,7 +6,6 @@
 #include <charconv>
 
 #include "common/asciicase.h"
-#include "questions/ipaddress.h"
 
 // How a condition is tested. The value that was asked for is understood once, by the type of its
 // column; what an event holds is read each time. An event's value that is not of its column's type,
@@ -73,18 +72,6 @@ std::optional<std::uint64_t> WholeNumberIn(std::string_view text) {
 }
 
 }  // namespace
-
-bool EventCondition::Network::Holds(std::string_view text) const {
-    const auto other = ReadIpAddress(text.substr(0, text.find('%')));
-    if (!other)
-        return false;
-    const int bytes = bits / 8, rest = bits % 8;
-    return std::equal(address.begin(), address.begin() + bytes, other->begin()) &&
-           (rest == 0 || (address[static_cast<std::size_t>(bytes)] ^
-                          (*other)[static_cast<std::size_t>(bytes)]) >>
-                                 (8 - rest) ==
-                             0);
-}
 
 bool EventCondition::FitsOrder(std::string_view value) const {
     if (column_->type == ColumnType::time) {

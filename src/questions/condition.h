@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "questions/ipaddress.h"
 #include "questions/textsearch.h"
 #include "records/recordreader.h"
 
@@ -93,13 +93,6 @@ public:
     bool MayFit(std::string_view event) const noexcept { return !hint_ || hint_->MayBeIn(event); }
 
 private:
-    struct Network {
-        std::array<std::uint8_t, 16> address;
-        int bits;
-        bool Holds(std::string_view text) const;
-        static std::optional<Network> Of(std::string_view text, ConditionProblem* problem);
-    };
-
     EventCondition(const zel::Column& column, ConditionOperator op, std::string_view value)
         : column_(&column), op_(op), value_(value) {}
 
@@ -118,7 +111,7 @@ private:
     std::string value_, folded_;
     std::string firstTime_, lastTime_;
     std::uint64_t number_ = 0;
-    std::optional<Network> network_;
+    std::optional<IpNetwork> network_;
     std::shared_ptr<const TextSearch> search_;    // contains
     std::shared_ptr<const EventSearch> inEvent_;  // contains, of the whole event
     std::shared_ptr<const EventSearch> hint_;

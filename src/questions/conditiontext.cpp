@@ -7,7 +7,6 @@
 #include "common/asciicase.h"
 #include "common/textbridge.h"
 #include "questions/condition.h"
-#include "questions/ipaddress.h"
 #include "records/conversions.h"
 #include "records/timearg.h"
 
@@ -192,8 +191,10 @@ bool EventCondition::Understand(const TimeReader& readTime, ConditionProblem* pr
     if (op_ == inNetwork) {
         if (!IsOfAddress(*column_))
             return Refuse(problem, "`in` asks for a network, so only of src_ip and dst_ip");
-        network_ = Network::Of(value_, problem);
-        return network_.has_value();
+        std::string what;
+        std::size_t at = 0;
+        network_ = IpNetwork::Of(value_, &what, &at);
+        return network_.has_value() || Refuse(problem, std::move(what), at);
     }
     if (IsCompared() && column_->type == ColumnType::number)
         return UnderstandNumber(problem);
@@ -249,29 +250,6 @@ void EventCondition::MakeHint() {
     });
     if (isPart && isWritten && isPlain && !isNumber && !IsOfWholeEvent())
         hint_ = std::make_shared<EventSearch>(value_);
-}
-
-std::optional<EventCondition::Network> EventCondition::Network::Of(std::string_view text,
-                                                                   ConditionProblem* problem) {
-    const std::size_t slash = text.find('/');
-    const auto address = ReadIpAddress(text.substr(0, slash));
-    if (!address) {
-        Refuse(problem, "a network such as 10.0.0.0/8 or fe80::/10 is expected");
-        return std::nullopt;
-    }
-    const bool isIpv4 = text.substr(0, slash).find(':') == text.npos;
-    const int most = isIpv4 ? 32 : 128;
-    int bits = most;
-    if (slash != text.npos) {
-        const char* const end = text.data() + text.size();
-        const auto parsed = std::from_chars(text.data() + slash + 1, end, bits);
-        if (parsed.ec != std::errc() || parsed.ptr != end || bits < 0 || bits > most) {
-            Refuse(problem, "a number of bits from 0 to " + std::to_string(most) + " is expected",
-                   slash + 1);
-            return std::nullopt;
-        }
-    }
-    return Network{*address, isIpv4 ? bits + 96 : bits};
 }
 
 }  // namespace zel
