@@ -1,110 +1,40 @@
 #include <cpprest/json.h>
 
-#include <algorithm>
-#include <chrono>
-#include <thread>
-
 #include "common/textbridge.h"
-#include "common/valuetext.h"
-#include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "records/timearg.h"
 #include "zel/commands.h"
+#include "zel/ingest/enrichmentwriter.h"
 #include "zel/ingest/readlines.h"
 #include "zel/query/eventkey.h"
 #include "zel/query/jsonscan.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/textfit.h"
-#include "zelstore/keys/keyformat.h"
 
-// What an analyst found out of an event is stored under the event's key and a number. Enrichments
-// go to the folder of their event's date, live ones too: only there are they joined to events.
-//
-// The number keeps the enrichments of one event apart and in the order in which they were made,
-// from run to run. The store's own numbers begin again with each process, so the first of this run
-// would take the place of the first of an earlier one; numbers by the clock don't.
+// Enrichments that people hand in, one or a file of them.
 
 namespace zel {
 
 namespace {
 
-using ZEL::HRESULT;
-namespace hr = ZEL::hr;
-
-// One line of text with the same meaning: results are one a line. Line ends stand between the
-// tokens of good JSON only, never within a string, so nothing changes its meaning.
-std::string OnOneLine(std::string_view json) {
-    constexpr std::string_view blanks = " \t\r\n";
-    const std::size_t first = json.find_first_not_of(blanks);
-    std::string line(json.substr(first, json.find_last_not_of(blanks) + 1 - first));
-    std::replace(line.begin(), line.end(), '\n', ' ');
-    std::replace(line.begin(), line.end(), '\r', ' ');
-    return line;
-}
-
-class Enrich {
-public:
-    Enrich(StoreSession& store, bool live) : store_(store), live_(live) {}
-
-    // False when no more is to be added: the store takes none, which is told, or the program was
-    // interrupted while the store had no room.
-    bool Add(const std::string& eventKey, const std::string& enrichment);
-    // The last line, once the store is closed, and the value for the program's end. `isGood`:
-    // nothing else went wrong.
-    int Summarise(std::uint64_t rejected, bool isGood) const;
-
-private:
-    std::string MakeKey(const std::string& eventKey);
-
-    StoreSession& store_;
-    const bool live_;
-    std::int64_t lastNumber_ = 0;  // microseconds since 1970
-    std::uint64_t taken_ = 0;
-    std::uint64_t refused_ = 0;
-};
-
-// In order within this run also where the clock stands still or goes back.
-std::string Enrich::MakeKey(const std::string& eventKey) {
-    using std::chrono::microseconds;
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    lastNumber_ =
-        std::max(lastNumber_ + 1, std::int64_t{std::chrono::floor<microseconds>(now).count()});
-    return eventKey + ZEL::TimedEnrichmentSuffix(lastNumber_, !live_);
-}
-
-// Through the silent queue also for live ones: it alone leads to the folder of the event's date.
-bool Enrich::Add(const std::string& eventKey, const std::string& enrichment) {
-    constexpr auto pause = std::chrono::milliseconds(5);
-    const auto key = wm::ToValue(MakeKey(eventKey));
-    const auto value = wm::ToValue(OnOneLine(enrichment));
-    HRESULT result = hr::outOfMemory;
-    // A full queue refuses: the same one is offered again until there is room.
-    while (key && value && (result = store_->InsertSilent(key.Get(), value.Get())) == hr::fail) {
-        if (Interrupted())
-            return false;
-        std::this_thread::sleep_for(pause);
-    }
-    (Succeeded(result) ? taken_ : refused_) += 1;
-    if (Failed(result))
-        Say("the store takes no more enrichments: " + Describe(static_cast<std::int32_t>(result)));
-    return Succeeded(result);
-}
-
-int Enrich::Summarise(std::uint64_t rejected, bool isGood) const {
-    const std::uint64_t lost = store_.Lost().enrichments;
-    std::string text = std::to_string(taken_ - lost) + " enrichment(s) stored" +
-                       (store_.Emptied() ? "" : " or still waiting");
+// The last line, once the store is closed, and the value for the program's end. `isGood`: nothing
+// else went wrong.
+int Summarise(const StoreSession& store, const EnrichmentWriter& writer, std::uint64_t rejected,
+              bool isGood) {
+    const std::uint64_t lost = store.Lost().enrichments;
+    std::string text = std::to_string(writer.Taken() - lost) + " enrichment(s) stored" +
+                       (store.Emptied() ? "" : " or still waiting");
     if (lost != 0)
         text += ", " + std::to_string(lost) + " lost";
-    if (refused_ != 0)
-        text += ", " + std::to_string(refused_) + " refused";
+    if (writer.Refused() != 0)
+        text += ", " + std::to_string(writer.Refused()) + " refused";
     if (rejected != 0)
         text += ", " + std::to_string(rejected) + " line(s) rejected";
     Say(text);
     if (Interrupted())
         return exitCode::interrupted;
-    if (refused_ != 0)
+    if (writer.Refused() != 0)
         return exitCode::noStore;
     return isGood && lost + rejected == 0 ? exitCode::done : exitCode::losses;
 }
@@ -143,20 +73,20 @@ int RunLines(const EnrichOptions& options) {
     StoreSession store(Terminal());
     if (!store.Open(StoreNeed::existing))
         return exitCode::noStore;
-    Enrich enrich(store, options.live);
+    EnrichmentWriter writer(store, options.live);
     LineProblems problems(TellsAll());
     std::string key, enrichment;
     const auto take = [&](const std::string& line, const LinePlace& place) {
         const LineProblem problem = ReadLine(line, &key, &enrichment);
         if (problem.kind.empty())
-            return enrich.Add(key, enrichment);
+            return writer.Add(key, enrichment);
         problems.Add(place.Text(), problem);
         return true;
     };
     const LinesEnd end = ReadLines(options.key.empty() ? "-" : options.key, problems, take);
     problems.TellRest();
     const bool written = store.Close();
-    return enrich.Summarise(problems.Count(), written && end != LinesEnd::unreadable);
+    return Summarise(store, writer, problems.Count(), written && end != LinesEnd::unreadable);
 }
 
 // The whole text of a file, packed or not; false, with a message, when it can't be read.
@@ -214,9 +144,10 @@ int RunEnrich(const EnrichOptions& options) {
     StoreSession store(Terminal());
     if (!store.Open(StoreNeed::existing))
         return exitCode::noStore;
-    Enrich enrich(store, options.live);
-    static_cast<void>(enrich.Add(options.key, enrichment));  // what failed is told and counted
-    return enrich.Summarise(0, store.Close());
+    EnrichmentWriter writer(store, options.live);
+    static_cast<void>(writer.Add(options.key, enrichment));  // what failed is told and counted
+    const bool written = store.Close();
+    return Summarise(store, writer, 0, written);
 }
 
 }  // namespace zel
