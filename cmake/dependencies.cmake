@@ -43,11 +43,12 @@ if(NOT pugixml_FOUND)
   list(APPEND missing libpugixml-dev)
 endif()
 # The libraries without a package of CMake's own: package, target, header, library.
+# Hyperscan is for x86-64; elsewhere libvectorscan-dev gives the same header and library.
 set(rows "libauparse-dev zel_auparse auparse.h auparse" "libarchive-dev zel_archive archive.h archive"
          "libzstd-dev zel_zstd zstd.h zstd" "libsqlite3-dev zel_sqlite sqlite3ext.h sqlite3"
          "libre2-dev zel_re2 re2/re2.h re2" "libedit-dev zel_edit editline/readline.h edit"
          "libhowardhinnant-date-dev zel_zones date/tz.h date-tz"
-         "libyaml-cpp-dev zel_yaml yaml-cpp/yaml.h yaml-cpp")
+         "libyaml-cpp-dev zel_yaml yaml-cpp/yaml.h yaml-cpp" "libhyperscan-dev zel_hyperscan hs/hs.h hs")
 if(ZEL_TESTS)  # whose answers a test compares with the store's own
   list(APPEND rows "libevtx-dev zel_evtx libevtx.h evtx")
 endif()
