@@ -25,23 +25,27 @@ struct RuleReach {
 };
 
 // Rules made ready to be tested together: one pass over the text of an event finds the few that may
-// fit, and only these are tested in full. Any thread, behind the making.
+// fit, and only these are tested in full. Any thread, once made.
 class RuleSet {
 public:
-    // Rules of rules among them are left to the Correlator; they have no reach of their own.
+    // Rules of rules among them are left to the Correlator; they have no reach of their own, which
+    // is `none` without a reason.
     RuleSet(std::vector<Rule> rules, VocabularyOptions options);
     ~RuleSet();
 
     const std::vector<Rule>& Rules() const noexcept;
     const RuleReach& ReachOf(std::size_t rule) const;
-    // Sub-queries that together find all events that any rule may fit; without an event there are
-    // none.
+    // Sub-queries that together find all events that any rule may fit, each event once; few, an
+    // empty one among them stands for all events. Where there are rules of rules it is at most one,
+    // so that events come in the order of time. None: no rule can fit any event.
     std::vector<Narrowing> Narrowings() const;
     const RuleVocabulary& Vocabulary() const noexcept;
 
+    struct Tables;  // the inside, for who runs and counts
+
 private:
     friend class RuleRun;
-    struct Tables;
+    friend class Correlator;
     std::unique_ptr<Tables> tables_;
 };
 
@@ -51,14 +55,14 @@ public:
     explicit RuleRun(const RuleSet& rules);
     ~RuleRun();
 
-    // The rules that fit, in their order. False when the event can't be read. Both are good until
-    // the next call.
+    // Finds the rules that fit, in their order; good until the next call. False when the event
+    // can't be read, and then none fits; that is seen only where a rule may fit it.
     bool Test(std::string_view event);
     const std::vector<std::uint32_t>& Hits() const noexcept;
     // Of a rule that fits the event: the searches and values that made it fit, one a line:
     // "selection_img: Image ends with \fodhelper.exe".
     std::vector<std::string> WhyOf(std::uint32_t rule);
-    // Of the event: for correlation and output.
+    // Of an event that a rule fits: for correlation and output.
     RuleEvent& Event() noexcept;
 
     // The same without the pass over the text, for tests: every rule is tested in full.

@@ -1,0 +1,163 @@
+#include "hunt/correlationplan.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "common/asciicase.h"
+
+namespace zel {
+
+namespace {
+
+using Kind = Correlation::Kind;
+using Member = CorrelationPlan::Member;
+
+std::string Quoted(std::string_view text) {
+    return std::string("\"").append(text).append("\"");
+}
+
+bool IsCalled(const Rule& rule, std::string_view reference) {
+    return ZEL::EqualsNoCase(std::string_view(rule.id), reference) || rule.name == reference ||
+           rule.title == reference;
+}
+
+class Planner {
+public:
+    Planner(const RuleSet::Tables& set, std::vector<RuleProblem>* problems)
+        : set_(set), problems_(*problems), states_(set.rules.size()) {}
+
+    std::vector<CorrelationPlan> PlanAll() {
+        for (std::uint32_t rule = 0; rule < set_.rules.size(); ++rule) {
+            if (set_.rules[rule].counts != nullptr)
+                Plan(rule);
+        }
+        return std::move(plans_);
+    }
+
+private:
+    enum class State : std::uint8_t { open, begun, planned, refused };
+
+    // Rules that it counts are planned first.
+    bool Plan(std::uint32_t rule) {
+        if (states_[rule] == State::open) {
+            states_[rule] = State::begun;
+            CorrelationPlan plan;
+            plan.rule = rule;
+            const std::string problem = Fill(*set_.rules[rule].counts, &plan);
+            states_[rule] = problem.empty() ? State::planned : State::refused;
+            if (problem.empty())
+                plans_.push_back(std::move(plan));
+            else
+                problems_.push_back({set_.rules[rule].file, set_.rules[rule].line, 0,
+                                     set_.rules[rule].title, problem});
+        }
+        return states_[rule] == State::planned;
+    }
+
+    // Why it can't be counted; empty when it can.
+    std::string Fill(const Correlation& counts, CorrelationPlan* plan) {
+        plan->kind = counts.kind;
+        plan->spanMs = std::chrono::milliseconds(counts.timespan).count();
+        std::size_t thatCanFit = 0;
+        for (const std::string& reference : counts.rules) {
+            Member member;
+            bool canFit = false;
+            std::string problem = FillMember(counts, reference, &member, &canFit);
+            if (!problem.empty())
+                return problem;
+            thatCanFit += canFit ? 1 : 0;
+            plan->members.push_back(std::move(member));
+        }
+        std::string problem = FillNeeded(counts, plan);
+        if (problem.empty() && thatCanFit < (IsTemporal(counts.kind) ? plan->needed : 1))
+            problem = "too few of the rules that it counts can fit here";
+        return problem;
+    }
+
+    static bool IsTemporal(Kind kind) {
+        return kind == Kind::temporal || kind == Kind::temporalOrdered;
+    }
+
+    std::string FillMember(const Correlation& counts, const std::string& reference, Member* member,
+                           bool* canFit) {
+        const auto is = [&](const Rule& rule) { return IsCalled(rule, reference); };
+        const auto found = std::find_if(set_.rules.begin(), set_.rules.end(), is);
+        if (found == set_.rules.end())
+            return "no rule is called " + Quoted(reference);
+        if (std::any_of(found + 1, set_.rules.end(), is))
+            return "several rules are called " + Quoted(reference);
+        member->rule = static_cast<std::uint32_t>(found - set_.rules.begin());
+        member->isOfRules = found->counts != nullptr;
+        if (member->isOfRules && !Plan(member->rule))
+            return "the rule " + Quoted(reference) +
+                   (states_[member->rule] == State::begun ? " counts this one in turn"
+                                                          : " can't be counted itself");
+        *canFit =
+            member->isOfRules || set_.ready[member->rule].Reach().kind != RuleReach::Kind::none;
+        for (const std::string& name : counts.groupBy) {
+            const auto place = PlaceOf(counts, *found, name);
+            if (!place)
+                return "the rule " + Quoted(reference) + " does not group by " + Quoted(name);
+            member->group.push_back(*place);
+        }
+        if (counts.kind != Kind::valueCount)
+            return {};
+        const auto place = PlaceOf(counts, *found, counts.countedField);
+        if (!place)
+            return "the rule " + Quoted(reference) + " does not group by " +
+                   Quoted(counts.countedField);
+        member->counted = *place;
+        return {};
+    }
+
+    // Of an event rule the field, perhaps by its alias there; of a rule of rules where the value
+    // stands in its group.
+    std::optional<std::size_t> PlaceOf(const Correlation& counts, const Rule& rule,
+                                       std::string_view name) const {
+        if (rule.counts != nullptr) {
+            const auto& own = rule.counts->groupBy;
+            const auto at = std::find(own.begin(), own.end(), name);
+            return at == own.end() ? std::nullopt
+                                   : std::optional(static_cast<std::size_t>(at - own.begin()));
+        }
+        for (const Correlation::Alias& alias : counts.aliases) {
+            if (alias.name == name && IsCalled(rule, alias.rule))
+                name = alias.field;
+        }
+        return set_.countedFields.find(name)->second;
+    }
+
+    static std::string FillNeeded(const Correlation& counts, CorrelationPlan* plan) {
+        using enum Correlation::Comparison;
+        for (const Correlation::Bound& bound : counts.bounds) {
+            if (bound.comparison != atLeast && bound.comparison != greater)
+                return "of bounds only gte and gt can be told while events come";
+            plan->needed =
+                std::max(plan->needed, bound.number + (bound.comparison == greater ? 1 : 0));
+        }
+        const std::uint64_t all = counts.rules.size();
+        if (IsTemporal(counts.kind)) {
+            if (counts.bounds.empty())
+                plan->needed = all;
+            if (plan->needed > all)
+                return "it counts only " + std::to_string(all) + " rules";
+            if (counts.kind == Kind::temporalOrdered && plan->needed != all)
+                return "an order is told of all of its rules alone";
+        }
+        return plan->needed == 0 ? "a bound of none fits whatever comes" : "";
+    }
+
+    const RuleSet::Tables& set_;
+    std::vector<RuleProblem>& problems_;
+    std::vector<State> states_;
+    std::vector<CorrelationPlan> plans_;
+};
+
+}  // namespace
+
+std::vector<CorrelationPlan> PlanCorrelations(const RuleSet::Tables& set,
+                                              std::vector<RuleProblem>* problems) {
+    return Planner(set, problems).PlanAll();
+}
+
+}  // namespace zel
