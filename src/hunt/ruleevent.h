@@ -24,7 +24,7 @@ enum class FieldStanding : std::uint8_t {
     key,     // the key holds it, too
     column,  // the record has a place for it
     kept,    // it stands among what had no place, unless the events were taken without that
-    never,   // no format gives it
+    never,   // no format gives it; of Sysmon's events, what is not in its schema
 };
 
 struct VocabularyOptions {
@@ -33,8 +33,12 @@ struct VocabularyOptions {
     bool asksAuditLog = false;
 };
 
-// The names that rules use, and what they mean in the store's records. Filled while rules are made
-// ready, then only read; from then on any thread.
+// The names that rules use, and what they mean in the store's records. It is filled and asked by
+// the one thread that makes rules ready, and must be complete ahead of the first RuleEvent;
+// RuleEvents only read it, each on a thread of its own.
+//
+// A category on Windows means what Sysmon records of it, and the records of all that is no channel
+// of Windows by their object and action. A service means a channel.
 class RuleVocabulary {
 public:
     explicit RuleVocabulary(VocabularyOptions options);
@@ -49,13 +53,14 @@ public:
     std::size_t Fields() const noexcept;
     std::string_view FieldName(FieldId field) const noexcept;
     FieldStanding StandingOf(SourceId source, FieldId field) const;
-    // For people: "actor_path", "unmapped.OriginalFileName"; empty for `never`.
+    // For people: a column, "actor_path", or a member, "unmapped.OriginalFileName"; empty for
+    // `never`. Where that differs from event to event, the place in Sysmon's.
     std::string PlaceOf(SourceId source, FieldId field) const;
     // Sub-queries that together find all events of the source, and others.
     std::vector<Narrowing> NarrowingsOf(SourceId source) const;
     // What surely stands in the text of each event whose field has a value with `part` in it, as an
     // unescaped text; empty where that is not known. It is `part`, or of it what no conversion of
-    // the field changes.
+    // the field changes. (Numbers with a fraction or an exponent may be written otherwise.)
     std::string_view CertainPart(SourceId source, FieldId field, std::string_view part) const;
 
 private:
@@ -71,7 +76,8 @@ public:
     explicit RuleEvent(const RuleVocabulary& vocabulary);
     ~RuleEvent();
 
-    // False when the text is no JSON object. The text must live as long as values are asked for.
+    // False when the text is no JSON object; then nothing may be asked. The text must live as long
+    // as values are asked for.
     bool Read(std::string_view event);
     bool IsOf(SourceId source);
     // The values, UTF-8; none where the event has no such field or null. Where a conversion has
@@ -81,7 +87,7 @@ public:
     // Calls with every value of the event, those of fields that no rule names too, until it gives
     // true; whether it did.
     bool AnyValue(const std::function<bool(std::string_view)>& test);
-    // begin_time as it stands; empty for none.
+    // begin_time as it stands; empty for none. Good until the next call.
     std::string_view Time();
 
 private:

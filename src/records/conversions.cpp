@@ -26,6 +26,33 @@ std::optional<std::uint32_t> NumberOf(std::string_view name, const auto& table) 
     return std::nullopt;
 }
 
+// The n-th name of the number.
+std::string_view NameOf(std::uint64_t number, std::size_t n, const auto& table) noexcept {
+    for (const NamedNumber& row : table)
+        if (row.number == number && n-- == 0)
+            return row.name;
+    return {};
+}
+
+constexpr NamedNumber protocols[] = {{"tcp", 6},  {"udp", 17},       {"icmp", 1},
+                                     {"igmp", 2}, {"ipv6-icmp", 58}, {"icmpv6", 58}};
+constexpr NamedNumber serviceWords[] = {
+    {"boot start", 0},         {"system start", 1},       {"auto start", 2},
+    {"demand start", 3},       {"disabled", 4},           {"kernel mode driver", 1},
+    {"file system driver", 2}, {"user mode service", 16},
+};
+
+struct RegistryRoot {
+    std::string_view written;
+    std::string_view name;
+};
+constexpr RegistryRoot registryRoots[] = {
+    {"HKLM", "HKEY_LOCAL_MACHINE"},  {"HKU", "HKEY_USERS"},
+    {"HKCR", "HKEY_CLASSES_ROOT"},   {"\\REGISTRY\\MACHINE", "HKEY_LOCAL_MACHINE"},
+    {"HKCU", "HKEY_CURRENT_USER"},   {"\\REGISTRY\\USER", "HKEY_USERS"},
+    {"HKCC", "HKEY_CURRENT_CONFIG"},
+};
+
 std::optional<std::uint64_t> Whole(std::string_view digits, int base) {
     std::uint64_t number = 0;
     const char* const end = digits.data() + digits.size();
@@ -51,8 +78,6 @@ void ForEachHash(std::string_view list, Use use) {
 }  // namespace
 
 std::optional<std::uint64_t> NumberIn(std::string_view text) {
-    constexpr NamedNumber protocols[] = {{"tcp", 6},  {"udp", 17},       {"icmp", 1},
-                                         {"igmp", 2}, {"ipv6-icmp", 58}, {"icmpv6", 58}};
     if (text.starts_with("0x") || text.starts_with("0X"))
         return Whole(text.substr(2), 16);
     if (const auto number = Whole(text, 10))
@@ -61,14 +86,9 @@ std::optional<std::uint64_t> NumberIn(std::string_view text) {
 }
 
 std::optional<std::uint64_t> ServiceNumberIn(std::string_view text) {
-    constexpr NamedNumber words[] = {
-        {"boot start", 0},         {"system start", 1},       {"auto start", 2},
-        {"demand start", 3},       {"disabled", 4},           {"kernel mode driver", 1},
-        {"file system driver", 2}, {"user mode service", 16},
-    };
     if (const auto number = NumberIn(text))
         return number;
-    return NumberOf(text, words);
+    return NumberOf(text, serviceWords);
 }
 
 std::optional<std::string_view> HashIn(std::string_view list, std::string_view name) {
@@ -101,21 +121,26 @@ std::optional<std::string_view> GuidIn(std::string_view text) {
 // Sensors write short roots, audit events those of the kernel; queries ask for the long ones. A
 // longer name that begins like a root ("HKLMX") is none.
 RegistryPath LongRegistryPath(std::string_view path) {
-    struct Root {
-        std::string_view written;
-        std::string_view name;
-    };
-    constexpr Root roots[] = {
-        {"HKLM", "HKEY_LOCAL_MACHINE"},  {"HKU", "HKEY_USERS"},
-        {"HKCR", "HKEY_CLASSES_ROOT"},   {"\\REGISTRY\\MACHINE", "HKEY_LOCAL_MACHINE"},
-        {"HKCU", "HKEY_CURRENT_USER"},   {"\\REGISTRY\\USER", "HKEY_USERS"},
-        {"HKCC", "HKEY_CURRENT_CONFIG"},
-    };
-    for (const Root& root : roots)
+    for (const RegistryRoot& root : registryRoots)
         if (ZEL::StartsWithNoCase(path, root.written) &&
             (path.size() == root.written.size() || path[root.written.size()] == '\\'))
             return {root.name, path.substr(root.written.size())};
     return {"", path};
+}
+
+std::string_view RegistryRootOf(std::string_view longRoot, std::size_t n) noexcept {
+    for (const RegistryRoot& root : registryRoots)
+        if (root.name == longRoot && n-- == 0)
+            return root.written;
+    return {};
+}
+
+std::string_view WordFor(std::uint64_t number, std::size_t n) noexcept {
+    return NameOf(number, n, protocols);
+}
+
+std::string_view ServiceWordFor(std::uint64_t number, std::size_t n) noexcept {
+    return NameOf(number, n, serviceWords);
 }
 
 std::optional<std::uint32_t> RegistryTypeIn(std::string_view text) {

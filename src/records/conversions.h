@@ -29,6 +29,14 @@ struct RegistryPath {
 };
 RegistryPath LongRegistryPath(std::string_view path);
 
+// Back again: how sources may have written what records hold.
+// The names of roots that stand for the long one, the n-th of them; empty past the last.
+std::string_view RegistryRootOf(std::string_view longRoot, std::size_t n) noexcept;
+// The words that ServiceNumberIn and NumberIn take for the number, the n-th of them; empty past the
+// last.
+std::string_view WordFor(std::uint64_t number, std::size_t n) noexcept;
+std::string_view ServiceWordFor(std::uint64_t number, std::size_t n) noexcept;
+
 // The number of the type of a registry value: by its name (REG_DWORD), by the number in Windows'
 // texts (%%1876), or by how the value is shown ("DWORD (0x00000001)"). None for a text that tells
 // no type.
