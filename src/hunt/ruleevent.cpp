@@ -87,6 +87,8 @@ struct RuleEvent::State {
     void Find(FieldId field, Values* values);
     // The plain values of what `value` is or has in it.
     void Append(dom::element value, Values* values);
+    void AppendAll(dom::array array, Values* values);
+    void AppendAll(dom::object object, Values* values);
     bool AppendUnmapped(std::string_view name, bool isExact, Values* values);
     void AppendAt(const FieldPlace& place, Values* values);
     void AppendForms(const FieldPlace& place, std::size_t from, Values* values);
@@ -218,18 +220,26 @@ void RuleEvent::State::Append(dom::element value, Values* values) {
             values->push_back(value.get_bool().value_unsafe() ? "true" : "false");
             return;
         case Type::ARRAY:
-            for (const dom::element each : value.get_array().value_unsafe())
-                Append(each, values);
+            AppendAll(value.get_array().value_unsafe(), values);
             return;
         case Type::OBJECT:
-            for (const auto& [name, member] : value.get_object().value_unsafe())
-                Append(member, values);
+            AppendAll(value.get_object().value_unsafe(), values);
             return;
         case Type::NULL_VALUE:
             return;
         default:
             values->push_back(keeper.Keep(simdjson::minify(value)));
     }
+}
+
+void RuleEvent::State::AppendAll(dom::array array, Values* values) {
+    for (const dom::element each : array)
+        Append(each, values);
+}
+
+void RuleEvent::State::AppendAll(dom::object object, Values* values) {
+    for (const auto& [name, member] : object)
+        Append(member, values);
 }
 
 bool RuleEvent::State::AppendUnmapped(std::string_view name, bool isExact, Values* values) {
