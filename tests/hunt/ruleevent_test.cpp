@@ -2,10 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "records/formats/lineformats.h"
+#include "hunt/fieldplaces.h"
+#include "records/formats/readinput.h"
 
 namespace zel {
 namespace {
@@ -203,6 +206,80 @@ TEST(RuleEvent, GivesEveryValue) {
     EXPECT_THAT(all, AllOf(Contains("C:\\x"), Contains("t"), Contains("5"), Contains("11")));
     EXPECT_THAT(all, testing::Not(Contains("file")));
     EXPECT_EQ(event.Time(), "2026-03-02T09:15:03.123Z");
+}
+
+// Each field of a source event stands under its own name, with the text that it has there. Of what
+// the collector has added, and of its own times and numbers, no rule speaks.
+class SourceEvents {
+public:
+    SourceEvents() {
+        std::string problem;
+        EXPECT_TRUE(vocabulary_.AddSource({"", "", "sysmon"}, &sysmon_, &problem));
+    }
+    // Every n-th line.
+    void ReadSample(const std::string& path, std::size_t n) {
+        const ReadInput input(path, {}, "record");  // which takes lines as they are
+        for (const bool isAsked : {false, true}) {
+            RuleEvent event(vocabulary_);
+            for (std::size_t i = 0; i < input.asTheyAre.size(); i += n)
+                ReadLine(input.asTheyAre[i], isAsked ? &event : nullptr);
+        }
+    }
+    std::size_t values = 0;
+
+private:
+    void ReadLine(const std::string& line, RuleEvent* event) {
+        fields_.Clear();
+        ASSERT_TRUE(json_.Read(line, &fields_));
+        if (fields_.Has("SyslogMessage"))
+            return;  // in which the event is, as XML
+        fields_.SetScope(fields_.Has("event_data") ? "event_data." : "");
+        const auto records = event != nullptr ? RecordsOf({line}) : std::vector<std::string>();
+        if (event != nullptr && (records.empty() || !event->Read(records[0])))
+            return;
+        for (const SourceField& field : fields_.All()) {
+            const std::string_view name = field.name;
+            if (!name.starts_with(fields_.Scope()) || field.text == "null" || IsOfCollector(name))
+                continue;
+            const FieldId id = vocabulary_.AddField(name.substr(fields_.Scope().size()));
+            if (event == nullptr)
+                continue;
+            const auto seen = event->ValuesOf(id);
+            ++values;
+            EXPECT_NE(std::find(seen.begin(), seen.end(), field.text), seen.end())
+                << name << " of " << records[0];
+        }
+        if (event != nullptr && event->IsOf(sysmon_))
+            NothingElse(*event);
+    }
+    // Nothing is made up, either.
+    void NothingElse(RuleEvent& event) {
+        for (FieldId id = 0; id < vocabulary_.Fields(); ++id) {
+            const std::string_view name = vocabulary_.FieldName(id);
+            if (name[0] < 'A' || name[0] > 'Z' || IsOfEveryEvent(name) ||
+                fields_.Find(name) != nullptr)
+                continue;
+            EXPECT_THAT(event.ValuesOf(id), IsEmpty()) << name;
+        }
+    }
+    bool IsOfCollector(std::string_view name) {
+        return Is(name, "RecordNumber|TimeCreated|@timestamp") ||
+               (name == "EventType" && fields_.Has("EventReceivedTime"));
+    }
+
+    RuleVocabulary vocabulary_{{}};
+    SourceId sysmon_ = 0;
+    JsonFields json_;
+    SourceFields fields_;
+};
+
+TEST(RuleEvent, HasTheTextOfTheSource) {
+    SourceEvents events;
+    events.ReadSample(ZEL_EXAMPLES "/raw.ndjson.xz", 1);
+    // The whole sample, where it is at hand; it is too large to be kept here.
+    if (const char* const folder = std::getenv("ZEL_SOURCE_SAMPLES"))
+        events.ReadSample(std::string(folder) + "/raw_sample.ndjson.xz", 5);
+    EXPECT_GT(events.values, 1000U);
 }
 
 TEST(RuleVocabulary, KnowsLogSources) {
