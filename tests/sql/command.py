@@ -7,9 +7,8 @@ import pty
 import signal
 import subprocess
 import sys
-import time
 
-from zelcommand import Zel
+from zelcommand import Zel, await_work
 
 ENDLESS = "with recursive x(n) as (select 1 union all select n + 1 from x) select max(n) from x"
 
@@ -45,7 +44,7 @@ def interruptions(zel):
     for statement in (ENDLESS, "select count(*) from events a, events b, events c"):
         started = subprocess.Popen(zel.command("sql", statement), env=zel.environment, stdout=subprocess.PIPE,
                                    stderr=subprocess.PIPE)
-        time.sleep(0.3)
+        await_work(started.pid, 0.5)
         started.send_signal(signal.SIGINT)
         zel.check(f"{statement} is interrupted", (130, b"", b""),
                   (started.wait(20), started.stdout.read(), started.stderr.read()))
@@ -79,7 +78,7 @@ def shell(zel):
     until(b"zel> ")
     os.write(terminal, ENDLESS.encode() + b";\n")
     until(b"from x;\r\n")
-    time.sleep(0.2)
+    await_work(child, 0.5)
     os.write(terminal, b"\x03")
     until(b"zel: interrupted")
     until(b"zel> ")

@@ -13,7 +13,7 @@ import sys
 import time
 import unicodedata
 
-from zelcommand import Zel
+from zelcommand import Zel, await_work
 
 TIME = "2026-01-02T03:04:05.006Z"
 
@@ -120,8 +120,7 @@ def hostile(zel):
             file.write('{"event_query":{"events":[%s]}}' % sub_queries)
         with subprocess.Popen(zel.command("query", document), stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL, env=zel.environment) as query:
-            while query.poll() is None and cpu_seconds(query.pid) < 0.5:
-                time.sleep(0.01)
+            await_work(query.pid, 0.5)
             query.send_signal(signal.SIGINT)
             began = time.monotonic()
             try:
@@ -131,12 +130,6 @@ def hostile(zel):
                 code = "no end"
         print(f"{name}: {time.monotonic() - began:.3f} s")
         zel.check(f"{name}, interrupted", 130, code)
-
-
-def cpu_seconds(pid):
-    with open(f"/proc/{pid}/stat", encoding="utf-8") as file:
-        fields = file.read().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
 def width(text):

@@ -4,6 +4,7 @@ import os
 import shutil
 import subprocess
 import tempfile
+import time
 
 
 class Zel:
@@ -41,6 +42,19 @@ class Zel:
             return
         self.failures += 1
         print(f"FAILED: {what}\n  expected: {str(expected)[:800]}\n  got:      {str(got)[:800]}")
+
+
+def await_work(pid, seconds):
+    """Until the process has used so much more of a processor, so that it is in the midst of its work; or has ended."""
+    first = None
+    while True:
+        with open(f"/proc/{pid}/stat", encoding="utf-8") as file:
+            fields = file.read().rpartition(")")[2].split()
+        used = (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+        first = used if first is None else first
+        if fields[0] == "Z" or used - first >= seconds:
+            return
+        time.sleep(0.01)
 
 
 def read_records(file):
