@@ -10,6 +10,8 @@ _zel_flags() { # COMMAND: its flags
             --where --cmd-line --user --computer --pid --port --grep --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
             --histogram --trailer --no-pager --tz ;;
+        hunt) echo --help --since --until --day --where --cmd-line --user --computer --pid --port --grep --min-level \
+            --tag --status --placeholders --audit-log --summary --enrich --check --explain --strict --output --no-pager --tz ;;
         sql) echo --help --output ;;
         tree) echo --help --key --since --until --day --output ;;
         enrich) echo --help --live --silent --ndjson ;;
@@ -23,7 +25,7 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query sql tree enrich purge info monitor settings machine ;;
+        "") echo ingest query hunt sql tree enrich purge info monitor settings machine ;;
         settings) echo get set unset ;;
         machine) echo show ;;
     esac
@@ -31,12 +33,14 @@ _zel_commands() { # COMMAND: the commands that may follow
 
 _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for all of them
     case $2 in
-        --store | --config | --position | --machine) echo FILE ;;
+        --store | --config | --position | --machine | --placeholders) echo FILE ;;
         --since | --until) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --tz) echo local UTC ;;
         --histogram) echo 1m 1h 1d 1w ;;
         --by) echo event receive ;;
+        --min-level) echo informational low medium high critical ;;
+        --status) echo stable test experimental deprecated unsupported ;;
         --format) echo record windows-json windows-xml evtx ecs ocsf osquery audit ;;
         --action) echo create delete open rename modify set_attributes encrypt decrypt close set_security \
             restore set launch terminate injection load unload logon logoff connect accept request \
@@ -47,11 +51,12 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             case $1 in
                 query) echo ndjson json ocsf table csv timesketch ;;
                 sql) echo table csv ndjson ;;
+                hunt) echo ndjson json table csv ;;
                 tree) echo tree json ndjson ;;
                 *) echo table json ;;
             esac ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
-            --actor-uid | --key | --where | --cmd-line | --user | --computer | --pid | --port | --grep | \
+            --actor-uid | --key | --where | --tag | --cmd-line | --user | --computer | --pid | --port | --grep | \
             --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent) echo NONE ;;
     esac
 }
@@ -100,7 +105,7 @@ _zel_complete() {
     if [ -z "$values" ]; then
         case $cur,$command in
             -*) values="$(_zel_flags "$command")${command:+ --store --config --keep-temporary --verbose}" ;;
-            *,ingest | *,enrich | *,query) values=FILE ;;
+            *,ingest | *,enrich | *,query | *,hunt) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac
     fi

@@ -149,6 +149,7 @@ constexpr struct {
 } rows[] = {
     {"ingest", "Store events of files", AddIngest},
     {"query", "Print events", AddQuery},
+    {"hunt", "Print events that Sigma rules fit", AddHunt},
     {"sql", "Ask in SQL", AddSql},
     {"tree", "Print a process with its ancestors and descendants", AddTree},
     {"enrich", "Store enrichments for events", AddEnrich},

@@ -138,6 +138,54 @@ void AddQuery(CLI::App& command, Run& run) {
     AddAnswer(command, options.answer, keys);
 }
 
+void AddHunt(CLI::App& command, Run& run) {
+    HuntOptions& options = OptionsOf(command, run, RunHunt);
+    QueryOptions& question = options.question;
+    command.footer("docs/hunt.md tells which rules can be asked, and what they mean here.");
+    command
+        .add_option("RULES", options.rules,
+                    "Files of Sigma rules, and folders of such files (.yml, .yaml); - is standard "
+                    "input")
+        ->check(NotEmpty())
+        ->type_name("");
+    AddText(command, "--since", question.since, "TIME",
+            "First time of the events that are looked at, as for `query`");
+    AddText(command, "--until", question.until, "TIME", "Last time, likewise");
+    AddText(command, "--day", question.day, "DATE", "That day in place of both");
+    AddTextConditions(command, question);
+    AddText(command, "--min-level", options.minLevel, "LEVEL",
+            "Rules of this level and above: informational, low, medium, high, critical");
+    AddTexts(command, "--tag", options.tags, "TAG", "Rules with this tag, such as attack.t1059");
+    AddTexts(command, "--status", options.statuses, "STATUS",
+             "Rules of this status, such as stable");
+    AddText(command, "--placeholders", options.placeholders, "FILE",
+            "YAML with the values of %name% in rules");
+    command.add_flag("--audit-log", options.asksAuditLog,
+                     "Ask Windows' own audit events (4688, 4657, 5156) as well as Sysmon's");
+    command.add_flag("--summary", options.summary,
+                     "Print how many hits each rule and computer has");
+    CLI::Option* const enrich = command.add_flag(
+        "--enrich", options.enriches, "Store each hit with its event, as a silent enrichment");
+    command
+        .add_flag("--check", options.check,
+                  "Read and explain rules, and end with 2 when one is bad; no store is needed")
+        ->excludes(enrich);
+    command
+        .add_flag("--explain", options.explain,
+                  "Tell of each rule what decides it, and run nothing")
+        ->excludes(enrich);
+    command.add_flag("--strict", options.strict, "Run nothing when a rule is bad");
+    command
+        .add_option("-o,--output", options.output,
+                    "By default table on a terminal, else ndjson: one hit a line")
+        ->check(CLI::IsMember({"ndjson", "json", "table", "csv"}))
+        ->type_name("FORM");
+    command.add_flag("--no-pager", question.answer.noPager,
+                     "Show a long table on a terminal all at once");
+    AddText(command, "--tz", question.answer.zone, "ZONE",
+            "Print times of this zone in tables, and read those without one in it");
+}
+
 void AddSql(CLI::App& command, Run& run) {
     SqlOptions& options = OptionsOf(command, run, RunSql);
     command.footer(

@@ -99,6 +99,24 @@ struct TreeOptions {
 // query.
 int RunTree(const TreeOptions& options);
 
+struct HuntOptions {
+    std::vector<std::string> rules;  // files and folders
+    QueryOptions question;           // its times, zone, pager and conditions on texts alone
+    std::string minLevel;            // such as high; empty: all
+    std::vector<std::string> tags, statuses;  // values of one list are alternatives
+    std::string placeholders;                 // a file with the values of %name%
+    std::string output;         // ndjson, json, csv or table; empty: table on a terminal
+    bool asksAuditLog = false;  // Windows' own audit events as well as Sysmon's
+    bool summary = false;       // hits counted by rule and computer in place of each
+    bool enriches = false;      // each hit is stored with its event, which needs to write
+    bool check = false;         // reads and explains rules, with any bad one an error; no store
+    bool explain = false;       // tells of each rule what decides it; no store
+    bool strict = false;        // a bad rule ends the hunt ahead of its beginning
+};
+// Prints the events that Sigma rules fit. 1 when there were none, 2 for rules that can't be read
+// where all have to be, the others as a query.
+int RunHunt(const HuntOptions& options);
+
 struct PurgeOptions {
     std::string maxSize;  // such as 500M
     bool dryRun = false;

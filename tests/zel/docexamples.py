@@ -31,7 +31,7 @@ def run(zel, commands):
     script = "exec 2>&1\n"
     for command in commands:
         if not re.search(" -o |--explain|--print-keys| [|] ", command):  # as a terminal shows it
-            command = re.sub(r"\bzel (query|info|purge|sql)\b", r"zel \1 -o table", command, count=1)
+            command = re.sub(r"\bzel (query|hunt|info|purge|sql)\b", r"zel \1 -o table", command, count=1)
         script += command + "\nprintf '\\036'\n"
     path = os.path.dirname(zel.program) + ":" + os.environ["PATH"]
     environment = dict(zel.environment, ZEL_STORE=zel.store, COLUMNS="100", TMPDIR=zel.folder, PATH=path)

@@ -99,7 +99,8 @@ public:
             std::transform(field.name.begin(), field.name.end(), headings_.back().begin(),
                            [](char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; });
             layout_.Add(WidthOf(field, choice.zone),
-                        field.type == ColumnType::text ? Keep::end : Keep::start);
+                        field.column != nullptr && field.type == ColumnType::text ? Keep::end
+                                                                                  : Keep::start);
         }
         layout_.Settle();
     }
@@ -120,7 +121,9 @@ private:
             return zone.IsUtc() ? 24 : 29;
         if (field.type == ColumnType::number)
             return std::max<std::size_t>(10, field.name.size());
-        return field.name == "object" ? 13 : field.name == "action" ? 9 : TableRow::shared;
+        return field.name == "object" || field.name == "level" ? 13
+               : field.name == "action"                        ? 9
+                                                               : TableRow::shared;
     }
 
     TableRow layout_;

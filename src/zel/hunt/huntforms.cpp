@@ -1,0 +1,232 @@
+#include "zel/hunt/huntforms.h"
+
+#include <algorithm>
+
+#include "records/recordwriter.h"
+#include "zel/results/fieldforms.h"
+#include "zel/terminal/textfit.h"
+
+// A hit is a rule and an event. JSON gives both whole; rows give what a person asks first, a file
+// of columns in addition all columns of the event.
+
+namespace zel {
+
+namespace {
+
+using Kind = FieldValue::Kind;
+
+void WriteTexts(std::string_view key, const std::vector<std::string>& texts, RecordWriter& writer) {
+    writer.Key(key).BeginArray();
+    for (const std::string& text : texts)
+        writer.Text(text);
+    writer.EndArray();
+}
+
+void WriteRule(const Rule& rule, RecordWriter& writer) {
+    writer.Key("rule").BeginObject();
+    writer.Key("title").Text(rule.title).Key("id").Text(rule.id);
+    writer.Key("level").Text(rule.level).Key("author").Text(rule.author);
+    WriteTexts("tags", rule.tags, writer);
+    writer.Key("status").Text(rule.status).Key("file").Text(rule.file).EndObject();
+}
+
+class JsonHits final : public HitForm {
+public:
+    JsonHits(bool isArray, bool isForTerminal) : isArray_(isArray), isForTerminal_(isForTerminal) {}
+
+    std::string Hit(const Rule& rule, std::string_view event,
+                    const std::vector<std::string>& why) override {
+        std::string text;
+        RecordWriter writer(&text);
+        writer.BeginObject();
+        WriteRule(rule, writer);
+        WriteTexts("why", why, writer);
+        writer.Key("event").Json(event).EndObject();
+        return Framed(text);
+    }
+
+    std::string Counted(const Rule& rule, const CorrelationHit& hit) override {
+        std::string text;
+        RecordWriter writer(&text);
+        writer.BeginObject();
+        WriteRule(rule, writer);
+        writer.Key("correlation").BeginObject();
+        writer.Key("first").Text(hit.first).Key("last").Text(hit.last);
+        writer.Key("count").Number(hit.count).Key("group").BeginObject();
+        for (std::size_t i = 0; i < hit.group.size() && i < rule.counts->groupBy.size(); ++i)
+            writer.Key(rule.counts->groupBy[i]).Text(hit.group[i]);
+        writer.EndObject().EndObject().EndObject();
+        return Framed(text);
+    }
+
+    std::string End() override { return !isArray_ ? "" : isFirst_ ? "[]\n" : "\n]\n"; }
+
+private:
+    std::string Framed(const std::string& text) {
+        const std::string shown = isForTerminal_ ? EscapedJson(text) : text;
+        const bool wasFirst = isFirst_;
+        isFirst_ = false;
+        return isArray_ ? (wasFirst ? "[\n" : ",\n") + shown : shown + "\n";
+    }
+
+    const bool isArray_, isForTerminal_;
+    bool isFirst_ = true;
+};
+
+Field TextField(const char* name) {
+    return {name, nullptr, {}, ColumnType::text};
+}
+
+Field ColumnField(const char* name) {
+    const Column* const column = FindColumn(name);
+    return {name, column, {}, column->type};
+}
+
+FieldValue TextValue(std::string text) {
+    return {text.empty() ? Kind::none : Kind::text, std::move(text)};
+}
+
+std::string Joined(const std::vector<std::string>& texts, const char* between) {
+    std::string all;
+    for (const std::string& text : texts)
+        all += (all.empty() ? "" : between) + text;
+    return all;
+}
+
+// "User=alice", for each name of the group.
+std::string GroupOf(const Rule& rule, const CorrelationHit& hit) {
+    std::vector<std::string> pairs;
+    for (std::size_t i = 0; i < hit.group.size() && i < rule.counts->groupBy.size(); ++i)
+        pairs.push_back(rule.counts->groupBy[i] + "=" + hit.group[i]);
+    return Joined(pairs, ", ");
+}
+
+// A line of a table has room for one thing that it was done to: the first of these that is there.
+constexpr const char* targets[] = {"target_cmd_line", "target_path", "target_name", "url",
+                                   "dst_ip"};
+
+class TableHits final : public HitForm {
+public:
+    explicit TableHits(FormChoice choice)
+        : reader_(EventFields(), choice.zone), rows_(MakeRowForm(WithColumns(std::move(choice)))) {}
+
+    std::string Hit(const Rule& rule, std::string_view event,
+                    const std::vector<std::string>&) override {
+        const std::vector<FieldValue>& found = reader_.Read({event, {}});
+        const auto target =
+            std::find_if(found.begin() + 2, found.end(),
+                         [](const FieldValue& each) { return each.kind != Kind::none; });
+        return Row({found[0], TextValue(rule.level), TextValue(rule.title), TextValue(rule.author),
+                    found[1], target != found.end() ? *target : FieldValue()});
+    }
+
+    std::string Counted(const Rule& rule, const CorrelationHit& hit) override {
+        return Row({TextValue(hit.last), TextValue(rule.level), TextValue(rule.title),
+                    TextValue(rule.author), FieldValue(),
+                    TextValue(std::to_string(hit.count) + " since " + hit.first + " " +
+                              GroupOf(rule, hit))});
+    }
+
+    std::string End() override { return rows_->End(isFirst_); }
+
+private:
+    static std::vector<Field> EventFields() {
+        std::vector<Field> fields = {ColumnField("time"), ColumnField("computer")};
+        for (const char* name : targets)
+            fields.push_back(ColumnField(name));
+        return fields;
+    }
+
+    static FormChoice WithColumns(FormChoice choice) {
+        // Of a path the end tells most, as in other tables.
+        const Field target = {"target", FindColumn("target_path"), {}, ColumnType::text};
+        choice.fields = {ColumnField("time"), TextField("level"),    TextField("rule"),
+                         TextField("author"), TextField("computer"), target};
+        return choice;
+    }
+
+    std::string Row(const std::vector<FieldValue>& values) {
+        const bool wasFirst = isFirst_;
+        isFirst_ = false;
+        return rows_->Row(values, wasFirst);
+    }
+
+    FieldReader reader_;
+    const std::unique_ptr<RowForm> rows_;
+    bool isFirst_ = true;
+};
+
+class CsvHits final : public HitForm {
+public:
+    explicit CsvHits(FormChoice choice)
+        : reader_(AllFields(false, false), choice.zone),
+          rows_(MakeRowForm(WithColumns(std::move(choice)))) {}
+
+    std::string Hit(const Rule& rule, std::string_view event,
+                    const std::vector<std::string>& why) override {
+        std::vector<FieldValue> values = RuleValues(rule, Joined(why, "; "));
+        const std::vector<FieldValue>& found = reader_.Read({event, {}});
+        values.insert(values.end(), found.begin(), found.end());
+        return Row(values);
+    }
+
+    // Of what was counted only the time stands in a column of the event.
+    std::string Counted(const Rule& rule, const CorrelationHit& hit) override {
+        std::vector<FieldValue> values =
+            RuleValues(rule, std::to_string(hit.count) + " since " + hit.first +
+                                 (hit.group.empty() ? "" : "; " + GroupOf(rule, hit)));
+        for (const Field& field : reader_.Fields())
+            values.push_back(TextValue(field.name == "time" ? hit.last : ""));
+        return Row(values);
+    }
+
+    std::string End() override { return rows_->End(isFirst_); }
+
+private:
+    static std::vector<FieldValue> RuleValues(const Rule& rule, std::string why) {
+        return {TextValue(rule.level),  TextValue(rule.title),    TextValue(rule.id),
+                TextValue(rule.author), TextValue(rule.status),   TextValue(Joined(rule.tags, " ")),
+                TextValue(rule.file),   TextValue(std::move(why))};
+    }
+
+    static FormChoice WithColumns(FormChoice choice) {
+        choice.fields = {TextField("level"),  TextField("rule"),   TextField("rule_id"),
+                         TextField("author"), TextField("status"), TextField("tags"),
+                         TextField("file"),   TextField("why")};
+        const std::vector<Field> events = AllFields(false, false);
+        choice.fields.insert(choice.fields.end(), events.begin(), events.end());
+        return choice;
+    }
+
+    std::string Row(const std::vector<FieldValue>& values) {
+        const bool wasFirst = isFirst_;
+        isFirst_ = false;
+        return rows_->Row(values, wasFirst);
+    }
+
+    FieldReader reader_;
+    const std::unique_ptr<RowForm> rows_;
+    bool isFirst_ = true;
+};
+
+}  // namespace
+
+std::unique_ptr<HitForm> MakeHitForm(FormChoice choice) {
+    if (choice.name == "table")
+        return std::make_unique<TableHits>(std::move(choice));
+    if (choice.name == "csv")
+        return std::make_unique<CsvHits>(std::move(choice));
+    return std::make_unique<JsonHits>(choice.name == "json", choice.isForTerminal);
+}
+
+std::vector<Field> SummaryFields(bool isTable) {
+    std::vector<Field> fields = {TextField("level"),    {"hits", nullptr, {}, ColumnType::number},
+                                 TextField("rule"),     TextField("author"),
+                                 TextField("computer"), {"last", nullptr, {}, ColumnType::time}};
+    if (!isTable)
+        fields.insert(fields.end(),
+                      {{"first", nullptr, {}, ColumnType::time}, TextField("rule_id")});
+    return fields;
+}
+
+}  // namespace zel

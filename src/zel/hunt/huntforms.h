@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hunt/correlator.h"
+#include "hunt/rule.h"
+#include "zel/results/resultform.h"
+
+namespace zel {
+
+// How hits look, one after the other. A form keeps none. For one thread.
+class HitForm {
+public:
+    virtual ~HitForm() = default;
+    // An event that a rule fits, and why: each with its end.
+    virtual std::string Hit(const Rule& rule, std::string_view event,
+                            const std::vector<std::string>& why) = 0;
+    // Events that a rule of rules has counted.
+    virtual std::string Counted(const Rule& rule, const CorrelationHit& hit) = 0;
+    // Behind the last.
+    virtual std::string End() = 0;
+};
+// table, csv, json, or ndjson for any other name. The author of a rule stands in each, as its
+// licence wants it. `fields` of the choice are unused.
+std::unique_ptr<HitForm> MakeHitForm(FormChoice choice);
+
+// What stands in rows of hits counted by rule and computer. A table has no room for the last two,
+// the first hit's time and the rule's identifier.
+std::vector<Field> SummaryFields(bool isTable);
+
+}  // namespace zel

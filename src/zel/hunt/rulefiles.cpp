@@ -1,0 +1,170 @@
+#include "zel/hunt/rulefiles.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "common/asciicase.h"
+#include "hunt/rulereader.h"
+#include "zel/terminal/inputfile.h"
+#include "zel/terminal/messages.h"
+#include "zel/terminal/textfit.h"
+
+namespace zel {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t largestFile = std::size_t{4} << 20;  // bytes
+constexpr std::string_view levels[] = {"informational", "low", "medium", "high", "critical"};
+
+bool IsRuleFile(const fs::path& path) {
+    const std::string ending = path.extension().string();
+    return ending == ".yml" || ending == ".yaml";
+}
+
+// A folder that can't be read is a problem of its own, so that no rule goes missing in silence.
+void AddFolder(const fs::path& folder, std::vector<std::string>* files, GivenRules* given) {
+    std::error_code error;
+    std::vector<std::string> found;
+    for (fs::recursive_directory_iterator at(folder, error), end; !error && at != end;
+         at.increment(error)) {
+        std::error_code ignored;
+        if (at->is_regular_file(ignored) && IsRuleFile(at->path()))
+            found.push_back(at->path().string());
+    }
+    if (error)
+        given->problems.push_back({folder.string(), 0, 0, "", error.message()});
+    std::sort(found.begin(), found.end());
+    files->insert(files->end(), found.begin(), found.end());
+}
+
+std::vector<std::string> FilesOf(const HuntOptions& options, GivenRules* given) {
+    std::vector<std::string> files;
+    for (const std::string& name : options.rules) {
+        std::error_code ignored;
+        if (name != "-" && fs::is_directory(name, ignored))
+            AddFolder(name, &files, given);
+        else
+            files.push_back(name);
+    }
+    return files;
+}
+
+bool HasTag(const Rule& rule, const std::vector<std::string>& wanted) {
+    return wanted.empty() ||
+           std::any_of(rule.tags.begin(), rule.tags.end(), [&](const std::string& tag) {
+               return std::any_of(wanted.begin(), wanted.end(), [&](const std::string& each) {
+                   return ZEL::EqualsNoCase(tag, each);
+               });
+           });
+}
+
+// A rule of rules counts others, which have to be there whatever is wanted of hits.
+bool IsWanted(const Rule& rule, const HuntOptions& options) {
+    const bool hasStatus =
+        options.statuses.empty() ||
+        std::any_of(options.statuses.begin(), options.statuses.end(),
+                    [&](const std::string& each) { return ZEL::EqualsNoCase(rule.status, each); });
+    const bool hasLevel =
+        options.minLevel.empty() || SeverityOf(rule.level) >= SeverityOf(options.minLevel);
+    return hasStatus && hasLevel && HasTag(rule, options.tags);
+}
+
+bool IsCounted(const Rule& rule, const std::vector<Rule>& all) {
+    return std::any_of(all.begin(), all.end(), [&](const Rule& each) {
+        if (!each.counts)
+            return false;
+        const auto& names = each.counts->rules;
+        return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+            return !name.empty() && (name == rule.id || name == rule.name || name == rule.title);
+        });
+    });
+}
+
+void KeepWanted(const HuntOptions& options, GivenRules* given) {
+    std::vector<Rule> wanted, counted;
+    for (Rule& rule : given->rules)
+        (IsWanted(rule, options) ? wanted : counted).push_back(std::move(rule));
+    given->unwanted = counted.size();
+    for (Rule& rule : counted) {
+        if (!IsCounted(rule, wanted))
+            continue;
+        --given->unwanted;
+        wanted.push_back(std::move(rule));
+    }
+    given->rules = std::move(wanted);
+}
+
+bool ReadFile(const std::string& file, const Placeholders& placeholders, GivenRules* given) {
+    std::string text, problem;
+    if (!ReadInputFile(file, largestFile, &text, &problem)) {
+        if (Interrupted())
+            return false;
+        given->problems.push_back({file, 0, 0, "", problem});
+        return true;
+    }
+    RuleFile read = ReadRules(text, file, placeholders);
+    std::move(read.rules.begin(), read.rules.end(), std::back_inserter(given->rules));
+    std::move(read.problems.begin(), read.problems.end(), std::back_inserter(given->problems));
+    return true;
+}
+
+bool ReadPlaceholdersOf(const HuntOptions& options, Placeholders* placeholders,
+                        std::string* problem) {
+    std::string text;
+    if (options.placeholders.empty())
+        return true;
+    if (!ReadInputFile(options.placeholders, largestFile, &text, problem))
+        return false;
+    RuleProblem found;
+    if (ReadPlaceholders(text, placeholders, &found))
+        return true;
+    found.file = options.placeholders;
+    *problem = InWords(found);
+    return false;
+}
+
+}  // namespace
+
+bool ReadGivenRules(const HuntOptions& options, GivenRules* given, std::string* problem) {
+    if (!options.minLevel.empty() &&
+        std::find(std::begin(levels), std::end(levels), options.minLevel) == std::end(levels)) {
+        *problem = "--min-level: " +
+                   UnknownName("level", options.minLevel, {std::begin(levels), std::end(levels)});
+        return false;
+    }
+    Placeholders placeholders;
+    if (!ReadPlaceholdersOf(options, &placeholders, problem))
+        return false;
+    const std::vector<std::string> files = FilesOf(options, given);
+    for (const std::string& file : files)
+        if (!ReadFile(file, placeholders, given))
+            return false;
+    given->files = files.size();
+    if (files.empty() && given->problems.empty()) {
+        *problem = "no file that ends in .yml or .yaml is there";
+        return false;
+    }
+    KeepWanted(options, given);
+    return true;
+}
+
+std::string InWords(const RuleProblem& problem) {
+    std::string words = Escaped(problem.file);
+    if (problem.line != 0)
+        words += ":" + std::to_string(problem.line);
+    if (problem.line != 0 && problem.column != 0)
+        words += ":" + std::to_string(problem.column);
+    if (!problem.title.empty())
+        words += ": " + Escaped(problem.title);
+    const bool isTold = problem.line == 0 && problem.what.find(problem.file) != std::string::npos;
+    return isTold ? Escaped(problem.what) : words + ": " + Escaped(problem.what);
+}
+
+int SeverityOf(std::string_view level) noexcept {
+    const auto found = std::find(std::begin(levels), std::end(levels), level);
+    return found == std::end(levels) ? 0 : static_cast<int>(found - std::begin(levels));
+}
+
+}  // namespace zel

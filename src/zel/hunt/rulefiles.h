@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "hunt/rule.h"
+#include "zel/commands.h"
+
+namespace zel {
+
+// The rules that a hunt was given.
+struct GivenRules {
+    std::vector<Rule> rules;            // those that are wanted, in the order of their files
+    std::vector<RuleProblem> problems;  // why others are none
+    std::size_t files = 0;
+    std::size_t unwanted = 0;  // left out by level, tag or status
+};
+
+// Reads the files that `options` names, and of folders all that end in .yml or .yaml, whatever
+// below them, in the order of their names. A file that can't be read is a problem like others.
+// False, with words in `problem`, for what can't be asked: a level that there is not, placeholders
+// that can't be read, names of nothing.
+bool ReadGivenRules(const HuntOptions& options, GivenRules* given, std::string* problem);
+
+// "rules/a.yml:12:5: Title: unknown modifier", for people.
+std::string InWords(const RuleProblem& problem);
+
+// 0 for informational to 4 for critical; 0 for what is none of them.
+int SeverityOf(std::string_view level) noexcept;
+
+}  // namespace zel
