@@ -63,7 +63,8 @@ TEST_F(Asking, StopEndsTheWalksThatRunAndNoLaterOne) {
     EXPECT_EQ(Ask(), 3000u) << "the store was stopped before";
     ASSERT_EQ(store.core.Initialize(), hr::ok);
     EXPECT_EQ(Ask(), 3000u);
-    EXPECT_EQ(Ask([&] { EXPECT_EQ(store.core.Stop(), hr::ok); }), 999u);
+    // How soon depends on how long the stop took.
+    EXPECT_LT(Ask([&] { EXPECT_EQ(store.core.Stop(), hr::ok); }), 1000u);
     EXPECT_EQ(Ask(), 3000u);
 }
 
