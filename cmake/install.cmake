@@ -30,6 +30,7 @@ install(PROGRAMS examples/readstore.py examples/histogram.py DESTINATION ${CMAKE
 install(FILES examples/README.md examples/events.ndjson.xz examples/raw.ndjson.xz examples/security.evtx.xz
               examples/LICENSE.Security-Datasets.txt examples/LICENSE.evtx.txt
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
+install(DIRECTORY examples/rules DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 
 # For those who build a host. Locks are the store's own business.
 install(DIRECTORY src/include/common DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h
