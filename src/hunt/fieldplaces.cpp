@@ -43,6 +43,21 @@ constexpr std::string_view commonNames[] = {"RuleName",      "UtcTime",
                                             "Data",          "Security_UserID",
                                             "Severity"};
 
+// What has no member, and how other senders call it in `unmapped`.
+struct OtherName {
+    std::string_view name;
+    std::string_view unmapped;  // "a|b"
+};
+constexpr OtherName otherNames[] = {
+    {"OriginalFileName", "process.pe.original_file_name|dll.pe.original_file_name"},
+    {"Description", "process.pe.description|dll.pe.description"},
+    {"Product", "process.pe.product|dll.pe.product"},
+    {"Company", "process.pe.company|dll.pe.company"},
+    {"FileVersion", "process.pe.file_version|dll.pe.file_version"},
+    {"CurrentDirectory", "process.working_directory|cwd"},
+    {"IntegrityLevel", "process.Ext.token.integrity_level_name|process.integrity"},
+};
+
 struct ListedHash {
     std::string_view name;
     std::string_view member;  // of the object that has the list
@@ -59,14 +74,14 @@ public:
         FindHead();
         if (kind_.format == "audit")
             FindInAuditLog();
-        if (FindInTable() && kind_.isSysmon)
+        if (FindInTable() && kind_.isSysmon && kind_.format != "ecs")
             return;
         if (const MappingRow* const usual = UsualRow(kind_.object, kind_.action)) {
             FindInRow(*usual);
             FindCondition(*usual);
         }
-        if (!kind_.isWindows && ZEL::EqualsNoCase(field_, "User"))
-            FindUser();
+        if (!kind_.isWindows || kind_.format == "ecs")
+            FindOtherNames();
     }
 
 private:
@@ -153,6 +168,17 @@ private:
             if ((condition.test == Is || condition.test == IsNoCase) &&
                 condition.wanted.find('|') == condition.wanted.npos && IsNamed(condition.field))
                 places_.push_back({Kind::constant, {}, condition.wanted});
+    }
+
+    void FindOtherNames() {
+        if (ZEL::EqualsNoCase(field_, "User"))
+            FindUser();
+        for (const OtherName& other : otherNames)
+            if (ZEL::EqualsNoCase(field_, other.name))
+                AnyOfAlternatives(other.unmapped, [&](std::string_view name) {
+                    places_.push_back({Kind::unmapped, {}, name});
+                    return false;
+                });
     }
 
     void FindUser() {

@@ -26,7 +26,7 @@ using Values = std::vector<std::string_view>;
 
 // Past these what is kept is given back, so that no text can make it stay large.
 constexpr std::size_t largestKept = 4U << 20;  // bytes
-constexpr std::size_t mostKinds = 4096;
+constexpr std::size_t mostKinds = 512;
 
 // The member of that name; none for anything but an object that has it.
 std::optional<dom::element> MemberOf(const std::optional<dom::element>& object,

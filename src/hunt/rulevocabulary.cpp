@@ -156,13 +156,16 @@ const RuleVocabulary::Tables::Places& RuleVocabulary::Tables::PlacesIn(SourceId 
         return places;
     places.isKnown = true;
     for (const EventKind& example : asked.examples)
-        for (const FieldPlace& place : PlacesOf(example, fields[field]))
+        for (const FieldPlace& place : PlacesOf(example, fields[field])) {
+            if (!places.usual && example.isWindows == asked.examples.front().isWindows)
+                places.usual = place;
             if (std::none_of(places.all.begin(), places.all.end(),
                              [&](const auto& each) { return IsSamePlace(each, place); }))
                 places.all.push_back(place);
-    if (!places.all.empty())
-        places.standing = StandingAt(places.all.front());
-    else if (MayBeKept(asked.meaning, fields[field]))
+        }
+    if (places.usual)
+        places.standing = StandingAt(*places.usual);
+    else if (!places.all.empty() || MayBeKept(asked.meaning, fields[field]))
         places.standing = FieldStanding::kept;
     return places;
 }
@@ -173,8 +176,8 @@ FieldStanding RuleVocabulary::StandingOf(SourceId source, FieldId field) const {
 
 std::string RuleVocabulary::PlaceOf(SourceId source, FieldId field) const {
     const Tables::Places& places = tables_->PlacesIn(source, field);
-    if (!places.all.empty())
-        return NameOf(places.all.front(), tables_->fields[field]);
+    if (places.usual)
+        return NameOf(*places.usual, tables_->fields[field]);
     return places.standing == FieldStanding::never ? "" : "unmapped." + tables_->fields[field];
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -14,7 +15,8 @@ namespace zel {
 struct RuleVocabulary::Tables {
     // Where a field is in the events of a source.
     struct Places {
-        std::vector<FieldPlace> all;  // of all kinds of events, each once, the usual first
+        std::vector<FieldPlace> all;      // of all kinds of events, each once
+        std::optional<FieldPlace> usual;  // of the kinds of the first; none: only in `unmapped`
         FieldStanding standing = FieldStanding::never;
         bool isKnown = false;
     };

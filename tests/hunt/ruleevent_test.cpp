@@ -151,7 +151,7 @@ TEST(RuleEvent, HasThemForOtherSenders) {
     const auto records = RecordsOf(
         {R"({"@timestamp":"2026-03-02T09:15:03.000Z","ecs":{"version":"8.10.0"},"event":)"
          R"({"category":["process"],"type":["start"]},"process":{"executable":"C:\\a.exe",)"
-         R"("command_line":"a b","parent":{"executable":"C:\\p.exe"}},"user":{"name":"ann"}})",
+         R"("command_line":"a b","pe":{"original_file_name":"A.EXE"},"parent":{"executable":"C:\\p.exe"}},"user":{"name":"ann"}})",
          R"(type=SYSCALL msg=audit(1772443205.107:107): arch=c000003e syscall=59 success=yes )"
          R"(exit=0 a0=5 pid=2301 comm="cat" exe="/usr/bin/cat" key=(null))",
          R"(type=EXECVE msg=audit(1772443205.107:107): argc=2 a0="cat" a1="/etc/shadow")"});
@@ -164,6 +164,7 @@ TEST(RuleEvent, HasThemForOtherSenders) {
     EXPECT_THAT(ecs.Values("process.executable"), ElementsAre("C:\\a.exe"));
     EXPECT_THAT(ecs.Values("ParentImage"), ElementsAre("C:\\p.exe"));
     EXPECT_THAT(ecs.Values("User"), ElementsAre("ann"));
+    EXPECT_THAT(ecs.Values("OriginalFileName"), ElementsAre("A.EXE"));
 
     EXPECT_TRUE(RuleView({"process_creation", "linux", ""}, records[1]).IsMeant());
     EXPECT_TRUE(RuleView({"", "linux", "auditd"}, records[1]).IsMeant());
