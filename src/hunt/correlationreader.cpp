@@ -139,6 +139,12 @@ constexpr std::array parts = {
     Part{"generate", false, ReadGenerate},
 };
 
+const Part* PartOf(std::string_view name) {
+    const auto* const part = std::find_if(parts.begin(), parts.end(),
+                                          [&](const Part& known) { return known.name == name; });
+    return part == parts.end() ? nullptr : part;
+}
+
 bool IsWhole(const YamlNode& node, const Correlation& counts, RuleProblem* problem) {
     for (const Part& part : parts) {
         if (part.isNeeded && node.Find(part.name) == nullptr)
@@ -163,9 +169,8 @@ std::shared_ptr<const Correlation> ReadCorrelation(const YamlNode& node, RulePro
         return nullptr;
     }
     for (const auto& [key, value] : node.entries) {
-        const auto* const part = std::find_if(
-            parts.begin(), parts.end(), [&](const Part& known) { return known.name == key->text; });
-        if (part == parts.end()) {
+        const Part* const part = PartOf(key->text);
+        if (part == nullptr) {
             RefuseAt(*key, "unknown key \"" + key->text + "\" in the correlation", problem);
             return nullptr;
         }

@@ -16,7 +16,7 @@ public:
     }
 
 private:
-    std::size_t left_ = std::size_t{256} << 20U;
+    std::size_t left_ = std::size_t{128} << 20U;
 };
 
 inline constexpr const char* budgetSpent = "the rules of this text take too much memory";

@@ -16,14 +16,16 @@
 // The library's own tree is not used: it has no bounds, hides repeated keys and forgets where an
 // alias stood. Its parser calls a TreeBuilder instead, which ends the parsing with an exception as
 // soon as a bound is met; that exception does not leave this file. The library itself allows 500
-// levels. It takes the byte 4 for the end of the text and lets malformed UTF-8 through, so the text
-// is looked at first.
+// levels, and since a flow map may turn out to be a key it scans to the end of the line before it
+// parses: a line of brackets takes some 200 times its size. It takes the byte 4 for the end of the
+// text and lets malformed UTF-8 through. So the text is looked at first.
 
 namespace zel {
 
 namespace {
 
-constexpr std::size_t mostBytes = std::size_t{16} << 20U, mostNodes = 500'000, mostDepth = 32;
+constexpr std::size_t mostBytes = std::size_t{16} << 20U, mostBytesOfLine = std::size_t{64} << 10U,
+                      mostNodes = 500'000, mostDepth = 32;
 
 struct ReadingEnds {
     YAML::Mark mark;
@@ -156,6 +158,8 @@ bool IsReadable(std::string_view yaml, RuleProblem* problem) {
         if (bad != text.end())
             return RefuseText(line, static_cast<int>(bad - text.begin()) + 1, "a control character",
                               problem);
+        if (text.size() > mostBytesOfLine)
+            return RefuseText(line, 0, "a line of more than 64 KiB", problem);
         if (!wm::IsUtf8(text))
             return RefuseText(line, 0, "not UTF-8", problem);
         begin = end;

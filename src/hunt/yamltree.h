@@ -29,8 +29,8 @@ struct YamlNode {
 
 // Calls for each document of the text, whose nodes are good until the call returns. False, with the
 // place and the reason, where the text is no YAML from there on or goes beyond what is read: 16 MiB
-// a text, 500,000 nodes and 32 levels a document. Merge keys and tags of other types are refused,
-// too. Takes time and memory in proportion to the text.
+// a text, 64 KiB a line, 500,000 nodes and 32 levels a document. Merge keys and tags of other types
+// are refused, too. Takes time and memory in proportion to the text.
 bool ReadYaml(std::string_view yaml, const std::function<void(const YamlNode&)>& document,
               RuleProblem* problem);
 

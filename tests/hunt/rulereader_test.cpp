@@ -139,15 +139,104 @@ TEST(RuleReader, ReadsSearchesAndConditions) {
 }
 
 TEST(RuleReader, RefusesWhatItDoesNotUnderstand) {
-    const std::string search = head + "  condition: s\n  s:\n    ",
-                      condition = head + "  s: {X: 1}\n  condition: ";
+    const std::string search = head + "  condition: s\n  s:\n    ";
+    const std::string condition = head + "  s: {X: 1}\n  _t: {Y: 1}\n  condition: ";
+    const std::string correlation = "title: c\ncorrelation:\n  type: event_count\n  rules: a\n  ";
     const Case cases[] = {
-        {search + "A|foo: 1", "6:5 unknown modifier \"foo\""},
+        {search + "A|foo: 1", R"(6:5 unknown modifier "foo")"},
+        {search + "A|: 1", R"(6:5 unknown modifier "")"},
         {search + "A|contains|startswith: 1",
-         "6:5 the modifier \"startswith\" can't stand behind \"contains\""},
+         R"(6:5 the modifier "startswith" can't stand behind "contains")"},
+        {search + "A|contains|base64: 1",
+         R"(6:5 the modifier "base64" can't stand behind "contains")"},
+        {search + "A|i: 1", R"(6:5 "i" needs re ahead of it)"},
+        {search + "A|exists|all: 1", R"(6:5 the modifier "all" can't stand behind "exists")"},
+        {search + "A|wide|contains: 1", "6:5 UTF-16 needs base64 or base64offset behind it"},
+        {search + "A|base64: a*", "6:15 a value with wildcards can't be encoded"},
+        {search + "A|base64offset|contains: a", "6:30 too short to be looked for in base64"},
+        {search + "A|re: '(?=a)'", "6:11 the expression can't be used: invalid perl operator: (?="},
+        {search + "A|re: '((a{99}){99}){9}'",
+         "6:11 the expression can't be used: invalid repetition size: {99}"},
+        {search + "A|gt: '1 '", R"(6:11 "1 " is no number)"},
+        {search + "A|cidr: 10.0.0.0/33", "6:13 a number of bits from 0 to 32 is expected"},
+        {search + "A|contains: null", "6:17 null has no text that modifiers could be used on"},
+        {search + "A|expand: '%Who%'", R"(6:15 the placeholder "Who" has no values)"},
+        {search + "A|windash: -a -a -a -a -a -a", "6:16 stands for more than 10000 values"},
+        {search + "A: {B: 1}", "6:8 a value has to be a text, a number, a bool or null"},
+        {search + "A: []", "6:8 a list without a value"},
+        {search + "A: 1\n    A: 2", R"(7:5 the key "A" stands twice)"},
+        {search + "- ''", "6:7 an empty keyword stands in every event"},
+        {search + "<<: {A: 1}", "6:5 merge keys (<<) are not understood"},
+        {search + "A: !!int 1", R"(6:8 the tag "tag:yaml.org,2002:int" is not understood)"},
+        {search + "A: [*a]", "6:9 no YAML: the referenced anchor is not defined"},
+        {search + "&a A: &b [*b]", "6:15 an alias stands within what it stands for"},
+        {search + "A: " + std::string(40, '[') + std::string(40, ']'),
+         "6:37 nested more than 32 levels deep"},
+        {search + "A: \x04", "6:8 a control character"},
+        {search + "A: \xFF", "6:0 not UTF-8"},
+        {search + "A: " + std::string(70'000, 'a'), "6:0 a line of more than 64 KiB"},
+        {condition + "s and t", R"(6:14 condition: there is no search "t")"},
+        {condition + "1 of t*", R"(6:14 condition: there is no search "t*")"},
+        {condition + "2 of s*", R"(6:14 condition: "2 of" is not understood, only 1, any or all)"},
+        {condition + "s | count() > 3",
+         "6:14 condition: aggregations (| count() ..) are not understood; a correlation rule takes "
+         "their place"},
+        {condition + "(s", "6:14 condition: a bracket is not closed"},
+        {condition + "s or", "6:14 condition: a search is expected at its end"},
+        {condition + "s s", R"(6:14 condition: "s" is not expected there)"},
+        {condition + std::string(300, '(') + "s",
+         "6:14 condition: nested more than 200 levels deep"},
+        {"detection: {}", R"(1:1 the rule has no "title")"},
+        {"title: t\ndetection: {}", R"(1:1 the rule has no "logsource")"},
+        {head + "  s: {A: 1}", R"(4:3 the detection has no "condition")"},
+        {"level: worst\n" + head, R"(1:8 unknown level "worst")"},
+        {"title: t\nfilter: {}", R"(1:1 a filter for other rules ("filter") is not understood)"},
+        {"title: t\naction: global",
+         R"(1:1 collections of rules ("action") are not understood; each rule has to be written )"
+         "in full"},
+        {correlation + "timespan: 5", "5:13 a timespan such as 30s, 5m, 1h or 7d is expected"},
+        {correlation + "condition: {gte: 1}", R"(3:3 the correlation has no "timespan")"},
+        {correlation + "condition: {avg: 1}", R"(5:15 unknown comparison "avg")"},
+        {correlation + "timespan: 1h", "3:3 the correlation has no condition such as \"gte: 10\""},
+        {correlation + "window: 1h", R"(5:3 unknown key "window" in the correlation)"},
     };
     for (const Case& one : cases)
         EXPECT_EQ(TreeOf(one.yaml), one.shown) << one.yaml;
+}
+
+TEST(RuleReader, ReadsAllDocuments) {
+    const std::string rule = "logsource: {category: A_b}\ndetection: {s: {X: 1}, condition: s}\n";
+    const RuleFile read =
+        ReadRules("title: one\nauthor: [Me, You]\nlevel: HIGH\nmine: {x: y}\n" + rule +
+                      "---\ntitle: two\n---\n---\ntitle: c\nname: n\ngenerate: true\n"
+                      "correlation:\n  type: value_count\n  rules: [one, x]\n  group-by: [H]\n"
+                      "  timespan: 90m\n  condition: {field: U, gt: 1, lte: 9}\n"
+                      "  aliases: {H: {one: A}}\n---\ntitle: four\n" +
+                      rule + "---\n}",
+                  "f.yml", {});
+    ASSERT_EQ(read.rules.size(), 3U);
+    EXPECT_EQ(read.rules[0].author + read.rules[0].level + read.rules[0].source.category,
+              "Me, Youhigha_b");
+    EXPECT_EQ(read.rules[2].title + std::to_string(read.rules[2].line), "four22");
+    ASSERT_EQ(read.problems.size(), 2U);
+    EXPECT_EQ(read.problems[0].file + read.problems[0].title, "f.ymltwo");
+    EXPECT_EQ(read.problems[1].line, 26);
+    ASSERT_NE(read.rules[1].counts, nullptr);
+    const Correlation& counts = *read.rules[1].counts;
+    EXPECT_TRUE(counts.generate && counts.kind == Correlation::Kind::valueCount);
+    EXPECT_EQ(counts.timespan.count(), 5400);
+    EXPECT_THAT(counts.rules, ElementsAre("one", "x"));
+    EXPECT_EQ(counts.countedField + counts.groupBy.at(0) + counts.aliases.at(0).field, "UHA");
+    ASSERT_EQ(counts.bounds.size(), 2U);
+    EXPECT_EQ(counts.bounds[1].comparison, Correlation::Comparison::atMost);
+}
+
+// Searches that are repeated grow faster than the text.
+TEST(RuleReader, BoundsWhatRulesTake) {
+    std::string text = head + "  s: " + std::string(60'000, 'k') + "\n  condition: s";
+    for (int i = 0; i < 2'000; ++i)
+        text += "\n   or s";
+    EXPECT_EQ(TreeOf(text), "5:14 condition: the rules of this text take too much memory");
 }
 
 // The public rules, where they are at hand.
