@@ -15,7 +15,8 @@
 
 // The library's own tree is not used: it has no bounds, hides repeated keys and forgets where an
 // alias stood. Its parser calls a TreeBuilder instead, which ends the parsing with an exception as
-// soon as a bound is met; that exception does not leave this file. The library itself allows 500
+// soon as a bound is met; that exception does not leave this file. Of a stray comma the library
+// makes empty documents without end, all of which begin there. The library itself allows 500
 // levels, and since a flow map may turn out to be a key it scans to the end of the line before it
 // parses: a line of brackets takes some 200 times its size. It takes the byte 4 for the end of the
 // text and lets malformed UTF-8 through. So the text is looked at first.
@@ -35,9 +36,17 @@ struct ReadingEnds {
 class TreeBuilder : public YAML::EventHandler {
 public:
     const YamlNode* Root() const { return root_; }
-    void Clear() { *this = TreeBuilder(); }
+    void Clear() {
+        const int start = start_;
+        *this = TreeBuilder();
+        start_ = start;
+    }
 
-    void OnDocumentStart(const YAML::Mark& /*mark*/) override {}
+    void OnDocumentStart(const YAML::Mark& mark) override {
+        if (mark.pos == start_)
+            throw ReadingEnds{mark, "no YAML: what stands there belongs to nothing"};
+        start_ = mark.pos;
+    }
     void OnDocumentEnd() override {}
     void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override {
         Place(NewNode(YamlNode::Kind::null, mark), mark, anchor);
@@ -134,6 +143,7 @@ private:
     std::map<YAML::anchor_t, const YamlNode*> anchors_;
     std::vector<Level> levels_;
     const YamlNode* root_ = nullptr;
+    int start_ = -1;  // of the document
 };
 
 bool RefuseText(int line, int column, std::string what, RuleProblem* problem) {

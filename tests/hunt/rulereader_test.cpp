@@ -172,6 +172,7 @@ TEST(RuleReader, RefusesWhatItDoesNotUnderstand) {
         {search + "&a A: &b [*b]", "6:15 an alias stands within what it stands for"},
         {search + "A: " + std::string(40, '[') + std::string(40, ']'),
          "6:37 nested more than 32 levels deep"},
+        {"--- ,t", "1:5 no YAML: what stands there belongs to nothing"},
         {search + "A: \x04", "6:8 a control character"},
         {search + "A: \xFF", "6:0 not UTF-8"},
         {search + "A: " + std::string(70'000, 'a'), "6:0 a line of more than 64 KiB"},
