@@ -23,7 +23,7 @@ namespace {
 
 using Clauses = std::vector<LiteralClause>;
 
-constexpr std::size_t leastLength = 3, mostLength = 64, mostTexts = 400, mostClauses = 2;
+constexpr std::size_t leastLength = 3, mostLength = 64, mostTexts = 5000, mostClauses = 2;
 
 // Parts of many events, so that a text within one of them tells little.
 bool IsCommon(std::string_view text) {
