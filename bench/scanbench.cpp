@@ -2,15 +2,13 @@
 
 #include <fstream>
 
-#include "common/countedptr.h"
+#include "askedstore.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "common/valuetext.h"
-#include "countingcallback.h"
 #include "fixture.h"
 #include "questions/condition.h"
 #include "ratios.h"
-#include "zelstore/eventstoreproxy.h"
 
 // Queries over one folder of many records, against opening the folder and walking its keys with
 // LevelDB alone.
@@ -19,66 +17,10 @@ namespace bench {
 
 namespace {
 
-using ZEL::CountedPtr;
-
-const TempFolder& Store() {
-    static const TempFolder folder("scan");
-    return folder;
-}
-
-std::string FilledFolder() {
-    return Store().Path() / "20260301";
-}
-
-void FillStore() {
-    wm::SetPathToken(L"%ZELDataStore%", Store().Path().wstring());
-    const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
-    WriteBare(*db, Rows());
-    db->CompactRange(nullptr, nullptr);
-}
-
-// The store stays started for all benchmarks.
-bool Ask(const wchar_t* document, ZEL::IQueryCallback& callback) {
-    static const CountedPtr<ZEL::IEventStore7> store = [] {
-        CountedPtr<ZEL::IEventStore7> made(new ZEL::EventStoreProxy());
-        if (Failed(made->Initialize()))
-            std::abort();
-        return made;
-    }();
-    wm::EventObject stop;
-    stop.Create(wm::EventReset::automatic);
-    const auto text = CountedPtr<ZEL::IStringValue>::Adopt(wm::CreateStringValue(document));
-    return Succeeded(store->Query(text.Get(), &callback, stop.Handle()));
-}
-
-// False when a query gives other rows than expected.
-bool Ask(const wchar_t* document, std::size_t expectedRows) {
-    CountingCallback callback;
-    return Ask(document, callback) && callback.rows == expectedRows;
-}
-
 void RunQuery(benchmark::State& state, const wchar_t* document, std::size_t expectedRows) {
     for (auto _ : state)
         if (!Ask(document, expectedRows))
             state.SkipWithError("the query gave other rows than expected");
-    SetItems(state, Rows().size());
-}
-
-void AllThreads(benchmark::internal::Benchmark* benchmark) {
-    benchmark->MeasureProcessCPUTime()->UseRealTime();
-}
-
-// What LevelDB alone needs for it: opening the folder, as a query does, and reading each row.
-template <typename Look>
-void WalkBare(benchmark::State& state, const Look& look) {
-    leveldb::ReadOptions options;
-    options.fill_cache = false;
-    for (auto _ : state) {
-        const std::unique_ptr<leveldb::DB> db = OpenBare(FilledFolder());
-        const std::unique_ptr<leveldb::Iterator> it(db->NewIterator(options));
-        for (it->SeekToFirst(); it->Valid(); it->Next())
-            look(*it);
-    }
     SetItems(state, Rows().size());
 }
 
@@ -97,11 +39,8 @@ void BM_FullScan(benchmark::State& state) {
 BENCHMARK(BM_FullScan)->Apply(AllThreads);
 BENCHMARK(BM_FullScan)->Name("FullScanCounted")->Iterations(1);
 
-// The same, with each value looked at: what a search of the texts needs at the least.
 void BM_BareWalkValues(benchmark::State& state) {
-    WalkBare(state, [](const leveldb::Iterator& row) {
-        benchmark::DoNotOptimize(row.value().data()[row.value().size() / 2]);
-    });
+    WalkBareValues(state);
 }
 BENCHMARK(BM_BareWalkValues)->Apply(AllThreads);
 
@@ -127,9 +66,6 @@ public:
 private:
     zel::EventConditions& conditions_;
 };
-
-const wchar_t* const everything =
-    LR"({"event_query":{"events":[{"begin_time":{"value":"1601-01-01T00:00:00.000Z"}}]}})";
 
 void RunCondition(benchmark::State& state, const char* text) {
     zel::ConditionProblem problem;
@@ -271,7 +207,7 @@ BENCHMARK(BM_BareGet)->Apply(AllThreads);
 
 int main(int argc, char** argv) {
     using bench::Cost;
-    bench::FillStore();
+    bench::FillStore("scan", bench::Rows());
     return bench::Run(
         argc, argv,
         {{"every row delivered to the bare walk", "BM_FullScan", "BM_BareWalk", Cost::cpu, 1.25},
