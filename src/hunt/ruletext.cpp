@@ -156,7 +156,7 @@ bool ExpandPlaceholders(std::string_view text, const Placeholders& placeholders,
         const std::size_t end = PlaceholderEnd(text, at);
         const std::string name(text.substr(at + 1, end - at - 2));
         const auto known = placeholders.find(name);
-        if (known == placeholders.end()) {
+        if (known == placeholders.end() || known->second.empty()) {
             *problem = "the placeholder \"" + name + "\" has no values";
             return false;
         }

@@ -62,7 +62,8 @@ std::string ShowNode(const RuleNode& node) {
     return text + ")";
 }
 
-const Placeholders someNames{{"Servers", {"srv*", "dc01"}}, {"Nets", {"10.0.0.0/8", "::1"}}};
+const Placeholders someNames{
+    {"Servers", {"srv*", "dc01"}}, {"Nets", {"10.0.0.0/8", "::1"}}, {"None", {}}};
 
 // What was read of a text with one rule: its tree, or "line:column what".
 std::string TreeOf(const std::string& yaml) {
@@ -161,6 +162,7 @@ TEST(RuleReader, RefusesWhatItDoesNotUnderstand) {
         {search + "A|cidr: 10.0.0.0/33", "6:13 a number of bits from 0 to 32 is expected"},
         {search + "A|contains: null", "6:17 null has no text that modifiers could be used on"},
         {search + "A|expand: '%Who%'", R"(6:15 the placeholder "Who" has no values)"},
+        {search + "A|expand: '%None%'", R"(6:15 the placeholder "None" has no values)"},
         {search + "A|windash: -a -a -a -a -a -a", "6:16 stands for more than 10000 values"},
         {search + "A: {B: 1}", "6:8 a value has to be a text, a number, a bool or null"},
         {search + "A: []", "6:8 a list without a value"},
