@@ -140,7 +140,7 @@ class Chance:
         if kind == 1:
             return field, self.pick([None, [None, self.escaped(self.words(1))]])
         if kind == 2:
-            return field + self.pick(["|re", "|re|i"]), self.pick(["[cr](md|eg)", "qu[a-i]z", "^C:.W", "\\.exe$", "e{2}"])
+            return field + self.pick(["|re", "|re|i"]), self.pick(["(md|eg)[.]e", "qu[a-i]z", "^C:.W", "\\.exe$", "e{2}"])
         if kind == 3:
             return field + "|fieldref", self.pick(fields)
         if kind == 4:
