@@ -29,6 +29,21 @@ protected:
     ~IQueryCallback() = default;
 };
 
+// A second face of a callback, asked for by QueryInterface when its query begins: hears of the
+// databases that fail in this query, where the store's table of errors has those of all queries and
+// writes. A host that runs many queries at once can tell them apart by it.
+class IQueryFailures : public ITobBase {
+public:
+    // On the query's thread, under no lock of the store, as each failure is counted: so one that
+    // cost results comes ahead of what follows them. `folder` is the database's name in the store's
+    // directory and valid during the call only; operation 1 open, 2 read, 3 write.
+    virtual void OnDatabaseFailure(IStringValue* folder, std::uint32_t operation,
+                                   HRESULT result) = 0;
+
+protected:
+    ~IQueryFailures() = default;
+};
+
 // A sensor's event as numbered properties; implemented by the host and called within
 // MakePropertyKey. Each operation returns false when the property is absent or of another kind.
 // Text comes with a new reference.
@@ -219,6 +234,7 @@ inline constexpr GUID iidEventStore4 = MakeGuid("D314D057-F980-4E7B-BD6C-852FF2F
 inline constexpr GUID iidEventStore5 = MakeGuid("8705B46D-F6F5-435D-A547-F1AFC1F9BBC6");
 inline constexpr GUID iidEventStore6 = MakeGuid("02C1CD3E-F843-4143-BC49-495D5291E58A");
 inline constexpr GUID iidEventStore7 = MakeGuid("87FF9166-7045-482F-AED5-1685253A1FBF");
+inline constexpr GUID iidQueryFailures = MakeGuid("B47D5E12-8C3A-4F61-A0D9-3E7F51C2986B");
 inline constexpr GUID iidReadOnlyStore = MakeGuid("6D3B9A0E-52C7-4F0B-9E1D-8A47C1F20B63");
 
 }  // namespace ZEL

@@ -8,6 +8,7 @@
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/database/endwatch.h"
+#include "zelstore/database/failurelistener.h"
 #include "zelstore/database/foldergate.h"
 #include "zelstore/database/leftovers.h"
 #include "zelstore/database/leveldbinstance.h"
@@ -166,6 +167,8 @@ void ZelMasterDatabase::RecordDatabaseError(const std::wstring& path, DatabaseEr
                                             HRESULT result) noexcept {
     IgnoreResult(AtBoundary([&] {
                      errorTable_.Record(path, kind, result);
+                     if (FailureListener* const listener = FailureListener::OfThread())
+                         listener->OnFailure(path, kind, result);
                      return hr::ok;
                  }),
                  "a count is lost");

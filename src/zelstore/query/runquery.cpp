@@ -8,9 +8,12 @@
 #include <vector>
 
 #include "common/boundary.h"
+#include "common/countedptr.h"
+#include "common/filesystem.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "zelstore/database/endwatch.h"
+#include "zelstore/database/failurelistener.h"
 #include "zelstore/database/izeldbimpl.h"
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/query/backgroundquery.h"
@@ -52,6 +55,27 @@ public:
 
 private:
     IQueryCallback* const callback_;
+};
+
+// Tells a callback that wants to know what fails for its query.
+class ToldFailures final : public FailureListener {
+public:
+    explicit ToldFailures(IQueryCallback* callback) {
+        if (Failed(callback->QueryInterface(iidQueryFailures, face_.ReceiveVoid())))
+            face_.Reset();
+    }
+
+    void OnFailure(const std::wstring& path, DatabaseErrorKind kind, HRESULT result) override {
+        if (!face_)
+            return;
+        const auto folder = CountedPtr<IStringValue>::Adopt(
+            wm::CreateStringValue(wm::LastPathComponent(path).c_str()));
+        if (folder)
+            face_->OnDatabaseFailure(folder.Get(), static_cast<std::uint32_t>(kind) + 1, result);
+    }
+
+private:
+    CountedPtr<IQueryFailures> face_;
 };
 
 struct ScanHandles {
@@ -293,6 +317,7 @@ HRESULT RunQuery(IZelDbImpl* database, IStringValue* document, IQueryCallback* c
         if (!wm::ToUtf8({document->GetText(), document->GetLength(0)}, text))
             return Reported(hr::unexpected);
         EndWatch watch(stopEvent, BackgroundQuery::CancelledOfThread());
+        ToldFailures failures(callback);
         try {
             return RunDocument(*database, text, callback, {stopEvent, pauseEvent}, watch,
                                &end.complete);
