@@ -14,6 +14,8 @@
 #include "common/foldernames.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
+#include "connection/agentrequest.h"
+#include "connection/storelook.h"
 
 // Whether a directory is a store is told by what stands in it. A program that is pointed at a
 // person's documents by mistake must neither answer "no events" nor fill them with databases, and a
@@ -114,6 +116,18 @@ bool CheckDirectory(const std::string& directory, StoreNeed need, std::string* p
     return CheckContent(directory, need, problem);
 }
 
+// Where the agent has its store. A directory that only the agent may open is no use to who writes.
+bool FindAtAgent(StoreNeed need, std::string* directory, std::string* problem) {
+    if (need != StoreNeed::reading)
+        return Refuse(problem, "the store is the agent's at " + AgentSocket() +
+                                   "; to write into a directory, name it with --store");
+    StoreLook look;
+    if (!LookAtStore(StoreNeed::reading, &look, problem))
+        return false;
+    *directory = look.directory;
+    return true;
+}
+
 }  // namespace
 
 bool NamePath(const std::string& name, const std::string& value, std::string* problem) {
@@ -189,6 +203,8 @@ void AllowReadingAlone(const std::string& why) {
 bool FindStore(StoreNeed need, std::string* directory, std::string* problem) {
     if (need != StoreNeed::reading && !whyReadingAlone.empty())
         return Refuse(problem, whyReadingAlone);
+    if (!AgentSocket().empty())
+        return FindAtAgent(need, directory, problem);
     std::wstring wide;
     if (!wm::ResolvePathVariable(L"%ZELDataStore%", wide) || !wm::ToUtf8(wide, *directory))
         return Refuse(problem,

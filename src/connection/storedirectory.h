@@ -57,7 +57,8 @@ void ForgetDefaultSettings();
 void AllowReadingAlone(const std::string& why);
 
 // The store's directory, which must be usable for `need`. `existing` takes an empty one as well: it
-// is a store that holds nothing yet.
+// is a store that holds nothing yet. Behind an agent (agentrequest.h), its store's, for reading
+// alone.
 bool FindStore(StoreNeed need, std::string* directory, std::string* problem);
 
 }  // namespace zel

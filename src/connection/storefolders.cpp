@@ -61,7 +61,7 @@ bool IsInUse(const fs::path& folder) {
     return wm::ToWide((folder / "LOCK").string(), lock) && wm::IsLockedByAnotherProcess(lock);
 }
 
-void AddEntry(const fs::directory_entry& entry, StoreListing* listing) {
+void AddEntry(const fs::directory_entry& entry, bool asksLocks, StoreListing* listing) {
     if (!IsFolder(entry)) {
         AddFile(entry, &listing->rest);
         return;
@@ -77,7 +77,7 @@ void AddEntry(const fs::directory_entry& entry, StoreListing* listing) {
         listing->unreadable.push_back(folder.name);
     if (!isDatabase)
         return;
-    folder.inUse = IsInUse(entry.path());
+    folder.inUse = asksLocks && IsInUse(entry.path());
     listing->folders.push_back(std::move(folder));
 }
 
@@ -111,12 +111,12 @@ FolderSize StoreListing::Total() const {
 }
 
 // Names begin with the date, so their order is that of age.
-StoreListing ListStore(const std::string& directory) {
+StoreListing ListStore(const std::string& directory, bool asksLocks) {
     StoreListing listing;
     std::error_code error;
     fs::directory_iterator it(directory, error);
     for (; !error && it != fs::directory_iterator(); it.increment(error))
-        AddEntry(*it, &listing);
+        AddEntry(*it, asksLocks, &listing);
     if (error)
         listing.unreadable.push_back(directory);
     std::sort(listing.folders.begin(), listing.folders.end(),

@@ -41,8 +41,10 @@ struct StoreListing {
     FolderSize Total() const;
 };
 
-// Never fails as a whole: what can't be read is named in it. Any thread.
-StoreListing ListStore(const std::string& directory);
+// Never fails as a whole: what can't be read is named in it. Any thread. `asksLocks`: whether to
+// see what other processes have open. A process that has folders open itself must not: a look at a
+// lock would give up its own.
+StoreListing ListStore(const std::string& directory, bool asksLocks = true);
 
 // How many of the folders a purge to that limit takes, from the oldest on. Folders in use are among
 // them: that they stay is for the caller to tell.

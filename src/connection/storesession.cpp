@@ -7,11 +7,16 @@
 #include <utility>
 
 #include "common/hostservices.h"
+#include "connection/agentrequest.h"
+#include "connection/remotestore.h"
 #include "connection/resultwords.h"
 #include "connection/storereports.h"
 
 // A session: find the directory, load the component, start the store; in the end flush, close, and
 // tell what failed.
+//
+// Where an agent owns the store, the session is one with the agent (remotestore.h), and no
+// directory is looked at.
 //
 // LevelDB lets one process at a time have a database open. A session that only asks opens none: it
 // reads each folder as it stands, so that any number of them work beside one that writes.
@@ -39,7 +44,30 @@ void TellState(const std::string& directory, StoreNeed need, ISessionListener& l
 
 }  // namespace
 
+// Whether the agent is there and lets this user do it is asked first: a question that is to be
+// typed or read, or enrichments that are to be made, should not be in vain.
+bool StoreSession::OpenAtAgent(StoreNeed need) {
+    std::string answer, problem;
+    const bool reads = need == StoreNeed::reading;
+    if (MayBeMade(need))
+        problem = "the agent at " + AgentSocket() +
+                  " takes events by its own ways; to write into a directory, name it with --store";
+    else if (Succeeded(CallAgent(
+                 reads ? "GET" : "POST", reads ? "/v1/folders?brief=1" : "/v1/enrichments", "",
+                 [this] { return listener_.Interrupted(); }, &answer, &problem)) &&
+             Load()) {
+        lostBefore_ = RecordsLost();
+        store_ = MakeRemoteStore(AgentSocket(), listener_, std::move(store_));
+        return started_ = true;
+    }
+    if (!problem.empty())
+        listener_.Say(problem);
+    return false;
+}
+
 bool StoreSession::Open(StoreNeed need) {
+    if (!AgentSocket().empty())
+        return OpenAtAgent(need);
     std::string directory;
     std::string problem;
     if (!FindStore(need, &directory, &problem)) {

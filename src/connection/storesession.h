@@ -13,9 +13,10 @@
 
 namespace zel {
 
-// A store of this process, from Open to Close; it closes itself when it goes. What people should
-// know of is told to the listener, which must outlive the session. For one thread, but for what the
-// store's own interface allows. One at a time: all sessions reach the one store of the process.
+// A store of this process, or that of an agent, from Open to Close; it closes itself when it goes.
+// What people should know of is told to the listener, which must outlive the session. For one
+// thread, but for what the store's own interface allows. One at a time: all sessions reach the one
+// store of the process.
 //
 // What the store loses is known from what it reports, so the process's report sink must be a
 // StoreReports, or pass on to one, while a session is open.
@@ -30,6 +31,8 @@ public:
     // it is opened for that alone, which hinders nobody and is hindered by nobody. False, with one
     // message, when any of it fails; nothing is open then. What people should know of the
     // directory, such as that others than its owner can read it, is told on the way.
+    //
+    // Where UseAgent has named an agent, its store is opened: to read, or `existing` to enrich.
     bool Open(StoreNeed need);
     // Loads the component alone, for what needs no store, such as MakeKey. False as above.
     bool Load();
@@ -59,6 +62,7 @@ public:
     ZEL::IEventStore7& operator*() const noexcept { return *store_; }
 
 private:
+    bool OpenAtAgent(StoreNeed need);
     bool Start(const std::string& directory, StoreNeed need);
     ZEL::HRESULT StartReading();
 

@@ -15,7 +15,8 @@ class ErrorReport;
 // Labels that a host may act on.
 namespace reportLabel {
 // A row was left out of a query's answer, since testing it threw. The text stays whatever becomes
-// of the source: hosts compare it.
+// of the source: hosts compare it. A detail lostDetail::rows tells of how many, where it stands; of
+// one else.
 inline constexpr const char* lostRow = "zelstore/querysink";
 // Rows are missing since their data can't be read: a walk ended early, a row was left out, or
 // opening a database dropped what its log held.
@@ -25,11 +26,12 @@ inline constexpr const char* damagedData = "damaged data";
 inline constexpr const char* lostBatch = "lost batch";
 }  // namespace reportLabel
 
-// Numbers of a lostBatch report, as decimal text.
+// Numbers of a lostBatch or lostRow report, as decimal text.
 namespace lostDetail {
 inline constexpr const char* events = "events";  // and whatever is no receive-time row
 inline constexpr const char* receipts = "receive-time rows";
 inline constexpr const char* enrichments = "enrichments";
+inline constexpr const char* rows = "rows";
 }  // namespace lostDetail
 
 // Where the host wants its error reports. Called on the thread that reports, possibly under locks

@@ -1,0 +1,103 @@
+#include "agent/asking/answerwriter.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "common/jsontext.h"
+#include "common/valuetext.h"
+#include "connection/databaseerror.h"
+#include "connection/resultwords.h"
+#include "connection/rowframes.h"
+
+namespace zel {
+
+namespace {
+
+using ZEL::HRESULT;
+
+class FrameWriter final : public AnswerWriter {
+public:
+    void Rows(ZEL::IValueCollection& rows, std::size_t count, std::string_view resumeTime,
+              std::int32_t resumeSequence, std::string* out) override {
+        frames::Writer frame(frames::Type::rows, out);
+        frame.Text(resumeTime).Number(static_cast<std::uint32_t>(resumeSequence));
+        frame.Number(static_cast<std::uint32_t>(count));
+        std::string converted;
+        for (std::size_t i = 0; i < count; ++i)
+            frame.Text(wm::Utf8Of(*rows.GetValue(i), converted).value_or(""));
+    }
+    void Failure(std::string_view folder, std::uint32_t operation, HRESULT result,
+                 std::string* out) override {
+        frames::Writer(frames::Type::failure, out)
+            .Text(folder)
+            .Number(operation)
+            .Number(Bits(result));
+    }
+    void Untested(std::uint32_t rows, std::string_view why, std::string* out) override {
+        frames::Writer(frames::Type::untested, out).Number(rows).Text(why);
+    }
+    void Damaged(std::uint32_t reads, std::string* out) override {
+        frames::Writer(frames::Type::damaged, out).Number(reads);
+    }
+    void End(HRESULT result, bool isComplete, std::string_view words, std::string* out) override {
+        frames::Writer(frames::Type::end, out)
+            .Number(Bits(result))
+            .Number(isComplete ? 1 : 0)
+            .Text(words);
+    }
+};
+
+// What is missing from the answer stands in its last line alone.
+class LineWriter final : public AnswerWriter {
+public:
+    // Line ends stand between the tokens of JSON only, so a blank in their place changes nothing.
+    void Rows(ZEL::IValueCollection& rows, std::size_t count, std::string_view, std::int32_t,
+              std::string* out) override {
+        std::string converted;
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t begin = out->size();
+            *out += wm::Utf8Of(*rows.GetValue(i), converted).value_or("null");
+            const auto from = out->begin() + static_cast<std::ptrdiff_t>(begin);
+            std::replace(from, out->end(), '\n', ' ');
+            std::replace(from, out->end(), '\r', ' ');
+            *out += '\n';
+        }
+    }
+    void Failure(std::string_view folder, std::uint32_t operation, HRESULT result,
+                 std::string*) override {
+        const DatabaseError error{std::string(folder), operation, 1,
+                                  static_cast<std::int32_t>(result)};
+        failures_ +=
+            (failures_.empty() ? "" : ",") +
+            ("{\"folder\":" + wm::JsonString(error.folder) + ",\"operation\":\"" +
+             error.Operation() + "\",\"why\":" + wm::JsonString(Describe(error.lastResult)) + "}");
+    }
+    void Untested(std::uint32_t rows, std::string_view, std::string*) override {
+        untested_ += rows;
+    }
+    void Damaged(std::uint32_t reads, std::string*) override { damaged_ += reads; }
+    void End(HRESULT result, bool isComplete, std::string_view words, std::string* out) override {
+        *out += "{\"end\":true,\"truncated\":";
+        *out += !isComplete || Failed(result) ? "true" : "false";
+        if (Failed(result) || !words.empty())
+            *out += ",\"reason\":" +
+                    wm::JsonString(words.empty() ? Describe(static_cast<std::int32_t>(result))
+                                                 : std::string(words));
+        *out += ",\"not_read\":[" + failures_ + "],\"untested\":" + std::to_string(untested_) +
+                ",\"damaged_reads\":" + std::to_string(damaged_) + "}\n";
+    }
+
+private:
+    std::string failures_;  // behind each other, as JSON
+    std::uint64_t untested_ = 0, damaged_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<AnswerWriter> MakeAnswerWriter(AnswerForm form) {
+    if (form == AnswerForm::frames)
+        return std::make_unique<FrameWriter>();
+    return std::make_unique<LineWriter>();
+}
+
+}  // namespace zel

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "agent/asking/questions.h"
+
+namespace zel {
+
+// How an answer's parts are written. For one thread.
+class AnswerWriter {
+public:
+    virtual ~AnswerWriter() = default;
+
+    // Each puts its bytes behind `*out`.
+
+    virtual void Rows(ZEL::IValueCollection& rows, std::size_t count, std::string_view resumeTime,
+                      std::int32_t resumeSequence, std::string* out) = 0;
+    virtual void Failure(std::string_view folder, std::uint32_t operation, ZEL::HRESULT result,
+                         std::string* out) = 0;
+    virtual void Untested(std::uint32_t rows, std::string_view why, std::string* out) = 0;
+    virtual void Damaged(std::uint32_t reads, std::string* out) = 0;
+    // `words` may be empty.
+    virtual void End(ZEL::HRESULT result, bool isComplete, std::string_view words,
+                     std::string* out) = 0;
+};
+
+std::unique_ptr<AnswerWriter> MakeAnswerWriter(AnswerForm form);
+
+}  // namespace zel

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/asking/answerstream.h"
+#include "common/errorreport.h"
+#include "zelstore/ieventstore.h"
+
+namespace zel {
+
+struct QuestionLimits {
+    std::uint64_t atOnce = 16;        // that are worked on
+    std::uint64_t waiting = 64;       // beside these
+    std::chrono::seconds time{600};   // that one may be worked on, waits for its reader apart
+    std::chrono::seconds stall{600};  // how long its reader may read nothing
+    std::size_t buffer = 1U << 20;    // bytes of an answer that wait for its reader
+};
+
+enum class AnswerForm {
+    frames,  // rowframes.h, for this system's own programs
+    lines,   // one result a line, and a last line that tells the end
+};
+
+struct AskedQuestion {
+    std::string document;
+    AnswerForm form = AnswerForm::frames;
+    std::int64_t limit = -1;  // most rows; negative: as the document says
+};
+
+// Answers questions to the store of this process: many at once, on threads of its own, each with a
+// bounded buffer to its reader. What failed for one is told in its own answer, whatever others meet
+// at the same time. Any thread.
+class Questions final : public wm::IErrorReportSink {
+public:
+    // Stands ahead of the host's report sink `inner`, which may be null, while it lives. All
+    // outlive the object; the store is started and is not stopped before Stop.
+    Questions(ZEL::IEventStore7& store, const QuestionLimits& limits, wm::IErrorReportSink* inner);
+    ~Questions() override;
+    Questions(const Questions&) = delete;
+    Questions& operator=(const Questions&) = delete;
+
+    // The answer, which begins when a thread is free; null when too many wait already, or the
+    // questions are stopped.
+    std::shared_ptr<AnswerStream> Ask(AskedQuestion question);
+    // Ends all that run, drops those that wait, and waits for the threads.
+    void Stop();
+
+    struct Counts {
+        std::uint64_t asked = 0, refused = 0, running = 0, waiting = 0;
+    };
+    Counts Count() const;
+
+    void OnReport(const wm::ErrorReport& report) override;
+
+private:
+    class Run;
+
+    void Work();
+    void Watch();
+
+    ZEL::IEventStore7& store_;
+    const QuestionLimits limits_;
+    wm::IErrorReportSink* const inner_;
+    mutable std::mutex mutex_;
+    std::condition_variable wake_, watch_;
+    std::deque<std::shared_ptr<Run>> waiting_;
+    std::vector<std::shared_ptr<Run>> running_;
+    std::vector<std::thread> threads_;
+    std::thread watcher_;
+    std::uint64_t asked_ = 0, refused_ = 0, idle_ = 0;
+    bool isStopping_ = false;
+};
+
+}  // namespace zel
