@@ -2,7 +2,7 @@
 
 _zel_flags() { # COMMAND: its flags
     case $1 in
-        "") echo --help --version --store --config --keep-temporary --verbose ;;
+        "") echo --help --version --store --socket --config --keep-temporary --verbose ;;
         ingest) echo --help --format --keep-unmapped --no-unmapped --recover --print-keys --keys-only --new \
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
@@ -33,7 +33,7 @@ _zel_commands() { # COMMAND: the commands that may follow
 
 _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for all of them
     case $2 in
-        --store | --config | --position | --machine | --placeholders) echo FILE ;;
+        --store | --socket | --config | --position | --machine | --placeholders) echo FILE ;;
         --since | --until) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --tz) echo local UTC ;;
@@ -67,8 +67,8 @@ _zel_stored() { # COLUMN PREFIX
     local value i store=()
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in
-            --store) store=(--store "${COMP_WORDS[i + 1]}") ;;
-            --store=*) store=("${COMP_WORDS[i]}") ;;
+            --store | --socket) store=("${COMP_WORDS[i]}" "${COMP_WORDS[i + 1]}") ;;
+            --store=* | --socket=*) store=("${COMP_WORDS[i]}") ;;
         esac
     done
     COMPREPLY=()
@@ -104,7 +104,7 @@ _zel_complete() {
     values=$(_zel_values "$command" "$flag")
     if [ -z "$values" ]; then
         case $cur,$command in
-            -*) values="$(_zel_flags "$command")${command:+ --store --config --keep-temporary --verbose}" ;;
+            -*) values="$(_zel_flags "$command")${command:+ --store --socket --config --keep-temporary --verbose}" ;;
             *,ingest | *,enrich | *,query | *,hunt) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac

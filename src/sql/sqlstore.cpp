@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/neverdestroyed.h"
+#include "connection/agentrequest.h"
 #include "connection/storefolders.h"
 
 // Statements come and go, the store stays: once it is open it is never closed, because the catalog
@@ -90,9 +91,11 @@ std::shared_ptr<SqlStore> SqlStore::Open(const std::string& directory, ISessionL
 }
 
 // Looked at behind the opening: a folder that came in between makes the answer no, as it may have
-// been seen.
+// been seen. An agent sees those that come later too.
 bool SqlStore::IsOneFolder() {
     const wm::Hold hold(lock_);
+    if (!AgentSocket().empty())
+        return false;
     if (!isOneFolder_) {
         const std::vector<StoreFolder> folders = ListStore(directory_).folders;
         isOneFolder_ = std::count_if(folders.begin(), folders.end(), [](const auto& folder) {

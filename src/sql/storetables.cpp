@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "common/neverdestroyed.h"
-#include "connection/storefolders.h"
+#include "connection/agentrequest.h"
+#include "connection/storelook.h"
 
 // Small tables, whose rows are all made when a statement begins with them.
 
@@ -79,9 +80,18 @@ sqlite3_int64 Number(std::uint64_t number) {
     return static_cast<sqlite3_int64>(number);
 }
 
+std::vector<StoreFolder> FoldersOf(const SqlStore& store) {
+    if (AgentSocket().empty())
+        return ListStore(store.Directory()).folders;
+    StoreLook look;
+    std::string problem;
+    LookAtStore(StoreNeed::reading, &look, &problem);
+    return look.listing.folders;
+}
+
 std::vector<Row> FolderRows(const SqlStore& store) {
     std::vector<Row> rows;
-    for (const StoreFolder& folder : ListStore(store.Directory()).folders)
+    for (const StoreFolder& folder : FoldersOf(store))
         rows.push_back({folder.name, TextOrNull(folder.Date()), TextOrNull(folder.Number()),
                         std::string(folder.Kind()), Number(folder.size.files),
                         Number(folder.size.bytes), Number(folder.inUse ? 1 : 0)});

@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 
 #include "zel/arguments.h"
 #include "zel/evidence/packedstore.h"
@@ -25,6 +26,23 @@ int TellUsage(const CLI::App& app, const CLI::ParseError& error) {
     else
         app.exit(error);
     return exitCode::usage;
+}
+
+// What the command line names goes ahead of what the environment does.
+bool NamePlace(const CLI::App& app, GlobalOptions* options) {
+    const auto named = [](const char* name) {
+        const char* const value = std::getenv(name);
+        return std::string(value != nullptr ? value : "");
+    };
+    if (app.count("--store") != 0 && app.count("--socket") != 0) {
+        Say("--store and --socket name two stores");
+        return false;
+    }
+    if (app.count("--store") == 0 && app.count("--socket") == 0) {
+        options->socket = named("ZEL_SOCKET");
+        options->store = options->socket.empty() ? named("ZEL_STORE") : "";
+    }
+    return true;
 }
 
 // A store that was named as an archive is asked in an unpacked copy.
@@ -65,10 +83,14 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "zel " ZEL_VERSION);
     GlobalOptions global;
-    app.add_option("--store", global.store, "The store's directory, or an archive of one to read")
-        ->envname("ZEL_STORE")
+    app.add_option("--store", global.store,
+                   "The store's directory, or an archive of one to read; else $ZEL_STORE")
         ->take_last()  // an alias may name one already
         ->type_name("DIR");
+    app.add_option("--socket", global.socket,
+                   "In its place the socket of an agent that owns the store; else $ZEL_SOCKET")
+        ->take_last()
+        ->type_name("PATH");
     app.add_option("--config", global.config,
                    "A file that names directories, such as ZELDataStore=DIR")
         ->type_name("FILE");
@@ -85,6 +107,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return TellUsage(app, error);
     }
+    if (!NamePlace(app, &global))
+        return exitCode::usage;
     // Not earlier: while the command line is read, a signal may end the program as it always does.
     WatchInterrupts();
     try {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "connection/agentrequest.h"
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "hunt/ruleset.h"
@@ -94,6 +95,7 @@ private:
     Output& output_;
     std::uint64_t rows_ = 0;
     bool isWhole_ = true;
+    int failedEnd_ = exitCode::losses;
 };
 
 bool HuntRun::Walk(HuntSink& sink) {
@@ -115,8 +117,10 @@ bool HuntRun::Walk(HuntSink& sink) {
         Say(std::to_string(sink.Untested()) + " event(s) could not be tested: they are no JSON");
     const bool allTested = lostRows.Tell() && sink.Untested() == 0;
     isWhole_ = store_.TellDatabaseErrors() == 0 && allTested;
-    if (Failed(result))
+    if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
+        failedEnd_ = IsAgentOut(result) ? exitCode::noStore : exitCode::losses;
+    }
     return Succeeded(result);
 }
 
@@ -145,7 +149,7 @@ int HuntRun::Run() {
     HuntSink sink(plan_.rules, ways, output_);
     const bool asksAny = !plan_.rules.Narrowings().empty();
     if (asksAny ? !Walk(sink) : !sink.Finish())
-        return exitCode::losses;
+        return failedEnd_;
     if (Interrupted())
         return exitCode::interrupted;
     if (!output_.Usable())

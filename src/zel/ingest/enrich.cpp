@@ -1,6 +1,7 @@
 #include <cpprest/json.h>
 
 #include "common/textbridge.h"
+#include "connection/agentrequest.h"
 #include "connection/storesession.h"
 #include "records/timearg.h"
 #include "zel/commands.h"
@@ -23,7 +24,8 @@ namespace {
 int Summarise(const StoreSession& store, const EnrichmentWriter& writer, std::uint64_t rejected,
               bool isGood) {
     const std::uint64_t lost = store.Lost().enrichments;
-    std::string text = std::to_string(writer.Taken() - lost) + " enrichment(s) stored" +
+    std::string text = std::to_string(writer.Taken() - lost) + " enrichment(s) " +
+                       (AgentSocket().empty() ? "stored" : "taken by the agent") +
                        (store.Emptied() ? "" : " or still waiting");
     if (lost != 0)
         text += ", " + std::to_string(lost) + " lost";

@@ -1,13 +1,11 @@
 #include "zel/query/newestwindows.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <optional>
 #include <set>
 
-#include "common/foldernames.h"
+#include "connection/storelook.h"
 #include "records/eventtime.h"
-#include "zel/terminal/narrator.h"
 
 // The first range is the day up to the newest folder's date, or to the question's end. Where it has
 // some events but too few, the second is as long as it would have to be if all days were like that,
@@ -56,24 +54,10 @@ bool HasOneRange(const web::json::array& events) {
     return ranges.size() == 1;
 }
 
-// Empty where the directory can't be listed, or holds no events.
-std::string NewestFolder() {
-    std::string directory, newest;
-    std::error_code error;
-    if (!FindStore(StoreNeed::reading, &directory))
-        return "";
-    for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
-        const std::string name = entry.path().filename().string();
-        if (ZEL::IsDatabaseName(std::string_view(name)) && !name.ends_with("999"))
-            newest = std::max(newest, name);
-    }
-    return newest;
-}
-
 }  // namespace
 
 NewestWindows::NewestWindows(const value& document, std::int64_t wanted)
-    : NewestWindows(document, wanted, NewestFolder()) {}
+    : NewestWindows(document, wanted, NewestEventsFolder()) {}
 
 NewestWindows::NewestWindows(const value& document, std::int64_t wanted, std::string newestFolder)
     : document_(document), wanted_(static_cast<std::uint64_t>(std::max<std::int64_t>(wanted, 1))) {

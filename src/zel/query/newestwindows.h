@@ -13,7 +13,7 @@ namespace zel {
 class NewestWindows {
 public:
     // `document` has passed CheckDocument. `wanted`: how many events are looked for. The dates of
-    // the store's folders tell where to begin; they are looked up in its directory.
+    // the store's folders tell where to begin; they are looked up.
     NewestWindows(const web::json::value& document, std::int64_t wanted);
     NewestWindows(const web::json::value& document, std::int64_t wanted, std::string newestFolder);
 

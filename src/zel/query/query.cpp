@@ -1,3 +1,4 @@
+#include "connection/agentrequest.h"
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
@@ -126,7 +127,9 @@ int EndOf(HRESULT result, const QueryPlan& plan, const ResultIntake& intake, con
           bool isWhole) {
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
-        return result == hr::outOfMemory ? exitCode::losses : exitCode::usage;
+        return IsAgentOut(result)                                             ? exitCode::noStore
+               : result == hr::outOfMemory || result == agentResult::overTime ? exitCode::losses
+                                                                              : exitCode::usage;
     }
     TellLimit(plan, intake, intake.HasMore() || answer.HasMore());
     if (!isWhole)

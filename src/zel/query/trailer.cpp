@@ -1,12 +1,6 @@
 #include "zel/query/trailer.h"
 
-#include <algorithm>
-#include <chrono>
-#include <filesystem>
-
-#include "common/utctime.h"
 #include "connection/resultwords.h"
-#include "connection/storefolders.h"
 #include "records/recordwriter.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/textfit.h"
@@ -16,27 +10,7 @@
 
 namespace zel {
 
-namespace fs = std::filesystem;
-
 namespace {
-
-// The last time at which one of the folder's files was written; empty where that can't be told.
-std::string LastWritten(const fs::path& folder) {
-    using std::chrono::milliseconds;
-    fs::file_time_type latest = fs::file_time_type::min();
-    std::error_code error;
-    for (fs::directory_iterator it(folder, error); !error && it != fs::directory_iterator();
-         it.increment(error)) {
-        const fs::file_time_type time = it->last_write_time(error);
-        if (!error)
-            latest = std::max(latest, time);
-        error.clear();
-    }
-    if (latest == fs::file_time_type::min())
-        return "";
-    const auto point = std::chrono::file_clock::to_sys(latest);
-    return wm::FormatUtc(wm::ToSystemTime(std::chrono::floor<milliseconds>(point)));
-}
 
 void WriteFailures(const std::vector<DatabaseError>& failures, RecordWriter& writer) {
     writer.Key("not_read").BeginArray();
@@ -58,22 +32,17 @@ const char* Truth(bool is) {
 
 Trailer BeginTrailer() {
     Trailer trailer;
-    std::string directory;
-    if (!FindStore(StoreNeed::reading, &directory))
+    StoreLook look;
+    if (!LookAtStore(StoreNeed::reading, &look))
         return trailer;
-    const StoreFolder* newest = nullptr;
-    const StoreListing listing = ListStore(directory);
-    for (const StoreFolder& folder : listing.folders) {
+    for (const StoreFolder& folder : look.listing.folders) {
         trailer.isBeingWritten = trailer.isBeingWritten || folder.inUse;
         if (std::string_view(folder.Kind()) != "events")
             continue;
-        ++trailer.folders;
-        if (newest == nullptr)
+        if (trailer.folders++ == 0)
             trailer.oldest = folder.Date();
-        newest = &folder;
     }
-    if (newest != nullptr)
-        trailer.writtenUntil = LastWritten(fs::path(directory) / newest->name);
+    trailer.writtenUntil = look.writtenUntil;
     return trailer;
 }
 

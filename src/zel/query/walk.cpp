@@ -1,5 +1,6 @@
 #include "zel/query/walk.h"
 
+#include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -56,6 +57,15 @@ private:
     std::thread thread_;  // the last: it uses the others
 };
 
+// How many rows a report tells of.
+std::uint64_t RowsOf(const wm::ErrorReport& report) {
+    std::uint64_t rows = 1;
+    for (const auto& [name, value] : report.Details())
+        if (name == wm::lostDetail::rows)
+            std::from_chars(value.data(), value.data() + value.size(), rows);
+    return rows;
+}
+
 HRESULT Ask(const QueryPlan& plan, std::int64_t rows, StoreSession& store, ResultIntake& intake,
             const wm::EventObject& stop) {
     const auto text = wm::ToValue(plan.TextFor(rows));
@@ -110,8 +120,9 @@ LostRows::~LostRows() {
 void LostRows::OnReport(const wm::ErrorReport& report) {
     if (report.Label() == wm::reportLabel::lostRow) {
         const wm::Hold hold(lock_);
-        if (count_++ == 0 && !report.Details().empty())
+        if (count_ == 0 && !report.Details().empty())
             why_ = report.Details().front().second;
+        count_ += RowsOf(report);
     }
     if (HostReports() != nullptr)
         HostReports()->OnReport(report);

@@ -1,6 +1,7 @@
 #include "zel/terminal/narrator.h"
 
 #include "common/hostservices.h"
+#include "connection/agentrequest.h"
 #include "connection/storereports.h"
 #include "zel/terminal/messages.h"
 
@@ -26,6 +27,17 @@ bool NamePaths(const GlobalOptions& options, std::string* problem) {
     return (options.config.empty() || ReadConfiguration(options.config, problem)) &&
            (options.store.empty() || NamePath("ZELDataStore", options.store, problem)) &&
            NameDefaultSettings(problem);
+}
+
+// An agent that was named is taken in place of a directory; one that is found, where none was
+// named.
+void ChooseAgent(const GlobalOptions& options) {
+    std::wstring store;
+    if (!options.socket.empty())
+        UseAgent(options.socket);
+    else if (!(wm::ResolvePathVariable(L"%ZELDataStore%", store) && !store.empty()) &&
+             IsSocket(defaultAgentSocket))
+        UseAgent(defaultAgentSocket);
 }
 
 }  // namespace
@@ -54,6 +66,8 @@ bool ApplyOptions(const GlobalOptions& options) {
     const bool isNamed = NamePaths(options, &problem);
     if (!isNamed)
         Say(problem);
+    else
+        ChooseAgent(options);
     return isNamed;
 }
 
@@ -63,6 +77,14 @@ bool FindStore(StoreNeed need, std::string* directory) {
     if (!isFound)
         Say(problem);
     return isFound;
+}
+
+bool LookAtStore(StoreNeed need, StoreLook* look) {
+    std::string problem;
+    const bool isSeen = LookAtStore(need, look, &problem);
+    if (!isSeen)
+        Say(problem);
+    return isSeen;
 }
 
 }  // namespace zel

@@ -4,13 +4,14 @@
 
 #include "common/errorreport.h"
 #include "connection/sessionlistener.h"
-#include "connection/storedirectory.h"
+#include "connection/storelook.h"
 
 namespace zel {
 
 // What is asked of all commands. Empty texts stand for flags that were not given.
 struct GlobalOptions {
     std::string store;   // --store, else ZEL_STORE, else the configuration
+    std::string socket;  // of an agent that owns the store; empty: the default one may be taken
     std::string config;  // an ini file with path tokens, such as ZELDataStore=/var/lib/zel
     bool verbose = false;
 };
@@ -35,5 +36,7 @@ wm::IErrorReportSink* HostReports() noexcept;
 // FindStore of the connection, with its message told. `*directory` is a path of the system in
 // UTF-8.
 bool FindStore(StoreNeed need, std::string* directory);
+// LookAtStore of the connection likewise.
+bool LookAtStore(StoreNeed need, StoreLook* look);
 
 }  // namespace zel

@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "connection/agentrequest.h"
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
@@ -134,7 +135,7 @@ bool TreeRun::Ask(const web::json::value& document, const std::string& key, Even
         isWhole_ = store_.TellDatabaseErrors() == 0 && allTested && isWhole_;
         if (Failed(result)) {
             Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
-            end_ = exitCode::losses;
+            end_ = IsAgentOut(result) ? exitCode::noStore : exitCode::losses;
             return false;
         }
     }

@@ -2,8 +2,9 @@
 
 #include "common/jsontext.h"
 #include "common/valuetext.h"
+#include "connection/agentrequest.h"
 #include "connection/resultwords.h"
-#include "connection/storefolders.h"
+#include "connection/storelook.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
@@ -124,9 +125,15 @@ void PrintJson(const StoreInfo& info) {
 // The listing is taken before anything is opened, since opening a database changes its files.
 int RunInfo(const InfoOptions& options) {
     StoreInfo info;
-    if (!FindStore(StoreNeed::reading, &info.directory))
+    if (options.check && !AgentSocket().empty()) {
+        Say("--check reads the folders themselves: name their directory with --store");
+        return exitCode::usage;
+    }
+    StoreLook look;
+    if (!LookAtStore(StoreNeed::reading, &look))
         return exitCode::noStore;
-    info.listing = ListStore(info.directory);
+    info.directory = look.directory;
+    info.listing = look.listing;
     if (!AskStore(options.check, &info))
         return exitCode::noStore;
     if (WantsTable(options.output))

@@ -3,8 +3,9 @@
 #include <set>
 
 #include "common/jsontext.h"
+#include "connection/agentrequest.h"
 #include "connection/resultwords.h"
-#include "connection/storefolders.h"
+#include "connection/storelook.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
@@ -105,8 +106,7 @@ Outcome Compare(const StoreListing& before, const StoreListing& after, std::uint
 }
 
 // A purge takes every folder as a database. Where some can't be, somebody may miss them.
-bool HasForeign(const std::string& directory) {
-    const std::vector<std::string> foreign = ForeignFolders(directory);
+bool HasForeign(const std::vector<std::string>& foreign) {
     if (foreign.empty())
         return false;
     Say(std::to_string(foreign.size()) +
@@ -122,12 +122,20 @@ bool HasForeign(const std::string& directory) {
 bool RunInStore(std::uint32_t megabytes) {
     ForgetDefaultSettings();  // the outcome is published in a file that was named, and in no other
     StoreSession store(Terminal());
-    if (!store.Open(StoreNeed::writable))
+    if (!store.Open(AgentSocket().empty() ? StoreNeed::writable : StoreNeed::existing))
         return false;
     const ZEL::HRESULT result = store->Purge(megabytes);
     if (Failed(result))
         Say("the purge failed: " + Describe(static_cast<std::int32_t>(result)));
     return store.Close() && Succeeded(result);
+}
+
+// What a purge has left need not look like a store.
+bool LookAgain(StoreLook* look) {
+    if (!AgentSocket().empty())
+        return LookAtStore(StoreNeed::reading, look);
+    look->listing = ListStore(look->directory);
+    return true;
 }
 
 }  // namespace
@@ -138,20 +146,20 @@ int RunPurge(const PurgeOptions& options) {
         Say("--max-size: \"" + options.maxSize + "\" is no size such as 500M, 2G or 0");
         return exitCode::usage;
     }
-    std::string directory;
-    if (!FindStore(options.dryRun ? StoreNeed::reading : StoreNeed::existing, &directory))
+    StoreLook look;
+    if (!LookAtStore(options.dryRun ? StoreNeed::reading : StoreNeed::existing, &look))
         return exitCode::noStore;
-    if (!options.includingForeign && HasForeign(directory))
+    if (!options.includingForeign && HasForeign(look.foreign))
         return exitCode::usage;
     const std::uint64_t limitBytes = megabytes * bytesPerMegabyte;
-    const StoreListing before = ListStore(directory);
+    const StoreListing before = look.listing;
     for (const std::string& name : before.unreadable)
         Say(Printable(name) + " can't be read, and counts nothing");
-    if (!options.dryRun && !RunInStore(megabytes))
+    if (!options.dryRun && (!RunInStore(megabytes) || !LookAgain(&look)))
         return exitCode::noStore;
-    const int end = Tell(options.dryRun ? Foresee(before, limitBytes)
-                                        : Compare(before, ListStore(directory), limitBytes),
-                         options);
+    const int end = Tell(
+        options.dryRun ? Foresee(before, limitBytes) : Compare(before, look.listing, limitBytes),
+        options);
     return before.unreadable.empty() ? end : exitCode::losses;
 }
 
