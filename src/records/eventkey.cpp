@@ -1,4 +1,4 @@
-#include "zel/query/eventkey.h"
+#include "records/eventkey.h"
 
 #include <string>
 
@@ -23,6 +23,12 @@ std::string_view WhyNoEventKey(std::string_view key) {
     if (shape == ZEL::KeyShape::enrichment)
         return "this is the key of an enrichment, not of an event";
     return "";
+}
+
+std::string_view WhyNoKeyToEnrich(std::string_view key) {
+    const std::size_t end = key.find("<silent_sequence>");
+    const bool isEnrichment = ZEL::ShapeOf(key) == ZEL::KeyShape::enrichment && end != key.npos;
+    return WhyNoEventKey(isEnrichment ? key.substr(0, end) : key);
 }
 
 }  // namespace zel

@@ -6,9 +6,9 @@
 #include <limits>
 
 #include "common/textbridge.h"
+#include "records/eventkey.h"
 #include "records/eventtime.h"
 #include "zel/query/documentcheck.h"
-#include "zel/query/eventkey.h"
 #include "zel/terminal/textfit.h"
 #include "zelstore/keys/keyformat.h"
 #include "zelstore/keys/keysplit.h"
