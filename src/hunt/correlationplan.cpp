@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "common/asciicase.h"
+#include "hunt/correlator.h"
 
 namespace zel {
 
@@ -14,11 +15,6 @@ using Member = CorrelationPlan::Member;
 
 std::string Quoted(std::string_view text) {
     return std::string("\"").append(text).append("\"");
-}
-
-bool IsCalled(const Rule& rule, std::string_view reference) {
-    return ZEL::EqualsNoCase(std::string_view(rule.id), reference) || rule.name == reference ||
-           rule.title == reference;
 }
 
 class Planner {
@@ -154,6 +150,11 @@ private:
 };
 
 }  // namespace
+
+bool IsCalled(const Rule& rule, std::string_view reference) {
+    return !reference.empty() && (ZEL::EqualsNoCase(std::string_view(rule.id), reference) ||
+                                  rule.name == reference || rule.title == reference);
+}
 
 std::vector<CorrelationPlan> PlanCorrelations(const RuleSet::Tables& set,
                                               std::vector<RuleProblem>* problems) {

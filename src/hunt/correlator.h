@@ -19,6 +19,9 @@ struct CorrelationHit {
     std::uint64_t count = 0;         // of events, of values, or of rules
 };
 
+// Whether a rule of rules means that rule: by its identifier, name or title.
+bool IsCalled(const Rule& rule, std::string_view reference);
+
 // Counts hits of single rules over time, for the rules of rules of a set. Hits have to come in the
 // order of time; those that don't are counted as if they came at the latest time so far. Memory is
 // bounded: where it is not enough the oldest groups are given up and counted. For one thread.

@@ -41,6 +41,27 @@ detection:
   condition: selection
 """
 
+CHAIN = r"""
+title: Base
+id: AB000000-0000-4000-8000-000000000002
+logsource: {category: process_creation, product: windows}
+detection: {s: {Image|endswith: '\calc.exe'}, condition: s}
+level: low
+tags: [attack.t1059.001]
+---
+title: Inner
+name: inner
+correlation: {type: event_count, rules: ab000000-0000-4000-8000-000000000002, timespan: 1d, condition: {gte: 1}, generate: true}
+---
+title: Outer
+correlation: {type: event_count, rules: inner, timespan: 1d, condition: {gte: 1}, generate: true}
+level: high
+---
+title: Lost
+correlation: {type: temporal, rules: [inner, none], timespan: 1d}
+level: high
+"""
+
 
 def hunt(zel, *arguments, **options):
     ended = zel.run("hunt", *arguments, **options)
@@ -89,6 +110,13 @@ def narrows(zel, rules):
     }.items():
         zel.check(arguments, expected, dict(titles(hunt(zel, rules, *arguments)[1])))
     zel.check("nothing found", 1, hunt(zel, rules, "--until", "2001-01-01")[0])
+    chain = os.path.join(zel.folder, "chain.yml")
+    with open(chain, "w", encoding="utf-8") as file:
+        file.write(CHAIN)
+    code, hits, told = hunt(zel, chain, "--min-level", "high")
+    zel.check("what is only counted is no hit", (0, {"Outer"}, True), (code, set(titles(hits)), "refused 1" in told))
+    zel.check("a technique has its parts", {"Base"}, set(titles(hunt(zel, chain, "--tag", "attack.T1059")[1])))
+    zel.check("and no others", {}, titles(hunt(zel, chain, "--tag", "attack.t105")[1]))
 
 
 def refuses(zel, rules):

@@ -73,6 +73,7 @@ bool ReadForm(const HuntOptions& options, FormChoice* form, std::string* problem
 struct HuntPlan {
     const HuntOptions& options;
     const RuleSet& rules;
+    std::size_t wanted;  // of the rules
     FormChoice form;
     TextConditions conditions;
     value document;
@@ -145,6 +146,7 @@ int HuntRun::Run() {
     ways.form = plan_.options.summary ? nullptr : form.get();
     ways.summary = plan_.options.summary ? &summary : nullptr;
     ways.marks = plan_.options.enriches ? &marks : nullptr;
+    ways.wanted = plan_.wanted;
     ways.first = plan_.conditions.empty() ? nullptr : &filter;
     HuntSink sink(plan_.rules, ways, output_);
     const bool asksAny = !plan_.rules.Narrowings().empty();
@@ -203,7 +205,7 @@ int RunRules(const HuntOptions& options, GivenRules& given, Output& output) {
     const RuleSet rules(std::move(given.rules), {options.asksAuditLog});
     const Correlator counter(rules);
     problems.insert(problems.end(), counter.Problems().begin(), counter.Problems().end());
-    HuntPlan plan{options, rules, {}, {}, {}};
+    HuntPlan plan{options, rules, given.wanted, {}, {}, {}};
     std::string problem;
     const bool isGood = ReadForm(options, &plan.form, &problem) &&
                         ReadTextConditions(options.question, &plan.conditions, &problem) &&

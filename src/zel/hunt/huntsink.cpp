@@ -21,7 +21,7 @@ bool HuntSink::Fits(std::string_view event) {
 bool HuntSink::Take(const FoundEvent& event) {
     const std::string_view own = ways_.marks != nullptr ? std::string_view(event_) : event.text;
     for (const std::uint32_t rule : run_.Hits()) {
-        if (!correlator_.Hides(rule) && !TakeHit(rule, own, event.text))
+        if (rule < ways_.wanted && !correlator_.Hides(rule) && !TakeHit(rule, own, event.text))
             return false;
     }
     if (correlator_.IsIdle())
@@ -47,6 +47,8 @@ bool HuntSink::TakeHit(std::uint32_t rule, std::string_view event, std::string_v
 
 // Several events make such a hit, so that it can be stored with none of them.
 bool HuntSink::TakeCounted(const CorrelationHit& hit) {
+    if (hit.rule >= ways_.wanted)
+        return true;
     ++hits_;
     hasHit_.resize(rules_.Rules().size());
     hasHit_[hit.rule] = true;

@@ -26,6 +26,7 @@ public:
         HuntSummary* summary = nullptr;  // null: they are not counted
         HitMarks* marks = nullptr;       // null: they are not stored
         EventFilter* first = nullptr;    // what else is asked of events; null: nothing
+        std::size_t wanted = 0;          // so many of the first rules are told
     };
     HuntSink(const RuleSet& rules, Ways ways, Output& output)
         : rules_(rules), run_(rules), correlator_(rules), ways_(ways), output_(output) {}

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "common/asciicase.h"
+#include "hunt/correlator.h"
 #include "hunt/rulereader.h"
 #include "zel/terminal/inputfile.h"
 #include "zel/terminal/messages.h"
@@ -51,16 +52,20 @@ std::vector<std::string> FilesOf(const HuntOptions& options, GivenRules* given) 
     return files;
 }
 
+// A tag stands for those below it, too: attack.t1059 for attack.t1059.001.
+bool IsOfTag(std::string_view tag, std::string_view wanted) {
+    return ZEL::StartsWithNoCase(tag, wanted) &&
+           (tag.size() == wanted.size() || tag[wanted.size()] == '.');
+}
+
 bool HasTag(const Rule& rule, const std::vector<std::string>& wanted) {
     return wanted.empty() ||
            std::any_of(rule.tags.begin(), rule.tags.end(), [&](const std::string& tag) {
-               return std::any_of(wanted.begin(), wanted.end(), [&](const std::string& each) {
-                   return ZEL::EqualsNoCase(tag, each);
-               });
+               return std::any_of(wanted.begin(), wanted.end(),
+                                  [&](const std::string& each) { return IsOfTag(tag, each); });
            });
 }
 
-// A rule of rules counts others, which have to be there whatever is wanted of hits.
 bool IsWanted(const Rule& rule, const HuntOptions& options) {
     const bool hasStatus =
         options.statuses.empty() ||
@@ -71,29 +76,24 @@ bool IsWanted(const Rule& rule, const HuntOptions& options) {
     return hasStatus && hasLevel && HasTag(rule, options.tags);
 }
 
-bool IsCounted(const Rule& rule, const std::vector<Rule>& all) {
-    return std::any_of(all.begin(), all.end(), [&](const Rule& each) {
-        if (!each.counts)
-            return false;
-        const auto& names = each.counts->rules;
-        return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-            return !name.empty() && (name == rule.id || name == rule.name || name == rule.title);
-        });
-    });
+// Rules that are counted have to be there whatever is wanted of hits.
+bool IsCounted(const Rule& rule, const Correlation& counts) {
+    return std::any_of(counts.rules.begin(), counts.rules.end(),
+                       [&](const std::string& name) { return IsCalled(rule, name); });
 }
 
 void KeepWanted(const HuntOptions& options, GivenRules* given) {
-    std::vector<Rule> wanted, counted;
-    for (Rule& rule : given->rules)
-        (IsWanted(rule, options) ? wanted : counted).push_back(std::move(rule));
-    given->unwanted = counted.size();
-    for (Rule& rule : counted) {
-        if (!IsCounted(rule, wanted))
-            continue;
-        --given->unwanted;
-        wanted.push_back(std::move(rule));
+    std::vector<Rule>& rules = given->rules;
+    auto end = std::stable_partition(rules.begin(), rules.end(),
+                                     [&](const Rule& rule) { return IsWanted(rule, options); });
+    given->wanted = static_cast<std::size_t>(end - rules.begin());
+    for (auto each = rules.begin(); each != end; ++each) {
+        if (const auto counts = each->counts)
+            end = std::stable_partition(end, rules.end(),
+                                        [&](const Rule& rule) { return IsCounted(rule, *counts); });
     }
-    given->rules = std::move(wanted);
+    given->unwanted = static_cast<std::size_t>(rules.end() - end);
+    rules.erase(end, rules.end());
 }
 
 bool ReadFile(const std::string& file, const Placeholders& placeholders, GivenRules* given) {

@@ -12,9 +12,10 @@ namespace zel {
 
 // The rules that a hunt was given.
 struct GivenRules {
-    std::vector<Rule> rules;            // those that are wanted, in the order of their files
+    std::vector<Rule> rules;            // in the order of their files, those that are wanted first
     std::vector<RuleProblem> problems;  // why others are none
     std::size_t files = 0;
+    std::size_t wanted = 0;    // of `rules`; those behind them are only there to be counted
     std::size_t unwanted = 0;  // left out by level, tag or status
 };
 
