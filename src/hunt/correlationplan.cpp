@@ -57,25 +57,73 @@ private:
         std::size_t thatCanFit = 0;
         for (const std::string& reference : counts.rules) {
             Member member;
-            bool canFit = false;
-            std::string problem = FillMember(counts, reference, &member, &canFit);
+            std::string problem = FillMember(counts, reference, &member);
             if (!problem.empty())
                 return problem;
-            thatCanFit += canFit ? 1 : 0;
+            const RuleReach reach = ReachOf(counts, member);
+            thatCanFit += reach.kind != RuleReach::Kind::none ? 1 : 0;
+            if (reach.kind != RuleReach::Kind::whole)
+                plan->reach.kind = RuleReach::Kind::partly;
+            if (plan->reach.reason.empty())
+                plan->reach.reason = reach.reason;
             plan->members.push_back(std::move(member));
         }
         std::string problem = FillNeeded(counts, plan);
-        if (problem.empty() && thatCanFit < (IsTemporal(counts.kind) ? plan->needed : 1))
-            problem = "too few of the rules that it counts can fit here";
+        if (problem.empty())
+            problem = ProblemOfAliases(counts, *plan);
+        if (thatCanFit < (IsTemporal(counts.kind) ? plan->needed : 1))
+            plan->reach.kind = RuleReach::Kind::none;
         return problem;
+    }
+
+    // What is said of a rule that is not counted would be passed over.
+    std::string ProblemOfAliases(const Correlation& counts, const CorrelationPlan& plan) const {
+        for (const Correlation::Alias& alias : counts.aliases) {
+            if (std::none_of(plan.members.begin(), plan.members.end(), [&](const Member& member) {
+                    return IsCalled(set_.rules[member.rule], alias.rule);
+                }))
+                return "the alias " + Quoted(alias.name) + " is one of the rule " +
+                       Quoted(alias.rule) + ", which it does not count";
+        }
+        return {};
+    }
+
+    // How far records decide what is counted of one rule: events without a field of the group are
+    // none.
+    RuleReach ReachOf(const Correlation& counts, const Member& member) const {
+        const auto because = [](RuleReach::Kind kind, std::string reason) {
+            return RuleReach{kind, std::move(reason), {}, {}, {}};
+        };
+        if (member.isOfRules) {
+            const auto plan =
+                std::find_if(plans_.begin(), plans_.end(),
+                             [&](const CorrelationPlan& each) { return each.rule == member.rule; });
+            return plan->reach;
+        }
+        const std::string name = Quoted(set_.rules[member.rule].title);
+        const ReadyRule& ready = set_.ready[member.rule];
+        if (ready.Reach().kind == RuleReach::Kind::none)
+            return because(RuleReach::Kind::none,
+                           "the rule " + name + " can't fit: " + ready.Reach().reason);
+        std::vector<std::size_t> fields = member.group;
+        if (counts.kind == Kind::valueCount)
+            fields.push_back(member.counted);
+        for (const std::size_t field : fields) {
+            const auto id = static_cast<FieldId>(field);
+            if (set_.vocabulary.StandingOf(ready.Source(), id) == FieldStanding::never)
+                return because(RuleReach::Kind::none,
+                               "no event that the rule " + name + " finds has " +
+                                   std::string(set_.vocabulary.FieldName(id)));
+        }
+        return because(ready.Reach().kind, {});
     }
 
     static bool IsTemporal(Kind kind) {
         return kind == Kind::temporal || kind == Kind::temporalOrdered;
     }
 
-    std::string FillMember(const Correlation& counts, const std::string& reference, Member* member,
-                           bool* canFit) {
+    std::string FillMember(const Correlation& counts, const std::string& reference,
+                           Member* member) {
         const auto is = [&](const Rule& rule) { return IsCalled(rule, reference); };
         const auto found = std::find_if(set_.rules.begin(), set_.rules.end(), is);
         if (found == set_.rules.end())
@@ -88,8 +136,6 @@ private:
             return "the rule " + Quoted(reference) +
                    (states_[member->rule] == State::begun ? " counts this one in turn"
                                                           : " can't be counted itself");
-        *canFit =
-            member->isOfRules || set_.ready[member->rule].Reach().kind != RuleReach::Kind::none;
         for (const std::string& name : counts.groupBy) {
             const auto place = PlaceOf(counts, *found, name);
             if (!place)
@@ -106,19 +152,21 @@ private:
         return {};
     }
 
-    // Of an event rule the field, perhaps by its alias there; of a rule of rules where the value
-    // stands in its group.
+    // Of an event rule the field; of a rule of rules where the value stands in its group; each
+    // perhaps by its alias there.
     std::optional<std::size_t> PlaceOf(const Correlation& counts, const Rule& rule,
                                        std::string_view name) const {
+        for (const Correlation::Alias& alias : counts.aliases) {
+            if (alias.name == name && IsCalled(rule, alias.rule)) {
+                name = alias.field;
+                break;
+            }
+        }
         if (rule.counts != nullptr) {
             const auto& own = rule.counts->groupBy;
             const auto at = std::find(own.begin(), own.end(), name);
             return at == own.end() ? std::nullopt
                                    : std::optional(static_cast<std::size_t>(at - own.begin()));
-        }
-        for (const Correlation::Alias& alias : counts.aliases) {
-            if (alias.name == name && IsCalled(rule, alias.rule))
-                name = alias.field;
         }
         return set_.countedFields.find(name)->second;
     }

@@ -25,6 +25,7 @@ struct CorrelationPlan {
     std::int64_t spanMs = 0;
     std::uint64_t needed = 0;  // events, values, or rules
     std::vector<Member> members;
+    RuleReach reach;  // of `none` it can't be reached, whatever comes
 };
 
 // The rules of rules that can be counted, those that others count ahead of these; the others become

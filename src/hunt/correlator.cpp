@@ -61,6 +61,11 @@ std::size_t SizeOf(const Occurrence& each) {
 struct Correlator::State {
     State(const RuleSet& rules, const RuleSet::Tables& set, std::size_t most)
         : plans(PlanCorrelations(set, &problems)), mostBytes(most), hides(rules.Rules().size()) {
+        for (const CorrelationPlan& plan : plans)
+            reaches.emplace(plan.rule, plan.reach);
+        std::erase_if(plans, [](const CorrelationPlan& plan) {
+            return plan.reach.kind == RuleReach::Kind::none;
+        });
         std::vector<bool> tells(hides.size());
         for (const CorrelationPlan& plan : plans) {
             for (const CorrelationPlan::Member& member : plan.members) {
@@ -86,7 +91,8 @@ struct Correlator::State {
     void DropOld();
 
     std::vector<RuleProblem> problems;
-    std::vector<CorrelationPlan> plans;
+    std::vector<CorrelationPlan> plans;  // that can be reached
+    std::unordered_map<std::uint32_t, RuleReach> reaches;
     std::size_t mostBytes;
     std::vector<bool> hides;
     std::list<Group> groups;  // the one whose last event is oldest first
@@ -252,6 +258,14 @@ Correlator::~Correlator() = default;
 
 const std::vector<RuleProblem>& Correlator::Problems() const noexcept {
     return state_->problems;
+}
+
+bool Correlator::Counts(std::uint32_t rule) const {
+    return state_->reaches.contains(rule);
+}
+
+const RuleReach& Correlator::ReachOf(std::uint32_t rule) const {
+    return state_->reaches.at(rule);
 }
 
 bool Correlator::IsIdle() const noexcept {

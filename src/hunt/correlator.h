@@ -36,9 +36,14 @@ public:
     explicit Correlator(const RuleSet& rules, std::size_t mostBytes = std::size_t{64} << 20);
     ~Correlator();
 
-    // Rules that can't be counted, since what they name is not among the set, can't fit, or is not
-    // understood; with the reason.
+    // Rules that can't be counted, since what they name is not among the set or is not understood;
+    // with the reason.
     const std::vector<RuleProblem>& Problems() const noexcept;
+    // Whether that rule of the set is a rule of rules that is no problem.
+    bool Counts(std::uint32_t rule) const;
+    // Of such a rule how far records decide it: as far as the rules that it counts, and the fields
+    // that it groups by. Its lists of fields are empty.
+    const RuleReach& ReachOf(std::uint32_t rule) const;
     // Whether there is anything to count.
     bool IsIdle() const noexcept;
     // Whether a hit of that rule is told only as a part of others.

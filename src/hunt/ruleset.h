@@ -28,8 +28,8 @@ struct RuleReach {
 // fit, and only these are tested in full. Any thread, once made.
 class RuleSet {
 public:
-    // Rules of rules among them are left to the Correlator; they have no reach of their own, which
-    // is `none` without a reason.
+    // Rules of rules among them are left to the Correlator, which tells their reach; here it is
+    // `none` without a reason.
     RuleSet(std::vector<Rule> rules, VocabularyOptions options);
     ~RuleSet();
 

@@ -128,6 +128,16 @@ TEST(Correlator, CountsInWindowsOfEachGroup) {
          Counting("o", "type: temporal_ordered, rules: [a, b], timespan: 1m"),
          {{0, 'a', ""}, {61, 'b', ""}, {62, 'a', ""}, {63, 'b', ""}},
          {"o 01:02-01:03 2"}},
+        {"a rule of rules by another name of its group",
+         Counting("two",
+                  "type: event_count, rules: [a], group-by: [User], timespan: 10s, "
+                  "condition: {gte: 1}") +
+             "---\n" +
+             Counting("both",
+                      "type: temporal, rules: [two, b], group-by: [who], timespan: 1m, "
+                      "aliases: {who: {two: User, b: Company}}"),
+         {{0, 'a', "annco"}, {1, 'b', "ann"}},
+         {"both 00:00-00:01 annco 2"}},
         {"a rule of rules of rules, and what it counts alone is hidden",
          Counting("two",
                   "type: event_count, rules: [a], group-by: [User], timespan: 10s, "
@@ -163,18 +173,47 @@ TEST(Correlator, RefusesWhatItCannotTell) {
         {"type: event_count, rules: [a], timespan: 1m, condition: {lt: 2}", "only gte and gt"},
         {"type: event_count, rules: [a], timespan: 1m, condition: {gte: 0}", "none"},
         {"type: temporal, rules: [a, n], timespan: 1m", "counts this one in turn"},
-        {"type: temporal, rules: [a, lost], timespan: 1m", "too few"},
+        {"type: event_count, rules: [''], timespan: 1m, condition: {gte: 2}", "no rule is called"},
+        {"type: temporal, rules: [a, b], timespan: 1m, group-by: [who], "
+         "aliases: {who: {a: User, d: User}}",
+         "the alias \"who\" is one of the rule \"d\", which it does not count"},
     };
-    const std::string lost =
-        "title: lost\nname: lost\nlogsource: {category: proxy}\n"
-        "detection: {s: {x: y}, condition: s}\n---\n";
     for (const auto& row : rows) {
-        const RuleSet set = SetOf(singles + lost + Counting("n", row.rest));
+        const RuleSet set = SetOf(singles + Counting("n", row.rest));
         Correlator correlator(set);
         ASSERT_EQ(correlator.Problems().size(), 1U) << row.rest;
         EXPECT_THAT(correlator.Problems().front().what, HasSubstr(row.problem));
         EXPECT_TRUE(correlator.IsIdle());
         EXPECT_FALSE(correlator.Hides(0));
+    }
+}
+
+TEST(Correlator, TellsHowFarRecordsDecideWhatItCounts) {
+    const std::string lost =
+        "title: lost\nname: lost\nlogsource: {category: proxy}\n"
+        "detection: {s: {x: y}, condition: s}\n---\n";
+    const std::string counting = "type: event_count, timespan: 1m, condition: {gte: 1}, ";
+    using Kind = RuleReach::Kind;
+    const struct {
+        std::string rest;
+        Kind kind;
+        const char* reason;
+    } rows[] = {
+        {counting + "rules: [a, b], group-by: [User]", Kind::whole, ""},
+        {counting + "rules: [a, lost]", Kind::partly, "category proxy"},
+        {"type: temporal, rules: [a, lost], timespan: 1m", Kind::none, "category proxy"},
+        {counting + "rules: [a], group-by: [QueryName]", Kind::none,
+         "no event that the rule \"a\" finds has QueryName"},
+        {"type: value_count, rules: [a], timespan: 1m, condition: {field: QueryName, gte: 1}",
+         Kind::none, "has QueryName"},
+    };
+    for (const auto& row : rows) {
+        const RuleSet set = SetOf(singles + lost + Counting("n", row.rest));
+        const Correlator correlator(set);
+        ASSERT_THAT(correlator.Problems(), IsEmpty()) << row.rest;
+        EXPECT_EQ(correlator.ReachOf(4).kind, row.kind) << row.rest;
+        EXPECT_THAT(correlator.ReachOf(4).reason, HasSubstr(row.reason));
+        EXPECT_EQ(correlator.IsIdle(), row.kind == Kind::none);
     }
 }
 

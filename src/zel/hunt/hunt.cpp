@@ -185,9 +185,9 @@ int Ask(const HuntPlan& plan, Output& output) {
 
 // What rules there are to ask, told. False when the program is to end with `*end`.
 bool TellRules(const HuntOptions& options, const GivenRules& given, const RuleSet& rules,
-               const std::vector<RuleProblem>& problems, int* end) {
+               const Correlator& counter, const std::vector<RuleProblem>& problems, int* end) {
     TellProblems(problems, TellsAll());
-    std::string words = InWords(CountReach(rules));
+    std::string words = InWords(CountReach(rules, counter));
     if (!problems.empty())
         words += ", refused " + std::to_string(problems.size());
     if (given.unwanted != 0)
@@ -216,10 +216,10 @@ int RunRules(const HuntOptions& options, GivenRules& given, Output& output) {
         return exitCode::usage;
     }
     int end = exitCode::done;
-    const bool isToRun = TellRules(options, given, rules, problems, &end);
+    const bool isToRun = TellRules(options, given, rules, counter, problems, &end);
     if (options.check || options.explain) {
         const bool isText = options.output.empty() || plan.form.name == "table";
-        PrintReach(rules, isText ? "text" : plan.form.name, output);
+        PrintReach(rules, counter, isText ? "text" : plan.form.name, output);
         return end;
     }
     return isToRun ? Ask(plan, output) : end;

@@ -12,10 +12,16 @@ namespace {
 
 using Kind = RuleReach::Kind;
 
-const char* NameOf(const Rule& rule, Kind kind) {
-    if (rule.counts)
-        return "counts";
+const char* NameOf(Kind kind) {
     return kind == Kind::whole ? "whole" : kind == Kind::partly ? "partly" : "not";
+}
+
+// Null: a rule of rules that can't be counted, which was told.
+const RuleReach* ReachOf(const RuleSet& rules, const Correlator& counter, std::size_t rule) {
+    if (!rules.Rules()[rule].counts)
+        return &rules.ReachOf(rule);
+    const auto number = static_cast<std::uint32_t>(rule);
+    return counter.Counts(number) ? &counter.ReachOf(number) : nullptr;
 }
 
 std::string List(const char* head, const std::vector<std::string>& texts) {
@@ -26,7 +32,7 @@ std::string List(const char* head, const std::vector<std::string>& texts) {
 }
 
 std::string ForPeople(const Rule& rule, const RuleReach& reach) {
-    std::string text = std::string(NameOf(rule, reach.kind)) + "  " + Escaped(rule.title) + "  (" +
+    std::string text = std::string(NameOf(reach.kind)) + "  " + Escaped(rule.title) + "  (" +
                        Escaped(rule.file) + ":" + std::to_string(rule.line) + ")\n";
     if (!reach.reason.empty())
         text += "    " + Escaped(reach.reason) + "\n";
@@ -49,9 +55,11 @@ std::string AsJson(const Rule& rule, const RuleReach& reach) {
     writer.BeginObject().Key("file").Text(rule.file);
     writer.Key("line").Number(static_cast<std::uint64_t>(rule.line));
     writer.Key("title").Text(rule.title).Key("id").Text(rule.id);
-    writer.Key("reach").Text(NameOf(rule, reach.kind));
+    writer.Key("reach").Text(NameOf(reach.kind));
     if (!reach.reason.empty())
         writer.Key("reason").Text(reach.reason);
+    if (rule.counts)
+        WriteTexts("counts", rule.counts->rules, writer);
     WriteTexts("key", reach.byKey, writer);
     WriteTexts("text", reach.byText, writer);
     WriteTexts("never", reach.never, writer);
@@ -61,15 +69,13 @@ std::string AsJson(const Rule& rule, const RuleReach& reach) {
 
 }  // namespace
 
-ReachCounts CountReach(const RuleSet& rules) {
+ReachCounts CountReach(const RuleSet& rules, const Correlator& counter) {
     ReachCounts counts;
     for (std::size_t i = 0; i < rules.Rules().size(); ++i) {
-        if (rules.Rules()[i].counts)
-            continue;
-        const Kind kind = rules.ReachOf(i).kind;
-        (kind == Kind::whole    ? counts.whole
-         : kind == Kind::partly ? counts.partly
-                                : counts.none) += 1;
+        if (const RuleReach* const reach = ReachOf(rules, counter, i))
+            (reach->kind == Kind::whole    ? counts.whole
+             : reach->kind == Kind::partly ? counts.partly
+                                           : counts.none) += 1;
     }
     return counts;
 }
@@ -79,21 +85,23 @@ std::string InWords(const ReachCounts& counts) {
            std::to_string(counts.partly) + ", not " + std::to_string(counts.none);
 }
 
-void PrintReach(const RuleSet& rules, const std::string& form, Output& output) {
+void PrintReach(const RuleSet& rules, const Correlator& counter, const std::string& form,
+                Output& output) {
     const bool isArray = form == "json";
-    const std::size_t count = rules.Rules().size();
-    if (isArray)
-        output.Write("[\n");
-    for (std::size_t i = 0; i < count; ++i) {
+    bool isFirst = true;
+    for (std::size_t i = 0; i < rules.Rules().size(); ++i) {
         const Rule& rule = rules.Rules()[i];
-        const RuleReach& reach = rules.ReachOf(i);
-        if (isArray || form == "ndjson")
-            output.Write(AsJson(rule, reach) + (isArray && i + 1 < count ? ",\n" : "\n"));
+        const RuleReach* const reach = ReachOf(rules, counter, i);
+        if (reach == nullptr)
+            continue;
+        if (isArray)
+            output.Write((isFirst ? "[\n" : ",\n") + AsJson(rule, *reach));
         else
-            output.Write(ForPeople(rule, reach));
+            output.Write(form == "ndjson" ? AsJson(rule, *reach) + "\n" : ForPeople(rule, *reach));
+        isFirst = false;
     }
     if (isArray)
-        output.Write("]\n");
+        output.Write(isFirst ? "[]\n" : "\n]\n");
 }
 
 void TellProblems(const std::vector<RuleProblem>& problems, bool all) {
