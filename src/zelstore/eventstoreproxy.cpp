@@ -40,7 +40,8 @@ TobResult EventStoreProxy::QueryInterface(const GUID& iid, void** out) {
                    {iidEventStore5, face},
                    {iidEventStore6, face},
                    {iidEventStore7, face},
-                   {iidReadOnlyStore, static_cast<IReadOnlyStore*>(this)}});
+                   {iidReadOnlyStore, static_cast<IReadOnlyStore*>(this)},
+                   {iidWriteProgress, static_cast<IWriteProgress*>(this)}});
 }
 
 template <typename Operation>
@@ -145,6 +146,10 @@ HRESULT EventStoreProxy::Initialize() {
 
 HRESULT EventStoreProxy::InitializeForReading() {
     return OnCore([](EventStoreImpl& core) { return core.Initialize(StoreUse::readAlone); });
+}
+
+std::uint64_t EventStoreProxy::SettledRecords() {
+    return core_ ? core_->SettledRecords() : 0;
 }
 
 HRESULT EventStoreProxy::Stop() {

@@ -14,7 +14,7 @@ class EventStoreImpl;
 // What a host holds: a thin object that shares the one store core of the process and numbers the
 // keys that are made through it. The core may be missing when memory ran out; every operation but
 // those on keys then answers 0x8007000E for the rest of the proxy's life.
-class EventStoreProxy final : public TobObject<IEventStore7, IReadOnlyStore> {
+class EventStoreProxy final : public TobObject<IEventStore7, IReadOnlyStore, IWriteProgress> {
 public:
     EventStoreProxy();
 
@@ -39,6 +39,7 @@ public:
     HRESULT MakeFlaggedEnrichmentKey(IStringValue* baseKey, bool silentEnrichment,
                                      IStringValue** key) override;
     HRESULT InitializeForReading() override;
+    std::uint64_t SettledRecords() override;
 
 private:
     // Runs `operation` on the core, and answers for a missing core and for exceptions.

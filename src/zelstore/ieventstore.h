@@ -226,6 +226,19 @@ protected:
     ~IReadOnlyStore() = default;
 };
 
+// How far the store has come with what was inserted. For a host that keeps records of its own until
+// the store has them. Every store object answers this interface.
+class IWriteProgress : public ITobBase {
+public:
+    // How many of the records that Insert took in this process have left the queue: each was handed
+    // to the system, or its loss was reported (wm::reportLabel::lostBatch) ahead of this number.
+    // They leave it in the order of their acceptance. Never goes back, not even with a new start.
+    virtual std::uint64_t SettledRecords() = 0;
+
+protected:
+    ~IWriteProgress() = default;
+};
+
 inline constexpr GUID eventStoreObjectId = MakeGuid("1A8B6619-443B-4B5D-9755-C50696B237C6");
 inline constexpr GUID iidEventStore = MakeGuid("89C11C84-4B14-4C69-BBA3-9FB7522711FC");
 inline constexpr GUID iidEventStore2 = MakeGuid("6264CC71-0652-406B-AC06-4111E93E794F");
@@ -236,5 +249,6 @@ inline constexpr GUID iidEventStore6 = MakeGuid("02C1CD3E-F843-4143-BC49-495D529
 inline constexpr GUID iidEventStore7 = MakeGuid("87FF9166-7045-482F-AED5-1685253A1FBF");
 inline constexpr GUID iidQueryFailures = MakeGuid("B47D5E12-8C3A-4F61-A0D9-3E7F51C2986B");
 inline constexpr GUID iidReadOnlyStore = MakeGuid("6D3B9A0E-52C7-4F0B-9E1D-8A47C1F20B63");
+inline constexpr GUID iidWriteProgress = MakeGuid("4E0C5D1B-7A92-4C36-B8F1-2D93E6A7150C");
 
 }  // namespace ZEL

@@ -127,6 +127,7 @@ TEST(Coordinator, TellsHowManyRecordsAFailedWriteCost) {
     EXPECT_EQ(lost, (std::map<std::string, std::string>{{wm::lostDetail::events, "3"},
                                                         {wm::lostDetail::receipts, "1"},
                                                         {wm::lostDetail::enrichments, "1"}}));
+    EXPECT_EQ(store.core.SettledRecords(), 4U) << "of the event queue, the replaced one included";
 }
 
 TEST(Coordinator, StopWritesInOrderAfterWhatTheCoordinatorHasInHand) {

@@ -172,8 +172,10 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, RecordKin
         if (isEvent)
             ReportLostEvents(result, batch->Added(), records);
     }
-    if (isEvent)
+    if (isEvent) {
+        settled_ += batch->Added();  // behind the report of a loss, as hosts rely on
         NotifyJob(records);
+    }
     (isEvent ? eventQueue_ : silentQueue_).Recycle(std::move(records));
     return result;
 }

@@ -68,6 +68,7 @@ public:
     HRESULT ClearDatabaseErrors();
     HRESULT GetOldestDate(IStringValue** oldestDate, std::uint64_t* totalBytes);
     HRESULT SetLiveMode(bool enable);
+    std::uint64_t SettledRecords() const noexcept { return settled_; }
 
 private:
     // The steps of a start, in their order. The first that fails ends it.
@@ -137,6 +138,8 @@ private:
     // Set by any thread; the coordinator looks at it at each wake-up, so that a change may take ten
     // seconds.
     std::atomic<bool> liveMode_{false};
+    // Records of the event queue that were written or reported as lost.
+    std::atomic<std::uint64_t> settled_{0};
     // Made by a start and dropped by the close that follows; in between only the thread that
     // flushes uses it.
     CountedPtr<IZELJobController> jobController_;
