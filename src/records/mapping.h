@@ -113,6 +113,10 @@ public:
     // The same for an event that the reader knows to have no row.
     void Pass(const EventHead& head, SourceFields& fields, SourceItem* item);
 
+    // The next event without a number of its own gets this one, and those behind it the following.
+    // For inputs that have no order, whose events are told apart by what they hold.
+    void CountFrom(std::uint32_t number) noexcept { mapped_ = passed_ = number - 1; }
+
     const MappingOptions& Options() const noexcept { return options_; }
 
 private:

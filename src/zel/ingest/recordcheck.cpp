@@ -2,11 +2,11 @@
 
 #include <cpprest/json.h>
 
-#include <cstdlib>
 #include <optional>
 
 #include "connection/resultwords.h"
 #include "connection/storereports.h"
+#include "records/recordtime.h"
 #include "zel/query/documentcheck.h"
 #include "zel/query/jsonscan.h"
 #include "zel/terminal/textfit.h"
@@ -55,38 +55,6 @@ LineProblem WhyNotUnderstood(const std::string& line) {
     return {"no record", ": " + TakeReason()};
 }
 
-constexpr std::string_view form = "dddd-dd-ddTdd:dd:dd.dddZ";
-
-int Number(std::string_view time, std::size_t at, std::size_t digits) {
-    return std::atoi(std::string(time.substr(at, digits)).c_str());
-}
-
-// The form alone; whether there is such a time Exists tells.
-bool HasForm(std::string_view time) {
-    if (time.size() != form.size())
-        return false;
-    for (std::size_t i = 0; i < form.size(); ++i) {
-        const bool isDigit = time[i] >= '0' && time[i] <= '9';
-        if (form[i] == 'd' ? !isDigit : time[i] != form[i])
-            return false;
-    }
-    return true;
-}
-
-int DaysOfMonth(int year, int month) {
-    constexpr int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const bool isLeapYear = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-    return days[month - 1] + (month == 2 && isLeapYear ? 1 : 0);
-}
-
-// For a time that has the form. Seconds go to 59, as in all keys.
-bool Exists(std::string_view time) {
-    const int year = Number(time, 0, 4), month = Number(time, 5, 2), day = Number(time, 8, 2);
-    return year >= 1601 && month >= 1 && month <= 12 && day >= 1 &&
-           day <= DaysOfMonth(year, month) && Number(time, 11, 2) < 24 &&
-           Number(time, 14, 2) < 60 && Number(time, 17, 2) < 60;
-}
-
 }  // namespace
 
 // What each code of MakeKey means for an event.
@@ -105,9 +73,9 @@ LineProblem WhyBadTime(std::string_view key) {
     const std::string_view time = ZEL::BeginTimeOf(key);
     if (time.empty())
         return {"no begin_time", ""};
-    if (!HasForm(time))
+    if (!IsRecordTime(time))
         return {"begin_time not like 2026-11-12T10:00:00.000Z", ": \"" + Escaped(time) + "\""};
-    if (!Exists(time))
+    if (!RecordTimeExists(time))
         return {"begin_time does not exist or lies before 1601", ": " + std::string(time)};
     return {};
 }
