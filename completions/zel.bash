@@ -19,15 +19,17 @@ _zel_flags() { # COMMAND: its flags
         info) echo --help --check --output ;;
         monitor) echo --help --once --stop-below --resume-percent --output ;;
         "machine show") echo --help --machine ;;
+        serve) echo --help --config --check ;;
+        "config show") echo --help --config ;;
         *) echo --help ;;
     esac
 }
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query hunt sql tree enrich purge info monitor settings machine ;;
+        "") echo ingest query hunt sql tree enrich purge info monitor settings serve config machine ;;
         settings) echo get set unset ;;
-        machine) echo show ;;
+        machine | config) echo show ;;
     esac
 }
 

@@ -133,6 +133,20 @@ void AddSettings(CLI::App& command, Run& run) {
     add("unset", "Take a value out, so that its default holds", RunSettingsUnset);
 }
 
+void AddServe(CLI::App& command, Run& run) {
+    ServeOptions& options = OptionsOf(command, run, RunServe);
+    AddText(command, "--config", options.config, "FILE",
+            "The configuration; by default /etc/zel/zel.toml");
+    command.add_flag("--check", options.check, "Look at the configuration and end");
+}
+
+void AddConfig(CLI::App& command, Run& run) {
+    command.require_subcommand(1);
+    CLI::App& show = *command.add_subcommand("show", "Print all values that `serve` would use");
+    ServeOptions& options = OptionsOf(show, run, RunConfigShow);
+    AddText(show, "--config", options.config, "FILE", "The configuration; without one the defaults");
+}
+
 void AddMachine(CLI::App& command, Run& run) {
     command.require_subcommand(1);
     CLI::App& show = *command.add_subcommand("show", "Describe this machine as JSON");
@@ -157,6 +171,8 @@ constexpr struct {
     {"info", "Tell what the store holds", AddInfo},
     {"monitor", "Tell when disk space runs short", AddMonitor},
     {"settings", "Read or write a setting", AddSettings},
+    {"serve", "Run the store as a service", AddServe},
+    {"config", "The configuration of the service", AddConfig},
     {"machine", "The machine that paths are meant for", AddMachine},
 };
 

@@ -158,6 +158,18 @@ struct EnrichOptions {
 // when lines were rejected or enrichments lost; 3 when the store takes none.
 int RunEnrich(const EnrichOptions& options);
 
+inline constexpr const char* defaultConfigFile = "/etc/zel/zel.toml";
+
+struct ServeOptions {
+    std::string config;  // a file of TOML; empty: for `serve` the default file, for `show` none
+    bool check = false;  // look at the configuration and end
+};
+// Runs the store as a service until it is told to end. 2 for a configuration that can't be used, 3
+// when the store, the spool or a listener can't be had, 4 when records were lost.
+int RunServe(const ServeOptions& options);
+// Prints all effective values as a configuration.
+int RunConfigShow(const ServeOptions& options);
+
 struct SettingsOptions {
     std::string key;
     std::string name;

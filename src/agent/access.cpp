@@ -1,0 +1,106 @@
+#include "agent/access.h"
+
+#include <algorithm>
+#include <fstream>
+
+#include "common/asciicase.h"
+
+namespace zel {
+
+namespace {
+
+constexpr std::size_t shortestToken = 16;
+
+// "localhost", "127.0.0.1" or "[::1]", with the port where there is one. Any other name may have
+// been made to lead here by who owns it.
+bool IsOwnHost(std::string_view host, std::uint16_t port) {
+    for (const std::string_view name : {"localhost", "127.0.0.1", "[::1]"}) {
+        if (!ZEL::StartsWithNoCase(host, name))
+            continue;
+        const std::string_view rest = host.substr(name.size());
+        if (rest.empty() || (port != 0 && rest == ":" + std::to_string(port)))
+            return true;
+    }
+    return false;
+}
+
+// In a time that tells nothing of where they differ.
+bool IsToken(std::string_view given, std::string_view token) {
+    if (token.empty() || given.size() != token.size())
+        return false;
+    unsigned differ = 0;
+    for (std::size_t i = 0; i < token.size(); ++i)
+        differ |= static_cast<unsigned char>(given[i]) ^ static_cast<unsigned char>(token[i]);
+    return differ == 0;
+}
+
+std::string DecodeBase64(std::string_view text) {
+    constexpr std::string_view letters =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string bytes;
+    unsigned held = 0;
+    int bits = 0;
+    for (const char letter : text) {
+        const std::size_t value = letters.find(letter);
+        if (value == letters.npos)
+            break;
+        held = (held << 6 | static_cast<unsigned>(value)) & 0xFFFF;
+        bits += 6;
+        if (bits >= 8)
+            bytes.push_back(static_cast<char>(held >> (bits -= 8)));
+    }
+    return bytes;
+}
+
+// Bearer T; ApiKey T, or ApiKey with "id:T" in base64; Basic with any user and T as the password.
+bool IsAllowed(std::string_view authorization, std::string_view token) {
+    const std::size_t blank = std::min(authorization.find(' '), authorization.size());
+    const std::string_view scheme = authorization.substr(0, blank);
+    const std::string_view given = authorization.substr(std::min(blank + 1, authorization.size()));
+    const bool isApiKey = ZEL::EqualsNoCase(scheme, "ApiKey");
+    if ((ZEL::EqualsNoCase(scheme, "Bearer") || isApiKey) && IsToken(given, token))
+        return true;
+    if (!isApiKey && !ZEL::EqualsNoCase(scheme, "Basic"))
+        return false;
+    const std::string pair = DecodeBase64(given);
+    const std::size_t colon = pair.find(':');
+    return colon != pair.npos && IsToken(std::string_view(pair).substr(colon + 1), token);
+}
+
+}  // namespace
+
+HttpReply PlainReply(int status, std::string text) {
+    return {status, "text/plain", std::move(text) + "\n", {}};
+}
+
+bool ReadToken(const std::string& file, std::string* token, std::string* problem) {
+    std::ifstream stream(file);
+    if (!std::getline(stream, *token)) {
+        *problem = "the token file " + file + " can't be read";
+        return false;
+    }
+    if (token->ends_with('\r'))
+        token->pop_back();
+    if (token->size() >= shortestToken)
+        return true;
+    *problem = "the token in " + file + " is too short: 16 characters at least, better 43";
+    return false;
+}
+
+std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed,
+                                      const AccessTokens& tokens) {
+    if (!IsOwnHost(head.host, head.port))
+        return PlainReply(421, "this is not " + (head.host.empty() ? "that host" : head.host));
+    const bool isSameSite =
+        head.fetchSite.empty() || head.fetchSite == "none" || head.fetchSite == "same-origin";
+    if (!head.origin.empty() || !isSameSite)
+        return PlainReply(403, "pages of browsers have no access");
+    if (head.port == 0 || needed == Right::none ||
+        IsAllowed(head.authorization, needed == Right::write ? tokens.write : tokens.read))
+        return std::nullopt;
+    HttpReply refusal = PlainReply(401, "a token is needed");
+    refusal.headers.emplace_back("WWW-Authenticate", "Basic realm=\"zel\"");
+    return refusal;
+}
+
+}  // namespace zel

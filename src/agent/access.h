@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "agent/http.h"
+
+namespace zel {
+
+// What a request wants to do.
+enum class Right {
+    none,   // whether the service lives
+    read,   // status and metrics
+    write,  // bring events
+};
+
+// The tokens of the port. On the socket the file's mode says who may come.
+struct AccessTokens {
+    std::string write;  // empty: nobody has the right
+    std::string read;
+};
+
+// The first line of the file, which must be at least 16 characters. False with a message.
+bool ReadToken(const std::string& file, std::string* token, std::string* problem);
+
+// Why a request is not taken, by its head alone. Browsers are kept out: they reach every port of
+// the machine for any page, and tell so by headers that no shipper sends.
+std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed,
+                                      const AccessTokens& tokens);
+
+// Answers of one line.
+HttpReply PlainReply(int status, std::string text);
+
+}  // namespace zel

@@ -1,0 +1,189 @@
+#include "agent/agent.h"
+
+#include <poll.h>
+
+#include <ctime>
+
+#include "agent/diskwatch.h"
+#include "agent/httpserver.h"
+#include "agent/routes.h"
+#include "agent/servicemanager.h"
+#include "common/hostservices.h"
+#include "connection/storedirectory.h"
+
+// The service from its start to its end.
+//
+// Start: store, spool, the feeder that replays what is left, then the listeners; the service
+// manager is told READY once the replay is done. End: no more requests, then no more commits, then
+// what stands in the spool is given to the store, and the store writes it. Whatever is not done by
+// then stands in the spool for the next start, so an end that is cut short loses nothing.
+
+namespace zel {
+
+namespace {
+
+constexpr auto longestDrain = std::chrono::seconds(30);
+constexpr int lookMs = 1000;
+constexpr std::uint64_t stalledMs = 20000;
+
+// Everything that a running service consists of, in the order in which it is made.
+class Agent {
+public:
+    Agent(const AgentConfig& config, const std::string& version, ISessionListener& listener)
+        : config_(config),
+          log_(listener),
+          store_(log_),
+          version_(version),
+          watchdogMs_(WatchdogPeriodMs()) {}
+
+    bool Start() { return OpenStore() && OpenSpool() && Listen(); }
+    void Run(int stop);
+    // Whether all is in the store.
+    bool End();
+
+private:
+    bool OpenStore();
+    bool OpenSpool();
+    bool Listen();
+    void TellManager();
+
+    const AgentConfig& config_;
+    AgentLog log_;
+    StoreSession store_;
+    const std::string version_;
+    const std::uint64_t watchdogMs_;
+    Spool spool_;
+    DiskSight sight_;
+    AccessTokens tokens_;
+    std::unique_ptr<Feeder> feeder_;
+    std::unique_ptr<Admission> admission_;
+    std::unique_ptr<DiskWatch> watch_;
+    std::unique_ptr<AgentParts> parts_;
+    std::unique_ptr<Routes> routes_;
+    std::unique_ptr<HttpServer> server_;
+    bool toldReady_ = false;
+    std::uint64_t nextWatchdog_ = 0;
+};
+
+// Nothing that the service sets is to reach the settings of a person.
+bool Agent::OpenStore() {
+    std::string problem;
+    ForgetDefaultSettings();
+    if (!NamePath("ZELDataStore", config_.storePath, &problem)) {
+        log_.Say(problem);
+        return false;
+    }
+    if (!store_.Open(StoreNeed::writable))
+        return false;
+    ZEL::IgnoreResult(store_->SetLiveMode(true), "always succeeds");
+    return true;
+}
+
+bool Agent::OpenSpool() {
+    std::string problem;
+    const bool isOpen = spool_.Open(config_.spoolPath, {config_.idsKept, config_.idsAge}, &problem);
+    if (!problem.empty())
+        log_.Say(problem);
+    if (!isOpen)
+        return false;
+    feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_.storePath);
+    admission_ = std::make_unique<Admission>(
+        spool_, *store_, log_, config_.spoolMaxSize,
+        std::chrono::seconds(static_cast<std::int64_t>(config_.spoolHold)),
+        [this] { feeder_->Wake(); });
+    watch_ = std::make_unique<DiskWatch>(config_, store_, spool_, *admission_, log_, sight_);
+    watch_->Look();
+    if (!feeder_->Start())
+        return false;
+    admission_->Start();
+    return true;
+}
+
+bool Agent::Listen() {
+    std::string problem;
+    parts_ = std::unique_ptr<AgentParts>(
+        new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_,
+                       wm::FormatUtc(wm::Clock().UtcNow()),
+                       static_cast<std::uint64_t>(std::time(nullptr)), version_});
+    routes_ = std::make_unique<Routes>(*parts_, tokens_);
+    server_ = std::make_unique<HttpServer>(
+        *routes_,
+        HttpLimits{config_.connections, config_.threads, config_.bodySize, config_.headerTime,
+                   config_.idleTime},
+        log_.connections);
+    const bool listens =
+        (config_.writeTokenFile.empty() ||
+         ReadToken(config_.writeTokenFile, &tokens_.write, &problem)) &&
+        (config_.readTokenFile.empty() ||
+         ReadToken(config_.readTokenFile, &tokens_.read, &problem)) &&
+        (config_.socketPath.empty() || server_->ListenAt(config_.socketPath, &problem)) &&
+        (config_.httpPort == 0 ||
+         server_->ListenAt(static_cast<std::uint16_t>(config_.httpPort), &problem));
+    if (!listens) {
+        log_.Say(problem);
+        return false;
+    }
+    server_->Start();
+    return true;
+}
+
+// The watchdog hears of the thread that feeds the store, not of this one: that this loop goes
+// round says nothing.
+void Agent::TellManager() {
+    const std::uint64_t now = wm::Clock().TickCount64();
+    if (!toldReady_ && feeder_->HasReplayed()) {
+        toldReady_ = true;
+        log_.Say("ready: " +
+                 (config_.socketPath.empty() ? "port " + std::to_string(config_.httpPort)
+                                             : config_.socketPath) +
+                 ", store " + config_.storePath);
+        NotifyManager("READY=1");
+    } else if (!toldReady_) {
+        NotifyManager("EXTEND_TIMEOUT_USEC=30000000");
+    }
+    if (watchdogMs_ != 0 && now >= nextWatchdog_ && feeder_->SilentMs() < stalledMs) {
+        NotifyManager("WATCHDOG=1");
+        nextWatchdog_ = now + watchdogMs_ / 3;
+    }
+}
+
+void Agent::Run(int stop) {
+    constexpr int whileReplayingMs = 20;
+    while (!log_.Interrupted()) {
+        TellManager();
+        pollfd wait{stop, POLLIN, 0};
+        if (::poll(&wait, 1, toldReady_ ? lookMs : whileReplayingMs) == 0 && toldReady_)
+            watch_->Look();
+    }
+    NotifyManager("STOPPING=1");
+}
+
+// In any case each step is taken, also where the start has come only a part of the way.
+bool Agent::End() {
+    if (server_)
+        server_->Stop();
+    if (admission_)
+        admission_->Stop();
+    if (feeder_)
+        feeder_->Stop(longestDrain);
+    const bool isWritten = store_.Close();
+    const bool isSettled = !feeder_ || feeder_->Settle();
+    const std::uint64_t left = feeder_ ? spool_.Account().waiting : 0;
+    if (left > 0)
+        log_.Say(std::to_string(left) + " event(s) wait in the spool for the next start");
+    return isWritten && isSettled && left == 0;
+}
+
+}  // namespace
+
+AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
+                  int stop) {
+    Agent agent(config, version, listener);
+    const bool isRunning = agent.Start();
+    if (isRunning)
+        agent.Run(stop);
+    const bool isWhole = agent.End();
+    return !isRunning ? AgentEnd::notBegun : isWhole ? AgentEnd::done : AgentEnd::left;
+}
+
+}  // namespace zel

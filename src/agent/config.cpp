@@ -1,0 +1,150 @@
+#include "agent/config.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "common/jsontext.h"
+
+// The table of keys. A key is one row; its default is written as a file would have it and read by
+// the same code, so that a default can't be a value which a file is refused.
+
+namespace zel {
+
+namespace {
+
+constexpr std::uint64_t kilobyte = 1024;
+constexpr std::uint64_t megabyte = kilobyte * 1024;
+constexpr std::uint64_t gigabyte = megabyte * 1024;
+constexpr std::uint64_t terabyte = gigabyte * 1024;
+constexpr std::uint64_t day = 86400;
+
+using C = AgentConfig;
+
+constexpr ConfigKey keys[] = {
+    {"store", "path", &C::storePath, "path", "/var/lib/zel/store", 0, 0,
+     "The store's directory; it is made when it is missing."},
+    {"store", "max_size", &C::storeMaxSize, "size", "10G", 0, 1024 * terabyte,
+     "What the store may take; the oldest folders go when it is more. 0: no limit."},
+    {"store", "purge_every", &C::storePurgeEvery, "seconds", "60", 1, day,
+     "How often the size is looked at."},
+    {"store", "stop_below", &C::diskStopBelow, "size", "2500M", 0, 1024 * terabyte,
+     "With less free space on the store's or the spool's volume nothing is taken in."},
+    {"store", "resume_percent", &C::diskResumePercent, "percent", "10", 0, 1000,
+     "How far above stop_below free space has to climb until events are taken in again."},
+    {"spool", "path", &C::spoolPath, "path", "/var/lib/zel/spool", 0, 0,
+     "The directory of what was accepted and is not in the store yet; not below the store."},
+    {"spool", "max_size", &C::spoolMaxSize, "size", "256M", megabyte, terabyte,
+     "How much may wait there; then requests are held and refused."},
+    {"spool", "hold", &C::spoolHold, "seconds", "5", 0, 600,
+     "How long a request waits for room before it is refused."},
+    {"spool", "ids", &C::idsKept, "number", "200000", 0, 100000000,
+     "How many ids of the recent past are remembered, so that a repeat is stored once."},
+    {"spool", "ids_age", &C::idsAge, "seconds", "3600", 0, 30 * day,
+     "How long they are remembered."},
+    {"http", "socket", &C::socketPath, "path", "/run/zel/zel.sock", 0, 0,
+     "The Unix socket (mode 0660); empty: none."},
+    {"http", "port", &C::httpPort, "port", "0", 0, 65535,
+     "A port of 127.0.0.1, which needs tokens; 0: none."},
+    {"http", "write_token_file", &C::writeTokenFile, "path", "", 0, 0,
+     "The file whose first line is the token of those who bring events by the port."},
+    {"http", "read_token_file", &C::readTokenFile, "path", "", 0, 0,
+     "The same for those who read status and metrics."},
+    {"http", "connections", &C::connections, "number", "64", 1, 4096,
+     "How many there may be; beyond that the one that has been idle longest is closed."},
+    {"http", "threads", &C::threads, "number", "2", 1, 64,
+     "Threads that read what was sent; connections need none."},
+    {"http", "body_size", &C::bodySize, "size", "16M", kilobyte, gigabyte,
+     "The largest body as it is sent."},
+    {"http", "inflated_size", &C::inflatedSize, "size", "64M", kilobyte, gigabyte,
+     "The largest body once it is unpacked."},
+    {"http", "header_time", &C::headerTime, "seconds", "10", 1, 600,
+     "How long a request's head may take."},
+    {"http", "idle_time", &C::idleTime, "seconds", "60", 1, day,
+     "How long a connection is kept without a request."},
+    {"intake", "items", &C::items, "number", "100000", 1, 10000000, "Events of one request."},
+    {"intake", "line_size", &C::lineSize, "size", "1M", kilobyte, 64 * megabyte,
+     "The longest line; a longer one is rejected, and the others are taken."},
+    {"intake", "keep_unmapped", &C::keepsUnmapped, "flag", "true", 0, 0,
+     "Store events that no rule makes a record of, as etw events; else they are rejected."},
+    {"intake", "unmapped", &C::writesUnmapped, "flag", "true", 0, 0,
+     "Keep in records what has no place in them, and where they came from."},
+};
+
+// The default of a row. Rows are right, or a test fails.
+struct SetDefault {
+    AgentConfig& config;
+    const ConfigKey& key;
+
+    void operator()(std::string C::*place) const { config.*place = key.initial; }
+    void operator()(bool C::*place) const { config.*place = key.initial == "true"; }
+    void operator()(std::uint64_t C::*place) const { ParseSize(key.initial, &(config.*place)); }
+};
+
+// A size that is a whole number of a unit is shown with it.
+std::string ShownSize(std::uint64_t bytes) {
+    constexpr std::string_view letters = "KMGT";
+    std::string text = std::to_string(bytes);
+    for (const char letter : letters) {
+        if (bytes == 0 || bytes % kilobyte != 0)
+            break;
+        bytes /= kilobyte;
+        text = "\"" + std::to_string(bytes) + letter + "\"";
+    }
+    return text;
+}
+
+struct Shown {
+    const AgentConfig& config;
+    const ConfigKey& key;
+
+    std::string operator()(std::string C::*place) const { return wm::JsonString(config.*place); }
+    std::string operator()(bool C::*place) const { return config.*place ? "true" : "false"; }
+    std::string operator()(std::uint64_t C::*place) const {
+        return key.unit == "size" ? ShownSize(config.*place) : std::to_string(config.*place);
+    }
+};
+
+}  // namespace
+
+AgentConfig::AgentConfig() {
+    for (const ConfigKey& key : keys)
+        std::visit(SetDefault{*this, key}, key.place);
+}
+
+std::span<const ConfigKey> ConfigKeys() {
+    return keys;
+}
+
+std::string ShowAgentConfig(const AgentConfig& config) {
+    std::string text;
+    std::string_view section;
+    for (const ConfigKey& key : keys) {
+        if (key.section != section)
+            text.append(section.empty() ? "[" : "\n[").append(key.section).append("]\n");
+        section = key.section;
+        text.append("# ").append(key.meaning).append("\n").append(key.name).append(" = ");
+        text.append(std::visit(Shown{config, key}, key.place)).append("\n");
+    }
+    return text;
+}
+
+bool ParseSize(std::string_view text, std::uint64_t* bytes) {
+    constexpr std::string_view letters = "KMGT";
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *bytes);
+    if (error != std::errc() || end == text.data())
+        return false;
+    const std::string_view rest(end, static_cast<std::size_t>(text.data() + text.size() - end));
+    if (rest.empty())
+        return true;
+    const std::size_t power = rest.size() == 1 ? letters.find(rest.front()) : letters.npos;
+    if (power == letters.npos)
+        return false;
+    for (std::size_t i = 0; i <= power; ++i) {
+        if (*bytes > UINT64_MAX / kilobyte)
+            return false;
+        *bytes *= kilobyte;
+    }
+    return true;
+}
+
+}  // namespace zel

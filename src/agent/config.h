@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+// What the service is told to do: one file of TOML. All keys stand in one table, from which files
+// are read and checked, the effective values are shown, and docs/service.md is checked.
+namespace zel {
+
+// Sizes in bytes, times in seconds. A value-initialised one holds the defaults of the table.
+struct AgentConfig {
+    AgentConfig();
+
+    std::string storePath;
+    std::uint64_t storeMaxSize = 0;     // 0: no limit
+    std::uint64_t storePurgeEvery = 0;  // between two looks at the size
+    std::uint64_t diskStopBelow = 0;    // free space below which nothing is taken in
+    std::uint64_t diskResumePercent = 0;
+
+    std::string spoolPath;
+    std::uint64_t spoolMaxSize = 0;
+    std::uint64_t spoolHold = 0;  // how long a request waits for room before it is refused
+    std::uint64_t idsKept = 0;
+    std::uint64_t idsAge = 0;
+
+    std::string socketPath;      // empty: no socket
+    std::uint64_t httpPort = 0;  // 0: no port
+    std::string writeTokenFile;
+    std::string readTokenFile;
+    std::uint64_t connections = 0;
+    std::uint64_t threads = 0;  // that read bodies and make keys
+    std::uint64_t bodySize = 0;
+    std::uint64_t inflatedSize = 0;
+    std::uint64_t headerTime = 0;
+    std::uint64_t idleTime = 0;
+
+    std::uint64_t items = 0;  // of one request
+    std::uint64_t lineSize = 0;
+    bool keepsUnmapped = false;
+    bool writesUnmapped = false;
+};
+
+// One key. Where a value comes from beside the file is nobody's business: a default stands here and
+// nowhere else.
+struct ConfigKey {
+    using Place =
+        std::variant<std::string AgentConfig::*, std::uint64_t AgentConfig::*, bool AgentConfig::*>;
+
+    std::string_view section;
+    std::string_view name;
+    Place place;
+    // How values are written: "path", "size" (bytes, or "10G"), "seconds", "number", "percent",
+    // "port" or "flag".
+    std::string_view unit;
+    std::string_view initial;  // the default, as the file would say it
+    std::uint64_t least = 0;   // of numbers, sizes and times
+    std::uint64_t most = 0;
+    std::string_view meaning;
+};
+
+// In the order of the sections.
+std::span<const ConfigKey> ConfigKeys();
+
+// Suggests what somebody meant: the message for a name that is none of those known. The program's
+// own, since it knows how it speaks.
+using TellUnknown = std::string (*)(std::string_view what, std::string_view name,
+                                    const std::vector<std::string_view>& known);
+
+// Reads a file; what it leaves out keeps its default. False with one message, which names the file
+// and the line, when it can't be read, is no TOML, has a key that is not known, or a value that is
+// of the wrong kind or out of range; `*config` is then not to be used.
+bool ReadAgentConfig(const std::string& file, TellUnknown tellUnknown, AgentConfig* config,
+                     std::string* problem);
+
+// All effective values as a file of TOML that gives the same, each with its meaning ahead of it.
+std::string ShowAgentConfig(const AgentConfig& config);
+
+// A whole number of bytes, also with K, M, G or T behind it, powers of 1024. False for all else.
+bool ParseSize(std::string_view text, std::uint64_t* bytes);
+
+}  // namespace zel

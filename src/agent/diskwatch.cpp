@@ -1,0 +1,121 @@
+#include "agent/diskwatch.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "common/hostservices.h"
+#include "common/textbridge.h"
+#include "connection/resultwords.h"
+#include "connection/storefolders.h"
+
+// Two looks. Free space, each second: below the threshold nothing more is accepted, and again once
+// there is room by a margin, so that it does not flutter. The store's size, at times: beyond the
+// limit the store deletes its oldest folders; what went is told, and the ledger moves their records
+// from stored to purged.
+//
+// Sizes are taken by a walk of this file's own: the listing of the connection asks each folder's
+// lock, and to close a lock's file would give up the lock of this very process.
+
+namespace zel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint64_t megabyte = 0x100000;
+
+bool FreeBytes(const std::string& directory, std::uint64_t* bytes) {
+    std::wstring wide;
+    return wm::ToWide(directory, wide) && Succeeded(wm::FreeSpace().AvailableBytes(wide, bytes));
+}
+
+}  // namespace
+
+DiskWatch::DiskWatch(const AgentConfig& config, StoreSession& store, Spool& spool,
+                     Admission& admission, AgentLog& log, DiskSight& sight)
+    : config_(config),
+      store_(store),
+      spool_(spool),
+      admission_(admission),
+      log_(log),
+      sight_(sight) {}
+
+void DiskWatch::Look() {
+    LookAtVolumes();
+    const std::uint64_t now = wm::Clock().TickCount64();
+    if (now < nextSize_)
+        return;
+    LookAtSize();
+    nextSize_ = now + config_.storePurgeEvery * 1000;
+}
+
+// What can't be measured is taken for room, as the store does.
+void DiskWatch::LookAtVolumes() {
+    std::uint64_t free = UINT64_MAX;
+    for (const std::string* const path : {&config_.storePath, &config_.spoolPath}) {
+        std::uint64_t bytes = 0;
+        if (FreeBytes(*path, &bytes))
+            free = std::min(free, bytes);
+    }
+    sight_.freeBytes = free;
+    const std::uint64_t resume =
+        config_.diskStopBelow + config_.diskStopBelow / 100 * config_.diskResumePercent;
+    const bool wasStopped = isStopped_;
+    isStopped_ = free < (wasStopped ? resume : config_.diskStopBelow);
+    if (isStopped_ == wasStopped)
+        return;
+    admission_.SetDiskRoom(!isStopped_);
+    log_.Say(isStopped_ ? "the disk is full: nothing is accepted until " + ReadableBytes(resume) +
+                              " are free"
+                        : "there is room again: events are accepted");
+    nextSize_ = 0;  // a purge may make room
+}
+
+DiskWatch::Sizes DiskWatch::Measure() const {
+    Sizes sizes;
+    std::error_code error;
+    for (fs::recursive_directory_iterator it(config_.storePath, error), end; !error && it != end;
+         it.increment(error)) {
+        std::error_code vanished;
+        if (it.depth() == 0 && it->is_directory(vanished))
+            sizes.folders.push_back(it->path().filename().string());
+        const std::uintmax_t bytes =
+            it->is_regular_file(vanished) ? it->file_size(vanished) : std::uintmax_t{0};
+        sizes.bytes += vanished ? 0 : bytes;
+    }
+    return sizes;
+}
+
+void DiskWatch::LookAtSize() {
+    const Sizes before = Measure();
+    sight_.storeBytes = before.bytes;
+    sight_.folders = before.folders.size();
+    if (config_.storeMaxSize != 0 && before.bytes > config_.storeMaxSize)
+        Purge(before);
+}
+
+void DiskWatch::Purge(const Sizes& before) {
+    const auto limit = std::max<std::uint64_t>(config_.storeMaxSize / megabyte, 1);
+    const ZEL::HRESULT result = store_->Purge(static_cast<std::uint32_t>(limit));
+    if (Failed(result))
+        log_.SaySeldom("a purge failed: " + Describe(static_cast<std::int32_t>(result)));
+    const Sizes after = Measure();
+    std::vector<std::string> gone;
+    for (const std::string& folder : before.folders)
+        if (std::find(after.folders.begin(), after.folders.end(), folder) == after.folders.end())
+            gone.push_back(folder);
+    sight_.storeBytes = after.bytes;
+    sight_.folders = after.folders.size();
+    if (gone.empty())
+        return log_.SaySeldom("the store is larger than its limit, and no folder may go");
+    const std::uint64_t freed = before.bytes - std::min(before.bytes, after.bytes);
+    log_.purgedFolders += gone.size();
+    log_.purgedBytes += freed;
+    std::string problem;
+    if (!spool_.Purged(gone, &problem))
+        log_.Say(problem);
+    log_.Say("purged " + std::to_string(gone.size()) + " folder(s), " + ReadableBytes(freed) +
+             ": the limit is " + ReadableBytes(config_.storeMaxSize));
+}
+
+}  // namespace zel

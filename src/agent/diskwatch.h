@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agent/parts.h"
+#include "connection/storesession.h"
+
+namespace zel {
+
+// Keeps the store within its size and the volumes from filling up. For one thread.
+class DiskWatch {
+public:
+    // All outlive this; the store is open.
+    DiskWatch(const AgentConfig& config, StoreSession& store, Spool& spool, Admission& admission,
+              AgentLog& log, DiskSight& sight);
+
+    // To be called about once a second: looks at the free space, and at times at the size of the
+    // store, which then may be purged; that takes as long as the deleting.
+    void Look();
+
+private:
+    struct Sizes {
+        std::uint64_t bytes = 0;
+        std::vector<std::string> folders;
+    };
+
+    void LookAtVolumes();
+    void LookAtSize();
+    Sizes Measure() const;
+    void Purge(const Sizes& before);
+
+    const AgentConfig& config_;
+    StoreSession& store_;
+    Spool& spool_;
+    Admission& admission_;
+    AgentLog& log_;
+    DiskSight& sight_;
+    std::uint64_t nextSize_ = 0;  // in ticks
+    bool isStopped_ = false;
+};
+
+}  // namespace zel

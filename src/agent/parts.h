@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "agent/access.h"
+#include "agent/admission.h"
+#include "agent/agentlog.h"
+#include "agent/config.h"
+#include "agent/feeder.h"
+#include "agent/http.h"
+#include "agent/spool.h"
+#include "zelstore/ieventstore.h"
+
+namespace zel {
+
+// What the watch over the disk has last seen. Any thread.
+struct DiskSight {
+    std::atomic<std::uint64_t> storeBytes{0};
+    std::atomic<std::uint64_t> folders{0};
+    std::atomic<std::uint64_t> freeBytes{0};  // of the tighter of the two volumes
+};
+
+// The parts of a running service, for those who answer requests. All live as long as the server.
+struct AgentParts {
+    const AgentConfig& config;
+    ZEL::IEventStore7& store;
+    AgentLog& log;
+    Spool& spool;
+    Admission& admission;
+    Feeder& feeder;
+    DiskSight& disk;
+    const std::string started;            // UTC
+    const std::uint64_t startedUnix = 0;  // seconds since 1970
+    const std::string version;
+};
+
+// The ways in. Each reads the whole request, and answers once what it has taken is on the disk.
+void TakeEvents(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void TakeBulk(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void TakeLogs(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+
+// Why the service is not as it should be, in constant words: "replaying", "disk full", "spool
+// full", "store fails", "stalled". Empty when all is well.
+std::vector<std::string_view> Degraded(const AgentParts& parts);
+std::string StatusJson(const AgentParts& parts);
+std::string MetricsText(const AgentParts& parts);
+
+}  // namespace zel

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "agent/parts.h"
+
+namespace zel {
+
+// Which request goes where, and who may send it.
+class Routes final : public IHttpHandler {
+public:
+    // Both outlive this.
+    Routes(AgentParts& parts, const AccessTokens& tokens) : parts_(parts), tokens_(tokens) {}
+
+    std::optional<HttpReply> Refuse(const HttpHead& head) override;
+    void Handle(HttpRequest request, Answer answer) override;
+
+private:
+    AgentParts& parts_;
+    const AccessTokens& tokens_;
+};
+
+}  // namespace zel

@@ -1,0 +1,411 @@
+#include "agent/spool.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+// The spool is a table of requests in a database of SQLite, with what belongs to it in the same
+// transactions: the ids of the recent past and the ledger. So they can't contradict each other,
+// whenever the process is killed. In WAL mode with synchronous=FULL a commit is one write and one
+// fsync; the caller puts all requests that wait into one (group commit).
+//
+//   spool     one row for each request: its records in a body with a checksum, and how many
+//   ids       ids that were accepted, in the order of acceptance
+//   ledger    accepted, lost and purged, by name
+//   folders   how many records went into which folder of the store: what a purge takes with it
+//
+// A transaction that was cut off is not there after the next start, and nobody was told that it was
+// accepted. A row whose body does not fit its checksum any more counts as lost; a database that is
+// damaged as a whole is put aside.
+
+namespace zel {
+
+namespace {
+
+constexpr const char* schema =
+    "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=4000;"
+    "PRAGMA journal_size_limit=67108864; PRAGMA user_version=1;"
+    "CREATE TABLE IF NOT EXISTS spool(number INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS ids(number INTEGER PRIMARY KEY, at INTEGER NOT NULL,"
+    " id TEXT NOT NULL UNIQUE);"
+    "CREATE TABLE IF NOT EXISTS ledger(name TEXT PRIMARY KEY, value INTEGER NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS folders(name TEXT PRIMARY KEY, events INTEGER NOT NULL);";
+
+std::int64_t Checksum(std::string_view body) {
+    return static_cast<std::int64_t>(
+        ::crc32_z(0, reinterpret_cast<const Bytef*>(body.data()), body.size()));
+}
+
+void PutText(std::string_view text, std::string* body) {
+    const auto length = static_cast<std::uint32_t>(text.size());
+    char bytes[sizeof(length)];
+    std::memcpy(bytes, &length, sizeof(length));
+    body->append(bytes, sizeof(bytes)).append(text);
+}
+
+bool TakeText(std::string_view* rest, std::string_view* text) {
+    std::uint32_t length = 0;
+    if (rest->size() < sizeof(length))
+        return false;
+    std::memcpy(&length, rest->data(), sizeof(length));
+    rest->remove_prefix(sizeof(length));
+    if (rest->size() < length)
+        return false;
+    *text = rest->substr(0, length);
+    rest->remove_prefix(length);
+    return true;
+}
+
+bool ReadBody(SpooledRow* row) {
+    std::string_view rest = row->body;
+    while (!rest.empty()) {
+        SpooledRow::Record& record = row->records.emplace_back();
+        if (!TakeText(&rest, &record.key) || !TakeText(&rest, &record.receiveKey) ||
+            !TakeText(&rest, &record.record))
+            return false;
+    }
+    return row->records.size() == row->events;
+}
+
+// A statement that is prepared once and run many times.
+class Statement {
+public:
+    ~Statement() { ::sqlite3_finalize(statement_); }
+    Statement() = default;
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    bool Prepare(sqlite3* database, const char* text) {
+        return ::sqlite3_prepare_v3(database, text, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
+                                    nullptr) == SQLITE_OK;
+    }
+    Statement& Bind(int at, std::int64_t value) {
+        ::sqlite3_bind_int64(statement_, at, value);
+        return *this;
+    }
+    // The text has to live until Reset.
+    Statement& Bind(int at, std::string_view text) {
+        ::sqlite3_bind_text64(statement_, at, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+        return *this;
+    }
+    Statement& BindBlob(int at, std::string_view bytes) {
+        ::sqlite3_bind_blob64(statement_, at, bytes.data(), bytes.size(), SQLITE_STATIC);
+        return *this;
+    }
+    // Whether there is a row.
+    bool Step() { return ::sqlite3_step(statement_) == SQLITE_ROW; }
+    bool Run() { return ::sqlite3_step(statement_) == SQLITE_DONE && Reset(); }
+    bool Reset() { return ::sqlite3_reset(statement_) == SQLITE_OK; }
+    std::int64_t Number(int column) { return ::sqlite3_column_int64(statement_, column); }
+    std::string Text(int column) {
+        const void* const bytes = ::sqlite3_column_blob(statement_, column);
+        const auto size = static_cast<std::size_t>(::sqlite3_column_bytes(statement_, column));
+        return bytes != nullptr ? std::string(static_cast<const char*>(bytes), size) : "";
+    }
+
+private:
+    sqlite3_stmt* statement_ = nullptr;
+};
+
+// Makes a directory that only this user enters. One that is there stays as it is.
+bool MakeDirectory(const std::string& path, std::string* problem) {
+    if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)
+        return true;
+    *problem = "the spool " + path + " can't be made: " + std::strerror(errno);
+    return false;
+}
+
+}  // namespace
+
+struct Spool::Database {
+    sqlite3* handle = nullptr;
+    Statement append, next, drop, sum, addId, forgetIds, oldIds, addLedger, addFolder, purge,
+        folders;
+
+    ~Database() { Close(); }
+    // The statements go after it: SQLite keeps the database until then.
+    void Close() {
+        ::sqlite3_close_v2(handle);
+        handle = nullptr;
+    }
+    bool Run(const char* text) {
+        return ::sqlite3_exec(handle, text, nullptr, nullptr, nullptr) == SQLITE_OK;
+    }
+    std::string Problem() const {
+        return std::string("the spool: ") +
+               (handle != nullptr ? ::sqlite3_errmsg(handle) : "no memory");
+    }
+    bool Count(const char* name, std::uint64_t value) {
+        return value == 0 ||
+               addLedger.Bind(1, name).Bind(2, static_cast<std::int64_t>(value)).Run();
+    }
+    // Runs `work` as one transaction; what it has done is undone when it gives false.
+    template <typename Work>
+    bool Transact(std::string* problem, Work work) {
+        if (Run("BEGIN IMMEDIATE") && work() && Run("COMMIT"))
+            return true;
+        *problem = Problem();
+        Run("ROLLBACK");
+        return false;
+    }
+};
+
+Spool::Spool() : database_(std::make_unique<Database>()) {}
+Spool::~Spool() = default;
+
+bool Spool::Prepare(const std::string& file, std::string* problem) {
+    Database& database = *database_;
+    const auto prepare = [&](Statement& statement, const char* text) {
+        return statement.Prepare(database.handle, text);
+    };
+    const bool isGood =
+        ::sqlite3_open_v2(file.c_str(), &database.handle,
+                          SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOFOLLOW,
+                          nullptr) == SQLITE_OK &&
+        ::sqlite3_busy_timeout(database.handle, 1000) == SQLITE_OK &&
+        database.Run("PRAGMA locking_mode=EXCLUSIVE") && database.Run(schema) &&
+        prepare(database.append, "INSERT INTO spool(events, checksum, body) VALUES(?,?,?)") &&
+        prepare(database.next,
+                "SELECT number, events, checksum, body FROM spool WHERE number > ?"
+                " ORDER BY number LIMIT 1") &&
+        prepare(database.drop, "DELETE FROM spool WHERE number <= ?") &&
+        prepare(database.sum,
+                "SELECT coalesce(sum(events), 0), coalesce(sum(length(body)), 0),"
+                " coalesce(max(number), 0) FROM spool WHERE number <= ?") &&
+        prepare(database.addId, "INSERT OR IGNORE INTO ids(at, id) VALUES(?,?)") &&
+        prepare(database.forgetIds,
+                "DELETE FROM ids WHERE number <= (SELECT max(number) - ? FROM ids)") &&
+        prepare(database.oldIds,
+                "DELETE FROM ids WHERE number < coalesce((SELECT number FROM ids WHERE at >= ?"
+                " ORDER BY number LIMIT 1), 9223372036854775807)") &&
+        prepare(
+            database.addLedger,
+            "INSERT INTO ledger VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET value=value+?2") &&
+        prepare(database.addFolder,
+                "INSERT INTO folders VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET"
+                " events=events+?2") &&
+        prepare(database.purge, "DELETE FROM folders WHERE name = ? RETURNING events") &&
+        prepare(database.folders, "SELECT name FROM folders ORDER BY name");
+    if (!isGood)
+        *problem = database.Problem();
+    return isGood && ReadLedger(problem);
+}
+
+// Once, at the start: then the numbers are carried on.
+bool Spool::ReadLedger(std::string* problem) {
+    Ledger ledger;
+    Statement read;
+    const bool isGood =
+        read.Prepare(database_->handle,
+                     "SELECT (SELECT coalesce(sum(value), 0) FROM ledger WHERE name='accepted'),"
+                     " (SELECT coalesce(sum(value), 0) FROM ledger WHERE name='lost'),"
+                     " (SELECT coalesce(sum(value), 0) FROM ledger WHERE name='purged'),"
+                     " (SELECT coalesce(sum(events), 0) FROM folders),"
+                     " (SELECT coalesce(sum(events), 0) FROM spool),"
+                     " (SELECT coalesce(sum(length(body)), 0) FROM spool),"
+                     " (SELECT count(*) FROM ids), (SELECT coalesce(max(number), 0) FROM spool)");
+    if (!isGood || !read.Step()) {
+        *problem = database_->Problem();
+        return false;
+    }
+    const auto number = [&](int column) { return static_cast<std::uint64_t>(read.Number(column)); };
+    ledger = {number(0), number(3), number(4), number(1), number(2), number(5), number(6)};
+    const std::lock_guard hold(accountMutex_);
+    account_ = ledger;
+    lastRow_ = read.Number(7);
+    return true;
+}
+
+bool Spool::Open(const std::string& directory, const SpoolLimits& limits, std::string* problem) {
+    limits_ = limits;
+    const std::string file = directory + "/spool.db";
+    if (!MakeDirectory(directory, problem))
+        return false;
+    if (Prepare(file, problem))
+        return true;
+    const int code = ::sqlite3_extended_errcode(database_->handle) & 0xFF;
+    if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB)
+        return false;
+    const std::string aside = file + ".damaged-" + std::to_string(std::time(nullptr));
+    database_->Close();
+    for (const char* const part : {"", "-wal", "-shm"})
+        if (std::rename((file + part).c_str(), (aside + part).c_str()) != 0 && errno != ENOENT)
+            return false;
+    std::string again;
+    if (!Prepare(file, &again)) {
+        *problem = again;
+        return false;
+    }
+    *problem = "the spool was damaged and is kept as " + aside + "; a new one was begun (" +
+               *problem + ")";
+    return true;
+}
+
+// Of an item with an id that is known only the mark is set. Receive keys of such items are left
+// over, which harms nobody.
+bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiveKeys,
+                      std::size_t* usedKeys, Ledger* ledger) {
+    std::string body;
+    std::int64_t events = 0;
+    const std::int64_t now = std::time(nullptr);
+    for (SpoolItem& item : delivery.items) {
+        const std::string& receiveKey = receiveKeys[(*usedKeys)++];
+        item.isDuplicate = false;
+        if (!item.id.empty()) {
+            if (!database_->addId.Bind(1, now).Bind(2, item.id).Run())
+                return false;
+            item.isDuplicate = ::sqlite3_changes(database_->handle) == 0;
+            ledger->ids += item.isDuplicate ? 0 : 1;
+        }
+        if (item.isDuplicate)
+            continue;
+        ++events;
+        PutText(item.key, &body);
+        PutText(receiveKey, &body);
+        PutText(item.record, &body);
+    }
+    if (events == 0)
+        return true;
+    ledger->accepted += static_cast<std::uint64_t>(events);
+    ledger->waiting += static_cast<std::uint64_t>(events);
+    ledger->waitingBytes += body.size();
+    return database_->append.Bind(1, events).Bind(2, Checksum(body)).BindBlob(3, body).Run();
+}
+
+bool Spool::Append(std::span<Delivery* const> deliveries,
+                   const std::function<std::string()>& makeReceiveKey, std::string* problem) {
+    std::vector<std::string> receiveKeys;
+    for (const Delivery* const delivery : deliveries)
+        for (std::size_t i = 0; i < delivery->items.size(); ++i)
+            receiveKeys.push_back(makeReceiveKey());
+    const std::lock_guard hold(databaseMutex_);
+    const Ledger before = Account();
+    Ledger after = before;
+    std::size_t usedKeys = 0;
+    const bool isTaken = database_->Transact(problem, [&] {
+        return std::all_of(deliveries.begin(), deliveries.end(),
+                           [&](Delivery* delivery) {
+                               return AppendOne(*delivery, receiveKeys, &usedKeys, &after);
+                           }) &&
+               database_->Count("accepted", after.accepted - before.accepted);
+    });
+    if (!isTaken)
+        return false;
+    const std::lock_guard holdAccount(accountMutex_);
+    account_ = after;
+    if (after.accepted != before.accepted)
+        lastRow_ = ::sqlite3_last_insert_rowid(database_->handle);
+    return true;
+}
+
+std::optional<SpooledRow> Spool::Next(std::int64_t behind, std::string* problem) {
+    const std::lock_guard hold(databaseMutex_);
+    Statement& next = database_->next;
+    problem->clear();
+    if (!next.Bind(1, behind).Step()) {
+        if (!next.Reset())
+            *problem = database_->Problem();
+        return std::nullopt;
+    }
+    SpooledRow row;
+    row.number = next.Number(0);
+    row.events = static_cast<std::uint64_t>(next.Number(1));
+    const std::int64_t checksum = next.Number(2);
+    row.body = next.Text(3);
+    next.Reset();
+    row.isDamaged = Checksum(row.body) != checksum || !ReadBody(&row);
+    if (row.isDamaged)
+        row.records.clear();
+    return row;
+}
+
+// The oldest go first, by number and by age.
+bool Spool::ForgetIds(Ledger* ledger) {
+    const std::int64_t oldest = std::time(nullptr) - static_cast<std::int64_t>(limits_.idSeconds);
+    if (!database_->oldIds.Bind(1, oldest).Run())
+        return false;
+    ledger->ids -= std::min<std::uint64_t>(
+        ledger->ids, static_cast<std::uint64_t>(::sqlite3_changes(database_->handle)));
+    if (!database_->forgetIds.Bind(1, static_cast<std::int64_t>(limits_.ids)).Run())
+        return false;
+    ledger->ids -= std::min<std::uint64_t>(
+        ledger->ids, static_cast<std::uint64_t>(::sqlite3_changes(database_->handle)));
+    return true;
+}
+
+bool Spool::Drop(std::int64_t through, const std::string& folder, std::uint64_t lost,
+                 std::string* problem) {
+    const std::lock_guard hold(databaseMutex_);
+    Ledger after = Account();
+    const bool isDropped = database_->Transact(problem, [&] {
+        Statement& sum = database_->sum;
+        if (!sum.Bind(1, through).Step())
+            return false;
+        const auto events = static_cast<std::uint64_t>(sum.Number(0));
+        after.waitingBytes -= static_cast<std::uint64_t>(sum.Number(1));
+        sum.Reset();
+        after.waiting -= events;
+        after.lost += lost;
+        after.stored += events - lost;
+        return database_->drop.Bind(1, through).Run() && database_->Count("lost", lost) &&
+               database_->addFolder.Bind(1, folder)
+                   .Bind(2, static_cast<std::int64_t>(events - lost))
+                   .Run() &&
+               ForgetIds(&after);
+    });
+    const std::lock_guard holdAccount(accountMutex_);
+    if (isDropped)
+        account_ = after;
+    return isDropped;
+}
+
+bool Spool::Purged(std::span<const std::string> folders, std::string* problem) {
+    const std::lock_guard hold(databaseMutex_);
+    Ledger after = Account();
+    const bool isCounted = database_->Transact(problem, [&] {
+        std::uint64_t events = 0;
+        for (const std::string& folder : folders) {
+            Statement& purge = database_->purge;
+            if (purge.Bind(1, folder).Step())
+                events += static_cast<std::uint64_t>(purge.Number(0));
+            if (!purge.Reset())
+                return false;
+        }
+        after.stored -= events;
+        after.purged += events;
+        return database_->Count("purged", events);
+    });
+    const std::lock_guard holdAccount(accountMutex_);
+    if (isCounted)
+        account_ = after;
+    return isCounted;
+}
+
+std::vector<std::string> Spool::Folders() {
+    const std::lock_guard hold(databaseMutex_);
+    std::vector<std::string> names;
+    while (database_->folders.Step())
+        names.push_back(database_->folders.Text(0));
+    database_->folders.Reset();
+    return names;
+}
+
+Ledger Spool::Account() const {
+    const std::lock_guard hold(accountMutex_);
+    return account_;
+}
+
+std::int64_t Spool::LastRow() const {
+    const std::lock_guard hold(accountMutex_);
+    return lastRow_;
+}
+
+}  // namespace zel

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+// What was accepted and is not in the store yet, on the disk. A record that stands here outlives
+// the process and the power, so a sender may forget it.
+namespace zel {
+
+// One record on its way. Texts are UTF-8.
+struct SpoolItem {
+    std::string id;  // of the sender; empty: none
+    std::string key;
+    std::string record;
+    bool isDuplicate = false;  // set by Append: its id was accepted before
+};
+
+// The records of one request: all of them are taken or none.
+struct Delivery {
+    std::vector<SpoolItem> items;
+};
+
+// What was appended together, as it stands in the spool.
+struct SpooledRow {
+    std::int64_t number = 0;
+    struct Record {
+        std::string_view key;
+        std::string_view receiveKey;
+        std::string_view record;
+    };
+    std::vector<Record> records;  // views into `body`
+    std::string body;
+    bool isDamaged = false;  // what it held is gone: so many records
+    std::uint64_t events = 0;
+};
+
+// Where all records are that were ever accepted: accepted = stored + waiting + lost + purged. In
+// records; kept from one process to the next.
+struct Ledger {
+    std::uint64_t accepted = 0;
+    std::uint64_t stored = 0;
+    std::uint64_t waiting = 0;
+    std::uint64_t lost = 0;
+    std::uint64_t purged = 0;
+    std::uint64_t waitingBytes = 0;
+    std::uint64_t ids = 0;  // that are remembered
+};
+
+struct SpoolLimits {
+    std::uint64_t ids = 0;
+    std::uint64_t idSeconds = 0;
+};
+
+// One database of SQLite, which the source tells about. Any thread, but for Append: one at a time.
+// What fails leaves the spool as it was; `*problem` says why, in words for people.
+class Spool {
+public:
+    Spool();
+    ~Spool();
+    Spool(const Spool&) = delete;
+    Spool& operator=(const Spool&) = delete;
+
+    // Makes the directory (mode 0700) and the database where they are missing. A database that
+    // can't be read is put aside under another name, which `*problem` tells although it succeeds:
+    // what it held is not lost for those who can mend it, and the service goes on.
+    bool Open(const std::string& directory, const SpoolLimits& limits, std::string* problem);
+
+    // Takes all deliveries or none, and returns when they are on the disk. Of items with one id
+    // only the first is taken, also over deliveries. `makeReceiveKey` is called for each record
+    // taken, in order, under no lock; its keys have to grow.
+    bool Append(std::span<Delivery* const> deliveries,
+                const std::function<std::string()>& makeReceiveKey, std::string* problem);
+
+    // The row that follows, in the order of acceptance; none when there is none yet. A failure to
+    // read is none as well, with its problem.
+    std::optional<SpooledRow> Next(std::int64_t behind, std::string* problem);
+
+    // The rows up to that one are in the store, in its folder `folder`, but for `lost` records of
+    // them. To be called when the store has them on the disk.
+    bool Drop(std::int64_t through, const std::string& folder, std::uint64_t lost,
+              std::string* problem);
+    // These folders of the store are gone.
+    bool Purged(std::span<const std::string> folders, std::string* problem);
+    // Folders that hold what was stored.
+    std::vector<std::string> Folders();
+
+    // At one moment: the equation holds. Waits for no disk.
+    Ledger Account() const;
+    // The last row that was appended; 0 when there was none.
+    std::int64_t LastRow() const;
+
+private:
+    struct Database;
+
+    bool Prepare(const std::string& file, std::string* problem);
+    bool ReadLedger(std::string* problem);
+    bool AppendOne(Delivery& delivery, const std::vector<std::string>& receiveKeys,
+                   std::size_t* usedKeys, Ledger* ledger);
+    bool ForgetIds(Ledger* ledger);
+
+    const std::unique_ptr<Database> database_;
+    SpoolLimits limits_;
+    std::mutex databaseMutex_;  // around all use of the database
+
+    mutable std::mutex accountMutex_;  // inside the other
+    Ledger account_;
+    std::int64_t lastRow_ = 0;
+};
+
+}  // namespace zel

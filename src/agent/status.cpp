@@ -1,0 +1,166 @@
+#include <ctime>
+
+#include "agent/parts.h"
+#include "common/hostservices.h"
+#include "records/recordwriter.h"
+
+// What the service tells of itself, twice: for programs that ask once, and for scrapers. Both take
+// the ledger at one moment, so the equation holds in each answer.
+
+namespace zel {
+
+namespace {
+
+struct Family {
+    const char* name;
+    const char* type;
+    const char* help;
+};
+
+void Head(const Family& family, std::string* text) {
+    *text += std::string("# HELP ") + family.name + " " + family.help + "\n# TYPE " + family.name +
+             " " + family.type + "\n";
+}
+
+void Sample(const Family& family, std::uint64_t value, std::string* text) {
+    Head(family, text);
+    *text += std::string(family.name) + " " + std::to_string(value) + "\n";
+}
+
+double Seconds(std::uint64_t sinceTick) {
+    return sinceTick == 0 ? 0.0
+                          : static_cast<double>(wm::Clock().TickCount64() - sinceTick) / 1000.0;
+}
+
+}  // namespace
+
+std::vector<std::string_view> Degraded(const AgentParts& parts) {
+    constexpr std::uint64_t tooLongMs = 60000;
+    std::vector<std::string_view> words;
+    if (!parts.feeder.HasReplayed())
+        words.emplace_back("replaying");
+    if (!parts.admission.HasDiskRoom())
+        words.emplace_back("disk full");
+    else if (!parts.admission.HasRoom())
+        words.emplace_back("spool full");
+    if (parts.feeder.StoreFails())
+        words.emplace_back("store fails");
+    if (parts.feeder.SilentMs() > tooLongMs)
+        words.emplace_back("stalled");
+    return words;
+}
+
+namespace {
+
+void WriteLedger(const AgentParts& parts, const Ledger& ledger, RecordWriter& writer) {
+    std::uint64_t rejected = 0;
+    for (const auto& [kind, count] : parts.log.Rejected())
+        rejected += count;
+    writer.Key("ledger").BeginObject();
+    writer.Key("accepted").Number(ledger.accepted).Key("stored").Number(ledger.stored);
+    writer.Key("waiting").Number(ledger.waiting).Key("lost").Number(ledger.lost);
+    writer.Key("purged").Number(ledger.purged).EndObject();
+    writer.Key("duplicate").Number(parts.log.duplicates);
+    writer.Key("rejected").Number(rejected).Key("rejected_by").BeginObject();
+    for (const auto& [kind, count] : parts.log.Rejected())
+        writer.Key(kind).Number(count);
+    writer.EndObject();
+}
+
+void WriteStore(const AgentParts& parts, const Ledger& ledger, RecordWriter& writer) {
+    writer.Key("spool").BeginObject().Key("path").Text(parts.config.spoolPath);
+    writer.Key("bytes").Number(ledger.waitingBytes).Key("max_bytes");
+    writer.Number(parts.config.spoolMaxSize).Key("held_requests").Number(parts.admission.Waiting());
+    writer.Key("ids").Number(ledger.ids).Key("max_ids").Number(parts.config.idsKept);
+    writer.Key("ids_age_seconds").Number(parts.config.idsAge).EndObject();
+    writer.Key("store").BeginObject().Key("path").Text(parts.config.storePath);
+    writer.Key("bytes").Number(parts.disk.storeBytes).Key("max_bytes");
+    writer.Number(parts.config.storeMaxSize).Key("folders").Number(parts.disk.folders);
+    writer.Key("disk_free_bytes").Number(parts.disk.freeBytes);
+    writer.Key("purged_folders").Number(parts.log.purgedFolders);
+    writer.Key("purged_bytes").Number(parts.log.purgedBytes).EndObject();
+}
+
+}  // namespace
+
+std::string StatusJson(const AgentParts& parts) {
+    const Ledger ledger = parts.spool.Account();
+    const auto degraded = Degraded(parts);
+    std::string text;
+    RecordWriter writer(&text);
+    writer.BeginObject().Key("version").Text(parts.version);
+    writer.Key("started")
+        .Text(parts.started)
+        .Key("ready")
+        .Json(degraded.empty() ? "true" : "false");
+    writer.Key("degraded").BeginArray();
+    for (const std::string_view word : degraded)
+        writer.Text(word);
+    writer.EndArray();
+    WriteLedger(parts, ledger, writer);
+    WriteStore(parts, ledger, writer);
+    writer.Key("connections").Number(parts.log.connections);
+    writer.Key("requests_in_flight").Number(parts.log.inFlight);
+    writer.Key("last_messages").BeginArray();
+    for (const AgentLog::Entry& entry : parts.log.Last())
+        writer.BeginObject().Key("time").Text(entry.time).Key("text").Text(entry.text).EndObject();
+    writer.EndArray().EndObject();
+    return text + "\n";
+}
+
+std::string MetricsText(const AgentParts& parts) {
+    const Ledger ledger = parts.spool.Account();
+    std::string text;
+    Head({"zel_build_info", "gauge", "The version."}, &text);
+    text += "zel_build_info{version=\"" + parts.version + "\"} 1\n";
+    const struct {
+        Family family;
+        std::uint64_t value;
+    } rows[] = {
+        {{"zel_start_time_seconds", "gauge", "When the service started."}, parts.startedUnix},
+        {{"zel_ready", "gauge", "Whether all is well."}, Degraded(parts).empty() ? 1U : 0U},
+        {{"zel_events_accepted_total", "counter", "Events that were acknowledged, ever."},
+         ledger.accepted},
+        {{"zel_events_stored_total", "counter", "Of these: those that reached the store."},
+         ledger.stored + ledger.purged},
+        {{"zel_events_lost_total", "counter", "Of these: those that were lost."}, ledger.lost},
+        {{"zel_events_purged_total", "counter", "Of those stored: those that were purged."},
+         ledger.purged},
+        {{"zel_events_duplicate_total", "counter", "Events whose id was known."},
+         parts.log.duplicates},
+        {{"zel_spool_events", "gauge", "Events that wait in the spool."}, ledger.waiting},
+        {{"zel_spool_bytes", "gauge", "What waits in the spool."}, ledger.waitingBytes},
+        {{"zel_spool_limit_bytes", "gauge", "How much may wait there."}, parts.config.spoolMaxSize},
+        {{"zel_held_requests", "gauge", "Requests that wait for room or for the disk."},
+         parts.admission.Waiting()},
+        {{"zel_known_ids", "gauge", "Ids that are remembered."}, ledger.ids},
+        {{"zel_store_bytes", "gauge", "What the store takes."}, parts.disk.storeBytes},
+        {{"zel_store_limit_bytes", "gauge", "What it may take; 0: no limit."},
+         parts.config.storeMaxSize},
+        {{"zel_folders", "gauge", "Folders of the store."}, parts.disk.folders},
+        {{"zel_purged_bytes_total", "counter", "What purges have deleted."}, parts.log.purgedBytes},
+        {{"zel_disk_free_bytes", "gauge", "Free space of the tighter volume."},
+         parts.disk.freeBytes},
+        {{"zel_connections", "gauge", "Connections that are open."}, parts.log.connections},
+        {{"zel_http_in_flight_requests", "gauge", "Requests that are being answered."},
+         parts.log.inFlight},
+    };
+    for (const auto& row : rows)
+        Sample(row.family, row.value, &text);
+    Head({"zel_last_flush_age_seconds", "gauge", "Since the store last took from the spool."},
+         &text);
+    text += "zel_last_flush_age_seconds " + std::to_string(Seconds(parts.feeder.LastFlushTick())) +
+            "\n";
+    Head({"zel_events_rejected_total", "counter", "Events that were no records, by reason."},
+         &text);
+    for (const auto& [kind, count] : parts.log.Rejected())
+        text.append("zel_events_rejected_total{reason=\"").append(kind).append("\"} ") +=
+            std::to_string(count) + "\n";
+    Head({"zel_http_requests_total", "counter", "Requests by route and answer; 0: cut."}, &text);
+    for (const auto& [route, count] : parts.log.Requests())
+        text.append("zel_http_requests_total{route=\"").append(route.first) +=
+            "\",code=\"" + std::to_string(route.second) + "\"} " + std::to_string(count) + "\n";
+    return text;
+}
+
+}  // namespace zel

@@ -1,0 +1,96 @@
+#include <algorithm>
+
+#include "agent/body.h"
+#include "agent/intake.h"
+#include "agent/parts.h"
+#include "common/jsontext.h"
+#include "common/textbridge.h"
+
+// POST /v1/events: lines of any format, or a file of one that has no lines. The answer counts what
+// became of them and tells the first that were rejected, each by its line.
+
+namespace zel {
+
+namespace {
+
+constexpr std::size_t mostTold = 20;
+
+using Problems = std::vector<std::pair<std::uint64_t, IntakeProblem>>;
+
+// A file is told by its first bytes alone; everything else is lines. False, with the reply, for a
+// body that can't be told apart.
+bool ReadBody(const HttpRequest& request, Intake& intake, Problems* problems, HttpReply* reply) {
+    const std::string& key = request.head.idempotencyKey;
+    const auto idOf = [&](std::uint64_t number) {
+        return key.empty() ? key : key + "-" + std::to_string(number);
+    };
+    const auto note = [&](std::uint64_t number, const Intake::Outcome& outcome) {
+        if (!outcome.problem.kind.empty())
+            problems->emplace_back(number, outcome.problem);
+    };
+    if (const Format* const file = FindFileFormat(request.body)) {
+        std::string error;
+        if (intake.TakeFile(*file, request.body, idOf(0), problems, &error))
+            return true;
+        *reply = PlainReply(400, error);
+        return false;
+    }
+    const bool isGood = ForEachLine(request.body, [&](std::string_view line, std::uint64_t number) {
+        note(number, intake.TakeLine(line, idOf(number)));
+    });
+    note(0, intake.End());
+    if (!isGood)
+        *reply = PlainReply(400, "the body begins as a JSON array and is none");
+    return isGood;
+}
+
+std::string Summary(const Delivery& delivery, const Problems& problems, std::uint64_t duplicates) {
+    std::string text = "{\"accepted\":" + std::to_string(delivery.items.size() - duplicates) +
+                       ",\"duplicate\":" + std::to_string(duplicates) +
+                       ",\"rejected\":" + std::to_string(problems.size()) + ",\"errors\":[";
+    for (std::size_t i = 0; i < std::min(problems.size(), mostTold); ++i) {
+        const auto& [line, problem] = problems[i];
+        const std::string reason = problem.Text();
+        text.append(i > 0 ? "," : "").append("{\"line\":" + std::to_string(line) + ",\"reason\":");
+        text += wm::JsonString(wm::IsUtf8(reason) ? reason : std::string(problem.kind)) + "}";
+    }
+    return text + "]}\n";
+}
+
+}  // namespace
+
+void TakeEvents(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer) {
+    std::string words;
+    if (const int status =
+            UnpackBody(request.head, parts.config.inflatedSize, &request.body, &words))
+        return answer(PlainReply(status, words));
+    Intake intake(parts.store, parts.config);
+    auto problems = std::make_shared<Problems>();
+    HttpReply refusal;
+    if (!ReadBody(request, intake, problems.get(), &refusal))
+        return answer(std::move(refusal));
+    auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
+    auto done = [&parts, delivery, problems, answer](Verdict verdict) {
+        if (verdict == Verdict::noRoom) {
+            HttpReply reply{503,
+                            "application/json",
+                            "{\"accepted\":0,\"reason\":\"there is no room; nothing was taken\"}\n",
+                            {{"Retry-After", "5"}}};
+            return answer(std::move(reply));
+        }
+        for (const auto& [line, problem] : *problems)
+            parts.log.CountRejected(problem.kind);
+        const auto duplicates = static_cast<std::uint64_t>(
+            std::count_if(delivery->items.begin(), delivery->items.end(),
+                          [](const SpoolItem& item) { return item.isDuplicate; }));
+        parts.log.duplicates += duplicates;
+        HttpReply reply;
+        reply.body = Summary(*delivery, *problems, duplicates);
+        answer(std::move(reply));
+    };
+    if (delivery->items.empty())
+        return done(Verdict::taken);
+    parts.admission.Submit(delivery, std::move(done));
+}
+
+}  // namespace zel

@@ -1,0 +1,53 @@
+#include <cstdio>
+
+#include "agent/agent.h"
+#include "agent/config.h"
+#include "zel/commands.h"
+#include "zel/terminal/messages.h"
+#include "zel/terminal/narrator.h"
+#include "zel/terminal/textfit.h"
+
+// The commands of the service. What it does stands in src/agent; here it meets the program: its
+// configuration file, its messages, its end.
+
+namespace zel {
+
+namespace {
+
+bool ReadConfig(const std::string& file, AgentConfig* config) {
+    std::string problem;
+    const bool isRead = ReadAgentConfig(file, UnknownName, config, &problem);
+    if (!isRead)
+        Say(problem);
+    return isRead;
+}
+
+}  // namespace
+
+int RunConfigShow(const ServeOptions& options) {
+    AgentConfig config;
+    if (!options.config.empty() && !ReadConfig(options.config, &config))
+        return exitCode::usage;
+    std::fputs(ShowAgentConfig(config).c_str(), stdout);
+    return exitCode::done;
+}
+
+int RunServe(const ServeOptions& options) {
+    AgentConfig config;
+    if (!ReadConfig(options.config.empty() ? defaultConfigFile : options.config, &config))
+        return exitCode::usage;
+    if (options.check) {
+        Say("the configuration is good");
+        return exitCode::done;
+    }
+    switch (RunAgent(config, ZEL_VERSION, Terminal(), InterruptDescriptor())) {
+        case AgentEnd::notBegun:
+            return exitCode::noStore;
+        case AgentEnd::left:
+            return exitCode::losses;
+        default:
+            return Terminated() ? exitCode::done : exitCode::interrupted;
+    }
+}
+
+}  // namespace zel

@@ -1,0 +1,256 @@
+"""zel serve as its peers meet it: what is acknowledged is in the store, whatever happens to the service.
+
+serve.py ZEL SAMPLE RAW EVENTLOG
+"""
+import base64
+import gzip
+import http.client
+import json
+import lzma
+import os
+import random
+import signal
+import socket
+import subprocess
+import sys
+import threading
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
+from zelcommand import Zel, read_records  # noqa: E402
+
+LIMIT = 60  # seconds that nothing may take
+
+
+class Socket(http.client.HTTPConnection):
+    def __init__(self, path):
+        super().__init__("localhost", timeout=LIMIT)
+        self.path = path
+
+    def connect(self):
+        self.sock = socket.socket(socket.AF_UNIX)
+        self.sock.settimeout(LIMIT)
+        self.sock.connect(self.path)
+
+
+class Service:
+    """One service on the store of `zel`, with a configuration; ends with the block."""
+
+    def __init__(self, zel, **settings):
+        self.zel, self.socket = zel, os.path.join(zel.folder, "s")
+        self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.notify.settimeout(LIMIT)
+        name = os.path.join(zel.folder, "notify")
+        if os.path.exists(name):
+            os.unlink(name)
+        self.notify.bind(name)
+        config = {"store": {"path": zel.store}, "spool": {"path": zel.folder + "/spool"}, "http": {"socket": self.socket}}
+        for key, value in settings.items():
+            section, _, name_of = key.partition("_")
+            config.setdefault(section, {})[name_of] = value
+        self.file = os.path.join(zel.folder, "zel.toml")
+        with open(self.file, "w", encoding="utf-8") as file:
+            for section, keys in config.items():
+                file.write(f"[{section}]\n" + "".join(f"{k} = {json.dumps(v)}\n" for k, v in keys.items()))
+        self.process = subprocess.Popen(
+            [zel.program, "serve", "--config", self.file], stderr=subprocess.PIPE,
+            env=dict(zel.environment, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
+        self.told = []
+        self.await_word("READY=1")
+
+    def await_word(self, word):
+        while word not in self.told:
+            self.told.append(self.notify.recv(4096).decode())
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.end(signal.SIGTERM)
+
+    def end(self, how):
+        self.process.send_signal(how)
+        self.said = self.process.communicate(timeout=LIMIT)[1].decode()
+        return self.process.returncode
+
+    def ask(self, method, path, body=None, headers=None, connection=None):
+        connection = connection or Socket(self.socket)
+        connection.request(method, path, body, headers or {})
+        answer = connection.getresponse()
+        return answer.status, answer.read(), answer
+
+    def events(self, lines, **headers):
+        status, body, _ = self.ask("POST", "/v1/events", b"\n".join(lines), headers)
+        return json.loads(body) if status == 200 else status
+
+    def status(self):
+        return json.loads(self.ask("GET", "/v1/status")[1])
+
+    def is_cut(self, method, path, body=None):
+        try:
+            self.ask(method, path, body)
+        except (http.client.RemoteDisconnected, ConnectionResetError, BrokenPipeError):
+            return True
+        return False
+
+
+def holds(ledger):
+    return ledger["accepted"] == ledger["stored"] + ledger["waiting"] + ledger["lost"] + ledger["purged"]
+
+
+def record(number):
+    return (b'{"artifacts":{"target":{"object_type":"file","path":{"value":["C:\\\\%d"]}}},"action":["create"],'
+            b'"begin_time":{"value":"2026-11-12T10:00:00.000Z"},"seq_num":%d}' % (number, number))
+
+
+def check_forms(zel, sample, raw, event_log):
+    """Every format, packed and not; what is wrong is told by its line; a stop leaves all in the store."""
+    with Service(zel) as service:
+        zel.check("records", {"accepted": len(sample), "duplicate": 0, "rejected": 0, "errors": []}, service.events(sample))
+        zel.check("mixed", 2, service.events([sample[0], b"", b"nonsense", raw[0]])["accepted"])
+        zel.check("its line", 3, service.events([sample[0], b"", b"nonsense", raw[0]])["errors"][0]["line"])
+        for what, body, headers in (
+                ("gzip", gzip.compress(b"\n".join(raw)), {"Content-Encoding": "gzip"}),
+                ("array", b"[" + b",".join(raw) + b"]", {}), ("event log", event_log, {})):
+            zel.check(what, 200, service.ask("POST", "/v1/events", body, headers)[0])
+        chunked = service.ask("PUT", "/v1/events", iter([sample[1] + b"\n", sample[2]]))
+        zel.check("chunked", 2, json.loads(chunked[1])["accepted"])
+        lines = [b'{"create":{"_index":"e","_id":"1"}}', sample[0], b"", b'{"index":{"_index":"e","_id":"1"}}', sample[0],
+                 b'{"index":{}}', b"bad", b'{"update":{"_id":"2"}}', b"{}", b'{"index":{"op_type":"create","_index":"e"}}', sample[1]]
+        for expected in ([201, 200, 400, 400, 201], [409, 200, 400, 400, 201]):
+            status, body, answer = service.ask("POST", "/_bulk", b"\n".join(lines))
+            got = [list(item.values())[0]["status"] for item in json.loads(body)["items"]]
+            zel.check("bulk", (200, expected, "Elasticsearch"), (status, got, answer.getheader("X-Elastic-Product")))
+        zel.check("no action", 400, service.ask("POST", "/_bulk", b"what\n")[0])
+        log = {"resourceLogs": [{"scopeLogs": [{"logRecords": [
+            {"body": {"stringValue": sample[3].decode()}}, {"body": {"stringValue": "no event"}}]}]}]}
+        status, body, _ = service.ask("POST", "/v1/logs", json.dumps(log), {"Content-Type": "application/json"})
+        zel.check("otlp", (200, "1"), (status, json.loads(body)["partialSuccess"]["rejectedLogRecords"]))
+        zel.check("protobuf", 415, service.ask("POST", "/v1/logs", b"x", {"Content-Type": "application/x-protobuf"})[0])
+        state = service.status()
+        zel.check("ledger", (True, 2), (holds(state["ledger"]), state["duplicate"] - 1))
+        service.await_word("WATCHDOG=1")
+    service.await_word("STOPPING=1")
+    zel.check("end", 0, service.process.returncode)
+    expected = set(zel.run("ingest", "--keys-only", "--keep-unmapped", given=b"\n".join(sample)).stdout.split(b"\n"))
+    zel.check("all records", set(), expected - set(zel.rows("--since", "2000-01-01", "--print-keys")) - {b""})
+
+
+def check_bounds(zel, sample):
+    """Large, slow and foreign peers cost nobody else anything."""
+    bomb = gzip.compress(b" " * (3 << 20))
+    with Service(zel, http_inflated_size="1M", http_body_size="1M", http_header_time=1, http_connections=8,
+                 intake_line_size="2K") as service:
+        zel.check("bomb", 413, service.ask("POST", "/v1/events", bomb, {"Content-Encoding": "gzip"})[0])
+        zel.check("length", 413, service.ask("POST", "/v1/events", None, {"Content-Length": "2000000"})[0])
+        zel.check("encoding", 415, service.ask("POST", "/v1/events", b"x", {"Content-Encoding": "br"})[0])
+        zel.check("long line", 1, service.events([sample[0], b"x" * 3000])["rejected"])
+        for what, expected, arguments in (
+                ("host", 421, ("GET", "/", None, {"Host": "evil"})), ("page", 403, ("GET", "/", None, {"Origin": "http://x"})),
+                ("unknown", 404, ("GET", "/_search")), ("method", 405, ("DELETE", "/metrics")),
+                ("set up", 400, ("PUT", "/_ilm/policy/x", b"{}")), ("life", 200, ("GET", "/healthz")),
+                ("two lengths", 400, ("POST", "/v1/events", b"x", {"Transfer-Encoding": "chunked", "Content-Length": "1"}))):
+            zel.check(what, expected, service.ask(*arguments)[0])
+        slow = [Socket(service.socket) for _ in range(30)]
+        for peer in slow:
+            peer.connect()
+            peer.sock.sendall(b"POST /v1/events HTTP/1.1\r\nHos")
+        zel.check("meanwhile", 1, service.events(sample[:1])["accepted"])
+        zel.check("half heads end", {b""}, {end_of(peer.sock) for peer in slow})
+
+
+def end_of(peer):
+    try:
+        return peer.recv(1)
+    except ConnectionResetError:
+        return b""
+
+
+def check_port(zel, sample):
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        port = probe.getsockname()[1]
+    write, read = "w" * 43, "r" * 43
+    for name, token in (("write", write), ("read", read)):
+        with open(os.path.join(zel.folder, name), "w", encoding="utf-8") as file:
+            file.write(token + "\n")
+    basic = base64.b64encode(f"any:{write}".encode()).decode()
+    with Service(zel, http_port=port, http_write_token_file=zel.folder + "/write",
+                 http_read_token_file=zel.folder + "/read") as service:
+        for sign, writes, reads in (("", 401, 401), ("Bearer " + write, 200, 401), ("Basic " + basic, 200, 401),
+                                    ("ApiKey " + basic, 200, 401), ("Bearer " + read, 401, 200), ("Bearer x", 401, 401)):
+            headers = {"Authorization": sign} if sign else {}
+            got = [service.ask(*what, headers, http.client.HTTPConnection("127.0.0.1", port, timeout=LIMIT))[0]
+                   for what in (("POST", "/v1/events", sample[0]), ("GET", "/v1/status", None))]
+            zel.check(sign[:8], [writes, reads], got)
+
+
+def check_room(zel, sample):
+    """Without room nothing is taken and every sender hears what makes it wait; a full spool is only slow."""
+    with Service(zel, store_stop_below="1000T", spool_hold=0) as service:
+        zel.check("events", 503, service.events(sample[:1]))
+        zel.check("bulk", True, service.is_cut("POST", "/_bulk", b'{"index":{}}\n' + sample[0]))
+        zel.check("health", True, service.is_cut("GET", "/_cat/health"))
+        zel.check("readiness", (503, ["disk full"]), (service.ask("GET", "/readyz")[0], service.status()["degraded"]))
+    with Service(zel, spool_max_size="1M", spool_hold=60) as service:
+        zel.check("full, then taken", [len(sample)] * 2, [service.events(sample)["accepted"] for _ in range(2)])
+        zel.check("ledger", True, holds(service.status()["ledger"]))
+
+
+def check_purge(zel, sample):
+    zel.run("ingest", given=b"\n".join(sample))
+    today = next(name for name in os.listdir(zel.store) if name.isdigit())
+    os.rename(os.path.join(zel.store, today), os.path.join(zel.store, "20200101"))
+    with Service(zel, store_max_size="1M", store_purge_every=1) as service:
+        while not service.status()["store"]["purged_folders"]:
+            time.sleep(0.1)
+    zel.check("oldest folder", False, os.path.exists(os.path.join(zel.store, "20200101")))
+
+
+def check_kills(zel, cycles):
+    """Two senders that repeat what was not acknowledged, and a service that is killed again and again."""
+    rolls = random.Random(1)
+    service, stop, acknowledged = Service(zel), threading.Event(), [0, 0]
+
+    def send(sender):
+        while not stop.is_set():
+            first = acknowledged[sender] * 5 + sender * 1000000
+            try:
+                answer = service.events([record(first + i) for i in range(5)],
+                                        **{"Idempotency-Key": f"{sender}-{acknowledged[sender]}"})
+                acknowledged[sender] += isinstance(answer, dict)
+            except (OSError, http.client.HTTPException):
+                time.sleep(0.01)
+
+    senders = [threading.Thread(target=send, args=(sender,)) for sender in (0, 1)]
+    for sender in senders:
+        sender.start()
+    for _ in range(cycles):
+        time.sleep(rolls.uniform(0.01, 0.4))  # where it is killed; nothing is expected of it
+        service.end(signal.SIGKILL)
+        service = Service(zel)
+    stop.set()
+    for sender in senders:
+        sender.join()
+    zel.check("ledger", True, holds(service.status()["ledger"]))
+    zel.check("end", 0, service.end(signal.SIGTERM))
+    got = sorted(json.loads(row)["seq_num"] for row in zel.rows("--since", "2000-01-01", "--duplicates"))
+    sent = sorted(sender * 1000000 + i for sender in (0, 1) for i in range(acknowledged[sender] * 5))
+    zel.check("each once", (len(sent), []), (len(got), sorted(set(sent) ^ set(got))[:10]))
+
+
+def main():
+    sample, raw = read_records(sys.argv[2]), read_records(sys.argv[3])
+    event_log = lzma.open(sys.argv[4]).read()
+    failures = 0
+    for check, arguments in ((check_forms, (sample, raw, event_log)), (check_bounds, (sample,)), (check_port, (sample,)),
+                             (check_room, (sample,)), (check_purge, (sample,)), (check_kills, (15,))):
+        with Zel(sys.argv[1]) as zel:
+            began = time.time()
+            check(zel, *arguments)
+            failures += zel.failures
+            print(f"{check.__name__}: {time.time() - began:.1f} s")
+    return 1 if failures else 0
+
+
+sys.exit(main())
