@@ -20,6 +20,10 @@ install(TARGETS zelsqlite LIBRARY DESTINATION ${component_folder} COMPONENT runt
 install(FILES README.md CHANGELOG.md LICENSE SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT runtime FILES_MATCHING PATTERN *.md)
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+# The service: what the service manager reads, and a configuration to begin with.
+install(FILES packaging/zel.service DESTINATION lib/systemd/system COMPONENT runtime)
+install(FILES packaging/zel.sysusers DESTINATION lib/sysusers.d RENAME zel.conf COMPONENT runtime)
+install(FILES packaging/zel.toml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 install(FILES docs/zel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES completions/zel.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME zel COMPONENT runtime)

@@ -88,7 +88,11 @@ Admission::Waiters Admission::TakeExpiredLocked() {
 void Admission::Main() {
     std::unique_lock hold(mutex_);
     for (;;) {
-        changed_.wait(hold, [&] { return stopping_ || !waiters_.empty(); });
+        const auto hasWork = [&] { return stopping_ || !waiters_.empty(); };
+        // Senders who ask for health before they send again have to be let in some time.
+        if (!works_ && !changed_.wait_for(hold, retryPause, hasWork))
+            works_ = true;
+        changed_.wait(hold, hasWork);
         const bool mayTry =
             !stopping_ && hasDiskRoom_ && spool_.Account().waitingBytes < mostBytes_;
         Waiters inHand = mayTry ? std::exchange(waiters_, {}) : TakeExpiredLocked();

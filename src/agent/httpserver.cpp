@@ -55,10 +55,11 @@ struct ServerState {
     IHttpHandler& handler;
     const HttpLimits limits;
     std::atomic<std::uint64_t>& count;
-    asio::io_context context{1};
-    asio::thread_pool workers;
     std::set<Connection*> connections;
     bool stopping = false;
+    // Behind what connections need to the last: with it go those that were not closed.
+    asio::io_context context{1};
+    asio::thread_pool workers;
 
     ServerState(IHttpHandler& theHandler, const HttpLimits& theLimits,
                 std::atomic<std::uint64_t>& theCount)

@@ -1,6 +1,7 @@
 #include "agent/routes.h"
 
 #include <algorithm>
+#include <exception>
 
 #include "common/jsontext.h"
 
@@ -159,8 +160,9 @@ void Routes::Handle(HttpRequest request, Answer answer) {
             route->handle(parts_, std::move(request), counted);
         else
             RefuseSetup(parts_, std::move(request), counted);
-    } catch (const std::bad_alloc&) {
-        counted(PlainReply(503, "there is no memory for it"));
+    } catch (const std::exception& error) {
+        parts_.log.SaySeldom(std::string("a request failed: ") + error.what());
+        counted(PlainReply(503, "the request can't be worked on"));
     }
 }
 

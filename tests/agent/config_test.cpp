@@ -49,7 +49,8 @@ TEST_F(Config, MistakesAreToldWithTheirLine) {
         const char* text;
         const char* problem;
     } cases[] = {
-        {"[store]\n\nmax_sise = 1", R"(:3: [store]: unknown key "max_sise"; did you mean "max_size"?)"},
+        {"[store]\n\nmax_sise = 1",
+         R"(:3: [store]: unknown key "max_sise"; did you mean "max_size"?)"},
         {"\n[sotre]", R"(:2: unknown section "sotre"; did you mean "store"?)"},
         {"store = 1", ":1: store is a section: [store]"},
         {"[store]\npath = 3", ":2: store.path is to be a text"},

@@ -148,7 +148,7 @@ def check_bounds(zel, sample):
         for what, expected, arguments in (
                 ("host", 421, ("GET", "/", None, {"Host": "evil"})), ("page", 403, ("GET", "/", None, {"Origin": "http://x"})),
                 ("unknown", 404, ("GET", "/_search")), ("method", 405, ("DELETE", "/metrics")),
-                ("set up", 400, ("PUT", "/_ilm/policy/x", b"{}")), ("life", 200, ("GET", "/healthz")),
+                ("set up", 400, ("PUT", "/_ilm/policy/x", b"{}")), ("life", 200, ("GET", "/healthz")), ("ping", 200, ("HEAD", "/")),
                 ("two lengths", 400, ("POST", "/v1/events", b"x", {"Transfer-Encoding": "chunked", "Content-Length": "1"}))):
             zel.check(what, expected, service.ask(*arguments)[0])
         slow = [Socket(service.socket) for _ in range(30)]

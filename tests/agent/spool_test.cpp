@@ -37,7 +37,9 @@ protected:
     static void Append(Spool& spool, Delivery& delivery) {
         std::string problem;
         Delivery* const all[] = {&delivery};
-        ASSERT_TRUE(spool.Append(all, [] { return "r"; }, &problem)) << problem;
+        ASSERT_TRUE(spool.Append(
+            all, [] { return "r"; }, &problem))
+            << problem;
     }
     static void CheckEquation(const Spool& spool) {
         const Ledger ledger = spool.Account();
@@ -105,8 +107,8 @@ TEST_F(SpoolTest, DamageIsToldAndNothingElseIsLost) {
     }
     sqlite3* raw = nullptr;
     ASSERT_EQ(::sqlite3_open((Folder() + "/spool.db").c_str(), &raw), SQLITE_OK);
-    EXPECT_EQ(::sqlite3_exec(raw, "UPDATE spool SET body = x'00' WHERE number = 1", nullptr, nullptr,
-                             nullptr),
+    EXPECT_EQ(::sqlite3_exec(raw, "UPDATE spool SET body = x'00' WHERE number = 1", nullptr,
+                             nullptr, nullptr),
               SQLITE_OK);
     ::sqlite3_close(raw);
     {
@@ -144,7 +146,8 @@ TEST_F(SpoolTest, KeepsAllThatWasAcceptedWhenItIsKilled) {
             for (int i = told;; ++i) {
                 Delivery delivery = DeliveryOf(i, 1, "id");
                 Delivery* const all[] = {&delivery};
-                if (!spool.Append(all, [] { return "r"; }, &problem) ||
+                if (!spool.Append(
+                        all, [] { return "r"; }, &problem) ||
                     ::write(ends[1], "x", 1) != 1)
                     ::_exit(1);
             }
