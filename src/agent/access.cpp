@@ -87,15 +87,36 @@ bool ReadToken(const std::string& file, std::string* token, std::string* problem
     return false;
 }
 
+namespace {
+
+HttpReply Forbidden(Right needed) {
+    switch (needed) {
+        case Right::write:
+            return PlainReply(403, "this user may not bring events (rights.write_group)");
+        case Right::annotate:
+            return PlainReply(403, "this user may not add enrichments (rights.annotate_group)");
+        case Right::administer:
+            return PlainReply(403, "this user may not purge (rights.admin_group)");
+        default:
+            return PlainReply(403, "this user may not ask (rights.read_group)");
+    }
+}
+
+}  // namespace
+
 std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed,
-                                      const AccessTokens& tokens) {
+                                      const AccessTokens& tokens, const GroupRights& rights) {
     if (!IsOwnHost(head.host, head.port))
         return PlainReply(421, "this is not " + (head.host.empty() ? "that host" : head.host));
     const bool isSameSite =
         head.fetchSite.empty() || head.fetchSite == "none" || head.fetchSite == "same-origin";
     if (!head.origin.empty() || !isSameSite)
         return PlainReply(403, "pages of browsers have no access");
-    if (head.port == 0 || needed == Right::none ||
+    if (head.port == 0)
+        return rights.Has(head.peer, needed) ? std::nullopt : std::optional(Forbidden(needed));
+    if (needed == Right::annotate || needed == Right::administer)
+        return PlainReply(403, "that is for the socket alone");
+    if (needed == Right::none ||
         IsAllowed(head.authorization, needed == Right::write ? tokens.write : tokens.read))
         return std::nullopt;
     HttpReply refusal = PlainReply(401, "a token is needed");

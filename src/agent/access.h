@@ -8,14 +8,7 @@
 
 namespace zel {
 
-// What a request wants to do.
-enum class Right {
-    none,   // whether the service lives
-    read,   // status and metrics
-    write,  // bring events
-};
-
-// The tokens of the port. On the socket the file's mode says who may come.
+// The tokens of the port.
 struct AccessTokens {
     std::string write;  // empty: nobody has the right
     std::string read;
@@ -27,7 +20,7 @@ bool ReadToken(const std::string& file, std::string* token, std::string* problem
 // Why a request is not taken, by its head alone. Browsers are kept out: they reach every port of
 // the machine for any page, and tell so by headers that no shipper sends.
 std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed,
-                                      const AccessTokens& tokens);
+                                      const AccessTokens& tokens, const GroupRights& rights);
 
 // Answers of one line.
 HttpReply PlainReply(int status, std::string text);

@@ -4,6 +4,7 @@
 
 #include <ctime>
 
+#include "agent/asking/questions.h"
 #include "agent/diskwatch.h"
 #include "agent/httpserver.h"
 #include "agent/routes.h"
@@ -29,8 +30,10 @@ constexpr std::uint64_t stalledMs = 20000;
 // Everything that a running service consists of, in the order in which it is made.
 class Agent {
 public:
-    Agent(const AgentConfig& config, const std::string& version, ISessionListener& listener)
+    Agent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
+          wm::IErrorReportSink* reports)
         : config_(config),
+          reports_(reports),
           log_(listener),
           store_(log_),
           version_(version),
@@ -44,10 +47,12 @@ public:
 private:
     bool OpenStore();
     bool OpenSpool();
+    bool GiveRights(std::string* problem);
     bool Listen();
     void TellManager();
 
     const AgentConfig& config_;
+    wm::IErrorReportSink* const reports_;
     AgentLog log_;
     StoreSession store_;
     const std::string version_;
@@ -58,6 +63,8 @@ private:
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
+    std::unique_ptr<Questions> questions_;
+    GroupRights rights_;
     std::unique_ptr<AgentParts> parts_;
     std::unique_ptr<Routes> routes_;
     std::unique_ptr<HttpServer> server_;
@@ -99,13 +106,33 @@ bool Agent::OpenSpool() {
     return true;
 }
 
+bool Agent::GiveRights(std::string* problem) {
+    return rights_.Give(Right::read, config_.readGroup, problem) &&
+           rights_.Give(Right::write, config_.writeGroup, problem) &&
+           rights_.Give(Right::annotate, config_.annotateGroup, problem) &&
+           rights_.Give(Right::administer, config_.adminGroup, problem);
+}
+
 bool Agent::Listen() {
     std::string problem;
+    if (!GiveRights(&problem)) {
+        log_.Say(problem);
+        return false;
+    }
+    const auto time = [](std::uint64_t value) {
+        return std::chrono::seconds(static_cast<std::int64_t>(value));
+    };
+    questions_ = std::make_unique<Questions>(
+        *store_,
+        QuestionLimits{config_.questionsAtOnce, config_.questionsWaiting,
+                       time(config_.questionTime), time(config_.questionStall),
+                       static_cast<std::size_t>(config_.answerBuffer)},
+        reports_);
     parts_ = std::unique_ptr<AgentParts>(
-        new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_,
-                       wm::FormatUtc(wm::Clock().UtcNow()),
+        new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_,
+                       *questions_, wm::FormatUtc(wm::Clock().UtcNow()),
                        static_cast<std::uint64_t>(std::time(nullptr)), version_});
-    routes_ = std::make_unique<Routes>(*parts_, tokens_);
+    routes_ = std::make_unique<Routes>(*parts_, tokens_, rights_);
     server_ = std::make_unique<HttpServer>(
         *routes_,
         HttpLimits{config_.connections, config_.threads, config_.bodySize, config_.headerTime,
@@ -160,8 +187,11 @@ void Agent::Run(int stop) {
 
 // In any case each step is taken, also where the start has come only a part of the way.
 bool Agent::End() {
+    if (questions_)
+        questions_->Stop();
     if (server_)
         server_->Stop();
+    questions_.reset();
     if (admission_)
         admission_->Stop();
     if (feeder_)
@@ -177,8 +207,8 @@ bool Agent::End() {
 }  // namespace
 
 AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
-                  int stop) {
-    Agent agent(config, version, listener);
+                  wm::IErrorReportSink* reports, int stop) {
+    Agent agent(config, version, listener, reports);
     const bool isRunning = agent.Start();
     if (isRunning)
         agent.Run(stop);

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "agent/config.h"
+#include "common/errorreport.h"
 #include "connection/sessionlistener.h"
 
 namespace zel {
@@ -14,8 +15,9 @@ enum class AgentEnd {
 };
 
 // Runs the store as a service until the listener's wait is to end; `stop` is a descriptor that can
-// be read from then on. One at a time in a process; the process has no other session.
+// be read from then on. `reports` is the sink of the process, which must count what the store
+// loses. One at a time in a process; the process has no other session.
 AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
-                  int stop);
+                  wm::IErrorReportSink* reports, int stop);
 
 }  // namespace zel

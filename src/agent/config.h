@@ -42,6 +42,17 @@ struct AgentConfig {
     std::uint64_t lineSize = 0;
     bool keepsUnmapped = false;
     bool writesUnmapped = false;
+
+    std::uint64_t questionsAtOnce = 0;
+    std::uint64_t questionsWaiting = 0;
+    std::uint64_t questionTime = 0;
+    std::uint64_t questionStall = 0;
+    std::uint64_t answerBuffer = 0;
+
+    std::string readGroup;
+    std::string writeGroup;
+    std::string annotateGroup;
+    std::string adminGroup;
 };
 
 // One key. Where a value comes from beside the file is nobody's business: a default stands here and
@@ -54,7 +65,7 @@ struct ConfigKey {
     std::string_view name;
     Place place;
     // How values are written: "path", "size" (bytes, or "10G"), "seconds", "number", "percent",
-    // "port" or "flag".
+    // "port", "group" or "flag".
     std::string_view unit;
     std::string_view initial;  // the default, as the file would say it
     std::uint64_t least = 0;   // of numbers, sizes and times

@@ -40,7 +40,13 @@ DiskWatch::DiskWatch(const AgentConfig& config, StoreSession& store, Spool& spoo
       log_(log),
       sight_(sight) {}
 
+ZEL::HRESULT DiskWatch::PurgeTo(std::uint32_t megabytes) {
+    const std::lock_guard hold(mutex_);
+    return Purge(Measure(), megabytes);
+}
+
 void DiskWatch::Look() {
+    const std::lock_guard hold(mutex_);
     LookAtVolumes();
     const std::uint64_t now = wm::Clock().TickCount64();
     if (now < nextSize_)
@@ -91,12 +97,13 @@ void DiskWatch::LookAtSize() {
     sight_.storeBytes = before.bytes;
     sight_.folders = before.folders.size();
     if (config_.storeMaxSize != 0 && before.bytes > config_.storeMaxSize)
-        Purge(before);
+        ZEL::IgnoreResult(Purge(before, static_cast<std::uint32_t>(std::max<std::uint64_t>(
+                                            config_.storeMaxSize / megabyte, 1))),
+                          "told, and tried again");
 }
 
-void DiskWatch::Purge(const Sizes& before) {
-    const auto limit = std::max<std::uint64_t>(config_.storeMaxSize / megabyte, 1);
-    const ZEL::HRESULT result = store_->Purge(static_cast<std::uint32_t>(limit));
+ZEL::HRESULT DiskWatch::Purge(const Sizes& before, std::uint32_t megabytes) {
+    const ZEL::HRESULT result = store_->Purge(megabytes);
     if (Failed(result))
         log_.SaySeldom("a purge failed: " + Describe(static_cast<std::int32_t>(result)));
     const Sizes after = Measure();
@@ -106,8 +113,12 @@ void DiskWatch::Purge(const Sizes& before) {
             gone.push_back(folder);
     sight_.storeBytes = after.bytes;
     sight_.folders = after.folders.size();
-    if (gone.empty())
-        return log_.SaySeldom("the store is larger than its limit, and no folder may go");
+    const std::uint64_t limit = megabytes * megabyte;
+    if (gone.empty()) {
+        if (after.bytes > limit)
+            log_.SaySeldom("the store is larger than its limit, and no folder may go");
+        return result;
+    }
     const std::uint64_t freed = before.bytes - std::min(before.bytes, after.bytes);
     log_.purgedFolders += gone.size();
     log_.purgedBytes += freed;
@@ -115,7 +126,8 @@ void DiskWatch::Purge(const Sizes& before) {
     if (!spool_.Purged(gone, &problem))
         log_.Say(problem);
     log_.Say("purged " + std::to_string(gone.size()) + " folder(s), " + ReadableBytes(freed) +
-             ": the limit is " + ReadableBytes(config_.storeMaxSize));
+             ": the limit is " + ReadableBytes(limit));
+    return result;
 }
 
 }  // namespace zel

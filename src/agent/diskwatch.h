@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -8,7 +9,7 @@
 
 namespace zel {
 
-// Keeps the store within its size and the volumes from filling up. For one thread.
+// Keeps the store within its size and the volumes from filling up. Any thread.
 class DiskWatch {
 public:
     // All outlive this; the store is open.
@@ -18,6 +19,8 @@ public:
     // To be called about once a second: looks at the free space, and at times at the size of the
     // store, which then may be purged; that takes as long as the deleting.
     void Look();
+    // Purges to that limit, in units of 0x100000 bytes; what goes is told and counted as any other.
+    ZEL::HRESULT PurgeTo(std::uint32_t megabytes);
 
 private:
     struct Sizes {
@@ -28,8 +31,9 @@ private:
     void LookAtVolumes();
     void LookAtSize();
     Sizes Measure() const;
-    void Purge(const Sizes& before);
+    ZEL::HRESULT Purge(const Sizes& before, std::uint32_t megabytes);
 
+    std::mutex mutex_;  // around all
     const AgentConfig& config_;
     StoreSession& store_;
     Spool& spool_;

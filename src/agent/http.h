@@ -2,10 +2,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "agent/asking/answerstream.h"
+#include "agent/peer.h"
 
 // HTTP as the service sees it: heads, whole requests, answers.
 namespace zel {
@@ -20,6 +24,7 @@ struct HttpHead {
     bool hasBody = false;
     std::uint64_t bodyLength = 0;  // 0 when it comes in chunks
     std::uint16_t port = 0;        // that it came to; 0: the socket
+    Peer peer;                     // at the socket
 };
 
 struct HttpRequest {
@@ -34,6 +39,8 @@ struct HttpReply {
     std::vector<std::pair<std::string, std::string>> headers;
     bool closes = false;  // the connection ends with this answer
     bool isCut = false;   // the connection ends without one
+    // In place of the body: what comes is sent on as it comes, and ended when the peer goes away.
+    std::shared_ptr<AnswerStream> stream = nullptr;
 };
 
 // Who answers. Any thread.

@@ -72,11 +72,16 @@ struct ServerState {
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     Connection(ServerState& server, Protocol::socket socket, std::uint16_t port)
-        : server_(server), stream_(std::move(socket)), port_(port) {
+        : server_(server),
+          stream_(std::move(socket)),
+          port_(port),
+          peer_(port == 0 ? PeerOf(stream_.socket().native_handle()) : Peer()) {
         server_.connections.insert(this);
         server_.count = server_.connections.size();
     }
     ~Connection() {
+        if (answer_)
+            answer_->Cancel();
         server_.connections.erase(this);
         server_.count = server_.connections.size();
     }
@@ -99,6 +104,11 @@ private:
     void RefuseUnread(ErrorCode error);
     void Write(HttpReply reply);
     void OnWritten();
+    void WriteStream(HttpReply reply);
+    void AwaitPiece();
+    void WritePiece();
+    void EndStream();
+    void WatchPeer();
     void Linger();
 
     ServerState& server_;
@@ -108,6 +118,11 @@ private:
     std::optional<http::request_parser<http::empty_body>> head_;
     std::optional<http::request_parser<http::string_body>> request_;
     http::response<http::string_body> response_;
+    http::response<http::empty_body> streamHead_;
+    std::optional<http::response_serializer<http::empty_body>> streamSerializer_;
+    std::shared_ptr<AnswerStream> answer_;  // while it is sent
+    std::string piece_;
+    const Peer peer_;
     HttpHead told_;
     bool isIdle_ = true;
     bool closes_ = false;
@@ -168,6 +183,7 @@ HttpHead Connection::Head() const {
     head.bodyLength = head_->content_length().value_or(0);
     head.hasBody = head_->chunked() || head.bodyLength > 0;
     head.port = port_;
+    head.peer = peer_;
     return head;
 }
 
@@ -260,6 +276,8 @@ void Connection::Write(HttpReply reply) {
     if (reply.isCut)
         return Close();
     closes_ = closes_ || reply.closes || server_.stopping;
+    if (reply.stream)
+        return WriteStream(std::move(reply));
     response_ = {};
     response_.version(11);
     response_.result(static_cast<unsigned>(reply.status));
@@ -278,6 +296,72 @@ void Connection::Write(HttpReply reply) {
                           if (!error)
                               self->OnWritten();
                       });
+}
+
+// An answer that comes by and by goes out in chunks. Each has as long as its reader may read
+// nothing.
+void Connection::WriteStream(HttpReply reply) {
+    answer_ = std::move(reply.stream);
+    streamHead_ = {};
+    streamHead_.version(11);
+    streamHead_.result(static_cast<unsigned>(reply.status));
+    streamHead_.set(http::field::content_type, reply.type);
+    streamHead_.set("X-Content-Type-Options", "nosniff");
+    streamHead_.keep_alive(!closes_);
+    streamHead_.chunked(true);
+    streamSerializer_.emplace(streamHead_);
+    WatchPeer();
+    stream_.expires_after(writeTime);
+    http::async_write_header(stream_, *streamSerializer_,
+                             [self = shared_from_this()](ErrorCode error, std::size_t) {
+                                 if (error)
+                                     return self->answer_->Cancel();
+                                 self->AwaitPiece();
+                             });
+}
+
+void Connection::AwaitPiece() {
+    stream_.expires_never();
+    answer_->WhenReady([self = shared_from_this()] {
+        asio::post(self->server_.context, [self] { self->WritePiece(); });
+    });
+}
+
+void Connection::WritePiece() {
+    if (!answer_->Take(&piece_))
+        return EndStream();
+    if (piece_.empty())
+        return AwaitPiece();
+    stream_.expires_after(answer_->LongestStall());
+    asio::async_write(stream_, http::make_chunk(asio::buffer(piece_)),
+                      [self = shared_from_this()](ErrorCode error, std::size_t) {
+                          if (error)
+                              return self->answer_->Cancel();
+                          self->AwaitPiece();
+                      });
+}
+
+void Connection::EndStream() {
+    answer_.reset();
+    stream_.expires_after(writeTime);
+    asio::async_write(stream_, http::make_chunk_last(),
+                      [self = shared_from_this()](ErrorCode error, std::size_t) {
+                          if (!error)
+                              self->OnWritten();
+                      });
+}
+
+// A peer that goes away while its answer is made shows as the end of what it sends.
+void Connection::WatchPeer() {
+    stream_.socket().async_wait(Protocol::socket::wait_read, [self = shared_from_this()](
+                                                                 ErrorCode error) {
+        char byte = 0;
+        if (error || !self->answer_ ||
+            ::recv(self->stream_.socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0)
+            return;
+        self->answer_->Cancel();
+        self->Close();
+    });
 }
 
 void Connection::OnWritten() {

@@ -22,6 +22,9 @@ struct DiskSight {
     std::atomic<std::uint64_t> freeBytes{0};  // of the tighter of the two volumes
 };
 
+class DiskWatch;
+class Questions;
+
 // The parts of a running service, for those who answer requests. All live as long as the server.
 struct AgentParts {
     const AgentConfig& config;
@@ -31,6 +34,8 @@ struct AgentParts {
     Admission& admission;
     Feeder& feeder;
     DiskSight& disk;
+    DiskWatch& watch;
+    Questions& questions;
     const std::string started;            // UTC
     const std::uint64_t startedUnix = 0;  // seconds since 1970
     const std::string version;

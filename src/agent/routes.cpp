@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "agent/askroutes.h"
 #include "common/jsontext.h"
 
 // All paths in one table. The name of a row is what metrics call it, so that no path that a peer
@@ -93,6 +94,11 @@ constexpr Route routes[] = {
     {"events", "/v1/events", "POST|PUT", Right::write, TakeEvents},
     {"bulk", "/_bulk|*/_bulk", "POST|PUT", Right::write, TakeBulk},
     {"logs", "/v1/logs", "POST", Right::write, TakeLogs},
+    {"rows", "/v1/rows", "POST", Right::read, AnswerRows},
+    {"query", "/v1/query", "GET|POST", Right::read, AnswerQuery},
+    {"folders", "/v1/folders", "GET", Right::read, TellFolders},
+    {"enrichments", "/v1/enrichments", "POST", Right::annotate, TakeEnrichments},
+    {"purge", "/v1/purge", "POST", Right::administer, PurgeNow},
     {"status", "/v1/status", "GET|HEAD", Right::read, TellStatus},
     {"metrics", "/metrics", "GET|HEAD", Right::read, TellMetrics},
     {"healthz", "/healthz", "GET|HEAD", Right::none, TellLife},
@@ -117,10 +123,10 @@ bool IsSetup(const HttpHead& head) {
 }
 
 HttpReply NotHere() {
-    return Shipper(404,
-                   R"({"error":{"type":"resource_not_found_exception","reason":"this store takes )"
-                   R"(events by _bulk, /v1/events and /v1/logs, and tells /v1/status and )"
-                   R"(/metrics","root_cause":[]},"status":404})");
+    return Shipper(
+        404, R"({"error":{"type":"resource_not_found_exception","reason":"this store takes )"
+             R"(events by _bulk, /v1/events and /v1/logs and answers queries at )"
+             R"(/v1/query; it tells /v1/status and /metrics","root_cause":[]},"status":404})");
 }
 
 }  // namespace
@@ -129,7 +135,7 @@ std::optional<HttpReply> Routes::Refuse(const HttpHead& head) {
     const Route* const route = FindRoute(head.path);
     const bool isSetup = IsSetup(head);
     std::optional<HttpReply> refusal =
-        RefuseAccess(head, route != nullptr ? route->right : Right::write, tokens_);
+        RefuseAccess(head, route != nullptr ? route->right : Right::write, tokens_, rights_);
     if (!refusal && route == nullptr && !isSetup)
         refusal = NotHere();
     if (!refusal && route != nullptr && !IsOneOf(route->methods, head.method)) {

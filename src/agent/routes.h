@@ -7,8 +7,9 @@ namespace zel {
 // Which request goes where, and who may send it.
 class Routes final : public IHttpHandler {
 public:
-    // Both outlive this.
-    Routes(AgentParts& parts, const AccessTokens& tokens) : parts_(parts), tokens_(tokens) {}
+    // All outlive this.
+    Routes(AgentParts& parts, const AccessTokens& tokens, const GroupRights& rights)
+        : parts_(parts), tokens_(tokens), rights_(rights) {}
 
     std::optional<HttpReply> Refuse(const HttpHead& head) override;
     void Handle(HttpRequest request, Answer answer) override;
@@ -16,6 +17,7 @@ public:
 private:
     AgentParts& parts_;
     const AccessTokens& tokens_;
+    const GroupRights& rights_;
 };
 
 }  // namespace zel

@@ -2,6 +2,7 @@
 
 #include "agent/agent.h"
 #include "agent/config.h"
+#include "connection/agentrequest.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -40,7 +41,8 @@ int RunServe(const ServeOptions& options) {
         Say("the configuration is good");
         return exitCode::done;
     }
-    switch (RunAgent(config, ZEL_VERSION, Terminal(), InterruptDescriptor())) {
+    UseAgent("");  // it is the agent, whoever else listens
+    switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor())) {
         case AgentEnd::notBegun:
             return exitCode::noStore;
         case AgentEnd::left:

@@ -1,0 +1,200 @@
+#include "agent/askroutes.h"
+
+#include <simdjson.h>
+
+#include <charconv>
+#include <chrono>
+#include <thread>
+
+#include "agent/asking/questions.h"
+#include "agent/body.h"
+#include "agent/diskwatch.h"
+#include "common/valuetext.h"
+#include "connection/storelook.h"
+#include "records/eventkey.h"
+#include "zelstore/keys/keyformat.h"
+
+// Questions and what else clients of a store do, by way of the service. Each is told in the log
+// with who did it, and never with what came out.
+
+namespace zel {
+
+namespace {
+
+using Answer = IHttpHandler::Answer;
+
+// What stands behind a name in the query of a target, decoded; empty when it is not there.
+std::string Parameter(std::string_view query, std::string_view name) {
+    while (!query.empty()) {
+        const std::string_view pair = query.substr(0, query.find('&'));
+        query.remove_prefix(std::min(pair.size() + 1, query.size()));
+        if (pair.substr(0, pair.find('=')) != name || pair.size() <= name.size())
+            continue;
+        std::string value;
+        for (std::size_t i = name.size() + 1; i < pair.size(); ++i) {
+            unsigned code = 0;
+            const bool isCode =
+                pair[i] == '%' && i + 2 < pair.size() &&
+                std::from_chars(&pair[i + 1], &pair[i + 1] + 2, code, 16).ptr == &pair[i + 1] + 2;
+            value += isCode ? static_cast<char>(code) : pair[i] == '+' ? ' ' : pair[i];
+            i += isCode ? 2 : 0;
+        }
+        return value;
+    }
+    return "";
+}
+
+void LogDeed(AgentParts& parts, const HttpHead& head, const std::string& deed) {
+    constexpr std::size_t longest = 2048;
+    const std::string who =
+        head.peer.isKnown ? "uid " + std::to_string(head.peer.uid) : "the port's reader";
+    parts.log.Say(who + " " + Printable(deed.substr(0, longest)) +
+                  (deed.size() > longest ? "..." : ""));
+}
+
+void Ask(AgentParts& parts, const HttpHead& head, AskedQuestion question, const Answer& answer) {
+    LogDeed(parts, head, "asks: " + question.document);
+    const bool isFrames = question.form == AnswerForm::frames;
+    const auto stream = parts.questions.Ask(std::move(question));
+    if (!stream)
+        return answer(PlainReply(503, "too many questions at once (questions.waiting)"));
+    HttpReply reply{200, isFrames ? "application/octet-stream" : "application/x-ndjson", "", {}};
+    reply.stream = stream;
+    if (isFrames)
+        return answer(std::move(reply));
+    // What can't be asked is refused as a whole, which shows with the first bytes.
+    stream->WhenReady([stream, answer, reply]() mutable {
+        reply.status = stream->IsRefusal() ? 400 : 200;
+        answer(std::move(reply));
+    });
+}
+
+struct Enrichment {
+    std::string key;
+    std::string text;
+};
+
+// Numbered by the clock, and never twice the same.
+std::string SuffixOfNow() {
+    using std::chrono::microseconds;
+    static std::atomic<std::int64_t> last{0};
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const std::int64_t number = std::chrono::floor<microseconds>(now).count();
+    std::int64_t before = last;
+    while (!last.compare_exchange_weak(before, std::max(number, before + 1))) {
+    }
+    return ZEL::TimedEnrichmentSuffix(std::max(number, before + 1), true);
+}
+
+// Read twice: the one reader finds every mistake, the other gives the text as it stands.
+std::string ReadEnrichment(std::string_view line, Enrichment* enrichment) {
+    const simdjson::padded_string text(line);
+    simdjson::dom::parser checker;
+    std::string_view key;
+    if (checker.parse(text)["key"].get(key) != simdjson::SUCCESS)
+        return R"(not of the form {"key":"...","enrichment":...})";
+    enrichment->key = key;
+    const std::string_view why = WhyNoKeyToEnrich(key);
+    simdjson::ondemand::parser parser;
+    simdjson::ondemand::document document;
+    simdjson::ondemand::value value;
+    std::string_view raw;
+    if (why.empty() && parser.iterate(text).get(document) == simdjson::SUCCESS &&
+        document["enrichment"].get(value) == simdjson::SUCCESS &&
+        simdjson::to_json_string(value).get(raw) == simdjson::SUCCESS) {
+        enrichment->text = raw;
+        if (ZEL::ShapeOf(key) == ZEL::KeyShape::primary)
+            enrichment->key += SuffixOfNow();
+        return "";
+    }
+    return why.empty() ? R"(not of the form {"key":"...","enrichment":...})" : std::string(why);
+}
+
+// A full queue is waited for as long as requests are held at all.
+ZEL::HRESULT Store(AgentParts& parts, const Enrichment& enrichment) {
+    constexpr auto pause = std::chrono::milliseconds(5);
+    const auto key = wm::ToValue(enrichment.key);
+    const auto text = wm::ToValue(enrichment.text);
+    if (!key || !text)
+        return ZEL::hr::outOfMemory;
+    auto left = std::chrono::milliseconds(parts.config.spoolHold * 1000);
+    ZEL::HRESULT result = parts.store.InsertSilent(key.Get(), text.Get());
+    for (; result == ZEL::hr::fail && left.count() > 0; left -= pause) {
+        std::this_thread::sleep_for(pause);
+        result = parts.store.InsertSilent(key.Get(), text.Get());
+    }
+    return result;
+}
+
+}  // namespace
+
+void AnswerRows(AgentParts& parts, HttpRequest request, Answer answer) {
+    Ask(parts, request.head, {std::move(request.body), AnswerForm::frames, -1}, answer);
+}
+
+void AnswerQuery(AgentParts& parts, HttpRequest request, Answer answer) {
+    AskedQuestion question{std::move(request.body), AnswerForm::lines, -1};
+    if (question.document.empty())
+        question.document = Parameter(request.head.query, "document");
+    if (question.document.empty())
+        return answer(PlainReply(400,
+                                 "the query's document is missing: it is the body, or the "
+                                 "parameter \"document\""));
+    const std::string limit = Parameter(request.head.query, "limit");
+    const auto [end, error] =
+        std::from_chars(limit.data(), limit.data() + limit.size(), question.limit);
+    if (!limit.empty() &&
+        (error != std::errc() || end != limit.data() + limit.size() || question.limit < 0))
+        return answer(PlainReply(400, "limit is no number"));
+    Ask(parts, request.head, std::move(question), answer);
+}
+
+void TellFolders(AgentParts& parts, HttpRequest request, Answer answer) {
+    StoreLook look;
+    look.directory = parts.config.storePath;
+    if (Parameter(request.head.query, "brief").empty())
+        look = LookHere(parts.config.storePath, true);
+    ZEL::CountedPtr<ZEL::IStringValue> oldest;
+    if (Succeeded(parts.store.GetOldestDate(oldest.Receive(), &look.estimatedBytes)))
+        look.oldestDate = wm::ToText(oldest.Get());
+    answer({200, "application/json", ToJson(look) + "\n", {}});
+}
+
+void TakeEnrichments(AgentParts& parts, HttpRequest request, Answer answer) {
+    std::vector<Enrichment> enrichments;
+    std::string problem;
+    ForEachLine(request.body, [&](std::string_view line, std::uint64_t number) {
+        Enrichment enrichment;
+        const std::string why = problem.empty() ? ReadEnrichment(line, &enrichment) : "";
+        if (!why.empty())
+            problem = "line " + std::to_string(number) + ": " + why;
+        enrichments.push_back(std::move(enrichment));
+    });
+    if (!problem.empty())
+        return answer(PlainReply(400, problem));
+    if (!enrichments.empty())
+        LogDeed(parts, request.head,
+                "adds " + std::to_string(enrichments.size()) + " enrichment(s)");
+    std::size_t taken = 0;
+    while (taken < enrichments.size() && Succeeded(Store(parts, enrichments[taken])))
+        ++taken;
+    if (taken < enrichments.size())
+        return answer(PlainReply(503, "there is no room: " + std::to_string(taken) + " of " +
+                                          std::to_string(enrichments.size()) + " were taken"));
+    answer({200, "application/json", "{\"queued\":" + std::to_string(taken) + "}\n", {}});
+}
+
+void PurgeNow(AgentParts& parts, HttpRequest request, Answer answer) {
+    constexpr std::uint64_t megabyte = 0x100000;
+    const std::string size = Parameter(request.head.query, "max_size");
+    std::uint64_t bytes = 0;
+    if (!ParseSize(size, &bytes) || bytes / megabyte > UINT32_MAX)
+        return answer(PlainReply(400, "max_size is no size such as 500M"));
+    LogDeed(parts, request.head, "purges the store to " + size);
+    const ZEL::HRESULT result = parts.watch.PurgeTo(static_cast<std::uint32_t>(bytes / megabyte));
+    if (Failed(result))
+        return answer(PlainReply(500, "the purge failed"));
+    answer({200, "application/json", "{\"done\":true}\n", {}});
+}
+
+}  // namespace zel

@@ -1,0 +1,139 @@
+"""Commands that reach a store through its agent answer as they do alone.
+
+ask.py ZEL SAMPLE
+"""
+import json
+import os
+import signal
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
+from serve import LIMIT, Service, record  # noqa: E402
+from zelcommand import Zel, read_records  # noqa: E402
+
+RULE = """title: launch
+id: 1b4d4c7e-3f0a-4f0e-9a5a-0d8c7d9b2a11
+logsource: {product: windows, category: process_creation}
+detection: {selection: {Image|endswith: .exe}, condition: selection}
+"""
+COMMANDS = (
+    ["query"], ["query", "--limit", "7"], ["query", "--limit", "0"], ["query", "--last", "5", "-o", "csv"],
+    ["query", "--by", "receive", "--limit", "9", "--show-cursor"], ["query", "--print-keys", "--action", "launch"],
+    ["query", "--action", "delete", "--target-path", "nowhere"], ["query", "--pattern", ".*\\\\cmd\\.exe", "--sort"],
+    ["query", "--count-by", "action"], ["query", "--trailer", "--grep", "exe", "-o", "table"],
+    ["query", "--enrichments", "--since", "2015-01-01", "--limit", "3"], ["query", "--since", "nonsense"], ["query", "{"],
+    ["query", '{"event_query":{"events":[{"begin_time":{"value":"2000-01-01T00:00:00.000Z"},"action":["launch"]}]}}'],
+    ["sql", "select action, count(*) from events group by 1 order by 1"], ["sql", "select * from nothing"],
+    ["sql", "select name, in_use from folders"], ["sql", "select time, seq from events order by time limit 3"],
+    ["tree", "4"], ["info", "-o", "json"], ["purge", "--max-size", "0", "--dry-run", "-o", "json"],
+)
+
+
+def through(zel, service, *arguments, **options):
+    return subprocess.run([zel.program, "--socket", service.socket, *arguments], stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE, env=zel.environment, timeout=LIMIT, check=False, **options)
+
+
+def await_stored(service):
+    while service.status()["ledger"]["waiting"] != 0:
+        time.sleep(0.05)
+
+
+def check_same(zel, service):
+    with open(os.path.join(zel.folder, "rule.yml"), "w", encoding="utf-8") as file:
+        file.write(RULE)
+    hunt = ["hunt", "--rules", file.name, "-o", "ndjson"]
+    for command in (*COMMANDS, hunt):
+        alone, asked = zel.run(*command), through(zel, service, *command)
+        zel.check(f"end of {command}", alone.returncode, asked.returncode)
+        zel.check(f"output of {command}", alone.stdout, asked.stdout)
+        if alone.returncode == 2:
+            zel.check(f"words of {command}", alone.stderr, asked.stderr)
+    environment = dict(zel.environment, ZEL_SOCKET=service.socket, ZEL_STORE="/nowhere")
+    got = subprocess.run([zel.program, "query", "--limit", "1"], env=environment, capture_output=True, check=False)
+    zel.check("named by the environment", 0, got.returncode)
+    zel.check("two places", 2, through(zel, service, "--store", zel.store, "info").returncode)
+    zel.check("ingest wants a directory", 3, through(zel, service, "ingest", input=b"{}").returncode)
+
+
+def check_enrichments(zel, service):
+    key = through(zel, service, "query", "--print-keys", "--limit", "1").stdout.decode().strip()
+    done = through(zel, service, "enrich", key, input=b'{"verdict": 1.50}')
+    zel.check("taken", (0, b"zel: 1 enrichment(s) taken by the agent\n"), (done.returncode, done.stderr))
+    line = json.dumps({"key": key, "enrichment": {"note": "by hand"}}).encode()
+    zel.check("by hand", (200, b'{"queued":1}\n'), service.ask("POST", "/v1/enrichments", line)[:2])
+    for bad in (b"nonsense", b'{"key":"p","enrichment":1}', line + b"\n{}"):
+        zel.check(f"refused: {bad}", 400, service.ask("POST", "/v1/enrichments", bad)[0])
+    begin = time.monotonic()
+    while time.monotonic() < begin + LIMIT:  # the agent's next flush is waited for
+        got = zel.run("query", "--enrichments", "--key", key).stdout
+        if b'"enrichments":[{"verdict": 1.50},{"note": "by hand"}]' in got:
+            return
+        time.sleep(0.2)
+    zel.check("enrichments", "both", got)
+
+
+def check_lines(zel, service):
+    document = json.dumps({"event_query": {"events": [{"begin_time": {"value": "2000-01-01T00:00:00.000Z"}}]}})
+    status, body, _ = service.ask("POST", "/v1/query?limit=3", document)
+    lines = [json.loads(line) for line in body.splitlines()]
+    zel.check("lines", (200, 4, True, True), (status, len(lines), lines[-1]["end"], lines[-1]["truncated"]))
+    zel.check("no document", 400, service.ask("GET", "/v1/query")[0])
+    zel.check("no JSON", 400, service.ask("POST", "/v1/query", "{")[0])
+    zel.check("a method", 405, service.ask("DELETE", "/v1/query")[0])
+
+
+def check_reader(zel, service):
+    """Readers that wait, go and are interrupted; meanwhile events are taken in."""
+    slow = [subprocess.Popen([zel.program, "--socket", service.socket, "query"], stdout=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL, env=zel.environment) for _ in range(3)]
+    for process in slow:
+        process.stdout.read(1)
+    zel.check("taken in meanwhile", 20, service.events([record(n) for n in range(20)])["accepted"])
+    slow[0].send_signal(signal.SIGINT)
+    slow[1].stdout.close()
+    zel.check("interrupted", 130, slow[0].wait(LIMIT))
+    zel.check("nobody reads", 0, slow[1].wait(LIMIT))
+    whole = b"x" + slow[2].stdout.read()
+    zel.check("read slowly", (0, True), (slow[2].wait(LIMIT), whole.endswith(b"}\n")))
+
+
+def check_rights(zel, service):
+    """As somebody else, whom the socket's mode lets in."""
+    os.chmod(zel.folder, 0o755)
+    os.chmod(service.socket, 0o666)
+    other = {"user": 65534, "group": 65534, "extra_groups": []}
+    zel.check("reads", 0, through(zel, service, "query", "--limit", "1", **other).returncode)
+    for command in (["enrich", "k"], ["purge", "--max-size", "0"]):
+        got = through(zel, service, *command, **other, **({"input": b"1"} if command[0] == "enrich" else {}))
+        zel.check(f"may not {command}", True, got.returncode in (2, 3))
+    got = through(zel, service, "purge", "--max-size", "0", **other)
+    zel.check("refused in words", (3, True), (got.returncode, b"may not" in got.stderr))
+
+
+def main(program, sample):
+    with Zel(program) as zel:
+        with Service(zel) as service:
+            zel.check("taken", len(sample), service.events(sample)["accepted"])
+            await_stored(service)
+            check_same(zel, service)
+            check_lines(zel, service)
+            check_enrichments(zel, service)
+            check_reader(zel, service)
+            if os.geteuid() == 0:
+                check_rights(zel, service)
+            purged = through(zel, service, "purge", "--max-size", "0", "-o", "json")
+            zel.check("purged", (4, 0), (purged.returncode, len(json.loads(purged.stdout)["folders"])))
+            asking = subprocess.Popen([program, "--socket", service.socket, "query"], stdout=subprocess.PIPE,
+                                      stderr=subprocess.DEVNULL, env=zel.environment)
+            asking.stdout.read(1)
+            service.end(signal.SIGKILL)
+            asking.stdout.read()
+            zel.check("the agent has gone", 3, asking.wait(LIMIT))
+            zel.check("and does not come", 3, through(zel, service, "query").returncode)
+        return zel.failures
+
+
+sys.exit(main(sys.argv[1], read_records(sys.argv[2])) != 0)
