@@ -20,6 +20,8 @@ public:
 
     void Say(const std::string& text) override;
     bool Interrupted() noexcept override { return inner_.Interrupted(); }
+    // For the log alone: what people do is not for all who may read the status.
+    void Note(const std::string& text) { inner_.Say(text); }
     // The same text at most once in ten seconds, for what comes with every request.
     void SaySeldom(const std::string& text);
 

@@ -48,8 +48,8 @@ void LogDeed(AgentParts& parts, const HttpHead& head, const std::string& deed) {
     constexpr std::size_t longest = 2048;
     const std::string who =
         head.peer.isKnown ? "uid " + std::to_string(head.peer.uid) : "the port's reader";
-    parts.log.Say(who + " " + Printable(deed.substr(0, longest)) +
-                  (deed.size() > longest ? "..." : ""));
+    parts.log.Note(who + " " + Printable(deed.substr(0, longest)) +
+                   (deed.size() > longest ? "..." : ""));
 }
 
 void Ask(AgentParts& parts, const HttpHead& head, AskedQuestion question, const Answer& answer) {

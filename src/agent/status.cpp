@@ -1,5 +1,6 @@
 #include <ctime>
 
+#include "agent/asking/questions.h"
 #include "agent/parts.h"
 #include "common/hostservices.h"
 #include "records/recordwriter.h"
@@ -73,6 +74,10 @@ void WriteStore(const AgentParts& parts, const Ledger& ledger, RecordWriter& wri
     writer.Number(parts.config.spoolMaxSize).Key("held_requests").Number(parts.admission.Waiting());
     writer.Key("ids").Number(ledger.ids).Key("max_ids").Number(parts.config.idsKept);
     writer.Key("ids_age_seconds").Number(parts.config.idsAge).EndObject();
+    const Questions::Counts questions = parts.questions.Count();
+    writer.Key("questions").BeginObject().Key("asked").Number(questions.asked);
+    writer.Key("refused").Number(questions.refused).Key("running").Number(questions.running);
+    writer.Key("queued").Number(questions.waiting).EndObject();
     writer.Key("store").BeginObject().Key("path").Text(parts.config.storePath);
     writer.Key("bytes").Number(parts.disk.storeBytes).Key("max_bytes");
     writer.Number(parts.config.storeMaxSize).Key("folders").Number(parts.disk.folders);
@@ -110,6 +115,7 @@ std::string StatusJson(const AgentParts& parts) {
 
 std::string MetricsText(const AgentParts& parts) {
     const Ledger ledger = parts.spool.Account();
+    const Questions::Counts questions = parts.questions.Count();
     std::string text;
     Head({"zel_build_info", "gauge", "The version."}, &text);
     text += "zel_build_info{version=\"" + parts.version + "\"} 1\n";
@@ -144,6 +150,11 @@ std::string MetricsText(const AgentParts& parts) {
         {{"zel_connections", "gauge", "Connections that are open."}, parts.log.connections},
         {{"zel_http_in_flight_requests", "gauge", "Requests that are being answered."},
          parts.log.inFlight},
+        {{"zel_questions_total", "counter", "Questions that were asked."}, questions.asked},
+        {{"zel_questions_refused_total", "counter", "Of these: those that were too many."},
+         questions.refused},
+        {{"zel_questions_running", "gauge", "Questions that are worked on."}, questions.running},
+        {{"zel_questions_waiting", "gauge", "Questions that wait for that."}, questions.waiting},
     };
     for (const auto& row : rows)
         Sample(row.family, row.value, &text);
