@@ -104,8 +104,8 @@ struct Correlation {
 struct Rule {
     std::string file;  // as it was named
     int line = 0;      // where its document begins, from 1
-    std::string title, id, name, author, level, status, description;
-    std::vector<std::string> tags, references, falsePositives;
+    std::string title, id, name, author, level, status;
+    std::vector<std::string> tags;
     LogSource source;
     RuleNode condition;                         // of a rule on events
     std::shared_ptr<const Correlation> counts;  // of a rule of rules, whose condition is unused

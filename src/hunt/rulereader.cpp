@@ -67,12 +67,10 @@ private:
     }
 
     bool ReadDescription(const YamlNode& root) {
-        const std::pair<std::string_view, std::string*> texts[] = {
-            {"id", &rule_->id},
-            {"name", &rule_->name},
-            {"level", &rule_->level},
-            {"status", &rule_->status},
-            {"description", &rule_->description}};
+        const std::pair<std::string_view, std::string*> texts[] = {{"id", &rule_->id},
+                                                                   {"name", &rule_->name},
+                                                                   {"level", &rule_->level},
+                                                                   {"status", &rule_->status}};
         for (const auto& [name, text] : texts) {
             const YamlNode* const node = root.Find(name);
             if (node != nullptr && !TextOf(*node, name, text, problem_))
@@ -80,10 +78,7 @@ private:
         }
         std::vector<std::string> authors;
         const std::pair<std::string_view, std::vector<std::string>*> lists[] = {
-            {"author", &authors},
-            {"tags", &rule_->tags},
-            {"references", &rule_->references},
-            {"falsepositives", &rule_->falsePositives}};
+            {"author", &authors}, {"tags", &rule_->tags}};
         for (const auto& [name, list] : lists) {
             const YamlNode* const node = root.Find(name);
             if (node != nullptr && !TextsOf(*node, name, list, problem_))

@@ -80,6 +80,12 @@ struct Case {
     std::string yaml, shown;
 };
 
+TEST(RuleReader, TakesAnythingThatOnlyDescribes) {
+    EXPECT_EQ(TreeOf(head + "  s: {A: 1}\n  condition: s\nfields: {a: b}\ndescription: [x]\n"
+                            "references: [~, {a: b}]\nfalsepositives: [Tools: of admins]\n"),
+              "s: A='1'");
+}
+
 TEST(RuleReader, ReadsValuesAndModifiers) {
     const Case cases[] = {
         {"Image: a", "Image='a'"},
