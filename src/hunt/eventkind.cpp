@@ -57,13 +57,28 @@ const MappingTable* TableOf(const EventKind& kind) {
 
 }  // namespace
 
+Product ProductNamed(std::string_view name) noexcept {
+    struct Named {
+        std::string_view name;
+        Product product;
+    };
+    constexpr Named all[] = {{"windows", Product::windows},
+                             {"linux", Product::linuxes},
+                             {"macos", Product::macos},
+                             {"darwin", Product::macos}};
+    const auto* const found = std::find_if(std::begin(all), std::end(all), [&](const Named& each) {
+        return ZEL::EqualsNoCase(name, each.name);
+    });
+    return found != std::end(all) ? found->product : Product::unknown;
+}
+
 bool IsOfNumber(const MappingRow& row, std::uint32_t number) {
     return row.events[0] == 0 || row.events[0] == number ||
            (row.events[1] != 0 && row.events[1] == number);
 }
 
 EventKind KindOf(std::string_view format, std::string_view channel, std::uint32_t number,
-                 std::string_view object, std::string_view action) {
+                 std::string_view object, std::string_view action, Product told) {
     EventKind kind;
     kind.format = format;
     kind.channel = channel;
@@ -75,6 +90,8 @@ EventKind KindOf(std::string_view format, std::string_view channel, std::uint32_
         kind.isWindows && std::any_of(std::begin(sysmonChannels), std::end(sysmonChannels),
                                       [&](auto each) { return ZEL::EqualsNoCase(channel, each); });
     kind.product = ProductOf(kind);
+    if (kind.product == Product::unknown)
+        kind.product = told;
     kind.table = TableOf(kind);
     return kind;
 }

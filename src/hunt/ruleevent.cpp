@@ -83,6 +83,7 @@ struct RuleEvent::State {
     KnownKind& Known();
     KnownKind& KindNamed(std::string_view format, std::string_view channel, std::uint32_t number,
                          std::string_view object);
+    Product ToldProduct(std::string_view format) const;
     void TakeUnmapped();
     void Find(FieldId field, Values* values);
     // The plain values of what `value` is or has in it.
@@ -159,18 +160,33 @@ KnownKind& RuleEvent::State::KindNamed(std::string_view format, std::string_view
                                        std::uint32_t event, std::string_view object) {
     char digits[12];
     const auto end = std::to_chars(std::begin(digits), std::end(digits), event).ptr;
+    const Product told = ToldProduct(format);
     kindName.assign(format).append(1, '\0').append(channel).append(1, '\0');
     kindName.append(digits, end).append(1, '\0').append(object).append(1, '\0').append(action);
+    kindName.append(1, '\0').append(1, static_cast<char>(told));
     if (const auto known = kinds.find(std::string_view(kindName)); known != kinds.end())
         return known->second;
     if (kinds.size() >= mostKinds)
         kinds.clear();
     KnownKind& made = kinds[kindName];
-    made.kind = KindOf(format, channel, event, object, action);
+    made.kind = KindOf(format, channel, event, object, action, told);
     for (const auto& asked : tables.sources)
         made.sources.push_back(asked.meaning.Means(made.kind));
     made.fields.resize(tables.fields.size());
     return made;
+}
+
+// Formats that carry events of any system have a field for it.
+Product RuleEvent::State::ToldProduct(std::string_view format) const {
+    if (format != "ecs" && format != "ocsf")
+        return Product::unknown;
+    const auto members = MemberOf(root, "unmapped");
+    for (const std::string_view name :
+         {"host.os.type", "host.os.platform", "host.os.family", "device.os.type"})
+        if (const auto told = ProductNamed(TextOf(MemberOf(members, name)));
+            told != Product::unknown)
+            return told;
+    return Product::unknown;
 }
 
 void RuleEvent::State::TakeUnmapped() {

@@ -95,6 +95,7 @@ const std::vector<Service>& Services() {
         {"taskscheduler", {"Microsoft-Windows-TaskScheduler/Operational"}},
         {"windefend", {"Microsoft-Windows-Windows Defender/Operational"}},
         {"firewall-as", {"Microsoft-Windows-Windows Firewall With Advanced Security/Firewall"}},
+        {"bitlocker", {"Microsoft-Windows-BitLocker/BitLocker Management"}},
         {"bits-client", {"Microsoft-Windows-Bits-Client/Operational"}},
         {"codeintegrity-operational", {"Microsoft-Windows-CodeIntegrity/Operational"}},
         {"applocker",
@@ -116,16 +117,21 @@ const std::vector<Service>& Services() {
         {"dns-server-analytic", {"Microsoft-Windows-DNS-Server/Analytical"}},
         {"dns-server-audit", {"Microsoft-Windows-DNS-Server/Audit"}},
         {"driver-framework", {"Microsoft-Windows-DriverFrameworks-UserMode/Operational"}},
-        {"hyper-v-worker", {"Microsoft-Windows-Hyper-V-Worker"}},
+        {"hyper-v-worker",
+         {"Microsoft-Windows-Hyper-V-Worker", "Microsoft-Windows-Hyper-V-Worker-Admin",
+          "Microsoft-Windows-Hyper-V-Worker-Operational"}},
         {"iis-configuration", {"Microsoft-IIS-Configuration/Operational"}},
-        {"kernel-event-tracing", {"Microsoft-Windows-Kernel-EventTracing"}},
+        {"kernel-event-tracing",
+         {"Microsoft-Windows-Kernel-EventTracing", "Microsoft-Windows-Kernel-EventTracing/Admin"}},
         {"kernel-shimengine",
          {"Microsoft-Windows-Kernel-ShimEngine/Operational",
           "Microsoft-Windows-Kernel-ShimEngine/Diagnostic"}},
         {"ldap", {"Microsoft-Windows-LDAP-Client/Debug"}},
         {"ldap_debug", {"Microsoft-Windows-LDAP-Client/Debug"}},
         {"lsa-server", {"Microsoft-Windows-LSA/Operational"}},
-        {"microsoft-servicebus-client", {"Microsoft-ServiceBus-Client"}},
+        {"microsoft-servicebus-client",
+         {"Microsoft-ServiceBus-Client", "Microsoft-ServiceBus-Client/Operational",
+          "Microsoft-ServiceBus-Client/Admin"}},
         {"msexchange-management", {"MSExchange Management"}},
         {"ntfs", {"Microsoft-Windows-Ntfs/Operational"}},
         {"ntlm", {"Microsoft-Windows-NTLM/Operational"}},
@@ -142,7 +148,7 @@ const std::vector<Service>& Services() {
         {"smbserver-connectivity", {"Microsoft-Windows-SMBServer/Connectivity"}},
         {"terminalservices-localsessionmanager",
          {"Microsoft-Windows-TerminalServices-LocalSessionManager/Operational"}},
-        {"vhdmp", {"Microsoft-Windows-VHDMP/Operational"}},
+        {"vhdmp", {"Microsoft-Windows-VHDMP-Operational", "Microsoft-Windows-VHDMP/Operational"}},
         {"application-experience",
          {"Microsoft-Windows-Application-Experience/Program-Telemetry",
           "Microsoft-Windows-Application-Experience/Program-Compatibility-Assistant"}},
@@ -198,23 +204,6 @@ void TakeService(const Service& service, SourceMeaning* meaning) {
                 AddDeed({row.objectType, {}}, meaning);
 }
 
-bool FindProduct(std::string_view name, Product* product) {
-    struct Known {
-        std::string_view name;
-        Product product;
-    };
-    constexpr Known all[] = {{"", Product::unknown},
-                             {"windows", Product::windows},
-                             {"linux", Product::linuxes},
-                             {"macos", Product::macos}};
-    for (const Known& known : all)
-        if (known.name == name) {
-            *product = known.product;
-            return true;
-        }
-    return false;
-}
-
 bool TakeNamedCategory(std::string_view name, SourceMeaning* meaning) {
     if (const Category* const category = FindNamed(Categories(), name)) {
         TakeCategory(*category, meaning);
@@ -252,7 +241,8 @@ bool Refuse(std::string_view what, std::string_view name, std::string* problem) 
 bool FindSource(const LogSource& source, bool asksAuditLog, SourceMeaning* meaning,
                 std::string* problem) {
     *meaning = {};
-    if (!FindProduct(source.product, &meaning->product))
+    meaning->product = ProductNamed(source.product);
+    if (!source.product.empty() && meaning->product == Product::unknown)
         return Refuse("product", source.product, problem);
     if (!source.category.empty() && !source.service.empty()) {
         *problem = "no source is known that is of category " + source.category +

@@ -156,8 +156,16 @@ TEST(RuleEvent, HasThemForOtherSenders) {
          R"(exit=0 a0=5 pid=2301 comm="cat" exe="/usr/bin/cat" key=(null))",
          R"(type=EXECVE msg=audit(1772443205.107:107): argc=2 a0="cat" a1="/etc/shadow")"});
     ASSERT_EQ(records.size(), 2U);
-    for (const char* const product : {"windows", "macos", ""})
-        EXPECT_TRUE(RuleView({"process_creation", product, ""}, records[0]).IsMeant());
+    const std::string record = records[0], members = R"("unmapped":{)";
+    for (const std::string told : {"", R"("host.os.type":"macos",)", R"("device.os.type":"macOS",)",
+                                   R"("host.os.platform":"darwin",)"}) {
+        std::string from = record;
+        from.insert(from.find(members) + members.size(), told);
+        for (const char* const product : {"windows", "macos", ""})
+            EXPECT_EQ(RuleView({"process_creation", product, ""}, from).IsMeant(),
+                      told.empty() || product != std::string("windows"))
+                << told << product;
+    }
     EXPECT_FALSE(RuleView({"file_event", "windows", ""}, records[0]).IsMeant());
     RuleView ecs({}, records[0]);
     EXPECT_THAT(ecs.Values("Image"), ElementsAre("C:\\a.exe"));
@@ -300,6 +308,7 @@ TEST(RuleVocabulary, KnowsLogSources) {
         {{"", "linux", "auditd"}, ":"},
         {{"proxy", "", ""}, "no format gives events of category proxy"},
         {{"", "aws", "cloudtrail"}, "no format gives events of product aws"},
+        {{"", "windows", "bitlocker"}, "etw:generic"},
         {{"", "linux", "sshd"}, "no format gives events of service sshd"},
         {{"", "windows", "auditd"}, "no format gives events of service auditd"},
     };
