@@ -20,6 +20,7 @@ _zel_flags() { # COMMAND: its flags
         monitor) echo --help --once --stop-below --resume-percent --output ;;
         "machine show") echo --help --machine ;;
         serve) echo --help --config --check ;;
+        status) echo --help --watch --output ;;
         "config show") echo --help --config ;;
         *) echo --help ;;
     esac
@@ -27,7 +28,7 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query hunt sql tree enrich purge info monitor settings serve config machine ;;
+        "") echo ingest query hunt sql tree enrich purge info monitor settings serve status config machine ;;
         settings) echo get set unset ;;
         machine | config) echo show ;;
     esac

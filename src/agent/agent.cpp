@@ -10,6 +10,7 @@
 #include "agent/routes.h"
 #include "agent/servicemanager.h"
 #include "common/hostservices.h"
+#include "connection/agentrequest.h"
 #include "connection/storedirectory.h"
 
 // The service from its start to its end.
@@ -76,6 +77,7 @@ private:
 bool Agent::OpenStore() {
     std::string problem;
     ForgetDefaultSettings();
+    UseAgent("");  // the socket that is there may be its own, left by a process that was killed
     if (!NamePath("ZELDataStore", config_.storePath, &problem)) {
         log_.Say(problem);
         return false;

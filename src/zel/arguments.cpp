@@ -140,6 +140,12 @@ void AddServe(CLI::App& command, Run& run) {
     command.add_flag("--check", options.check, "Look at the configuration and end");
 }
 
+void AddStatus(CLI::App& command, Run& run) {
+    StatusOptions& options = OptionsOf(command, run, RunStatus);
+    command.add_flag("--watch", options.watch, "Print it anew every two seconds");
+    AddOutput(command, options.output);
+}
+
 void AddConfig(CLI::App& command, Run& run) {
     command.require_subcommand(1);
     CLI::App& show = *command.add_subcommand("show", "Print all values that `serve` would use");
@@ -172,6 +178,7 @@ constexpr struct {
     {"monitor", "Tell when disk space runs short", AddMonitor},
     {"settings", "Read or write a setting", AddSettings},
     {"serve", "Run the store as a service", AddServe},
+    {"status", "Tell how the service is", AddStatus},
     {"config", "The configuration of the service", AddConfig},
     {"machine", "The machine that paths are meant for", AddMachine},
 };

@@ -170,6 +170,13 @@ int RunServe(const ServeOptions& options);
 // Prints all effective values as a configuration.
 int RunConfigShow(const ServeOptions& options);
 
+struct StatusOptions {
+    bool watch = false;  // print it again and again
+    std::string output;  // table or json; empty: as stdout suits
+};
+// Prints what the service tells of itself. 3 when it is not there.
+int RunStatus(const StatusOptions& options);
+
 struct SettingsOptions {
     std::string key;
     std::string name;

@@ -54,7 +54,7 @@ class Service:
                 file.write(f"[{section}]\n" + "".join(f"{k} = {json.dumps(v)}\n" for k, v in keys.items()))
         self.process = subprocess.Popen(
             [zel.program, "serve", "--config", self.file], stderr=subprocess.PIPE,
-            env=dict(zel.environment, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
+            env=dict(zel.environment, ZEL_SOCKET=self.socket, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
         self.told = []
         self.await_word("READY=1")
 
@@ -129,6 +129,9 @@ def check_forms(zel, sample, raw, event_log):
         zel.check("protobuf", 415, service.ask("POST", "/v1/logs", b"x", {"Content-Type": "application/x-protobuf"})[0])
         state = service.status()
         zel.check("ledger", (True, 2), (holds(state["ledger"]), state["duplicate"] - 1))
+        shown = subprocess.run([zel.program, "--socket", service.socket, "status", "-o", "table"], check=False,
+                               stdout=subprocess.PIPE, env=zel.environment).stdout.decode()
+        zel.check("status", True, "ledger.accepted" in shown and "ready:" in shown)
         service.await_word("WATCHDOG=1")
     service.await_word("STOPPING=1")
     zel.check("end", 0, service.process.returncode)
