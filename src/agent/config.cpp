@@ -70,7 +70,7 @@ constexpr ConfigKey keys[] = {
      "Keep in records what has no place in them, and where they came from."},
     {"questions", "at_once", &C::questionsAtOnce, "number", "16", 1, 256,
      "Questions that are worked on at once, one that waits for a slow reader included."},
-    {"questions", "waiting", &C::questionsWaiting, "number", "64", 0, 4096,
+    {"questions", "waiting", &C::questionsWaiting, "number", "32", 0, 4096,
      "Questions that may wait for that; beyond that they are refused."},
     {"questions", "time", &C::questionTime, "seconds", "600", 1, 30 * day,
      "How long one may be worked on, waits for its reader apart."},

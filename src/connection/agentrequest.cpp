@@ -33,9 +33,13 @@ constexpr std::size_t longestLine = 1U << 10;  // of a chunk's head
 constexpr std::size_t longestRefusal = 4U << 10;
 constexpr std::size_t readAtOnce = 256U << 10;
 
-std::string& NamedSocket() {
-    static std::string socket;
-    return socket;
+struct NamedAgent {
+    std::string socket;
+    bool (*isOver)() noexcept = nullptr;
+};
+NamedAgent& Named() {
+    static NamedAgent named;
+    return named;
 }
 
 // The first line of what a refusal says, fit for a terminal.
@@ -45,12 +49,12 @@ std::string FirstLine(const std::string& text) {
 
 }  // namespace
 
-void UseAgent(const std::string& socket) {
-    NamedSocket() = socket;
+void UseAgent(const std::string& socket, bool (*isOver)() noexcept) {
+    Named() = {socket, isOver};
 }
 
 const std::string& AgentSocket() noexcept {
-    return NamedSocket();
+    return Named().socket;
 }
 
 bool IsSocket(const std::string& path) noexcept {
@@ -296,9 +300,10 @@ HRESULT AgentRequest::ReadAll(std::size_t most, std::string* out) {
 }
 
 HRESULT CallAgent(std::string_view method, std::string_view target, std::string_view body,
-                  const AgentRequest::IsOver& isOver, std::string* answer, std::string* problem) {
+                  std::string* answer, std::string* problem) {
     constexpr std::size_t longestAnswer = 64U << 20;
-    AgentRequest request(AgentSocket(), isOver);
+    const auto isOver = Named().isOver;
+    AgentRequest request(AgentSocket(), [isOver] { return isOver != nullptr && isOver(); });
     HRESULT result = request.Send(method, target, body);
     if (Succeeded(result))
         result = request.ReadAll(longestAnswer, answer);

@@ -9,9 +9,10 @@
 // How a program finds the agent, and one request to it.
 namespace zel {
 
-// From now on this process reaches its store through the agent that listens at this socket. To be
-// called once, before the first session.
-void UseAgent(const std::string& socket);
+// From now on this process reaches its store through the agent that listens at this socket; empty:
+// it does not. While short answers are waited for `isOver` is asked, which may be null: true ends
+// the wait. To be called before the first session.
+void UseAgent(const std::string& socket, bool (*isOver)() noexcept);
 // Empty where the store is reached in its directory.
 const std::string& AgentSocket() noexcept;
 // Where an agent listens that nobody named.
@@ -79,7 +80,6 @@ private:
 
 // A request whose answer is short. `*answer` is the answer's body.
 ZEL::HRESULT CallAgent(std::string_view method, std::string_view target, std::string_view body,
-                       const AgentRequest::IsOver& isOver, std::string* answer,
-                       std::string* problem);
+                       std::string* answer, std::string* problem);
 
 }  // namespace zel

@@ -312,8 +312,7 @@ HRESULT RemoteStore::Query(IStringValue* document, ZEL::IQueryCallback* callback
 HRESULT RemoteStore::Call(const char* method, const std::string& target, const std::string& body,
                           std::string* answer) {
     std::string problem;
-    const HRESULT result = CallAgent(
-        method, target, body, [this] { return listener_.Interrupted(); }, answer, &problem);
+    const HRESULT result = CallAgent(method, target, body, answer, &problem);
     return Told(result, problem);
 }
 

@@ -114,8 +114,7 @@ bool LookAtStore(StoreNeed need, StoreLook* look, std::string* problem) {
         return true;
     }
     std::string answer;
-    if (Failed(CallAgent(
-            "GET", "/v1/folders", "", [] { return false; }, &answer, problem)))
+    if (Failed(CallAgent("GET", "/v1/folders", "", &answer, problem)))
         return false;
     if (FromJson(answer, look))
         return true;

@@ -52,9 +52,9 @@ bool StoreSession::OpenAtAgent(StoreNeed need) {
     if (MayBeMade(need))
         problem = "the agent at " + AgentSocket() +
                   " takes events by its own ways; to write into a directory, name it with --store";
-    else if (Succeeded(CallAgent(
-                 reads ? "GET" : "POST", reads ? "/v1/folders?brief=1" : "/v1/enrichments", "",
-                 [this] { return listener_.Interrupted(); }, &answer, &problem)) &&
+    else if (Succeeded(CallAgent(reads ? "GET" : "POST",
+                                 reads ? "/v1/folders?brief=1" : "/v1/enrichments", "", &answer,
+                                 &problem)) &&
              Load()) {
         lostBefore_ = RecordsLost();
         store_ = MakeRemoteStore(AgentSocket(), listener_, std::move(store_));

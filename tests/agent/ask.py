@@ -41,6 +41,16 @@ def await_stored(service):
         time.sleep(0.05)
 
 
+def is_waiting(process):
+    """Whether it has its handlers for signals, and lives."""
+    while True:
+        with open(f"/proc/{process.pid}/status", encoding="utf-8") as file:
+            caught = next(int(line.split()[1], 16) for line in file if line.startswith("SigCgt"))
+        if caught & 1 << (signal.SIGINT - 1) or process.poll() is not None:
+            return process.poll() is None
+        time.sleep(0.01)
+
+
 def check_same(zel, service):
     with open(os.path.join(zel.folder, "rule.yml"), "w", encoding="utf-8") as file:
         file.write(RULE)
@@ -128,6 +138,14 @@ def main(program, sample):
                 check_rights(zel, service)
             purged = through(zel, service, "purge", "--max-size", "0", "-o", "json")
             zel.check("purged", (4, 0), (purged.returncode, len(json.loads(purged.stdout)["folders"])))
+            service.process.send_signal(signal.SIGSTOP)
+            for command in ("query", "info"):
+                hung = subprocess.Popen([program, "--socket", service.socket, command], env=zel.environment,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                zel.check(f"{command} waits", True, is_waiting(hung))
+                hung.send_signal(signal.SIGINT)
+                zel.check(f"{command} is interrupted", True, hung.wait(LIMIT) in (3, 130))
+            service.process.send_signal(signal.SIGCONT)
             asking = subprocess.Popen([program, "--socket", service.socket, "query"], stdout=subprocess.PIPE,
                                       stderr=subprocess.DEVNULL, env=zel.environment)
             asking.stdout.read(1)

@@ -41,7 +41,7 @@ int RunServe(const ServeOptions& options) {
         Say("the configuration is good");
         return exitCode::done;
     }
-    UseAgent("");  // it is the agent, whoever else listens
+    UseAgent("", nullptr);  // it is the agent, whoever else listens
     switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor())) {
         case AgentEnd::notBegun:
             return exitCode::noStore;

@@ -34,10 +34,10 @@ bool NamePaths(const GlobalOptions& options, std::string* problem) {
 void ChooseAgent(const GlobalOptions& options) {
     std::wstring store;
     if (!options.socket.empty())
-        UseAgent(options.socket);
+        UseAgent(options.socket, Interrupted);
     else if (!(wm::ResolvePathVariable(L"%ZELDataStore%", store) && !store.empty()) &&
              IsSocket(defaultAgentSocket))
-        UseAgent(defaultAgentSocket);
+        UseAgent(defaultAgentSocket, Interrupted);
 }
 
 }  // namespace
