@@ -81,7 +81,7 @@ struct Correlator::State {
     void TakeEvent(RuleRun& run);
     void TakeMember(const CorrelationPlan& plan, std::size_t member, RuleRun& run);
     void Count(const CorrelationPlan& plan, std::size_t member, std::vector<std::string> values,
-               std::string counted);
+               const std::string& counted);
     Group& GroupOf(const CorrelationPlan& plan, std::vector<std::string> values);
     bool AddToWindow(Group& group, Occurrence now);
     bool AddToChains(Group& group, std::size_t member, Occurrence now);
@@ -146,13 +146,13 @@ void Correlator::State::TakeMember(const CorrelationPlan& plan, std::size_t numb
         std::vector<std::string> values;
         for (const std::size_t place : member.group)
             values.push_back(own[place]);
-        std::string counted = countsValues ? own[member.counted] : std::string();
-        Count(plan, number, std::move(values), std::move(counted));
+        const std::string counted = countsValues ? own[member.counted] : std::string();
+        Count(plan, number, std::move(values), counted);
     }
 }
 
 void Correlator::State::Count(const CorrelationPlan& plan, std::size_t member,
-                              std::vector<std::string> values, std::string counted) {
+                              std::vector<std::string> values, const std::string& counted) {
     Group& group = GroupOf(plan, std::move(values));
     if (now <= group.restsUntil)
         return;

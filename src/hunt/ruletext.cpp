@@ -218,7 +218,7 @@ std::string ToUtf16Bytes(std::string_view utf8, Utf16Form form) {
     if (form == Utf16Form::littleWithMark)
         append(0xFEFF);
     for (const wchar_t c : wide) {
-        const auto code = static_cast<std::uint32_t>(c);
+        const auto code = static_cast<char32_t>(c);
         if (code > 0xFFFF)
             append(0xD7C0 + (code >> 10U));
         append(code > 0xFFFF ? 0xDC00 + (code & 0x3FFU) : code);
