@@ -77,7 +77,8 @@ private:
 bool Agent::OpenStore() {
     std::string problem;
     ForgetDefaultSettings();
-    UseAgent("", nullptr);  // the socket that is there may be its own, left by a process that was killed
+    UseAgent(
+        "", nullptr);  // the socket that is there may be its own, left by a process that was killed
     if (!NamePath("ZELDataStore", config_.storePath, &problem)) {
         log_.Say(problem);
         return false;

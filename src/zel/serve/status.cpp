@@ -24,8 +24,7 @@ constexpr int betweenLooksMs = 2000;
 
 bool Ask(std::string* answer) {
     std::string problem;
-    const bool isTold = Succeeded(CallAgent(
-        "GET", "/v1/status", "", [] { return Interrupted(); }, answer, &problem));
+    const bool isTold = Succeeded(CallAgent("GET", "/v1/status", "", answer, &problem));
     if (!isTold && !Interrupted())
         Say(problem);
     return isTold;
