@@ -113,7 +113,7 @@ def narrows(zel, rules):
     chain = os.path.join(zel.folder, "chain.yml")
     with open(chain, "w", encoding="utf-8") as file:
         file.write(CHAIN)
-    code, hits, told = hunt(zel, chain, "--min-level", "high")
+    code, hits, told = hunt(zel, chain, "--min-level", "high", chain)
     zel.check("what is only counted is no hit", (0, {"Outer"}, True), (code, set(titles(hits)), "refused 1" in told))
     zel.check("a technique has its parts", {"Base"}, set(titles(hunt(zel, chain, "--tag", "attack.T1059")[1])))
     zel.check("and no others", {}, titles(hunt(zel, chain, "--tag", "attack.t105")[1]))
@@ -137,6 +137,7 @@ def refuses(zel, rules):
             (rules, "--min-level", "hihg"): 'did you mean "high"',
             (rules, "--since", "yester"): "yester",
             (rules, "--placeholders", bad + "x"): "bad.ymlx",
+            (rules, "--explain", "-o", "csv"): "no CSV",
             (): "files or folders of rules",
     }.items():
         code, hits, told = hunt(zel, *arguments)

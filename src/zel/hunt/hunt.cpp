@@ -215,6 +215,10 @@ int RunRules(const HuntOptions& options, GivenRules& given, Output& output) {
         Say(problem);
         return exitCode::usage;
     }
+    if ((options.check || options.explain) && plan.form.name == "csv") {
+        Say("there is no CSV of what decides rules; -o json, ndjson or table");
+        return exitCode::usage;
+    }
     int end = exitCode::done;
     const bool isToRun = TellRules(options, given, rules, counter, problems, &end);
     if (options.check || options.explain) {

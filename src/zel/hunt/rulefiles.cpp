@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "common/asciicase.h"
 #include "hunt/correlator.h"
@@ -49,6 +50,12 @@ std::vector<std::string> FilesOf(const HuntOptions& options, GivenRules* given) 
         else
             files.push_back(name);
     }
+    // A rule that is read twice would be told twice.
+    std::set<fs::path> known;
+    std::erase_if(files, [&](const std::string& file) {
+        std::error_code ignored;
+        return !known.insert(fs::weakly_canonical(file, ignored)).second && !ignored;
+    });
     return files;
 }
 
