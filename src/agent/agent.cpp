@@ -77,8 +77,8 @@ private:
 bool Agent::OpenStore() {
     std::string problem;
     ForgetDefaultSettings();
-    UseAgent(
-        "", nullptr);  // the socket that is there may be its own, left by a process that was killed
+    // The socket that is there may be its own, left by a process that was killed.
+    UseAgent("", nullptr);
     if (!NamePath("ZELDataStore", config_.storePath, &problem)) {
         log_.Say(problem);
         return false;

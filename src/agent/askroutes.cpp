@@ -152,11 +152,12 @@ void AnswerQuery(AgentParts& parts, HttpRequest request, Answer answer) {
 void TellFolders(AgentParts& parts, HttpRequest request, Answer answer) {
     StoreLook look;
     look.directory = parts.config.storePath;
-    if (Parameter(request.head.query, "brief").empty())
+    if (Parameter(request.head.query, "brief").empty()) {
         look = LookHere(parts.config.storePath, true);
-    ZEL::CountedPtr<ZEL::IStringValue> oldest;
-    if (Succeeded(parts.store.GetOldestDate(oldest.Receive(), &look.estimatedBytes)))
-        look.oldestDate = wm::ToText(oldest.Get());
+        ZEL::CountedPtr<ZEL::IStringValue> oldest;
+        if (Succeeded(parts.store.GetOldestDate(oldest.Receive(), &look.estimatedBytes)))
+            look.oldestDate = wm::ToText(oldest.Get());
+    }
     answer({200, "application/json", ToJson(look) + "\n", {}});
 }
 

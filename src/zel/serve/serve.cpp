@@ -2,7 +2,6 @@
 
 #include "agent/agent.h"
 #include "agent/config.h"
-#include "connection/agentrequest.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -41,7 +40,6 @@ int RunServe(const ServeOptions& options) {
         Say("the configuration is good");
         return exitCode::done;
     }
-    UseAgent("", nullptr);  // it is the agent, whoever else listens
     switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor())) {
         case AgentEnd::notBegun:
             return exitCode::noStore;
