@@ -1,6 +1,7 @@
 #include "hunt/readyrule.h"
 
 #include <algorithm>
+#include <set>
 
 // How a rule is fitted to what events of its source have. A test of a field that no format gives
 // fits only where the rule asks for nothing to be there, so it is decided before any event comes,
@@ -201,18 +202,21 @@ ReadyRule::ReadyRule(const Rule& rule, RuleVocabulary* vocabulary) {
         return;
     }
     condition_ = Maker(source_, vocabulary).Make(rule.condition, {});
+    std::set<std::string_view> told;
     EachField(rule.condition, [&](const std::string& name) {
+        if (!told.insert(name).second)
+            return;
         const FieldId field = name.empty() ? FieldId{} : vocabulary->AddField(name);
         if (name.empty()) {
-            AddOnce("any value", &reach_.byText);
+            reach_.byText.emplace_back("any value");
             return;
         }
         const FieldStanding standing = vocabulary->StandingOf(source_, field);
         if (standing == FieldStanding::never)
-            AddOnce(name, &reach_.never);
+            reach_.never.push_back(name);
         else
-            AddOnce(name + " (" + vocabulary->PlaceOf(source_, field) + ")",
-                    standing == FieldStanding::key ? &reach_.byKey : &reach_.byText);
+            (standing == FieldStanding::key ? reach_.byKey : reach_.byText)
+                .push_back(name + " (" + vocabulary->PlaceOf(source_, field) + ")");
     });
     const bool isDecided = condition_.kind == Kind::impossible || condition_.kind == Kind::certain;
     if (isDecided && !reach_.never.empty()) {

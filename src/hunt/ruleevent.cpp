@@ -27,6 +27,7 @@ using Values = std::vector<std::string_view>;
 // Past these what is kept is given back, so that no text can make it stay large.
 constexpr std::size_t largestKept = 4U << 20;  // bytes
 constexpr std::size_t mostKinds = 512;
+constexpr std::size_t mostKnownFields = std::size_t{1} << 20U;  // of all kinds together
 
 // The member of that name; none for anything but an object that has it.
 std::optional<dom::element> MemberOf(const std::optional<dom::element>& object,
@@ -100,6 +101,7 @@ struct RuleEvent::State {
     void AppendTime(Values* values);
     void AppendArgument(const FieldPlace& place, Values* values);
     void AppendLineTypes(Values* values);
+    void CollectAny();
     std::string_view First(std::string_view role, std::string_view member);
     std::optional<dom::element> At(std::string_view role, std::string_view member) const;
 
@@ -114,9 +116,10 @@ struct RuleEvent::State {
     std::unordered_map<std::string, KnownKind, TextHash, std::equal_to<>> kinds;
     std::string kindName;
     KnownKind* kind = nullptr;
-    std::vector<Slot> slots;  // by FieldId
-    SourceFields keeper;      // of texts that were made
-    Values found;             // for the moment
+    std::vector<Slot> slots;     // by FieldId
+    SourceFields keeper;         // of texts that were made
+    Values found;                // for the moment
+    std::uint64_t anyEvent = 0;  // whose values `any` has
     Values any;
 };
 
@@ -166,7 +169,7 @@ KnownKind& RuleEvent::State::KindNamed(std::string_view format, std::string_view
     kindName.append(1, '\0').append(1, static_cast<char>(told));
     if (const auto known = kinds.find(std::string_view(kindName)); known != kinds.end())
         return known->second;
-    if (kinds.size() >= mostKinds)
+    if (kinds.size() >= mostKinds || kinds.size() * tables.fields.size() > mostKnownFields)
         kinds.clear();
     KnownKind& made = kinds[kindName];
     made.kind = KindOf(format, channel, event, object, action, told);
@@ -430,25 +433,28 @@ std::span<const std::string_view> RuleEvent::ValuesOf(FieldId field) {
 
 // What the record says in its own words (kinds, numbers of types, its place in the input) no source
 // has written.
-bool RuleEvent::AnyValue(const std::function<bool(std::string_view)>& test) {
-    State& state = *state_;
-    Values& values = state.any;
-    values.clear();
+void RuleEvent::State::CollectAny() {
+    anyEvent = number;
+    any.clear();
     for (const std::string_view role : {"actor", "target", "result"}) {
         dom::object members;
-        const auto object = MemberOf(state.artifacts, role);
+        const auto object = MemberOf(artifacts, role);
         if (!object || object->get_object().get(members) != simdjson::SUCCESS)
             continue;
         for (const auto& [name, member] : members)
             if (name != "object_type")
-                state.Append(member, &values);
+                Append(member, &any);
     }
-    for (const auto& value :
-         {MemberOf(state.root, "unmapped"), MemberOf(state.source, "channel"),
-          MemberOf(state.source, "event_id"), MemberOf(state.source, "computer")})
+    for (const auto& value : {MemberOf(root, "unmapped"), MemberOf(source, "channel"),
+                              MemberOf(source, "event_id"), MemberOf(source, "computer")})
         if (value)
-            state.Append(*value, &values);
-    return std::any_of(values.begin(), values.end(), test);
+            Append(*value, &any);
+}
+
+bool RuleEvent::AnyValue(const std::function<bool(std::string_view)>& test) {
+    if (state_->anyEvent != state_->number)
+        state_->CollectAny();
+    return std::any_of(state_->any.begin(), state_->any.end(), test);
 }
 
 std::string_view RuleEvent::Time() {

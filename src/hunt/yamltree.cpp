@@ -19,7 +19,8 @@
 // makes empty documents without end, all of which begin there. The library itself allows 500
 // levels, and since a flow map may turn out to be a key it scans to the end of the line before it
 // parses: a line of brackets takes some 200 times its size. It takes the byte 4 for the end of the
-// text and lets malformed UTF-8 through. So the text is looked at first.
+// text and lets malformed UTF-8 through. So the text is looked at first. Of the escapes \N and \_
+// it makes single bytes, which are no UTF-8.
 
 namespace zel {
 
@@ -32,6 +33,24 @@ struct ReadingEnds {
     YAML::Mark mark;
     std::string what;
 };
+
+// With whole characters where the library has left half of one.
+std::string Mended(const std::string& text) {
+    if (wm::IsUtf8(text))
+        return text;
+    std::string mended;
+    std::size_t within = 0;  // bytes that belong to the character that has begun
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool isHalf = within == 0 && (byte == 0x85 || byte == 0xA0);
+        if (byte >= 0xC0)
+            within = byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : 1;
+        else if (byte >= 0x80 && !isHalf)
+            --within;
+        mended.append(isHalf ? "\xC2" : "").append(1, c);
+    }
+    return mended;
+}
 
 class TreeBuilder : public YAML::EventHandler {
 public:
@@ -63,7 +82,7 @@ public:
         if (tag != "?" && tag != "!" && tag != "tag:yaml.org,2002:str")
             throw ReadingEnds{mark, "the tag \"" + tag + "\" is not understood"};
         node->isQuoted = tag != "?";
-        node->text = value;
+        node->text = Mended(value);
         Place(node, mark, anchor);
     }
     void OnSequenceStart(const YAML::Mark& mark, const std::string& tag, YAML::anchor_t anchor,

@@ -86,6 +86,12 @@ TEST(RuleReader, TakesAnythingThatOnlyDescribes) {
               "s: A='1'");
 }
 
+TEST(RuleReader, KeepsEscapedCharactersWhole) {
+    const RuleFile file = ReadRules(R"(title: "a\_\N \xA0\x85 \L\u00e0\U0001F600")", "f", {});
+    ASSERT_EQ(file.problems.size(), 1U);
+    EXPECT_EQ(file.problems[0].title, "a\u00A0\u0085 \u00A0\u0085 \u2028\u00E0\U0001F600");
+}
+
 TEST(RuleReader, ReadsValuesAndModifiers) {
     const Case cases[] = {
         {"Image: a", "Image='a'"},

@@ -10,11 +10,12 @@ import csv
 import io
 import json
 import os
+import signal
 import subprocess
 import sys
 import tarfile
 
-from zelcommand import Zel
+from zelcommand import Zel, await_work
 
 BAD = r"""
 title: Unknown Modifier
@@ -142,12 +143,26 @@ def refuses(zel, rules):
     }.items():
         code, hits, told = hunt(zel, *arguments)
         zel.check(f"{arguments} is refused", (2, [], True), (code, hits, words in told))
+    os.symlink("nowhere", os.path.join(nothing, "link.yml"))
+    os.mkfifo(os.path.join(nothing, "pipe.yml"))
+    zel.check("a link to nothing is told", True, "link.yml: can't be read" in hunt(zel, nothing, rules)[2])
     ended = subprocess.run([zel.program, "--store", "/nosuch", "hunt", "--check", "-o", "ndjson", rules],
                            capture_output=True, check=False)
     reach = collections.Counter(json.loads(line)["reach"] for line in ended.stdout.splitlines())
     zel.check("a check needs no store", (0, 1, 5), (ended.returncode, reach["not"], reach["whole"]))
     zel.check("no store", 3, subprocess.run([zel.program, "--store", "/nosuch", "hunt", rules], capture_output=True,
                                             check=False).returncode)
+
+
+def ends_at_once(zel, _):
+    """Rules that take seconds to be read are no reason to wait."""
+    slow = "title: t%d\nlogsource: {category: process_creation}\ndetection: {a: {Image|re: '(.{1,300}x){1,3}%d'}, condition: a}\n"
+    started = subprocess.Popen(zel.command("hunt", "-"), stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    started.stdin.write("---\n".join(slow % (n, n) for n in range(500)).encode())
+    started.stdin.close()
+    await_work(started.pid, 0.2)
+    started.send_signal(signal.SIGINT)
+    zel.check("an interrupt while rules are read", (130, b""), (started.wait(), started.stderr.read()))
 
 
 def marks(zel, rules):
@@ -184,7 +199,7 @@ def main(program, examples):
     rules = os.path.join(examples, "rules")
     with Zel(program) as zel:
         zel.run("ingest", os.path.join(examples, "raw.ndjson.xz"))
-        for scenario in (finds, narrows, refuses, marks):
+        for scenario in (finds, narrows, refuses, ends_at_once, marks):
             scenario(zel, rules)
         failures = zel.failures
     if samples := os.environ.get("ZEL_SOURCE_SAMPLES"):

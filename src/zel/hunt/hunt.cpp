@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "connection/agentrequest.h"
 #include "connection/resultwords.h"
@@ -200,7 +201,9 @@ bool TellRules(const HuntOptions& options, const GivenRules& given, const RuleSe
     return !isBad && !isNothing;
 }
 
-int RunRules(const HuntOptions& options, GivenRules& given, Output& output) {
+using Preparing = std::optional<InterruptsEndAtOnce>;
+
+int RunRules(const HuntOptions& options, GivenRules& given, Preparing& preparing, Output& output) {
     std::vector<RuleProblem> problems = std::move(given.problems);
     const RuleSet rules(std::move(given.rules), {options.asksAuditLog});
     const Correlator counter(rules);
@@ -219,6 +222,7 @@ int RunRules(const HuntOptions& options, GivenRules& given, Output& output) {
         Say("there is no CSV of what decides rules; -o json, ndjson or table");
         return exitCode::usage;
     }
+    preparing.reset();
     int end = exitCode::done;
     const bool isToRun = TellRules(options, given, rules, counter, problems, &end);
     if (options.check || options.explain) {
@@ -236,16 +240,15 @@ int RunHunt(const HuntOptions& options) {
         Say("hunt: files or folders of rules are expected");
         return exitCode::usage;
     }
+    Preparing preparing(std::in_place);
     GivenRules given;
     std::string problem;
     if (!ReadGivenRules(options, &given, &problem)) {
-        if (Interrupted())
-            return exitCode::interrupted;
         Say(problem);
         return exitCode::usage;
     }
     Output output;
-    return output.Finish(RunRules(options, given, output));
+    return output.Finish(RunRules(options, given, preparing, output));
 }
 
 }  // namespace zel

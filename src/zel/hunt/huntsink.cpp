@@ -3,10 +3,13 @@
 #include <algorithm>
 
 #include "zel/query/resultintake.h"
+#include "zel/terminal/messages.h"
 
 namespace zel {
 
 bool HuntSink::Fits(std::string_view event) {
+    if (Interrupted())  // what came with the same message need not be tested
+        return false;
     if (ways_.first != nullptr && !ways_.first->Fits(event))
         return false;
     // Marks are joined to events only where marks are made, and rules are not to find these.

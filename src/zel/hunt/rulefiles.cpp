@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <set>
+#include <utility>
 
 #include "common/asciicase.h"
 #include "hunt/correlator.h"
@@ -25,18 +26,33 @@ bool IsRuleFile(const fs::path& path) {
     return ending == ".yml" || ending == ".yaml";
 }
 
-// A folder that can't be read is a problem of its own, so that no rule goes missing in silence.
+bool IsOfOtherKind(fs::file_type type) {
+    return type == fs::file_type::directory || type == fs::file_type::fifo ||
+           type == fs::file_type::socket || type == fs::file_type::character ||
+           type == fs::file_type::block;
+}
+
+// A folder that can't be read is a problem of its own, so that no rule goes missing in silence; so
+// is a link that leads nowhere. What waits for a writer, such as a pipe, is no rule.
 void AddFolder(const fs::path& folder, std::vector<std::string>* files, GivenRules* given) {
     std::error_code error;
     std::vector<std::string> found;
-    for (fs::recursive_directory_iterator at(folder, error), end; !error && at != end;
-         at.increment(error)) {
-        std::error_code ignored;
-        if (at->is_regular_file(ignored) && IsRuleFile(at->path()))
-            found.push_back(at->path().string());
+    std::vector<fs::path> below{folder};
+    while (!below.empty()) {
+        const fs::path here = std::exchange(below.back(), {});
+        below.pop_back();
+        fs::directory_iterator at(here, error);
+        for (; !error && at != fs::directory_iterator(); at.increment(error)) {
+            std::error_code ignored;
+            const auto own = at->symlink_status(ignored).type();
+            if (own == fs::file_type::directory)
+                below.push_back(at->path());
+            else if (IsRuleFile(at->path()) && !IsOfOtherKind(at->status(ignored).type()))
+                found.push_back(at->path().string());
+        }
+        if (error)
+            given->problems.push_back({here.string(), 0, 0, "", error.message()});
     }
-    if (error)
-        given->problems.push_back({folder.string(), 0, 0, "", error.message()});
     std::sort(found.begin(), found.end());
     files->insert(files->end(), found.begin(), found.end());
 }
@@ -103,18 +119,15 @@ void KeepWanted(const HuntOptions& options, GivenRules* given) {
     rules.erase(end, rules.end());
 }
 
-bool ReadFile(const std::string& file, const Placeholders& placeholders, GivenRules* given) {
+void ReadFile(const std::string& file, const Placeholders& placeholders, GivenRules* given) {
     std::string text, problem;
     if (!ReadInputFile(file, largestFile, &text, &problem)) {
-        if (Interrupted())
-            return false;
         given->problems.push_back({file, 0, 0, "", problem});
-        return true;
+        return;
     }
     RuleFile read = ReadRules(text, file, placeholders);
     std::move(read.rules.begin(), read.rules.end(), std::back_inserter(given->rules));
     std::move(read.problems.begin(), read.problems.end(), std::back_inserter(given->problems));
-    return true;
 }
 
 bool ReadPlaceholdersOf(const HuntOptions& options, Placeholders* placeholders,
@@ -146,8 +159,7 @@ bool ReadGivenRules(const HuntOptions& options, GivenRules* given, std::string* 
         return false;
     const std::vector<std::string> files = FilesOf(options, given);
     for (const std::string& file : files)
-        if (!ReadFile(file, placeholders, given))
-            return false;
+        ReadFile(file, placeholders, given);
     given->files = files.size();
     if (files.empty() && given->problems.empty()) {
         *problem = "no file that ends in .yml or .yaml is there";

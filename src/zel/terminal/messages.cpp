@@ -23,9 +23,12 @@ namespace {
 std::atomic<int> firstSignal{0};  // lock-free, so a handler may set it
 static_assert(std::atomic<int>::is_always_lock_free);
 int interruptPipe[2] = {-1, -1};
+std::atomic<int> promptEnds{0};
 
 // Any thread may be the one that is interrupted, also just ahead of a wait: the pipe reaches all.
 void OnInterrupt(int signal) {
+    if (promptEnds != 0)
+        ::_exit(exitCode::interrupted);
     const int before = errno;
     int none = 0;
     firstSignal.compare_exchange_strong(none, signal);
@@ -84,6 +87,16 @@ bool Terminated() noexcept {
 
 int InterruptDescriptor() noexcept {
     return interruptPipe[0];
+}
+
+InterruptsEndAtOnce::InterruptsEndAtOnce() noexcept {
+    ++promptEnds;
+    if (Interrupted())  // just ahead of it
+        ::_exit(exitCode::interrupted);
+}
+
+InterruptsEndAtOnce::~InterruptsEndAtOnce() {
+    --promptEnds;
 }
 
 }  // namespace zel

@@ -53,4 +53,15 @@ bool Terminated() noexcept;
 // Stays readable, so any number of threads may poll it.
 int InterruptDescriptor() noexcept;
 
+// While one lives, these signals end the program where it stands, with exitCode::interrupted. For
+// long work within libraries that look at nothing, at which there is nothing to lose: no store is
+// open and no data was printed.
+class InterruptsEndAtOnce {
+public:
+    InterruptsEndAtOnce() noexcept;
+    ~InterruptsEndAtOnce();
+    InterruptsEndAtOnce(const InterruptsEndAtOnce&) = delete;
+    InterruptsEndAtOnce& operator=(const InterruptsEndAtOnce&) = delete;
+};
+
 }  // namespace zel
