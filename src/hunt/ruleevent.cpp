@@ -311,9 +311,12 @@ void RuleEvent::State::AppendAt(const FieldPlace& place, Values* values) {
     }
 }
 
-// In place of the values from there on. Plain texts have but one form.
+// In place of the values from there on. Plain texts have but one form, and so have ports: nobody
+// writes them as 0x1bb, and an end of that would be a wrong hit.
 void RuleEvent::State::AppendForms(const FieldPlace& place, std::size_t from, Values* values) {
-    if (place.conversion == Conversion::text || place.conversion == Conversion::plainText)
+    const bool isPlain =
+        place.conversion == Conversion::text || place.conversion == Conversion::plainText;
+    if (isPlain || place.member.ends_with("_port"))
         return;
     found.assign(values->begin() + static_cast<std::ptrdiff_t>(from), values->end());
     values->resize(from);

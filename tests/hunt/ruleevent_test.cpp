@@ -103,7 +103,7 @@ TEST(RuleEvent, HasTheNamesOfSysmon) {
         EXPECT_THAT(values(0, none), IsEmpty()) << none;
     EXPECT_THAT(values(1, "Hashes"), ElementsAre("MD5=AB,SHA256=CD"));
     EXPECT_THAT(values(1, "ParentImage"), IsEmpty());
-    EXPECT_THAT(values(2, "DestinationPort"), Contains("443"));
+    EXPECT_THAT(values(2, "DestinationPort"), ElementsAre("443"));
     EXPECT_THAT(values(2, "Protocol"), AllOf(Contains("tcp"), Contains("6")));
     EXPECT_THAT(values(3, "TargetObject"),
                 ElementsAre("HKEY_LOCAL_MACHINE\\Soft\\x", "HKLM\\Soft\\x",
