@@ -27,6 +27,7 @@ namespace {
 constexpr auto longestDrain = std::chrono::seconds(30);
 constexpr int lookMs = 1000;
 constexpr std::uint64_t stalledMs = 20000;
+constexpr std::uint64_t extensionMs = 10000;  // while what was left is replayed
 
 // Everything that a running service consists of, in the order in which it is made.
 class Agent {
@@ -71,6 +72,7 @@ private:
     std::unique_ptr<HttpServer> server_;
     bool toldReady_ = false;
     std::uint64_t nextWatchdog_ = 0;
+    std::uint64_t nextExtension_ = 0;
 };
 
 // Nothing that the service sets is to reach the settings of a person.
@@ -168,8 +170,9 @@ void Agent::TellManager() {
                                              : config_.socketPath) +
                  ", store " + config_.storePath);
         NotifyManager("READY=1");
-    } else if (!toldReady_) {
+    } else if (!toldReady_ && now >= nextExtension_) {
         NotifyManager("EXTEND_TIMEOUT_USEC=30000000");
+        nextExtension_ = now + extensionMs;
     }
     if (watchdogMs_ != 0 && now >= nextWatchdog_ && feeder_->SilentMs() < stalledMs) {
         NotifyManager("WATCHDOG=1");

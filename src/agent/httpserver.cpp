@@ -82,8 +82,7 @@ public:
     ~Connection() {
         if (answer_)
             answer_->Cancel();
-        server_.connections.erase(this);
-        server_.count = server_.connections.size();
+        Leave();
     }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -92,9 +91,18 @@ public:
     // Whether it may be closed for want of room, and since when it waits.
     bool IsIdle() const noexcept { return isIdle_; }
     SteadyClock::time_point Since() const noexcept { return since_; }
-    void Close() { stream_.close(); }
+    // It counts no more from here on, though it lives until its last step has been told.
+    void Close() {
+        isIdle_ = false;
+        Leave();
+        stream_.close();
+    }
 
 private:
+    void Leave() {
+        server_.connections.erase(this);
+        server_.count = server_.connections.size();
+    }
     void ReadHead();
     void OnHead();
     HttpHead Head() const;
@@ -408,8 +416,8 @@ struct HttpServer::Impl : ServerState {
     void CloseIdle();
 };
 
-// Beyond the limit the one that has been silent longest goes; when all are at work the new one
-// waits for its turn in the system's queue.
+// Beyond the limit the one that has been silent longest goes. When all are at work the new one is
+// closed: who comes again later is served then.
 void HttpServer::Impl::MakeRoom() {
     Connection* oldest = nullptr;
     for (Connection* const one : connections)
@@ -420,7 +428,8 @@ void HttpServer::Impl::MakeRoom() {
 }
 
 void HttpServer::Impl::CloseIdle() {
-    for (Connection* const one : connections)
+    const std::set<Connection*> all = connections;  // those that are closed leave it
+    for (Connection* const one : all)
         if (one->IsIdle())
             one->Close();
 }
@@ -432,7 +441,7 @@ void HttpServer::Impl::Accept(Acceptor& acceptor, std::uint16_t portNumber) {
             return;
         if (!error) {
             MakeRoom();
-            if (connections.size() < limits.connections * 2)
+            if (connections.size() < limits.connections)
                 std::make_shared<Connection>(*this, Protocol::socket(std::move(peer)), portNumber)
                     ->AwaitRequest();
         }

@@ -39,7 +39,6 @@ class Service:
     def __init__(self, zel, **settings):
         self.zel, self.socket = zel, os.path.join(zel.folder, "s")
         self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.notify.settimeout(LIMIT)
         name = os.path.join(zel.folder, "notify")
         if os.path.exists(name):
             os.unlink(name)
@@ -56,11 +55,18 @@ class Service:
             [zel.program, "serve", "--config", self.file], stderr=subprocess.PIPE,
             env=dict(zel.environment, ZEL_SOCKET=self.socket, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
         self.told = []
+        threading.Thread(target=self.hear, daemon=True).start()
         self.await_word("READY=1")
 
-    def await_word(self, word):
-        while word not in self.told:
+    def hear(self):
+        while True:
             self.told.append(self.notify.recv(4096).decode())
+
+    def await_word(self, word):
+        until = time.time() + LIMIT
+        while word not in self.told and time.time() < until:
+            time.sleep(0.01)
+        self.zel.check("told in time", True, word in self.told)
 
     def __enter__(self):
         return self
