@@ -20,7 +20,7 @@ std::string Quoted(std::string_view text) {
 class Planner {
 public:
     Planner(const RuleSet::Tables& set, std::vector<RuleProblem>* problems)
-        : set_(set), problems_(*problems), states_(set.rules.size()) {}
+        : set_(set), problems_(*problems), states_(set.rules.size()), levels_(set.rules.size()) {}
 
     std::vector<CorrelationPlan> PlanAll() {
         for (std::uint32_t rule = 0; rule < set_.rules.size(); ++rule) {
@@ -32,6 +32,8 @@ public:
 
 private:
     enum class State : std::uint8_t { open, begun, planned, refused };
+    // Rules of rules above each other. Strangers write them, and each level is one of the stack.
+    static constexpr int mostLevels = 16;
 
     // Rules that it counts are planned first.
     bool Plan(std::uint32_t rule) {
@@ -39,7 +41,13 @@ private:
             states_[rule] = State::begun;
             CorrelationPlan plan;
             plan.rule = rule;
-            const std::string problem = Fill(*set_.rules[rule].counts, &plan);
+            ++depth_;
+            std::string problem =
+                depth_ > mostLevels ? std::string() : Fill(*set_.rules[rule].counts, &plan);
+            if (depth_ > mostLevels || levels_[rule] > mostLevels)
+                problem = "rules of rules stand more than " + std::to_string(mostLevels) +
+                          " levels above each other";
+            --depth_;
             states_[rule] = problem.empty() ? State::planned : State::refused;
             if (problem.empty())
                 plans_.push_back(std::move(plan));
@@ -57,7 +65,7 @@ private:
         std::size_t thatCanFit = 0;
         for (const std::string& reference : counts.rules) {
             Member member;
-            std::string problem = FillMember(counts, reference, &member);
+            std::string problem = FillMember(plan->rule, counts, reference, &member);
             if (!problem.empty())
                 return problem;
             const RuleReach reach = ReachOf(counts, member);
@@ -122,9 +130,9 @@ private:
         return kind == Kind::temporal || kind == Kind::temporalOrdered;
     }
 
-    std::string FillMember(const Correlation& counts, const std::string& reference,
-                           Member* member) {
-        const auto is = [&](const Rule& rule) { return IsCalled(rule, reference); };
+    std::string FillMember(std::uint32_t rule, const Correlation& counts,
+                           const std::string& reference, Member* member) {
+        const auto is = [&](const Rule& each) { return IsCalled(each, reference); };
         const auto found = std::find_if(set_.rules.begin(), set_.rules.end(), is);
         if (found == set_.rules.end())
             return "no rule is called " + Quoted(reference);
@@ -136,6 +144,7 @@ private:
             return "the rule " + Quoted(reference) +
                    (states_[member->rule] == State::begun ? " counts this one in turn"
                                                           : " can't be counted itself");
+        levels_[rule] = std::max(levels_[rule], member->isOfRules ? levels_[member->rule] + 1 : 1);
         for (const std::string& name : counts.groupBy) {
             const auto place = PlaceOf(counts, *found, name);
             if (!place)
@@ -194,6 +203,8 @@ private:
     const RuleSet::Tables& set_;
     std::vector<RuleProblem>& problems_;
     std::vector<State> states_;
+    std::vector<int> levels_;  // of what is planned, from 1
+    int depth_ = 0;            // of what is being planned
     std::vector<CorrelationPlan> plans_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "hunt/rulereader.h"
@@ -9,6 +10,7 @@
 namespace zel {
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
@@ -185,6 +187,28 @@ TEST(Correlator, RefusesWhatItCannotTell) {
         EXPECT_THAT(correlator.Problems().front().what, HasSubstr(row.problem));
         EXPECT_TRUE(correlator.IsIdle());
         EXPECT_FALSE(correlator.Hides(0));
+    }
+}
+
+// Each counts the one before it, read in either order.
+TEST(Correlator, RefusesTowersOfRules) {
+    for (const bool isUpwards : {false, true}) {
+        std::vector<std::string> tower;
+        for (int level = 1; level <= 17; ++level)
+            tower.push_back(Counting("n" + std::to_string(level),
+                                     "type: event_count, rules: [" +
+                                         (level == 1 ? "a" : "n" + std::to_string(level - 1)) +
+                                         "], timespan: 1m, condition: {gte: 1}"));
+        if (isUpwards)
+            std::reverse(tower.begin(), tower.end());
+        std::string yaml = singles;
+        for (const std::string& rule : tower)
+            yaml += rule + "---\n";
+        const RuleSet set(ReadRules(yaml, "f", {}).rules, {});
+        const Correlator correlator(set);
+        ASSERT_FALSE(correlator.Problems().empty());
+        for (const RuleProblem& problem : correlator.Problems())
+            EXPECT_THAT(problem.what, AnyOf(HasSubstr("16 levels"), HasSubstr("counted itself")));
     }
 }
 
