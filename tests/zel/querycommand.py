@@ -353,11 +353,11 @@ def screen(zel):
               trailer["complete"], "20200103" in [failure["folder"] for failure in trailer["not_read"]]))
     ended = zel.run("query", "--trailer", "-o", "csv", "--fields", "seq")
     zel.check("beside csv", (b"seq\r\n1\r\n2\r\n", True), (ended.stdout, b"zel: 2 event(s) found" in ended.stderr))
-    zel.run("ingest", given=record(3, "\x1b[31m\x9b"))
+    zel.run("ingest", given=record(3, "\x1b[31m\x9b\u202e"))
     for form in (("-o", "csv"), ("--print-keys",), ("-o", "json"), ("--fields", "target_path", "-o", "ndjson")):
         text = shown(*form, "--grep", "31m", PAGER="")[1]
-        zel.check(f"{form} brings no codes to a terminal", [True, False, False],
-                  ["[31m" in text] + [code in text for code in "\x1b\x9b"])
+        zel.check(f"{form} brings no codes to a terminal", [True, False, False, False],
+                  ["[31m" in text] + [code in text for code in "\x1b\x9b\u202e"])
 
 
 def trees(zel):

@@ -151,18 +151,18 @@ std::string Escaped(std::string_view text) {
 std::string EscapedJson(std::string_view json) {
     std::string text;
     text.reserve(json.size());
-    for (std::size_t at = 0; at < json.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(json[at]);
-        const auto next = static_cast<unsigned char>(at + 1 < json.size() ? json[at + 1] : '\0');
-        const bool isPair = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
-        if (byte != 0x7F && !isPair) {
-            text += json[at];
-            continue;
-        }
-        char escape[8];
-        std::snprintf(escape, sizeof(escape), "\\u%04x", isPair ? next : byte);
-        text += escape;
-        at += isPair ? 1 : 0;
+    for (std::size_t at = 0; at < json.size();) {
+        // JSON itself has escapes for the control characters below; what stands raw there is
+        // layout.
+        const bool isPlain = static_cast<unsigned char>(json[at]) < 0x7F;
+        const std::size_t size = isPlain ? 1 : CharacterSize(json.substr(at));
+        const std::string_view character = json.substr(at, std::max<std::size_t>(size, 1));
+        if (const char32_t c = isPlain || size == 0 ? 0 : Decode(character);
+            c != 0 && IsIn(c, unsafe))
+            text += Hex("\\u%04x", static_cast<unsigned>(c));
+        else
+            text += character;
+        at += character.size();
     }
     return text;
 }

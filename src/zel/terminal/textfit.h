@@ -14,8 +14,8 @@ namespace zel {
 // turned back: a text may hold the same characters itself.
 std::string Escaped(std::string_view text);
 
-// The same JSON, in which the control characters that JSON lets stand as they are, U+007F to
-// U+009F, are escapes.
+// The same JSON, in which what JSON lets stand as it is and a terminal would obey or hide is an
+// escape: U+007F to U+009F, and marks that turn the direction of writing or take no room.
 std::string EscapedJson(std::string_view json);
 
 // Columns that the escaped text takes. By the usual widths of characters; terminals differ for new
