@@ -5,9 +5,9 @@
 #include <limits>
 
 // Hyperscan was measured against RE2::Set and a table automaton of Aho and Corasick, with the 3,439
-// texts of 325 public rules over 20,284 events of 1.4 KB each: 2.4 us an event and 0.7 MB, to 8.3 us
-// and 10 MB, to 8.3 us and 70 MB. All of them are made in a fraction of a second. Other processors
-// than x86-64 have the same interface in Vectorscan.
+// texts of 325 public rules over 20,284 events of 1.4 KB each: 2.4 us an event and 0.7 MB, to 8.3
+// us and 10 MB, to 8.3 us and 70 MB. All of them are made in a fraction of a second. Other
+// processors than x86-64 have the same interface in Vectorscan.
 
 namespace zel {
 

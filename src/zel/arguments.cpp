@@ -150,7 +150,8 @@ void AddConfig(CLI::App& command, Run& run) {
     command.require_subcommand(1);
     CLI::App& show = *command.add_subcommand("show", "Print all values that `serve` would use");
     ServeOptions& options = OptionsOf(show, run, RunConfigShow);
-    AddText(show, "--config", options.config, "FILE", "The configuration; without one the defaults");
+    AddText(show, "--config", options.config, "FILE",
+            "The configuration; without one the defaults");
 }
 
 void AddMachine(CLI::App& command, Run& run) {
