@@ -128,11 +128,11 @@ ZEL::HRESULT Store(AgentParts& parts, const Enrichment& enrichment) {
 
 }  // namespace
 
-void AnswerRows(AgentParts& parts, HttpRequest request, Answer answer) {
+void AnswerRows(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     Ask(parts, request.head, {std::move(request.body), AnswerForm::frames, -1}, answer);
 }
 
-void AnswerQuery(AgentParts& parts, HttpRequest request, Answer answer) {
+void AnswerQuery(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     AskedQuestion question{std::move(request.body), AnswerForm::lines, -1};
     if (question.document.empty())
         question.document = Parameter(request.head.query, "document");
@@ -149,7 +149,7 @@ void AnswerQuery(AgentParts& parts, HttpRequest request, Answer answer) {
     Ask(parts, request.head, std::move(question), answer);
 }
 
-void TellFolders(AgentParts& parts, HttpRequest request, Answer answer) {
+void TellFolders(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     StoreLook look;
     look.directory = parts.config.storePath;
     if (Parameter(request.head.query, "brief").empty()) {
@@ -161,7 +161,7 @@ void TellFolders(AgentParts& parts, HttpRequest request, Answer answer) {
     answer({200, "application/json", ToJson(look) + "\n", {}});
 }
 
-void TakeEnrichments(AgentParts& parts, HttpRequest request, Answer answer) {
+void TakeEnrichments(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     std::vector<Enrichment> enrichments;
     std::string problem;
     ForEachLine(request.body, [&](std::string_view line, std::uint64_t number) {
@@ -185,7 +185,7 @@ void TakeEnrichments(AgentParts& parts, HttpRequest request, Answer answer) {
     answer({200, "application/json", "{\"queued\":" + std::to_string(taken) + "}\n", {}});
 }
 
-void PurgeNow(AgentParts& parts, HttpRequest request, Answer answer) {
+void PurgeNow(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     constexpr std::uint64_t megabyte = 0x100000;
     const std::string size = Parameter(request.head.query, "max_size");
     std::uint64_t bytes = 0;

@@ -6,16 +6,16 @@
 namespace zel {
 
 // The document in the body: its answer as frames (rowframes.h).
-void AnswerRows(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void AnswerRows(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // For people and other programs: the document in the body or as the parameter "document", at most
 // "limit" rows; lines of JSON, of which the last tells the end.
-void AnswerQuery(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void AnswerQuery(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // The store's directory and, unless "brief" is asked for, what stands in it (StoreLook).
-void TellFolders(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void TellFolders(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // Lines {"key":"...","enrichment":...}, all of which are good or none is taken. The keys are of
 // events, or those under which enrichments stand.
-void TakeEnrichments(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void TakeEnrichments(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // Deletes the oldest folders until the store fits in "max_size".
-void PurgeNow(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void PurgeNow(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 
 }  // namespace zel

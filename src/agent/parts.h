@@ -42,9 +42,9 @@ struct AgentParts {
 };
 
 // The ways in. Each reads the whole request, and answers once what it has taken is on the disk.
-void TakeEvents(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
-void TakeBulk(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
-void TakeLogs(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer);
+void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
+void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
+void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 
 // Why the service is not as it should be, in constant words: "replaying", "disk full", "spool
 // full", "store fails", "stalled". Empty when all is well.

@@ -20,7 +20,7 @@ struct Route {
     std::string_view paths;    // "a|b"; "*" in front: how they end
     std::string_view methods;  // "GET|HEAD"
     Right right;
-    void (*handle)(AgentParts& parts, HttpRequest request, Answer answer);
+    void (*handle)(AgentParts& parts, HttpRequest& request, const Answer& answer);
 };
 
 bool IsOneOf(std::string_view list, std::string_view wanted) {
@@ -38,7 +38,7 @@ HttpReply Shipper(int status, std::string body) {
     return {status, "application/json", std::move(body), {{"X-Elastic-Product", "Elasticsearch"}}};
 }
 
-void Greet(AgentParts&, HttpRequest request, Answer answer) {
+void Greet(AgentParts&, HttpRequest& request, const Answer& answer) {
     if (request.head.accept.find("text/html") != std::string::npos)
         return answer(PlainReply(200, "zel: a local store of security events"));
     answer(Shipper(
@@ -50,13 +50,13 @@ void Greet(AgentParts&, HttpRequest request, Answer answer) {
         R"("minimum_index_compatibility_version":"7.0.0"},"tagline":"You Know, for Search"})"));
 }
 
-void TellLicense(AgentParts&, HttpRequest, Answer answer) {
+void TellLicense(AgentParts&, HttpRequest&, const Answer& answer) {
     answer(Shipper(200, R"({"license":{"uid":"zel","type":"basic","status":"active"}})"));
 }
 
 // As long as a bulk would be closed without an answer this is as well: shippers ask it to learn
 // when to go on, and take any answer for a yes.
-void TellHealth(AgentParts& parts, HttpRequest request, Answer answer) {
+void TellHealth(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     HttpReply reply = request.head.path == "/_cat/health"
                           ? PlainReply(200, "zel green")
                           : Shipper(200, R"({"cluster_name":"zel","status":"green"})");
@@ -64,29 +64,29 @@ void TellHealth(AgentParts& parts, HttpRequest request, Answer answer) {
     answer(std::move(reply));
 }
 
-void RefuseSetup(AgentParts&, HttpRequest, Answer answer) {
+void RefuseSetup(AgentParts&, HttpRequest&, const Answer& answer) {
     answer(Shipper(400, R"({"error":{"type":"illegal_argument_exception","reason":"this store has )"
                         R"(no templates, policies or pipelines: set setup.template.enabled, )"
                         R"(setup.ilm.enabled or manage_template to false","root_cause":[]},)"
                         R"("status":400})"));
 }
 
-void TellLife(AgentParts& parts, HttpRequest, Answer answer) {
+void TellLife(AgentParts& parts, HttpRequest&, const Answer& answer) {
     constexpr std::uint64_t tooLongMs = 60000;
     const bool lives = parts.feeder.SilentMs() < tooLongMs;
     answer(PlainReply(lives ? 200 : 503, lives ? "ok" : "stalled"));
 }
 
-void TellReadiness(AgentParts& parts, HttpRequest, Answer answer) {
+void TellReadiness(AgentParts& parts, HttpRequest&, const Answer& answer) {
     const auto words = Degraded(parts);
     answer(words.empty() ? PlainReply(200, "ok") : PlainReply(503, std::string(words.front())));
 }
 
-void TellStatus(AgentParts& parts, HttpRequest, Answer answer) {
+void TellStatus(AgentParts& parts, HttpRequest&, const Answer& answer) {
     answer({200, "application/json", StatusJson(parts), {}});
 }
 
-void TellMetrics(AgentParts& parts, HttpRequest, Answer answer) {
+void TellMetrics(AgentParts& parts, HttpRequest&, const Answer& answer) {
     answer({200, "text/plain; version=0.0.4; charset=utf-8", MetricsText(parts), {}});
 }
 
@@ -156,16 +156,16 @@ void Routes::Handle(HttpRequest request, Answer answer) {
     const Route* const route = FindRoute(request.head.path);
     const std::string_view name = route != nullptr ? route->name : otherRoute;
     ++parts_.log.inFlight;
-    auto counted = [this, name, answer = std::move(answer)](HttpReply reply) {
+    const Answer counted = [this, name, answer = std::move(answer)](HttpReply reply) {
         --parts_.log.inFlight;
         parts_.log.CountRequest(name, reply.isCut ? 0 : reply.status);
         answer(std::move(reply));
     };
     try {
         if (route != nullptr)
-            route->handle(parts_, std::move(request), counted);
+            route->handle(parts_, request, counted);
         else
-            RefuseSetup(parts_, std::move(request), counted);
+            RefuseSetup(parts_, request, counted);
     } catch (const std::exception& error) {
         parts_.log.SaySeldom(std::string("a request failed: ") + error.what());
         counted(PlainReply(503, "the request can't be worked on"));

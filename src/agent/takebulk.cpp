@@ -171,7 +171,7 @@ std::string BulkAnswer(const std::vector<BulkItem>& items, const Delivery& deliv
 
 }  // namespace
 
-void TakeBulk(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer) {
+void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point begin = Clock::now();
     std::string words;

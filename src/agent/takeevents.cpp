@@ -59,7 +59,7 @@ std::string Summary(const Delivery& delivery, const Problems& problems, std::uin
 
 }  // namespace
 
-void TakeEvents(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer) {
+void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer) {
     std::string words;
     if (const int status =
             UnpackBody(request.head, parts.config.inflatedSize, &request.body, &words))

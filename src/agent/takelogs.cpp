@@ -107,7 +107,7 @@ HttpReply LogsReply(int status, std::string body) {
 
 }  // namespace
 
-void TakeLogs(AgentParts& parts, HttpRequest request, IHttpHandler::Answer answer) {
+void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer) {
     std::string words;
     if (!ZEL::StartsWithNoCase(std::string_view(request.head.contentType), "application/json"))
         return answer(PlainReply(
