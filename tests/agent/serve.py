@@ -51,9 +51,12 @@ class Service:
         with open(self.file, "w", encoding="utf-8") as file:
             for section, keys in config.items():
                 file.write(f"[{section}]\n" + "".join(f"{k} = {json.dumps(v)}\n" for k, v in keys.items()))
-        self.process = subprocess.Popen(
-            [zel.program, "serve", "--config", self.file], stderr=subprocess.PIPE,
-            env=dict(zel.environment, ZEL_SOCKET=self.socket, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
+        # No pipe: whoever writes more than it holds would wait for its reader.
+        self.messages = os.path.join(zel.folder, "messages")
+        with open(self.messages, "wb") as messages:
+            self.process = subprocess.Popen(
+                [zel.program, "serve", "--config", self.file], stderr=messages,
+                env=dict(zel.environment, ZEL_SOCKET=self.socket, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
         self.told = []
         threading.Thread(target=self.hear, daemon=True).start()
         self.await_word("READY=1")
@@ -76,8 +79,10 @@ class Service:
 
     def end(self, how):
         self.process.send_signal(how)
-        self.said = self.process.communicate(timeout=LIMIT)[1].decode()
-        return self.process.returncode
+        code = self.process.wait(LIMIT)
+        with open(self.messages, encoding="utf-8") as file:
+            self.said = file.read()
+        return code
 
     def ask(self, method, path, body=None, headers=None, connection=None):
         connection = connection or Socket(self.socket)
