@@ -68,6 +68,8 @@ constexpr ConfigKey keys[] = {
      "Store events that no rule makes a record of, as etw events; else they are rejected."},
     {"intake", "unmapped", &C::writesUnmapped, "flag", "true", 0, 0,
      "Keep in records what has no place in them, and where they came from."},
+    {"tail", "files", &C::tailFiles, "paths", "", 0, 0,
+     "Files that grow, whose lines are events; each is followed also when it is rotated."},
     {"questions", "at_once", &C::questionsAtOnce, "number", "16", 1, 256,
      "Questions that are worked on at once, one that waits for a slow reader included."},
     {"questions", "waiting", &C::questionsWaiting, "number", "32", 0, 4096,
@@ -96,6 +98,7 @@ struct SetDefault {
     void operator()(std::string C::*place) const { config.*place = key.initial; }
     void operator()(bool C::*place) const { config.*place = key.initial == "true"; }
     void operator()(std::uint64_t C::*place) const { ParseSize(key.initial, &(config.*place)); }
+    void operator()(std::vector<std::string> C::*place) const { (config.*place).clear(); }
 };
 
 // A size that is a whole number of a unit is shown with it.
@@ -119,6 +122,12 @@ struct Shown {
     std::string operator()(bool C::*place) const { return config.*place ? "true" : "false"; }
     std::string operator()(std::uint64_t C::*place) const {
         return key.unit == "size" ? ShownSize(config.*place) : std::to_string(config.*place);
+    }
+    std::string operator()(std::vector<std::string> C::*place) const {
+        std::string list;
+        for (const std::string& item : config.*place)
+            list.append(list.empty() ? "" : ", ").append(wm::JsonString(item));
+        return "[" + list + "]";
     }
 };
 

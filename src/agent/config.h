@@ -43,6 +43,8 @@ struct AgentConfig {
     bool keepsUnmapped = false;
     bool writesUnmapped = false;
 
+    std::vector<std::string> tailFiles;
+
     std::uint64_t questionsAtOnce = 0;
     std::uint64_t questionsWaiting = 0;
     std::uint64_t questionTime = 0;
@@ -58,14 +60,14 @@ struct AgentConfig {
 // One key. Where a value comes from beside the file is nobody's business: a default stands here and
 // nowhere else.
 struct ConfigKey {
-    using Place =
-        std::variant<std::string AgentConfig::*, std::uint64_t AgentConfig::*, bool AgentConfig::*>;
+    using Place = std::variant<std::string AgentConfig::*, std::uint64_t AgentConfig::*,
+                               bool AgentConfig::*, std::vector<std::string> AgentConfig::*>;
 
     std::string_view section;
     std::string_view name;
     Place place;
     // How values are written: "path", "size" (bytes, or "10G"), "seconds", "number", "percent",
-    // "port", "group" or "flag".
+    // "port", "group", "flag", or "paths": a list, empty by default.
     std::string_view unit;
     std::string_view initial;  // the default, as the file would say it
     std::uint64_t least = 0;   // of numbers, sizes and times

@@ -108,6 +108,22 @@ private:
         return true;
     }
 
+    bool Set(const ConfigKey& key, std::vector<std::string> AgentConfig::*place,
+             const toml::node& value) {
+        const toml::array* const list = value.as_array();
+        if (list == nullptr)
+            return RefuseKind(key, value, "a list: [\"...\"]");
+        std::vector<std::string> paths;
+        for (const toml::node& item : *list) {
+            const auto text = item.value_exact<std::string>();
+            if (!text || !text->starts_with('/'))
+                return RefuseKind(key, item, "a list of paths from the root");
+            paths.push_back(*text);
+        }
+        config_.*place = std::move(paths);
+        return true;
+    }
+
     const std::string& file_;
     const TellUnknown tellUnknown_;
     AgentConfig& config_;

@@ -41,6 +41,10 @@ TEST_F(Config, WhatIsShownReadsAsTheSame) {
     EXPECT_EQ(Read("[store]\nmax_size = 5242880\n[intake]\nkeep_unmapped = false"), "");
     EXPECT_EQ(config.storeMaxSize, 5242880U);
     EXPECT_FALSE(config.keepsUnmapped);
+    EXPECT_EQ(Read("[tail]\nfiles = [\"/a\", \"/b c\"]"), "");
+    EXPECT_NE(ShowAgentConfig(config).find("files = [\"/a\", \"/b c\"]"), std::string::npos);
+    EXPECT_EQ(Read(ShowAgentConfig(config)), "");
+    EXPECT_EQ(Read("[store]\nmax_size = 5242880"), "");
     EXPECT_NE(ShowAgentConfig(config).find("max_size = \"5M\""), std::string::npos);
 }
 
@@ -60,6 +64,8 @@ TEST_F(Config, MistakesAreToldWithTheirLine) {
         {"[store]\nmax_size = \"5Q\"",
          ":2: store.max_size is to be a number of bytes or a text such as \"512M\""},
         {"[intake]\nunmapped = 1", ":2: intake.unmapped is to be true or false"},
+        {"[tail]\nfiles = [\"/a\",\n\"b\"]",
+         ":3: tail.files is to be a list of paths from the root"},
         {"[http]\nsocket = \"\"",
          ": http.socket is empty and http.port is 0, so nobody could reach the service"},
         {"[spool]\npath = \"/var/lib/zel/store/spool\"",
