@@ -10,7 +10,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from serve import LIMIT, Service, record  # noqa: E402
+from agentprocess import LIMIT, Service, record  # noqa: E402
 from zelcommand import Zel, read_records  # noqa: E402
 
 RULE = """title: launch
@@ -34,11 +34,6 @@ COMMANDS = (
 def through(zel, service, *arguments, **options):
     return subprocess.run([zel.program, "--socket", service.socket, *arguments], stdout=subprocess.PIPE,
                           stderr=subprocess.PIPE, env=zel.environment, timeout=LIMIT, check=False, **options)
-
-
-def await_stored(service):
-    while service.status()["ledger"]["waiting"] != 0:
-        time.sleep(0.05)
 
 
 def is_waiting(process):
@@ -129,7 +124,7 @@ def main(program, sample):
     with Zel(program) as zel:
         with Service(zel) as service:
             zel.check("taken", len(sample), service.events(sample)["accepted"])
-            await_stored(service)
+            service.await_stored()
             check_same(zel, service)
             check_lines(zel, service)
             check_enrichments(zel, service)

@@ -10,108 +10,14 @@ import lzma
 import os
 import random
 import signal
-import socket
 import subprocess
 import sys
 import threading
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
+from agentprocess import LIMIT, Service, Socket, free_port, holds, record  # noqa: E402
 from zelcommand import Zel, read_records  # noqa: E402
-
-LIMIT = 60  # seconds that nothing may take
-
-
-class Socket(http.client.HTTPConnection):
-    def __init__(self, path):
-        super().__init__("localhost", timeout=LIMIT)
-        self.path = path
-
-    def connect(self):
-        self.sock = socket.socket(socket.AF_UNIX)
-        self.sock.settimeout(LIMIT)
-        self.sock.connect(self.path)
-
-
-class Service:
-    """One service on the store of `zel`, with a configuration; ends with the block."""
-
-    def __init__(self, zel, **settings):
-        self.zel, self.socket = zel, os.path.join(zel.folder, "s")
-        self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        name = os.path.join(zel.folder, "notify")
-        if os.path.exists(name):
-            os.unlink(name)
-        self.notify.bind(name)
-        config = {"store": {"path": zel.store}, "spool": {"path": zel.folder + "/spool"}, "http": {"socket": self.socket}}
-        for key, value in settings.items():
-            section, _, name_of = key.partition("_")
-            config.setdefault(section, {})[name_of] = value
-        self.file = os.path.join(zel.folder, "zel.toml")
-        with open(self.file, "w", encoding="utf-8") as file:
-            for section, keys in config.items():
-                file.write(f"[{section}]\n" + "".join(f"{k} = {json.dumps(v)}\n" for k, v in keys.items()))
-        # No pipe: whoever writes more than it holds would wait for its reader.
-        self.messages = os.path.join(zel.folder, "messages")
-        with open(self.messages, "wb") as messages:
-            self.process = subprocess.Popen(
-                [zel.program, "serve", "--config", self.file], stderr=messages,
-                env=dict(zel.environment, ZEL_SOCKET=self.socket, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
-        self.told = []
-        threading.Thread(target=self.hear, daemon=True).start()
-        self.await_word("READY=1")
-
-    def hear(self):
-        while True:
-            self.told.append(self.notify.recv(4096).decode())
-
-    def await_word(self, word):
-        until = time.time() + LIMIT
-        while word not in self.told and time.time() < until:
-            time.sleep(0.01)
-        self.zel.check("told in time", True, word in self.told)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.end(signal.SIGTERM)
-
-    def end(self, how):
-        self.process.send_signal(how)
-        code = self.process.wait(LIMIT)
-        with open(self.messages, encoding="utf-8") as file:
-            self.said = file.read()
-        return code
-
-    def ask(self, method, path, body=None, headers=None, connection=None):
-        connection = connection or Socket(self.socket)
-        connection.request(method, path, body, headers or {})
-        answer = connection.getresponse()
-        return answer.status, answer.read(), answer
-
-    def events(self, lines, **headers):
-        status, body, _ = self.ask("POST", "/v1/events", b"\n".join(lines), headers)
-        return json.loads(body) if status == 200 else status
-
-    def status(self):
-        return json.loads(self.ask("GET", "/v1/status")[1])
-
-    def is_cut(self, method, path, body=None):
-        try:
-            self.ask(method, path, body)
-        except (http.client.RemoteDisconnected, ConnectionResetError, BrokenPipeError):
-            return True
-        return False
-
-
-def holds(ledger):
-    return ledger["accepted"] == ledger["stored"] + ledger["waiting"] + ledger["lost"] + ledger["purged"]
-
-
-def record(number):
-    return (b'{"artifacts":{"target":{"object_type":"file","path":{"value":["C:\\\\%d"]}}},"action":["create"],'
-            b'"begin_time":{"value":"2026-11-12T10:00:00.000Z"},"seq_num":%d}' % (number, number))
 
 
 def check_forms(zel, sample, raw, event_log):
@@ -181,9 +87,7 @@ def end_of(peer):
 
 
 def check_port(zel, sample):
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        port = probe.getsockname()[1]
+    port = free_port()
     write, read = "w" * 43, "r" * 43
     for name, token in (("write", write), ("read", read)):
         with open(os.path.join(zel.folder, name), "w", encoding="utf-8") as file:
