@@ -32,9 +32,9 @@ constexpr std::uint64_t extensionMs = 10000;  // while what was left is replayed
 // Everything that a running service consists of, in the order in which it is made.
 class Agent {
 public:
-    Agent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
+    Agent(AgentConfig config, const std::string& version, ISessionListener& listener,
           wm::IErrorReportSink* reports)
-        : config_(config),
+        : config_(std::move(config)),
           reports_(reports),
           log_(listener),
           store_(log_),
@@ -53,7 +53,7 @@ private:
     bool Listen();
     void TellManager();
 
-    const AgentConfig& config_;
+    LiveConfig config_;
     wm::IErrorReportSink* const reports_;
     AgentLog log_;
     StoreSession store_;
@@ -81,7 +81,7 @@ bool Agent::OpenStore() {
     ForgetDefaultSettings();
     // The socket that is there may be its own, left by a process that was killed.
     UseAgent("", nullptr);
-    if (!NamePath("ZELDataStore", config_.storePath, &problem)) {
+    if (!NamePath("ZELDataStore", config_->storePath, &problem)) {
         log_.Say(problem);
         return false;
     }
@@ -93,15 +93,16 @@ bool Agent::OpenStore() {
 
 bool Agent::OpenSpool() {
     std::string problem;
-    const bool isOpen = spool_.Open(config_.spoolPath, {config_.idsKept, config_.idsAge}, &problem);
+    const bool isOpen =
+        spool_.Open(config_->spoolPath, {config_->idsKept, config_->idsAge}, &problem);
     if (!problem.empty())
         log_.Say(problem);
     if (!isOpen)
         return false;
-    feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_.storePath);
+    feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_->storePath);
     admission_ = std::make_unique<Admission>(
-        spool_, *store_, log_, config_.spoolMaxSize,
-        std::chrono::seconds(static_cast<std::int64_t>(config_.spoolHold)),
+        spool_, *store_, log_, config_->spoolMaxSize,
+        std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)),
         [this] { feeder_->Wake(); });
     watch_ = std::make_unique<DiskWatch>(config_, store_, spool_, *admission_, log_, sight_);
     watch_->Look();
@@ -112,10 +113,10 @@ bool Agent::OpenSpool() {
 }
 
 bool Agent::GiveRights(std::string* problem) {
-    return rights_.Give(Right::read, config_.readGroup, problem) &&
-           rights_.Give(Right::write, config_.writeGroup, problem) &&
-           rights_.Give(Right::annotate, config_.annotateGroup, problem) &&
-           rights_.Give(Right::administer, config_.adminGroup, problem);
+    return rights_.Give(Right::read, config_->readGroup, problem) &&
+           rights_.Give(Right::write, config_->writeGroup, problem) &&
+           rights_.Give(Right::annotate, config_->annotateGroup, problem) &&
+           rights_.Give(Right::administer, config_->adminGroup, problem);
 }
 
 bool Agent::Listen() {
@@ -129,9 +130,9 @@ bool Agent::Listen() {
     };
     questions_ = std::make_unique<Questions>(
         *store_,
-        QuestionLimits{config_.questionsAtOnce, config_.questionsWaiting,
-                       time(config_.questionTime), time(config_.questionStall),
-                       static_cast<std::size_t>(config_.answerBuffer)},
+        QuestionLimits{config_->questionsAtOnce, config_->questionsWaiting,
+                       time(config_->questionTime), time(config_->questionStall),
+                       static_cast<std::size_t>(config_->answerBuffer)},
         reports_);
     parts_ = std::unique_ptr<AgentParts>(
         new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_,
@@ -140,17 +141,17 @@ bool Agent::Listen() {
     routes_ = std::make_unique<Routes>(*parts_, tokens_, rights_);
     server_ = std::make_unique<HttpServer>(
         *routes_,
-        HttpLimits{config_.connections, config_.threads, config_.bodySize, config_.headerTime,
-                   config_.idleTime},
+        HttpLimits{config_->connections, config_->threads, config_->bodySize, config_->headerTime,
+                   config_->idleTime},
         log_.connections);
     const bool listens =
-        (config_.writeTokenFile.empty() ||
-         ReadToken(config_.writeTokenFile, &tokens_.write, &problem)) &&
-        (config_.readTokenFile.empty() ||
-         ReadToken(config_.readTokenFile, &tokens_.read, &problem)) &&
-        (config_.socketPath.empty() || server_->ListenAt(config_.socketPath, &problem)) &&
-        (config_.httpPort == 0 ||
-         server_->ListenAt(static_cast<std::uint16_t>(config_.httpPort), &problem));
+        (config_->writeTokenFile.empty() ||
+         ReadToken(config_->writeTokenFile, &tokens_.write, &problem)) &&
+        (config_->readTokenFile.empty() ||
+         ReadToken(config_->readTokenFile, &tokens_.read, &problem)) &&
+        (config_->socketPath.empty() || server_->ListenAt(config_->socketPath, &problem)) &&
+        (config_->httpPort == 0 ||
+         server_->ListenAt(static_cast<std::uint16_t>(config_->httpPort), &problem));
     if (!listens) {
         log_.Say(problem);
         return false;
@@ -166,9 +167,9 @@ void Agent::TellManager() {
     if (!toldReady_ && feeder_->HasReplayed()) {
         toldReady_ = true;
         log_.Say("ready: " +
-                 (config_.socketPath.empty() ? "port " + std::to_string(config_.httpPort)
-                                             : config_.socketPath) +
-                 ", store " + config_.storePath);
+                 (config_->socketPath.empty() ? "port " + std::to_string(config_->httpPort)
+                                              : config_->socketPath) +
+                 ", store " + config_->storePath);
         NotifyManager("READY=1");
     } else if (!toldReady_ && now >= nextExtension_) {
         NotifyManager("EXTEND_TIMEOUT_USEC=30000000");

@@ -117,7 +117,7 @@ ZEL::HRESULT Store(AgentParts& parts, const Enrichment& enrichment) {
     const auto text = wm::ToValue(enrichment.text);
     if (!key || !text)
         return ZEL::hr::outOfMemory;
-    auto left = std::chrono::milliseconds(parts.config.spoolHold * 1000);
+    auto left = std::chrono::milliseconds(parts.config->spoolHold * 1000);
     ZEL::HRESULT result = parts.store.InsertSilent(key.Get(), text.Get());
     for (; result == ZEL::hr::fail && left.count() > 0; left -= pause) {
         std::this_thread::sleep_for(pause);
@@ -151,9 +151,9 @@ void AnswerQuery(AgentParts& parts, HttpRequest& request, const Answer& answer) 
 
 void TellFolders(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     StoreLook look;
-    look.directory = parts.config.storePath;
+    look.directory = parts.config->storePath;
     if (Parameter(request.head.query, "brief").empty()) {
-        look = LookHere(parts.config.storePath, true);
+        look = LookHere(parts.config->storePath, true);
         ZEL::CountedPtr<ZEL::IStringValue> oldest;
         if (Succeeded(parts.store.GetOldestDate(oldest.Receive(), &look.estimatedBytes)))
             look.oldestDate = wm::ToText(oldest.Get());

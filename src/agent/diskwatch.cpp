@@ -31,7 +31,7 @@ bool FreeBytes(const std::string& directory, std::uint64_t* bytes) {
 
 }  // namespace
 
-DiskWatch::DiskWatch(const AgentConfig& config, StoreSession& store, Spool& spool,
+DiskWatch::DiskWatch(const LiveConfig& config, StoreSession& store, Spool& spool,
                      Admission& admission, AgentLog& log, DiskSight& sight)
     : config_(config),
       store_(store),
@@ -52,22 +52,23 @@ void DiskWatch::Look() {
     if (now < nextSize_)
         return;
     LookAtSize();
-    nextSize_ = now + config_.storePurgeEvery * 1000;
+    nextSize_ = now + config_->storePurgeEvery * 1000;
 }
 
 // What can't be measured is taken for room, as the store does.
 void DiskWatch::LookAtVolumes() {
+    const LiveConfig::Snapshot config = config_.Now();
     std::uint64_t free = UINT64_MAX;
-    for (const std::string* const path : {&config_.storePath, &config_.spoolPath}) {
+    for (const std::string* const path : {&config->storePath, &config->spoolPath}) {
         std::uint64_t bytes = 0;
         if (FreeBytes(*path, &bytes))
             free = std::min(free, bytes);
     }
     sight_.freeBytes = free;
     const std::uint64_t resume =
-        config_.diskStopBelow + config_.diskStopBelow / 100 * config_.diskResumePercent;
+        config->diskStopBelow + config->diskStopBelow / 100 * config->diskResumePercent;
     const bool wasStopped = isStopped_;
-    isStopped_ = free < (wasStopped ? resume : config_.diskStopBelow);
+    isStopped_ = free < (wasStopped ? resume : config->diskStopBelow);
     if (isStopped_ == wasStopped)
         return;
     admission_.SetDiskRoom(!isStopped_);
@@ -80,7 +81,7 @@ void DiskWatch::LookAtVolumes() {
 DiskWatch::Sizes DiskWatch::Measure() const {
     Sizes sizes;
     std::error_code error;
-    for (fs::recursive_directory_iterator it(config_.storePath, error), end; !error && it != end;
+    for (fs::recursive_directory_iterator it(config_->storePath, error), end; !error && it != end;
          it.increment(error)) {
         std::error_code vanished;
         if (it.depth() == 0 && it->is_directory(vanished))
@@ -96,10 +97,11 @@ void DiskWatch::LookAtSize() {
     const Sizes before = Measure();
     sight_.storeBytes = before.bytes;
     sight_.folders = before.folders.size();
-    if (config_.storeMaxSize != 0 && before.bytes > config_.storeMaxSize)
-        ZEL::IgnoreResult(Purge(before, static_cast<std::uint32_t>(std::max<std::uint64_t>(
-                                            config_.storeMaxSize / megabyte, 1))),
-                          "told, and tried again");
+    const std::uint64_t most = config_->storeMaxSize;
+    if (most != 0 && before.bytes > most)
+        ZEL::IgnoreResult(
+            Purge(before, static_cast<std::uint32_t>(std::max<std::uint64_t>(most / megabyte, 1))),
+            "told, and tried again");
 }
 
 ZEL::HRESULT DiskWatch::Purge(const Sizes& before, std::uint32_t megabytes) {

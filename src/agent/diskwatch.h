@@ -13,7 +13,7 @@ namespace zel {
 class DiskWatch {
 public:
     // All outlive this; the store is open.
-    DiskWatch(const AgentConfig& config, StoreSession& store, Spool& spool, Admission& admission,
+    DiskWatch(const LiveConfig& config, StoreSession& store, Spool& spool, Admission& admission,
               AgentLog& log, DiskSight& sight);
 
     // To be called about once a second: looks at the free space, and at times at the size of the
@@ -34,7 +34,7 @@ private:
     ZEL::HRESULT Purge(const Sizes& before, std::uint32_t megabytes);
 
     std::mutex mutex_;  // around all
-    const AgentConfig& config_;
+    const LiveConfig& config_;
     StoreSession& store_;
     Spool& spool_;
     Admission& admission_;

@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/memorystream.h"
 #include "common/valuetext.h"
@@ -43,20 +44,20 @@ IntakeProblem WhyBadTime(std::string_view key) {
 
 }  // namespace
 
-Intake::Intake(ZEL::IEventStore7& store, const AgentConfig& config)
+Intake::Intake(ZEL::IEventStore7& store, LiveConfig::Snapshot config)
     : store_(store),
-      config_(config),
-      mapper_(MappingOptions{config.writesUnmapped, config.keepsUnmapped, false}),
+      config_(std::move(config)),
+      mapper_(MappingOptions{config_->writesUnmapped, config_->keepsUnmapped, false}),
       formats_(mapper_) {}
 
 Intake::Outcome Intake::TakeLine(std::string_view line, const std::string& id) {
     Outcome outcome{taken_.items.size(), 0, {}};
     ++lines_;
-    if (line.size() > config_.lineSize) {
+    if (line.size() > config_->lineSize) {
         outcome.problem = {"line too long", ": " + std::to_string(line.size()) + " bytes"};
         return outcome;
     }
-    if (taken_.items.size() >= config_.items) {
+    if (taken_.items.size() >= config_->items) {
         outcome.problem = {"too many events in one request", ""};
         return outcome;
     }
@@ -85,7 +86,7 @@ bool Intake::TakeFile(const Format& format, std::string_view bytes, const std::s
     const auto source = format.makeFileReader(stream, mapper_);
     while (source->Next(&item_)) {
         Outcome outcome{taken_.items.size(), 0, {}};
-        if (taken_.items.size() >= config_.items)
+        if (taken_.items.size() >= config_->items)
             outcome.problem = {"too many events in one request", ""};
         else
             TakeItem(item_, id.empty() ? id : id + std::to_string(item_.place), &outcome);

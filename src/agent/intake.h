@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/config.h"
+#include "agent/liveconfig.h"
 #include "agent/spool.h"
 #include "records/formats/lineformats.h"
 #include "zelstore/ieventstore.h"
@@ -27,8 +27,8 @@ struct IntakeProblem {
 // different events of one moment different ones. For one thread.
 class Intake {
 public:
-    // Both outlive this. `store` needs not be open.
-    Intake(ZEL::IEventStore7& store, const AgentConfig& config);
+    // `store` outlives this, and needs not be open.
+    Intake(ZEL::IEventStore7& store, LiveConfig::Snapshot config);
 
     // What came of one line: its records stand at the end of the delivery from `first` on. None and
     // no problem: an event that goes on with a later line.
@@ -56,7 +56,7 @@ private:
     void TakeAll(const std::string& id, Outcome* outcome);
 
     ZEL::IEventStore7& store_;
-    const AgentConfig& config_;
+    const LiveConfig::Snapshot config_;
     Mapper mapper_;
     LineFormats formats_;
     SourceItem item_;

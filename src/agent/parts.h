@@ -7,9 +7,9 @@
 #include "agent/access.h"
 #include "agent/admission.h"
 #include "agent/agentlog.h"
-#include "agent/config.h"
 #include "agent/feeder.h"
 #include "agent/http.h"
+#include "agent/liveconfig.h"
 #include "agent/spool.h"
 #include "zelstore/ieventstore.h"
 
@@ -27,7 +27,7 @@ class Questions;
 
 // The parts of a running service, for those who answer requests. All live as long as the server.
 struct AgentParts {
-    const AgentConfig& config;
+    const LiveConfig& config;
     ZEL::IEventStore7& store;
     AgentLog& log;
     Spool& spool;

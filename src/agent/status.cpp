@@ -69,18 +69,20 @@ void WriteLedger(const AgentParts& parts, const Ledger& ledger, RecordWriter& wr
 }
 
 void WriteStore(const AgentParts& parts, const Ledger& ledger, RecordWriter& writer) {
-    writer.Key("spool").BeginObject().Key("path").Text(parts.config.spoolPath);
+    writer.Key("spool").BeginObject().Key("path").Text(parts.config->spoolPath);
     writer.Key("bytes").Number(ledger.waitingBytes).Key("max_bytes");
-    writer.Number(parts.config.spoolMaxSize).Key("held_requests").Number(parts.admission.Waiting());
-    writer.Key("ids").Number(ledger.ids).Key("max_ids").Number(parts.config.idsKept);
-    writer.Key("ids_age_seconds").Number(parts.config.idsAge).EndObject();
+    writer.Number(parts.config->spoolMaxSize)
+        .Key("held_requests")
+        .Number(parts.admission.Waiting());
+    writer.Key("ids").Number(ledger.ids).Key("max_ids").Number(parts.config->idsKept);
+    writer.Key("ids_age_seconds").Number(parts.config->idsAge).EndObject();
     const Questions::Counts questions = parts.questions.Count();
     writer.Key("questions").BeginObject().Key("asked").Number(questions.asked);
     writer.Key("refused").Number(questions.refused).Key("running").Number(questions.running);
     writer.Key("queued").Number(questions.waiting).EndObject();
-    writer.Key("store").BeginObject().Key("path").Text(parts.config.storePath);
+    writer.Key("store").BeginObject().Key("path").Text(parts.config->storePath);
     writer.Key("bytes").Number(parts.disk.storeBytes).Key("max_bytes");
-    writer.Number(parts.config.storeMaxSize).Key("folders").Number(parts.disk.folders);
+    writer.Number(parts.config->storeMaxSize).Key("folders").Number(parts.disk.folders);
     writer.Key("disk_free_bytes").Number(parts.disk.freeBytes);
     writer.Key("purged_folders").Number(parts.log.purgedFolders);
     writer.Key("purged_bytes").Number(parts.log.purgedBytes).EndObject();
@@ -136,13 +138,14 @@ std::string MetricsText(const AgentParts& parts) {
          parts.log.duplicates},
         {{"zel_spool_events", "gauge", "Events that wait in the spool."}, ledger.waiting},
         {{"zel_spool_bytes", "gauge", "What waits in the spool."}, ledger.waitingBytes},
-        {{"zel_spool_limit_bytes", "gauge", "How much may wait there."}, parts.config.spoolMaxSize},
+        {{"zel_spool_limit_bytes", "gauge", "How much may wait there."},
+         parts.config->spoolMaxSize},
         {{"zel_held_requests", "gauge", "Requests that wait for room or for the disk."},
          parts.admission.Waiting()},
         {{"zel_known_ids", "gauge", "Ids that are remembered."}, ledger.ids},
         {{"zel_store_bytes", "gauge", "What the store takes."}, parts.disk.storeBytes},
         {{"zel_store_limit_bytes", "gauge", "What it may take; 0: no limit."},
-         parts.config.storeMaxSize},
+         parts.config->storeMaxSize},
         {{"zel_folders", "gauge", "Folders of the store."}, parts.disk.folders},
         {{"zel_purged_bytes_total", "counter", "What purges have deleted."}, parts.log.purgedBytes},
         {{"zel_disk_free_bytes", "gauge", "Free space of the tighter volume."},

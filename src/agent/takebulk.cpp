@@ -176,9 +176,9 @@ void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
     const Clock::time_point begin = Clock::now();
     std::string words;
     if (const int status =
-            UnpackBody(request.head, parts.config.inflatedSize, &request.body, &words))
+            UnpackBody(request.head, parts.config->inflatedSize, &request.body, &words))
         return answer(RefuseBulk(status, "parse_exception", words));
-    Intake intake(parts.store, parts.config);
+    Intake intake(parts.store, parts.config.Now());
     auto reading = std::make_shared<BulkReading>(intake, IndexOfPath(request.head.path));
     ForEachLine(request.body, [&](std::string_view line, std::uint64_t number) {
         reading->TakeLine(line, number);

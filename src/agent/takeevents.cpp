@@ -62,9 +62,9 @@ std::string Summary(const Delivery& delivery, const Problems& problems, std::uin
 void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer) {
     std::string words;
     if (const int status =
-            UnpackBody(request.head, parts.config.inflatedSize, &request.body, &words))
+            UnpackBody(request.head, parts.config->inflatedSize, &request.body, &words))
         return answer(PlainReply(status, words));
-    Intake intake(parts.store, parts.config);
+    Intake intake(parts.store, parts.config.Now());
     auto problems = std::make_shared<Problems>();
     HttpReply refusal;
     if (!ReadBody(request, intake, problems.get(), &refusal))

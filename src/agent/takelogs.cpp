@@ -113,14 +113,14 @@ void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
         return answer(PlainReply(
             415, "OTLP is taken as application/json; set the exporter's encoding to json"));
     if (const int status =
-            UnpackBody(request.head, parts.config.inflatedSize, &request.body, &words))
+            UnpackBody(request.head, parts.config->inflatedSize, &request.body, &words))
         return answer(LogsReply(status, "{\"code\":3,\"message\":" + wm::JsonString(words) + "}"));
     dom::parser parser;
     const auto parsed = parser.parse(request.body);
     if (parsed.error() != simdjson::SUCCESS)
         return answer(LogsReply(400, std::string("{\"code\":3,\"message\":\"not JSON: ") +
                                          simdjson::error_message(parsed.error()) + "\"}"));
-    Intake intake(parts.store, parts.config);
+    Intake intake(parts.store, parts.config.Now());
     std::vector<IntakeProblem> problems;
     std::uint64_t number = 0;
     std::string first;
