@@ -67,12 +67,14 @@ struct ConfigKey {
     std::string_view name;
     Place place;
     // How values are written: "path", "size" (bytes, or "10G"), "seconds", "number", "percent",
-    // "port", "group", "flag", or "paths": a list, empty by default.
+    // "port", "group", "flag", or a list that is empty by default: "paths",
+    // or "command", a path and arguments.
     std::string_view unit;
     std::string_view initial;  // the default, as the file would say it
     std::uint64_t least = 0;   // of numbers, sizes and times
     std::uint64_t most = 0;
     std::string_view meaning;
+    bool reloads = false;  // whether a service that runs takes a new value on SIGHUP
 };
 
 // In the order of the sections.

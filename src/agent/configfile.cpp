@@ -72,7 +72,7 @@ private:
         const auto text = value.value_exact<std::string>();
         if (!text)
             return RefuseKind(key, value, "a text");
-        if (!text->empty() && text->front() != '/')
+        if (key.unit == "path" && !text->empty() && text->front() != '/')
             return RefuseKind(key, value, "a path from the root");
         if (text->empty() && !key.initial.empty() && key.name != "socket")
             return RefuseKind(key, value, "a path");
@@ -108,19 +108,25 @@ private:
         return true;
     }
 
+    // Of a command the first alone is a path.
     bool Set(const ConfigKey& key, std::vector<std::string> AgentConfig::*place,
              const toml::node& value) {
         const toml::array* const list = value.as_array();
         if (list == nullptr)
             return RefuseKind(key, value, "a list: [\"...\"]");
-        std::vector<std::string> paths;
+        const bool isCommand = key.unit == "command";
+        std::vector<std::string> texts;
         for (const toml::node& item : *list) {
             const auto text = item.value_exact<std::string>();
-            if (!text || !text->starts_with('/'))
-                return RefuseKind(key, item, "a list of paths from the root");
-            paths.push_back(*text);
+            const bool isPath = !isCommand || texts.empty();
+            if (!text || (isPath && !text->starts_with('/')))
+                return RefuseKind(key, item,
+                                  isCommand ? "a list of texts, of which the first is a path from "
+                                              "the root"
+                                            : "a list of paths from the root");
+            texts.push_back(*text);
         }
-        config_.*place = std::move(paths);
+        config_.*place = std::move(texts);
         return true;
     }
 

@@ -44,6 +44,7 @@ TEST_F(Config, WhatIsShownReadsAsTheSame) {
     EXPECT_EQ(Read("[tail]\nfiles = [\"/a\", \"/b c\"]"), "");
     EXPECT_NE(ShowAgentConfig(config).find("files = [\"/a\", \"/b c\"]"), std::string::npos);
     EXPECT_EQ(Read(ShowAgentConfig(config)), "");
+    EXPECT_EQ(Read("[rights]\nread_group = \"adm\""), "") << "a group is no path";
     EXPECT_EQ(Read("[store]\nmax_size = 5242880"), "");
     EXPECT_NE(ShowAgentConfig(config).find("max_size = \"5M\""), std::string::npos);
 }
