@@ -5,6 +5,7 @@
 #include "common/boundary.h"
 #include "zelstore/core/eventstoreimpl.h"
 #include "zelstore/keymaker.h"
+#include "zelstore/rowfilter.h"
 
 // The facade. Each operation goes to the core of the process, and nothing that is thrown below
 // leaves it. The operations on keys alone need no core: they use the state of this object.
@@ -41,7 +42,8 @@ TobResult EventStoreProxy::QueryInterface(const GUID& iid, void** out) {
                    {iidEventStore6, face},
                    {iidEventStore7, face},
                    {iidReadOnlyStore, static_cast<IReadOnlyStore*>(this)},
-                   {iidWriteProgress, static_cast<IWriteProgress*>(this)}});
+                   {iidWriteProgress, static_cast<IWriteProgress*>(this)},
+                   {iidRowFilterMaker, static_cast<IRowFilterMaker*>(this)}});
 }
 
 template <typename Operation>
@@ -150,6 +152,10 @@ HRESULT EventStoreProxy::InitializeForReading() {
 
 std::uint64_t EventStoreProxy::SettledRecords() {
     return core_ ? core_->SettledRecords() : 0;
+}
+
+HRESULT EventStoreProxy::MakeRowFilter(IStringValue* document, IRowFilter** filter) {
+    return ZEL::MakeRowFilter(document, filter);
 }
 
 HRESULT EventStoreProxy::Stop() {

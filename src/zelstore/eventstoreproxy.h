@@ -14,7 +14,8 @@ class EventStoreImpl;
 // What a host holds: a thin object that shares the one store core of the process and numbers the
 // keys that are made through it. The core may be missing when memory ran out; every operation but
 // those on keys then answers 0x8007000E for the rest of the proxy's life.
-class EventStoreProxy final : public TobObject<IEventStore7, IReadOnlyStore, IWriteProgress> {
+class EventStoreProxy final
+    : public TobObject<IEventStore7, IReadOnlyStore, IWriteProgress, IRowFilterMaker> {
 public:
     EventStoreProxy();
 
@@ -40,6 +41,7 @@ public:
                                      IStringValue** key) override;
     HRESULT InitializeForReading() override;
     std::uint64_t SettledRecords() override;
+    HRESULT MakeRowFilter(IStringValue* document, IRowFilter** filter) override;
 
 private:
     // Runs `operation` on the core, and answers for a missing core and for exceptions.

@@ -44,6 +44,17 @@ protected:
     ~IQueryFailures() = default;
 };
 
+// A third face of a callback, asked for likewise: how large its batches may be. Who needs the place
+// of each receive-time row, and not only that of a batch's last one, takes one row at a time.
+class IQueryBatches : public ITobBase {
+public:
+    // Most results of a batch; asked once for each sub-query. 0 and more than 100 mean 100.
+    virtual std::uint32_t MostResults() = 0;
+
+protected:
+    ~IQueryBatches() = default;
+};
+
 // A sensor's event as numbered properties; implemented by the host and called within
 // MakePropertyKey. Each operation returns false when the property is absent or of another kind.
 // Text comes with a new reference.
@@ -239,6 +250,32 @@ protected:
     ~IWriteProgress() = default;
 };
 
+// The conditions of a document, for events that come by and not out of the store. Used by one
+// thread at a time.
+class IRowFilter : public ITobBase {
+public:
+    // Whether a query with that document would find the event that has this key: whether any of its
+    // sub-queries does. 0x80070057 for a null argument, 0x8000FFFF where a condition can't be
+    // tested on it, such as an expression that would take too long; `*passes` is false then.
+    virtual HRESULT Passes(IStringValue* key, bool* passes) = 0;
+
+protected:
+    ~IRowFilter() = default;
+};
+
+// Every store object answers this interface, also one that was not started.
+class IRowFilterMaker : public ITobBase {
+public:
+    // A new filter, referenced once, for an event_query document. Its sub-queries need no
+    // begin_time here; its limit and what it says of enrichments are not looked at. Fails as
+    // IEventStore::Query does, and with 0x80070057 for a document without sub-queries or with a
+    // receive_time.
+    virtual HRESULT MakeRowFilter(IStringValue* document, IRowFilter** filter) = 0;
+
+protected:
+    ~IRowFilterMaker() = default;
+};
+
 inline constexpr GUID eventStoreObjectId = MakeGuid("1A8B6619-443B-4B5D-9755-C50696B237C6");
 inline constexpr GUID iidEventStore = MakeGuid("89C11C84-4B14-4C69-BBA3-9FB7522711FC");
 inline constexpr GUID iidEventStore2 = MakeGuid("6264CC71-0652-406B-AC06-4111E93E794F");
@@ -250,5 +287,8 @@ inline constexpr GUID iidEventStore7 = MakeGuid("87FF9166-7045-482F-AED5-1685253
 inline constexpr GUID iidQueryFailures = MakeGuid("B47D5E12-8C3A-4F61-A0D9-3E7F51C2986B");
 inline constexpr GUID iidReadOnlyStore = MakeGuid("6D3B9A0E-52C7-4F0B-9E1D-8A47C1F20B63");
 inline constexpr GUID iidWriteProgress = MakeGuid("4E0C5D1B-7A92-4C36-B8F1-2D93E6A7150C");
+inline constexpr GUID iidQueryBatches = MakeGuid("0D8E4B37-91C5-4A2E-B6F8-5C27A1D3E940");
+inline constexpr GUID iidRowFilter = MakeGuid("C3A95F10-2B6E-47D8-8E41-70F9D2B5A613");
+inline constexpr GUID iidRowFilterMaker = MakeGuid("95E1C7A4-6D03-4F5B-A2C9-1B84E60F37D2");
 
 }  // namespace ZEL

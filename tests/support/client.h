@@ -34,16 +34,17 @@ inline std::string Utf8(IStringValue* value) {
 
 // Lives on the stack of a test: its count is not looked at. What it keeps is to be read behind the
 // query's end.
-class RecordingCallback final : public IQueryCallback {
+class RecordingCallback final : public IQueryCallback, public IQueryBatches {
 public:
     RecordingCallback() { EXPECT_TRUE(ended_->Create(wm::EventReset::manual)); }
 
-    TobResult QueryInterface(const GUID&, void** out) override {
-        *out = nullptr;
-        return TOBERR_NO_INTERFACE;
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        *out = iid == iidQueryBatches ? static_cast<IQueryBatches*>(this) : nullptr;
+        return *out != nullptr ? TOB_OK : TOBERR_NO_INTERFACE;
     }
     std::int64_t AddRef() override { return 2; }
     std::int64_t Release() override { return 1; }
+    std::uint32_t MostResults() override { return mostResults; }
     HRESULT OnQueryResults(HRESULT status, IValueCollection* results, bool isFinal, bool isComplete,
                            IStringValue* resumeTime, std::int32_t resumeSequence) override {
         if (isFinal) {
@@ -70,6 +71,7 @@ public:
         EXPECT_EQ(wm::WaitForAny(1, &handle, wm::waitForever), 0u);
     }
 
+    std::uint32_t mostResults = 0;             // of a batch; 0: as the store likes
     std::function<void(std::size_t)> onBatch;  // told the number of batches so far
     std::function<void()> onEnd;
     int ends = 0;

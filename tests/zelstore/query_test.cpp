@@ -142,5 +142,50 @@ TEST_F(QueryTest, FaultsEndInOneEndCall) {
     EXPECT_EQ(store_->QueryEx(nullptr, nullptr, nullptr, nullptr), hr::invalidArgument);
 }
 
+// What a query with the document would find: its range and its conditions, of any sub-query.
+TEST_F(QueryTest, FilterHoldsKeysToADocument) {
+    const struct {
+        const char* subQueries;
+        HRESULT made;
+        bool passes;
+    } rows[] = {
+        {R"({})", hr::ok, true},
+        {R"({"action":["delete"]})", hr::ok, false},
+        {R"({"action":["delete"]},{"action":["create"]})", hr::ok, true},
+        {R"({"begin_time":{"value":"2026-05-01T10:00:00.000Z"},"seq_num":1})", hr::ok, true},
+        {R"({"begin_time":{"value":"2026-05-01T10:00:00.000Z"},"seq_num":2})", hr::ok, false},
+        {R"({"end_time":{"value":"2026-05-01T10:00:00.000Z"}})", hr::ok, true},
+        {R"({"end_time":{"value":"2026-05-01T09:59:59.999Z"}})", hr::ok, false},
+        {R"({"receive_time":{"value":"2026-05-01T10:00:00.000Z"}})", hr::invalidArgument, false},
+        {"", hr::invalidArgument, false},
+        {"{", hr::unexpected, false},
+    };
+    CountedPtr<IRowFilterMaker> maker;
+    ASSERT_EQ(store_->QueryInterface(iidRowFilterMaker, maker.ReceiveVoid()), TOB_OK);
+    for (const auto& row : rows) {
+        CountedPtr<IRowFilter> filter;
+        const std::string document =
+            R"({"event_query":{"events":[)" + std::string(row.subQueries) + "]}}";
+        EXPECT_EQ(maker->MakeRowFilter(Str(document).Get(), filter.Receive()), row.made);
+        bool passes = false;
+        if (filter) {
+            EXPECT_EQ(filter->Passes(Str(Key(0)).Get(), &passes), hr::ok);
+        }
+        EXPECT_EQ(passes, row.passes) << row.subQueries;
+    }
+}
+
+// A callback that takes one row at a time has the place of each.
+TEST_F(QueryTest, CallbackBoundsBatches) {
+    RecordingCallback callback;
+    callback.mostResults = 1;
+    ASSERT_EQ(store_->Query(Str(R"({"event_query":{"events":[)"
+                                R"({"begin_time":{"value":"2026-01-01T00:00:00.000Z"}}]}})")
+                                .Get(),
+                            &callback, nullptr),
+              hr::ok);
+    EXPECT_EQ(callback.batches.size(), 5u);
+}
+
 }  // namespace
 }  // namespace ZEL

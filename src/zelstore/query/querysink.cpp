@@ -2,6 +2,7 @@
 
 #include <leveldb/db.h>
 
+#include <algorithm>
 #include <new>
 #include <string_view>
 
@@ -25,9 +26,10 @@
 // the text that the callback gets: a primary row's value as it stands, perhaps with enrichments
 // spliced in before its last brace, or for a row by time of receipt the event that it names.
 //
-// Results go out a hundred at a time, from within the walk, and what is left at its end. What fails
-// for one row loses that row alone. When a callback fails, the database in hand is left and the
-// batch kept: the next one offers it again, with more behind it.
+// Results go out a hundred at a time, or fewer where the callback says so, from within the walk,
+// and what is left at its end. What fails for one row loses that row alone. When a callback fails,
+// the database in hand is left and the batch kept: the next one offers it again, with more behind
+// it.
 
 namespace ZEL {
 
@@ -43,6 +45,14 @@ constexpr std::uint64_t slowCallbackMs = 50;
 
 std::string_view View(const leveldb::Slice& slice) {
     return {slice.data(), slice.size()};
+}
+
+std::size_t MostResultsFor(IQueryCallback* callback) {
+    CountedPtr<IQueryBatches> face;
+    const bool isAsked = callback != nullptr &&
+                         Succeeded(callback->QueryInterface(iidQueryBatches, face.ReceiveVoid()));
+    const std::size_t most = isAsked ? face->MostResults() : QuerySink::batchSize;
+    return most == 0 ? QuerySink::batchSize : std::min(most, QuerySink::batchSize);
 }
 
 // What `work` on a row gives, or `otherwise` where it throws.
@@ -91,6 +101,7 @@ QuerySink::QuerySink(const QuerySinkOptions& options, std::string prefix,
       isPrimary_(options.family == familyPrimary),
       timeField_(KeyFieldName(isPrimary_ ? KeyField::beginTime : KeyField::receiveTime)),
       callback_(callback),
+      mostResults_(MostResultsFor(callback)),
       watch_(EndWatch::OfThread()),
       filter_(conditions, watch_) {
     if (options_.includeEnrichments || options_.noLiveEnrichedEvents)
@@ -171,7 +182,7 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
         wm::Trace(wm::message::resultNotAdded, hr::outOfMemory);
         return RowResult::goOn;
     }
-    if (batch_->Count() >= batchSize) {
+    if (batch_->Count() >= mostResults_) {
         if (const auto failed = DeliverFullBatch())
             return *failed;
     }

@@ -103,7 +103,8 @@ private:
     const std::string_view timeField_;
     CountedPtr<IQueryCallback> callback_;
     CountedPtr<IValueCollection> batch_;
-    EndWatch* const watch_;  // of the query, or null
+    const std::size_t mostResults_;  // of a batch
+    EndWatch* const watch_;          // of the query, or null
     QueryFilter filter_;
     IZelDbImpl* database_ = nullptr;   // not owned
     leveldb::DB* instance_ = nullptr;  // not owned; the database being scanned
