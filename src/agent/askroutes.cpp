@@ -164,11 +164,11 @@ void TellFolders(AgentParts& parts, HttpRequest& request, const Answer& answer) 
 void TakeEnrichments(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     std::vector<Enrichment> enrichments;
     std::string problem;
-    ForEachLine(request.body, [&](std::string_view line, std::uint64_t number) {
+    ForEachLine(request.body, [&](const CutLine& line) {
         Enrichment enrichment;
-        const std::string why = problem.empty() ? ReadEnrichment(line, &enrichment) : "";
+        const std::string why = problem.empty() ? ReadEnrichment(line.text, &enrichment) : "";
         if (!why.empty())
-            problem = "line " + std::to_string(number) + ": " + why;
+            problem = "line " + std::to_string(line.number) + ": " + why;
         enrichments.push_back(std::move(enrichment));
     });
     if (!problem.empty())

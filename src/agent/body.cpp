@@ -10,18 +10,6 @@
 
 namespace zel {
 
-namespace {
-
-void TakeLine(std::string_view line, std::uint64_t number,
-              const std::function<void(std::string_view, std::uint64_t)>& take) {
-    if (line.ends_with('\r'))
-        line.remove_suffix(1);
-    if (line.find_first_not_of(" \t") != line.npos)
-        take(line, number);
-}
-
-}  // namespace
-
 int UnpackBody(const HttpHead& head, std::uint64_t most, std::string* body, std::string* problem) {
     const std::string_view encoding = head.contentEncoding;
     if (encoding.empty() || ZEL::EqualsNoCase(encoding, "identity"))
@@ -57,33 +45,27 @@ int UnpackBody(const HttpHead& head, std::uint64_t most, std::string* body, std:
     return 0;
 }
 
-bool ForEachLine(std::string_view body,
-                 const std::function<void(std::string_view, std::uint64_t)>& take) {
+bool ForEachLine(std::string_view body, const LineCutter::Take& take) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-    constexpr std::string_view eventEnd = "</Event>";
-    if (body.starts_with(byteOrderMark))
-        body.remove_prefix(byteOrderMark.size());
-    const std::size_t begin = std::min(body.find_first_not_of(" \t\r\n"), body.size());
-    const std::string_view first = body.substr(begin, 1);
-    if (first == "[") {
-        std::vector<std::string> items;
-        if (!JsonFields().Split(body, &items))
-            return false;
-        for (std::size_t i = 0; i < items.size(); ++i)
-            take(items[i], i + 1);
+    const std::size_t mark = body.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
+    const std::size_t begin = std::min(body.find_first_not_of(" \t\r\n", mark), body.size());
+    if (body.substr(begin, 1) != "[") {
+        LineCutter(body.size()).Feed(body, true, take);
         return true;
     }
-    for (std::uint64_t number = 1; !body.empty(); ++number) {
-        const std::size_t end = std::min(body.find('\n'), body.size());
-        std::string_view line = body.substr(0, end);
-        body.remove_prefix(std::min(end + 1, body.size()));
-        for (std::size_t at; first == "<" && (at = line.find(eventEnd)) != line.npos;) {
-            TakeLine(line.substr(0, at + eventEnd.size()), number, take);
-            line.remove_prefix(at + eventEnd.size());
-        }
-        TakeLine(line, number, take);
-    }
+    std::vector<std::string> items;
+    if (!JsonFields().Split(body.substr(begin), &items))
+        return false;
+    for (std::size_t i = 0; i < items.size(); ++i)
+        take({items[i], i + 1, 0, 0});
     return true;
+}
+
+std::string IdOfLine(const std::string& key, const CutLine& line) {
+    if (key.empty())
+        return key;
+    const std::string id = key + "-" + std::to_string(line.number);
+    return line.part == 0 ? id : id + "." + std::to_string(line.part);
 }
 
 }  // namespace zel

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 
 #include "agent/http.h"
+#include "agent/linecutter.h"
 
 namespace zel {
 
@@ -14,10 +14,11 @@ namespace zel {
 // words.
 int UnpackBody(const HttpHead& head, std::uint64_t most, std::string* body, std::string* problem);
 
-// The lines of a body, which are what is between ends of lines, without empty ones. `number` counts
-// all lines from 1. Of XML an event ends a line as well; a JSON array gives its members, by their
-// places. False when such an array is broken.
-bool ForEachLine(std::string_view body,
-                 const std::function<void(std::string_view line, std::uint64_t number)>& take);
+// The lines of a whole body; a JSON array gives its members, by their places. False when such an
+// array is broken.
+bool ForEachLine(std::string_view body, const LineCutter::Take& take);
+
+// The id of a line's event where the request has brought one for all; empty without.
+std::string IdOfLine(const std::string& key, const CutLine& line);
 
 }  // namespace zel

@@ -44,9 +44,10 @@ IntakeProblem WhyBadTime(std::string_view key) {
 
 }  // namespace
 
-Intake::Intake(ZEL::IEventStore7& store, LiveConfig::Snapshot config)
+Intake::Intake(ZEL::IEventStore7& store, LiveConfig::Snapshot config, std::uint64_t most)
     : store_(store),
       config_(std::move(config)),
+      most_(most),
       mapper_(MappingOptions{config_->writesUnmapped, config_->keepsUnmapped, false}),
       formats_(mapper_) {}
 
@@ -57,7 +58,7 @@ Intake::Outcome Intake::TakeLine(std::string_view line, const std::string& id) {
         outcome.problem = {"line too long", ": " + std::to_string(line.size()) + " bytes"};
         return outcome;
     }
-    if (taken_.items.size() >= config_->items) {
+    if (taken_.items.size() >= most_) {
         outcome.problem = {"too many events in one request", ""};
         return outcome;
     }
@@ -86,7 +87,7 @@ bool Intake::TakeFile(const Format& format, std::string_view bytes, const std::s
     const auto source = format.makeFileReader(stream, mapper_);
     while (source->Next(&item_)) {
         Outcome outcome{taken_.items.size(), 0, {}};
-        if (taken_.items.size() >= config_->items)
+        if (taken_.items.size() >= most_)
             outcome.problem = {"too many events in one request", ""};
         else
             TakeItem(item_, id.empty() ? id : id + std::to_string(item_.place), &outcome);

@@ -27,8 +27,11 @@ struct IntakeProblem {
 // different events of one moment different ones. For one thread.
 class Intake {
 public:
-    // `store` outlives this, and needs not be open.
-    Intake(ZEL::IEventStore7& store, LiveConfig::Snapshot config);
+    // `store` outlives this, and needs not be open. Of more than `most` events the others are
+    // refused.
+    Intake(ZEL::IEventStore7& store, LiveConfig::Snapshot config, std::uint64_t most);
+    Intake(ZEL::IEventStore7& store, const LiveConfig::Snapshot& config)
+        : Intake(store, config, config->items) {}
 
     // What came of one line: its records stand at the end of the delivery from `first` on. None and
     // no problem: an event that goes on with a later line.
@@ -40,8 +43,10 @@ public:
     // A line without its end. The text has to live until the next call. `id` names the event of the
     // line; of several events in one line each gets a number behind it.
     Outcome TakeLine(std::string_view line, const std::string& id);
-    // There are no more lines: events that waited for further ones come out.
+    // Events that wait for further lines come out: there are none, or none that are theirs.
     Outcome End();
+    // The first line, as counted from 1 by TakeLine, whose event waits for further ones; 0: none.
+    std::uint64_t HeldFrom() const noexcept { return formats_.HeldFrom(); }
     // A whole file of a format that does not come in lines. `onProblem` hears of each event that is
     // refused. False, with `*error`, when it can't be read to its end; what stands ahead is taken.
     bool TakeFile(const Format& format, std::string_view bytes, const std::string& id,
@@ -57,6 +62,7 @@ private:
 
     ZEL::IEventStore7& store_;
     const LiveConfig::Snapshot config_;
+    const std::uint64_t most_;
     Mapper mapper_;
     LineFormats formats_;
     SourceItem item_;

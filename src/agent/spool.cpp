@@ -19,6 +19,7 @@
 //   spool     one row for each request: its records in a body with a checksum, and how many
 //   ids       ids that were accepted, in the order of acceptance
 //   ledger    accepted, lost and purged, by name
+//   marks     how far ways in have come that can go on by themselves, with the records in hand
 //   folders   how many records went into which folder of the store: what a purge takes with it
 //
 // A transaction that was cut off is not there after the next start, and nobody was told that it was
@@ -37,6 +38,7 @@ constexpr const char* schema =
     "CREATE TABLE IF NOT EXISTS ids(number INTEGER PRIMARY KEY, at INTEGER NOT NULL,"
     " id TEXT NOT NULL UNIQUE);"
     "CREATE TABLE IF NOT EXISTS ledger(name TEXT PRIMARY KEY, value INTEGER NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS marks(name TEXT PRIMARY KEY, value TEXT NOT NULL);"
     "CREATE TABLE IF NOT EXISTS folders(name TEXT PRIMARY KEY, events INTEGER NOT NULL);";
 
 std::int64_t Checksum(std::string_view body) {
@@ -128,7 +130,7 @@ bool MakeDirectory(const std::string& path, std::string* problem) {
 struct Spool::Database {
     sqlite3* handle = nullptr;
     Statement append, next, drop, sum, addId, forgetIds, oldIds, addLedger, addFolder, purge,
-        folders;
+        folders, setMark, dropMark, marks;
 
     ~Database() { Close(); }
     // The statements go after it: SQLite keeps the database until then.
@@ -193,7 +195,13 @@ bool Spool::Prepare(const std::string& file, std::string* problem) {
                 "INSERT INTO folders VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET"
                 " events=events+?2") &&
         prepare(database.purge, "DELETE FROM folders WHERE name = ? RETURNING events") &&
-        prepare(database.folders, "SELECT name FROM folders ORDER BY name");
+        prepare(database.folders, "SELECT name FROM folders ORDER BY name") &&
+        prepare(database.setMark,
+                "INSERT INTO marks VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET value=?2") &&
+        prepare(database.dropMark, "DELETE FROM marks WHERE name = ?") &&
+        prepare(database.marks,
+                "SELECT name, value FROM marks WHERE substr(name, 1, length(?1)) = ?1"
+                " ORDER BY name");
     if (!isGood)
         *problem = database.Problem();
     return isGood && ReadLedger(problem);
@@ -249,6 +257,23 @@ bool Spool::Open(const std::string& directory, const SpoolLimits& limits, std::s
     return true;
 }
 
+bool Spool::SetMarks(const std::vector<SpoolMark>& marks) {
+    return std::all_of(marks.begin(), marks.end(), [this](const SpoolMark& mark) {
+        return mark.value.empty() ? database_->dropMark.Bind(1, mark.name).Run()
+                                  : database_->setMark.Bind(1, mark.name).Bind(2, mark.value).Run();
+    });
+}
+
+std::vector<SpoolMark> Spool::Marks(const std::string& prefix) {
+    const std::lock_guard hold(databaseMutex_);
+    std::vector<SpoolMark> marks;
+    database_->marks.Bind(1, prefix);
+    while (database_->marks.Step())
+        marks.push_back({database_->marks.Text(0), database_->marks.Text(1)});
+    database_->marks.Reset();
+    return marks;
+}
+
 // Of an item with an id that is known only the mark is set. Receive keys of such items are left
 // over, which harms nobody.
 bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiveKeys,
@@ -256,6 +281,8 @@ bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiv
     std::string body;
     std::int64_t events = 0;
     const std::int64_t now = std::time(nullptr);
+    if (!SetMarks(delivery.marks))
+        return false;
     for (SpoolItem& item : delivery.items) {
         const std::string& receiveKey = receiveKeys[(*usedKeys)++];
         item.isDuplicate = false;

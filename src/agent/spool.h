@@ -21,9 +21,17 @@ struct SpoolItem {
     bool isDuplicate = false;  // set by Append: its id was accepted before
 };
 
+// What a way in has to know after a restart, such as how far a file was read. Kept with the records
+// that it belongs to, or not.
+struct SpoolMark {
+    std::string name;
+    std::string value;  // empty: it is forgotten
+};
+
 // The records of one request: all of them are taken or none.
 struct Delivery {
     std::vector<SpoolItem> items;
+    std::vector<SpoolMark> marks;
 };
 
 // What was appended together, as it stands in the spool.
@@ -77,6 +85,9 @@ public:
     bool Append(std::span<Delivery* const> deliveries,
                 const std::function<std::string()>& makeReceiveKey, std::string* problem);
 
+    // All whose names begin so.
+    std::vector<SpoolMark> Marks(const std::string& prefix);
+
     // The row that follows, in the order of acceptance; none when there is none yet. A failure to
     // read is none as well, with its problem.
     std::optional<SpooledRow> Next(std::int64_t behind, std::string* problem);
@@ -100,6 +111,7 @@ private:
 
     bool Prepare(const std::string& file, std::string* problem);
     bool ReadLedger(std::string* problem);
+    bool SetMarks(const std::vector<SpoolMark>& marks);
     bool AppendOne(Delivery& delivery, const std::vector<std::string>& receiveKeys,
                    std::size_t* usedKeys, Ledger* ledger);
     bool ForgetIds(Ledger* ledger);

@@ -180,9 +180,8 @@ void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
         return answer(RefuseBulk(status, "parse_exception", words));
     Intake intake(parts.store, parts.config.Now());
     auto reading = std::make_shared<BulkReading>(intake, IndexOfPath(request.head.path));
-    ForEachLine(request.body, [&](std::string_view line, std::uint64_t number) {
-        reading->TakeLine(line, number);
-    });
+    ForEachLine(request.body,
+                [&](const CutLine& line) { reading->TakeLine(line.text, line.number); });
     reading->End();
     if (!reading->problem.empty())
         return answer(RefuseBulk(400, "illegal_argument_exception", reading->problem));

@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "agent/body.h"
-#include "agent/intake.h"
+#include "agent/linestream.h"
 #include "agent/parts.h"
 #include "common/jsontext.h"
 #include "common/textbridge.h"
@@ -15,28 +15,25 @@ namespace {
 
 constexpr std::size_t mostTold = 20;
 
-using Problems = std::vector<std::pair<std::uint64_t, IntakeProblem>>;
+using Problems = LineProblems;
 
 // A file is told by its first bytes alone; everything else is lines. False, with the reply, for a
 // body that can't be told apart.
 bool ReadBody(const HttpRequest& request, Intake& intake, Problems* problems, HttpReply* reply) {
     const std::string& key = request.head.idempotencyKey;
-    const auto idOf = [&](std::uint64_t number) {
-        return key.empty() ? key : key + "-" + std::to_string(number);
-    };
     const auto note = [&](std::uint64_t number, const Intake::Outcome& outcome) {
         if (!outcome.problem.kind.empty())
             problems->emplace_back(number, outcome.problem);
     };
     if (const Format* const file = FindFileFormat(request.body)) {
         std::string error;
-        if (intake.TakeFile(*file, request.body, idOf(0), problems, &error))
+        if (intake.TakeFile(*file, request.body, IdOfLine(key, {}), problems, &error))
             return true;
         *reply = PlainReply(400, error);
         return false;
     }
-    const bool isGood = ForEachLine(request.body, [&](std::string_view line, std::uint64_t number) {
-        note(number, intake.TakeLine(line, idOf(number)));
+    const bool isGood = ForEachLine(request.body, [&](const CutLine& line) {
+        note(line.number, intake.TakeLine(line.text, IdOfLine(key, line)));
     });
     note(0, intake.End());
     if (!isGood)

@@ -60,6 +60,8 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
         Open(spool);
         Delivery first = DeliveryOf(1, 3, "id"), again = DeliveryOf(2, 3, "id"),
                  plain = DeliveryOf(9, 2);
+        first.marks = {{"file a", "3"}, {"file b", "1"}, {"other", "1"}};
+        again.marks = {{"file a", "7"}, {"file b", ""}};
         Append(spool, first);
         Append(spool, again);
         Append(spool, plain);
@@ -74,6 +76,9 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
     CheckEquation(spool);
     EXPECT_EQ(spool.Account().waiting, 3U);
     EXPECT_EQ(spool.Account().lost, 1U);
+    const auto marks = spool.Marks("file ");
+    ASSERT_EQ(marks.size(), 1U) << "one was forgotten";
+    EXPECT_EQ(marks[0].name + "=" + marks[0].value, "file a=7");
     std::string keys;
     std::int64_t at = 0;
     while (const auto row = spool.Next(at, &problem)) {

@@ -63,6 +63,7 @@ public:
 
     void Give(const SourceLine& line) override;
     void End() override { joiner_.Finish(); }
+    std::uint64_t HeldFrom() const noexcept override { return joiner_.FirstLine(); }
     bool Next(SourceItem* item) override;
 
 private:

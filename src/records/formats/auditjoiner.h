@@ -48,6 +48,11 @@ public:
     // No line follows: all that wait are complete.
     void Finish();
 
+    // Where the oldest event begins that waits for further lines; 0 when none does.
+    std::uint64_t FirstLine() const noexcept {
+        return waiting_.empty() ? 0 : waiting_.front().event.firstLine;
+    }
+
     // Gives the next complete event; false when there is none. What `event` held is dropped.
     bool Take(AuditEvent& event);
 

@@ -82,6 +82,16 @@ bool LineFormats::Next(SourceItem* item) {
     return false;
 }
 
+std::uint64_t LineFormats::HeldFrom() const noexcept {
+    std::uint64_t first = 0;
+    for (const auto& reader : readers_) {
+        const std::uint64_t from = reader ? reader->HeldFrom() : 0;
+        if (from != 0 && (first == 0 || from < first))
+            first = from;
+    }
+    return first;
+}
+
 // Each reader may hold an event that waited for more lines; Next asks them in their order.
 void LineFormats::End() {
     current_ = nullptr;

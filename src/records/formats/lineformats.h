@@ -24,6 +24,8 @@ public:
     bool Give(std::string_view text, std::uint64_t number);
     // As LineSource::Next; to be called until it gives false.
     bool Next(SourceItem* item);
+    // As LineSource::HeldFrom, over all formats.
+    std::uint64_t HeldFrom() const noexcept;
     // There are no more lines; Next gives what is left.
     void End();
 

@@ -96,6 +96,8 @@ public:
 
     bool Wants() const noexcept override { return isOpen_; }
 
+    std::uint64_t HeldFrom() const noexcept override { return isOpen_ ? number_ : 0; }
+
     void End() override { hasEnded_ = true; }
 
     bool Next(SourceItem* item) override {
