@@ -4,7 +4,7 @@
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "common/valuetext.h"
-#include "countingcallback.h"
+#include "benchcallback.h"
 #include "zelstore/eventstoreproxy.h"
 
 namespace bench {

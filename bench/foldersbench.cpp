@@ -9,10 +9,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "benchcallback.h"
 #include "common/countedptr.h"
 #include "common/hostservices.h"
 #include "common/valuetext.h"
-#include "countingcallback.h"
 #include "fixture.h"
 #include "ratios.h"
 #include "zelstore/eventstoreproxy.h"

@@ -4,10 +4,9 @@
 #include <cstdlib>
 
 #include "askedstore.h"
+#include "benchcallback.h"
 #include "common/countedptr.h"
 #include "common/hostservices.h"
-#include "common/textbridge.h"
-#include "common/valuetext.h"
 #include "hunt/rulereader.h"
 #include "hunt/ruleset.h"
 #include "ratios.h"
@@ -98,31 +97,6 @@ zel::RuleSet SetOf(const std::string& yaml) {
     return zel::RuleSet(std::move(file.rules), {});
 }
 
-// Tests the text of each result, as `zel hunt` does.
-class HuntingCallback final : public ZEL::IQueryCallback {
-public:
-    explicit HuntingCallback(const zel::RuleSet& rules) : run_(rules) {}
-    ZEL::TobResult QueryInterface(const ZEL::GUID&, void**) override {
-        return ZEL::TOBERR_NO_INTERFACE;
-    }
-    std::int64_t AddRef() override { return 2; }
-    std::int64_t Release() override { return 1; }
-    ZEL::HRESULT OnQueryResults(ZEL::HRESULT, ZEL::IValueCollection* results, bool, bool,
-                                ZEL::IStringValue*, std::int32_t) override {
-        std::string converted;
-        for (std::size_t i = 0; results != nullptr && i < results->Count(); ++i) {
-            const auto text = wm::Utf8Of(*results->GetValue(i), converted);
-            if (text && run_.Test(*text))
-                hits += run_.Hits().size();
-        }
-        return ZEL::hr::ok;
-    }
-    std::size_t hits = 0;
-
-private:
-    zel::RuleRun run_;
-};
-
 std::wstring DocumentOf(const zel::RuleSet& rules) {
     std::string text;
     for (const zel::Narrowing& each : rules.Narrowings())
@@ -135,8 +109,11 @@ void Hunt(benchmark::State& state, const std::string& yaml) {
     const zel::RuleSet rules = SetOf(yaml);
     const std::wstring document = DocumentOf(rules);
     for (auto _ : state) {
-        HuntingCallback callback(rules);
-        if (!Ask(document.c_str(), callback) || callback.hits != 0)
+        zel::RuleRun run(rules);
+        TestingCallback callback([&run](std::string_view event) -> std::size_t {
+            return run.Test(event) ? run.Hits().size() : 0;
+        });
+        if (!Ask(document.c_str(), callback) || callback.fitting != 0)
             state.SkipWithError("the rules found other events than expected");
     }
     SetItems(state, FilledRows());

@@ -3,9 +3,8 @@
 #include <fstream>
 
 #include "askedstore.h"
+#include "benchcallback.h"
 #include "common/hostservices.h"
-#include "common/textbridge.h"
-#include "common/valuetext.h"
 #include "fixture.h"
 #include "questions/condition.h"
 #include "ratios.h"
@@ -44,35 +43,14 @@ void BM_BareWalkValues(benchmark::State& state) {
 }
 BENCHMARK(BM_BareWalkValues)->Apply(AllThreads);
 
-// Tests the text of each result, as `zel query` does.
-class TestingCallback final : public ZEL::IQueryCallback {
-public:
-    explicit TestingCallback(zel::EventConditions& conditions) : conditions_(conditions) {}
-    ZEL::TobResult QueryInterface(const ZEL::GUID&, void**) override {
-        return ZEL::TOBERR_NO_INTERFACE;
-    }
-    std::int64_t AddRef() override { return 2; }
-    std::int64_t Release() override { return 1; }
-    ZEL::HRESULT OnQueryResults(ZEL::HRESULT, ZEL::IValueCollection* results, bool, bool,
-                                ZEL::IStringValue*, std::int32_t) override {
-        std::string converted;
-        for (std::size_t i = 0; results != nullptr && i < results->Count(); ++i)
-            if (const auto text = wm::Utf8Of(*results->GetValue(i), converted))
-                fitting += conditions_.Test(*text) == zel::EventConditions::Answer::yes ? 1 : 0;
-        return ZEL::hr::ok;
-    }
-    std::size_t fitting = 0;
-
-private:
-    zel::EventConditions& conditions_;
-};
-
 void RunCondition(benchmark::State& state, const char* text) {
     zel::ConditionProblem problem;
     const auto condition = zel::EventCondition::Parse(text, nullptr, &problem);
     zel::EventConditions conditions(std::vector{condition.value()});
     for (auto _ : state) {
-        TestingCallback callback(conditions);
+        TestingCallback callback([&conditions](std::string_view event) -> std::size_t {
+            return conditions.Test(event) == zel::EventConditions::Answer::yes ? 1 : 0;
+        });
         if (!Ask(everything, callback) || callback.fitting != 0)
             state.SkipWithError("the query gave other events than expected");
     }

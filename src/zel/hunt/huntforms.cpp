@@ -101,18 +101,50 @@ std::string GroupOf(const Rule& rule, const CorrelationHit& hit) {
     return Joined(pairs, ", ");
 }
 
+// Hits as rows of one form: `event` reads of an event what stands in them.
+class RowHits : public HitForm {
+public:
+    std::string End() override { return rows_->End(isFirst_); }
+
+protected:
+    RowHits(const std::vector<Field>& event, FormChoice choice, std::vector<Field> columns)
+        : reader_(event, choice.zone),
+          rows_(MakeRowForm(WithColumns(std::move(choice), std::move(columns)))) {}
+
+    std::string Row(const std::vector<FieldValue>& values) {
+        const bool wasFirst = isFirst_;
+        isFirst_ = false;
+        return rows_->Row(values, wasFirst);
+    }
+
+    const std::vector<FieldValue>& Read(std::string_view event) {
+        return reader_.Read({event, {}});
+    }
+
+    const std::vector<Field>& EventFields() const { return reader_.Fields(); }
+
+private:
+    static FormChoice WithColumns(FormChoice choice, std::vector<Field> columns) {
+        choice.fields = std::move(columns);
+        return choice;
+    }
+
+    FieldReader reader_;
+    const std::unique_ptr<RowForm> rows_;
+    bool isFirst_ = true;
+};
+
 // A line of a table has room for one thing that it was done to: the first of these that is there.
 constexpr const char* targets[] = {"target_cmd_line", "target_path", "target_name", "url",
                                    "dst_ip"};
 
-class TableHits final : public HitForm {
+class TableHits final : public RowHits {
 public:
-    explicit TableHits(FormChoice choice)
-        : reader_(EventFields(), choice.zone), rows_(MakeRowForm(WithColumns(std::move(choice)))) {}
+    explicit TableHits(FormChoice choice) : RowHits(Asked(), std::move(choice), Columns()) {}
 
     std::string Hit(const Rule& rule, std::string_view event,
                     const std::vector<std::string>&) override {
-        const std::vector<FieldValue>& found = reader_.Read({event, {}});
+        const std::vector<FieldValue>& found = Read(event);
         const auto target =
             std::find_if(found.begin() + 2, found.end(),
                          [](const FieldValue& each) { return each.kind != Kind::none; });
@@ -127,45 +159,31 @@ public:
                               GroupOf(rule, hit))});
     }
 
-    std::string End() override { return rows_->End(isFirst_); }
-
 private:
-    static std::vector<Field> EventFields() {
+    static std::vector<Field> Asked() {
         std::vector<Field> fields = {ColumnField("time"), ColumnField("computer")};
         for (const char* name : targets)
             fields.push_back(ColumnField(name));
         return fields;
     }
 
-    static FormChoice WithColumns(FormChoice choice) {
+    static std::vector<Field> Columns() {
         // Of a path the end tells most, as in other tables.
         const Field target = {"target", FindColumn("target_path"), {}, ColumnType::text};
-        choice.fields = {ColumnField("time"), TextField("level"),    TextField("rule"),
-                         TextField("author"), TextField("computer"), target};
-        return choice;
+        return {ColumnField("time"), TextField("level"),    TextField("rule"),
+                TextField("author"), TextField("computer"), target};
     }
-
-    std::string Row(const std::vector<FieldValue>& values) {
-        const bool wasFirst = isFirst_;
-        isFirst_ = false;
-        return rows_->Row(values, wasFirst);
-    }
-
-    FieldReader reader_;
-    const std::unique_ptr<RowForm> rows_;
-    bool isFirst_ = true;
 };
 
-class CsvHits final : public HitForm {
+class CsvHits final : public RowHits {
 public:
     explicit CsvHits(FormChoice choice)
-        : reader_(AllFields(false, false), choice.zone),
-          rows_(MakeRowForm(WithColumns(std::move(choice)))) {}
+        : RowHits(AllFields(false, false), std::move(choice), Columns()) {}
 
     std::string Hit(const Rule& rule, std::string_view event,
                     const std::vector<std::string>& why) override {
         std::vector<FieldValue> values = RuleValues(rule, Joined(why, "; "));
-        const std::vector<FieldValue>& found = reader_.Read({event, {}});
+        const std::vector<FieldValue>& found = Read(event);
         values.insert(values.end(), found.begin(), found.end());
         return Row(values);
     }
@@ -175,12 +193,10 @@ public:
         std::vector<FieldValue> values =
             RuleValues(rule, std::to_string(hit.count) + " since " + hit.first +
                                  (hit.group.empty() ? "" : "; " + GroupOf(rule, hit)));
-        for (const Field& field : reader_.Fields())
+        for (const Field& field : EventFields())
             values.push_back(TextValue(field.name == "time" ? hit.last : ""));
         return Row(values);
     }
-
-    std::string End() override { return rows_->End(isFirst_); }
 
 private:
     static std::vector<FieldValue> RuleValues(const Rule& rule, std::string why) {
@@ -189,24 +205,14 @@ private:
                 TextValue(rule.file),   TextValue(std::move(why))};
     }
 
-    static FormChoice WithColumns(FormChoice choice) {
-        choice.fields = {TextField("level"),  TextField("rule"),   TextField("rule_id"),
-                         TextField("author"), TextField("status"), TextField("tags"),
-                         TextField("file"),   TextField("why")};
+    static std::vector<Field> Columns() {
+        std::vector<Field> columns = {
+            TextField("level"),  TextField("rule"), TextField("rule_id"), TextField("author"),
+            TextField("status"), TextField("tags"), TextField("file"),    TextField("why")};
         const std::vector<Field> events = AllFields(false, false);
-        choice.fields.insert(choice.fields.end(), events.begin(), events.end());
-        return choice;
+        columns.insert(columns.end(), events.begin(), events.end());
+        return columns;
     }
-
-    std::string Row(const std::vector<FieldValue>& values) {
-        const bool wasFirst = isFirst_;
-        isFirst_ = false;
-        return rows_->Row(values, wasFirst);
-    }
-
-    FieldReader reader_;
-    const std::unique_ptr<RowForm> rows_;
-    bool isFirst_ = true;
 };
 
 }  // namespace
