@@ -205,10 +205,10 @@ bool Agent::End() {
         feeder_->Stop(longestDrain);
     const bool isWritten = store_.Close();
     const bool isSettled = !feeder_ || feeder_->Settle();
-    const std::uint64_t left = feeder_ ? spool_.Account().waiting : 0;
-    if (left > 0)
-        log_.Say(std::to_string(left) + " event(s) wait in the spool for the next start");
-    return isWritten && isSettled && left == 0;
+    const Ledger left = feeder_ ? spool_.Account() : Ledger{};
+    if (left.waiting > 0)
+        log_.Say(std::to_string(left.waiting) + " event(s) wait in the spool for the next start");
+    return isWritten && isSettled && left.waiting + left.waitingEnrichments == 0;
 }
 
 }  // namespace

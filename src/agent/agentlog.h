@@ -39,6 +39,7 @@ public:
     std::map<std::pair<std::string_view, int>, std::uint64_t> Requests() const;
 
     std::atomic<std::uint64_t> duplicates{0};
+    std::atomic<std::uint64_t> lostEnrichments{0};
     std::atomic<std::uint64_t> connections{0};
     std::atomic<std::uint64_t> inFlight{0};
     std::atomic<std::uint64_t> purgedBytes{0};

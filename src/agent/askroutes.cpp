@@ -4,7 +4,6 @@
 
 #include <charconv>
 #include <chrono>
-#include <thread>
 
 #include "agent/asking/questions.h"
 #include "agent/body.h"
@@ -69,11 +68,6 @@ void Ask(AgentParts& parts, const HttpHead& head, AskedQuestion question, const 
     });
 }
 
-struct Enrichment {
-    std::string key;
-    std::string text;
-};
-
 // Numbered by the clock, and never twice the same.
 std::string SuffixOfNow() {
     using std::chrono::microseconds;
@@ -87,7 +81,7 @@ std::string SuffixOfNow() {
 }
 
 // Read twice: the one reader finds every mistake, the other gives the text as it stands.
-std::string ReadEnrichment(std::string_view line, Enrichment* enrichment) {
+std::string ReadEnrichment(std::string_view line, SpooledEnrichment* enrichment) {
     const simdjson::padded_string text(line);
     simdjson::dom::parser checker;
     std::string_view key;
@@ -108,22 +102,6 @@ std::string ReadEnrichment(std::string_view line, Enrichment* enrichment) {
         return "";
     }
     return why.empty() ? R"(not of the form {"key":"...","enrichment":...})" : std::string(why);
-}
-
-// A full queue is waited for as long as requests are held at all.
-ZEL::HRESULT Store(AgentParts& parts, const Enrichment& enrichment) {
-    constexpr auto pause = std::chrono::milliseconds(5);
-    const auto key = wm::ToValue(enrichment.key);
-    const auto text = wm::ToValue(enrichment.text);
-    if (!key || !text)
-        return ZEL::hr::outOfMemory;
-    auto left = std::chrono::milliseconds(parts.config->spoolHold * 1000);
-    ZEL::HRESULT result = parts.store.InsertSilent(key.Get(), text.Get());
-    for (; result == ZEL::hr::fail && left.count() > 0; left -= pause) {
-        std::this_thread::sleep_for(pause);
-        result = parts.store.InsertSilent(key.Get(), text.Get());
-    }
-    return result;
 }
 
 }  // namespace
@@ -162,27 +140,27 @@ void TellFolders(AgentParts& parts, HttpRequest& request, const Answer& answer) 
 }
 
 void TakeEnrichments(AgentParts& parts, HttpRequest& request, const Answer& answer) {
-    std::vector<Enrichment> enrichments;
+    const auto delivery = std::make_shared<Delivery>();
     std::string problem;
     ForEachLine(request.body, [&](const CutLine& line) {
-        Enrichment enrichment;
+        SpooledEnrichment enrichment;
         const std::string why = problem.empty() ? ReadEnrichment(line.text, &enrichment) : "";
         if (!why.empty())
             problem = "line " + std::to_string(line.number) + ": " + why;
-        enrichments.push_back(std::move(enrichment));
+        delivery->enrichments.push_back(std::move(enrichment));
     });
     if (!problem.empty())
         return answer(PlainReply(400, problem));
-    if (!enrichments.empty())
-        LogDeed(parts, request.head,
-                "adds " + std::to_string(enrichments.size()) + " enrichment(s)");
-    std::size_t taken = 0;
-    while (taken < enrichments.size() && Succeeded(Store(parts, enrichments[taken])))
-        ++taken;
-    if (taken < enrichments.size())
-        return answer(PlainReply(503, "there is no room: " + std::to_string(taken) + " of " +
-                                          std::to_string(enrichments.size()) + " were taken"));
-    answer({200, "application/json", "{\"queued\":" + std::to_string(taken) + "}\n", {}});
+    const std::string count = std::to_string(delivery->enrichments.size());
+    const auto done = [answer, count](Verdict verdict) {
+        answer(verdict == Verdict::taken
+                   ? HttpReply{200, "application/json", "{\"accepted\":" + count + "}\n", {}}
+                   : PlainReply(503, "there is no room; nothing was taken"));
+    };
+    if (delivery->enrichments.empty())
+        return done(Verdict::taken);
+    LogDeed(parts, request.head, "adds " + count + " enrichment(s)");
+    parts.admission.Submit(delivery, done);
 }
 
 void PurgeNow(AgentParts& parts, HttpRequest& request, const Answer& answer) {

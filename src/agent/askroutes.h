@@ -13,7 +13,7 @@ void AnswerQuery(AgentParts& parts, HttpRequest& request, const IHttpHandler::An
 // The store's directory and, unless "brief" is asked for, what stands in it (StoreLook).
 void TellFolders(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // Lines {"key":"...","enrichment":...}, all of which are good or none is taken. The keys are of
-// events, or those under which enrichments stand.
+// events, or those under which enrichments stand. The answer comes once they are on the disk.
 void TakeEnrichments(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // Deletes the oldest folders until the store fits in "max_size".
 void PurgeNow(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);

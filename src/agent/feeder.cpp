@@ -21,6 +21,10 @@
 // store itself does not, and only behind that are the rows dropped from the spool. When the store
 // reports a loss nobody knows of which records, so all that was not dropped is given again: keys
 // are identity, a record that comes twice under one key is one.
+//
+// Enrichments go the same way beside them. They go into the folders of their events, of which one
+// may be damaged for ever: when nothing else is lost, again and again, and not for want of room,
+// memory or rights, what the store loses of them is counted as lost and the others go on.
 
 namespace zel {
 
@@ -34,9 +38,19 @@ constexpr auto look = milliseconds(500);  // at what the store has settled
 constexpr auto betweenDrops = milliseconds(5000);
 constexpr auto afterLoss = milliseconds(2000);
 constexpr std::size_t mostPending = 10000;  // rows, ahead of which a drop comes early
+constexpr std::uint32_t mostBadRounds = 5;
 
-bool Grew(const LostRecords& now, const LostRecords& before) {
-    return now.events != before.events || now.receiveRows != before.receiveRows;
+bool LostEvents(const LostRecords& since) {
+    return since.events != 0 || since.receiveRows != 0;
+}
+
+// Whether the store failed for a reason that may pass.
+bool IsWant(const std::vector<DatabaseError>& errors) {
+    constexpr std::uint32_t wants[] = {0x80070070, 0x80070004, 0x8007000E, 0x80070005};
+    return std::any_of(errors.begin(), errors.end(), [&](const DatabaseError& error) {
+        return std::find(std::begin(wants), std::end(wants),
+                         static_cast<std::uint32_t>(error.lastResult)) != std::end(wants);
+    });
 }
 
 }  // namespace
@@ -57,9 +71,11 @@ bool Feeder::Start() {
         log_.Say("the store does not tell what it has written");
         return false;
     }
-    given_ = progress_->SettledRecords();
+    events_.given = progress_->SettledRecords();
+    enrichments_.given = progress_->SettledEnrichments();
     lostBefore_ = store_.Lost();
-    replayUntil_ = spool_.LastRow();
+    for (Lane* const lane : {&events_, &enrichments_})
+        lane->replayUntil = spool_.LastRow(lane->kind);
     nextDrop_ = SteadyClock::now() + betweenDrops;
     sign_ = wm::Clock().TickCount64();
     thread_ = std::thread([this] { Main(); });
@@ -100,57 +116,78 @@ void Feeder::Main() {
             const std::lock_guard hold(mutex_);
             hasMore_ = false;
         }
-        while (MayGoOn() && GiveNext())
+        for (bool isMore = true; isMore && MayGoOn();) {
+            isMore = GiveNext(events_);
+            isMore = GiveNext(enrichments_) || isMore;
             DropSettled(false);
-        DropSettled(false);
-        hasReplayed_ = hasReplayed_ || at_ >= replayUntil_;  // also where nothing was left
+        }
+        LookAtReplay();  // also where nothing was left
+        const bool isIdle = events_.pending.empty() && enrichments_.pending.empty();
         std::unique_lock hold(mutex_);
         if (stopping_)
             return;
-        changed_.wait_for(hold, pending_.empty() ? milliseconds(5000) : look,
+        changed_.wait_for(hold, isIdle ? milliseconds(5000) : look,
                           [&] { return stopping_ || hasMore_; });
     }
 }
 
-// False when there is no further row, or the store takes none for now.
-bool Feeder::GiveNext() {
-    std::string problem;
-    const std::optional<SpooledRow> row = spool_.Next(at_, &problem);
-    if (!problem.empty())
-        log_.SaySeldom(problem);
-    return row && Give(*row);
+void Feeder::LookAtReplay() {
+    hasReplayed_ = hasReplayed_ || (events_.at >= events_.replayUntil &&
+                                    enrichments_.at >= enrichments_.replayUntil);
 }
 
-bool Feeder::Give(const SpooledRow& row) {
+// False when there is no further row, or the store takes none for now.
+bool Feeder::GiveNext(Lane& lane) {
+    std::string problem;
+    const std::optional<SpooledRow> row = spool_.Next(lane.at, &problem, lane.kind);
+    if (!problem.empty())
+        log_.SaySeldom(problem);
+    return row && Give(lane, *row);
+}
+
+// A record that is refused has no row by the time of its receipt.
+bool Feeder::GiveRecord(Lane& lane, const SpooledRow::Record& record, bool* isRefused) {
+    if (!Insert(lane, record.key, record.record, isRefused))
+        return false;
+    if (lane.kind == SpoolKind::enrichments || *isRefused)
+        return true;
+    const std::string pointer = "{\"event_pkey\":" + wm::JsonString(record.key) + "}";
+    return Insert(lane, record.receiveKey, pointer, isRefused);
+}
+
+bool Feeder::Give(Lane& lane, const SpooledRow& row) {
     Given given{row.number, 0, row.isDamaged ? row.events : 0};
     if (row.isDamaged)
         log_.Say("a part of the spool is damaged: " + std::to_string(row.events) +
                  " record(s) are lost");
     const std::uint64_t round = round_;
     for (const SpooledRow::Record& record : row.records) {
-        const std::string pointer = "{\"event_pkey\":" + wm::JsonString(record.key) + "}";
         bool isRefused = false;
-        if (!Insert(record.key, record.record, &isRefused) ||
-            (!isRefused && !Insert(record.receiveKey, pointer, &isRefused)))
+        if (!GiveRecord(lane, record, &isRefused))
             return false;  // the row is given anew by the next process
         given.lost += isRefused ? 1 : 0;
         if (round != round_)
             return true;  // meanwhile the store has lost rows ahead, which come first
     }
-    at_ = row.number;
-    hasReplayed_ = hasReplayed_ || at_ >= replayUntil_;
-    given.records = given_;
-    pending_.push_back(given);
+    lane.at = row.number;
+    LookAtReplay();
+    given.records = lane.given;
+    lane.pending.push_back(given);
     return true;
 }
 
 // A full queue passes. What else the store says of a record will not change.
-bool Feeder::Insert(std::string_view key, std::string_view value, bool* isRefused) {
+bool Feeder::Insert(Lane& lane, std::string_view key, std::string_view value, bool* isRefused) {
+    const bool isEvent = lane.kind == SpoolKind::events;
     const auto keyValue = wm::ToValue(key);
     const auto text = wm::ToValue(value);
     auto pause = std::chrono::microseconds(200);
     ZEL::HRESULT result = hr::outOfMemory;
-    while (keyValue && text && (result = store_->Insert(keyValue.Get(), text.Get())) == hr::fail) {
+    const auto insert = [&] {
+        return isEvent ? store_->Insert(keyValue.Get(), text.Get())
+                       : store_->InsertSilent(keyValue.Get(), text.Get());
+    };
+    while (keyValue && text && (result = insert()) == hr::fail) {
         if (!MayGoOn())
             return false;
         std::this_thread::sleep_for(pause);
@@ -158,65 +195,92 @@ bool Feeder::Insert(std::string_view key, std::string_view value, bool* isRefuse
         DropSettled(false);
     }
     *isRefused = Failed(result);
-    given_ += *isRefused ? 0 : 1;
+    lane.given += *isRefused ? 0 : 1;
     if (*isRefused)
         log_.SaySeldom("the store refuses a record: " +
                        Describe(static_cast<std::int32_t>(result)));
     return true;
 }
 
-bool Feeder::HasLost() {
-    return Grew(store_.Lost(), lostBefore_);
+void Feeder::TakeLosses() {
+    const LostRecords lost = store_.Lost() - lostBefore_;
+    const std::vector<DatabaseError> errors = store_.TakeDatabaseErrors();
+    for (const DatabaseError& error : errors)
+        log_.SaySeldom(error.Text());
+    lostBefore_ = store_.Lost();
+    badRounds_ = LostEvents(lost) || IsWant(errors) ? 0 : badRounds_ + 1;
+    if (badRounds_ < mostBadRounds)
+        return GiveAgain();
+    log_.lostEnrichments += lost.enrichments;
+    log_.Say(std::to_string(lost.enrichments) +
+             " enrichment(s) are lost: the store can't write them");
 }
 
 void Feeder::GiveAgain() {
     storeFails_ = true;
     log_.SaySeldom("the store could not write; what it lost is in the spool and is given again");
-    for (const DatabaseError& error : store_.TakeDatabaseErrors())
-        log_.SaySeldom(error.Text());
-    lostBefore_ = store_.Lost();
-    at_ = pending_.empty() ? at_ : pending_.front().row - 1;
-    pending_.clear();
+    for (Lane* const lane : {&events_, &enrichments_}) {
+        lane->at = lane->pending.empty() ? lane->at : lane->pending.front().row - 1;
+        lane->pending.clear();
+    }
     ++round_;
     std::unique_lock hold(mutex_);
     changed_.wait_for(hold, afterLoss, [&] { return stopping_; });
     hasMore_ = true;
 }
 
-// The number of what is settled is asked for first: losses among that were reported ahead of it.
-void Feeder::DropSettled(bool isLast) {
-    const bool isDue = isLast || pending_.size() > mostPending || SteadyClock::now() >= nextDrop_;
-    if (pending_.empty() || !isDue)
-        return;
-    const std::uint64_t settled = isLast ? given_ : progress_->SettledRecords();
-    if (HasLost())
-        return isLast ? void() : GiveAgain();
-    std::int64_t through = 0;
-    std::uint64_t lost = 0;
-    std::size_t count = 0;
-    while (count < pending_.size() && pending_[count].records <= settled) {
-        through = pending_[count].row;
-        lost += pending_[count++].lost;
+Feeder::Settled Feeder::SettledOf(const Lane& lane, std::uint64_t settled) {
+    Settled all;
+    while (all.rows < lane.pending.size() && lane.pending[all.rows].records <= settled) {
+        all.through = lane.pending[all.rows].row;
+        all.lost += lane.pending[all.rows++].lost;
     }
-    if (count > 0 && Drop(through, lost))
-        pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(count));
-    nextDrop_ = SteadyClock::now() + (count > 0 ? betweenDrops : look);
+    return all;
 }
 
-bool Feeder::Drop(std::int64_t through, std::uint64_t lost) {
+// The numbers of what is settled are asked for first: losses among that were reported ahead of
+// them.
+void Feeder::DropSettled(bool isLast) {
+    const std::size_t pending = events_.pending.size() + enrichments_.pending.size();
+    const bool isDue = isLast || pending > mostPending || SteadyClock::now() >= nextDrop_;
+    if (pending == 0 || !isDue)
+        return;
+    const Settled events = SettledOf(events_, isLast ? events_.given : progress_->SettledRecords());
+    const Settled enrichments =
+        SettledOf(enrichments_, isLast ? enrichments_.given : progress_->SettledEnrichments());
+    const LostRecords lost = store_.Lost() - lostBefore_;
+    if (LostEvents(lost) || lost.enrichments != 0)
+        return isLast ? void() : TakeLosses();
+    const bool isAny = events.rows + enrichments.rows > 0;
+    if (isAny && Drop(events, enrichments)) {
+        const auto forget = [](Lane& lane, std::size_t rows) {
+            lane.pending.erase(lane.pending.begin(),
+                               lane.pending.begin() + static_cast<std::ptrdiff_t>(rows));
+        };
+        forget(events_, events.rows);
+        forget(enrichments_, enrichments.rows);
+    }
+    nextDrop_ = SteadyClock::now() + (isAny ? betweenDrops : look);
+}
+
+bool Feeder::Drop(const Settled& events, const Settled& enrichments) {
     std::string problem;
     const bool isSynced = ::syncfs(descriptor_) == 0;
-    const bool isDropped = isSynced && spool_.Drop(through, NewestFolder(), lost, &problem);
+    const bool isDropped =
+        isSynced &&
+        (events.rows == 0 || spool_.Drop(events.through, NewestFolder(), events.lost, &problem)) &&
+        (enrichments.rows == 0 || spool_.DropEnrichments(enrichments.through, &problem));
     if (!isDropped)
         log_.SaySeldom(isSynced ? problem : "the store's files can't be synced");
     storeFails_ = !isSynced;
+    badRounds_ = isDropped && enrichments.rows > 0 ? 0 : badRounds_;
     lastFlush_ = wm::Clock().TickCount64();
     return isDropped;
 }
 
 bool Feeder::Settle() {
     DropSettled(true);
-    return pending_.empty();
+    return events_.pending.empty() && enrichments_.pending.empty();
 }
 
 // That of events which the store writes now. What was given ahead of midnight may stand in the one

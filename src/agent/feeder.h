@@ -51,16 +51,33 @@ private:
         std::uint64_t records = 0;
         std::uint64_t lost = 0;  // of the row, for good
     };
+    // How far events have come, or enrichments.
+    struct Lane {
+        SpoolKind kind = SpoolKind::events;
+        std::int64_t at = 0;      // the last row that was given
+        std::uint64_t given = 0;  // records and receive-time rows that the store's queue took
+        std::deque<Given> pending{};
+        std::int64_t replayUntil = 0;
+    };
+    // Rows of which the store has all.
+    struct Settled {
+        std::size_t rows = 0;
+        std::int64_t through = 0;
+        std::uint64_t lost = 0;
+    };
 
     void Main();
-    bool GiveNext();
-    bool Give(const SpooledRow& row);
+    bool GiveNext(Lane& lane);
+    bool Give(Lane& lane, const SpooledRow& row);
+    bool GiveRecord(Lane& lane, const SpooledRow::Record& record, bool* isRefused);
     // False when the wait was ended.
-    bool Insert(std::string_view key, std::string_view value, bool* isRefused);
+    bool Insert(Lane& lane, std::string_view key, std::string_view value, bool* isRefused);
     void DropSettled(bool isLast);
-    bool HasLost();
+    static Settled SettledOf(const Lane& lane, std::uint64_t settled);
+    void TakeLosses();
     void GiveAgain();
-    bool Drop(std::int64_t through, std::uint64_t lost);
+    bool Drop(const Settled& events, const Settled& enrichments);
+    void LookAtReplay();
     bool MayGoOn();
     std::string NewestFolder() const;
 
@@ -79,12 +96,10 @@ private:
     std::thread thread_;
 
     // Of the thread, and of Settle after it.
-    std::int64_t at_ = 0;      // the last row that was given
-    std::uint64_t given_ = 0;  // records and receive-time rows that the store's queue took
-    std::deque<Given> pending_;
+    Lane events_{SpoolKind::events}, enrichments_{SpoolKind::enrichments};
     LostRecords lostBefore_;
-    std::uint64_t round_ = 0;  // one more each time that rows are given again
-    std::int64_t replayUntil_ = 0;
+    std::uint64_t round_ = 0;      // one more each time that rows are given again
+    std::uint32_t badRounds_ = 0;  // in which nothing but enrichments was lost
     std::chrono::steady_clock::time_point nextDrop_;
 
     std::atomic<bool> hasReplayed_{false};

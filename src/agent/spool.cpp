@@ -17,6 +17,7 @@
 // fsync; the caller puts all requests that wait into one (group commit).
 //
 //   spool     one row for each request: its records in a body with a checksum, and how many
+//   enrichments  the same of what was found out of events
 //   ids       ids that were accepted, in the order of acceptance
 //   ledger    accepted, lost and purged, by name
 //   marks     how far ways in have come that can go on by themselves, with the records in hand
@@ -34,6 +35,8 @@ constexpr const char* schema =
     "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=4000;"
     "PRAGMA journal_size_limit=67108864; PRAGMA user_version=1;"
     "CREATE TABLE IF NOT EXISTS spool(number INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS enrichments(number INTEGER PRIMARY KEY AUTOINCREMENT,"
     " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
     "CREATE TABLE IF NOT EXISTS ids(number INTEGER PRIMARY KEY, at INTEGER NOT NULL,"
     " id TEXT NOT NULL UNIQUE);"
@@ -129,14 +132,49 @@ bool MakeDirectory(const std::string& path, std::string* problem) {
 
 struct Spool::Database {
     sqlite3* handle = nullptr;
-    Statement append, next, drop, sum, addId, forgetIds, oldIds, addLedger, addFolder, purge,
-        folders, setMark, dropMark, marks;
+    struct Table {
+        Statement append, next, drop, sum;
+        std::int64_t last = 0;  // that was appended
+    };
+    Table events, enrichments;
+    Statement addId, forgetIds, oldIds, addLedger, addFolder, purge, folders, setMark, dropMark,
+        marks;
 
     ~Database() { Close(); }
     // The statements go after it: SQLite keeps the database until then.
     void Close() {
         ::sqlite3_close_v2(handle);
         handle = nullptr;
+    }
+    Table& Of(SpoolKind kind) { return kind == SpoolKind::events ? events : enrichments; }
+    bool PrepareTable(const std::string& name, Table* table) {
+        const auto prepare = [&](Statement& statement, const std::string& text) {
+            return statement.Prepare(handle, text.c_str());
+        };
+        return prepare(table->append,
+                       "INSERT INTO " + name + "(events, checksum, body) VALUES(?,?,?)") &&
+               prepare(table->next, "SELECT number, events, checksum, body FROM " + name +
+                                        " WHERE number > ? ORDER BY number LIMIT 1") &&
+               prepare(table->drop, "DELETE FROM " + name + " WHERE number <= ?") &&
+               prepare(table->sum,
+                       "SELECT coalesce(sum(events), 0), coalesce(sum(length(body)), 0) FROM " +
+                           name + " WHERE number <= ?");
+    }
+    bool AppendRow(SpoolKind kind, std::int64_t count, std::string_view body) {
+        Table& table = Of(kind);
+        if (!table.append.Bind(1, count).Bind(2, Checksum(body)).BindBlob(3, body).Run())
+            return false;
+        table.last = ::sqlite3_last_insert_rowid(handle);
+        return true;
+    }
+    // What the rows up to that one hold, and away with them.
+    bool DropRows(Table& table, std::int64_t through, std::uint64_t* records,
+                  std::uint64_t* bytes) {
+        if (!table.sum.Bind(1, through).Step())
+            return false;
+        *records = static_cast<std::uint64_t>(table.sum.Number(0));
+        *bytes = static_cast<std::uint64_t>(table.sum.Number(1));
+        return table.sum.Reset() && table.drop.Bind(1, through).Run();
     }
     bool Run(const char* text) {
         return ::sqlite3_exec(handle, text, nullptr, nullptr, nullptr) == SQLITE_OK;
@@ -174,14 +212,8 @@ bool Spool::Prepare(const std::string& file, std::string* problem) {
                           nullptr) == SQLITE_OK &&
         ::sqlite3_busy_timeout(database.handle, 1000) == SQLITE_OK &&
         database.Run("PRAGMA locking_mode=EXCLUSIVE") && database.Run(schema) &&
-        prepare(database.append, "INSERT INTO spool(events, checksum, body) VALUES(?,?,?)") &&
-        prepare(database.next,
-                "SELECT number, events, checksum, body FROM spool WHERE number > ?"
-                " ORDER BY number LIMIT 1") &&
-        prepare(database.drop, "DELETE FROM spool WHERE number <= ?") &&
-        prepare(database.sum,
-                "SELECT coalesce(sum(events), 0), coalesce(sum(length(body)), 0),"
-                " coalesce(max(number), 0) FROM spool WHERE number <= ?") &&
+        database.PrepareTable("spool", &database.events) &&
+        database.PrepareTable("enrichments", &database.enrichments) &&
         prepare(database.addId, "INSERT OR IGNORE INTO ids(at, id) VALUES(?,?)") &&
         prepare(database.forgetIds,
                 "DELETE FROM ids WHERE number <= (SELECT max(number) - ? FROM ids)") &&
@@ -219,16 +251,22 @@ bool Spool::ReadLedger(std::string* problem) {
                      " (SELECT coalesce(sum(events), 0) FROM folders),"
                      " (SELECT coalesce(sum(events), 0) FROM spool),"
                      " (SELECT coalesce(sum(length(body)), 0) FROM spool),"
-                     " (SELECT count(*) FROM ids), (SELECT coalesce(max(number), 0) FROM spool)");
+                     " (SELECT count(*) FROM ids), (SELECT coalesce(max(number), 0) FROM spool),"
+                     " (SELECT coalesce(sum(events), 0) FROM enrichments),"
+                     " (SELECT coalesce(sum(length(body)), 0) FROM enrichments),"
+                     " (SELECT coalesce(max(number), 0) FROM enrichments)");
     if (!isGood || !read.Step()) {
         *problem = database_->Problem();
         return false;
     }
     const auto number = [&](int column) { return static_cast<std::uint64_t>(read.Number(column)); };
-    ledger = {number(0), number(3), number(4), number(1), number(2), number(5), number(6)};
+    ledger = {
+        number(0), number(3), number(4), number(1), number(2), number(8), number(5) + number(9),
+        number(6)};
     const std::lock_guard hold(accountMutex_);
     account_ = ledger;
-    lastRow_ = read.Number(7);
+    lastRow_ = database_->events.last = read.Number(7);
+    lastEnrichments_ = database_->enrichments.last = read.Number(10);
     return true;
 }
 
@@ -304,7 +342,22 @@ bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiv
     ledger->accepted += static_cast<std::uint64_t>(events);
     ledger->waiting += static_cast<std::uint64_t>(events);
     ledger->waitingBytes += body.size();
-    return database_->append.Bind(1, events).Bind(2, Checksum(body)).BindBlob(3, body).Run();
+    return database_->AppendRow(SpoolKind::events, events, body);
+}
+
+bool Spool::AppendEnrichments(const Delivery& delivery, Ledger* ledger) {
+    std::string body;
+    for (const SpooledEnrichment& enrichment : delivery.enrichments) {
+        PutText(enrichment.key, &body);
+        PutText("", &body);
+        PutText(enrichment.text, &body);
+    }
+    if (body.empty())
+        return true;
+    ledger->waitingEnrichments += delivery.enrichments.size();
+    ledger->waitingBytes += body.size();
+    return database_->AppendRow(SpoolKind::enrichments,
+                                static_cast<std::int64_t>(delivery.enrichments.size()), body);
 }
 
 bool Spool::Append(std::span<Delivery* const> deliveries,
@@ -320,22 +373,26 @@ bool Spool::Append(std::span<Delivery* const> deliveries,
     const bool isTaken = database_->Transact(problem, [&] {
         return std::all_of(deliveries.begin(), deliveries.end(),
                            [&](Delivery* delivery) {
-                               return AppendOne(*delivery, receiveKeys, &usedKeys, &after);
+                               return AppendOne(*delivery, receiveKeys, &usedKeys, &after) &&
+                                      AppendEnrichments(*delivery, &after);
                            }) &&
                database_->Count("accepted", after.accepted - before.accepted);
     });
-    if (!isTaken)
-        return false;
     const std::lock_guard holdAccount(accountMutex_);
+    if (!isTaken) {
+        database_->events.last = lastRow_;
+        database_->enrichments.last = lastEnrichments_;
+        return false;
+    }
     account_ = after;
-    if (after.accepted != before.accepted)
-        lastRow_ = ::sqlite3_last_insert_rowid(database_->handle);
+    lastRow_ = database_->events.last;
+    lastEnrichments_ = database_->enrichments.last;
     return true;
 }
 
-std::optional<SpooledRow> Spool::Next(std::int64_t behind, std::string* problem) {
+std::optional<SpooledRow> Spool::Next(std::int64_t behind, std::string* problem, SpoolKind kind) {
     const std::lock_guard hold(databaseMutex_);
-    Statement& next = database_->next;
+    Statement& next = database_->Of(kind).next;
     problem->clear();
     if (!next.Bind(1, behind).Step()) {
         if (!next.Reset())
@@ -373,20 +430,35 @@ bool Spool::Drop(std::int64_t through, const std::string& folder, std::uint64_t 
     const std::lock_guard hold(databaseMutex_);
     Ledger after = Account();
     const bool isDropped = database_->Transact(problem, [&] {
-        Statement& sum = database_->sum;
-        if (!sum.Bind(1, through).Step())
+        std::uint64_t events = 0, bytes = 0;
+        if (!database_->DropRows(database_->events, through, &events, &bytes))
             return false;
-        const auto events = static_cast<std::uint64_t>(sum.Number(0));
-        after.waitingBytes -= static_cast<std::uint64_t>(sum.Number(1));
-        sum.Reset();
+        after.waitingBytes -= bytes;
         after.waiting -= events;
         after.lost += lost;
         after.stored += events - lost;
-        return database_->drop.Bind(1, through).Run() && database_->Count("lost", lost) &&
+        return database_->Count("lost", lost) &&
                database_->addFolder.Bind(1, folder)
                    .Bind(2, static_cast<std::int64_t>(events - lost))
                    .Run() &&
                ForgetIds(&after);
+    });
+    const std::lock_guard holdAccount(accountMutex_);
+    if (isDropped)
+        account_ = after;
+    return isDropped;
+}
+
+bool Spool::DropEnrichments(std::int64_t through, std::string* problem) {
+    const std::lock_guard hold(databaseMutex_);
+    Ledger after = Account();
+    const bool isDropped = database_->Transact(problem, [&] {
+        std::uint64_t enrichments = 0, bytes = 0;
+        if (!database_->DropRows(database_->enrichments, through, &enrichments, &bytes))
+            return false;
+        after.waitingEnrichments -= enrichments;
+        after.waitingBytes -= bytes;
+        return true;
     });
     const std::lock_guard holdAccount(accountMutex_);
     if (isDropped)
@@ -430,9 +502,9 @@ Ledger Spool::Account() const {
     return account_;
 }
 
-std::int64_t Spool::LastRow() const {
+std::int64_t Spool::LastRow(SpoolKind kind) const {
     const std::lock_guard hold(accountMutex_);
-    return lastRow_;
+    return kind == SpoolKind::events ? lastRow_ : lastEnrichments_;
 }
 
 }  // namespace zel

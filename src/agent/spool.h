@@ -28,18 +28,28 @@ struct SpoolMark {
     std::string value;  // empty: it is forgotten
 };
 
-// The records of one request: all of them are taken or none.
+// What somebody has found out of an event, under the key that it is to stand under.
+struct SpooledEnrichment {
+    std::string key;
+    std::string text;
+};
+
+// What one request brings: all of it is taken or nothing.
 struct Delivery {
     std::vector<SpoolItem> items;
     std::vector<SpoolMark> marks;
+    std::vector<SpooledEnrichment> enrichments;
 };
+
+// Events and enrichments stand in two rows of rows, each with numbers of its own.
+enum class SpoolKind : std::uint8_t { events, enrichments };
 
 // What was appended together, as it stands in the spool.
 struct SpooledRow {
     std::int64_t number = 0;
     struct Record {
         std::string_view key;
-        std::string_view receiveKey;
+        std::string_view receiveKey;  // of an enrichment: empty
         std::string_view record;
     };
     std::vector<Record> records;  // views into `body`
@@ -56,8 +66,9 @@ struct Ledger {
     std::uint64_t waiting = 0;
     std::uint64_t lost = 0;
     std::uint64_t purged = 0;
-    std::uint64_t waitingBytes = 0;
-    std::uint64_t ids = 0;  // that are remembered
+    std::uint64_t waitingEnrichments = 0;  // beside the equation
+    std::uint64_t waitingBytes = 0;        // of events and enrichments
+    std::uint64_t ids = 0;                 // that are remembered
 };
 
 struct SpoolLimits {
@@ -90,12 +101,15 @@ public:
 
     // The row that follows, in the order of acceptance; none when there is none yet. A failure to
     // read is none as well, with its problem.
-    std::optional<SpooledRow> Next(std::int64_t behind, std::string* problem);
+    std::optional<SpooledRow> Next(std::int64_t behind, std::string* problem,
+                                   SpoolKind kind = SpoolKind::events);
 
     // The rows up to that one are in the store, in its folder `folder`, but for `lost` records of
     // them. To be called when the store has them on the disk.
     bool Drop(std::int64_t through, const std::string& folder, std::uint64_t lost,
               std::string* problem);
+    // The rows of enrichments up to that one are in the store, or lost.
+    bool DropEnrichments(std::int64_t through, std::string* problem);
     // These folders of the store are gone.
     bool Purged(std::span<const std::string> folders, std::string* problem);
     // Folders that hold what was stored.
@@ -104,7 +118,7 @@ public:
     // At one moment: the equation holds. Waits for no disk.
     Ledger Account() const;
     // The last row that was appended; 0 when there was none.
-    std::int64_t LastRow() const;
+    std::int64_t LastRow(SpoolKind kind = SpoolKind::events) const;
 
 private:
     struct Database;
@@ -114,6 +128,7 @@ private:
     bool SetMarks(const std::vector<SpoolMark>& marks);
     bool AppendOne(Delivery& delivery, const std::vector<std::string>& receiveKeys,
                    std::size_t* usedKeys, Ledger* ledger);
+    bool AppendEnrichments(const Delivery& delivery, Ledger* ledger);
     bool ForgetIds(Ledger* ledger);
 
     const std::unique_ptr<Database> database_;
@@ -122,7 +137,7 @@ private:
 
     mutable std::mutex accountMutex_;  // inside the other
     Ledger account_;
-    std::int64_t lastRow_ = 0;
+    std::int64_t lastRow_ = 0, lastEnrichments_ = 0;
 };
 
 }  // namespace zel

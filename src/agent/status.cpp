@@ -61,6 +61,8 @@ void WriteLedger(const AgentParts& parts, const Ledger& ledger, RecordWriter& wr
     writer.Key("accepted").Number(ledger.accepted).Key("stored").Number(ledger.stored);
     writer.Key("waiting").Number(ledger.waiting).Key("lost").Number(ledger.lost);
     writer.Key("purged").Number(ledger.purged).EndObject();
+    writer.Key("enrichments").BeginObject().Key("waiting").Number(ledger.waitingEnrichments);
+    writer.Key("lost").Number(parts.log.lostEnrichments).EndObject();
     writer.Key("duplicate").Number(parts.log.duplicates);
     writer.Key("rejected").Number(rejected).Key("rejected_by").BeginObject();
     for (const auto& [kind, count] : parts.log.Rejected())
@@ -140,6 +142,10 @@ std::string MetricsText(const AgentParts& parts) {
         {{"zel_spool_bytes", "gauge", "What waits in the spool."}, ledger.waitingBytes},
         {{"zel_spool_limit_bytes", "gauge", "How much may wait there."},
          parts.config->spoolMaxSize},
+        {{"zel_spool_enrichments", "gauge", "Enrichments that wait in the spool."},
+         ledger.waitingEnrichments},
+        {{"zel_enrichments_lost_total", "counter", "Enrichments that the store could not write."},
+         parts.log.lostEnrichments},
         {{"zel_held_requests", "gauge", "Requests that wait for room or for the disk."},
          parts.admission.Waiting()},
         {{"zel_known_ids", "gauge", "Ids that are remembered."}, ledger.ids},

@@ -158,6 +158,10 @@ HRESULT EventStoreProxy::MakeRowFilter(IStringValue* document, IRowFilter** filt
     return ZEL::MakeRowFilter(document, filter);
 }
 
+std::uint64_t EventStoreProxy::SettledEnrichments() {
+    return core_ ? core_->SettledEnrichments() : 0;
+}
+
 HRESULT EventStoreProxy::Stop() {
     return OnCore([](EventStoreImpl& core) { return core.Stop(); });
 }

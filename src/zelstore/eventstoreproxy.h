@@ -42,6 +42,7 @@ public:
     HRESULT InitializeForReading() override;
     std::uint64_t SettledRecords() override;
     HRESULT MakeRowFilter(IStringValue* document, IRowFilter** filter) override;
+    std::uint64_t SettledEnrichments() override;
 
 private:
     // Runs `operation` on the core, and answers for a missing core and for exceptions.

@@ -245,6 +245,8 @@ public:
     // to the system, or its loss was reported (wm::reportLabel::lostBatch) ahead of this number.
     // They leave it in the order of their acceptance. Never goes back, not even with a new start.
     virtual std::uint64_t SettledRecords() = 0;
+    // The same of those that InsertSilent took.
+    virtual std::uint64_t SettledEnrichments() = 0;
 
 protected:
     ~IWriteProgress() = default;

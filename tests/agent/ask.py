@@ -68,7 +68,7 @@ def check_enrichments(zel, service):
     done = through(zel, service, "enrich", key, input=b'{"verdict": 1.50}')
     zel.check("taken", (0, b"zel: 1 enrichment(s) taken by the agent\n"), (done.returncode, done.stderr))
     line = json.dumps({"key": key, "enrichment": {"note": "by hand"}}).encode()
-    zel.check("by hand", (200, b'{"queued":1}\n'), service.ask("POST", "/v1/enrichments", line)[:2])
+    zel.check("by hand", (200, b'{"accepted":1}\n'), service.ask("POST", "/v1/enrichments", line)[:2])
     for bad in (b"nonsense", b'{"key":"p","enrichment":1}', line + b"\n{}"):
         zel.check(f"refused: {bad}", 400, service.ask("POST", "/v1/enrichments", bad)[0])
     begin = time.monotonic()
@@ -78,6 +78,20 @@ def check_enrichments(zel, service):
             return
         time.sleep(0.2)
     zel.check("enrichments", "both", got)
+
+
+def check_killed(zel):
+    """An enrichment that was acknowledged outlives the service, which may not have given it to the store."""
+    with Service(zel) as service:
+        service.events([record(1)])
+        service.await_stored()
+        key = through(zel, service, "query", "--since", "2000-01-01", "--print-keys").stdout.decode().strip()
+        zel.check("taken", 0, through(zel, service, "enrich", key, input=b'{"kept":1}').returncode)
+        service.end(signal.SIGKILL)
+    with Service(zel):
+        pass
+    rows = zel.rows("--since", "2000-01-01", "--enrichments")
+    zel.check("kept", [1], [row.count(b'{"kept":1}') for row in rows])
 
 
 def check_lines(zel, service):
@@ -122,6 +136,9 @@ def check_rights(zel, service):
 
 def main(program, sample):
     with Zel(program) as zel:
+        check_killed(zel)
+        killed = zel.failures
+    with Zel(program) as zel:
         with Service(zel) as service:
             zel.check("taken", len(sample), service.events(sample)["accepted"])
             service.await_stored()
@@ -148,7 +165,7 @@ def main(program, sample):
             asking.stdout.read()
             zel.check("the agent has gone", 3, asking.wait(LIMIT))
             zel.check("and does not come", 3, through(zel, service, "query").returncode)
-        return zel.failures
+        return zel.failures + killed
 
 
 sys.exit(main(sys.argv[1], read_records(sys.argv[2])) != 0)

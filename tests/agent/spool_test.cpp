@@ -64,6 +64,7 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
         again.marks = {{"file a", "7"}, {"file b", ""}};
         Append(spool, first);
         Append(spool, again);
+        plain.enrichments.push_back({"keyOfEvent", "{}"});
         Append(spool, plain);
         EXPECT_TRUE(again.items[0].isDuplicate && again.items[1].isDuplicate);
         EXPECT_FALSE(again.items[2].isDuplicate);
@@ -87,6 +88,11 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
             keys.append(record.key).append(record.receiveKey).append(record.record).append(" ");
     }
     EXPECT_EQ(keys, "key4rrecord4 key9rrecord9 key10rrecord10 ");
+    const auto enrichments = spool.Next(0, &problem, SpoolKind::enrichments);
+    ASSERT_TRUE(enrichments && enrichments->records.size() == 1);
+    EXPECT_EQ(enrichments->records[0].key, "keyOfEvent");
+    ASSERT_TRUE(spool.DropEnrichments(enrichments->number, &problem)) << problem;
+    EXPECT_EQ(spool.Account().waitingEnrichments, 0U);
     Delivery again = DeliveryOf(1, 1, "id");
     Append(spool, again);
     EXPECT_TRUE(again.items[0].isDuplicate) << "also of a row that was dropped";

@@ -128,6 +128,7 @@ TEST(Coordinator, TellsHowManyRecordsAFailedWriteCost) {
                                                         {wm::lostDetail::receipts, "1"},
                                                         {wm::lostDetail::enrichments, "1"}}));
     EXPECT_EQ(store.core.SettledRecords(), 4U) << "of the event queue, the replaced one included";
+    EXPECT_EQ(store.core.SettledEnrichments(), 1U);
 }
 
 TEST(Coordinator, StopWritesInOrderAfterWhatTheCoordinatorHasInHand) {

@@ -172,10 +172,10 @@ HRESULT EventStoreImpl::InsertBatch(std::unique_ptr<EventBatch> batch, RecordKin
         if (isEvent)
             ReportLostEvents(result, batch->Added(), records);
     }
-    if (isEvent) {
-        settled_ += batch->Added();  // behind the report of a loss, as hosts rely on
+    // Behind the report of a loss, as hosts rely on.
+    (isEvent ? settled_ : settledEnrichments_) += batch->Added();
+    if (isEvent)
         NotifyJob(records);
-    }
     (isEvent ? eventQueue_ : silentQueue_).Recycle(std::move(records));
     return result;
 }

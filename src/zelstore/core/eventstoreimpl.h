@@ -69,6 +69,7 @@ public:
     HRESULT GetOldestDate(IStringValue** oldestDate, std::uint64_t* totalBytes);
     HRESULT SetLiveMode(bool enable);
     std::uint64_t SettledRecords() const noexcept { return settled_; }
+    std::uint64_t SettledEnrichments() const noexcept { return settledEnrichments_; }
 
 private:
     // The steps of a start, in their order. The first that fails ends it.
@@ -140,6 +141,7 @@ private:
     std::atomic<bool> liveMode_{false};
     // Records of the event queue that were written or reported as lost.
     std::atomic<std::uint64_t> settled_{0};
+    std::atomic<std::uint64_t> settledEnrichments_{0};
     // Made by a start and dropped by the close that follows; in between only the thread that
     // flushes uses it.
     CountedPtr<IZELJobController> jobController_;
