@@ -6,12 +6,9 @@
 
 #include "agent/asking/questions.h"
 #include "agent/diskwatch.h"
-#include "agent/following/followers.h"
-#include "agent/following/followplace.h"
 #include "agent/httpserver.h"
 #include "agent/routes.h"
 #include "agent/servicemanager.h"
-#include "agent/spoolpast.h"
 #include "common/hostservices.h"
 #include "connection/agentrequest.h"
 #include "connection/storedirectory.h"
@@ -31,19 +28,6 @@ constexpr auto longestDrain = std::chrono::seconds(30);
 constexpr int lookMs = 1000;
 constexpr std::uint64_t stalledMs = 20000;
 constexpr std::uint64_t extensionMs = 10000;  // while what was left is replayed
-
-// The texts stay those of the delivery.
-std::shared_ptr<const AcceptedBatch> MakeAcceptedBatch(std::shared_ptr<const Delivery> delivery) {
-    auto batch = std::make_shared<AcceptedBatch>();
-    for (const SpoolItem& item : delivery->items) {
-        if (item.isDuplicate)
-            continue;
-        batch->events.push_back({item.key, item.receiveKey, item.record});
-        batch->bytes += sizeof(SpoolItem) + item.key.size() + item.record.size();
-    }
-    batch->owner = std::move(delivery);
-    return batch;
-}
 
 // Everything that a running service consists of, in the order in which it is made.
 class Agent {
@@ -66,6 +50,7 @@ private:
     bool OpenStore();
     bool OpenSpool();
     bool GiveRights(std::string* problem);
+    bool ListenAtSocket(std::string* problem);
     bool Listen();
     void TellManager();
 
@@ -76,10 +61,8 @@ private:
     const std::string version_;
     const std::uint64_t watchdogMs_;
     Spool spool_;
-    SpoolPast past_{spool_};
     DiskSight sight_;
     AccessTokens tokens_;
-    std::unique_ptr<Followers> followers_;  // outlives those who call it
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
@@ -88,6 +71,7 @@ private:
     std::unique_ptr<AgentParts> parts_;
     std::unique_ptr<Routes> routes_;
     std::unique_ptr<HttpServer> server_;
+    std::string socketPath_;  // the one that is served
     bool toldReady_ = false;
     std::uint64_t nextWatchdog_ = 0;
     std::uint64_t nextExtension_ = 0;
@@ -117,24 +101,12 @@ bool Agent::OpenSpool() {
         log_.Say(problem);
     if (!isOpen)
         return false;
-    feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_->storePath,
-                                       [this] { followers_->OnSettled(); });
+    feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_->storePath);
     admission_ = std::make_unique<Admission>(
         spool_, *store_, log_, config_->spoolMaxSize,
         std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)),
-        [this](const Admission::Taken& taken) {
-            feeder_->Wake();
-            for (const auto& delivery : taken)
-                followers_->OnAccepted(MakeAcceptedBatch(delivery));
-        });
-    watch_ = std::make_unique<DiskWatch>(config_, store_, spool_, past_.Purging(), *admission_,
-                                         log_, sight_);
-    admission_->Prepare();
-    followers_ = std::make_unique<Followers>(
-        *store_, past_,
-        FollowLimits{config_->followers, static_cast<std::size_t>(config_->answerBuffer),
-                     std::chrono::seconds(static_cast<std::int64_t>(config_->questionStall))},
-        PlaceBehind(spool_.Accepted()));
+        [this] { feeder_->Wake(); });
+    watch_ = std::make_unique<DiskWatch>(config_, store_, spool_, *admission_, log_, sight_);
     watch_->Look();
     if (!feeder_->Start())
         return false;
@@ -147,6 +119,21 @@ bool Agent::GiveRights(std::string* problem) {
            rights_.Give(Right::write, config_->writeGroup, problem) &&
            rights_.Give(Right::annotate, config_->annotateGroup, problem) &&
            rights_.Give(Right::administer, config_->adminGroup, problem);
+}
+
+// One that the service manager holds stays while the service is away, so it comes first.
+bool Agent::ListenAtSocket(std::string* problem) {
+    int handedOver = -1;
+    if (!TakeSocket(&handedOver, &socketPath_, problem))
+        return false;
+    if (handedOver < 0) {
+        socketPath_ = config_->socketPath;
+        return socketPath_.empty() || server_->ListenAt(socketPath_, problem);
+    }
+    if (socketPath_ != config_->socketPath)
+        log_.Say("the service manager holds the socket " + socketPath_ +
+                 ", which is served in place of http.socket");
+    return server_->ListenOn(handedOver, problem);
 }
 
 bool Agent::Listen() {
@@ -166,7 +153,7 @@ bool Agent::Listen() {
         reports_);
     parts_ = std::unique_ptr<AgentParts>(
         new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_,
-                       *questions_, *followers_, wm::FormatUtc(wm::Clock().UtcNow()),
+                       *questions_, wm::FormatUtc(wm::Clock().UtcNow()),
                        static_cast<std::uint64_t>(std::time(nullptr)), version_});
     routes_ = std::make_unique<Routes>(*parts_, tokens_, rights_);
     server_ = std::make_unique<HttpServer>(
@@ -179,7 +166,7 @@ bool Agent::Listen() {
          ReadToken(config_->writeTokenFile, &tokens_.write, &problem)) &&
         (config_->readTokenFile.empty() ||
          ReadToken(config_->readTokenFile, &tokens_.read, &problem)) &&
-        (config_->socketPath.empty() || server_->ListenAt(config_->socketPath, &problem)) &&
+        ListenAtSocket(&problem) &&
         (config_->httpPort == 0 ||
          server_->ListenAt(static_cast<std::uint16_t>(config_->httpPort), &problem));
     if (!listens) {
@@ -197,8 +184,7 @@ void Agent::TellManager() {
     if (!toldReady_ && feeder_->HasReplayed()) {
         toldReady_ = true;
         log_.Say("ready: " +
-                 (config_->socketPath.empty() ? "port " + std::to_string(config_->httpPort)
-                                              : config_->socketPath) +
+                 (socketPath_.empty() ? "port " + std::to_string(config_->httpPort) : socketPath_) +
                  ", store " + config_->storePath);
         NotifyManager("READY=1");
     } else if (!toldReady_ && now >= nextExtension_) {
@@ -224,8 +210,6 @@ void Agent::Run(int stop) {
 
 // In any case each step is taken, also where the start has come only a part of the way.
 bool Agent::End() {
-    if (followers_)
-        followers_->Stop();
     if (questions_)
         questions_->Stop();
     if (server_)

@@ -133,6 +133,14 @@ bool HttpServer::ListenAt(std::uint16_t port, std::string* problem) {
     return !error;
 }
 
+bool HttpServer::ListenOn(int descriptor, std::string* problem) {
+    ErrorCode error;
+    impl_->socket.assign({}, descriptor, error);
+    if (error)
+        *problem = "can't listen at the socket that was handed over: " + error.message();
+    return !error;
+}
+
 void HttpServer::Start() {
     if (impl_->socket.is_open())
         impl_->Accept(impl_->socket, 0);

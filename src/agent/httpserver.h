@@ -33,6 +33,9 @@ public:
     // had.
     bool ListenAt(const std::string& path, std::string* problem);
     bool ListenAt(std::uint16_t port, std::string* problem);
+    // At a Unix socket that another process listens at as well, such as the service manager: those
+    // who come while nobody serves it wait. The server owns the descriptor, and leaves the file.
+    bool ListenOn(int descriptor, std::string* problem);
     void Start();
     // Takes no more connections, closes those without a request, and waits for the others to be
     // answered, for at most ten seconds.
