@@ -26,7 +26,7 @@ class Service:
     """One service on the store of `zel`, with a configuration; ends with the block. `prefix` is what starts it, if that
     is not the program itself."""
 
-    def __init__(self, zel, prefix=(), ready=True, **settings):
+    def __init__(self, zel, prefix=(), ready=True, inherited=(), **settings):
         self.zel, self.socket = zel, os.path.join(zel.folder, "s")
         self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         name = os.path.join(zel.folder, "notify")
@@ -44,7 +44,7 @@ class Service:
         self.log = os.path.join(zel.folder, "log")
         with open(self.log, "ab") as log:
             self.process = subprocess.Popen(
-                [*prefix, zel.program, "serve", "--config", self.file], stderr=log,
+                [*prefix, zel.program, "serve", "--config", self.file], stderr=log, pass_fds=inherited,
                 env=dict(zel.environment, ZEL_SOCKET=self.socket, NOTIFY_SOCKET=name, WATCHDOG_USEC="3000000"))
         self.told = []
         threading.Thread(target=self.hear, daemon=True).start()
@@ -92,6 +92,12 @@ class Service:
     def await_stored(self):
         while self.status()["ledger"]["waiting"] != 0:
             time.sleep(0.05)
+
+    def await_count(self, name, count):
+        """Until the ledger counts so many; what a client brings meanwhile is its affair."""
+        until = time.time() + 2 * LIMIT
+        while self.status()["ledger"][name] < count and time.time() < until:
+            time.sleep(0.01)
 
     def is_cut(self, method, path, body=None):
         try:
