@@ -20,11 +20,20 @@ install(TARGETS zelsqlite LIBRARY DESTINATION ${component_folder} COMPONENT runt
 install(FILES README.md CHANGELOG.md LICENSE SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT runtime FILES_MATCHING PATTERN *.md)
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-# The service: what the service manager reads, and a configuration to begin with.
-install(FILES packaging/zel.service DESTINATION lib/systemd/system COMPONENT runtime)
+# The service: what the service manager reads, and its configuration, which the Debian package has
+# below /etc.
+install(FILES packaging/zel.service packaging/zel.socket DESTINATION lib/systemd/system COMPONENT runtime)
 install(FILES packaging/zel.sysusers DESTINATION lib/sysusers.d RENAME zel.conf COMPONENT runtime)
-install(FILES packaging/zel.toml DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
+install(FILES packaging/zel.tmpfiles DESTINATION lib/tmpfiles.d RENAME zel.conf COMPONENT runtime)
+install(FILES packaging/zel.toml DESTINATION etc/zel COMPONENT runtime)
+add_custom_command(OUTPUT zel.toml.5
+                   COMMAND ${PROJECT_SOURCE_DIR}/packaging/configpage.sh $<TARGET_FILE:zel>
+                           ${PROJECT_SOURCE_DIR}/docs/zel.toml.5.in > zel.toml.5
+                   DEPENDS zel packaging/configpage.sh docs/zel.toml.5.in)
+add_custom_target(manual ALL DEPENDS zel.toml.5)
 install(FILES docs/zel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+install(FILES docs/zel-serve.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT runtime)
+install(FILES ${PROJECT_BINARY_DIR}/zel.toml.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT runtime)
 install(FILES completions/zel.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME zel COMPONENT runtime)
 install(FILES completions/_zel DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT runtime)
@@ -62,7 +71,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
     GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debiandocs.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debiantree.cmake)
 set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -72,10 +81,15 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME zelstore)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# Makes the service's user.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers | systemd-sysusers")
+set(control ${PROJECT_SOURCE_DIR}/packaging/debian)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${control}/postinst ${control}/prerm ${control}/postrm ${control}/conffiles)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Takes security events as JSON records, keeps them in LevelDB
 databases grouped by date, and answers queries by walking their keys. This
-package holds the loadable component and zel, its command line host.")
+package holds the loadable component, zel, its command line host, and the unit
+that runs the store as a service.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME zelstore-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 # With the version that the runtime's package really gets, a Debian release included.

@@ -5,7 +5,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -22,9 +21,7 @@ namespace zel {
 class Feeder {
 public:
     // All outlive this; the store is open. `directory` is the store's.
-    // `onSettled` is called behind each drop.
-    Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory,
-           std::function<void()> onSettled);
+    Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory);
     ~Feeder();
     Feeder(const Feeder&) = delete;
     Feeder& operator=(const Feeder&) = delete;
@@ -53,7 +50,6 @@ private:
         std::int64_t row = 0;
         std::uint64_t records = 0;
         std::uint64_t lost = 0;  // of the row, for good
-        std::string lastKey;     // receive-time
     };
     // How far events have come, or enrichments.
     struct Lane {
@@ -66,7 +62,8 @@ private:
     // Rows of which the store has all.
     struct Settled {
         std::size_t rows = 0;
-        SettledPart part{};
+        std::int64_t through = 0;
+        std::uint64_t lost = 0;
     };
 
     void Main();
@@ -79,7 +76,7 @@ private:
     static Settled SettledOf(const Lane& lane, std::uint64_t settled);
     void TakeLosses();
     void GiveAgain();
-    bool Drop(Settled& events, const Settled& enrichments);
+    bool Drop(const Settled& events, const Settled& enrichments);
     void LookAtReplay();
     bool MayGoOn();
     std::string NewestFolder() const;
@@ -88,7 +85,6 @@ private:
     StoreSession& store_;
     AgentLog& log_;
     const std::string directory_;
-    const std::function<void()> onSettled_;
     int descriptor_ = -1;  // of the directory, for syncs
     ZEL::CountedPtr<ZEL::IWriteProgress> progress_;
 

@@ -84,7 +84,11 @@ def main():
     leaves = {path: set(flags) for path, flags in commands.items()
               if not path or not any(other[:-1] == path for other in commands)}
     check("the manual page's flags", leaves, manual())
-    check("what the formatter says", "", run("groff", "-ww", "-man", "-Tutf8", f"{SOURCE}/docs/zel.1").stderr)
+    for page in ("zel.1", "zel-serve.8", "zel.toml.5.in"):
+        check(f"what the formatter says of {page}", "", run("groff", "-ww", "-man", "-Tutf8", f"{SOURCE}/docs/{page}").stderr)
+    page, keys = (run(*command).stdout for command in ((f"{SOURCE}/packaging/configpage.sh", ZEL, f"{SOURCE}/docs/zel.toml.5.in"),
+                                                       (ZEL, "config", "show")))
+    check("keys of the configuration's page", re.findall(r"(?m)^(\w+) =", keys), re.findall(r"(?m)^\.B \"(\w+)\"$", page))
     for path, flags in commands.items():
         everywhere = [flag for flag in commands[()] if path and flag not in ("--help", "--version")]
         offered = completed(*path, "--")
