@@ -25,13 +25,23 @@ constexpr auto retryPause = std::chrono::milliseconds(200);
 }  // namespace
 
 Admission::Admission(Spool& spool, ZEL::IEventStore7& store, AgentLog& log, std::uint64_t mostBytes,
-                     std::chrono::seconds hold, std::function<void()> onTaken)
+                     std::chrono::seconds hold, std::function<void(const Taken&)> onTaken)
     : spool_(spool),
       store_(store),
       log_(log),
       mostBytes_(mostBytes),
       hold_(hold),
       onTaken_(std::move(onTaken)) {}
+
+void Admission::Prepare() {
+    // Behind all that was accepted before this process, whatever the clock says now.
+    const std::string accepted = spool_.Accepted();
+    if (const auto place = ZEL::ParseReceiveKey(accepted)) {
+        lastTime_ = place->time;
+        lastSequence_ = place->sequence;
+    }
+    spool_.BeginBehind(NextReceiveKey());
+}
 
 void Admission::Start() {
     const std::lock_guard hold(mutex_);
@@ -123,13 +133,16 @@ void Admission::Main() {
 
 bool Admission::Commit(const Waiters& waiters) {
     std::vector<Delivery*> deliveries;
-    for (const Waiter& waiter : waiters)
+    Taken taken;
+    for (const Waiter& waiter : waiters) {
         deliveries.push_back(waiter.delivery.get());
+        taken.push_back(waiter.delivery);
+    }
     std::string problem;
     const bool isTaken = spool_.Append(
         deliveries, [this] { return NextReceiveKey(); }, &problem);
     if (isTaken)
-        onTaken_();
+        onTaken_(taken);
     else
         log_.SaySeldom(problem);
     return isTaken;

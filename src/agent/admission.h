@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "agent/agentlog.h"
 #include "agent/spool.h"
@@ -27,13 +28,19 @@ class Admission {
 public:
     using Done = std::function<void(Verdict)>;
 
-    // All outlive this. `onTaken` is called behind each commit.
+    // What a commit has taken: each item that is no duplicate, with its receive-time key. They
+    // stay as they are.
+    using Taken = std::vector<std::shared_ptr<const Delivery>>;
+
+    // All outlive this. `onTaken` is called behind each commit, one after the other.
     Admission(Spool& spool, ZEL::IEventStore7& store, AgentLog& log, std::uint64_t mostBytes,
-              std::chrono::seconds hold, std::function<void()> onTaken);
+              std::chrono::seconds hold, std::function<void(const Taken&)> onTaken);
     ~Admission() { Stop(); }
     Admission(const Admission&) = delete;
     Admission& operator=(const Admission&) = delete;
 
+    // Once the spool is open: receive-time keys go on behind those of earlier processes.
+    void Prepare();
     void Start();
     // Refuses what waits and all that comes.
     void Stop();
@@ -67,7 +74,7 @@ private:
     AgentLog& log_;
     const std::uint64_t mostBytes_;
     const std::chrono::seconds hold_;
-    const std::function<void()> onTaken_;
+    const std::function<void(const Taken&)> onTaken_;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;

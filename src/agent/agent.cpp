@@ -6,9 +6,12 @@
 
 #include "agent/asking/questions.h"
 #include "agent/diskwatch.h"
+#include "agent/following/followers.h"
+#include "agent/following/followplace.h"
 #include "agent/httpserver.h"
 #include "agent/routes.h"
 #include "agent/servicemanager.h"
+#include "agent/spoolpast.h"
 #include "common/hostservices.h"
 #include "connection/agentrequest.h"
 #include "connection/storedirectory.h"
@@ -28,6 +31,19 @@ constexpr auto longestDrain = std::chrono::seconds(30);
 constexpr int lookMs = 1000;
 constexpr std::uint64_t stalledMs = 20000;
 constexpr std::uint64_t extensionMs = 10000;  // while what was left is replayed
+
+// The texts stay those of the delivery.
+std::shared_ptr<const AcceptedBatch> MakeAcceptedBatch(std::shared_ptr<const Delivery> delivery) {
+    auto batch = std::make_shared<AcceptedBatch>();
+    for (const SpoolItem& item : delivery->items) {
+        if (item.isDuplicate)
+            continue;
+        batch->events.push_back({item.key, item.receiveKey, item.record});
+        batch->bytes += sizeof(SpoolItem) + item.key.size() + item.record.size();
+    }
+    batch->owner = std::move(delivery);
+    return batch;
+}
 
 // Everything that a running service consists of, in the order in which it is made.
 class Agent {
@@ -61,8 +77,10 @@ private:
     const std::string version_;
     const std::uint64_t watchdogMs_;
     Spool spool_;
+    SpoolPast past_{spool_};
     DiskSight sight_;
     AccessTokens tokens_;
+    std::unique_ptr<Followers> followers_;  // outlives those who call it
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
@@ -101,12 +119,24 @@ bool Agent::OpenSpool() {
         log_.Say(problem);
     if (!isOpen)
         return false;
-    feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_->storePath);
+    feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_->storePath,
+                                       [this] { followers_->OnSettled(); });
     admission_ = std::make_unique<Admission>(
         spool_, *store_, log_, config_->spoolMaxSize,
         std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)),
-        [this] { feeder_->Wake(); });
-    watch_ = std::make_unique<DiskWatch>(config_, store_, spool_, *admission_, log_, sight_);
+        [this](const Admission::Taken& taken) {
+            feeder_->Wake();
+            for (const auto& delivery : taken)
+                followers_->OnAccepted(MakeAcceptedBatch(delivery));
+        });
+    watch_ = std::make_unique<DiskWatch>(config_, store_, spool_, past_.Purging(), *admission_,
+                                         log_, sight_);
+    admission_->Prepare();
+    followers_ = std::make_unique<Followers>(
+        *store_, past_,
+        FollowLimits{config_->followers, static_cast<std::size_t>(config_->answerBuffer),
+                     std::chrono::seconds(static_cast<std::int64_t>(config_->questionStall))},
+        PlaceBehind(spool_.Accepted()));
     watch_->Look();
     if (!feeder_->Start())
         return false;
@@ -153,7 +183,7 @@ bool Agent::Listen() {
         reports_);
     parts_ = std::unique_ptr<AgentParts>(
         new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_,
-                       *questions_, wm::FormatUtc(wm::Clock().UtcNow()),
+                       *questions_, *followers_, wm::FormatUtc(wm::Clock().UtcNow()),
                        static_cast<std::uint64_t>(std::time(nullptr)), version_});
     routes_ = std::make_unique<Routes>(*parts_, tokens_, rights_);
     server_ = std::make_unique<HttpServer>(
@@ -210,6 +240,8 @@ void Agent::Run(int stop) {
 
 // In any case each step is taken, also where the start has come only a part of the way.
 bool Agent::End() {
+    if (followers_)
+        followers_->Stop();
     if (questions_)
         questions_->Stop();
     if (server_)

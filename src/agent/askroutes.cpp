@@ -8,6 +8,7 @@
 #include "agent/asking/questions.h"
 #include "agent/body.h"
 #include "agent/diskwatch.h"
+#include "agent/following/followers.h"
 #include "common/valuetext.h"
 #include "connection/storelook.h"
 #include "records/eventkey.h"
@@ -21,6 +22,8 @@ namespace zel {
 namespace {
 
 using Answer = IHttpHandler::Answer;
+
+constexpr std::size_t longestFollowed = 1U << 20;  // bytes of a document
 
 // What stands behind a name in the query of a target, decoded; empty when it is not there.
 std::string Parameter(std::string_view query, std::string_view name) {
@@ -66,6 +69,13 @@ void Ask(AgentParts& parts, const HttpHead& head, AskedQuestion question, const 
         reply.status = stream->IsRefusal() ? 400 : 200;
         answer(std::move(reply));
     });
+}
+
+// An empty one is none.
+bool ReadLimit(const std::string& text, std::int64_t* limit) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *limit);
+    return text.empty() ||
+           (error == std::errc() && end == text.data() + text.size() && *limit >= 0);
 }
 
 // Numbered by the clock, and never twice the same.
@@ -118,13 +128,29 @@ void AnswerQuery(AgentParts& parts, HttpRequest& request, const Answer& answer) 
         return answer(PlainReply(400,
                                  "the query's document is missing: it is the body, or the "
                                  "parameter \"document\""));
-    const std::string limit = Parameter(request.head.query, "limit");
-    const auto [end, error] =
-        std::from_chars(limit.data(), limit.data() + limit.size(), question.limit);
-    if (!limit.empty() &&
-        (error != std::errc() || end != limit.data() + limit.size() || question.limit < 0))
+    if (!ReadLimit(Parameter(request.head.query, "limit"), &question.limit))
         return answer(PlainReply(400, "limit is no number"));
     Ask(parts, request.head, std::move(question), answer);
+}
+
+void FollowEvents(AgentParts& parts, HttpRequest& request, const Answer& answer) {
+    FollowRequest wanted{Parameter(request.head.query, "position"), std::move(request.body), -1};
+    if (wanted.document.empty())
+        wanted.document = Parameter(request.head.query, "document");
+    if (!ReadLimit(Parameter(request.head.query, "limit"), &wanted.limit))
+        return answer(PlainReply(400, "limit is no number"));
+    if (wanted.document.size() > longestFollowed)
+        return answer(PlainReply(413, "the document is too large to be asked of each event"));
+    LogDeed(parts, request.head, "follows: " + wanted.position + " " + wanted.document);
+    std::string problem;
+    const auto stream = parts.followers.Follow(wanted, &problem);
+    if (!stream)
+        return answer(problem.empty()
+                          ? PlainReply(503, "too many follow at once (questions.followers)")
+                          : PlainReply(400, problem));
+    HttpReply reply{200, "application/x-ndjson", "", {}};
+    reply.stream = stream;
+    answer(std::move(reply));
 }
 
 void TellFolders(AgentParts& parts, HttpRequest& request, const Answer& answer) {

@@ -10,6 +10,9 @@ void AnswerRows(AgentParts& parts, HttpRequest& request, const IHttpHandler::Ans
 // For people and other programs: the document in the body or as the parameter "document", at most
 // "limit" rows; lines of JSON, of which the last tells the end.
 void AnswerQuery(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
+// The events that are accepted from "position" on, as they come: lines as followers.h tells them.
+// The document of the conditions, which may be missing, comes as for a query.
+void FollowEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // The store's directory and, unless "brief" is asked for, what stands in it (StoreLook).
 void TellFolders(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // Lines {"key":"...","enrichment":...}, all of which are good or none is taken. The keys are of

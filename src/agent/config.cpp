@@ -80,6 +80,8 @@ constexpr ConfigKey keys[] = {
      "How long the reader of an answer may read nothing.", true},
     {"questions", "buffer", &C::answerBuffer, "size", "1M", kilobyte, gigabyte,
      "How much of an answer may wait for its reader; then the question waits.", true},
+    {"questions", "followers", &C::followers, "number", "16", 0, 256,
+     "Readers that events are handed on to as they are accepted, at once."},
     {"rights", "read_group", &C::readGroup, "group", "", 0, 0,
      "The group that may ask through the socket; empty: all whom the socket's mode lets in.", true},
     {"rights", "write_group", &C::writeGroup, "group", "", 0, 0,

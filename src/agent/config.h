@@ -50,6 +50,7 @@ struct AgentConfig {
     std::uint64_t questionTime = 0;
     std::uint64_t questionStall = 0;
     std::uint64_t answerBuffer = 0;
+    std::uint64_t followers = 0;
 
     std::string readGroup;
     std::string writeGroup;

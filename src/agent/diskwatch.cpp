@@ -32,10 +32,11 @@ bool FreeBytes(const std::string& directory, std::uint64_t* bytes) {
 }  // namespace
 
 DiskWatch::DiskWatch(const LiveConfig& config, StoreSession& store, Spool& spool,
-                     Admission& admission, AgentLog& log, DiskSight& sight)
+                     std::mutex& purging, Admission& admission, AgentLog& log, DiskSight& sight)
     : config_(config),
       store_(store),
       spool_(spool),
+      purging_(purging),
       admission_(admission),
       log_(log),
       sight_(sight) {}
@@ -105,6 +106,7 @@ void DiskWatch::LookAtSize() {
 }
 
 ZEL::HRESULT DiskWatch::Purge(const Sizes& before, std::uint32_t megabytes) {
+    const std::lock_guard hold(purging_);
     const ZEL::HRESULT result = store_->Purge(megabytes);
     if (Failed(result))
         log_.SaySeldom("a purge failed: " + Describe(static_cast<std::int32_t>(result)));

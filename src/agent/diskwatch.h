@@ -13,8 +13,9 @@ namespace zel {
 class DiskWatch {
 public:
     // All outlive this; the store is open.
-    DiskWatch(const LiveConfig& config, StoreSession& store, Spool& spool, Admission& admission,
-              AgentLog& log, DiskSight& sight);
+    // `purging` is held while folders go and are counted.
+    DiskWatch(const LiveConfig& config, StoreSession& store, Spool& spool, std::mutex& purging,
+              Admission& admission, AgentLog& log, DiskSight& sight);
 
     // To be called about once a second: looks at the free space, and at times at the size of the
     // store, which then may be purged; that takes as long as the deleting.
@@ -37,6 +38,7 @@ private:
     const LiveConfig& config_;
     StoreSession& store_;
     Spool& spool_;
+    std::mutex& purging_;  // inside the other
     Admission& admission_;
     AgentLog& log_;
     DiskSight& sight_;

@@ -55,8 +55,13 @@ bool IsWant(const std::vector<DatabaseError>& errors) {
 
 }  // namespace
 
-Feeder::Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory)
-    : spool_(spool), store_(store), log_(log), directory_(std::move(directory)) {}
+Feeder::Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory,
+               std::function<void()> onSettled)
+    : spool_(spool),
+      store_(store),
+      log_(log),
+      directory_(std::move(directory)),
+      onSettled_(std::move(onSettled)) {}
 
 Feeder::~Feeder() {
     Stop(std::chrono::seconds(0));
@@ -156,7 +161,7 @@ bool Feeder::GiveRecord(Lane& lane, const SpooledRow::Record& record, bool* isRe
 }
 
 bool Feeder::Give(Lane& lane, const SpooledRow& row) {
-    Given given{row.number, 0, row.isDamaged ? row.events : 0};
+    Given given{row.number, 0, row.isDamaged ? row.events : 0, ""};
     if (row.isDamaged)
         log_.Say("a part of the spool is damaged: " + std::to_string(row.events) +
                  " record(s) are lost");
@@ -169,10 +174,12 @@ bool Feeder::Give(Lane& lane, const SpooledRow& row) {
         if (round != round_)
             return true;  // meanwhile the store has lost rows ahead, which come first
     }
+    if (!row.records.empty())
+        given.lastKey = row.records.back().receiveKey;
     lane.at = row.number;
     LookAtReplay();
     given.records = lane.given;
-    lane.pending.push_back(given);
+    lane.pending.push_back(std::move(given));
     return true;
 }
 
@@ -231,9 +238,13 @@ void Feeder::GiveAgain() {
 
 Feeder::Settled Feeder::SettledOf(const Lane& lane, std::uint64_t settled) {
     Settled all;
-    while (all.rows < lane.pending.size() && lane.pending[all.rows].records <= settled) {
-        all.through = lane.pending[all.rows].row;
-        all.lost += lane.pending[all.rows++].lost;
+    for (const Given& given : lane.pending) {
+        if (given.records > settled)
+            break;
+        ++all.rows;
+        all.part.through = given.row;
+        all.part.lost += given.lost;
+        all.part.lastKey = given.lastKey.empty() ? all.part.lastKey : given.lastKey;
     }
     return all;
 }
@@ -245,7 +256,7 @@ void Feeder::DropSettled(bool isLast) {
     const bool isDue = isLast || pending > mostPending || SteadyClock::now() >= nextDrop_;
     if (pending == 0 || !isDue)
         return;
-    const Settled events = SettledOf(events_, isLast ? events_.given : progress_->SettledRecords());
+    Settled events = SettledOf(events_, isLast ? events_.given : progress_->SettledRecords());
     const Settled enrichments =
         SettledOf(enrichments_, isLast ? enrichments_.given : progress_->SettledEnrichments());
     const LostRecords lost = store_.Lost() - lostBefore_;
@@ -263,18 +274,20 @@ void Feeder::DropSettled(bool isLast) {
     nextDrop_ = SteadyClock::now() + (isAny ? betweenDrops : look);
 }
 
-bool Feeder::Drop(const Settled& events, const Settled& enrichments) {
+bool Feeder::Drop(Settled& events, const Settled& enrichments) {
     std::string problem;
+    events.part.folder = NewestFolder();
     const bool isSynced = ::syncfs(descriptor_) == 0;
     const bool isDropped =
-        isSynced &&
-        (events.rows == 0 || spool_.Drop(events.through, NewestFolder(), events.lost, &problem)) &&
-        (enrichments.rows == 0 || spool_.DropEnrichments(enrichments.through, &problem));
+        isSynced && (events.rows == 0 || spool_.Drop(events.part, &problem)) &&
+        (enrichments.rows == 0 || spool_.DropEnrichments(enrichments.part.through, &problem));
     if (!isDropped)
         log_.SaySeldom(isSynced ? problem : "the store's files can't be synced");
     storeFails_ = !isSynced;
     badRounds_ = isDropped && enrichments.rows > 0 ? 0 : badRounds_;
     lastFlush_ = wm::Clock().TickCount64();
+    if (isDropped)
+        onSettled_();
     return isDropped;
 }
 

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -21,7 +22,9 @@ namespace zel {
 class Feeder {
 public:
     // All outlive this; the store is open. `directory` is the store's.
-    Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory);
+    // `onSettled` is called behind each drop.
+    Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory,
+           std::function<void()> onSettled);
     ~Feeder();
     Feeder(const Feeder&) = delete;
     Feeder& operator=(const Feeder&) = delete;
@@ -50,6 +53,7 @@ private:
         std::int64_t row = 0;
         std::uint64_t records = 0;
         std::uint64_t lost = 0;  // of the row, for good
+        std::string lastKey;     // receive-time
     };
     // How far events have come, or enrichments.
     struct Lane {
@@ -62,8 +66,7 @@ private:
     // Rows of which the store has all.
     struct Settled {
         std::size_t rows = 0;
-        std::int64_t through = 0;
-        std::uint64_t lost = 0;
+        SettledPart part{};
     };
 
     void Main();
@@ -76,7 +79,7 @@ private:
     static Settled SettledOf(const Lane& lane, std::uint64_t settled);
     void TakeLosses();
     void GiveAgain();
-    bool Drop(const Settled& events, const Settled& enrichments);
+    bool Drop(Settled& events, const Settled& enrichments);
     void LookAtReplay();
     bool MayGoOn();
     std::string NewestFolder() const;
@@ -85,6 +88,7 @@ private:
     StoreSession& store_;
     AgentLog& log_;
     const std::string directory_;
+    const std::function<void()> onSettled_;
     int descriptor_ = -1;  // of the directory, for syncs
     ZEL::CountedPtr<ZEL::IWriteProgress> progress_;
 

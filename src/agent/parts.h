@@ -23,6 +23,7 @@ struct DiskSight {
 };
 
 class DiskWatch;
+class Followers;
 class Questions;
 
 // The parts of a running service, for those who answer requests. All live as long as the server.
@@ -36,6 +37,7 @@ struct AgentParts {
     DiskSight& disk;
     DiskWatch& watch;
     Questions& questions;
+    Followers& followers;
     const std::string started;            // UTC
     const std::uint64_t startedUnix = 0;  // seconds since 1970
     const std::string version;

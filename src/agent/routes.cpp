@@ -101,6 +101,7 @@ constexpr Route routes[] = {
     {"logs", "/v1/logs", "POST", Right::write, TakeLogs},
     {"rows", "/v1/rows", "POST", Right::read, AnswerRows},
     {"query", "/v1/query", "GET|POST", Right::read, AnswerQuery},
+    {"follow", "/v1/follow", "GET|POST", Right::read, FollowEvents},
     {"folders", "/v1/folders", "GET", Right::read, TellFolders},
     {"enrichments", "/v1/enrichments", "POST", Right::annotate, TakeEnrichments},
     {"purge", "/v1/purge", "POST", Right::administer, PurgeNow},

@@ -20,8 +20,11 @@
 //   enrichments  the same of what was found out of events
 //   ids       ids that were accepted, in the order of acceptance
 //   ledger    accepted, lost and purged, by name
-//   marks     how far ways in have come that can go on by themselves, with the records in hand
+//   marks     how far ways in have come that can go on by themselves, with the records in hand; the
+//             receive-time keys of the last record that was accepted and the last one settled
 //   folders   how many records went into which folder of the store: what a purge takes with it
+//   ranges    the last receive-time key in each folder: where a purge leaves a gap
+//   purges    the same of folders that are gone, and how many records each had
 //
 // A transaction that was cut off is not there after the next start, and nobody was told that it was
 // accepted. A row whose body does not fit its checksum any more counts as lost; a database that is
@@ -42,7 +45,13 @@ constexpr const char* schema =
     " id TEXT NOT NULL UNIQUE);"
     "CREATE TABLE IF NOT EXISTS ledger(name TEXT PRIMARY KEY, value INTEGER NOT NULL);"
     "CREATE TABLE IF NOT EXISTS marks(name TEXT PRIMARY KEY, value TEXT NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS folders(name TEXT PRIMARY KEY, events INTEGER NOT NULL);";
+    "CREATE TABLE IF NOT EXISTS folders(name TEXT PRIMARY KEY, events INTEGER NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS ranges(folder TEXT PRIMARY KEY, last TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS purges(last TEXT NOT NULL, events INTEGER NOT NULL);";
+
+// Names of marks.
+constexpr std::string_view acceptedMark = "receive accepted";
+constexpr std::string_view settledMark = "receive settled";
 
 std::int64_t Checksum(std::string_view body) {
     return static_cast<std::int64_t>(
@@ -138,7 +147,7 @@ struct Spool::Database {
     };
     Table events, enrichments;
     Statement addId, forgetIds, oldIds, addLedger, addFolder, purge, folders, setMark, dropMark,
-        marks;
+        marks, moveRange, addRange, takeRange, addPurge;
 
     ~Database() { Close(); }
     // The statements go after it: SQLite keeps the database until then.
@@ -182,6 +191,19 @@ struct Spool::Database {
     std::string Problem() const {
         return std::string("the spool: ") +
                (handle != nullptr ? ::sqlite3_errmsg(handle) : "no memory");
+    }
+    // A folder's first part may stand in the one before: it was given ahead of the store's change
+    // from the one to the other. So the last key of the former folder moves along with it.
+    bool PrepareRanges() {
+        return moveRange.Prepare(
+                   handle,
+                   "UPDATE ranges SET last=?2 WHERE last=(SELECT max(last) FROM"
+                   " ranges) AND NOT EXISTS (SELECT 1 FROM ranges WHERE folder=?1)") &&
+               addRange.Prepare(handle,
+                                "INSERT INTO ranges VALUES(?1,?2) ON CONFLICT(folder)"
+                                " DO UPDATE SET last=?2") &&
+               takeRange.Prepare(handle, "DELETE FROM ranges WHERE folder=? RETURNING last") &&
+               addPurge.Prepare(handle, "INSERT INTO purges VALUES(?1,?2)");
     }
     bool Count(const char* name, std::uint64_t value) {
         return value == 0 ||
@@ -233,10 +255,11 @@ bool Spool::Prepare(const std::string& file, std::string* problem) {
         prepare(database.dropMark, "DELETE FROM marks WHERE name = ?") &&
         prepare(database.marks,
                 "SELECT name, value FROM marks WHERE substr(name, 1, length(?1)) = ?1"
-                " ORDER BY name");
+                " ORDER BY name") &&
+        database.PrepareRanges();
     if (!isGood)
         *problem = database.Problem();
-    return isGood && ReadLedger(problem);
+    return isGood && ReadLedger(problem) && ReadPlaces(problem);
 }
 
 // Once, at the start: then the numbers are carried on.
@@ -267,6 +290,27 @@ bool Spool::ReadLedger(std::string* problem) {
     account_ = ledger;
     lastRow_ = database_->events.last = read.Number(7);
     lastEnrichments_ = database_->enrichments.last = read.Number(10);
+    return true;
+}
+
+bool Spool::ReadPlaces(std::string* problem) {
+    Statement places, purges;
+    if (!places.Prepare(
+            database_->handle,
+            "SELECT coalesce(max(CASE name WHEN 'receive accepted' THEN value END), ''),"
+            " coalesce(max(CASE name WHEN 'receive settled' THEN value END), '')"
+            " FROM marks") ||
+        !places.Step() ||
+        !purges.Prepare(database_->handle, "SELECT last, events FROM purges ORDER BY last")) {
+        *problem = database_->Problem();
+        return false;
+    }
+    const std::lock_guard hold(accountMutex_);
+    accepted_ = places.Text(0);
+    settled_ = places.Text(1);
+    purged_.clear();
+    while (purges.Step())
+        purged_.push_back({purges.Text(0), static_cast<std::uint64_t>(purges.Number(1))});
     return true;
 }
 
@@ -322,7 +366,7 @@ bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiv
     if (!SetMarks(delivery.marks))
         return false;
     for (SpoolItem& item : delivery.items) {
-        const std::string& receiveKey = receiveKeys[(*usedKeys)++];
+        item.receiveKey = receiveKeys[(*usedKeys)++];
         item.isDuplicate = false;
         if (!item.id.empty()) {
             if (!database_->addId.Bind(1, now).Bind(2, item.id).Run())
@@ -334,7 +378,7 @@ bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiv
             continue;
         ++events;
         PutText(item.key, &body);
-        PutText(receiveKey, &body);
+        PutText(item.receiveKey, &body);
         PutText(item.record, &body);
     }
     if (events == 0)
@@ -376,7 +420,9 @@ bool Spool::Append(std::span<Delivery* const> deliveries,
                                return AppendOne(*delivery, receiveKeys, &usedKeys, &after) &&
                                       AppendEnrichments(*delivery, &after);
                            }) &&
-               database_->Count("accepted", after.accepted - before.accepted);
+               database_->Count("accepted", after.accepted - before.accepted) &&
+               (after.accepted == before.accepted ||
+                database_->setMark.Bind(1, acceptedMark).Bind(2, receiveKeys.back()).Run());
     });
     const std::lock_guard holdAccount(accountMutex_);
     if (!isTaken) {
@@ -387,6 +433,8 @@ bool Spool::Append(std::span<Delivery* const> deliveries,
     account_ = after;
     lastRow_ = database_->events.last;
     lastEnrichments_ = database_->enrichments.last;
+    if (after.accepted != before.accepted)
+        accepted_ = receiveKeys.back();
     return true;
 }
 
@@ -425,27 +473,37 @@ bool Spool::ForgetIds(Ledger* ledger) {
     return true;
 }
 
-bool Spool::Drop(std::int64_t through, const std::string& folder, std::uint64_t lost,
-                 std::string* problem) {
+bool Spool::NoteRange(const SettledPart& part) {
+    Database& database = *database_;
+    if (part.lastKey.empty())
+        return true;
+    return database.setMark.Bind(1, settledMark).Bind(2, part.lastKey).Run() &&
+           database.moveRange.Bind(1, part.folder).Bind(2, part.lastKey).Run() &&
+           database.addRange.Bind(1, part.folder).Bind(2, part.lastKey).Run();
+}
+
+bool Spool::Drop(const SettledPart& part, std::string* problem) {
     const std::lock_guard hold(databaseMutex_);
     Ledger after = Account();
     const bool isDropped = database_->Transact(problem, [&] {
         std::uint64_t events = 0, bytes = 0;
-        if (!database_->DropRows(database_->events, through, &events, &bytes))
+        if (!database_->DropRows(database_->events, part.through, &events, &bytes))
             return false;
         after.waitingBytes -= bytes;
         after.waiting -= events;
-        after.lost += lost;
-        after.stored += events - lost;
-        return database_->Count("lost", lost) &&
-               database_->addFolder.Bind(1, folder)
-                   .Bind(2, static_cast<std::int64_t>(events - lost))
+        after.lost += part.lost;
+        after.stored += events - part.lost;
+        return database_->Count("lost", part.lost) &&
+               database_->addFolder.Bind(1, part.folder)
+                   .Bind(2, static_cast<std::int64_t>(events - part.lost))
                    .Run() &&
-               ForgetIds(&after);
+               NoteRange(part) && ForgetIds(&after);
     });
     const std::lock_guard holdAccount(accountMutex_);
-    if (isDropped)
+    if (isDropped) {
         account_ = after;
+        settled_ = part.lastKey.empty() ? settled_ : part.lastKey;
+    }
     return isDropped;
 }
 
@@ -469,23 +527,58 @@ bool Spool::DropEnrichments(std::int64_t through, std::string* problem) {
 bool Spool::Purged(std::span<const std::string> folders, std::string* problem) {
     const std::lock_guard hold(databaseMutex_);
     Ledger after = Account();
+    std::vector<PurgedRange> ranges;
     const bool isCounted = database_->Transact(problem, [&] {
         std::uint64_t events = 0;
         for (const std::string& folder : folders) {
-            Statement& purge = database_->purge;
+            PurgedRange range;
+            Statement &purge = database_->purge, &take = database_->takeRange;
             if (purge.Bind(1, folder).Step())
-                events += static_cast<std::uint64_t>(purge.Number(0));
-            if (!purge.Reset())
+                range.events = static_cast<std::uint64_t>(purge.Number(0));
+            if (purge.Reset() && take.Bind(1, folder).Step())
+                range.last = take.Text(0);
+            if (!take.Reset() || !database_->addPurge.Bind(1, range.last)
+                                      .Bind(2, static_cast<std::int64_t>(range.events))
+                                      .Run())
                 return false;
+            events += range.events;
+            ranges.push_back(std::move(range));
         }
         after.stored -= events;
         after.purged += events;
         return database_->Count("purged", events);
     });
     const std::lock_guard holdAccount(accountMutex_);
-    if (isCounted)
+    if (isCounted) {
         account_ = after;
+        purged_.insert(purged_.end(), ranges.begin(), ranges.end());
+    }
     return isCounted;
+}
+
+std::string Spool::Accepted() const {
+    const std::lock_guard hold(accountMutex_);
+    return accepted_;
+}
+
+std::string Spool::Settled() const {
+    const std::lock_guard hold(accountMutex_);
+    return settled_;
+}
+
+void Spool::BeginBehind(const std::string& receiveKey) {
+    const std::lock_guard hold(accountMutex_);
+    accepted_ = std::max(accepted_, receiveKey);
+    if (account_.waiting == 0)
+        settled_ = accepted_;
+}
+
+std::uint64_t Spool::PurgedBehind(std::string_view place) const {
+    const std::lock_guard hold(accountMutex_);
+    std::uint64_t events = 0;
+    for (const PurgedRange& range : purged_)
+        events += range.last >= place ? range.events : 0;
+    return events;
 }
 
 std::vector<std::string> Spool::Folders() {

@@ -19,6 +19,7 @@ struct SpoolItem {
     std::string key;
     std::string record;
     bool isDuplicate = false;  // set by Append: its id was accepted before
+    std::string receiveKey{};  // set by Append, of what it takes
 };
 
 // What a way in has to know after a restart, such as how far a file was read. Kept with the records
@@ -71,6 +72,14 @@ struct Ledger {
     std::uint64_t ids = 0;                 // that are remembered
 };
 
+// A part of the spool that the store has on the disk.
+struct SettledPart {
+    std::int64_t through = 0;  // its last row
+    std::string folder;        // of the store, where it stands
+    std::uint64_t lost = 0;    // records of it that came to nothing
+    std::string lastKey;       // its last receive-time key; empty when none could be read
+};
+
 struct SpoolLimits {
     std::uint64_t ids = 0;
     std::uint64_t idSeconds = 0;
@@ -104,16 +113,25 @@ public:
     std::optional<SpooledRow> Next(std::int64_t behind, std::string* problem,
                                    SpoolKind kind = SpoolKind::events);
 
-    // The rows up to that one are in the store, in its folder `folder`, but for `lost` records of
-    // them. To be called when the store has them on the disk.
-    bool Drop(std::int64_t through, const std::string& folder, std::uint64_t lost,
-              std::string* problem);
+    // The rows up to that one are in the store. To be called when the store has them on the disk.
+    bool Drop(const SettledPart& part, std::string* problem);
     // The rows of enrichments up to that one are in the store, or lost.
     bool DropEnrichments(std::int64_t through, std::string* problem);
     // These folders of the store are gone.
     bool Purged(std::span<const std::string> folders, std::string* problem);
     // Folders that hold what was stored.
     std::vector<std::string> Folders();
+
+    // The receive-time key of the last record that was accepted, ever, and that of the last one
+    // ahead of which all are in the store; empty when there was none. Any thread.
+    std::string Accepted() const;
+    std::string Settled() const;
+    // Ahead of the first Append of a process: no key up to this one will be given. Tells a spool
+    // without such memories, with nothing in it, what is settled.
+    void BeginBehind(const std::string& receiveKey);
+    // How many records, at most, stood behind that place, which compares as their keys do, in
+    // folders that are purged.
+    std::uint64_t PurgedBehind(std::string_view place) const;
 
     // At one moment: the equation holds. Waits for no disk.
     Ledger Account() const;
@@ -126,6 +144,8 @@ private:
     bool Prepare(const std::string& file, std::string* problem);
     bool ReadLedger(std::string* problem);
     bool SetMarks(const std::vector<SpoolMark>& marks);
+    bool ReadPlaces(std::string* problem);
+    bool NoteRange(const SettledPart& part);
     bool AppendOne(Delivery& delivery, const std::vector<std::string>& receiveKeys,
                    std::size_t* usedKeys, Ledger* ledger);
     bool AppendEnrichments(const Delivery& delivery, Ledger* ledger);
@@ -138,6 +158,12 @@ private:
     mutable std::mutex accountMutex_;  // inside the other
     Ledger account_;
     std::int64_t lastRow_ = 0, lastEnrichments_ = 0;
+    std::string accepted_, settled_;
+    struct PurgedRange {
+        std::string last;  // receive-time key
+        std::uint64_t events = 0;
+    };
+    std::vector<PurgedRange> purged_;
 };
 
 }  // namespace zel

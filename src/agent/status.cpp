@@ -1,6 +1,7 @@
 #include <ctime>
 
 #include "agent/asking/questions.h"
+#include "agent/following/followers.h"
 #include "agent/parts.h"
 #include "common/hostservices.h"
 #include "records/recordwriter.h"
@@ -82,6 +83,10 @@ void WriteStore(const AgentParts& parts, const Ledger& ledger, RecordWriter& wri
     writer.Key("questions").BeginObject().Key("asked").Number(questions.asked);
     writer.Key("refused").Number(questions.refused).Key("running").Number(questions.running);
     writer.Key("queued").Number(questions.waiting).EndObject();
+    const Followers::Counts followers = parts.followers.Count();
+    writer.Key("followers").BeginObject().Key("running").Number(followers.running);
+    writer.Key("refused").Number(followers.refused).Key("events").Number(followers.events);
+    writer.Key("gaps").Number(followers.gaps).EndObject();
     writer.Key("store").BeginObject().Key("path").Text(parts.config->storePath);
     writer.Key("bytes").Number(parts.disk.storeBytes).Key("max_bytes");
     writer.Number(parts.config->storeMaxSize).Key("folders").Number(parts.disk.folders);
@@ -120,6 +125,7 @@ std::string StatusJson(const AgentParts& parts) {
 std::string MetricsText(const AgentParts& parts) {
     const Ledger ledger = parts.spool.Account();
     const Questions::Counts questions = parts.questions.Count();
+    const Followers::Counts followers = parts.followers.Count();
     std::string text;
     Head({"zel_build_info", "gauge", "The version."}, &text);
     text += "zel_build_info{version=\"" + parts.version + "\"} 1\n";
@@ -163,6 +169,12 @@ std::string MetricsText(const AgentParts& parts) {
         {{"zel_questions_refused_total", "counter", "Of these: those that were too many."},
          questions.refused},
         {{"zel_questions_running", "gauge", "Questions that are worked on."}, questions.running},
+        {{"zel_followers", "gauge", "Readers that events are handed on to."}, followers.running},
+        {{"zel_followers_refused_total", "counter", "Readers that were too many."},
+         followers.refused},
+        {{"zel_followed_events_total", "counter", "Events that were handed on."}, followers.events},
+        {{"zel_followed_gaps_total", "counter", "Gaps that followers were told of."},
+         followers.gaps},
         {{"zel_questions_waiting", "gauge", "Questions that wait for that."}, questions.waiting},
     };
     for (const auto& row : rows)

@@ -69,7 +69,7 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
         EXPECT_TRUE(again.items[0].isDuplicate && again.items[1].isDuplicate);
         EXPECT_FALSE(again.items[2].isDuplicate);
         EXPECT_EQ(spool.Account().accepted, 6U);
-        ASSERT_TRUE(spool.Drop(1, "20261112", 1, &problem)) << problem;
+        ASSERT_TRUE(spool.Drop({1, "20261112", 1, ""}, &problem)) << problem;
         CheckEquation(spool);
     }
     Spool spool;
@@ -100,7 +100,7 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
     ASSERT_TRUE(spool.Purged(gone, &problem)) << problem;
     EXPECT_EQ(spool.Account().purged, 2U);
     CheckEquation(spool);
-    ASSERT_TRUE(spool.Drop(at, "20261113", 0, &problem)) << problem;
+    ASSERT_TRUE(spool.Drop({at, "20261113", 0, ""}, &problem)) << problem;
     EXPECT_EQ(spool.Account().waiting + spool.Account().waitingBytes, 0U);
     Delivery more = DeliveryOf(20, 1);
     Append(spool, more);

@@ -16,10 +16,7 @@ void AnswerStream::TellReady(std::unique_lock<std::mutex>& hold) {
 
 bool AnswerStream::Write(std::string_view bytes) {
     std::unique_lock hold(mutex_);
-    const auto hasRoom = [&] {
-        return isCancelled_ || isBroken_ || bytes_.empty() ||
-               bytes_.size() + bytes.size() <= mostWaiting_;
-    };
+    const auto hasRoom = [&] { return isCancelled_ || isBroken_ || HasRoomLocked(bytes.size()); };
     if (!hasRoom() && !hasStalled_) {
         waitsSince_ = Clock::now();
         hasStalled_ = !room_.wait_for(hold, longestStall_, hasRoom);
@@ -27,6 +24,15 @@ bool AnswerStream::Write(std::string_view bytes) {
         waitsSince_.reset();
     }
     if (isCancelled_ || hasStalled_ || isBroken_)
+        return false;
+    bytes_ += bytes;
+    TellReady(hold);
+    return true;
+}
+
+bool AnswerStream::Offer(std::string_view bytes) {
+    std::unique_lock hold(mutex_);
+    if (isCancelled_ || isBroken_ || !HasRoomLocked(bytes.size()))
         return false;
     bytes_ += bytes;
     TellReady(hold);
@@ -71,11 +77,17 @@ void AnswerStream::WhenReady(std::function<void()> onReady) {
 }
 
 bool AnswerStream::Take(std::string* bytes) {
-    const std::lock_guard hold(mutex_);
-    bytes->clear();
-    bytes->swap(bytes_);
-    room_.notify_all();
-    return !bytes->empty() || !(hasEnded_ || isCancelled_);
+    bool goesOn = false;
+    {
+        const std::lock_guard hold(mutex_);
+        bytes->clear();
+        bytes->swap(bytes_);
+        room_.notify_all();
+        goesOn = !bytes->empty() || !(hasEnded_ || isCancelled_);
+    }
+    if (onTaken && !bytes->empty())
+        onTaken();
+    return goesOn;
 }
 
 bool AnswerStream::IsRefusal() const {

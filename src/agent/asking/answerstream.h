@@ -26,6 +26,8 @@ public:
 
     // Waits for room. False when nobody reads any more; from then on nothing is taken.
     bool Write(std::string_view bytes);
+    // As Write, but waits for nothing: false when there is no room, or nobody reads any more.
+    bool Offer(std::string_view bytes);
     // The last bytes, which wait for no room, and the end. `isRefusal`: nothing but these was ever
     // written, and they tell why there is no answer.
     void Finish(std::string_view bytes, bool isRefusal);
@@ -48,10 +50,14 @@ public:
     // Nobody reads any more: what is there is dropped, and `onCancel` called, if it was set.
     void Cancel();
 
-    // Set ahead of all others.
+    // Set ahead of all others. `onTaken` is called when the reader has made room.
     std::function<void()> onCancel;
+    std::function<void()> onTaken;
 
 private:
+    bool HasRoomLocked(std::size_t size) const {
+        return bytes_.empty() || bytes_.size() + size <= mostWaiting_;
+    }
     void TellReady(std::unique_lock<std::mutex>& hold);
 
     const std::size_t mostWaiting_;
