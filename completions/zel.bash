@@ -19,7 +19,7 @@ _zel_flags() { # COMMAND: its flags
         info) echo --help --check --output ;;
         monitor) echo --help --once --stop-below --resume-percent --output ;;
         "machine show") echo --help --machine ;;
-        serve) echo --help --config --check ;;
+        serve) echo --help --config --check --tail --stdin ;;
         status) echo --help --watch --output ;;
         "config show") echo --help --config ;;
         *) echo --help ;;
@@ -36,7 +36,7 @@ _zel_commands() { # COMMAND: the commands that may follow
 
 _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for all of them
     case $2 in
-        --store | --socket | --config | --position | --machine | --placeholders) echo FILE ;;
+        --store | --socket | --config | --position | --tail | --machine | --placeholders) echo FILE ;;
         --since | --until) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --tz) echo local UTC ;;

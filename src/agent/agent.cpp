@@ -12,6 +12,7 @@
 #include "agent/routes.h"
 #include "agent/servicemanager.h"
 #include "agent/spoolpast.h"
+#include "agent/tail.h"
 #include "common/hostservices.h"
 #include "connection/agentrequest.h"
 #include "connection/storedirectory.h"
@@ -28,6 +29,7 @@ namespace zel {
 namespace {
 
 constexpr auto longestDrain = std::chrono::seconds(30);
+constexpr auto longestEnding = std::chrono::seconds(5);  // of the ways in
 constexpr int lookMs = 1000;
 constexpr std::uint64_t stalledMs = 20000;
 constexpr std::uint64_t extensionMs = 10000;  // while what was left is replayed
@@ -58,6 +60,8 @@ public:
           watchdogMs_(WatchdogPeriodMs()) {}
 
     bool Start() { return OpenStore() && OpenSpool() && Listen(); }
+    // Behind Start.
+    void GoWays(std::optional<int> input);
     void Run(int stop);
     // Whether all is in the store.
     bool End();
@@ -90,6 +94,7 @@ private:
     std::unique_ptr<Routes> routes_;
     std::unique_ptr<HttpServer> server_;
     std::string socketPath_;  // the one that is served
+    Ways ways_;
     bool toldReady_ = false;
     std::uint64_t nextWatchdog_ = 0;
     std::uint64_t nextExtension_ = 0;
@@ -207,6 +212,14 @@ bool Agent::Listen() {
     return true;
 }
 
+void Agent::GoWays(std::optional<int> input) {
+    for (const std::string& file : config_->tailFiles)
+        ways_.Add(MakeTail(*parts_, file));
+    if (input)
+        ways_.Add(MakeInputWay(*parts_, *input));
+    ways_.Start();
+}
+
 // The watchdog hears of the thread that feeds the store, not of this one: that this loop goes
 // round says nothing.
 void Agent::TellManager() {
@@ -229,7 +242,7 @@ void Agent::TellManager() {
 
 void Agent::Run(int stop) {
     constexpr int whileReplayingMs = 20;
-    while (!log_.Interrupted()) {
+    while (!log_.Interrupted() && !ways_.HasEnded()) {
         TellManager();
         pollfd wait{stop, POLLIN, 0};
         if (::poll(&wait, 1, toldReady_ ? lookMs : whileReplayingMs) == 0 && toldReady_)
@@ -242,13 +255,16 @@ void Agent::Run(int stop) {
 bool Agent::End() {
     if (followers_)
         followers_->Stop();
+    ways_.BeginStop();
     if (questions_)
         questions_->Stop();
     if (server_)
         server_->Stop();
     questions_.reset();
+    ways_.Await(longestEnding);
     if (admission_)
         admission_->Stop();
+    ways_.Stop();
     if (feeder_)
         feeder_->Stop(longestDrain);
     const bool isWritten = store_.Close();
@@ -262,11 +278,13 @@ bool Agent::End() {
 }  // namespace
 
 AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
-                  wm::IErrorReportSink* reports, int stop) {
+                  wm::IErrorReportSink* reports, int stop, std::optional<int> input) {
     Agent agent(config, version, listener, reports);
     const bool isRunning = agent.Start();
-    if (isRunning)
+    if (isRunning) {
+        agent.GoWays(input);
         agent.Run(stop);
+    }
     const bool isWhole = agent.End();
     return !isRunning ? AgentEnd::notBegun : isWhole ? AgentEnd::done : AgentEnd::left;
 }

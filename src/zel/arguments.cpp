@@ -138,6 +138,10 @@ void AddServe(CLI::App& command, Run& run) {
     AddText(command, "--config", options.config, "FILE",
             "The configuration; by default /etc/zel/zel.toml");
     command.add_flag("--check", options.check, "Look at the configuration and end");
+    AddTexts(command, "--tail", options.tails, "FILE",
+             "Take the lines of a file that grows, beside those of tail.files");
+    command.add_flag("--stdin", options.readsInput,
+                     "Take the lines of standard input, and end when it does");
 }
 
 void AddStatus(CLI::App& command, Run& run) {

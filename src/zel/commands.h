@@ -163,6 +163,8 @@ inline constexpr const char* defaultConfigFile = "/etc/zel/zel.toml";
 struct ServeOptions {
     std::string config;  // a file of TOML; empty: for `serve` the default file, for `show` none
     bool check = false;  // look at the configuration and end
+    std::vector<std::string> tails;  // files that are followed beside those of the configuration
+    bool readsInput = false;         // standard input too, whose end ends the service
 };
 // Runs the store as a service until it is told to end. 2 for a configuration that can't be used, 3
 // when the store, the spool or a listener can't be had, 4 when records were lost.

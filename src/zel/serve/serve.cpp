@@ -1,4 +1,8 @@
+#include <unistd.h>
+
 #include <cstdio>
+#include <filesystem>
+#include <optional>
 
 #include "agent/agent.h"
 #include "agent/config.h"
@@ -40,13 +44,17 @@ int RunServe(const ServeOptions& options) {
         Say("the configuration is good");
         return exitCode::done;
     }
-    switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor())) {
+    for (const std::string& file : options.tails)
+        config.tailFiles.push_back(std::filesystem::absolute(file));
+    const auto input = options.readsInput ? std::optional(STDIN_FILENO) : std::nullopt;
+    switch (
+        RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor(), input)) {
         case AgentEnd::notBegun:
             return exitCode::noStore;
         case AgentEnd::left:
             return exitCode::losses;
         default:
-            return Terminated() ? exitCode::done : exitCode::interrupted;
+            return Interrupted() && !Terminated() ? exitCode::interrupted : exitCode::done;
     }
 }
 
