@@ -1,48 +1,16 @@
 #include "zel/hunt/hitmarks.h"
 
 #include "common/valuetext.h"
-#include "records/recordwriter.h"
+#include "hunt/hittexts.h"
 #include "zel/query/resultintake.h"
 #include "zel/terminal/messages.h"
 
-// A mark is known again by how it begins: it is written by one routine, and the store joins what it
-// was given byte for byte. A rule is known by its identifier; one without goes by its title. The
-// level stands last, so that a rule whose level was changed makes no second mark.
-
 namespace zel {
-
-namespace {
-
-std::string StartOf(const Rule& rule) {
-    std::string text = R"({"sigma":{)";
-    if (!rule.id.empty()) {
-        text += R"("id":)";
-        AppendJsonString(rule.id, &text);
-    } else {
-        text += R"("title":)";
-        AppendJsonString(rule.title, &text);
-    }
-    return text + ",";
-}
-
-std::string MarkOf(const Rule& rule) {
-    std::string text = StartOf(rule);
-    if (!rule.id.empty()) {
-        text += R"("title":)";
-        AppendJsonString(rule.title, &text);
-        text += ",";
-    }
-    text += R"("level":)";
-    AppendJsonString(rule.level, &text);
-    return text + "}}";
-}
-
-}  // namespace
 
 bool HitMarks::Add(const Rule& rule, std::string_view event, std::string_view result) {
     // What stands behind the event's own text was joined to it.
     const std::string_view joined = result.substr(EventOf(result, true).size());
-    if (joined.find(StartOf(rule)) != joined.npos) {
+    if (joined.find(StartOfMark(rule)) != joined.npos) {
         ++known_;
         return true;
     }

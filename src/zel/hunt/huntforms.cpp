@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "records/recordwriter.h"
+#include "hunt/hittexts.h"
 #include "zel/results/fieldforms.h"
 #include "zel/terminal/textfit.h"
 
@@ -15,48 +15,17 @@ namespace {
 
 using Kind = FieldValue::Kind;
 
-void WriteTexts(std::string_view key, const std::vector<std::string>& texts, RecordWriter& writer) {
-    writer.Key(key).BeginArray();
-    for (const std::string& text : texts)
-        writer.Text(text);
-    writer.EndArray();
-}
-
-void WriteRule(const Rule& rule, RecordWriter& writer) {
-    writer.Key("rule").BeginObject();
-    writer.Key("title").Text(rule.title).Key("id").Text(rule.id);
-    writer.Key("level").Text(rule.level).Key("author").Text(rule.author);
-    WriteTexts("tags", rule.tags, writer);
-    writer.Key("status").Text(rule.status).Key("file").Text(rule.file).EndObject();
-}
-
 class JsonHits final : public HitForm {
 public:
     JsonHits(bool isArray, bool isForTerminal) : isArray_(isArray), isForTerminal_(isForTerminal) {}
 
     std::string Hit(const Rule& rule, std::string_view event,
                     const std::vector<std::string>& why) override {
-        std::string text;
-        RecordWriter writer(&text);
-        writer.BeginObject();
-        WriteRule(rule, writer);
-        WriteTexts("why", why, writer);
-        writer.Key("event").Json(event).EndObject();
-        return Framed(text);
+        return Framed(HitJson(rule, event, why));
     }
 
     std::string Counted(const Rule& rule, const CorrelationHit& hit) override {
-        std::string text;
-        RecordWriter writer(&text);
-        writer.BeginObject();
-        WriteRule(rule, writer);
-        writer.Key("correlation").BeginObject();
-        writer.Key("first").Text(hit.first).Key("last").Text(hit.last);
-        writer.Key("count").Number(hit.count).Key("group").BeginObject();
-        for (std::size_t i = 0; i < hit.group.size() && i < rule.counts->groupBy.size(); ++i)
-            writer.Key(rule.counts->groupBy[i]).Text(hit.group[i]);
-        writer.EndObject().EndObject().EndObject();
-        return Framed(text);
+        return Framed(CountedHitJson(rule, hit));
     }
 
     std::string End() override { return !isArray_ ? "" : isFirst_ ? "[]\n" : "\n]\n"; }

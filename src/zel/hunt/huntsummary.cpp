@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "hunt/rulefiles.h"
 #include "zel/hunt/huntforms.h"
-#include "zel/hunt/rulefiles.h"
 #include "zel/results/fieldforms.h"
 
 namespace zel {

@@ -25,10 +25,7 @@ struct GivenRules {
 // that can't be read, names of nothing.
 bool ReadGivenRules(const HuntOptions& options, GivenRules* given, std::string* problem);
 
-// "rules/a.yml:12:5: Title: unknown modifier", for people.
+// TextOf, for people.
 std::string InWords(const RuleProblem& problem);
-
-// 0 for informational to 4 for critical; 0 for what is none of them.
-int SeverityOf(std::string_view level) noexcept;
 
 }  // namespace zel
