@@ -9,6 +9,7 @@
 #include "agent/following/followers.h"
 #include "agent/following/followplace.h"
 #include "agent/httpserver.h"
+#include "agent/livehunt.h"
 #include "agent/routes.h"
 #include "agent/servicemanager.h"
 #include "agent/spoolpast.h"
@@ -85,6 +86,7 @@ private:
     DiskSight sight_;
     AccessTokens tokens_;
     std::unique_ptr<Followers> followers_;  // outlives those who call it
+    std::unique_ptr<LiveHunt> hunt_;        // likewise
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
@@ -131,6 +133,7 @@ bool Agent::OpenSpool() {
         std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)),
         [this](const Admission::Taken& taken) {
             feeder_->Wake();
+            hunt_->Wake();
             for (const auto& delivery : taken)
                 followers_->OnAccepted(MakeAcceptedBatch(delivery));
         });
@@ -142,7 +145,9 @@ bool Agent::OpenSpool() {
         FollowLimits{config_->followers, static_cast<std::size_t>(config_->answerBuffer),
                      std::chrono::seconds(static_cast<std::int64_t>(config_->questionStall))},
         PlaceBehind(spool_.Accepted()));
+    hunt_ = std::make_unique<LiveHunt>(spool_, log_, [this] { feeder_->Wake(); });
     watch_->Look();
+    hunt_->Use(*config_.Now());
     if (!feeder_->Start())
         return false;
     admission_->Start();
@@ -188,7 +193,7 @@ bool Agent::Listen() {
         reports_);
     parts_ = std::unique_ptr<AgentParts>(
         new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_,
-                       *questions_, *followers_, wm::FormatUtc(wm::Clock().UtcNow()),
+                       *questions_, *followers_, *hunt_, wm::FormatUtc(wm::Clock().UtcNow()),
                        static_cast<std::uint64_t>(std::time(nullptr)), version_});
     routes_ = std::make_unique<Routes>(*parts_, tokens_, rights_);
     server_ = std::make_unique<HttpServer>(
@@ -265,6 +270,8 @@ bool Agent::End() {
     if (admission_)
         admission_->Stop();
     ways_.Stop();
+    if (hunt_)
+        hunt_->Stop();
     if (feeder_)
         feeder_->Stop(longestDrain);
     const bool isWritten = store_.Close();

@@ -52,6 +52,16 @@ struct AgentConfig {
     std::uint64_t answerBuffer = 0;
     std::uint64_t followers = 0;
 
+    std::vector<std::string> huntRules;
+    bool huntAuditLog = false;
+    std::uint64_t huntMemory = 0;   // of what is counted over time
+    std::uint64_t huntBacklog = 0;  // of events that rules have not seen and the store has
+    std::vector<std::string> alertCommand;
+    std::uint64_t alertsAtOnce = 0;
+    std::uint64_t alertsPerSecond = 0;
+    std::uint64_t alertTime = 0;
+    std::string alertSocket;
+
     std::string readGroup;
     std::string writeGroup;
     std::string annotateGroup;

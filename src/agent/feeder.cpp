@@ -81,6 +81,7 @@ bool Feeder::Start() {
     lostBefore_ = store_.Lost();
     for (Lane* const lane : {&events_, &enrichments_})
         lane->replayUntil = spool_.LastRow(lane->kind);
+    events_.at = spool_.SettledRow();
     nextDrop_ = SteadyClock::now() + betweenDrops;
     sign_ = wm::Clock().TickCount64();
     thread_ = std::thread([this] { Main(); });
@@ -280,7 +281,8 @@ bool Feeder::Drop(Settled& events, const Settled& enrichments) {
     const bool isSynced = ::syncfs(descriptor_) == 0;
     const bool isDropped =
         isSynced && (events.rows == 0 || spool_.Drop(events.part, &problem)) &&
-        (enrichments.rows == 0 || spool_.DropEnrichments(enrichments.part.through, &problem));
+        (enrichments.rows == 0 ||
+         spool_.DropOthers(SpoolKind::enrichments, enrichments.part.through, &problem));
     if (!isDropped)
         log_.SaySeldom(isSynced ? problem : "the store's files can't be synced");
     storeFails_ = !isSynced;

@@ -24,6 +24,7 @@ struct DiskSight {
 
 class DiskWatch;
 class Followers;
+class LiveHunt;
 class Questions;
 
 // The parts of a running service, for those who answer requests. All live as long as the server.
@@ -38,6 +39,7 @@ struct AgentParts {
     DiskWatch& watch;
     Questions& questions;
     Followers& followers;
+    LiveHunt& hunt;
     const std::string started;            // UTC
     const std::uint64_t startedUnix = 0;  // seconds since 1970
     const std::string version;

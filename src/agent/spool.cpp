@@ -17,7 +17,7 @@
 // fsync; the caller puts all requests that wait into one (group commit).
 //
 //   spool     one row for each request: its records in a body with a checksum, and how many
-//   enrichments  the same of what was found out of events
+//   enrichments, hits  the same of what was found out of events
 //   ids       ids that were accepted, in the order of acceptance
 //   ledger    accepted, lost and purged, by name
 //   marks     how far ways in have come that can go on by themselves, with the records in hand; the
@@ -41,6 +41,8 @@ constexpr const char* schema =
     " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
     "CREATE TABLE IF NOT EXISTS enrichments(number INTEGER PRIMARY KEY AUTOINCREMENT,"
     " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS hits(number INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
     "CREATE TABLE IF NOT EXISTS ids(number INTEGER PRIMARY KEY, at INTEGER NOT NULL,"
     " id TEXT NOT NULL UNIQUE);"
     "CREATE TABLE IF NOT EXISTS ledger(name TEXT PRIMARY KEY, value INTEGER NOT NULL);"
@@ -52,6 +54,9 @@ constexpr const char* schema =
 // Names of marks.
 constexpr std::string_view acceptedMark = "receive accepted";
 constexpr std::string_view settledMark = "receive settled";
+
+// Up to which row the store has all, where rows behind that have stayed.
+constexpr const char* settledRowMark = "settled row";
 
 std::int64_t Checksum(std::string_view body) {
     return static_cast<std::int64_t>(
@@ -145,9 +150,9 @@ struct Spool::Database {
         Statement append, next, drop, sum;
         std::int64_t last = 0;  // that was appended
     };
-    Table events, enrichments;
+    Table events, enrichments, hits;
     Statement addId, forgetIds, oldIds, addLedger, addFolder, purge, folders, setMark, dropMark,
-        marks, moveRange, addRange, takeRange, addPurge;
+        marks, kept, moveRange, addRange, takeRange, addPurge;
 
     ~Database() { Close(); }
     // The statements go after it: SQLite keeps the database until then.
@@ -155,7 +160,11 @@ struct Spool::Database {
         ::sqlite3_close_v2(handle);
         handle = nullptr;
     }
-    Table& Of(SpoolKind kind) { return kind == SpoolKind::events ? events : enrichments; }
+    Table& Of(SpoolKind kind) {
+        return kind == SpoolKind::events        ? events
+               : kind == SpoolKind::enrichments ? enrichments
+                                                : hits;
+    }
     bool PrepareTable(const std::string& name, Table* table) {
         const auto prepare = [&](Statement& statement, const std::string& text) {
             return statement.Prepare(handle, text.c_str());
@@ -167,23 +176,26 @@ struct Spool::Database {
                prepare(table->drop, "DELETE FROM " + name + " WHERE number <= ?") &&
                prepare(table->sum,
                        "SELECT coalesce(sum(events), 0), coalesce(sum(length(body)), 0) FROM " +
-                           name + " WHERE number <= ?");
+                           name + " WHERE number > ? AND number <= ?");
     }
-    bool AppendRow(SpoolKind kind, std::int64_t count, std::string_view body) {
+    bool AppendRow(SpoolKind kind, std::uint64_t count, std::string_view body) {
         Table& table = Of(kind);
-        if (!table.append.Bind(1, count).Bind(2, Checksum(body)).BindBlob(3, body).Run())
+        if (!table.append.Bind(1, static_cast<std::int64_t>(count))
+                 .Bind(2, Checksum(body))
+                 .BindBlob(3, body)
+                 .Run())
             return false;
         table.last = ::sqlite3_last_insert_rowid(handle);
         return true;
     }
-    // What the rows up to that one hold, and away with them.
-    bool DropRows(Table& table, std::int64_t through, std::uint64_t* records,
-                  std::uint64_t* bytes) {
-        if (!table.sum.Bind(1, through).Step())
+    // What rows behind the first number up to the last hold.
+    static bool Sum(Table& table, std::int64_t behind, std::int64_t through, std::uint64_t* records,
+                    std::uint64_t* bytes) {
+        if (!table.sum.Bind(1, behind).Bind(2, through).Step())
             return false;
         *records = static_cast<std::uint64_t>(table.sum.Number(0));
         *bytes = static_cast<std::uint64_t>(table.sum.Number(1));
-        return table.sum.Reset() && table.drop.Bind(1, through).Run();
+        return table.sum.Reset();
     }
     bool Run(const char* text) {
         return ::sqlite3_exec(handle, text, nullptr, nullptr, nullptr) == SQLITE_OK;
@@ -236,6 +248,10 @@ bool Spool::Prepare(const std::string& file, std::string* problem) {
         database.Run("PRAGMA locking_mode=EXCLUSIVE") && database.Run(schema) &&
         database.PrepareTable("spool", &database.events) &&
         database.PrepareTable("enrichments", &database.enrichments) &&
+        database.PrepareTable("hits", &database.hits) &&
+        prepare(database.kept,
+                "SELECT number, events, length(body) FROM spool WHERE number > ? AND number <= ?"
+                " ORDER BY number DESC") &&
         prepare(database.addId, "INSERT OR IGNORE INTO ids(at, id) VALUES(?,?)") &&
         prepare(database.forgetIds,
                 "DELETE FROM ids WHERE number <= (SELECT max(number) - ? FROM ids)") &&
@@ -264,32 +280,43 @@ bool Spool::Prepare(const std::string& file, std::string* problem) {
 
 // Once, at the start: then the numbers are carried on.
 bool Spool::ReadLedger(std::string* problem) {
-    Ledger ledger;
     Statement read;
     const bool isGood =
         read.Prepare(database_->handle,
+                     "WITH settled(row) AS (SELECT CAST(coalesce((SELECT value FROM marks WHERE"
+                     " name='settled row'), '0') AS INTEGER)),"
+                     " waiting AS (SELECT * FROM spool WHERE number > (SELECT row FROM settled)) "
                      "SELECT (SELECT coalesce(sum(value), 0) FROM ledger WHERE name='accepted'),"
                      " (SELECT coalesce(sum(value), 0) FROM ledger WHERE name='lost'),"
                      " (SELECT coalesce(sum(value), 0) FROM ledger WHERE name='purged'),"
                      " (SELECT coalesce(sum(events), 0) FROM folders),"
-                     " (SELECT coalesce(sum(events), 0) FROM spool),"
-                     " (SELECT coalesce(sum(length(body)), 0) FROM spool),"
+                     " (SELECT coalesce(sum(events), 0) FROM waiting),"
+                     " (SELECT coalesce(sum(length(body)), 0) FROM waiting),"
                      " (SELECT count(*) FROM ids), (SELECT coalesce(max(number), 0) FROM spool),"
                      " (SELECT coalesce(sum(events), 0) FROM enrichments),"
                      " (SELECT coalesce(sum(length(body)), 0) FROM enrichments),"
-                     " (SELECT coalesce(max(number), 0) FROM enrichments)");
+                     " (SELECT coalesce(max(number), 0) FROM enrichments),"
+                     " (SELECT coalesce(sum(events), 0) FROM hits), (SELECT row FROM settled)");
     if (!isGood || !read.Step()) {
         *problem = database_->Problem();
         return false;
     }
     const auto number = [&](int column) { return static_cast<std::uint64_t>(read.Number(column)); };
-    ledger = {
-        number(0), number(3), number(4), number(1), number(2), number(8), number(5) + number(9),
-        number(6)};
+    Ledger ledger;
+    ledger.accepted = number(0);
+    ledger.lost = number(1);
+    ledger.purged = number(2);
+    ledger.stored = number(3);
+    ledger.waiting = number(4);
+    ledger.waitingBytes = number(5) + number(9);
+    ledger.ids = number(6);
+    ledger.waitingEnrichments = number(8);
+    ledger.waitingHits = number(11);
     const std::lock_guard hold(accountMutex_);
     account_ = ledger;
     lastRow_ = database_->events.last = read.Number(7);
     lastEnrichments_ = database_->enrichments.last = read.Number(10);
+    settledRow_ = read.Number(12);
     return true;
 }
 
@@ -386,22 +413,29 @@ bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiv
     ledger->accepted += static_cast<std::uint64_t>(events);
     ledger->waiting += static_cast<std::uint64_t>(events);
     ledger->waitingBytes += body.size();
-    return database_->AppendRow(SpoolKind::events, events, body);
+    return database_->AppendRow(SpoolKind::events, static_cast<std::uint64_t>(events), body);
 }
 
-bool Spool::AppendEnrichments(const Delivery& delivery, Ledger* ledger) {
+bool Spool::AppendOthers(const Delivery& delivery, Ledger* ledger) {
     std::string body;
     for (const SpooledEnrichment& enrichment : delivery.enrichments) {
         PutText(enrichment.key, &body);
         PutText("", &body);
         PutText(enrichment.text, &body);
     }
-    if (body.empty())
-        return true;
     ledger->waitingEnrichments += delivery.enrichments.size();
     ledger->waitingBytes += body.size();
-    return database_->AppendRow(SpoolKind::enrichments,
-                                static_cast<std::int64_t>(delivery.enrichments.size()), body);
+    if (!body.empty() &&
+        !database_->AppendRow(SpoolKind::enrichments, delivery.enrichments.size(), body))
+        return false;
+    body.clear();
+    for (const std::string& hit : delivery.hits) {
+        PutText("", &body);
+        PutText("", &body);
+        PutText(hit, &body);
+    }
+    ledger->waitingHits += delivery.hits.size();
+    return body.empty() || database_->AppendRow(SpoolKind::hits, delivery.hits.size(), body);
 }
 
 bool Spool::Append(std::span<Delivery* const> deliveries,
@@ -418,7 +452,7 @@ bool Spool::Append(std::span<Delivery* const> deliveries,
         return std::all_of(deliveries.begin(), deliveries.end(),
                            [&](Delivery* delivery) {
                                return AppendOne(*delivery, receiveKeys, &usedKeys, &after) &&
-                                      AppendEnrichments(*delivery, &after);
+                                      AppendOthers(*delivery, &after);
                            }) &&
                database_->Count("accepted", after.accepted - before.accepted) &&
                (after.accepted == before.accepted ||
@@ -485,43 +519,81 @@ bool Spool::NoteRange(const SettledPart& part) {
 bool Spool::Drop(const SettledPart& part, std::string* problem) {
     const std::lock_guard hold(databaseMutex_);
     Ledger after = Account();
+    std::uint64_t unseen = 0;
     const bool isDropped = database_->Transact(problem, [&] {
         std::uint64_t events = 0, bytes = 0;
-        if (!database_->DropRows(database_->events, part.through, &events, &bytes))
+        if (!database_->Sum(database_->events, SettledRow(), part.through, &events, &bytes))
             return false;
         after.waitingBytes -= bytes;
         after.waiting -= events;
         after.lost += part.lost;
         after.stored += events - part.lost;
-        return database_->Count("lost", part.lost) &&
+        return DropSeen(part.through, &unseen) && database_->Count("lost", part.lost) &&
                database_->addFolder.Bind(1, part.folder)
                    .Bind(2, static_cast<std::int64_t>(events - part.lost))
                    .Run() &&
                NoteRange(part) && ForgetIds(&after);
     });
     const std::lock_guard holdAccount(accountMutex_);
-    if (isDropped) {
-        account_ = after;
-        settled_ = part.lastKey.empty() ? settled_ : part.lastKey;
-    }
-    return isDropped;
+    if (!isDropped)
+        return false;
+    account_ = after;
+    settled_ = part.lastKey.empty() ? settled_ : part.lastKey;
+    settledRow_ = part.through;
+    unseen_ += unseen;
+    return true;
 }
 
-bool Spool::DropEnrichments(std::int64_t through, std::string* problem) {
+// Where rows stay, how far the store has come has to be known from one process to the next.
+bool Spool::DropSeen(std::int64_t through, std::uint64_t* unseen) {
+    std::int64_t last = std::min(through, keepBehind_);
+    if (keepBehind_ < through) {
+        std::uint64_t bytes = 0;
+        Statement& kept = database_->kept;
+        for (kept.Bind(1, last).Bind(2, through); kept.Step();) {
+            bytes += static_cast<std::uint64_t>(kept.Number(2));
+            if (bytes <= mostKept_)
+                continue;
+            last = std::max(last, kept.Number(0));
+            *unseen += static_cast<std::uint64_t>(kept.Number(1));
+        }
+        if (!kept.Reset() || !SetMarks({{settledRowMark, std::to_string(through)}}))
+            return false;
+    }
+    return database_->events.drop.Bind(1, last).Run();
+}
+
+bool Spool::DropOthers(SpoolKind kind, std::int64_t through, std::string* problem) {
     const std::lock_guard hold(databaseMutex_);
     Ledger after = Account();
     const bool isDropped = database_->Transact(problem, [&] {
-        std::uint64_t enrichments = 0, bytes = 0;
-        if (!database_->DropRows(database_->enrichments, through, &enrichments, &bytes))
+        std::uint64_t count = 0, bytes = 0;
+        if (!database_->Sum(database_->Of(kind), 0, through, &count, &bytes))
             return false;
-        after.waitingEnrichments -= enrichments;
-        after.waitingBytes -= bytes;
-        return true;
+        (kind == SpoolKind::hits ? after.waitingHits : after.waitingEnrichments) -= count;
+        after.waitingBytes -= kind == SpoolKind::hits ? 0 : bytes;
+        return database_->Of(kind).drop.Bind(1, through).Run();
     });
     const std::lock_guard holdAccount(accountMutex_);
     if (isDropped)
         account_ = after;
     return isDropped;
+}
+
+void Spool::KeepBehind(std::int64_t row, std::uint64_t mostBytes) {
+    const std::lock_guard hold(databaseMutex_);
+    keepBehind_ = row;
+    mostKept_ = mostBytes;
+}
+
+std::int64_t Spool::SettledRow() const {
+    const std::lock_guard hold(accountMutex_);
+    return settledRow_;
+}
+
+std::uint64_t Spool::DroppedUnseen() const {
+    const std::lock_guard hold(accountMutex_);
+    return unseen_;
 }
 
 bool Spool::Purged(std::span<const std::string> folders, std::string* problem) {

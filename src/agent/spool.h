@@ -40,17 +40,18 @@ struct Delivery {
     std::vector<SpoolItem> items;
     std::vector<SpoolMark> marks;
     std::vector<SpooledEnrichment> enrichments;
+    std::vector<std::string> hits;  // of rules, as lines for those who are told of them
 };
 
-// Events and enrichments stand in two rows of rows, each with numbers of its own.
-enum class SpoolKind : std::uint8_t { events, enrichments };
+// Each stands in a row of rows of its own, with numbers of its own.
+enum class SpoolKind : std::uint8_t { events, enrichments, hits };
 
 // What was appended together, as it stands in the spool.
 struct SpooledRow {
     std::int64_t number = 0;
     struct Record {
-        std::string_view key;
-        std::string_view receiveKey;  // of an enrichment: empty
+        std::string_view key;         // of a hit: empty
+        std::string_view receiveKey;  // of events alone
         std::string_view record;
     };
     std::vector<Record> records;  // views into `body`
@@ -68,8 +69,9 @@ struct Ledger {
     std::uint64_t lost = 0;
     std::uint64_t purged = 0;
     std::uint64_t waitingEnrichments = 0;  // beside the equation
-    std::uint64_t waitingBytes = 0;        // of events and enrichments
-    std::uint64_t ids = 0;                 // that are remembered
+    std::uint64_t waitingHits = 0;
+    std::uint64_t waitingBytes = 0;  // of events and enrichments
+    std::uint64_t ids = 0;           // that are remembered
 };
 
 // A part of the spool that the store has on the disk.
@@ -85,7 +87,8 @@ struct SpoolLimits {
     std::uint64_t idSeconds = 0;
 };
 
-// One database of SQLite, which the source tells about. Any thread, but for Append: one at a time.
+// One database of SQLite, which the source tells about. Any thread, but for Append: one at a time
+// of those that bring events.
 // What fails leaves the spool as it was; `*problem` says why, in words for people.
 class Spool {
 public:
@@ -115,8 +118,15 @@ public:
 
     // The rows up to that one are in the store. To be called when the store has them on the disk.
     bool Drop(const SettledPart& part, std::string* problem);
-    // The rows of enrichments up to that one are in the store, or lost.
-    bool DropEnrichments(std::int64_t through, std::string* problem);
+    // The rows of another kind up to that one are where they belong, or lost.
+    bool DropOthers(SpoolKind kind, std::int64_t through, std::string* problem);
+    // Events behind that row stay when they are dropped, the newest of them in so many bytes:
+    // somebody else has still to see them. INT64_MAX, as at first: none stay.
+    void KeepBehind(std::int64_t row, std::uint64_t mostBytes);
+    // Up to that row the store has all.
+    std::int64_t SettledRow() const;
+    // Events that were to stay and had no room.
+    std::uint64_t DroppedUnseen() const;
     // These folders of the store are gone.
     bool Purged(std::span<const std::string> folders, std::string* problem);
     // Folders that hold what was stored.
@@ -148,16 +158,20 @@ private:
     bool NoteRange(const SettledPart& part);
     bool AppendOne(Delivery& delivery, const std::vector<std::string>& receiveKeys,
                    std::size_t* usedKeys, Ledger* ledger);
-    bool AppendEnrichments(const Delivery& delivery, Ledger* ledger);
+    bool AppendOthers(const Delivery& delivery, Ledger* ledger);
+    bool DropSeen(std::int64_t through, std::uint64_t* unseen);
     bool ForgetIds(Ledger* ledger);
 
     const std::unique_ptr<Database> database_;
     SpoolLimits limits_;
-    std::mutex databaseMutex_;  // around all use of the database
+    std::mutex databaseMutex_;  // around all use of the database, and the next two
+    std::int64_t keepBehind_ = INT64_MAX;
+    std::uint64_t mostKept_ = 0;
 
     mutable std::mutex accountMutex_;  // inside the other
     Ledger account_;
-    std::int64_t lastRow_ = 0, lastEnrichments_ = 0;
+    std::int64_t lastRow_ = 0, lastEnrichments_ = 0, settledRow_ = 0;
+    std::uint64_t unseen_ = 0;
     std::string accepted_, settled_;
     struct PurgedRange {
         std::string last;  // receive-time key

@@ -2,6 +2,7 @@
 
 #include "agent/asking/questions.h"
 #include "agent/following/followers.h"
+#include "agent/livehunt.h"
 #include "agent/parts.h"
 #include "common/hostservices.h"
 #include "records/recordwriter.h"
@@ -97,6 +98,43 @@ void WriteStore(const AgentParts& parts, const Ledger& ledger, RecordWriter& wri
 
 }  // namespace
 
+namespace {
+
+void WriteHunt(const AgentParts& parts, const Ledger& ledger, RecordWriter& writer) {
+    const RuleWatch::Counts hunt = parts.hunt.Hits();
+    const Alerts::Counts alerts = parts.hunt.Told();
+    writer.Key("hunt").BeginObject().Key("rules").Number(hunt.rules);
+    writer.Key("refused").Number(parts.hunt.Refused()).Key("tested").Number(hunt.tested);
+    writer.Key("untested").Number(hunt.untested).Key("given_up").Number(hunt.givenUp);
+    writer.Key("hits").BeginObject();
+    for (std::size_t i = 0; i < hunt.hits.size(); ++i)
+        writer.Key(ruleLevels[i]).Number(hunt.hits[i]);
+    writer.EndObject().Key("alerts_waiting").Number(ledger.waitingHits);
+    writer.Key("alerts_told").Number(alerts.told).Key("alerts_failed").Number(alerts.failed);
+    writer.Key("alerts_dropped").Number(hunt.hitsNotGiven).EndObject();
+}
+
+void PutHunt(const AgentParts& parts, const Ledger& ledger, std::string* text) {
+    const RuleWatch::Counts hunt = parts.hunt.Hits();
+    const Alerts::Counts alerts = parts.hunt.Told();
+    Sample({"zel_rules", "gauge", "Rules that are run on what comes in."}, hunt.rules, text);
+    Sample({"zel_rules_tested_total", "counter", "Events that were tested."}, hunt.tested, text);
+    Sample({"zel_rules_untested_total", "counter", "Events that rules could not be run on."},
+           hunt.untested, text);
+    Sample({"zel_alerts_waiting", "gauge", "Hits that wait to be told."}, ledger.waitingHits, text);
+    Sample({"zel_alerts_told_total", "counter", "Hits that were told."}, alerts.told, text);
+    Sample({"zel_alerts_failed_total", "counter", "Tries to tell one that failed."}, alerts.failed,
+           text);
+    Sample({"zel_alerts_dropped_total", "counter", "Hits that were too many to be told."},
+           hunt.hitsNotGiven, text);
+    Head({"zel_rule_hits_total", "counter", "Hits of rules, by level."}, text);
+    for (std::size_t i = 0; i < hunt.hits.size(); ++i)
+        text->append("zel_rule_hits_total{level=\"").append(ruleLevels[i]) +=
+            "\"} " + std::to_string(hunt.hits[i]) + "\n";
+}
+
+}  // namespace
+
 std::string StatusJson(const AgentParts& parts) {
     const Ledger ledger = parts.spool.Account();
     const auto degraded = Degraded(parts);
@@ -113,6 +151,7 @@ std::string StatusJson(const AgentParts& parts) {
     writer.EndArray();
     WriteLedger(parts, ledger, writer);
     WriteStore(parts, ledger, writer);
+    WriteHunt(parts, ledger, writer);
     writer.Key("connections").Number(parts.log.connections);
     writer.Key("requests_in_flight").Number(parts.log.inFlight);
     writer.Key("last_messages").BeginArray();
@@ -179,6 +218,7 @@ std::string MetricsText(const AgentParts& parts) {
     };
     for (const auto& row : rows)
         Sample(row.family, row.value, &text);
+    PutHunt(parts, ledger, &text);
     Head({"zel_last_flush_age_seconds", "gauge", "Since the store last took from the spool."},
          &text);
     text += "zel_last_flush_age_seconds " + std::to_string(Seconds(parts.feeder.LastFlushTick())) +

@@ -49,7 +49,7 @@ def is_waiting(process):
 def check_same(zel, service):
     with open(os.path.join(zel.folder, "rule.yml"), "w", encoding="utf-8") as file:
         file.write(RULE)
-    hunt = ["hunt", "--rules", file.name, "-o", "ndjson"]
+    hunt = ["hunt", file.name, "-o", "ndjson"]
     for command in (*COMMANDS, hunt):
         alone, asked = zel.run(*command), through(zel, service, *command)
         zel.check(f"end of {command}", alone.returncode, asked.returncode)

@@ -91,7 +91,7 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
     const auto enrichments = spool.Next(0, &problem, SpoolKind::enrichments);
     ASSERT_TRUE(enrichments && enrichments->records.size() == 1);
     EXPECT_EQ(enrichments->records[0].key, "keyOfEvent");
-    ASSERT_TRUE(spool.DropEnrichments(enrichments->number, &problem)) << problem;
+    ASSERT_TRUE(spool.DropOthers(SpoolKind::enrichments, enrichments->number, &problem)) << problem;
     EXPECT_EQ(spool.Account().waitingEnrichments, 0U);
     Delivery again = DeliveryOf(1, 1, "id");
     Append(spool, again);

@@ -6,6 +6,7 @@
 
 #include "agent/agent.h"
 #include "agent/config.h"
+#include "agent/rulebook.h"
 #include "zel/commands.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
@@ -41,8 +42,13 @@ int RunServe(const ServeOptions& options) {
     if (!ReadConfig(options.config.empty() ? defaultConfigFile : options.config, &config))
         return exitCode::usage;
     if (options.check) {
+        const Rulebook book = ReadRulebook(config);
+        for (const std::string& problem : book.problems)
+            Say(problem);
+        if (!book.summary.empty())
+            Say("rules: " + book.summary);
         Say("the configuration is good");
-        return exitCode::done;
+        return book.problems.empty() ? exitCode::done : exitCode::usage;
     }
     for (const std::string& file : options.tails)
         config.tailFiles.push_back(std::filesystem::absolute(file));

@@ -1,0 +1,130 @@
+"""Rules that zel serve runs on what comes in: what they find is stored and told, whatever happens to the service.
+
+rules.py ZEL
+"""
+import json
+import os
+import random
+import signal
+import socket
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
+from agentprocess import LIMIT, Service, record  # noqa: E402
+from zelcommand import Zel  # noqa: E402
+
+RULE = """title: ends with %s
+id: 00000000-0000-0000-0000-00000000000%s
+level: high
+logsource: {product: windows, category: file_event}
+detection: {selection: {TargetFilename|endswith: '%s'}, condition: selection}
+"""
+COUNTED = """---
+title: three of them
+correlation: {type: event_count, rules: [ends with 7], timespan: 1h, condition: {gte: 3}, generate: true}
+level: critical
+"""
+
+
+def write_rule(zel, number, more=""):
+    folder = os.path.join(zel.folder, "rules")
+    os.makedirs(folder, exist_ok=True)
+    with open(os.path.join(folder, f"{number}.yml"), "w", encoding="utf-8") as file:
+        file.write(RULE % (number, number, number) + more)
+    return folder
+
+
+def await_that(zel, what, is_so):
+    until = time.monotonic() + LIMIT
+    while not is_so() and time.monotonic() < until:
+        time.sleep(0.02)
+    zel.check(what, True, is_so())
+
+
+def await_tested(zel, service, count):
+    await_that(zel, "tested", lambda: service.status()["hunt"]["tested"] >= count)
+
+
+def marks(zel):
+    """How many marks of a rule each event of the store has, by its number and the rule's last digit."""
+    found = {}
+    for row in zel.rows("--since", "2000-01-01", "--enrichments"):
+        event = json.loads(row)
+        for mark in event.get("enrichments", []):
+            place = (event["seq_num"], mark["sigma"]["id"][-1])
+            found[place] = found.get(place, 0) + 1
+    return found
+
+
+def check_live(zel):
+    """Hits are marked, counted, and told to a command and a socket; the rules are told what is wrong with them."""
+    heard = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    heard.settimeout(LIMIT)
+    heard.bind(zel.folder + "/alerts")
+    rules, told = write_rule(zel, 7, COUNTED), os.path.join(zel.folder, "told")
+    write_rule(zel, 8, "---\ntitle: broken\n")
+    with Service(zel, hunt_rules=[rules], hunt_alert_socket=zel.folder + "/alerts", hunt_alert_per_second=1000,
+                 hunt_alert_command=["/usr/bin/tee", "-a", told]) as service:
+        zel.check("taken", 30, service.events([record(n) for n in range(30)])["accepted"])
+        lines = [json.loads(heard.recv(65536)) for _ in range(7)]
+        zel.check("hits", sorted(["ends with 7", "ends with 8"] * 3 + ["three of them"]), sorted(l["rule"]["title"] for l in lines))
+        zel.check("an event", [7, 17, 27], [l["event"]["seq_num"] for l in lines if l["rule"]["id"].endswith("7")])
+        zel.check("counted", [3], [l["correlation"]["count"] for l in lines if "correlation" in l])
+        zel.check("numbers", 7, len({l["hit"] for l in lines}))
+        await_that(zel, "alerts end", lambda: service.status()["hunt"]["alerts_waiting"] == 0)
+        state = service.status()["hunt"]
+        zel.check("counts", (3, 1, 30, 6, 1, 7, 0), (state["rules"], state["refused"], state["tested"], state["hits"]["high"],
+                                                     state["hits"]["critical"], state["alerts_told"], state["alerts_failed"]))
+        metrics = service.ask("GET", "/metrics")[1]
+        zel.check("metrics", True, b'zel_rule_hits_total{level="high"} 6\n' in metrics)
+        service.events([record(7)])
+        zel.check("again, with its number", True, json.loads(heard.recv(65536))["hit"] in {l["hit"] for l in lines})
+    with open(told, encoding="utf-8") as file:
+        zel.check("the command", {l["hit"] for l in lines}, {json.loads(line)["hit"] for line in file} & {l["hit"] for l in lines})
+    zel.check("marks", {(7, "7"): 1, (17, "7"): 1, (27, "7"): 1, (8, "8"): 1, (18, "8"): 1, (28, "8"): 1}, marks(zel))
+    with open(service.log, encoding="utf-8") as file:
+        zel.check("told", True, "broken" in file.read())
+    checked = zel.run("serve", "--config", service.file, "--check")
+    zel.check("checked", (2, True), (checked.returncode, b"8.yml" in checked.stderr))
+
+
+def check_failures(zel):
+    """Whom nobody hears, and commands that fail, are counted; nothing else suffers."""
+    rules = write_rule(zel, 7)
+    with Service(zel, hunt_rules=[rules], hunt_alert_socket=zel.folder + "/nobody", hunt_alert_per_second=1000,
+                 hunt_alert_time=1, hunt_alert_command=["/bin/sh", "-c", "read l; case $l in *:7}}) exit 3;; *) sleep 60;; esac"]) as service:
+        service.events([record(7), record(17), record(18)])
+        await_that(zel, "all failed", lambda: service.status()["hunt"]["alerts_failed"] == 4)
+        zel.check("well", (200, 0), (service.ask("GET", "/readyz")[0], service.status()["hunt"]["alerts_waiting"]))
+
+
+def check_kills(zel, cycles):
+    """However often the service is killed, each hit is stored once."""
+    rules, rolls, sent = write_rule(zel, 7), random.Random(1), 0
+    for _ in range(cycles):
+        service = Service(zel, hunt_rules=[rules])
+        for _ in range(rolls.randrange(1, 4)):
+            sent += service.events([record(n) for n in range(sent, sent + 20)])["accepted"]
+        if rolls.random() < 0.5:
+            time.sleep(rolls.uniform(0, 0.3))  # where it is killed; nothing is expected of it
+        service.end(signal.SIGKILL)
+    with Service(zel, hunt_rules=[rules]) as service:
+        service.events([record(sent)])
+        await_tested(zel, service, 1)
+    zel.check("each hit once", {(n, "7"): 1 for n in range(7, sent, 10)}, marks(zel))
+
+
+def main():
+    failures = 0
+    for check, arguments in ((check_live, ()), (check_failures, ()), (check_kills, (6,))):
+        with Zel(sys.argv[1]) as zel:
+            began = time.time()
+            check(zel, *arguments)
+            failures += zel.failures
+            print(f"{check.__name__}: {time.time() - began:.1f} s")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
