@@ -10,6 +10,9 @@ _zel_flags() { # COMMAND: its flags
             --where --cmd-line --user --computer --pid --port --grep --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
             --histogram --trailer --no-pager --tz ;;
+        follow) echo --help --action --object --actor-path --target-path --pattern --hash --ip --correlation --type-id \
+            --actor-uid --where --cmd-line --user --computer --pid --port --grep --from --limit --with-position \
+            --reconnect --output --fields --tz ;;
         hunt) echo --help --since --until --day --where --cmd-line --user --computer --pid --port --grep --min-level \
             --tag --status --placeholders --audit-log --summary --enrich --check --explain --strict --output --no-pager --tz ;;
         sql) echo --help --output ;;
@@ -28,7 +31,7 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query hunt sql tree enrich purge info monitor settings serve status config machine ;;
+        "") echo ingest query follow hunt sql tree enrich purge info monitor settings serve status config machine ;;
         settings) echo get set unset ;;
         machine | config) echo show ;;
     esac
@@ -37,7 +40,7 @@ _zel_commands() { # COMMAND: the commands that may follow
 _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for all of them
     case $2 in
         --store | --socket | --config | --position | --tail | --machine | --placeholders) echo FILE ;;
-        --since | --until) echo now today yesterday -1h -1d -1w ;;
+        --since | --until | --from) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --tz) echo local UTC ;;
         --histogram) echo 1m 1h 1d 1w ;;
@@ -52,7 +55,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             session etw amsi ;;
         -o | --output)
             case $1 in
-                query) echo ndjson json ocsf table csv timesketch ;;
+                query | follow) echo ndjson json ocsf table csv timesketch ;;
                 sql) echo table csv ndjson ;;
                 hunt) echo ndjson json table csv ;;
                 tree) echo tree json ndjson ;;
@@ -108,7 +111,7 @@ _zel_complete() {
     if [ -z "$values" ]; then
         case $cur,$command in
             -*) values="$(_zel_flags "$command")${command:+ --store --socket --config --keep-temporary --verbose}" ;;
-            *,ingest | *,enrich | *,query | *,hunt) values=FILE ;;
+            *,ingest | *,enrich | *,query | *,follow | *,hunt) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac
     fi

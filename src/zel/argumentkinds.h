@@ -48,6 +48,7 @@ inline void AddTexts(CLI::App& command, const char* name, std::vector<std::strin
 
 // The commands that ask, in askarguments.cpp.
 void AddQuery(CLI::App& command, Run& run);
+void AddFollow(CLI::App& command, Run& run);
 void AddHunt(CLI::App& command, Run& run);
 void AddSql(CLI::App& command, Run& run);
 void AddTree(CLI::App& command, Run& run);

@@ -174,6 +174,7 @@ constexpr struct {
 } rows[] = {
     {"ingest", "Store events of files", AddIngest},
     {"query", "Print events", AddQuery},
+    {"follow", "Print events as the agent accepts them", AddFollow},
     {"hunt", "Print events that Sigma rules fit", AddHunt},
     {"sql", "Ask in SQL", AddSql},
     {"tree", "Print a process with its ancestors and descendants", AddTree},

@@ -25,8 +25,18 @@ void AddConditions(CLI::App& command, QueryOptions& options) {
              "Number of the event type, such as 8001");
     AddTexts(command, "--actor-uid", options.actorUids, "UID",
              "Identifier of the acting process, as its source gave it");
-    AddText(command, "--key", options.key, "KEY",
-            "The one event with this key, as --with-key and --print-keys tell it");
+}
+
+// A document takes the place of what asks something, as it stands so far: flags that are added
+// behind this say how the answer looks, and suit a document as well.
+void LeaveToDocument(CLI::App& command, const CLI::Option* document) {
+    const std::vector<CLI::Option*> asking = command.get_options(
+        [document](const CLI::Option* o) { return o != document && o->get_name() != "--help"; });
+    command.parse_complete_callback([asking, document] {
+        for (const CLI::Option* const option : asking)
+            if (option->count() != 0 && document->count() != 0)
+                throw CLI::ExcludesError(option->get_name(), "DOCUMENT");
+    });
 }
 
 // What is tested on an event's text suits a document as well as the flags.
@@ -106,19 +116,13 @@ void AddQuery(CLI::App& command, Run& run) {
                 "input");
     AddTimes(command, options);
     AddConditions(command, options);
+    AddText(command, "--key", options.key, "KEY",
+            "The one event with this key, as --with-key and --print-keys tell it");
     AddText(command, "--limit", options.limit, "NUMBER", "Print at most so many events");
     command.add_flag("--enrichments", options.enrichments, "Join the enrichments to each event");
     command.add_flag("--no-live-enriched", options.noLiveEnriched,
                      "Leave out events that have a live enrichment");
-    // What asks something, as it stands so far: flags that are added below say how the answer
-    // looks, and suit a document as well.
-    const std::vector<CLI::Option*> asking = command.get_options(
-        [document](const CLI::Option* o) { return o != document && o->get_name() != "--help"; });
-    command.parse_complete_callback([asking, document] {
-        for (const CLI::Option* const option : asking)
-            if (option->count() != 0 && document->count() != 0)
-                throw CLI::ExcludesError(option->get_name(), "DOCUMENT");
-    });
+    LeaveToDocument(command, document);
     AddTextConditions(command, options);
     AddText(command, "--machine", options.machine, "FILE",
             "Read paths as on the machine that FILE describes (`zel machine show` writes one), "
@@ -136,6 +140,36 @@ void AddQuery(CLI::App& command, Run& run) {
     command.add_flag("--explain", options.explain,
                      "Print the document that the flags make, and run nothing");
     AddAnswer(command, options.answer, keys);
+}
+
+void AddFollow(CLI::App& command, Run& run) {
+    FollowOptions& options = OptionsOf(command, run, RunFollow);
+    QueryOptions& question = options.question;
+    command.footer("Conditions are those of `query`. docs/service.md tells the rest.");
+    CLI::Option* const document =
+        AddText(command, "DOCUMENT", question.document, "",
+                "An event_query document in place of the flags: JSON, a file, or - for standard "
+                "input");
+    AddConditions(command, question);
+    LeaveToDocument(command, document);
+    AddTextConditions(command, question);
+    AddText(command, "--from", options.from, "POSITION",
+            "Where to begin: a position that was told, a time as for --since of `query`, or now");
+    AddText(command, "--limit", question.limit, "NUMBER", "End behind so many events");
+    command.add_flag("--with-position", options.withPosition,
+                     "Put a member \"position\" in front of those of each event");
+    command.add_flag("--reconnect", options.reconnects,
+                     "When the agent goes away, wait for it and go on where it was");
+    command
+        .add_option("-o,--output", question.answer.output,
+                    "By default table on a terminal, else ndjson: one JSON text a line")
+        ->check(CLI::IsMember({"ndjson", "json", "ocsf", "table", "csv", "timesketch"}))
+        ->type_name("FORM");
+    AddText(command, "--fields", question.answer.fields, "LIST",
+            "Print these columns alone, such as time,action,target_path; also JSON pointers");
+    AddText(command, "--tz", question.answer.zone, "ZONE",
+            "Print times of this zone, such as Europe/Berlin or local, and read those without one "
+            "in it");
 }
 
 void AddHunt(CLI::App& command, Run& run) {

@@ -80,6 +80,16 @@ struct QueryOptions {
 // 2 for a question that can't be asked, 3 when the store can't be opened.
 int RunQuery(const QueryOptions& options);
 
+struct FollowOptions {
+    QueryOptions question;      // what is asked of events, and how they look
+    std::string from;           // a position, a time or "now", which an empty one means
+    bool withPosition = false;  // a member "position" in front of each event's others
+    bool reconnects = false;    // goes on when an agent that went away is back
+};
+// Prints events as the agent accepts them, until it is told to end: 0 by SIGTERM. 3 when the agent
+// is not there or goes away; behind a limit 0, or 4 when events were missing.
+int RunFollow(const FollowOptions& options);
+
 struct SqlOptions {
     std::string statement;  // several, or a command of the shell; empty: standard input
     std::string output;     // table, csv or ndjson; empty: table on a terminal, else ndjson

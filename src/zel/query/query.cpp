@@ -3,14 +3,13 @@
 #include "connection/storesession.h"
 #include "zel/commands.h"
 #include "zel/query/answer.h"
-#include "zel/query/documentcheck.h"
+#include "zel/query/askeddocument.h"
 #include "zel/query/querydocument.h"
 #include "zel/query/resultintake.h"
 #include "zel/query/textconditions.h"
 #include "zel/query/trailer.h"
 #include "zel/query/walk.h"
 #include "zel/query/whynothing.h"
-#include "zel/terminal/inputfile.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/pager.h"
@@ -38,39 +37,6 @@ namespace {
 using web::json::value;
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
-
-// The argument is JSON, or names a file that holds some. What begins like JSON is never taken for a
-// file's name, so a document with a slip gets a message about JSON.
-bool ReadDocument(const std::string& argument, value* document, std::string* problem) {
-    constexpr std::size_t largest = 16U << 20;  // bytes; parsed it takes twenty times as much
-    const std::size_t first = argument.find_first_not_of(" \t\r\n");
-    std::string text = argument;
-    const bool isJson = first == argument.npos || argument[first] == '{' || argument[first] == '[';
-    if (!isJson && !ReadInputFile(argument, largest, &text, problem))
-        return false;
-    return ParseDocument(text, document, problem);
-}
-
-bool GetDocument(const QueryOptions& options, const TextConditions& conditions, value* document,
-                 std::string* problem) {
-    return options.document.empty()
-               ? BuildDocument(options, document, problem, NarrowingOf(conditions))
-               : ReadDocument(options.document, document, problem);
-}
-
-// Tells all that is wrong with the document. False when it is not to be run. Notes are left out
-// beside errors: they would bury them, and may be gone once those are mended.
-bool Accepts(const value& document) {
-    constexpr std::size_t mostTold = 20;
-    const DocumentFindings found = CheckDocument(document);
-    for (std::size_t i = 0; i < found.errors.size() && i < mostTold; ++i)
-        Say(found.errors[i]);
-    if (found.errors.size() > mostTold)
-        Say("and " + std::to_string(found.errors.size() - mostTold) + " more");
-    for (std::size_t i = 0; found.errors.empty() && i < found.warnings.size(); ++i)
-        Say("note: " + found.warnings[i]);
-    return found.errors.empty();
-}
 
 // A position is told also when nothing came, so that a script can go on with what was printed last,
 // whatever it was.
@@ -274,18 +240,9 @@ int RunQuery(const QueryOptions& options) {
     if (!options.machine.empty() && !UseMachine(options.machine))
         return exitCode::usage;
     value document;
-    std::string problem;
     TextConditions conditions;
-    const bool isThere = ReadTextConditions(options, &conditions, &problem) &&
-                         GetDocument(options, conditions, &document, &problem);
-    if (Interrupted())
-        return exitCode::interrupted;
-    if (!isThere) {
-        Say(problem);
-        return exitCode::usage;
-    }
-    if (!Accepts(document))
-        return exitCode::usage;
+    if (const int end = ReadAsked(options, &conditions, &document); end != exitCode::done)
+        return end;
     Output output;
     if (!options.explain)
         return output.Finish(AskStore(options, conditions, document, output));
