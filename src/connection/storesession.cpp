@@ -133,9 +133,12 @@ std::vector<DatabaseError> StoreSession::TakeDatabaseErrors() {
     return errors;
 }
 
+// A read that was broken off, since somebody had enough of it, stands in the table as well.
 std::uint32_t StoreSession::TellDatabaseErrors() {
     std::uint32_t total = 0;
     for (const DatabaseError& error : TakeDatabaseErrors()) {
+        if (error.lastResult == static_cast<std::int32_t>(ZEL::hr::aborted))
+            continue;
         total += error.count;
         listener_.Say(error.Text());
     }

@@ -109,11 +109,12 @@ private:
 
 thread_local Questions::Run* Questions::Run::ofThread = nullptr;
 
-// What was met ahead of the rows goes out ahead of them.
+// What was met ahead of the rows goes out ahead of them. Who has enough ends the query and says
+// well: a result that is refused would count as a folder that can't be read.
 HRESULT Questions::Run::TakeRows(ZEL::IValueCollection& rows, ZEL::IStringValue* resumeTime,
                                  std::int32_t resumeSequence) {
-    if (hasEnough_ || isOverTime_)
-        return hr::aborted;
+    if (hasEnough_ || isOverTime_ || stream->IsCancelled())
+        return hr::ok;
     auto count = static_cast<std::int64_t>(rows.Count());
     if (question_.limit >= 0 && rows_ + count > question_.limit) {
         count = question_.limit - rows_;
@@ -130,7 +131,7 @@ HRESULT Questions::Run::TakeRows(ZEL::IValueCollection& rows, ZEL::IStringValue*
     ready_.clear();
     if (!isTaken)
         End();
-    return isTaken && !hasEnough_ ? hr::ok : hr::aborted;
+    return hr::ok;
 }
 
 void Questions::Run::PutReports() {
