@@ -19,14 +19,15 @@ from zelcommand import Zel  # noqa: E402
 
 
 def fill(volume, leave):
-    """Takes all room but so much."""
+    """Takes all room but so much; with 0 also what only the system's own user may have."""
     path = os.path.join(volume, "other")
     with open(path, "ab", buffering=0) as file:
-        try:
-            while (room := free(volume) - leave) > 0:
-                os.posix_fallocate(file.fileno(), os.fstat(file.fileno()).st_size, max(4096, room))
-        except OSError:
-            pass
+        for piece in (16 << 20, 1 << 20, 1 << 16, 1 << 12):
+            try:
+                while leave == 0 or free(volume) - leave > piece:
+                    os.posix_fallocate(file.fileno(), os.fstat(file.fileno()).st_size, piece)
+            except OSError:
+                pass
     return path
 
 

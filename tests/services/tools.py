@@ -3,6 +3,7 @@
 tools.py ZEL SAMPLE [NAME...]
 """
 import http.client
+import re
 import signal
 import socket
 import threading
@@ -147,6 +148,16 @@ def check_prometheus(zel, lines):
         ended(client)
 
 
+def check_alarms(zel, _):
+    """Every metric that the documents name is there."""
+    with Service(zel) as service:
+        metrics = service.ask("GET", "/metrics")[1].decode()
+        for document in ("operations.md", "service.md"):
+            with open(os.path.join(FOLDER, "..", "..", "docs", document), encoding="utf-8") as text:
+                told = set(re.findall(r"\bzel_[a-z_]+", text.read()))
+            zel.check(document, [], sorted(name for name in told if f"# TYPE {name} " not in metrics))
+
+
 def value(port, name):
     """The sum over a metric's labels, as Prometheus has it; None without one."""
     try:
@@ -159,4 +170,4 @@ def value(port, name):
 
 
 if __name__ == "__main__":
-    sys.exit(run_checks(*sys.argv[1:3], (check_curl, check_units, check_activation, check_restarts, check_prometheus)))
+    sys.exit(run_checks(*sys.argv[1:3], (check_curl, check_units, check_activation, check_restarts, check_alarms, check_prometheus)))
