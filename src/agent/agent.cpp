@@ -274,12 +274,13 @@ bool Agent::End() {
         hunt_->Stop();
     if (feeder_)
         feeder_->Stop(longestDrain);
-    const bool isWritten = store_.Close();
+    store_.Close();
     const bool isSettled = !feeder_ || feeder_->Settle();
     const Ledger left = feeder_ ? spool_.Account() : Ledger{};
     if (left.waiting > 0)
         log_.Say(std::to_string(left.waiting) + " event(s) wait in the spool for the next start");
-    return isWritten && isSettled && left.waiting + left.waitingEnrichments == 0;
+    // Not what Close says: an answer that somebody had enough of is a failed read to the store.
+    return store_.Emptied() && isSettled && left.waiting + left.waitingEnrichments == 0;
 }
 
 }  // namespace

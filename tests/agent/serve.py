@@ -50,6 +50,7 @@ def check_forms(zel, sample, raw, event_log):
         service.await_stored()  # then ask for a part: who has enough is no failure that the end would tell
         everything = '{"event_query":{"events":[{"begin_time":{"value":"2000-01-01T00:00:00.000Z"}}]}}'
         zel.check("a part", 4, service.ask("POST", "/v1/query?limit=3", everything)[1].count(b"\n"))
+        zel.check("an event", 2, service.ask("GET", "/v1/follow?limit=1&position=2000-01-01T00:00:00.000Z")[1].count(b"\n"))
         service.await_word("WATCHDOG=1")
     service.await_word("STOPPING=1")
     zel.check("end", 0, service.process.returncode)
