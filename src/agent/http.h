@@ -22,6 +22,7 @@ struct HttpHead {
     std::string host, origin, fetchSite, authorization, accept;
     std::string contentType, contentEncoding, idempotencyKey;
     bool hasBody = false;
+    bool isChunked = false;
     std::uint64_t bodyLength = 0;  // 0 when it comes in chunks
     std::uint16_t port = 0;        // that it came to; 0: the socket
     Peer peer;                     // at the socket
@@ -43,6 +44,26 @@ struct HttpReply {
     std::shared_ptr<AnswerStream> stream = nullptr;
 };
 
+// What is to be done behind a piece of a body.
+struct BodyStep {
+    std::optional<HttpReply> reply;  // that, and the rest of the body is not wanted
+    bool again = false;              // without one: call again, there is more of what was given
+};
+
+// Takes a body piece by piece, so that it may have any length. One call at a time, on any thread,
+// the next when the one before has told its step.
+class BodyTaker {
+public:
+    using Next = std::function<void(BodyStep)>;
+
+    virtual ~BodyTaker() = default;
+    // `next` is to be called once, at any time, on any thread. Behind the last piece, which may be
+    // empty, it has a reply at some time.
+    virtual void Take(std::string piece, bool isLast, const Next& next) = 0;
+    // In place of the next piece: the server stops, and this is the reply.
+    virtual HttpReply Interrupt() = 0;
+};
+
 // Who answers. Any thread.
 class IHttpHandler {
 public:
@@ -51,6 +72,9 @@ public:
     // Ahead of the body: why the request is not taken, or nothing. On the thread that serves all
     // connections, so it must be quick.
     virtual std::optional<HttpReply> Refuse(const HttpHead& head) = 0;
+    // Who takes the body of a request that was not refused; null: it is to be handed over as a
+    // whole. On the same thread.
+    virtual std::shared_ptr<BodyTaker> TakerOf(const HttpHead& head) = 0;
     // `answer` is to be called once, at any time, on any thread.
     virtual void Handle(HttpRequest request, Answer answer) = 0;
 

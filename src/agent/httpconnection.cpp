@@ -34,6 +34,8 @@ constexpr auto bodyGrace = seconds(10);
 constexpr auto writeTime = seconds(30);
 constexpr auto lingerTime = seconds(2);
 constexpr std::size_t lingerBytes = 1U << 20;
+constexpr std::size_t pieceBytes = 1U << 20;  // of a body that is taken in pieces
+constexpr auto pieceTime = std::chrono::milliseconds(200);
 
 std::string Text(beast::string_view text) {
     return {text.data(), text.size()};
@@ -84,6 +86,12 @@ private:
     HttpHead Head() const;
     void ReadBody();
     void ReadSome();
+    void ReadPiece();
+    void OnPieceRead(ErrorCode error, std::size_t bytes);
+    void OfferPiece();
+    void GivePiece(std::string piece, bool isLast);
+    void OnPieceTaken(BodyStep step);
+    void EndPieces(HttpReply reply);
     void HandOver();
     void RefuseUnread(ErrorCode error);
     void Write(HttpReply reply);
@@ -113,6 +121,15 @@ private:
     bool isHeadRequest_ = false;
     SteadyClock::time_point since_ = SteadyClock::now();
     std::uint64_t bodyRead_ = 0;
+    // While a body is taken in pieces.
+    std::shared_ptr<BodyTaker> taker_;
+    asio::steady_timer pieceTimer_{server_.context};
+    std::optional<SteadyClock::time_point> pieceSince_;  // when its first byte came
+    SteadyClock::time_point pausedSince_;
+    std::optional<HttpReply> early_;  // waits for the end of a read
+    bool isReading_ = false;
+    bool isTaking_ = false;
+    bool gaveLast_ = false;
     std::size_t lingered_ = 0;
 };
 
@@ -165,6 +182,7 @@ HttpHead Connection::Head() const {
     head.contentEncoding = field(http::field::content_encoding);
     head.idempotencyKey = Text(message["Idempotency-Key"]);
     head.bodyLength = head_->content_length().value_or(0);
+    head.isChunked = head_->chunked();
     head.hasBody = head_->chunked() || head.bodyLength > 0;
     head.port = port_;
     head.peer = peer_;
@@ -200,7 +218,11 @@ void Connection::ReadBody() {
     const bool expects =
         beast::iequals(head_->get()[http::field::expect], "100-continue") && told_.hasBody;
     request_.emplace(std::move(*head_));
-    request_->body_limit(server_.limits.body);
+    taker_ = server_.handler.TakerOf(told_);
+    if (taker_)
+        request_->body_limit(boost::none);
+    else
+        request_->body_limit(server_.limits.body);
     since_ = SteadyClock::now();
     bodyRead_ = 0;
     if (!expects)
@@ -215,6 +237,10 @@ void Connection::ReadBody() {
 }
 
 void Connection::ReadSome() {
+    if (taker_) {
+        pausedSince_ = since_;
+        return ReadPiece();
+    }
     if (request_->is_done())
         return HandOver();
     stream_.expires_at(since_ + bodyGrace +
@@ -226,6 +252,97 @@ void Connection::ReadSome() {
                                   return self->RefuseUnread(error);
                               self->ReadSome();
                           });
+}
+
+// Of a body that is taken in pieces one piece is read while the one before is being taken, and no
+// more: the peer waits. What it waits for us does not count against it.
+void Connection::ReadPiece() {
+    if (isReading_ || request_->is_done() || request_->get().body().size() >= pieceBytes)
+        return;
+    isReading_ = true;
+    since_ += SteadyClock::now() - pausedSince_;
+    stream_.expires_at(since_ + bodyGrace +
+                       seconds(static_cast<std::int64_t>(bodyRead_ / slowestBody)));
+    http::async_read_some(stream_, buffer_, *request_,
+                          [self = shared_from_this()](ErrorCode error, std::size_t bytes) {
+                              self->OnPieceRead(error, bytes);
+                          });
+}
+
+void Connection::OnPieceRead(ErrorCode error, std::size_t bytes) {
+    isReading_ = false;
+    bodyRead_ += bytes;
+    pausedSince_ = SteadyClock::now();
+    if (early_)
+        return EndPieces(std::move(*early_));
+    if (error) {
+        taker_.reset();
+        return RefuseUnread(error);
+    }
+    if (!pieceSince_)
+        pieceSince_ = pausedSince_;
+    OfferPiece();
+    ReadPiece();
+}
+
+// A piece goes when it is large enough, when it has waited long enough, or when it is the last.
+void Connection::OfferPiece() {
+    if (!taker_ || isTaking_)
+        return;
+    std::string& body = request_->get().body();
+    const bool isLast = request_->is_done();
+    if (body.empty() && !isLast)
+        return;
+    const auto due = pieceSince_.value_or(SteadyClock::now()) + pieceTime;
+    if (isLast || body.size() >= pieceBytes || SteadyClock::now() >= due) {
+        pieceSince_.reset();
+        return GivePiece(std::exchange(body, {}), isLast);
+    }
+    pieceTimer_.expires_at(due);
+    pieceTimer_.async_wait([self = shared_from_this()](ErrorCode error) {
+        if (!error)
+            self->OfferPiece();
+    });
+}
+
+void Connection::GivePiece(std::string piece, bool isLast) {
+    isTaking_ = true;
+    gaveLast_ = isLast;
+    auto next = [self = Kept()](BodyStep step) {
+        asio::post(self->server_.context, [self, step = std::move(step)]() mutable {
+            self->OnPieceTaken(std::move(step));
+        });
+    };
+    asio::post(server_.workers, [taker = taker_, piece = std::move(piece), isLast, next]() mutable {
+        taker->Take(std::move(piece), isLast, next);
+    });
+}
+
+void Connection::OnPieceTaken(BodyStep step) {
+    isTaking_ = false;
+    if (!taker_)
+        return;
+    if (!step.reply && server_.stopping)
+        step.reply = taker_->Interrupt();
+    if (!step.reply && step.again)
+        return GivePiece(std::string(), gaveLast_);
+    if (!step.reply) {
+        OfferPiece();
+        return ReadPiece();
+    }
+    if (!isReading_)
+        return EndPieces(std::move(*step.reply));
+    early_ = std::move(step.reply);
+    stream_.cancel();
+}
+
+void Connection::EndPieces(HttpReply reply) {
+    early_.reset();
+    taker_.reset();
+    pieceSince_.reset();
+    reply.closes = reply.closes || !request_->is_done();
+    request_.reset();
+    Write(std::move(reply));
 }
 
 // What could not be read to its end. A peer that went away or was too slow hears nothing.

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "agent/askroutes.h"
+#include "agent/takestream.h"
 #include "common/jsontext.h"
 
 // All paths in one table. The name of a row is what metrics call it, so that no path that a peer
@@ -156,6 +157,56 @@ std::optional<HttpReply> Routes::Refuse(const HttpHead& head) {
     if (refusal && refusal->status != 404)
         parts_.log.SaySeldom("a request was refused with " + std::to_string(refusal->status));
     return refusal;
+}
+
+namespace {
+
+// Counts a request that is taken in pieces as Routes does those that are whole.
+class CountedTaker final : public BodyTaker, public std::enable_shared_from_this<CountedTaker> {
+public:
+    CountedTaker(AgentParts& parts, std::string_view route, std::shared_ptr<BodyTaker> taker)
+        : parts_(parts), route_(route), taker_(std::move(taker)) {
+        ++parts_.log.inFlight;
+    }
+    ~CountedTaker() override { --parts_.log.inFlight; }
+    CountedTaker(const CountedTaker&) = delete;
+    CountedTaker& operator=(const CountedTaker&) = delete;
+
+    void Take(std::string piece, bool isLast, const Next& next) override {
+        const Next counted = [self = shared_from_this(), next](BodyStep step) {
+            if (step.reply)
+                self->Count(*step.reply);
+            next(std::move(step));
+        };
+        try {
+            taker_->Take(std::move(piece), isLast, counted);
+        } catch (const std::exception& error) {
+            parts_.log.SaySeldom(std::string("a request failed: ") + error.what());
+            counted({PlainReply(503, "the request can't be worked on"), false});
+        }
+    }
+
+    HttpReply Interrupt() override {
+        HttpReply reply = taker_->Interrupt();
+        Count(reply);
+        return reply;
+    }
+
+private:
+    void Count(const HttpReply& reply) { parts_.log.CountRequest(route_, reply.status); }
+
+    AgentParts& parts_;
+    const std::string_view route_;
+    const std::shared_ptr<BodyTaker> taker_;
+};
+
+}  // namespace
+
+std::shared_ptr<BodyTaker> Routes::TakerOf(const HttpHead& head) {
+    const Route* const route = FindRoute(head.path);
+    if (!head.isChunked || route == nullptr || route->handle != TakeEvents)
+        return nullptr;
+    return std::make_shared<CountedTaker>(parts_, route->name, MakeEventTaker(parts_, head));
 }
 
 // A request that was cut counts with the code 0.

@@ -12,6 +12,7 @@ public:
         : parts_(parts), tokens_(tokens), rights_(rights) {}
 
     std::optional<HttpReply> Refuse(const HttpHead& head) override;
+    std::shared_ptr<BodyTaker> TakerOf(const HttpHead& head) override;
     void Handle(HttpRequest request, Answer answer) override;
 
 private:

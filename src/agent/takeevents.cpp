@@ -1,10 +1,6 @@
-#include <algorithm>
-
 #include "agent/body.h"
-#include "agent/linestream.h"
+#include "agent/eventtally.h"
 #include "agent/parts.h"
-#include "common/jsontext.h"
-#include "common/textbridge.h"
 
 // POST /v1/events: lines of any format, or a file of one that has no lines. The answer counts what
 // became of them and tells the first that were rejected, each by its line.
@@ -13,13 +9,10 @@ namespace zel {
 
 namespace {
 
-constexpr std::size_t mostTold = 20;
-
-using Problems = LineProblems;
-
 // A file is told by its first bytes alone; everything else is lines. False, with the reply, for a
 // body that can't be told apart.
-bool ReadBody(const HttpRequest& request, Intake& intake, Problems* problems, HttpReply* reply) {
+bool ReadBody(const HttpRequest& request, Intake& intake, LineProblems* problems,
+              HttpReply* reply) {
     const std::string& key = request.head.idempotencyKey;
     const auto note = [&](std::uint64_t number, const Intake::Outcome& outcome) {
         if (!outcome.problem.kind.empty())
@@ -41,19 +34,6 @@ bool ReadBody(const HttpRequest& request, Intake& intake, Problems* problems, Ht
     return isGood;
 }
 
-std::string Summary(const Delivery& delivery, const Problems& problems, std::uint64_t duplicates) {
-    std::string text = "{\"accepted\":" + std::to_string(delivery.items.size() - duplicates) +
-                       ",\"duplicate\":" + std::to_string(duplicates) +
-                       ",\"rejected\":" + std::to_string(problems.size()) + ",\"errors\":[";
-    for (std::size_t i = 0; i < std::min(problems.size(), mostTold); ++i) {
-        const auto& [line, problem] = problems[i];
-        const std::string reason = problem.Text();
-        text.append(i > 0 ? "," : "").append("{\"line\":" + std::to_string(line) + ",\"reason\":");
-        text += wm::JsonString(wm::IsUtf8(reason) ? reason : std::string(problem.kind)) + "}";
-    }
-    return text + "]}\n";
-}
-
 }  // namespace
 
 void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer) {
@@ -62,7 +42,7 @@ void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Ans
             UnpackBody(request.head, parts.config->inflatedSize, &request.body, &words))
         return answer(PlainReply(status, words));
     Intake intake(parts.store, parts.config.Now());
-    auto problems = std::make_shared<Problems>();
+    auto problems = std::make_shared<LineProblems>();
     HttpReply refusal;
     if (!ReadBody(request, intake, problems.get(), &refusal))
         return answer(std::move(refusal));
@@ -75,14 +55,10 @@ void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Ans
                             {{"Retry-After", "5"}}};
             return answer(std::move(reply));
         }
-        for (const auto& [line, problem] : *problems)
-            parts.log.CountRejected(problem.kind);
-        const auto duplicates = static_cast<std::uint64_t>(
-            std::count_if(delivery->items.begin(), delivery->items.end(),
-                          [](const SpoolItem& item) { return item.isDuplicate; }));
-        parts.log.duplicates += duplicates;
+        EventTally tally;
+        tally.Add(*delivery, *problems, parts.log);
         HttpReply reply;
-        reply.body = Summary(*delivery, *problems, duplicates);
+        reply.body = tally.Json();
         answer(std::move(reply));
     };
     if (delivery->items.empty())

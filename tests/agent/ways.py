@@ -2,18 +2,23 @@
 
 ways.py ZEL AUDIT
 """
+import gzip
 import json
 import os
 import random
+import re
 import shutil
 import signal
 import subprocess
 import sys
 import time
+import zlib
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
 from agentprocess import LIMIT, Service, holds, record  # noqa: E402
 from zelcommand import Zel, read_records  # noqa: E402
+
+MOST_MEMORY = 200  # MB; the bodies are 60 MB, and the store itself holds up to 64 MB
 
 
 class Grower:
@@ -102,9 +107,54 @@ def check_input(zel):
     zel.check("all", len(lines), len(zel.rows("--since", "2000-01-01", "--print-keys")))
 
 
+def stream(service, lines, **headers):
+    """The answer to lines that are sent in chunks, some in each."""
+    packed = headers.get("Content-Encoding") == "gzip"
+    packer = zlib.compressobj(wbits=31)
+
+    def chunks():
+        for at in range(0, len(lines), 997):
+            chunk = b"".join(line + b"\n" for line in lines[at:at + 997])
+            yield packer.compress(chunk) + packer.flush(zlib.Z_SYNC_FLUSH) if packed else chunk
+        if packed:
+            yield packer.flush()
+
+    status, body, _ = service.ask("POST", "/v1/events", chunks(), headers)
+    return status, json.loads(body)
+
+
+def check_streams(zel):
+    """A body of any length, packed or not, is taken in pieces, in bounded memory, and waits where there is no room."""
+    lines = [record(number)[:-1] + b',"x":"%s"}' % (b"x" * 1000) for number in range(30000)]
+    lines[1000], lines[25000] = b"nonsense", b"y" * 3000000
+    with Service(zel, http_body_size="1M", http_inflated_size="1M") as service:
+        for headers in ({}, {"Content-Encoding": "gzip"}):
+            status, answer = stream(service, lines, **headers)
+            zel.check("counts", (200, 29998, 2, [1001, 25001]),
+                      (status, answer["accepted"], answer["rejected"], [error["line"] for error in answer["errors"]]))
+        with open(f"/proc/{service.process.pid}/status", encoding="utf-8") as file:
+            most = int(re.search(r"VmHWM:\s+(\d+)", file.read()).group(1)) // 1024
+        zel.check("memory", True, most < MOST_MEMORY or most)
+        bad = iter([gzip.compress(b"\n".join(lines[:10])) + b"no more"])
+        status, body, _ = service.ask("POST", "/v1/events", bad, {"Content-Encoding": "gzip"})
+        zel.check("damage", (400, 1), (status, json.loads(body)["next_line"]))
+        status, body, _ = service.ask("POST", "/v1/events", iter([b"[" + b",".join(lines[:5]), b"]"]))
+        zel.check("array", (200, 5), (status, json.loads(body)["accepted"]))
+    with Service(zel, spool_max_size="1M", spool_hold=0) as service:
+        rest = lines[2000:4000]
+        while rest:
+            status, answer = stream(service, rest)
+            zel.check("told where to go on", answer["next_line"] - 1 if status == 503 else len(rest),
+                      answer["accepted"] + answer["rejected"])
+            rest = rest[answer["next_line"] - 1:] if status == 503 else []
+            time.sleep(0.1)
+        zel.check("all", 29998 * 2 + 5 + 2000, service.status()["ledger"]["accepted"])
+
+
 def main():
     audit, failures = read_records(sys.argv[2]), 0
-    for check, arguments in ((check_tail, ()), (check_tail_of_audit, (audit,)), (check_input, ())):
+    for check, arguments in ((check_tail, ()), (check_tail_of_audit, (audit,)), (check_input, ()),
+                             (check_streams, ())):
         with Zel(sys.argv[1]) as zel:
             began = time.time()
             check(zel, *arguments)
