@@ -105,7 +105,7 @@ HttpReply Forbidden(Right needed) {
 }  // namespace
 
 std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed,
-                                      const AccessTokens& tokens, const GroupRights& rights) {
+                                      const AccessRules& rules) {
     if (!IsOwnHost(head.host, head.port))
         return PlainReply(421, "this is not " + (head.host.empty() ? "that host" : head.host));
     const bool isSameSite =
@@ -113,11 +113,13 @@ std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed,
     if (!head.origin.empty() || !isSameSite)
         return PlainReply(403, "pages of browsers have no access");
     if (head.port == 0)
-        return rights.Has(head.peer, needed) ? std::nullopt : std::optional(Forbidden(needed));
+        return rules.rights.Has(head.peer, needed) ? std::nullopt
+                                                   : std::optional(Forbidden(needed));
     if (needed == Right::annotate || needed == Right::administer)
         return PlainReply(403, "that is for the socket alone");
     if (needed == Right::none ||
-        IsAllowed(head.authorization, needed == Right::write ? tokens.write : tokens.read))
+        IsAllowed(head.authorization,
+                  needed == Right::write ? rules.tokens.write : rules.tokens.read))
         return std::nullopt;
     HttpReply refusal = PlainReply(401, "a token is needed");
     refusal.headers.emplace_back("WWW-Authenticate", "Basic realm=\"zel\"");

@@ -14,13 +14,18 @@ struct AccessTokens {
     std::string read;
 };
 
+// Who may do what.
+struct AccessRules {
+    AccessTokens tokens;
+    GroupRights rights;
+};
+
 // The first line of the file, which must be at least 16 characters. False with a message.
 bool ReadToken(const std::string& file, std::string* token, std::string* problem);
 
 // Why a request is not taken, by its head alone. Browsers are kept out: they reach every port of
 // the machine for any page, and tell so by headers that no shipper sends.
-std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed,
-                                      const AccessTokens& tokens, const GroupRights& rights);
+std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed, const AccessRules& rules);
 
 // Answers of one line.
 HttpReply PlainReply(int status, std::string text);

@@ -63,7 +63,7 @@ void Admission::Submit(std::shared_ptr<Delivery> delivery, Done done) {
     {
         const std::lock_guard hold(mutex_);
         if (!stopping_) {
-            waiters_.push_back({std::move(delivery), std::move(done), Clock::now() + hold_});
+            waiters_.push_back({std::move(delivery), std::move(done), Clock::now() + hold_.load()});
             changed_.notify_all();
             return;
         }

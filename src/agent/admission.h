@@ -42,6 +42,11 @@ public:
     // Once the spool is open: receive-time keys go on behind those of earlier processes.
     void Prepare();
     void Start();
+    // For what comes from now on.
+    void SetLimits(std::uint64_t mostBytes, std::chrono::seconds hold) {
+        mostBytes_ = mostBytes;
+        hold_ = hold;
+    }
     // Refuses what waits and all that comes.
     void Stop();
     // `done` is called once, on the thread that commits: it must not wait. The delivery is not to
@@ -72,8 +77,8 @@ private:
     Spool& spool_;
     ZEL::IEventStore7& store_;
     AgentLog& log_;
-    const std::uint64_t mostBytes_;
-    const std::chrono::seconds hold_;
+    std::atomic<std::uint64_t> mostBytes_;
+    std::atomic<std::chrono::seconds> hold_;
     const std::function<void(const Taken&)> onTaken_;
 
     mutable std::mutex mutex_;

@@ -1,6 +1,7 @@
 #include "agent/agent.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <ctime>
 
@@ -48,6 +49,34 @@ std::shared_ptr<const AcceptedBatch> MakeAcceptedBatch(std::shared_ptr<const Del
     return batch;
 }
 
+bool ReadAccess(const AgentConfig& config, AccessRules* access, std::string* problem) {
+    GroupRights& rights = access->rights;
+    AccessTokens& tokens = access->tokens;
+    return rights.Give(Right::read, config.readGroup, problem) &&
+           rights.Give(Right::write, config.writeGroup, problem) &&
+           rights.Give(Right::annotate, config.annotateGroup, problem) &&
+           rights.Give(Right::administer, config.adminGroup, problem) &&
+           (config.writeTokenFile.empty() ||
+            ReadToken(config.writeTokenFile, &tokens.write, problem)) &&
+           (config.readTokenFile.empty() || ReadToken(config.readTokenFile, &tokens.read, problem));
+}
+
+std::chrono::seconds Seconds(std::uint64_t value) {
+    return std::chrono::seconds(static_cast<std::int64_t>(value));
+}
+
+QuestionLimits QuestionLimitsOf(const AgentConfig& config) {
+    return {config.questionsAtOnce, config.questionsWaiting, Seconds(config.questionTime),
+            Seconds(config.questionStall), static_cast<std::size_t>(config.answerBuffer)};
+}
+
+std::string Listed(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    return list;
+}
+
 // Everything that a running service consists of, in the order in which it is made.
 class Agent {
 public:
@@ -63,14 +92,15 @@ public:
     bool Start() { return OpenStore() && OpenSpool() && Listen(); }
     // Behind Start.
     void GoWays(std::optional<int> input);
-    void Run(int stop);
+    void Run(int stop, const AgentReload& reload);
     // Whether all is in the store.
     bool End();
 
 private:
     bool OpenStore();
     bool OpenSpool();
-    bool GiveRights(std::string* problem);
+    void Reload(const AgentReload& reload);
+    void TakeReloaded(const AgentConfig& config);
     bool ListenAtSocket(std::string* problem);
     bool Listen();
     void TellManager();
@@ -84,14 +114,13 @@ private:
     Spool spool_;
     SpoolPast past_{spool_};
     DiskSight sight_;
-    AccessTokens tokens_;
+    Live<AccessRules> access_{AccessRules{}};
     std::unique_ptr<Followers> followers_;  // outlives those who call it
     std::unique_ptr<LiveHunt> hunt_;        // likewise
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
     std::unique_ptr<Questions> questions_;
-    GroupRights rights_;
     std::unique_ptr<AgentParts> parts_;
     std::unique_ptr<Routes> routes_;
     std::unique_ptr<HttpServer> server_;
@@ -154,13 +183,6 @@ bool Agent::OpenSpool() {
     return true;
 }
 
-bool Agent::GiveRights(std::string* problem) {
-    return rights_.Give(Right::read, config_->readGroup, problem) &&
-           rights_.Give(Right::write, config_->writeGroup, problem) &&
-           rights_.Give(Right::annotate, config_->annotateGroup, problem) &&
-           rights_.Give(Right::administer, config_->adminGroup, problem);
-}
-
 // One that the service manager holds stays while the service is away, so it comes first.
 bool Agent::ListenAtSocket(std::string* problem) {
     int handedOver = -1;
@@ -178,34 +200,24 @@ bool Agent::ListenAtSocket(std::string* problem) {
 
 bool Agent::Listen() {
     std::string problem;
-    if (!GiveRights(&problem)) {
+    AccessRules access;
+    if (!ReadAccess(*config_.Now(), &access, &problem)) {
         log_.Say(problem);
         return false;
     }
-    const auto time = [](std::uint64_t value) {
-        return std::chrono::seconds(static_cast<std::int64_t>(value));
-    };
-    questions_ = std::make_unique<Questions>(
-        *store_,
-        QuestionLimits{config_->questionsAtOnce, config_->questionsWaiting,
-                       time(config_->questionTime), time(config_->questionStall),
-                       static_cast<std::size_t>(config_->answerBuffer)},
-        reports_);
+    access_.Replace(std::move(access));
+    questions_ = std::make_unique<Questions>(*store_, QuestionLimitsOf(*config_.Now()), reports_);
     parts_ = std::unique_ptr<AgentParts>(
         new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_,
                        *questions_, *followers_, *hunt_, wm::FormatUtc(wm::Clock().UtcNow()),
                        static_cast<std::uint64_t>(std::time(nullptr)), version_});
-    routes_ = std::make_unique<Routes>(*parts_, tokens_, rights_);
+    routes_ = std::make_unique<Routes>(*parts_, access_);
     server_ = std::make_unique<HttpServer>(
         *routes_,
         HttpLimits{config_->connections, config_->threads, config_->bodySize, config_->headerTime,
                    config_->idleTime},
         log_.connections);
     const bool listens =
-        (config_->writeTokenFile.empty() ||
-         ReadToken(config_->writeTokenFile, &tokens_.write, &problem)) &&
-        (config_->readTokenFile.empty() ||
-         ReadToken(config_->readTokenFile, &tokens_.read, &problem)) &&
         ListenAtSocket(&problem) &&
         (config_->httpPort == 0 ||
          server_->ListenAt(static_cast<std::uint16_t>(config_->httpPort), &problem));
@@ -245,13 +257,46 @@ void Agent::TellManager() {
     }
 }
 
-void Agent::Run(int stop) {
+// Whatever is wrong is found ahead of the first change. Rules are read anew also where no key has
+// changed: their files may have.
+void Agent::Reload(const AgentReload& reload) {
+    AgentConfig read;
+    AccessRules access;
+    std::string problem;
+    if (!reload.read(&read, &problem) || !ReadAccess(read, &access, &problem)) {
+        log_.Say(problem);
+        log_.Say("the configuration can't be taken: nothing was changed");
+        return;
+    }
+    const ReloadedConfig reloaded = ReloadConfig(*config_.Now(), read);
+    access_.Replace(std::move(access));
+    TakeReloaded(reloaded.config);
+    log_.Say("the configuration was read anew: " + (reloaded.taken.empty()
+                                                        ? "no key has changed"
+                                                        : "changed are " + Listed(reloaded.taken)));
+    if (!reloaded.restarts.empty())
+        log_.Say("what is told of these keys needs a restart: " + Listed(reloaded.restarts));
+}
+
+void Agent::TakeReloaded(const AgentConfig& config) {
+    config_.Replace(config);
+    admission_->SetLimits(config.spoolMaxSize, Seconds(config.spoolHold));
+    spool_.SetLimits({config.idsKept, config.idsAge});
+    questions_->SetLimits(QuestionLimitsOf(config));
+    watch_->LookAtSizeSoon();
+    hunt_->Use(config);
+}
+
+void Agent::Run(int stop, const AgentReload& reload) {
     constexpr int whileReplayingMs = 20;
     while (!log_.Interrupted() && !ways_.HasEnded()) {
         TellManager();
-        pollfd wait{stop, POLLIN, 0};
-        if (::poll(&wait, 1, toldReady_ ? lookMs : whileReplayingMs) == 0 && toldReady_)
+        pollfd waits[] = {{stop, POLLIN, 0}, {reload.descriptor, POLLIN, 0}};
+        if (::poll(waits, 2, toldReady_ ? lookMs : whileReplayingMs) == 0 && toldReady_)
             watch_->Look();
+        std::uint64_t times = 0;
+        if (waits[1].revents != 0 && ::read(reload.descriptor, &times, sizeof(times)) > 0)
+            Reload(reload);
     }
     NotifyManager("STOPPING=1");
 }
@@ -286,12 +331,13 @@ bool Agent::End() {
 }  // namespace
 
 AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
-                  wm::IErrorReportSink* reports, int stop, std::optional<int> input) {
+                  wm::IErrorReportSink* reports, int stop, std::optional<int> input,
+                  const AgentReload& reload) {
     Agent agent(config, version, listener, reports);
     const bool isRunning = agent.Start();
     if (isRunning) {
         agent.GoWays(input);
-        agent.Run(stop);
+        agent.Run(stop, reload);
     }
     const bool isWhole = agent.End();
     return !isRunning ? AgentEnd::notBegun : isWhole ? AgentEnd::done : AgentEnd::left;

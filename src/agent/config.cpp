@@ -122,6 +122,21 @@ struct SetDefault {
     void operator()(std::vector<std::string> C::*place) const { (config.*place).clear(); }
 };
 
+// Takes the value of one key from another configuration. Whether it differed.
+struct TakeValue {
+    AgentConfig& to;
+    const AgentConfig& from;
+    bool isToTake;
+
+    template <typename Value>
+    bool operator()(Value C::*place) const {
+        const bool differs = !(to.*place == from.*place);
+        if (isToTake)
+            to.*place = from.*place;
+        return differs;
+    }
+};
+
 // A size that is a whole number of a unit is shown with it.
 std::string ShownSize(std::uint64_t bytes) {
     constexpr std::string_view letters = "KMGT";
@@ -163,6 +178,15 @@ std::span<const ConfigKey> ConfigKeys() {
     return keys;
 }
 
+ReloadedConfig ReloadConfig(const AgentConfig& now, const AgentConfig& read) {
+    ReloadedConfig all{now, {}, {}};
+    for (const ConfigKey& key : keys)
+        if (std::visit(TakeValue{all.config, read, key.reloads}, key.place))
+            (key.reloads ? all.taken : all.restarts)
+                .push_back(std::string(key.section) + "." + std::string(key.name));
+    return all;
+}
+
 std::string ShowAgentConfig(const AgentConfig& config) {
     std::string text;
     std::string_view section;
@@ -170,7 +194,8 @@ std::string ShowAgentConfig(const AgentConfig& config) {
         if (key.section != section)
             text.append(section.empty() ? "[" : "\n[").append(key.section).append("]\n");
         section = key.section;
-        text.append("# ").append(key.meaning).append("\n").append(key.name).append(" = ");
+        text.append("# ").append(key.meaning).append(key.reloads ? "\n" : " (Needs a restart.)\n");
+        text.append(key.name).append(" = ");
         text.append(std::visit(Shown{config, key}, key.place)).append("\n");
     }
     return text;

@@ -102,6 +102,14 @@ using TellUnknown = std::string (*)(std::string_view what, std::string_view name
 bool ReadAgentConfig(const std::string& file, TellUnknown tellUnknown, AgentConfig* config,
                      std::string* problem);
 
+// What becomes of a configuration when its file is read anew.
+struct ReloadedConfig {
+    AgentConfig config;                 // of `read` what may change while the service runs
+    std::vector<std::string> taken;     // names of keys whose values have changed
+    std::vector<std::string> restarts;  // and of those that a restart will change
+};
+ReloadedConfig ReloadConfig(const AgentConfig& now, const AgentConfig& read);
+
 // All effective values as a file of TOML that gives the same, each with its meaning ahead of it.
 std::string ShowAgentConfig(const AgentConfig& config);
 

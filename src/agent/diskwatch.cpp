@@ -46,6 +46,11 @@ ZEL::HRESULT DiskWatch::PurgeTo(std::uint32_t megabytes) {
     return Purge(Measure(), megabytes);
 }
 
+void DiskWatch::LookAtSizeSoon() {
+    const std::lock_guard hold(mutex_);
+    nextSize_ = 0;
+}
+
 void DiskWatch::Look() {
     const std::lock_guard hold(mutex_);
     LookAtVolumes();

@@ -20,6 +20,8 @@ public:
     // To be called about once a second: looks at the free space, and at times at the size of the
     // store, which then may be purged; that takes as long as the deleting.
     void Look();
+    // The next look is at the size as well.
+    void LookAtSizeSoon();
     // Purges to that limit, in units of 0x100000 bytes; what goes is told and counted as any other.
     ZEL::HRESULT PurgeTo(std::uint32_t megabytes);
 

@@ -143,7 +143,7 @@ std::optional<HttpReply> Routes::Refuse(const HttpHead& head) {
     const Route* const route = FindRoute(head.path);
     const bool isSetup = IsSetup(head);
     std::optional<HttpReply> refusal =
-        RefuseAccess(head, route != nullptr ? route->right : Right::write, tokens_, rights_);
+        RefuseAccess(head, route != nullptr ? route->right : Right::write, *access_.Now());
     if (!refusal && route == nullptr && !isSetup)
         refusal = NotHere();
     if (!refusal && route != nullptr && !IsOneOf(route->methods, head.method)) {

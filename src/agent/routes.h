@@ -8,8 +8,7 @@ namespace zel {
 class Routes final : public IHttpHandler {
 public:
     // All outlive this.
-    Routes(AgentParts& parts, const AccessTokens& tokens, const GroupRights& rights)
-        : parts_(parts), tokens_(tokens), rights_(rights) {}
+    Routes(AgentParts& parts, const Live<AccessRules>& access) : parts_(parts), access_(access) {}
 
     std::optional<HttpReply> Refuse(const HttpHead& head) override;
     std::shared_ptr<BodyTaker> TakerOf(const HttpHead& head) override;
@@ -17,8 +16,7 @@ public:
 
 private:
     AgentParts& parts_;
-    const AccessTokens& tokens_;
-    const GroupRights& rights_;
+    const Live<AccessRules>& access_;
 };
 
 }  // namespace zel

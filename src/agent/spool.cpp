@@ -366,6 +366,11 @@ bool Spool::Open(const std::string& directory, const SpoolLimits& limits, std::s
     return true;
 }
 
+void Spool::SetLimits(const SpoolLimits& limits) {
+    const std::lock_guard hold(databaseMutex_);
+    limits_ = limits;
+}
+
 bool Spool::SetMarks(const std::vector<SpoolMark>& marks) {
     return std::all_of(marks.begin(), marks.end(), [this](const SpoolMark& mark) {
         return mark.value.empty() ? database_->dropMark.Bind(1, mark.name).Run()

@@ -108,6 +108,8 @@ public:
     bool Append(std::span<Delivery* const> deliveries,
                 const std::function<std::string()>& makeReceiveKey, std::string* problem);
 
+    void SetLimits(const SpoolLimits& limits);
+
     // All whose names begin so.
     std::vector<SpoolMark> Marks(const std::string& prefix);
 
@@ -163,8 +165,8 @@ private:
     bool ForgetIds(Ledger* ledger);
 
     const std::unique_ptr<Database> database_;
+    std::mutex databaseMutex_;  // around all use of the database, and the next three
     SpoolLimits limits_;
-    std::mutex databaseMutex_;  // around all use of the database, and the next two
     std::int64_t keepBehind_ = INT64_MAX;
     std::uint64_t mostKept_ = 0;
 

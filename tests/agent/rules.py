@@ -80,9 +80,14 @@ def check_live(zel):
         zel.check("metrics", True, b'zel_rule_hits_total{level="high"} 6\n' in metrics)
         service.events([record(7)])
         zel.check("again, with its number", True, json.loads(heard.recv(65536))["hit"] in {l["hit"] for l in lines})
+        write_rule(zel, 9)
+        service.process.send_signal(signal.SIGHUP)
+        await_that(zel, "a rule more", lambda: service.status()["hunt"]["rules"] == 4)
+        service.events([record(39)])
+        zel.check("of the new rule", "ends with 9", json.loads(heard.recv(65536))["rule"]["title"])
     with open(told, encoding="utf-8") as file:
         zel.check("the command", {l["hit"] for l in lines}, {json.loads(line)["hit"] for line in file} & {l["hit"] for l in lines})
-    zel.check("marks", {(7, "7"): 1, (17, "7"): 1, (27, "7"): 1, (8, "8"): 1, (18, "8"): 1, (28, "8"): 1}, marks(zel))
+    zel.check("marks", {(7, "7"): 1, (17, "7"): 1, (27, "7"): 1, (8, "8"): 1, (18, "8"): 1, (28, "8"): 1, (39, "9"): 1}, marks(zel))
     with open(service.log, encoding="utf-8") as file:
         zel.check("told", True, "broken" in file.read())
     checked = zel.run("serve", "--config", service.file, "--check")
@@ -115,9 +120,27 @@ def check_kills(zel, cycles):
     zel.check("each hit once", {(n, "7"): 1 for n in range(7, sent, 10)}, marks(zel))
 
 
+def check_reload(zel):
+    """SIGHUP takes what is good; what is bad changes nothing."""
+    with Service(zel, store_max_size="3G", rights_read_group="root") as service:
+        def reload(text, word):
+            with open(service.file, "w", encoding="utf-8") as file:
+                file.write(text)
+            service.process.send_signal(signal.SIGHUP)
+            await_that(zel, word, lambda: any(word in m["text"] for m in service.status()["last_messages"]))
+        with open(service.file, encoding="utf-8") as file:
+            good = file.read()
+        reload(good.replace('"3G"', '"4G"') + "[questions]\nat_onse = 3\n", "nothing was changed")
+        zel.check("as it was", 3 << 30, service.status()["store"]["max_bytes"])
+        reload(good.replace('"3G"', '"4G"').replace("[spool]\n", "[spool]\nhold = 7\n").replace("[http]\n", "[http]\nthreads = 3\n"), "restart")
+        zel.check("limit", 4 << 30, service.status()["store"]["max_bytes"])
+        said = " ".join(m["text"] for m in service.status()["last_messages"])
+        zel.check("by name", True, all(word in said for word in ("store.max_size", "spool.hold", "http.threads")))
+
+
 def main():
     failures = 0
-    for check, arguments in ((check_live, ()), (check_failures, ()), (check_kills, (6,))):
+    for check, arguments in ((check_live, ()), (check_failures, ()), (check_kills, (6,)), (check_reload, ())):
         with Zel(sys.argv[1]) as zel:
             began = time.time()
             check(zel, *arguments)

@@ -189,8 +189,19 @@ void Questions::OnReport(const wm::ErrorReport& report) {
         inner_->OnReport(report);
 }
 
+void Questions::SetLimits(const QuestionLimits& limits) {
+    const std::lock_guard hold(mutex_);
+    limits_ = limits;
+    wake_.notify_all();
+}
+
+QuestionLimits Questions::Limits() const {
+    const std::lock_guard hold(mutex_);
+    return limits_;
+}
+
 std::shared_ptr<AnswerStream> Questions::Ask(AskedQuestion question) {
-    const auto run = std::make_shared<Run>(std::move(question), limits_);
+    const auto run = std::make_shared<Run>(std::move(question), Limits());
     run->stream->onCancel = [weak = std::weak_ptr<Run>(run)] {
         if (const auto cancelled = weak.lock())
             cancelled->End();
@@ -213,7 +224,9 @@ void Questions::Work() {
     std::unique_lock hold(mutex_);
     while (!isStopping_) {
         ++idle_;
-        wake_.wait(hold, [this] { return isStopping_ || !waiting_.empty(); });
+        wake_.wait(hold, [this] {
+            return isStopping_ || (!waiting_.empty() && running_.size() < limits_.atOnce);
+        });
         --idle_;
         if (isStopping_)
             return;
@@ -228,6 +241,7 @@ void Questions::Work() {
         run->Answer(store_);
         hold.lock();
         running_.erase(std::find(running_.begin(), running_.end(), run));
+        wake_.notify_one();
     }
 }
 

@@ -47,6 +47,8 @@ public:
     Questions(const Questions&) = delete;
     Questions& operator=(const Questions&) = delete;
 
+    // For questions that are asked from now on.
+    void SetLimits(const QuestionLimits& limits);
     // The answer, which begins when a thread is free; null when too many wait already, or the
     // questions are stopped.
     std::shared_ptr<AnswerStream> Ask(AskedQuestion question);
@@ -63,11 +65,12 @@ public:
 private:
     class Run;
 
+    QuestionLimits Limits() const;
     void Work();
     void Watch();
 
     ZEL::IEventStore7& store_;
-    const QuestionLimits limits_;
+    QuestionLimits limits_;
     wm::IErrorReportSink* const inner_;
     mutable std::mutex mutex_;
     std::condition_variable wake_, watch_;

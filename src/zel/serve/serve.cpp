@@ -38,23 +38,34 @@ int RunConfigShow(const ServeOptions& options) {
 }
 
 int RunServe(const ServeOptions& options) {
+    std::vector<std::string> tails;  // as they were named at the start
+    for (const std::string& file : options.tails)
+        tails.push_back(std::filesystem::absolute(file));
+    const std::string file = options.config.empty() ? defaultConfigFile : options.config;
+    const auto read = [&](AgentConfig* config, std::string* problem) {
+        const bool isRead = ReadAgentConfig(file, UnknownName, config, problem);
+        config->tailFiles.insert(config->tailFiles.end(), tails.begin(), tails.end());
+        return isRead;
+    };
     AgentConfig config;
-    if (!ReadConfig(options.config.empty() ? defaultConfigFile : options.config, &config))
+    std::string problem;
+    if (!read(&config, &problem)) {
+        Say(problem);
         return exitCode::usage;
+    }
     if (options.check) {
         const Rulebook book = ReadRulebook(config);
-        for (const std::string& problem : book.problems)
-            Say(problem);
+        for (const std::string& refused : book.problems)
+            Say(refused);
         if (!book.summary.empty())
             Say("rules: " + book.summary);
-        Say("the configuration is good");
+        Say(book.problems.empty() ? "the configuration is good"
+                                  : "the configuration is good, but for rules");
         return book.problems.empty() ? exitCode::done : exitCode::usage;
     }
-    for (const std::string& file : options.tails)
-        config.tailFiles.push_back(std::filesystem::absolute(file));
     const auto input = options.readsInput ? std::optional(STDIN_FILENO) : std::nullopt;
-    switch (
-        RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor(), input)) {
+    switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor(), input,
+                     {WatchHangups(), read})) {
         case AgentEnd::notBegun:
             return exitCode::noStore;
         case AgentEnd::left:

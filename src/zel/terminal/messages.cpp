@@ -1,6 +1,7 @@
 #include "zel/terminal/messages.h"
 
 #include <fcntl.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -34,6 +35,15 @@ void OnInterrupt(int signal) {
     firstSignal.compare_exchange_strong(none, signal);
     if (::write(interruptPipe[1], "", 1) < 0)
         errno = before;  // it is full of them
+}
+
+int hangupEvent = -1;
+
+void OnHangup(int) {
+    const int before = errno;
+    const std::uint64_t one = 1;
+    if (::write(hangupEvent, &one, sizeof(one)) < 0)
+        errno = before;
 }
 
 }  // namespace
@@ -75,6 +85,16 @@ void WatchInterrupts() {
     ::sigaction(SIGTERM, &action, nullptr);
     ::sigaction(SIGHUP, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+}
+
+int WatchHangups() {
+    hangupEvent = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    struct sigaction action {};
+    action.sa_handler = OnHangup;
+    action.sa_flags = SA_RESTART;
+    if (hangupEvent >= 0)
+        ::sigaction(SIGHUP, &action, nullptr);
+    return hangupEvent;
 }
 
 bool Interrupted() noexcept {

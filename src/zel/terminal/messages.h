@@ -53,6 +53,10 @@ bool Terminated() noexcept;
 // Stays readable, so any number of threads may poll it.
 int InterruptDescriptor() noexcept;
 
+// For a service: from now on SIGHUP does not end it. Gives a descriptor that can be read once it
+// has come, of which eight bytes are to be read then; -1 when there is none. To be called once.
+int WatchHangups();
+
 // While one lives, these signals end the program where it stands, with exitCode::interrupted. For
 // long work within libraries that look at nothing, at which there is nothing to lose: no store is
 // open and no data was printed.
