@@ -107,6 +107,33 @@ TEST_F(SpoolTest, KeepsOrderIdsAndLedgerOverARestart) {
     EXPECT_GT(spool.LastRow(), at) << "numbers are not given twice";
 }
 
+TEST_F(SpoolTest, KeepsWhatOthersHaveNotSeenAndCountsWhatHasNoRoom) {
+    std::string problem;
+    {
+        Spool spool;
+        Open(spool);
+        for (int i = 1; i <= 4; ++i) {
+            Delivery one = DeliveryOf(i, 1);
+            Append(spool, one);
+        }
+        const std::uint64_t each = spool.Account().waitingBytes / 4;
+        spool.KeepBehind(1, 2 * each);
+        SettledPart part;
+        part.through = 4;
+        part.folder = "20261112";
+        ASSERT_TRUE(spool.Drop(part, &problem)) << problem;
+        EXPECT_EQ(spool.Account().waiting + spool.Account().waitingBytes, 0U);
+        EXPECT_EQ(spool.DroppedUnseen(), 1U);
+        EXPECT_EQ(spool.Next(1, &problem)->number, 3);
+    }
+    Spool spool;
+    Open(spool);
+    CheckEquation(spool);
+    EXPECT_EQ(spool.SettledRow(), 4) << "what stays is in the store";
+    EXPECT_EQ(spool.Account().waiting, 0U);
+    EXPECT_EQ(spool.Next(3, &problem)->number, 4);
+}
+
 TEST_F(SpoolTest, DamageIsToldAndNothingElseIsLost) {
     std::string problem;
     {
