@@ -17,6 +17,7 @@ from agentprocess import Service, holds, record  # noqa: E402
 from zelcommand import Zel  # noqa: E402
 
 APART = 10**8  # numbers of one sender
+OLD = "2020010"
 
 
 class Sender(threading.Thread):
@@ -47,7 +48,10 @@ class Sender(threading.Thread):
 
 
 def check_once(zel, senders):
-    """What was acknowledged is in the store, and nothing twice."""
+    """What was acknowledged is in the store, and nothing twice. The service has ended."""
+    for folder in os.listdir(zel.store):
+        if folder.startswith(OLD):
+            shutil.rmtree(os.path.join(zel.store, folder))
     got = sorted(json.loads(row)["seq_num"] for row in zel.rows("--since", "2000-01-01", "--duplicates"))
     sent = sorted(number for sender in senders for number in sender.sent())
     zel.check("each once", (len(sent), []), (len(got), sorted(set(sent) ^ set(got))[:10]))
@@ -57,14 +61,37 @@ def check_once(zel, senders):
 def put_old_folders(zel, template):
     """Some that a purge may take; the service is down meanwhile."""
     for day in range(1, 9):
-        folder = os.path.join(zel.store, f"2020010{day}")
+        folder = os.path.join(zel.store, f"{OLD}{day}")
         if not os.path.exists(folder):
             shutil.copytree(template, folder)
 
 
-def purge(service):
+def make_template(zel):
+    """A folder of a store, which takes 2 MiB more than its records."""
+    with Zel(zel.program) as other:
+        other.run("ingest", given=record(1))
+        old = next(os.path.join(other.store, name) for name in os.listdir(other.store) if name.isdigit())
+        template = shutil.copytree(old, os.path.join(zel.folder, "old"))
+    with open(os.path.join(template, "filler"), "wb") as filler:
+        filler.write(bytes(2 << 20))
+    return template
+
+
+def limit_of(zel):
+    """One that lets most of the old folders go and no other, in MiB."""
+    most = 6 << 20
+    for folder, _, files in os.walk(zel.store):
+        for name in files if not os.path.basename(folder).startswith(OLD) else ():
+            try:
+                most += os.stat(os.path.join(folder, name)).st_size
+            except FileNotFoundError:
+                pass  # the store has made another of it
+    return most >> 20
+
+
+def purge(service, limit):
     try:
-        service.ask("POST", "/v1/purge?max_size=0")
+        service.ask("POST", f"/v1/purge?max_size={limit}M")
     except (OSError, http.client.HTTPException):
         pass  # it was killed meanwhile
 
@@ -74,10 +101,7 @@ def main(program):
     print(f"{kills} kills, ZEL_SEED={seed}", flush=True)
     dice, counts = random.Random(seed), {"at work": 0, "replaying": 0, "purging": 0}
     with Zel(program) as zel:
-        with Zel(program) as other:
-            other.run("ingest", given=record(1))
-            old = next(os.path.join(other.store, name) for name in os.listdir(other.store) if name.isdigit())
-            template = shutil.copytree(old, os.path.join(zel.folder, "old"))
+        template = make_template(zel)
         running = [Service(zel)]
         senders = [Sender(lambda: running[0], number) for number in (0, 1)]
         for sender in senders:
@@ -94,7 +118,7 @@ def main(program):
                 running[0].end(signal.SIGKILL)
                 put_old_folders(zel, template)
                 running[0] = Service(zel)
-                threading.Thread(target=purge, args=(running[0],)).start()
+                threading.Thread(target=purge, args=(running[0], limit_of(zel))).start()
                 time.sleep(dice.uniform(0, 0.05))
             else:
                 time.sleep(dice.uniform(0, 0.4))
@@ -104,10 +128,8 @@ def main(program):
         for sender in senders:
             sender.stopping.set()
             sender.join()
+        zel.check("nothing of theirs was purged", 0, running[0].status()["ledger"]["purged"])
         zel.check("end", 0, running[0].end(signal.SIGTERM))
-        shutil.rmtree(template)
-        for day in range(1, 9):
-            shutil.rmtree(os.path.join(zel.store, f"2020010{day}"), ignore_errors=True)
         print(f"kills: {counts}, records: {check_once(zel, senders)}")
         return 1 if zel.failures else 0
 

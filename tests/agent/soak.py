@@ -14,7 +14,7 @@ import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
 from agentprocess import LIMIT, Service, Socket, holds  # noqa: E402
-from kills import Sender, check_once, purge  # noqa: E402
+from kills import Sender, check_once, limit_of, make_template, purge, put_old_folders  # noqa: E402
 from zelcommand import Zel  # noqa: E402
 
 SAMPLE = 5     # seconds between two looks
@@ -94,13 +94,14 @@ def live(zel, service, seconds):
         if time.time() > begin + min(FIRST, seconds / 4):
             half = time.time() > begin + seconds / 2
             most[half] = max(most[half], resident(service))
-        purge(service)
+        purge(service, limit_of(zel))
     zel.check("memory stays level", True, most[1] <= most[0] * 1.3 + 30 or most)
     return most[1], ledger
 
 
 def main(program, seconds):
     with Zel(program) as zel:
+        template = make_template(zel)
         running, stopping = [Service(zel)], threading.Event()
         senders = [Sender(lambda: running[0], number, size=20, pause=0.25) for number in range(8)]
         askers = [Asker(lambda: running[0], stopping, number) for number in range(8)]
@@ -112,6 +113,7 @@ def main(program, seconds):
             most, ledger = live(zel, running[0], min(LIFE, left))
             print(f"{most} MiB, {ledger}, {sum(a.answers for a in askers)} answers, {sum(a.cut for a in askers)} cut", flush=True)
             zel.check("end", 0, running[0].end(signal.SIGTERM))
+            put_old_folders(zel, template)
             running[0] = Service(zel)
         for sender in senders:
             sender.stopping.set()
