@@ -2,14 +2,14 @@
 
 #include <sqlite3.h>
 #include <sys/stat.h>
-#include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+
+#include "agent/spooldatabase.h"
 
 // The spool is a table of requests in a database of SQLite, with what belongs to it in the same
 // transactions: the ids of the recent past and the ledger. So they can't contradict each other,
@@ -34,34 +34,12 @@ namespace zel {
 
 namespace {
 
-constexpr const char* schema =
-    "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=4000;"
-    "PRAGMA journal_size_limit=67108864; PRAGMA user_version=1;"
-    "CREATE TABLE IF NOT EXISTS spool(number INTEGER PRIMARY KEY AUTOINCREMENT,"
-    " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS enrichments(number INTEGER PRIMARY KEY AUTOINCREMENT,"
-    " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS hits(number INTEGER PRIMARY KEY AUTOINCREMENT,"
-    " events INTEGER NOT NULL, checksum INTEGER NOT NULL, body BLOB NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS ids(number INTEGER PRIMARY KEY, at INTEGER NOT NULL,"
-    " id TEXT NOT NULL UNIQUE);"
-    "CREATE TABLE IF NOT EXISTS ledger(name TEXT PRIMARY KEY, value INTEGER NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS marks(name TEXT PRIMARY KEY, value TEXT NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS folders(name TEXT PRIMARY KEY, events INTEGER NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS ranges(folder TEXT PRIMARY KEY, last TEXT NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS purges(last TEXT NOT NULL, events INTEGER NOT NULL);";
-
 // Names of marks.
 constexpr std::string_view acceptedMark = "receive accepted";
 constexpr std::string_view settledMark = "receive settled";
 
 // Up to which row the store has all, where rows behind that have stayed.
 constexpr const char* settledRowMark = "settled row";
-
-std::int64_t Checksum(std::string_view body) {
-    return static_cast<std::int64_t>(
-        ::crc32_z(0, reinterpret_cast<const Bytef*>(body.data()), body.size()));
-}
 
 void PutText(std::string_view text, std::string* body) {
     const auto length = static_cast<std::uint32_t>(text.size());
@@ -94,46 +72,6 @@ bool ReadBody(SpooledRow* row) {
     return row->records.size() == row->events;
 }
 
-// A statement that is prepared once and run many times.
-class Statement {
-public:
-    ~Statement() { ::sqlite3_finalize(statement_); }
-    Statement() = default;
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
-
-    bool Prepare(sqlite3* database, const char* text) {
-        return ::sqlite3_prepare_v3(database, text, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
-                                    nullptr) == SQLITE_OK;
-    }
-    Statement& Bind(int at, std::int64_t value) {
-        ::sqlite3_bind_int64(statement_, at, value);
-        return *this;
-    }
-    // The text has to live until Reset.
-    Statement& Bind(int at, std::string_view text) {
-        ::sqlite3_bind_text64(statement_, at, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
-        return *this;
-    }
-    Statement& BindBlob(int at, std::string_view bytes) {
-        ::sqlite3_bind_blob64(statement_, at, bytes.data(), bytes.size(), SQLITE_STATIC);
-        return *this;
-    }
-    // Whether there is a row.
-    bool Step() { return ::sqlite3_step(statement_) == SQLITE_ROW; }
-    bool Run() { return ::sqlite3_step(statement_) == SQLITE_DONE && Reset(); }
-    bool Reset() { return ::sqlite3_reset(statement_) == SQLITE_OK; }
-    std::int64_t Number(int column) { return ::sqlite3_column_int64(statement_, column); }
-    std::string Text(int column) {
-        const void* const bytes = ::sqlite3_column_blob(statement_, column);
-        const auto size = static_cast<std::size_t>(::sqlite3_column_bytes(statement_, column));
-        return bytes != nullptr ? std::string(static_cast<const char*>(bytes), size) : "";
-    }
-
-private:
-    sqlite3_stmt* statement_ = nullptr;
-};
-
 // Makes a directory that only this user enters. One that is there stays as it is.
 bool MakeDirectory(const std::string& path, std::string* problem) {
     if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)
@@ -144,138 +82,15 @@ bool MakeDirectory(const std::string& path, std::string* problem) {
 
 }  // namespace
 
-struct Spool::Database {
-    sqlite3* handle = nullptr;
-    struct Table {
-        Statement append, next, drop, sum;
-        std::int64_t last = 0;  // that was appended
-    };
-    Table events, enrichments, hits;
-    Statement addId, forgetIds, oldIds, addLedger, addFolder, purge, folders, setMark, dropMark,
-        marks, kept, moveRange, addRange, takeRange, addPurge;
-
-    ~Database() { Close(); }
-    // The statements go after it: SQLite keeps the database until then.
-    void Close() {
-        ::sqlite3_close_v2(handle);
-        handle = nullptr;
-    }
-    Table& Of(SpoolKind kind) {
-        return kind == SpoolKind::events        ? events
-               : kind == SpoolKind::enrichments ? enrichments
-                                                : hits;
-    }
-    bool PrepareTable(const std::string& name, Table* table) {
-        const auto prepare = [&](Statement& statement, const std::string& text) {
-            return statement.Prepare(handle, text.c_str());
-        };
-        return prepare(table->append,
-                       "INSERT INTO " + name + "(events, checksum, body) VALUES(?,?,?)") &&
-               prepare(table->next, "SELECT number, events, checksum, body FROM " + name +
-                                        " WHERE number > ? ORDER BY number LIMIT 1") &&
-               prepare(table->drop, "DELETE FROM " + name + " WHERE number <= ?") &&
-               prepare(table->sum,
-                       "SELECT coalesce(sum(events), 0), coalesce(sum(length(body)), 0) FROM " +
-                           name + " WHERE number > ? AND number <= ?");
-    }
-    bool AppendRow(SpoolKind kind, std::uint64_t count, std::string_view body) {
-        Table& table = Of(kind);
-        if (!table.append.Bind(1, static_cast<std::int64_t>(count))
-                 .Bind(2, Checksum(body))
-                 .BindBlob(3, body)
-                 .Run())
-            return false;
-        table.last = ::sqlite3_last_insert_rowid(handle);
-        return true;
-    }
-    // What rows behind the first number up to the last hold.
-    static bool Sum(Table& table, std::int64_t behind, std::int64_t through, std::uint64_t* records,
-                    std::uint64_t* bytes) {
-        if (!table.sum.Bind(1, behind).Bind(2, through).Step())
-            return false;
-        *records = static_cast<std::uint64_t>(table.sum.Number(0));
-        *bytes = static_cast<std::uint64_t>(table.sum.Number(1));
-        return table.sum.Reset();
-    }
-    bool Run(const char* text) {
-        return ::sqlite3_exec(handle, text, nullptr, nullptr, nullptr) == SQLITE_OK;
-    }
-    std::string Problem() const {
-        return std::string("the spool: ") +
-               (handle != nullptr ? ::sqlite3_errmsg(handle) : "no memory");
-    }
-    // A folder's first part may stand in the one before: it was given ahead of the store's change
-    // from the one to the other. So the last key of the former folder moves along with it.
-    bool PrepareRanges() {
-        return moveRange.Prepare(
-                   handle,
-                   "UPDATE ranges SET last=?2 WHERE last=(SELECT max(last) FROM"
-                   " ranges) AND NOT EXISTS (SELECT 1 FROM ranges WHERE folder=?1)") &&
-               addRange.Prepare(handle,
-                                "INSERT INTO ranges VALUES(?1,?2) ON CONFLICT(folder)"
-                                " DO UPDATE SET last=?2") &&
-               takeRange.Prepare(handle, "DELETE FROM ranges WHERE folder=? RETURNING last") &&
-               addPurge.Prepare(handle, "INSERT INTO purges VALUES(?1,?2)");
-    }
-    bool Count(const char* name, std::uint64_t value) {
-        return value == 0 ||
-               addLedger.Bind(1, name).Bind(2, static_cast<std::int64_t>(value)).Run();
-    }
-    // Runs `work` as one transaction; what it has done is undone when it gives false.
-    template <typename Work>
-    bool Transact(std::string* problem, Work work) {
-        if (Run("BEGIN IMMEDIATE") && work() && Run("COMMIT"))
-            return true;
-        *problem = Problem();
-        Run("ROLLBACK");
-        return false;
-    }
-};
-
 Spool::Spool() : database_(std::make_unique<Database>()) {}
 Spool::~Spool() = default;
 
 bool Spool::Prepare(const std::string& file, std::string* problem) {
-    Database& database = *database_;
-    const auto prepare = [&](Statement& statement, const char* text) {
-        return statement.Prepare(database.handle, text);
-    };
-    const bool isGood =
-        ::sqlite3_open_v2(file.c_str(), &database.handle,
-                          SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOFOLLOW,
-                          nullptr) == SQLITE_OK &&
-        ::sqlite3_busy_timeout(database.handle, 1000) == SQLITE_OK &&
-        database.Run("PRAGMA locking_mode=EXCLUSIVE") && database.Run(schema) &&
-        database.PrepareTable("spool", &database.events) &&
-        database.PrepareTable("enrichments", &database.enrichments) &&
-        database.PrepareTable("hits", &database.hits) &&
-        prepare(database.kept,
-                "SELECT number, events, length(body) FROM spool WHERE number > ? AND number <= ?"
-                " ORDER BY number DESC") &&
-        prepare(database.addId, "INSERT OR IGNORE INTO ids(at, id) VALUES(?,?)") &&
-        prepare(database.forgetIds,
-                "DELETE FROM ids WHERE number <= (SELECT max(number) - ? FROM ids)") &&
-        prepare(database.oldIds,
-                "DELETE FROM ids WHERE number < coalesce((SELECT number FROM ids WHERE at >= ?"
-                " ORDER BY number LIMIT 1), 9223372036854775807)") &&
-        prepare(
-            database.addLedger,
-            "INSERT INTO ledger VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET value=value+?2") &&
-        prepare(database.addFolder,
-                "INSERT INTO folders VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET"
-                " events=events+?2") &&
-        prepare(database.purge, "DELETE FROM folders WHERE name = ? RETURNING events") &&
-        prepare(database.folders, "SELECT name FROM folders ORDER BY name") &&
-        prepare(database.setMark,
-                "INSERT INTO marks VALUES(?1,?2) ON CONFLICT(name) DO UPDATE SET value=?2") &&
-        prepare(database.dropMark, "DELETE FROM marks WHERE name = ?") &&
-        prepare(database.marks,
-                "SELECT name, value FROM marks WHERE substr(name, 1, length(?1)) = ?1"
-                " ORDER BY name") &&
-        database.PrepareRanges();
-    if (!isGood)
-        *problem = database.Problem();
-    return isGood && ReadLedger(problem) && ReadPlaces(problem);
+    if (!database_->Open(file)) {
+        *problem = database_->Problem();
+        return false;
+    }
+    return ReadLedger(problem) && ReadPlaces(problem);
 }
 
 // Once, at the start: then the numbers are carried on.
