@@ -146,7 +146,11 @@ void HttpServer::Start() {
         impl_->Accept(impl_->socket, 0);
     if (impl_->port.is_open())
         impl_->Accept(impl_->port, impl_->port.local_endpoint().port());
-    impl_->thread = std::thread([this] { impl_->context.run(); });
+    // While all requests are in the hands of others the thread has nothing to do, and waits.
+    impl_->thread = std::thread([this] {
+        const auto work = asio::make_work_guard(impl_->context);
+        impl_->context.run();
+    });
 }
 
 void HttpServer::Stop() {

@@ -115,7 +115,9 @@ def check_restarts(zel, lines):
             done = len(answered)
             while len(answered) < done + 5:
                 time.sleep(0.01)
+            began = time.time()
             service.end(how)
+            zel.check("ends once what is in hand is answered", True, time.time() < began + 9)
             service = Service(zel, handed, inherited=(held.fileno(),))
         stop.set()
         asker.join()
