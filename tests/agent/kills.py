@@ -24,7 +24,7 @@ class Sender(threading.Thread):
     """Sends batches of records until it is stopped, each again until it is acknowledged, as shippers do."""
 
     def __init__(self, service_of, number, size=5, pause=0):
-        super().__init__()
+        super().__init__(daemon=True)
         self.service_of, self.number, self.size, self.pause = service_of, number, size, pause
         self.acknowledged, self.refused, self.stopping = 0, 0, threading.Event()
 

@@ -8,13 +8,12 @@ import http.client
 import json
 import lzma
 import os
-import signal
 import subprocess
 import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from agentprocess import LIMIT, Service, Socket, free_port, holds, record  # noqa: E402
+from agentprocess import LIMIT, Service, Socket, free_port, holds  # noqa: E402
 from zelcommand import Zel, read_records  # noqa: E402
 
 

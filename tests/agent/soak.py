@@ -28,7 +28,7 @@ class Asker(threading.Thread):
     """Reads answers of all lengths, some to their end, and goes away from others."""
 
     def __init__(self, service_of, stopping, seed):
-        super().__init__()
+        super().__init__(daemon=True)
         self.service_of, self.stopping, self.dice = service_of, stopping, random.Random(seed)
         self.answers = self.cut = 0
 
@@ -52,7 +52,7 @@ class Follower(threading.Thread):
     """Follows from the first event on, and comes back with its position whenever it is cut off."""
 
     def __init__(self, service_of, stopping):
-        super().__init__()
+        super().__init__(daemon=True)
         self.service_of, self.stopping = service_of, stopping
         self.numbers, self.twice, self.gaps, self.position = set(), 0, 0, "2000-01-01T00:00:00.000Z"
 

@@ -4,7 +4,7 @@ shippers.py ZEL SAMPLE
 """
 import signal
 
-from clients import (LIMIT, PortService, TOKEN, check_stored, ended, find, folder_of, free_port, json, os, run_checks, start,
+from clients import (PortService, TOKEN, check_stored, ended, find, folder_of, free_port, json, os, run_checks, start,
                      sys, time)
 
 RSYSLOG = """global(workDirectory="{folder}" maxMessageSize="64k")
