@@ -11,6 +11,7 @@
 #include "agent/following/followplace.h"
 #include "agent/httpserver.h"
 #include "agent/livehunt.h"
+#include "agent/notices.h"
 #include "agent/routes.h"
 #include "agent/servicemanager.h"
 #include "agent/spoolpast.h"
@@ -18,6 +19,7 @@
 #include "common/hostservices.h"
 #include "connection/agentrequest.h"
 #include "connection/storedirectory.h"
+#include "zelstore/keys/receivekey.h"
 
 // The service from its start to its end.
 //
@@ -35,6 +37,12 @@ constexpr auto longestEnding = std::chrono::seconds(5);  // of the ways in
 constexpr int lookMs = 1000;
 constexpr std::uint64_t stalledMs = 20000;
 constexpr std::uint64_t extensionMs = 10000;  // while what was left is replayed
+
+// The time in a receive-time key; empty for none.
+std::string TimeOfKey(const std::string& key) {
+    const auto place = ZEL::ParseReceiveKey(key);
+    return place ? std::string(place->time) : "";
+}
 
 // The texts stay those of the delivery.
 std::shared_ptr<const AcceptedBatch> MakeAcceptedBatch(std::shared_ptr<const Delivery> delivery) {
@@ -101,6 +109,7 @@ private:
     bool OpenSpool();
     void Reload(const AgentReload& reload);
     void TakeReloaded(const AgentConfig& config);
+    void TellLost(std::uint64_t lost);
     bool ListenAtSocket(std::string* problem);
     bool Listen();
     void TellManager();
@@ -117,6 +126,7 @@ private:
     Live<AccessRules> access_{AccessRules{}};
     std::unique_ptr<Followers> followers_;  // outlives those who call it
     std::unique_ptr<LiveHunt> hunt_;        // likewise
+    std::unique_ptr<Notices> notices_;      // likewise
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
@@ -156,18 +166,27 @@ bool Agent::OpenSpool() {
     if (!isOpen)
         return false;
     feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_->storePath,
-                                       [this] { followers_->OnSettled(); });
+                                       [this](std::uint64_t lost) {
+                                           followers_->OnSettled();
+                                           TellLost(lost);
+                                       });
     admission_ = std::make_unique<Admission>(
         spool_, *store_, log_, config_->spoolMaxSize,
         std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)),
         [this](const Admission::Taken& taken) {
             feeder_->Wake();
             hunt_->Wake();
-            for (const auto& delivery : taken)
-                followers_->OnAccepted(MakeAcceptedBatch(delivery));
+            for (const auto& delivery : taken) {
+                auto batch = MakeAcceptedBatch(delivery);
+                if (!batch->events.empty())
+                    log_.CountAccepted(delivery->source, batch->events.size());
+                followers_->OnAccepted(std::move(batch));
+            }
         });
+    notices_ = std::make_unique<Notices>(spool_, *admission_, *store_, log_);
     watch_ = std::make_unique<DiskWatch>(config_, store_, spool_, past_.Purging(), *admission_,
-                                         log_, sight_);
+                                         *notices_, log_, sight_);
+    notices_->Begin(TimeOfKey(spool_.Accepted()));
     admission_->Prepare();
     followers_ = std::make_unique<Followers>(
         *store_, past_,
@@ -180,7 +199,15 @@ bool Agent::OpenSpool() {
     if (!feeder_->Start())
         return false;
     admission_->Start();
+    notices_->Look();
     return true;
+}
+
+// Parts of the spool that were damaged, and records that the store refused for good.
+void Agent::TellLost(std::uint64_t lost) {
+    const std::string now = wm::FormatUtc(wm::Clock().UtcNow());
+    if (lost > 0)
+        notices_->Add("records lost", now, now, lost);
 }
 
 // One that the service manager holds stays while the service is away, so it comes first.
@@ -292,8 +319,10 @@ void Agent::Run(int stop, const AgentReload& reload) {
     while (!log_.Interrupted() && !ways_.HasEnded()) {
         TellManager();
         pollfd waits[] = {{stop, POLLIN, 0}, {reload.descriptor, POLLIN, 0}};
-        if (::poll(waits, 2, toldReady_ ? lookMs : whileReplayingMs) == 0 && toldReady_)
+        if (::poll(waits, 2, toldReady_ ? lookMs : whileReplayingMs) == 0 && toldReady_) {
             watch_->Look();
+            notices_->Look();
+        }
         std::uint64_t times = 0;
         if (waits[1].revents != 0 && ::read(reload.descriptor, &times, sizeof(times)) > 0)
             Reload(reload);
@@ -321,6 +350,8 @@ bool Agent::End() {
         feeder_->Stop(longestDrain);
     store_.Close();
     const bool isSettled = !feeder_ || feeder_->Settle();
+    if (notices_)
+        notices_->End();
     const Ledger left = feeder_ ? spool_.Account() : Ledger{};
     if (left.waiting > 0)
         log_.Say(std::to_string(left.waiting) + " event(s) wait in the spool for the next start");

@@ -40,9 +40,14 @@ std::vector<AgentLog::Entry> AgentLog::Last() const {
     return last_;
 }
 
-void AgentLog::CountRejected(std::string_view kind, std::uint64_t count) {
+void AgentLog::CountAccepted(std::string_view source, std::uint64_t count) {
     const std::lock_guard hold(mutex_);
-    rejected_[kind] += count;
+    accepted_[source] += count;
+}
+
+void AgentLog::CountRejected(std::string_view source, std::string_view kind, std::uint64_t count) {
+    const std::lock_guard hold(mutex_);
+    rejected_[{source, kind}] += count;
 }
 
 void AgentLog::CountRequest(std::string_view route, int code) {
@@ -50,7 +55,12 @@ void AgentLog::CountRequest(std::string_view route, int code) {
     ++requests_[{route, code}];
 }
 
-std::map<std::string_view, std::uint64_t> AgentLog::Rejected() const {
+std::map<std::string_view, std::uint64_t> AgentLog::Accepted() const {
+    const std::lock_guard hold(mutex_);
+    return accepted_;
+}
+
+std::map<std::pair<std::string_view, std::string_view>, std::uint64_t> AgentLog::Rejected() const {
     const std::lock_guard hold(mutex_);
     return rejected_;
 }

@@ -32,10 +32,14 @@ public:
     // The last ten messages, oldest first.
     std::vector<Entry> Last() const;
 
-    // `kind` and `route` are constants: nothing that a peer has sent may become a name here.
-    void CountRejected(std::string_view kind, std::uint64_t count = 1);
+    // `source`, `kind` and `route` are constants: nothing that a peer has sent may become a name
+    // here.
+    void CountAccepted(std::string_view source, std::uint64_t count);
+    void CountRejected(std::string_view source, std::string_view kind, std::uint64_t count = 1);
     void CountRequest(std::string_view route, int code);
-    std::map<std::string_view, std::uint64_t> Rejected() const;
+    // By source, and by source and reason.
+    std::map<std::string_view, std::uint64_t> Accepted() const;
+    std::map<std::pair<std::string_view, std::string_view>, std::uint64_t> Rejected() const;
     std::map<std::pair<std::string_view, int>, std::uint64_t> Requests() const;
 
     std::atomic<std::uint64_t> duplicates{0};
@@ -50,7 +54,8 @@ private:
     mutable std::mutex mutex_;
     std::vector<Entry> last_;
     std::map<std::string, std::uint64_t> seldom_;  // when it was said, in ticks
-    std::map<std::string_view, std::uint64_t> rejected_;
+    std::map<std::string_view, std::uint64_t> accepted_;
+    std::map<std::pair<std::string_view, std::string_view>, std::uint64_t> rejected_;
     std::map<std::pair<std::string_view, int>, std::uint64_t> requests_;
 };
 

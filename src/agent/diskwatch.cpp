@@ -29,15 +29,25 @@ bool FreeBytes(const std::string& directory, std::uint64_t* bytes) {
     return wm::ToWide(directory, wide) && Succeeded(wm::FreeSpace().AvailableBytes(wide, bytes));
 }
 
+// Folders are named by the day whose records they were begun for.
+std::string DayOf(const std::string& folder) {
+    const bool isDay = folder.size() >= 8 && folder.find_first_not_of("0123456789") >= 8;
+    const std::string day = isDay ? folder : wm::FormatUtc(wm::Clock().UtcNow());
+    return isDay ? day.substr(0, 4) + "-" + day.substr(4, 2) + "-" + day.substr(6, 2)
+                 : day.substr(0, 10);
+}
+
 }  // namespace
 
 DiskWatch::DiskWatch(const LiveConfig& config, StoreSession& store, Spool& spool,
-                     std::mutex& purging, Admission& admission, AgentLog& log, DiskSight& sight)
+                     std::mutex& purging, Admission& admission, Notices& notices, AgentLog& log,
+                     DiskSight& sight)
     : config_(config),
       store_(store),
       spool_(spool),
       purging_(purging),
       admission_(admission),
+      notices_(notices),
       log_(log),
       sight_(sight) {}
 
@@ -81,6 +91,10 @@ void DiskWatch::LookAtVolumes() {
     log_.Say(isStopped_ ? "the disk is full: nothing is accepted until " + ReadableBytes(resume) +
                               " are free"
                         : "there is room again: events are accepted");
+    if (isStopped_)
+        notices_.SetStopped("disk full");
+    else
+        notices_.SetRunning();
     nextSize_ = 0;  // a purge may make room
 }
 
@@ -103,11 +117,33 @@ void DiskWatch::LookAtSize() {
     const Sizes before = Measure();
     sight_.storeBytes = before.bytes;
     sight_.folders = before.folders.size();
+    std::vector<std::string> gone;
+    for (const std::string& folder : spool_.Folders())
+        if (!folder.empty() &&
+            std::find(before.folders.begin(), before.folders.end(), folder) == before.folders.end())
+            gone.push_back(folder);
+    if (!gone.empty()) {
+        const std::lock_guard hold(purging_);
+        NoteGone(gone, "not there any more");
+    }
     const std::uint64_t most = config_->storeMaxSize;
     if (most != 0 && before.bytes > most)
         ZEL::IgnoreResult(
             Purge(before, static_cast<std::uint32_t>(std::max<std::uint64_t>(most / megabyte, 1))),
             "told, and tried again");
+}
+
+void DiskWatch::NoteGone(const std::vector<std::string>& folders, std::string_view why) {
+    std::string problem, names;
+    const std::uint64_t before = spool_.Account().purged;
+    if (!spool_.Purged(folders, &problem))
+        log_.Say(problem);
+    for (const std::string& folder : folders)
+        names.append(names.empty() ? "" : " ").append(folder);
+    const auto [first, last] = std::minmax_element(folders.begin(), folders.end());
+    notices_.Add("records purged", DayOf(*first) + "T00:00:00.000Z",
+                 DayOf(*last) + "T23:59:59.999Z", spool_.Account().purged - before,
+                 {{"folders", names}, {"why", std::string(why)}});
 }
 
 ZEL::HRESULT DiskWatch::Purge(const Sizes& before, std::uint32_t megabytes) {
@@ -131,9 +167,7 @@ ZEL::HRESULT DiskWatch::Purge(const Sizes& before, std::uint32_t megabytes) {
     const std::uint64_t freed = before.bytes - std::min(before.bytes, after.bytes);
     log_.purgedFolders += gone.size();
     log_.purgedBytes += freed;
-    std::string problem;
-    if (!spool_.Purged(gone, &problem))
-        log_.Say(problem);
+    NoteGone(gone, "purged");
     log_.Say("purged " + std::to_string(gone.size()) + " folder(s), " + ReadableBytes(freed) +
              ": the limit is " + ReadableBytes(limit));
     return result;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/notices.h"
 #include "agent/parts.h"
 #include "connection/storesession.h"
 
@@ -15,7 +16,7 @@ public:
     // All outlive this; the store is open.
     // `purging` is held while folders go and are counted.
     DiskWatch(const LiveConfig& config, StoreSession& store, Spool& spool, std::mutex& purging,
-              Admission& admission, AgentLog& log, DiskSight& sight);
+              Admission& admission, Notices& notices, AgentLog& log, DiskSight& sight);
 
     // To be called about once a second: looks at the free space, and at times at the size of the
     // store, which then may be purged; that takes as long as the deleting.
@@ -35,6 +36,8 @@ private:
     void LookAtSize();
     Sizes Measure() const;
     ZEL::HRESULT Purge(const Sizes& before, std::uint32_t megabytes);
+    // Folders that are not there any more are counted as purged, and told.
+    void NoteGone(const std::vector<std::string>& folders, std::string_view why);
 
     std::mutex mutex_;  // around all
     const LiveConfig& config_;
@@ -42,6 +45,7 @@ private:
     Spool& spool_;
     std::mutex& purging_;  // inside the other
     Admission& admission_;
+    Notices& notices_;
     AgentLog& log_;
     DiskSight& sight_;
     std::uint64_t nextSize_ = 0;  // in ticks

@@ -22,7 +22,7 @@ void EventTally::Add(const Delivery& delivery, const LineProblems& problems, Age
     rejected_ += problems.size();
     log.duplicates += duplicates;
     for (const auto& [line, problem] : problems) {
-        log.CountRejected(problem.kind);
+        log.CountRejected(intakeSource::events, problem.kind);
         const std::string reason = problem.Text();
         if (told_.size() < mostTold)
             told_.emplace_back(line, wm::IsUtf8(reason) ? reason : std::string(problem.kind));

@@ -56,7 +56,7 @@ bool IsWant(const std::vector<DatabaseError>& errors) {
 }  // namespace
 
 Feeder::Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory,
-               std::function<void()> onSettled)
+               std::function<void(std::uint64_t)> onSettled)
     : spool_(spool),
       store_(store),
       log_(log),
@@ -289,7 +289,7 @@ bool Feeder::Drop(Settled& events, const Settled& enrichments) {
     badRounds_ = isDropped && enrichments.rows > 0 ? 0 : badRounds_;
     lastFlush_ = wm::Clock().TickCount64();
     if (isDropped)
-        onSettled_();
+        onSettled_(events.part.lost);
     return isDropped;
 }
 

@@ -22,9 +22,9 @@ namespace zel {
 class Feeder {
 public:
     // All outlive this; the store is open. `directory` is the store's.
-    // `onSettled` is called behind each drop.
+    // `onSettled` is called behind each drop, with how many of what was dropped are lost.
     Feeder(Spool& spool, StoreSession& store, AgentLog& log, std::string directory,
-           std::function<void()> onSettled);
+           std::function<void(std::uint64_t lost)> onSettled);
     ~Feeder();
     Feeder(const Feeder&) = delete;
     Feeder& operator=(const Feeder&) = delete;
@@ -88,7 +88,7 @@ private:
     StoreSession& store_;
     AgentLog& log_;
     const std::string directory_;
-    const std::function<void()> onSettled_;
+    const std::function<void(std::uint64_t lost)> onSettled_;
     int descriptor_ = -1;  // of the directory, for syncs
     ZEL::CountedPtr<ZEL::IWriteProgress> progress_;
 

@@ -111,7 +111,8 @@ bool Spool::ReadLedger(std::string* problem) {
                      " (SELECT coalesce(sum(events), 0) FROM enrichments),"
                      " (SELECT coalesce(sum(length(body)), 0) FROM enrichments),"
                      " (SELECT coalesce(max(number), 0) FROM enrichments),"
-                     " (SELECT coalesce(sum(events), 0) FROM hits), (SELECT row FROM settled)");
+                     " (SELECT coalesce(sum(events), 0) FROM hits), (SELECT row FROM settled),"
+                     " (SELECT coalesce(sum(value), 0) FROM ledger WHERE name='notices')");
     if (!isGood || !read.Step()) {
         *problem = database_->Problem();
         return false;
@@ -125,6 +126,7 @@ bool Spool::ReadLedger(std::string* problem) {
     ledger.waiting = number(4);
     ledger.waitingBytes = number(5) + number(9);
     ledger.ids = number(6);
+    ledger.notices = number(13);
     ledger.waitingEnrichments = number(8);
     ledger.waitingHits = number(11);
     const std::lock_guard hold(accountMutex_);
@@ -193,6 +195,11 @@ bool Spool::SetMarks(const std::vector<SpoolMark>& marks) {
     });
 }
 
+bool Spool::Keep(const std::vector<SpoolMark>& marks, std::string* problem) {
+    const std::lock_guard hold(databaseMutex_);
+    return database_->Transact(problem, [&] { return SetMarks(marks); });
+}
+
 std::vector<SpoolMark> Spool::Marks(const std::string& prefix) {
     const std::lock_guard hold(databaseMutex_);
     std::vector<SpoolMark> marks;
@@ -231,6 +238,7 @@ bool Spool::AppendOne(Delivery& delivery, const std::vector<std::string>& receiv
     if (events == 0)
         return true;
     ledger->accepted += static_cast<std::uint64_t>(events);
+    ledger->notices += delivery.source == intakeSource::service ? 1 : 0;
     ledger->waiting += static_cast<std::uint64_t>(events);
     ledger->waitingBytes += body.size();
     return database_->AppendRow(SpoolKind::events, static_cast<std::uint64_t>(events), body);
@@ -275,6 +283,7 @@ bool Spool::Append(std::span<Delivery* const> deliveries,
                                       AppendOthers(*delivery, &after);
                            }) &&
                database_->Count("accepted", after.accepted - before.accepted) &&
+               database_->Count("notices", after.notices - before.notices) &&
                (after.accepted == before.accepted ||
                 database_->setMark.Bind(1, acceptedMark).Bind(2, receiveKeys.back()).Run());
     });

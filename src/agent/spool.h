@@ -35,12 +35,23 @@ struct SpooledEnrichment {
     std::string text;
 };
 
+// The ways in, as they are counted. Constants, so that nothing a peer sends becomes a name.
+namespace intakeSource {
+inline constexpr std::string_view events = "events";
+inline constexpr std::string_view bulk = "bulk";
+inline constexpr std::string_view logs = "logs";
+inline constexpr std::string_view files = "files";      // tailed, and standard input
+inline constexpr std::string_view service = "service";  // its own notices
+inline constexpr std::string_view all[] = {events, bulk, logs, files, service};
+}  // namespace intakeSource
+
 // What one request brings: all of it is taken or nothing.
 struct Delivery {
     std::vector<SpoolItem> items;
     std::vector<SpoolMark> marks;
     std::vector<SpooledEnrichment> enrichments;
     std::vector<std::string> hits;  // of rules, as lines for those who are told of them
+    std::string_view source{};      // one of intakeSource
 };
 
 // Each stands in a row of rows of its own, with numbers of its own.
@@ -72,6 +83,7 @@ struct Ledger {
     std::uint64_t waitingHits = 0;
     std::uint64_t waitingBytes = 0;  // of events and enrichments
     std::uint64_t ids = 0;           // that are remembered
+    std::uint64_t notices = 0;       // of those accepted: the service's own (notices.h)
 };
 
 // A part of the spool that the store has on the disk.
@@ -110,6 +122,8 @@ public:
 
     void SetLimits(const SpoolLimits& limits);
 
+    // The same for marks alone.
+    bool Keep(const std::vector<SpoolMark>& marks, std::string* problem);
     // All whose names begin so.
     std::vector<SpoolMark> Marks(const std::string& prefix);
 

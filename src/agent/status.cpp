@@ -57,18 +57,32 @@ namespace {
 
 void WriteLedger(const AgentParts& parts, const Ledger& ledger, RecordWriter& writer) {
     std::uint64_t rejected = 0;
-    for (const auto& [kind, count] : parts.log.Rejected())
+    std::map<std::string_view, std::uint64_t> byReason, bySource;
+    for (const auto& [cause, count] : parts.log.Rejected()) {
         rejected += count;
+        bySource[cause.first] += count;
+        byReason[cause.second] += count;
+    }
     writer.Key("ledger").BeginObject();
     writer.Key("accepted").Number(ledger.accepted).Key("stored").Number(ledger.stored);
     writer.Key("waiting").Number(ledger.waiting).Key("lost").Number(ledger.lost);
     writer.Key("purged").Number(ledger.purged).EndObject();
     writer.Key("enrichments").BeginObject().Key("waiting").Number(ledger.waitingEnrichments);
     writer.Key("lost").Number(parts.log.lostEnrichments).EndObject();
+    writer.Key("notices").Number(ledger.notices);
     writer.Key("duplicate").Number(parts.log.duplicates);
     writer.Key("rejected").Number(rejected).Key("rejected_by").BeginObject();
-    for (const auto& [kind, count] : parts.log.Rejected())
-        writer.Key(kind).Number(count);
+    for (const auto& [reason, count] : byReason)
+        writer.Key(reason).Number(count);
+    writer.EndObject();
+    const auto accepted = parts.log.Accepted();
+    writer.Key("sources").BeginObject();
+    for (const std::string_view source : intakeSource::all) {
+        const auto found = accepted.find(source);
+        writer.Key(source).BeginObject().Key("accepted");
+        writer.Number(found != accepted.end() ? found->second : 0);
+        writer.Key("rejected").Number(bySource[source]).EndObject();
+    }
     writer.EndObject();
 }
 
@@ -223,11 +237,19 @@ std::string MetricsText(const AgentParts& parts) {
          &text);
     text += "zel_last_flush_age_seconds " + std::to_string(Seconds(parts.feeder.LastFlushTick())) +
             "\n";
+    Head({"zel_events_taken_total", "counter", "Events that were accepted, by their way in."},
+         &text);
+    for (const auto& [source, count] : parts.log.Accepted())
+        text.append("zel_events_taken_total{source=\"").append(source).append("\"} ") +=
+            std::to_string(count) + "\n";
     Head({"zel_events_rejected_total", "counter", "Events that were no records, by reason."},
          &text);
-    for (const auto& [kind, count] : parts.log.Rejected())
-        text.append("zel_events_rejected_total{reason=\"").append(kind).append("\"} ") +=
-            std::to_string(count) + "\n";
+    for (const auto& [cause, count] : parts.log.Rejected())
+        text.append("zel_events_rejected_total{source=\"")
+            .append(cause.first)
+            .append("\",reason=\"")
+            .append(cause.second)
+            .append("\"} ") += std::to_string(count) + "\n";
     Head({"zel_http_requests_total", "counter", "Requests by route and answer; 0: cut."}, &text);
     for (const auto& [route, count] : parts.log.Requests())
         text.append("zel_http_requests_total{route=\"").append(route.first) +=

@@ -161,7 +161,7 @@ std::string BulkAnswer(const std::vector<BulkItem>& items, const Delivery& deliv
         hasErrors = hasErrors || status >= 300;
         list.append(list.empty() ? "" : ",").append(ItemJson(item, delivery, status));
         if (status == 400)
-            log.CountRejected(item.outcome.problem.kind);
+            log.CountRejected(intakeSource::bulk, item.outcome.problem.kind);
     }
     for (const SpoolItem& item : delivery.items)
         log.duplicates += item.isDuplicate ? 1 : 0;
@@ -189,6 +189,7 @@ void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
         return answer(RefuseBulk(400, "parse_exception", "request body is required"));
     auto items = std::make_shared<std::vector<BulkItem>>(std::move(reading->items));
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
+    delivery->source = intakeSource::bulk;
     auto done = [&parts, delivery, items, answer, begin](Verdict verdict) {
         HttpReply reply;
         reply.isCut = verdict == Verdict::noRoom;

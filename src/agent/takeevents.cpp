@@ -47,6 +47,7 @@ void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Ans
     if (!ReadBody(request, intake, problems.get(), &refusal))
         return answer(std::move(refusal));
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
+    delivery->source = intakeSource::events;
     auto done = [&parts, delivery, problems, answer](Verdict verdict) {
         if (verdict == Verdict::noRoom) {
             HttpReply reply{503,

@@ -136,6 +136,7 @@ void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
     });
     intake.End();
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
+    delivery->source = intakeSource::logs;
     auto done = [&parts, delivery, problems, first, answer](Verdict verdict) {
         if (verdict == Verdict::noRoom) {
             HttpReply reply =
@@ -144,7 +145,7 @@ void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
             return answer(std::move(reply));
         }
         for (const IntakeProblem& problem : problems)
-            parts.log.CountRejected(problem.kind);
+            parts.log.CountRejected(intakeSource::logs, problem.kind);
         const std::string told =
             problems.empty()
                 ? ""

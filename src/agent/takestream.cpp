@@ -154,6 +154,7 @@ private:
     // What happens behind the commit is told on the thread that commits, so it has to be short.
     void Commit(const Next& next) {
         const auto part = std::make_shared<StreamPart>(stream_.TakePart());
+        part->delivery->source = intakeSource::events;
         auto done = [self = shared_from_this(), part, next](Verdict verdict) {
             if (verdict == Verdict::noRoom)
                 return next({self->Stop(503, "there is no room", self->line_), false});

@@ -92,6 +92,7 @@ private:
 
 void PartSink::Put(StreamPart part, std::vector<SpoolMark> marks) {
     part.delivery->marks = std::move(marks);
+    part.delivery->source = intakeSource::files;
     part_ = std::move(part);
 }
 
@@ -115,7 +116,7 @@ bool PartSink::Commit() {
 void PartSink::Account() {
     std::map<std::string_view, std::pair<std::uint64_t, std::uint64_t>> reasons;  // how many, where
     for (const auto& [line, problem] : part_->problems) {
-        parts_.log.CountRejected(problem.kind);
+        parts_.log.CountRejected(intakeSource::files, problem.kind);
         const auto place = reasons.try_emplace(problem.kind, 0, line).first;
         ++place->second.first;
     }

@@ -52,7 +52,7 @@ def check_once(zel, senders):
     for folder in os.listdir(zel.store):
         if folder.startswith(OLD):
             shutil.rmtree(os.path.join(zel.store, folder))
-    got = sorted(json.loads(row)["seq_num"] for row in zel.rows("--since", "2000-01-01", "--duplicates"))
+    got = sorted(json.loads(row)["seq_num"] for row in zel.rows("--object", "file", "--duplicates"))
     sent = sorted(number for sender in senders for number in sender.sent())
     zel.check("each once", (len(sent), []), (len(got), sorted(set(sent) ^ set(got))[:10]))
     return len(sent)

@@ -82,7 +82,7 @@ def check_rsyslog(zel, lines):
         shipper = rsyslog(zel, lines, service.port)
         check_stored(service, lines, shipper)
         status = service.status()
-        zel.check("each once", (len(lines), 0), (status["ledger"]["accepted"], status["duplicate"]))
+        zel.check("each once", (len(lines), 0), (service.ledger()["accepted"], status["duplicate"]))
         if b'"seq_num"' in lines[0]:  # rows of one moment stand by their numbers, by which the lines are sorted
             rows = zel.rows("--by", "receive", "--since", "2000-01-01")
             zel.check("in order", lines, [row.replace(b',"enriched_data":null', b"") for row in rows])
@@ -95,7 +95,7 @@ def check_rsyslog_kills(zel, lines):
     shipper = rsyslog(zel, lines, port)
     with killed_twice(zel, port, lines) as service:
         check_stored(service, lines, shipper)
-        zel.check("once, by ids", len(lines), service.status()["ledger"]["accepted"])
+        zel.check("once, by ids", len(lines), service.ledger()["accepted"])
         ended(shipper)
 
 
@@ -150,7 +150,7 @@ def check_syslog_ng_bulk(zel, lines):
     with PortService(zel, free_port()) as service:
         shipper = syslog_ng(zel, lines, service.port, "/_bulk", '{\\"index\\":{\\"_index\\":\\"events\\"}}\\n${MESSAGE}\\n')
         check_stored(service, lines, shipper)
-        zel.check("each once", len(lines), service.status()["ledger"]["accepted"])
+        zel.check("each once", len(lines), service.ledger()["accepted"])
         ended(shipper)
 
 
