@@ -90,7 +90,7 @@ def check_killed(zel):
         service.end(signal.SIGKILL)
     with Service(zel):
         pass
-    rows = zel.rows("--since", "2000-01-01", "--enrichments")
+    rows = zel.rows("--object", "file", "--enrichments")
     zel.check("kept", [1], [row.count(b'{"kept":1}') for row in rows])
 
 
