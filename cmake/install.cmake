@@ -26,6 +26,7 @@ install(FILES packaging/zel.service packaging/zel.socket DESTINATION lib/systemd
 install(FILES packaging/zel.sysusers DESTINATION lib/sysusers.d RENAME zel.conf COMPONENT runtime)
 install(FILES packaging/zel.tmpfiles DESTINATION lib/tmpfiles.d RENAME zel.conf COMPONENT runtime)
 install(FILES packaging/zel.toml DESTINATION etc/zel COMPONENT runtime)
+install(FILES packaging/zel-audisp.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 add_custom_command(OUTPUT zel.toml.5
                    COMMAND ${PROJECT_SOURCE_DIR}/packaging/configpage.sh $<TARGET_FILE:zel>
                            ${PROJECT_SOURCE_DIR}/docs/zel.toml.5.in > zel.toml.5

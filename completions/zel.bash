@@ -6,7 +6,7 @@ _zel_flags() { # COMMAND: its flags
         ingest) echo --help --format --keep-unmapped --no-unmapped --recover --print-keys --keys-only --new \
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
-            --pattern --hash --ip --correlation --type-id --actor-uid --key --limit --enrichments --no-live-enriched \
+            --pattern --hash --ip --correlation --type-id --actor-uid --enrichments --no-live-enriched --key --limit \
             --where --cmd-line --user --computer --pid --port --grep --machine \
             --duplicates --print-keys --with-key --show-cursor --explain --output --last --sort --reverse --fields --count-by \
             --histogram --trailer --no-pager --tz ;;
@@ -23,6 +23,7 @@ _zel_flags() { # COMMAND: its flags
         monitor) echo --help --once --stop-below --resume-percent --output ;;
         "machine show") echo --help --machine ;;
         serve) echo --help --config --check --tail --stdin ;;
+        audisp) echo --help --queue ;;
         status) echo --help --watch --output ;;
         "config show") echo --help --config ;;
         *) echo --help ;;
@@ -31,7 +32,7 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query follow hunt sql tree enrich purge info monitor settings serve status config machine ;;
+        "") echo ingest query follow hunt sql tree enrich purge info monitor settings serve audisp status config machine ;;
         settings) echo get set unset ;;
         machine | config) echo show ;;
     esac
@@ -63,7 +64,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             esac ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
             --actor-uid | --key | --where | --tag | --cmd-line | --user | --computer | --pid | --port | --grep | \
-            --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent) echo NONE ;;
+            --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent | --queue) echo NONE ;;
     esac
 }
 

@@ -73,6 +73,19 @@ HttpReply PlainReply(int status, std::string text) {
     return {status, "text/plain", std::move(text) + "\n", {}};
 }
 
+std::chrono::milliseconds TokenBrake::Fail() {
+    constexpr unsigned mostFailures = 10;
+    constexpr auto period = std::chrono::seconds(1);
+    const auto now = std::chrono::steady_clock::now();
+    const std::lock_guard hold(mutex_);
+    if (now - since_ >= period) {
+        since_ = now;
+        failures_ = 0;
+    }
+    return ++failures_ > mostFailures ? std::chrono::milliseconds(period)
+                                      : std::chrono::milliseconds(0);
+}
+
 bool ReadToken(const std::string& file, std::string* token, std::string* problem) {
     std::ifstream stream(file);
     if (!std::getline(stream, *token)) {

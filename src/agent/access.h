@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,6 +28,19 @@ bool ReadToken(const std::string& file, std::string* token, std::string* problem
 // Why a request is not taken, by its head alone. Browsers are kept out: they reach every port of
 // the machine for any page, and tell so by headers that no shipper sends.
 std::optional<HttpReply> RefuseAccess(const HttpHead& head, Right needed, const AccessRules& rules);
+
+// Slows down who tries tokens: of more than ten wrong ones within a second each waits a second. Any
+// thread.
+class TokenBrake {
+public:
+    // One was wrong: how long its answer is to wait.
+    std::chrono::milliseconds Fail();
+
+private:
+    std::mutex mutex_;
+    std::chrono::steady_clock::time_point since_;
+    unsigned failures_ = 0;
+};
 
 // Answers of one line.
 HttpReply PlainReply(int status, std::string text);

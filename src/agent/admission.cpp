@@ -1,6 +1,7 @@
 #include "agent/admission.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -25,11 +26,13 @@ constexpr auto retryPause = std::chrono::milliseconds(200);
 }  // namespace
 
 Admission::Admission(Spool& spool, ZEL::IEventStore7& store, AgentLog& log, std::uint64_t mostBytes,
-                     std::chrono::seconds hold, std::function<void(const Taken&)> onTaken)
+                     std::chrono::seconds hold, std::uint64_t mostHeld,
+                     std::function<void(const Taken&)> onTaken)
     : spool_(spool),
       store_(store),
       log_(log),
       mostBytes_(mostBytes),
+      mostHeld_(mostHeld),
       hold_(hold),
       onTaken_(std::move(onTaken)) {}
 
@@ -92,7 +95,20 @@ Admission::Waiters Admission::TakeExpiredLocked() {
         expired.push_back(std::move(waiters_.front()));
         waiters_.pop_front();
     }
+    TakeCrowdLocked(&expired);
     return expired;
+}
+
+// No user may fill all places where requests wait for room; those that came last go.
+void Admission::TakeCrowdLocked(Waiters* taken) {
+    std::map<std::uint32_t, std::uint64_t> held;
+    Waiters kept;
+    for (Waiter& waiter : waiters_) {
+        const auto& sender = waiter.delivery->sender;
+        const bool isOneTooMany = sender && ++held[*sender] > mostHeld_;
+        (isOneTooMany ? *taken : kept).push_back(std::move(waiter));
+    }
+    waiters_.swap(kept);
 }
 
 void Admission::Main() {

@@ -34,7 +34,8 @@ public:
 
     // All outlive this. `onTaken` is called behind each commit, one after the other.
     Admission(Spool& spool, ZEL::IEventStore7& store, AgentLog& log, std::uint64_t mostBytes,
-              std::chrono::seconds hold, std::function<void(const Taken&)> onTaken);
+              std::chrono::seconds hold, std::uint64_t mostHeld,
+              std::function<void(const Taken&)> onTaken);
     ~Admission() { Stop(); }
     Admission(const Admission&) = delete;
     Admission& operator=(const Admission&) = delete;
@@ -71,6 +72,7 @@ private:
 
     void Main();
     Waiters TakeExpiredLocked();
+    void TakeCrowdLocked(Waiters* taken);
     bool Commit(const Waiters& waiters);
     std::string NextReceiveKey();
 
@@ -78,6 +80,7 @@ private:
     ZEL::IEventStore7& store_;
     AgentLog& log_;
     std::atomic<std::uint64_t> mostBytes_;
+    const std::uint64_t mostHeld_;  // of one user
     std::atomic<std::chrono::seconds> hold_;
     const std::function<void(const Taken&)> onTaken_;
 

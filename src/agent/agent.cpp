@@ -89,9 +89,10 @@ std::string Listed(const std::vector<std::string>& names) {
 class Agent {
 public:
     Agent(AgentConfig config, const std::string& version, ISessionListener& listener,
-          wm::IErrorReportSink* reports)
+          wm::IErrorReportSink* reports, const AskByParameters& askByParameters)
         : config_(std::move(config)),
           reports_(reports),
+          askByParameters_(askByParameters),
           log_(listener),
           store_(log_),
           version_(version),
@@ -116,6 +117,7 @@ private:
 
     LiveConfig config_;
     wm::IErrorReportSink* const reports_;
+    const AskByParameters& askByParameters_;
     AgentLog log_;
     StoreSession store_;
     const std::string version_;
@@ -172,7 +174,7 @@ bool Agent::OpenSpool() {
                                        });
     admission_ = std::make_unique<Admission>(
         spool_, *store_, log_, config_->spoolMaxSize,
-        std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)),
+        std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)), config_->heldPerUser,
         [this](const Admission::Taken& taken) {
             feeder_->Wake();
             hunt_->Wake();
@@ -234,10 +236,10 @@ bool Agent::Listen() {
     }
     access_.Replace(std::move(access));
     questions_ = std::make_unique<Questions>(*store_, QuestionLimitsOf(*config_.Now()), reports_);
-    parts_ = std::unique_ptr<AgentParts>(
-        new AgentParts{config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_,
-                       *questions_, *followers_, *hunt_, wm::FormatUtc(wm::Clock().UtcNow()),
-                       static_cast<std::uint64_t>(std::time(nullptr)), version_});
+    parts_ = std::unique_ptr<AgentParts>(new AgentParts{
+        config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_, *questions_,
+        askByParameters_, *followers_, *hunt_, wm::FormatUtc(wm::Clock().UtcNow()),
+        static_cast<std::uint64_t>(std::time(nullptr)), version_});
     routes_ = std::make_unique<Routes>(*parts_, access_);
     server_ = std::make_unique<HttpServer>(
         *routes_,
@@ -362,9 +364,9 @@ bool Agent::End() {
 }  // namespace
 
 AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
-                  wm::IErrorReportSink* reports, int stop, std::optional<int> input,
-                  const AgentReload& reload) {
-    Agent agent(config, version, listener, reports);
+                  wm::IErrorReportSink* reports, int stop, const AskByParameters& askByParameters,
+                  std::optional<int> input, const AgentReload& reload) {
+    Agent agent(config, version, listener, reports, askByParameters);
     const bool isRunning = agent.Start();
     if (isRunning) {
         agent.GoWays(input);

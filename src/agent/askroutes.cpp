@@ -25,24 +25,40 @@ using Answer = IHttpHandler::Answer;
 
 constexpr std::size_t longestFollowed = 1U << 20;  // bytes of a document
 
-// What stands behind a name in the query of a target, decoded; empty when it is not there.
-std::string Parameter(std::string_view query, std::string_view name) {
+using Parameters = std::vector<std::pair<std::string, std::string>>;
+
+std::string Decoded(std::string_view text) {
+    std::string value;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned code = 0;
+        const bool isCode =
+            text[i] == '%' && i + 2 < text.size() &&
+            std::from_chars(&text[i + 1], &text[i + 1] + 2, code, 16).ptr == &text[i + 1] + 2;
+        value += isCode ? static_cast<char>(code) : text[i] == '+' ? ' ' : text[i];
+        i += isCode ? 2 : 0;
+    }
+    return value;
+}
+
+// The query of a target, decoded, in its order.
+Parameters ParametersOf(std::string_view query) {
+    Parameters parameters;
     while (!query.empty()) {
         const std::string_view pair = query.substr(0, query.find('&'));
         query.remove_prefix(std::min(pair.size() + 1, query.size()));
-        if (pair.substr(0, pair.find('=')) != name || pair.size() <= name.size())
-            continue;
-        std::string value;
-        for (std::size_t i = name.size() + 1; i < pair.size(); ++i) {
-            unsigned code = 0;
-            const bool isCode =
-                pair[i] == '%' && i + 2 < pair.size() &&
-                std::from_chars(&pair[i + 1], &pair[i + 1] + 2, code, 16).ptr == &pair[i + 1] + 2;
-            value += isCode ? static_cast<char>(code) : pair[i] == '+' ? ' ' : pair[i];
-            i += isCode ? 2 : 0;
-        }
-        return value;
+        const std::size_t sign = std::min(pair.find('='), pair.size());
+        if (!pair.empty())
+            parameters.emplace_back(Decoded(pair.substr(0, sign)),
+                                    Decoded(pair.substr(std::min(sign + 1, pair.size()))));
     }
+    return parameters;
+}
+
+// Empty when it is not there.
+std::string Parameter(std::string_view query, std::string_view name) {
+    for (auto& [one, value] : ParametersOf(query))
+        if (one == name)
+            return std::move(value);
     return "";
 }
 
@@ -66,7 +82,7 @@ void Ask(AgentParts& parts, const HttpHead& head, AskedQuestion question, const 
         return answer(std::move(reply));
     // What can't be asked is refused as a whole, which shows with the first bytes.
     stream->WhenReady([stream, answer, reply]() mutable {
-        reply.status = stream->IsRefusal() ? 400 : 200;
+        reply.status = !stream->IsRefusal() ? 200 : stream->IsLate() ? 408 : 400;
         answer(std::move(reply));
     });
 }
@@ -120,16 +136,44 @@ void AnswerRows(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     Ask(parts, request.head, {std::move(request.body), AnswerForm::frames, -1}, answer);
 }
 
+namespace {
+
+// The document as it was sent, or what the parameters ask in its place.
+bool ReadQuestion(AgentParts& parts, HttpRequest& request, AskedQuestion* question,
+                  std::string* problem) {
+    Parameters asked;
+    std::string limit;
+    question->document = std::move(request.body);
+    for (auto& [name, value] : ParametersOf(request.head.query)) {
+        if (name == "limit")
+            limit = value;
+        else if (name == "document" && question->document.empty())
+            question->document = value;
+        else
+            asked.emplace_back(std::move(name), std::move(value));
+    }
+    if (!ReadLimit(limit, &question->limit)) {
+        *problem = "limit is no number";
+        return false;
+    }
+    if (question->document.empty() && !asked.empty())
+        return parts.askByParameters(asked, question, problem);
+    if (question->document.empty())
+        *problem =
+            "nothing is asked: a document as the body or the parameter \"document\", or "
+            "parameters such as since and action";
+    else if (!asked.empty())
+        *problem = asked.front().first + ": beside a document only limit can be given";
+    return problem->empty();
+}
+
+}  // namespace
+
 void AnswerQuery(AgentParts& parts, HttpRequest& request, const Answer& answer) {
-    AskedQuestion question{std::move(request.body), AnswerForm::lines, -1};
-    if (question.document.empty())
-        question.document = Parameter(request.head.query, "document");
-    if (question.document.empty())
-        return answer(PlainReply(400,
-                                 "the query's document is missing: it is the body, or the "
-                                 "parameter \"document\""));
-    if (!ReadLimit(Parameter(request.head.query, "limit"), &question.limit))
-        return answer(PlainReply(400, "limit is no number"));
+    AskedQuestion question{"", AnswerForm::lines};
+    std::string problem;
+    if (!ReadQuestion(parts, request, &question, &problem))
+        return answer(PlainReply(400, problem));
     Ask(parts, request.head, std::move(question), answer);
 }
 

@@ -24,6 +24,7 @@ struct AgentConfig {
     std::string spoolPath;
     std::uint64_t spoolMaxSize = 0;
     std::uint64_t spoolHold = 0;  // how long a request waits for room before it is refused
+    std::uint64_t heldPerUser = 0;
     std::uint64_t idsKept = 0;
     std::uint64_t idsAge = 0;
 
@@ -42,6 +43,7 @@ struct AgentConfig {
     std::uint64_t lineSize = 0;
     bool keepsUnmapped = false;
     bool writesUnmapped = false;
+    std::string idMember;  // empty: none
 
     std::vector<std::string> tailFiles;
 
@@ -78,7 +80,7 @@ struct ConfigKey {
     std::string_view name;
     Place place;
     // How values are written: "path", "size" (bytes, or "10G"), "seconds", "number", "percent",
-    // "port", "group", "flag", or a list that is empty by default: "paths",
+    // "port", "group", "member", "flag", or a list that is empty by default: "paths",
     // or "command", a path and arguments.
     std::string_view unit;
     std::string_view initial;  // the default, as the file would say it

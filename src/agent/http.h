@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -26,6 +27,10 @@ struct HttpHead {
     std::uint64_t bodyLength = 0;  // 0 when it comes in chunks
     std::uint16_t port = 0;        // that it came to; 0: the socket
     Peer peer;                     // at the socket
+
+    std::optional<std::uint32_t> Sender() const {
+        return peer.isKnown ? std::optional<std::uint32_t>(peer.uid) : std::nullopt;
+    }
 };
 
 struct HttpRequest {
@@ -38,8 +43,9 @@ struct HttpReply {
     std::string type = "application/json";
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
-    bool closes = false;  // the connection ends with this answer
-    bool isCut = false;   // the connection ends without one
+    bool closes = false;                 // the connection ends with this answer
+    bool isCut = false;                  // the connection ends without one
+    std::chrono::milliseconds pause{0};  // ahead of it; of a refusal alone
     // In place of the body: what comes is sent on as it comes, and ended when the peer goes away.
     std::shared_ptr<AnswerStream> stream = nullptr;
 };

@@ -94,6 +94,7 @@ private:
     void EndPieces(HttpReply reply);
     void HandOver();
     void RefuseUnread(ErrorCode error);
+    void WriteLater(HttpReply reply);
     void Write(HttpReply reply);
     void OnWritten();
     void WriteStream(HttpReply reply);
@@ -121,9 +122,9 @@ private:
     bool isHeadRequest_ = false;
     SteadyClock::time_point since_ = SteadyClock::now();
     std::uint64_t bodyRead_ = 0;
+    asio::steady_timer timer_{server_.context};
     // While a body is taken in pieces.
     std::shared_ptr<BodyTaker> taker_;
-    asio::steady_timer pieceTimer_{server_.context};
     std::optional<SteadyClock::time_point> pieceSince_;  // when its first byte came
     SteadyClock::time_point pausedSince_;
     std::optional<HttpReply> early_;  // waits for the end of a read
@@ -208,9 +209,20 @@ void Connection::OnHead() {
         refusal = server_.handler.Refuse(told_);
     if (refusal) {
         refusal->closes = refusal->closes || told_.hasBody;
-        return Write(std::move(*refusal));
+        return WriteLater(std::move(*refusal));
     }
     ReadBody();
+}
+
+void Connection::WriteLater(HttpReply reply) {
+    if (reply.pause.count() == 0)
+        return Write(std::move(reply));
+    stream_.expires_never();
+    timer_.expires_after(reply.pause);
+    timer_.async_wait([self = shared_from_this(), reply = std::move(reply)](ErrorCode error) {
+        if (!error)
+            self->Write(reply);
+    });
 }
 
 // Whoever expects 100 has waited with the body until here, so a refusal costs none of it.
@@ -298,8 +310,8 @@ void Connection::OfferPiece() {
         pieceSince_.reset();
         return GivePiece(std::exchange(body, {}), isLast);
     }
-    pieceTimer_.expires_at(due);
-    pieceTimer_.async_wait([self = shared_from_this()](ErrorCode error) {
+    timer_.expires_at(due);
+    timer_.async_wait([self = shared_from_this()](ErrorCode error) {
         if (!error)
             self->OfferPiece();
     });

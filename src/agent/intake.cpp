@@ -51,7 +51,17 @@ Intake::Intake(ZEL::IEventStore7& store, LiveConfig::Snapshot config, std::uint6
       mapper_(MappingOptions{config_->writesUnmapped, config_->keepsUnmapped, false}),
       formats_(mapper_) {}
 
-Intake::Outcome Intake::TakeLine(std::string_view line, const std::string& id) {
+std::string Intake::MemberId(std::string_view object) {
+    if (config_->idMember.empty() || !object.starts_with('{'))
+        return "";
+    fields_.Clear();
+    const SourceField* const field =
+        json_.Read(object, &fields_) ? fields_.FindWhole(config_->idMember) : nullptr;
+    return field != nullptr && field->kind != SourceField::Kind::json ? std::string(field->text)
+                                                                      : "";
+}
+
+Intake::Outcome Intake::TakeLine(std::string_view line, const std::string& given) {
     Outcome outcome{taken_.items.size(), 0, {}};
     ++lines_;
     if (line.size() > config_->lineSize) {
@@ -62,6 +72,7 @@ Intake::Outcome Intake::TakeLine(std::string_view line, const std::string& id) {
         outcome.problem = {"too many events in one request", ""};
         return outcome;
     }
+    const std::string id = given.empty() ? MemberId(line) : given;
     mapper_.CountFrom(static_cast<std::uint32_t>(
         ::crc32_z(0, reinterpret_cast<const Bytef*>(line.data()), line.size())));
     if (formats_.Give(line, lines_)) {

@@ -8,6 +8,7 @@
 #include "agent/liveconfig.h"
 #include "agent/spool.h"
 #include "records/formats/lineformats.h"
+#include "records/jsonfields.h"
 #include "zelstore/ieventstore.h"
 
 namespace zel {
@@ -40,9 +41,10 @@ public:
         std::size_t count = 0;
         IntakeProblem problem;  // an empty kind: none
     };
-    // A line without its end. The text has to live until the next call. `id` names the event of the
-    // line; of several events in one line each gets a number behind it.
-    Outcome TakeLine(std::string_view line, const std::string& id);
+    // A line without its end. The text has to live until the next call. `given` names the event of
+    // the line, else a member of it does, where one is set; of several events in one line each gets
+    // a number behind it.
+    Outcome TakeLine(std::string_view line, const std::string& given);
     // Events that wait for further lines come out: there are none, or none that are theirs.
     Outcome End();
     // The first line, as counted from 1 by TakeLine, whose event waits for further ones; 0: none.
@@ -56,6 +58,8 @@ public:
     Delivery& Taken() noexcept { return taken_; }
 
 private:
+    // What the setting names in a JSON object; empty without either.
+    std::string MemberId(std::string_view object);
     void TakeItem(SourceItem& item, const std::string& id, Outcome* outcome);
     void TakeRecord(const std::string& record, const std::string& id, Outcome* outcome);
     void TakeAll(const std::string& id, Outcome* outcome);
@@ -66,6 +70,8 @@ private:
     Mapper mapper_;
     LineFormats formats_;
     SourceItem item_;
+    JsonFields json_;
+    SourceFields fields_;
     std::uint64_t lines_ = 0;
     std::string record_;
     Delivery taken_;

@@ -7,6 +7,7 @@
 #include "agent/access.h"
 #include "agent/admission.h"
 #include "agent/agentlog.h"
+#include "agent/asking/questions.h"
 #include "agent/feeder.h"
 #include "agent/http.h"
 #include "agent/liveconfig.h"
@@ -38,6 +39,7 @@ struct AgentParts {
     DiskSight& disk;
     DiskWatch& watch;
     Questions& questions;
+    const AskByParameters& askByParameters;
     Followers& followers;
     LiveHunt& hunt;
     const std::string started;            // UTC

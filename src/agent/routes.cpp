@@ -154,6 +154,8 @@ std::optional<HttpReply> Routes::Refuse(const HttpHead& head) {
     }
     if (refusal)
         parts_.log.CountRequest(route != nullptr ? route->name : otherRoute, refusal->status);
+    if (refusal && refusal->status == 401)
+        refusal->pause = brake_.Fail();
     if (refusal && refusal->status != 404)
         parts_.log.SaySeldom("a request was refused with " + std::to_string(refusal->status));
     return refusal;

@@ -17,6 +17,7 @@ public:
 private:
     AgentParts& parts_;
     const Live<AccessRules>& access_;
+    TokenBrake brake_;
 };
 
 }  // namespace zel

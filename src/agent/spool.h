@@ -48,6 +48,7 @@ inline constexpr std::string_view all[] = {events, bulk, logs, files, service};
 // What one request brings: all of it is taken or nothing.
 struct Delivery {
     std::vector<SpoolItem> items;
+    std::optional<std::uint32_t> sender;  // the user, where the system tells
     std::vector<SpoolMark> marks;
     std::vector<SpooledEnrichment> enrichments;
     std::vector<std::string> hits;  // of rules, as lines for those who are told of them

@@ -190,6 +190,7 @@ void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
     auto items = std::make_shared<std::vector<BulkItem>>(std::move(reading->items));
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
     delivery->source = intakeSource::bulk;
+    delivery->sender = request.head.Sender();
     auto done = [&parts, delivery, items, answer, begin](Verdict verdict) {
         HttpReply reply;
         reply.isCut = verdict == Verdict::noRoom;

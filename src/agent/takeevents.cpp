@@ -48,6 +48,7 @@ void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Ans
         return answer(std::move(refusal));
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
     delivery->source = intakeSource::events;
+    delivery->sender = request.head.Sender();
     auto done = [&parts, delivery, problems, answer](Verdict verdict) {
         if (verdict == Verdict::noRoom) {
             HttpReply reply{503,

@@ -137,6 +137,7 @@ void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
     intake.End();
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
     delivery->source = intakeSource::logs;
+    delivery->sender = request.head.Sender();
     auto done = [&parts, delivery, problems, first, answer](Verdict verdict) {
         if (verdict == Verdict::noRoom) {
             HttpReply reply =

@@ -155,6 +155,7 @@ private:
     void Commit(const Next& next) {
         const auto part = std::make_shared<StreamPart>(stream_.TakePart());
         part->delivery->source = intakeSource::events;
+        part->delivery->sender = head_.Sender();
         auto done = [self = shared_from_this(), part, next](Verdict verdict) {
             if (verdict == Verdict::noRoom)
                 return next({self->Stop(503, "there is no room", self->line_), false});

@@ -3,9 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zel/arguments.h"
+#include "zel/commands.h"
 
 // What the functions that give commands their flags share.
 namespace zel {
@@ -45,6 +47,11 @@ inline void AddTexts(CLI::App& command, const char* name, std::vector<std::strin
         ->check(NotEmpty())
         ->type_name(kind);
 }
+
+// What the flags of `query` ask, read from parameters of the same names, with _ for - where one
+// likes. False with words that name the parameter.
+bool ReadQueryParameters(const std::vector<std::pair<std::string, std::string>>& parameters,
+                         ParameterQuestion* question, std::string* problem);
 
 // The commands that ask, in askarguments.cpp.
 void AddQuery(CLI::App& command, Run& run);

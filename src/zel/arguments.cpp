@@ -135,6 +135,7 @@ void AddSettings(CLI::App& command, Run& run) {
 
 void AddServe(CLI::App& command, Run& run) {
     ServeOptions& options = OptionsOf(command, run, RunServe);
+    options.readParameters = ReadQueryParameters;
     AddText(command, "--config", options.config, "FILE",
             "The configuration; by default /etc/zel/zel.toml");
     command.add_flag("--check", options.check, "Look at the configuration and end");
@@ -142,6 +143,13 @@ void AddServe(CLI::App& command, Run& run) {
              "Take the lines of a file that grows, beside those of tail.files");
     command.add_flag("--stdin", options.readsInput,
                      "Take the lines of standard input, and end when it does");
+}
+
+void AddAudisp(CLI::App& command, Run& run) {
+    AudispOptions& options = OptionsOf(command, run, RunAudisp);
+    command.add_option("--queue", options.queueMegabytes, "How much may wait for the service")
+        ->check(CLI::Range(1, 4096))
+        ->type_name("MEGABYTES");
 }
 
 void AddStatus(CLI::App& command, Run& run) {
@@ -184,6 +192,7 @@ constexpr struct {
     {"monitor", "Tell when disk space runs short", AddMonitor},
     {"settings", "Read or write a setting", AddSettings},
     {"serve", "Run the store as a service", AddServe},
+    {"audisp", "Bring audit records to the service, as a plugin of auditd", AddAudisp},
     {"status", "Tell how the service is", AddStatus},
     {"config", "The configuration of the service", AddConfig},
     {"machine", "The machine that paths are meant for", AddMachine},

@@ -1,5 +1,8 @@
+#include <algorithm>
+
 #include "zel/argumentkinds.h"
 #include "zel/commands.h"
+#include "zel/terminal/textfit.h"
 
 // The flags of the commands that ask.
 namespace zel {
@@ -71,6 +74,15 @@ void AddTimes(CLI::App& command, QueryOptions& options) {
             "With --by receive: go on behind the position that --show-cursor told");
 }
 
+// All that asks something of the keys.
+void AddAsking(CLI::App& command, QueryOptions& options) {
+    AddTimes(command, options);
+    AddConditions(command, options);
+    command.add_flag("--enrichments", options.enrichments, "Join the enrichments to each event");
+    command.add_flag("--no-live-enriched", options.noLiveEnriched,
+                     "Leave out events that have a live enrichment");
+}
+
 // How the answer of a query looks; `keys` tells that it is keys alone.
 void AddAnswer(CLI::App& command, AnswerOptions& options, CLI::Option* keys) {
     command
@@ -114,14 +126,10 @@ void AddQuery(CLI::App& command, Run& run) {
         AddText(command, "DOCUMENT", options.document, "",
                 "An event_query document in place of the flags: JSON, a file, or - for standard "
                 "input");
-    AddTimes(command, options);
-    AddConditions(command, options);
+    AddAsking(command, options);
     AddText(command, "--key", options.key, "KEY",
             "The one event with this key, as --with-key and --print-keys tell it");
     AddText(command, "--limit", options.limit, "NUMBER", "Print at most so many events");
-    command.add_flag("--enrichments", options.enrichments, "Join the enrichments to each event");
-    command.add_flag("--no-live-enriched", options.noLiveEnriched,
-                     "Leave out events that have a live enrichment");
     LeaveToDocument(command, document);
     AddTextConditions(command, options);
     AddText(command, "--machine", options.machine, "FILE",
@@ -170,6 +178,41 @@ void AddFollow(CLI::App& command, Run& run) {
     AddText(command, "--tz", question.answer.zone, "ZONE",
             "Print times of this zone, such as Europe/Berlin or local, and read those without one "
             "in it");
+}
+
+// By the same table as the command line, so that both know and refuse the same.
+bool ReadQueryParameters(const std::vector<std::pair<std::string, std::string>>& parameters,
+                         ParameterQuestion* question, std::string* problem) {
+    QueryOptions options;
+    CLI::App command;
+    command.set_help_flag();
+    AddAsking(command, options);
+    AddTextConditions(command, options);
+    AddText(command, "--tz", options.answer.zone, "ZONE", "Read times without a zone in this one");
+    std::vector<std::string_view> known;
+    for (const CLI::Option* const option : command.get_options())
+        known.push_back(option->get_lnames().front());
+    std::vector<std::string> flags;
+    for (const auto& [name, value] : parameters) {
+        std::string flag = name;
+        std::replace(flag.begin(), flag.end(), '_', '-');
+        if (std::find(known.begin(), known.end(), flag) == known.end()) {
+            *problem = UnknownName("parameter", name, known);
+            return false;
+        }
+        flags.push_back("--" + flag + (value.empty() ? "" : "=" + value));
+    }
+    std::reverse(flags.begin(), flags.end());
+    try {
+        command.parse(std::move(flags));
+    } catch (const CLI::ParseError& error) {
+        *problem = error.what();
+    }
+    if (problem->empty())
+        AskWithFlags(options, question, problem);
+    if (problem->starts_with("--"))
+        problem->erase(0, 2);
+    return problem->empty();
 }
 
 void AddHunt(CLI::App& command, Run& run) {

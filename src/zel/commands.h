@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 // The commands, as the command line and tests call them. Each prints its data to stdout, tells
@@ -168,6 +171,16 @@ struct EnrichOptions {
 // when lines were rejected or enrichments lost; 3 when the store takes none.
 int RunEnrich(const EnrichOptions& options);
 
+// What the parameters of a request to the service ask, as the flags of `query` do.
+struct ParameterQuestion {
+    std::string document;
+    std::function<bool(std::string_view event)> fits;  // null: all
+};
+using ReadParameters = bool (*)(const std::vector<std::pair<std::string, std::string>>& parameters,
+                                ParameterQuestion* question, std::string* problem);
+// The question that flags are. False with words that name the flag.
+bool AskWithFlags(const QueryOptions& options, ParameterQuestion* question, std::string* problem);
+
 inline constexpr const char* defaultConfigFile = "/etc/zel/zel.toml";
 
 struct ServeOptions {
@@ -175,12 +188,20 @@ struct ServeOptions {
     bool check = false;  // look at the configuration and end
     std::vector<std::string> tails;  // files that are followed beside those of the configuration
     bool readsInput = false;         // standard input too, whose end ends the service
+    ReadParameters readParameters = nullptr;
 };
 // Runs the store as a service until it is told to end. 2 for a configuration that can't be used, 3
 // when the store, the spool or a listener can't be had, 4 when records were lost.
 int RunServe(const ServeOptions& options);
 // Prints all effective values as a configuration.
 int RunConfigShow(const ServeOptions& options);
+
+struct AudispOptions {
+    std::uint32_t queueMegabytes = 16;  // of records that wait for the service
+};
+// Brings the audit records of standard input to the service until that ends. 3 when no service is
+// named, 4 when records were dropped.
+int RunAudisp(const AudispOptions& options);
 
 struct StatusOptions {
     bool watch = false;  // print it again and again

@@ -99,6 +99,17 @@ def check_lines(zel, service):
     status, body, _ = service.ask("POST", "/v1/query?limit=3", document)
     lines = [json.loads(line) for line in body.splitlines()]
     zel.check("lines", (200, 4, True, True), (status, len(lines), lines[-1]["end"], lines[-1]["truncated"]))
+    everything, of_flags = "/v1/query?since=2000-01-01", (("action", "create"), ("grep", "ab"), ("user", "nobody-at-all"))
+    for name, value in of_flags:
+        flags = ("--since", "2000-01-01", "--duplicates", f"--{name}", value)
+        body = service.ask("GET", f"{everything}&{name}={value}")[1]
+        zel.check(name, sorted(zel.run("query", *flags).stdout.splitlines()), sorted(body.splitlines()[:-1]))
+    zel.check("limit", (3, True), (lambda rows: (len(rows), json.loads(rows[-1])["truncated"]))(
+        service.ask("GET", f"{everything}&target_path=*&limit=2")[1].splitlines()))
+    for query, word in (("sinc=now", b"sinc"), ("since=never", b"since"), ("where=nonsense", b"where"),
+                        ("action=fly", b"action"), ("limit=x", b"limit"), ("document={}&since=now", b"since")):
+        status, body, _ = service.ask("GET", "/v1/query?" + query)
+        zel.check(query, (400, True), (status, word in body))
     zel.check("no document", 400, service.ask("GET", "/v1/query")[0])
     zel.check("no JSON", 400, service.ask("POST", "/v1/query", "{")[0])
     zel.check("a method", 405, service.ask("DELETE", "/v1/query")[0])

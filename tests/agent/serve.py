@@ -102,6 +102,10 @@ def check_port(zel, sample):
             got = [service.ask(*what, headers, http.client.HTTPConnection("127.0.0.1", port, timeout=LIMIT))[0]
                    for what in (("POST", "/v1/events", sample[0]), ("GET", "/v1/status", None))]
             zel.check(sign[:8], [writes, reads], got)
+        began = time.monotonic()
+        for _ in range(12):
+            service.ask("GET", "/metrics", None, {}, http.client.HTTPConnection("127.0.0.1", port, timeout=LIMIT))
+        zel.check("who tries tokens waits", True, time.monotonic() - began >= 1)
 
 
 def check_room(zel, sample):

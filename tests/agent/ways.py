@@ -151,10 +151,36 @@ def check_streams(zel):
         zel.check("all", 29998 * 2 + 5 + 2000, service.status()["ledger"]["accepted"])
 
 
+def check_audisp(zel, audit):
+    """Records wait for a service that is away, and go on when it comes; what is too many is dropped, and told."""
+    with Service(zel) as service:
+        pass
+    command = [zel.program, "--socket", service.socket, "audisp"]
+    with subprocess.Popen(command, stdin=subprocess.PIPE, stderr=subprocess.PIPE, env=zel.environment) as plugin:
+        plugin.stdin.write(b"\n".join(audit))
+        plugin.stdin.close()
+        with Service(zel) as service:
+            zel.check("ended", 0, plugin.wait(LIMIT))
+            expected = set(zel.run("ingest", "--keys-only", "--keep-unmapped", given=b"\n".join(audit)).stdout.splitlines())
+            zel.check("accepted", len(expected), service.status()["ledger"]["accepted"])
+    zel.check("keys", sorted(expected), sorted(zel.rows("--since", "2000-01-01", "--print-keys")))
+    many = b"".join(b"type=LOGIN msg=audit(1481076984.827:%d): pid=1 uid=0\n" % n for n in range(40000))
+    full = subprocess.run([*command, "--queue", "1"], input=many, stderr=subprocess.PIPE, check=False, env=zel.environment)
+    zel.check("dropped", (4, True), (full.returncode, b" audit record(s) were dropped" in full.stderr))
+
+
+def check_ids(zel):
+    """A member of the events is their id."""
+    lines = [record(number)[:-1] + b',"my":{"id":"%d"}}' % (number % 5) for number in range(10)]
+    with Service(zel, intake_id_member="my.id") as service:
+        answer = service.events(lines)
+        zel.check("by member", (5, 5), (answer["accepted"], answer["duplicate"]))
+
+
 def main():
     audit, failures = read_records(sys.argv[2]), 0
     for check, arguments in ((check_tail, ()), (check_tail_of_audit, (audit,)), (check_input, ()),
-                             (check_streams, ())):
+                             (check_streams, ()), (check_audisp, (audit,)), (check_ids, ())):
         with Zel(sys.argv[1]) as zel:
             began = time.time()
             check(zel, *arguments)

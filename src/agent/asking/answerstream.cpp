@@ -39,12 +39,13 @@ bool AnswerStream::Offer(std::string_view bytes) {
     return true;
 }
 
-void AnswerStream::Finish(std::string_view bytes, bool isRefusal) {
+void AnswerStream::Finish(std::string_view bytes, bool isRefusal, bool isLate) {
     std::unique_lock hold(mutex_);
     if (!isCancelled_)
         bytes_ += bytes;
     hasEnded_ = true;
     isRefusal_ = isRefusal;
+    isLate_ = isLate;
     TellReady(hold);
 }
 
@@ -93,6 +94,11 @@ bool AnswerStream::Take(std::string* bytes) {
 bool AnswerStream::IsRefusal() const {
     const std::lock_guard hold(mutex_);
     return isRefusal_;
+}
+
+bool AnswerStream::IsLate() const {
+    const std::lock_guard hold(mutex_);
+    return isLate_;
 }
 
 void AnswerStream::Cancel() {

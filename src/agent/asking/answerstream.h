@@ -29,8 +29,8 @@ public:
     // As Write, but waits for nothing: false when there is no room, or nobody reads any more.
     bool Offer(std::string_view bytes);
     // The last bytes, which wait for no room, and the end. `isRefusal`: nothing but these was ever
-    // written, and they tell why there is no answer.
-    void Finish(std::string_view bytes, bool isRefusal);
+    // written, and they tell why there is no answer; `isLate`: because its time was over.
+    void Finish(std::string_view bytes, bool isRefusal, bool isLate = false);
     // Nothing more is taken; what is there and the end still go to the reader. For any thread.
     void Break();
     // What Write has waited in all, up to now: the reader's time and not the question's.
@@ -46,6 +46,7 @@ public:
     // Moves what is there to `*bytes`. False at the end, behind which nothing comes.
     bool Take(std::string* bytes);
     bool IsRefusal() const;
+    bool IsLate() const;
     std::chrono::seconds LongestStall() const noexcept { return longestStall_; }
     // Nobody reads any more: what is there is dropped, and `onCancel` called, if it was set.
     void Cancel();
@@ -68,8 +69,8 @@ private:
     std::function<void()> onReady_;
     std::chrono::steady_clock::duration waited_{0};
     std::optional<std::chrono::steady_clock::time_point> waitsSince_;
-    bool hasEnded_ = false, isRefusal_ = false, isCancelled_ = false, hasStalled_ = false,
-         isBroken_ = false;
+    bool hasEnded_ = false, isRefusal_ = false, isLate_ = false, isCancelled_ = false,
+         hasStalled_ = false, isBroken_ = false;
 };
 
 }  // namespace zel

@@ -17,14 +17,18 @@ using ZEL::HRESULT;
 
 class FrameWriter final : public AnswerWriter {
 public:
-    void Rows(ZEL::IValueCollection& rows, std::size_t count, std::string_view resumeTime,
-              std::int32_t resumeSequence, std::string* out) override {
+    Written Rows(ZEL::IValueCollection& rows, std::size_t most, std::string_view resumeTime,
+                 std::int32_t resumeSequence, std::string* out) override {
+        const std::size_t count = std::min<std::size_t>(rows.Count(), most);
+        if (count == 0)
+            return {0, rows.Count() > most};
         frames::Writer frame(frames::Type::rows, out);
         frame.Text(resumeTime).Number(static_cast<std::uint32_t>(resumeSequence));
         frame.Number(static_cast<std::uint32_t>(count));
         std::string converted;
         for (std::size_t i = 0; i < count; ++i)
             frame.Text(wm::Utf8Of(*rows.GetValue(i), converted).value_or(""));
+        return {count, rows.Count() > most};
     }
     void Failure(std::string_view folder, std::uint32_t operation, HRESULT result,
                  std::string* out) override {
@@ -50,18 +54,28 @@ public:
 // What is missing from the answer stands in its last line alone.
 class LineWriter final : public AnswerWriter {
 public:
+    explicit LineWriter(std::function<bool(std::string_view)> fits) : fits_(std::move(fits)) {}
+
     // Line ends stand between the tokens of JSON only, so a blank in their place changes nothing.
-    void Rows(ZEL::IValueCollection& rows, std::size_t count, std::string_view, std::int32_t,
-              std::string* out) override {
+    Written Rows(ZEL::IValueCollection& rows, std::size_t most, std::string_view, std::int32_t,
+                 std::string* out) override {
+        Written written;
         std::string converted;
-        for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t i = 0; i < rows.Count(); ++i) {
+            const std::string_view row = wm::Utf8Of(*rows.GetValue(i), converted).value_or("null");
+            if (fits_ && !fits_(row))
+                continue;
+            if (written.rows == most)
+                return {most, true};
+            ++written.rows;
             const std::size_t begin = out->size();
-            *out += wm::Utf8Of(*rows.GetValue(i), converted).value_or("null");
+            *out += row;
             const auto from = out->begin() + static_cast<std::ptrdiff_t>(begin);
             std::replace(from, out->end(), '\n', ' ');
             std::replace(from, out->end(), '\r', ' ');
             *out += '\n';
         }
+        return written;
     }
     void Failure(std::string_view folder, std::uint32_t operation, HRESULT result,
                  std::string*) override {
@@ -88,16 +102,17 @@ public:
     }
 
 private:
+    const std::function<bool(std::string_view)> fits_;
     std::string failures_;  // behind each other, as JSON
     std::uint64_t untested_ = 0, damaged_ = 0;
 };
 
 }  // namespace
 
-std::unique_ptr<AnswerWriter> MakeAnswerWriter(AnswerForm form) {
-    if (form == AnswerForm::frames)
+std::unique_ptr<AnswerWriter> MakeAnswerWriter(const AskedQuestion& question) {
+    if (question.form == AnswerForm::frames)
         return std::make_unique<FrameWriter>();
-    return std::make_unique<LineWriter>();
+    return std::make_unique<LineWriter>(question.fits);
 }
 
 }  // namespace zel

@@ -16,8 +16,13 @@ public:
 
     // Each puts its bytes behind `*out`.
 
-    virtual void Rows(ZEL::IValueCollection& rows, std::size_t count, std::string_view resumeTime,
-                      std::int32_t resumeSequence, std::string* out) = 0;
+    // Up to `most` rows; how many were written, and whether there are more.
+    struct Written {
+        std::size_t rows = 0;
+        bool hasMore = false;
+    };
+    virtual Written Rows(ZEL::IValueCollection& rows, std::size_t most, std::string_view resumeTime,
+                         std::int32_t resumeSequence, std::string* out) = 0;
     virtual void Failure(std::string_view folder, std::uint32_t operation, ZEL::HRESULT result,
                          std::string* out) = 0;
     virtual void Untested(std::uint32_t rows, std::string_view why, std::string* out) = 0;
@@ -27,6 +32,6 @@ public:
                      std::string* out) = 0;
 };
 
-std::unique_ptr<AnswerWriter> MakeAnswerWriter(AnswerForm form);
+std::unique_ptr<AnswerWriter> MakeAnswerWriter(const AskedQuestion& question);
 
 }  // namespace zel

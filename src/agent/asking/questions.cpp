@@ -39,7 +39,7 @@ public:
         : stream(std::make_shared<AnswerStream>(limits.buffer, limits.stall)),
           question_(std::move(question)),
           limits_(limits),
-          writer_(MakeAnswerWriter(question_.form)) {
+          writer_(MakeAnswerWriter(question_)) {
         if (!stop_.Create(wm::EventReset::manual))
             throw std::bad_alloc();
     }
@@ -115,18 +115,17 @@ HRESULT Questions::Run::TakeRows(ZEL::IValueCollection& rows, ZEL::IStringValue*
                                  std::int32_t resumeSequence) {
     if (hasEnough_ || isOverTime_ || stream->IsCancelled())
         return hr::ok;
-    auto count = static_cast<std::int64_t>(rows.Count());
-    if (question_.limit >= 0 && rows_ + count > question_.limit) {
-        count = question_.limit - rows_;
+    PutReports();
+    const auto most =
+        question_.limit < 0 ? SIZE_MAX : static_cast<std::size_t>(question_.limit - rows_);
+    const AnswerWriter::Written written =
+        writer_->Rows(rows, most, wm::ToText(resumeTime), resumeSequence, &ready_);
+    rows_ += static_cast<std::int64_t>(written.rows);
+    if (written.hasMore) {
         hasEnough_ = true;
         isComplete_ = false;
         End();
     }
-    rows_ += count;
-    PutReports();
-    if (count > 0)
-        writer_->Rows(rows, static_cast<std::size_t>(count), wm::ToText(resumeTime), resumeSequence,
-                      &ready_);
     const bool isTaken = stream->Write(ready_);
     ready_.clear();
     if (!isTaken)
@@ -167,7 +166,7 @@ void Questions::Run::Answer(ZEL::IEventStore7& store) noexcept {
         return hr::ok;
     });
     // Without memory for an end the stream ends without one, which a reader takes for a loss.
-    stream->Finish(Failed(written) ? "" : ready_, Failed(result) && rows_ == 0);
+    stream->Finish(Failed(written) ? "" : ready_, Failed(result) && rows_ == 0, isOverTime_);
 }
 
 Questions::Questions(ZEL::IEventStore7& store, const QuestionLimits& limits,

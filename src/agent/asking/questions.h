@@ -4,10 +4,12 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "agent/asking/answerstream.h"
@@ -33,7 +35,16 @@ struct AskedQuestion {
     std::string document;
     AnswerForm form = AnswerForm::frames;
     std::int64_t limit = -1;  // most rows; negative: as the document says
+    // Of lines: which rows are wanted of those that the document finds; null: all. Asked on the
+    // thread of the question.
+    std::function<bool(std::string_view row)> fits = nullptr;
 };
+
+// What the parameters of a request ask: fills document and filter. False with words that name the
+// parameter. Any thread.
+using AskByParameters =
+    std::function<bool(const std::vector<std::pair<std::string, std::string>>& parameters,
+                       AskedQuestion* question, std::string* problem)>;
 
 // Answers questions to the store of this process: many at once, on threads of its own, each with a
 // bounded buffer to its reader. What failed for one is told in its own answer, whatever others meet

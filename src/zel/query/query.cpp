@@ -4,6 +4,7 @@
 #include "zel/commands.h"
 #include "zel/query/answer.h"
 #include "zel/query/askeddocument.h"
+#include "zel/query/documentcheck.h"
 #include "zel/query/querydocument.h"
 #include "zel/query/resultintake.h"
 #include "zel/query/textconditions.h"
@@ -235,6 +236,28 @@ int AskStore(const QueryOptions& options, const TextConditions& conditions, cons
 }
 
 }  // namespace
+
+bool AskWithFlags(const QueryOptions& options, ParameterQuestion* question, std::string* problem) {
+    value document;
+    TextConditions conditions;
+    if (!ReadTextConditions(options, &conditions, problem) ||
+        !BuildDocument(options, &document, problem, NarrowingOf(conditions)))
+        return false;
+    if (!conditions.empty() && PlanQuery(document).byReceive) {
+        *problem = "by: what is asked of an event's text can't be combined with receive";
+        return false;
+    }
+    const DocumentFindings found = CheckDocument(document);
+    if (!found.errors.empty()) {
+        *problem = found.errors.front();
+        return false;
+    }
+    question->document = utility::conversions::to_utf8string(document.serialize());
+    if (!conditions.empty())
+        question->fits = [filter = std::make_shared<TextFilter>(conditions)](
+                             std::string_view event) { return filter->Fits(event); };
+    return true;
+}
 
 int RunQuery(const QueryOptions& options) {
     if (!options.machine.empty() && !UseMachine(options.machine))

@@ -64,8 +64,17 @@ int RunServe(const ServeOptions& options) {
         return book.problems.empty() ? exitCode::done : exitCode::usage;
     }
     const auto input = options.readsInput ? std::optional(STDIN_FILENO) : std::nullopt;
-    switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor(), input,
-                     {WatchHangups(), read})) {
+    const AskByParameters ask = [&options](const auto& parameters, AskedQuestion* question,
+                                           std::string* why) {
+        ParameterQuestion asked;
+        if (!options.readParameters(parameters, &asked, why))
+            return false;
+        question->document = std::move(asked.document);
+        question->fits = std::move(asked.fits);
+        return true;
+    };
+    switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor(), ask,
+                     input, {WatchHangups(), read})) {
         case AgentEnd::notBegun:
             return exitCode::noStore;
         case AgentEnd::left:
