@@ -13,8 +13,6 @@ namespace zel {
 namespace {
 
 constexpr std::uint64_t knownBytes = 1024;  // at either end, by which a file is known
-constexpr std::size_t readBytes = 256U << 10;
-constexpr std::uint64_t partBytes = 1U << 20;
 constexpr auto eventTime = std::chrono::seconds(2);  // that lines of one event may lie apart
 
 // As far as the file goes.

@@ -19,8 +19,6 @@ namespace zel {
 namespace {
 
 constexpr auto look = std::chrono::milliseconds(200);  // whether there is more
-constexpr std::size_t readBytes = 256U << 10;
-constexpr std::uint64_t partBytes = 1U << 20;
 
 // What was read of a pipe can't be read again: it is taken ahead of an end of the service, and lost
 // when there is no room then.

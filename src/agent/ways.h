@@ -16,6 +16,9 @@
 // Ways in that the service goes itself, beside those by which peers come.
 namespace zel {
 
+inline constexpr std::size_t readBytes = 256U << 10;  // at once
+inline constexpr std::uint64_t partBytes = 1U << 20;  // of a stream, after which it is taken
+
 // Brings parts of a stream into the spool, one after the other. For one thread.
 class PartSink {
 public:
