@@ -44,9 +44,10 @@ public:
     void Prepare();
     void Start();
     // For what comes from now on.
-    void SetLimits(std::uint64_t mostBytes, std::chrono::seconds hold) {
+    void SetLimits(std::uint64_t mostBytes, std::chrono::seconds hold, std::uint64_t mostHeld) {
         mostBytes_ = mostBytes;
         hold_ = hold;
+        mostHeld_ = mostHeld;
     }
     // Refuses what waits and all that comes.
     void Stop();
@@ -80,7 +81,7 @@ private:
     ZEL::IEventStore7& store_;
     AgentLog& log_;
     std::atomic<std::uint64_t> mostBytes_;
-    const std::uint64_t mostHeld_;  // of one user
+    std::atomic<std::uint64_t> mostHeld_;  // of one user
     std::atomic<std::chrono::seconds> hold_;
     const std::function<void(const Taken&)> onTaken_;
 

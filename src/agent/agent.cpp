@@ -309,7 +309,7 @@ void Agent::Reload(const AgentReload& reload) {
 
 void Agent::TakeReloaded(const AgentConfig& config) {
     config_.Replace(config);
-    admission_->SetLimits(config.spoolMaxSize, Seconds(config.spoolHold));
+    admission_->SetLimits(config.spoolMaxSize, Seconds(config.spoolHold), config.heldPerUser);
     spool_.SetLimits({config.idsKept, config.idsAge});
     questions_->SetLimits(QuestionLimitsOf(config));
     watch_->LookAtSizeSoon();
