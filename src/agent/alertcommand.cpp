@@ -15,7 +15,8 @@
 
 // The line stands in a file in memory that is the program's standard input: nobody has to feed a
 // pipe, and a program that does not read costs nothing. Each program leads a group of its own, so
-// that what it has begun can be ended with it.
+// that what it has begun can be ended with it. Of the service's descriptors it has none but the
+// messages: whatever stays behind would go on listening at the service's socket in its place.
 
 namespace zel {
 
@@ -50,6 +51,7 @@ AlertCommand::AlertCommand(const std::vector<std::string>& command, std::string_
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
     ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     ::posix_spawnattr_init(&attributes);
     sigset_t defaults;
     ::sigemptyset(&defaults);

@@ -104,6 +104,18 @@ def check_failures(zel):
         zel.check("well", (200, 0), (service.ask("GET", "/readyz")[0], service.status()["hunt"]["alerts_waiting"]))
 
 
+def check_left_behind(zel):
+    """What a command leaves behind holds nothing of the service, which starts again after a kill."""
+    rules, told = write_rule(zel, 7), os.path.join(zel.folder, "pid")
+    command = ["/bin/sh", "-c", f"setsid sleep 600 & echo $! > {told}"]
+    with Service(zel, hunt_rules=[rules], hunt_alert_command=command) as service:
+        service.events([record(7)])
+        await_that(zel, "told", lambda: service.status()["hunt"]["alerts_told"] == 1)
+        service.end(signal.SIGKILL)
+    with Service(zel), open(told, encoding="utf-8") as file:
+        os.kill(int(file.read()), signal.SIGKILL)
+
+
 def check_kills(zel, cycles):
     """However often the service is killed, each hit is stored once."""
     rules, rolls, sent = write_rule(zel, 7), random.Random(1), 0
@@ -140,7 +152,7 @@ def check_reload(zel):
 
 def main():
     failures = 0
-    for check, arguments in ((check_live, ()), (check_failures, ()), (check_kills, (6,)), (check_reload, ())):
+    for check, arguments in ((check_live, ()), (check_failures, ()), (check_left_behind, ()), (check_kills, (6,)), (check_reload, ())):
         with Zel(sys.argv[1]) as zel:
             began = time.time()
             check(zel, *arguments)
