@@ -81,10 +81,10 @@ void Ask(AgentParts& parts, const HttpHead& head, AskedQuestion question, const 
     if (isFrames)
         return answer(std::move(reply));
     // What can't be asked is refused as a whole, which shows with the first bytes.
-    stream->WhenReady([stream, answer, reply]() mutable {
-        reply.status = !stream->IsRefusal() ? 200 : stream->IsLate() ? 408 : 400;
-        answer(std::move(reply));
-    });
+    reply.statusOf = [](const AnswerStream& all) {
+        return !all.IsRefusal() ? 200 : all.IsLate() ? 408 : 400;
+    };
+    answer(std::move(reply));
 }
 
 // An empty one is none.
@@ -213,8 +213,10 @@ void TakeEnrichments(AgentParts& parts, HttpRequest& request, const Answer& answ
     const auto delivery = std::make_shared<Delivery>();
     std::string problem;
     ForEachLine(request.body, [&](const CutLine& line) {
+        if (!problem.empty())
+            return;
         SpooledEnrichment enrichment;
-        const std::string why = problem.empty() ? ReadEnrichment(line.text, &enrichment) : "";
+        const std::string why = ReadEnrichment(line.text, &enrichment);
         if (!why.empty())
             problem = "line " + std::to_string(line.number) + ": " + why;
         delivery->enrichments.push_back(std::move(enrichment));

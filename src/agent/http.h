@@ -48,6 +48,8 @@ struct HttpReply {
     std::chrono::milliseconds pause{0};  // ahead of it; of a refusal alone
     // In place of the body: what comes is sent on as it comes, and ended when the peer goes away.
     std::shared_ptr<AnswerStream> stream = nullptr;
+    // Of a stream whose first bytes tell the status: asked when they, or its end, have come.
+    std::function<int(const AnswerStream&)> statusOf = nullptr;
 };
 
 // What is to be done behind a piece of a body.

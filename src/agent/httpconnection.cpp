@@ -98,6 +98,7 @@ private:
     void Write(HttpReply reply);
     void OnWritten();
     void WriteStream(HttpReply reply);
+    void WriteStreamHead(int status, const std::string& type);
     void AwaitPiece();
     void WritePiece();
     void EndStream();
@@ -412,18 +413,30 @@ void Connection::Write(HttpReply reply) {
 }
 
 // An answer that comes by and by goes out in chunks. Each has as long as its reader may read
-// nothing.
+// nothing. The peer is watched from the first: it may have gone long before there is anything to
+// write.
 void Connection::WriteStream(HttpReply reply) {
     answer_ = std::move(reply.stream);
+    WatchPeer();
+    if (!reply.statusOf)
+        return WriteStreamHead(reply.status, reply.type);
+    stream_.expires_never();
+    answer_->WhenReady([self = Kept(), reply = std::move(reply)] {
+        asio::post(self->server_.context, [self, reply] {
+            self->WriteStreamHead(reply.statusOf(*self->answer_), reply.type);
+        });
+    });
+}
+
+void Connection::WriteStreamHead(int status, const std::string& type) {
     streamHead_ = {};
     streamHead_.version(11);
-    streamHead_.result(static_cast<unsigned>(reply.status));
-    streamHead_.set(http::field::content_type, reply.type);
+    streamHead_.result(static_cast<unsigned>(status));
+    streamHead_.set(http::field::content_type, type);
     streamHead_.set("X-Content-Type-Options", "nosniff");
     streamHead_.keep_alive(!closes_);
     streamHead_.chunked(true);
     streamSerializer_.emplace(streamHead_);
-    WatchPeer();
     stream_.expires_after(writeTime);
     http::async_write_header(stream_, *streamSerializer_,
                              [self = shared_from_this()](ErrorCode error, std::size_t) {
@@ -482,6 +495,7 @@ void Connection::OnWritten() {
     ErrorCode ignored;
     stream_.socket().shutdown(Protocol::socket::shutdown_send, ignored);
     stream_.expires_after(lingerTime);
+    isIdle_ = true;  // others that come go before it
     Linger();
 }
 

@@ -10,7 +10,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from agentprocess import LIMIT, Service, record  # noqa: E402
+from agentprocess import LIMIT, Service, Socket, record  # noqa: E402
 from zelcommand import Zel, read_records  # noqa: E402
 
 RULE = """title: launch
@@ -132,6 +132,26 @@ def check_reader(zel, service):
     zel.check("read slowly", (0, True), (slow[2].wait(LIMIT), whole.endswith(b"}\n")))
 
 
+def check_gone(zel, sample):
+    """Who goes away before there is anything to answer leaves no question behind."""
+    document = json.dumps({"event_query": {"events": [{"begin_time": {"value": "2000-01-01T00:00:00.000Z"}}]}})
+    with Service(zel, questions_at_once=1, questions_buffer="1K") as service:
+        service.events(sample)
+        service.await_stored()
+        slow, waits = Socket(service.socket), Socket(service.socket)
+        for connection in (slow, waits):
+            connection.request("POST", "/v1/query", document)
+            while sum(service.status()["questions"][name] for name in ("running", "queued")) < 1 + (connection is waits):
+                time.sleep(0.01)
+        waits.close()
+        until = time.time() + LIMIT
+        while service.status()["questions"]["queued"] and time.time() < until:
+            time.sleep(0.01)
+        got = service.status()["questions"]
+        zel.check("the other", (1, 0), (got["running"], got["queued"]))
+        slow.close()
+
+
 def check_rights(zel, service):
     """As somebody else, whom the socket's mode lets in."""
     os.chmod(zel.folder, 0o755)
@@ -148,6 +168,7 @@ def check_rights(zel, service):
 def main(program, sample):
     with Zel(program) as zel:
         check_killed(zel)
+        check_gone(zel, sample)
         killed = zel.failures
     with Zel(program) as zel:
         with Service(zel) as service:

@@ -201,9 +201,9 @@ QuestionLimits Questions::Limits() const {
 
 std::shared_ptr<AnswerStream> Questions::Ask(AskedQuestion question) {
     const auto run = std::make_shared<Run>(std::move(question), Limits());
-    run->stream->onCancel = [weak = std::weak_ptr<Run>(run)] {
+    run->stream->onCancel = [this, weak = std::weak_ptr<Run>(run)] {
         if (const auto cancelled = weak.lock())
-            cancelled->End();
+            Forget(cancelled);
     };
     const std::lock_guard hold(mutex_);
     ++asked_;
@@ -217,6 +217,13 @@ std::shared_ptr<AnswerStream> Questions::Ask(AskedQuestion question) {
         threads_.emplace_back([this] { Work(); });
     wake_.notify_one();
     return run->stream;
+}
+
+// One that waits leaves its place to others at once.
+void Questions::Forget(const std::shared_ptr<Run>& run) {
+    run->End();
+    const std::lock_guard hold(mutex_);
+    waiting_.erase(std::remove(waiting_.begin(), waiting_.end(), run), waiting_.end());
 }
 
 void Questions::Work() {

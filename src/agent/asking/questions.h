@@ -77,6 +77,8 @@ private:
     class Run;
 
     QuestionLimits Limits() const;
+    // Its reader has gone.
+    void Forget(const std::shared_ptr<Run>& run);
     void Work();
     void Watch();
 
