@@ -10,6 +10,8 @@ namespace {
 // lines behind it are bounded.
 constexpr std::size_t mostPlaces = 50000;
 
+constexpr std::size_t mostDetails = 100;  // of a part's problems; the kinds of all are counted
+
 }  // namespace
 
 LineStream::LineStream(ZEL::IEventStore7& store, const LiveConfig& config, std::string key,
@@ -37,6 +39,8 @@ void LineStream::TakeLine(const CutLine& line) {
 }
 
 void LineStream::Note(std::uint64_t line, Intake::Outcome outcome) {
+    if (problems_.size() >= mostDetails)
+        outcome.problem.detail.clear();
     if (!outcome.problem.kind.empty())
         problems_.emplace_back(line, std::move(outcome.problem));
     const std::uint64_t from = intake_->HeldFrom();

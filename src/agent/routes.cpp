@@ -139,6 +139,28 @@ HttpReply NotHere() {
 
 }  // namespace
 
+namespace {
+
+// Of what the right way is asked in. Who has no right is not waited for with a body: it would take
+// a connection from those who have.
+std::optional<HttpReply> RefuseForm(const Route& route, const HttpHead& head) {
+    constexpr std::size_t longestKey = 512;
+    if (!IsOneOf(route.methods, head.method)) {
+        HttpReply refusal = PlainReply(405, "this takes " + std::string(route.methods));
+        std::string allowed(route.methods);
+        std::replace(allowed.begin(), allowed.end(), '|', ',');
+        refusal.headers.emplace_back("Allow", allowed);
+        return refusal;
+    }
+    if (route.right == Right::none && head.hasBody)
+        return PlainReply(413, "this takes no body");
+    if (head.idempotencyKey.size() > longestKey)
+        return PlainReply(400, "an Idempotency-Key of more than 512 bytes");
+    return std::nullopt;
+}
+
+}  // namespace
+
 std::optional<HttpReply> Routes::Refuse(const HttpHead& head) {
     const Route* const route = FindRoute(head.path);
     const bool isSetup = IsSetup(head);
@@ -146,12 +168,8 @@ std::optional<HttpReply> Routes::Refuse(const HttpHead& head) {
         RefuseAccess(head, route != nullptr ? route->right : Right::write, *access_.Now());
     if (!refusal && route == nullptr && !isSetup)
         refusal = NotHere();
-    if (!refusal && route != nullptr && !IsOneOf(route->methods, head.method)) {
-        refusal = PlainReply(405, "this takes " + std::string(route->methods));
-        std::string allowed(route->methods);
-        std::replace(allowed.begin(), allowed.end(), '|', ',');
-        refusal->headers.emplace_back("Allow", allowed);
-    }
+    if (!refusal && route != nullptr)
+        refusal = RefuseForm(*route, head);
     if (refusal)
         parts_.log.CountRequest(route != nullptr ? route->name : otherRoute, refusal->status);
     if (refusal && refusal->status == 401)
@@ -218,7 +236,14 @@ void Routes::Handle(HttpRequest request, Answer answer) {
     ++parts_.log.inFlight;
     const Answer counted = [this, name, answer = std::move(answer)](HttpReply reply) {
         --parts_.log.inFlight;
-        parts_.log.CountRequest(name, reply.isCut ? 0 : reply.status);
+        if (reply.statusOf)
+            reply.statusOf = [this, name, of = std::move(reply.statusOf)](const AnswerStream& all) {
+                const int status = of(all);
+                parts_.log.CountRequest(name, status);
+                return status;
+            };
+        else
+            parts_.log.CountRequest(name, reply.isCut ? 0 : reply.status);
         answer(std::move(reply));
     };
     try {

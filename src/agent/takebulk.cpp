@@ -18,6 +18,7 @@ namespace zel {
 namespace {
 
 constexpr std::size_t longestId = 512;
+constexpr std::size_t longestIndex = 255;
 
 // One action, and what became of it.
 struct BulkItem {
@@ -47,7 +48,8 @@ std::string IndexOfPath(std::string_view path) {
 
 class BulkReading {
 public:
-    BulkReading(Intake& intake, std::string index) : intake_(intake), index_(std::move(index)) {}
+    BulkReading(Intake& intake, std::string index, std::uint64_t most)
+        : intake_(intake), index_(std::move(index)), most_(most) {}
 
     void TakeLine(std::string_view line, std::uint64_t number) {
         if (!problem.empty())
@@ -69,10 +71,16 @@ public:
     }
 
     std::vector<BulkItem> items;
-    std::string problem;  // why the rest can't be told apart
+    std::string problem;      // why the rest can't be told apart
+    bool hasTooMany = false;  // that is why
 
 private:
     void TakeAction(std::string_view line, std::uint64_t number) {
+        hasTooMany = items.size() >= most_;
+        if (hasTooMany) {
+            problem = "more than " + std::to_string(most_) + " actions (intake.items)";
+            return;
+        }
         fields_.Clear();
         if (!json_.Read(line, &fields_) || fields_.All().empty()) {
             problem = "Malformed action/metadata line [" + std::to_string(number) + "]";
@@ -103,6 +111,8 @@ private:
             item.outcome.problem = {"events are neither changed nor deleted", ""};
         else if (item.id.size() > longestId)
             item.outcome.problem = {"an _id of more than 512 bytes", ""};
+        else if (item.index.size() > longestIndex)
+            item.outcome.problem = {"an _index of more than 255 bytes", ""};
         else if (member(".op_type") == "create")
             item.action = "create";
         items.push_back(std::move(item));
@@ -110,6 +120,7 @@ private:
 
     Intake& intake_;
     const std::string index_;
+    const std::uint64_t most_;
     JsonFields json_;
     SourceFields fields_;
     bool wantsEvent_ = false;
@@ -179,12 +190,14 @@ void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
             UnpackBody(request.head, parts.config->inflatedSize, &request.body, &words))
         return answer(RefuseBulk(status, "parse_exception", words));
     Intake intake(parts.store, parts.config.Now());
-    auto reading = std::make_shared<BulkReading>(intake, IndexOfPath(request.head.path));
+    auto reading =
+        std::make_shared<BulkReading>(intake, IndexOfPath(request.head.path), parts.config->items);
     ForEachLine(request.body,
                 [&](const CutLine& line) { reading->TakeLine(line.text, line.number); });
     reading->End();
     if (!reading->problem.empty())
-        return answer(RefuseBulk(400, "illegal_argument_exception", reading->problem));
+        return answer(RefuseBulk(reading->hasTooMany ? 413 : 400, "illegal_argument_exception",
+                                 reading->problem));
     if (reading->items.empty())
         return answer(RefuseBulk(400, "parse_exception", "request body is required"));
     auto items = std::make_shared<std::vector<BulkItem>>(std::move(reading->items));

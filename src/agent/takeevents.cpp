@@ -10,28 +10,33 @@ namespace zel {
 namespace {
 
 // A file is told by its first bytes alone; everything else is lines. False, with the reply, for a
-// body that can't be told apart.
-bool ReadBody(const HttpRequest& request, Intake& intake, LineProblems* problems,
-              HttpReply* reply) {
+// body that can't be told apart, or holds more than is taken at once: who is not told of that as a
+// whole would not bring the rest again.
+bool ReadBody(const HttpRequest& request, std::uint64_t most, Intake& intake,
+              LineProblems* problems, HttpReply* reply) {
     const std::string& key = request.head.idempotencyKey;
+    const auto hasTooMany = [&] { return problems->size() + intake.Taken().items.size() > most; };
     const auto note = [&](std::uint64_t number, const Intake::Outcome& outcome) {
         if (!outcome.problem.kind.empty())
             problems->emplace_back(number, outcome.problem);
     };
     if (const Format* const file = FindFileFormat(request.body)) {
         std::string error;
-        if (intake.TakeFile(*file, request.body, IdOfLine(key, {}), problems, &error))
-            return true;
-        *reply = PlainReply(400, error);
-        return false;
+        if (!intake.TakeFile(*file, request.body, IdOfLine(key, {}), problems, &error))
+            *reply = PlainReply(400, error);
+    } else {
+        const bool isGood = ForEachLine(request.body, [&](const CutLine& line) {
+            if (!hasTooMany())
+                note(line.number, intake.TakeLine(line.text, IdOfLine(key, line)));
+        });
+        note(0, intake.End());
+        if (!isGood)
+            *reply = PlainReply(400, "the body begins as a JSON array and is none");
     }
-    const bool isGood = ForEachLine(request.body, [&](const CutLine& line) {
-        note(line.number, intake.TakeLine(line.text, IdOfLine(key, line)));
-    });
-    note(0, intake.End());
-    if (!isGood)
-        *reply = PlainReply(400, "the body begins as a JSON array and is none");
-    return isGood;
+    if (hasTooMany())
+        *reply = PlainReply(413, "more than " + std::to_string(most) +
+                                     " events in one request (intake.items): nothing was taken");
+    return reply->status == 200;
 }
 
 }  // namespace
@@ -41,10 +46,11 @@ void TakeEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Ans
     if (const int status =
             UnpackBody(request.head, parts.config->inflatedSize, &request.body, &words))
         return answer(PlainReply(status, words));
-    Intake intake(parts.store, parts.config.Now());
+    const auto config = parts.config.Now();
+    Intake intake(parts.store, config);
     auto problems = std::make_shared<LineProblems>();
     HttpReply refusal;
-    if (!ReadBody(request, intake, problems.get(), &refusal))
+    if (!ReadBody(request, config->items, intake, problems.get(), &refusal))
         return answer(std::move(refusal));
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
     delivery->source = intakeSource::events;

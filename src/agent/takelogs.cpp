@@ -1,5 +1,7 @@
 #include <simdjson.h>
 
+#include <map>
+
 #include "agent/body.h"
 #include "agent/intake.h"
 #include "agent/parts.h"
@@ -121,8 +123,8 @@ void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
         return answer(LogsReply(400, std::string("{\"code\":3,\"message\":\"not JSON: ") +
                                          simdjson::error_message(parsed.error()) + "\"}"));
     Intake intake(parts.store, parts.config.Now());
-    std::vector<IntakeProblem> problems;
-    std::uint64_t number = 0;
+    std::map<std::string_view, std::uint64_t> problems;  // how many, by kind
+    std::uint64_t number = 0, rejected = 0;
     std::string first;
     ForEachRecord(parsed.value_unsafe(), [&](dom::element record) {
         ++number;
@@ -130,27 +132,27 @@ void TakeLogs(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
         const Intake::Outcome outcome = intake.TakeLine(line, "");
         if (outcome.problem.kind.empty())
             return;
-        if (problems.empty())
+        if (++rejected == 1)
             first = "log record " + std::to_string(number) + ": " + outcome.problem.Text();
-        problems.push_back(outcome.problem);
+        ++problems[outcome.problem.kind];
     });
     intake.End();
     auto delivery = std::make_shared<Delivery>(std::move(intake.Taken()));
     delivery->source = intakeSource::logs;
     delivery->sender = request.head.Sender();
-    auto done = [&parts, delivery, problems, first, answer](Verdict verdict) {
+    auto done = [&parts, delivery, problems, rejected, first, answer](Verdict verdict) {
         if (verdict == Verdict::noRoom) {
             HttpReply reply =
                 LogsReply(503, "{\"code\":14,\"message\":\"there is no room; nothing was taken\"}");
             reply.headers.emplace_back("Retry-After", "5");
             return answer(std::move(reply));
         }
-        for (const IntakeProblem& problem : problems)
-            parts.log.CountRejected(intakeSource::logs, problem.kind);
+        for (const auto& [kind, count] : problems)
+            parts.log.CountRejected(intakeSource::logs, kind, count);
         const std::string told =
             problems.empty()
                 ? ""
-                : "\"rejectedLogRecords\":\"" + std::to_string(problems.size()) +
+                : "\"rejectedLogRecords\":\"" + std::to_string(rejected) +
                       "\",\"errorMessage\":" + wm::JsonString(wm::IsUtf8(first) ? first : "");
         answer(LogsReply(200, "{\"partialSuccess\":{" + told + "}}"));
     };

@@ -61,7 +61,7 @@ def check_bounds(zel, sample):
     """Large, slow and foreign peers cost nobody else anything."""
     bomb = gzip.compress(b" " * (3 << 20))
     with Service(zel, http_inflated_size="1M", http_body_size="1M", http_header_time=1, http_connections=8,
-                 intake_line_size="2K") as service:
+                 intake_line_size="2K", intake_items=3) as service:
         zel.check("bomb", 413, service.ask("POST", "/v1/events", bomb, {"Content-Encoding": "gzip"})[0])
         zel.check("length", 413, service.ask("POST", "/v1/events", None, {"Content-Length": "2000000"})[0])
         zel.check("encoding", 415, service.ask("POST", "/v1/events", b"x", {"Content-Encoding": "br"})[0])
@@ -70,6 +70,9 @@ def check_bounds(zel, sample):
                 ("host", 421, ("GET", "/", None, {"Host": "evil"})), ("page", 403, ("GET", "/", None, {"Origin": "http://x"})),
                 ("unknown", 404, ("GET", "/_search")), ("method", 405, ("DELETE", "/metrics")),
                 ("set up", 400, ("PUT", "/_ilm/policy/x", b"{}")), ("life", 200, ("GET", "/healthz")), ("ping", 200, ("HEAD", "/")),
+                ("many bad lines", 413, ("POST", "/v1/events", b"x\n" * 4)), ("many", 413, ("POST", "/v1/events", b"\n".join(sample[:4]))),
+                ("many actions", 413, ("POST", "/_bulk", b'{"index":{}}\nx\n' * 4)), ("no body", 413, ("GET", "/healthz", b"x")),
+                ("long key", 400, ("POST", "/v1/events", b"x", {"Idempotency-Key": "k" * 513})),
                 ("two lengths", 400, ("POST", "/v1/events", b"x", {"Transfer-Encoding": "chunked", "Content-Length": "1"}))):
             zel.check(what, expected, service.ask(*arguments)[0])
         slow = [Socket(service.socket) for _ in range(30)]
@@ -77,6 +80,11 @@ def check_bounds(zel, sample):
             peer.connect()
             peer.sock.sendall(b"POST /v1/events HTTP/1.1\r\nHos")
         zel.check("meanwhile", 1, service.events(sample[:1])["accepted"])
+        refused = [Socket(service.socket) for _ in range(8)]
+        for peer in refused:
+            peer.request("GET", "/", None, {"Host": "evil", "Content-Length": "9"})
+            peer.getresponse().read()
+        zel.check("beside those who were refused and stay", 200, service.ask("GET", "/healthz")[0])
         zel.check("half heads end", {b""}, {end_of(peer.sock) for peer in slow})
 
 
