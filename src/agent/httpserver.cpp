@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <boost/asio.hpp>
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
@@ -104,11 +105,13 @@ bool HttpServer::ListenAt(const std::string& path, std::string* problem) {
         ::unlink(path.c_str());
     }
     ErrorCode error;
-    const mode_t mask = ::umask(0117);
     impl_->socket.open({}, error);
     if (!error)
         impl_->socket.bind(asio::local::stream_protocol::endpoint(path), error);
-    ::umask(mask);
+    // Nobody can connect yet. The mask of the process belongs to the store's threads as well.
+    constexpr mode_t ownerAndGroup = 0660;
+    if (!error && ::chmod(path.c_str(), ownerAndGroup) != 0)
+        error.assign(errno, boost::system::system_category());
     if (!error)
         impl_->socket.listen(asio::socket_base::max_listen_connections, error);
     if (error)
