@@ -101,8 +101,9 @@ void DiskWatch::LookAtVolumes() {
 DiskWatch::Sizes DiskWatch::Measure() const {
     Sizes sizes;
     std::error_code error;
-    for (fs::recursive_directory_iterator it(config_->storePath, error), end; !error && it != end;
-         it.increment(error)) {
+    constexpr auto passesOver = fs::directory_options::skip_permission_denied;
+    for (fs::recursive_directory_iterator it(config_->storePath, passesOver, error), end;
+         !error && it != end; it.increment(error)) {
         std::error_code vanished;
         if (it.depth() == 0 && it->is_directory(vanished))
             sizes.folders.push_back(it->path().filename().string());
@@ -113,16 +114,24 @@ DiskWatch::Sizes DiskWatch::Measure() const {
     return sizes;
 }
 
+// Each is asked for: a walk may have ended at a folder that can't be entered, and what it has not
+// seen would count as deleted for ever.
+std::vector<std::string> DiskWatch::Gone(const std::vector<std::string>& folders) const {
+    const fs::path store = config_->storePath;
+    std::vector<std::string> gone;
+    std::error_code ignored;
+    for (const std::string& folder : folders)
+        if (!folder.empty() && fs::is_directory(store, ignored) &&
+            fs::symlink_status(store / folder, ignored).type() == fs::file_type::not_found)
+            gone.push_back(folder);
+    return gone;
+}
+
 void DiskWatch::LookAtSize() {
     const Sizes before = Measure();
     sight_.storeBytes = before.bytes;
     sight_.folders = before.folders.size();
-    std::vector<std::string> gone;
-    for (const std::string& folder : spool_.Folders())
-        if (!folder.empty() &&
-            std::find(before.folders.begin(), before.folders.end(), folder) == before.folders.end())
-            gone.push_back(folder);
-    if (!gone.empty()) {
+    if (const auto gone = Gone(spool_.Folders()); !gone.empty()) {
         const std::lock_guard hold(purging_);
         NoteGone(gone, "not there any more");
     }
@@ -152,10 +161,7 @@ ZEL::HRESULT DiskWatch::Purge(const Sizes& before, std::uint32_t megabytes) {
     if (Failed(result))
         log_.SaySeldom("a purge failed: " + Describe(static_cast<std::int32_t>(result)));
     const Sizes after = Measure();
-    std::vector<std::string> gone;
-    for (const std::string& folder : before.folders)
-        if (std::find(after.folders.begin(), after.folders.end(), folder) == after.folders.end())
-            gone.push_back(folder);
+    const std::vector<std::string> gone = Gone(before.folders);
     sight_.storeBytes = after.bytes;
     sight_.folders = after.folders.size();
     const std::uint64_t limit = megabytes * megabyte;

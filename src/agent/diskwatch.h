@@ -35,6 +35,8 @@ private:
     void LookAtVolumes();
     void LookAtSize();
     Sizes Measure() const;
+    // Those of the store's folders that are not there any more.
+    std::vector<std::string> Gone(const std::vector<std::string>& folders) const;
     ZEL::HRESULT Purge(const Sizes& before, std::uint32_t megabytes);
     // Folders that are not there any more are counted as purged, and told.
     void NoteGone(const std::vector<std::string>& folders, std::string_view why);
