@@ -34,6 +34,10 @@ public:
     bool Step() override {
         if (!std::exchange(hasResumed_, true))
             Resume();
+        // A mark that waits for room may be that of another file as well.
+        if (!std::all_of(files_.begin(), files_.end(),
+                         [](const auto& one) { return one->Commit(); }))
+            return false;
         LookForNewer();
         bool hasMore = false;
         for (std::size_t i = 0; i < files_.size(); ++i) {

@@ -64,6 +64,8 @@ public:
     bool Is(const struct stat& info) const noexcept;
     // When it was written last, in nanoseconds.
     std::int64_t WrittenAt() const;
+    // Takes what was read and had no room; false when there is still none.
+    bool Commit() { return sink_.Commit(); }
     // Reads and takes some. False when there is nothing for now.
     bool Step();
     // Whether it holds less, or another thing, than was read of it: it was begun anew.
