@@ -219,6 +219,8 @@ void Connection::WriteLater(HttpReply reply) {
     if (reply.pause.count() == 0)
         return Write(std::move(reply));
     stream_.expires_never();
+    isIdle_ = true;  // others that come go before it
+    since_ = SteadyClock::now();
     timer_.expires_after(reply.pause);
     timer_.async_wait([self = shared_from_this(), reply = std::move(reply)](ErrorCode error) {
         if (!error)

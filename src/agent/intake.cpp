@@ -22,6 +22,8 @@ namespace {
 
 namespace hr = ZEL::hr;
 
+constexpr std::size_t longestId = 512;  // as of those that a request brings; all are remembered
+
 IntakeProblem WhyNoKey(ZEL::HRESULT result) {
     if (result == hr::unexpected)
         return {"no record", ": " + TakeReason()};
@@ -57,8 +59,9 @@ std::string Intake::MemberId(std::string_view object) {
     fields_.Clear();
     const SourceField* const field =
         json_.Read(object, &fields_) ? fields_.FindWhole(config_->idMember) : nullptr;
-    return field != nullptr && field->kind != SourceField::Kind::json ? std::string(field->text)
-                                                                      : "";
+    const bool isId = field != nullptr && field->kind != SourceField::Kind::json &&
+                      field->text.size() <= longestId;
+    return isId ? std::string(field->text) : "";
 }
 
 Intake::Outcome Intake::TakeLine(std::string_view line, const std::string& given) {

@@ -126,6 +126,8 @@ HRESULT Questions::Run::TakeRows(ZEL::IValueCollection& rows, ZEL::IStringValue*
         isComplete_ = false;
         End();
     }
+    if (ready_.empty())
+        return hr::ok;  // whether there is an answer shows with its first bytes
     const bool isTaken = stream->Write(ready_);
     ready_.clear();
     if (!isTaken)

@@ -174,7 +174,8 @@ public:
 
 private:
     void TakeLine(std::string_view line) {
-        if (batch_.size() >= batchBytes && StampOf(line) != stamp_)
+        const bool isFull = batch_.size() >= batchBytes && StampOf(line) != stamp_;
+        if (isFull || batch_.size() >= longestLine)
             Flush();
         stamp_ = StampOf(line);
         batch_.append(line);
