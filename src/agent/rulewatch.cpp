@@ -108,8 +108,9 @@ void RuleWatch::TakeUse() {
     }
     if (wasIdle) {
         const std::vector<SpoolMark> mark = spool_.Marks(positionMark);
-        at_ = mark.empty() ? spool_.SettledRow() : std::strtoll(mark[0].value.c_str(), nullptr, 10);
-        committed_ = at_;
+        committed_ =
+            mark.empty() ? spool_.SettledRow() : std::strtoll(mark[0].value.c_str(), nullptr, 10);
+        at_ = std::max(at_, committed_);  // what rules before these have seen is not seen again
     }
     spool_.KeepBehind(committed_, options_.backlog);
 }

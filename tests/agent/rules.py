@@ -132,6 +132,21 @@ def check_kills(zel, cycles):
     zel.check("each hit once", {(n, "7"): 1 for n in range(7, sent, 10)}, marks(zel))
 
 
+def check_rules_go_and_come(zel):
+    """What rules have seen is not seen again when they are taken away and come back."""
+    folder = write_rule(zel, 7)
+    with Service(zel, hunt_rules=[folder]) as service:
+        service.events([record(n) for n in range(5)])
+        await_tested(zel, service, 5)
+        for count in (0, 1):
+            os.rename(*((folder, folder + "-") if count == 0 else (folder + "-", folder)))
+            service.process.send_signal(signal.SIGHUP)
+            await_that(zel, "rules", lambda: service.status()["hunt"]["rules"] == count)
+        service.events([record(6)])
+        await_tested(zel, service, 6)
+        zel.check("each once", 6, service.status()["hunt"]["tested"])
+
+
 def check_reload(zel):
     """SIGHUP takes what is good; what is bad changes nothing."""
     with Service(zel, store_max_size="3G", rights_read_group="root") as service:
@@ -152,7 +167,7 @@ def check_reload(zel):
 
 def main():
     failures = 0
-    for check, arguments in ((check_live, ()), (check_failures, ()), (check_left_behind, ()), (check_kills, (6,)), (check_reload, ())):
+    for check, arguments in ((check_live, ()), (check_failures, ()), (check_left_behind, ()), (check_kills, (6,)), (check_rules_go_and_come, ()), (check_reload, ())):
         with Zel(sys.argv[1]) as zel:
             began = time.time()
             check(zel, *arguments)
