@@ -1,10 +1,10 @@
 #include "askedstore.h"
 
+#include "benchcallback.h"
 #include "common/countedptr.h"
 #include "common/hostservices.h"
 #include "common/textbridge.h"
 #include "common/valuetext.h"
-#include "benchcallback.h"
 #include "zelstore/eventstoreproxy.h"
 
 namespace bench {

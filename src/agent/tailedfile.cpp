@@ -12,7 +12,7 @@ namespace zel {
 
 namespace {
 
-constexpr std::uint64_t knownBytes = 1024;  // at either end, by which a file is known
+constexpr std::uint64_t knownBytes = 1024;           // at either end, by which a file is known
 constexpr auto eventTime = std::chrono::seconds(2);  // that lines of one event may lie apart
 
 // As far as the file goes.

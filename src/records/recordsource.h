@@ -66,8 +66,8 @@ public:
     // Whether an event is unfinished whose next line has no mark of its own, so that the next line
     // belongs to it, whatever it looks like.
     virtual bool Wants() const noexcept { return false; }
-    // The number of the first line whose event was not given yet, since lines may follow that belong
-    // to it; 0 when none waits. To be asked when Next has given false.
+    // The number of the first line whose event was not given yet, since lines may follow that
+    // belong to it; 0 when none waits. To be asked when Next has given false.
     virtual std::uint64_t HeldFrom() const noexcept { return 0; }
     // There are no more lines. Next then gives what is left.
     virtual void End() {}
