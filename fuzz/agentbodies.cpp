@@ -66,7 +66,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         if (!outcome.problem.kind.empty())
             problems.emplace_back(line, std::move(outcome.problem));
     };
-    ForEachLine(body, [&](const CutLine& line) {
+    ForEachLine(body, UINT64_MAX, [&](const CutLine& line) {
         note(line.number, intake.TakeLine(line.text, IdOfLine("k", line)));
     });
     note(0, intake.End());

@@ -212,15 +212,20 @@ void TellFolders(AgentParts& parts, HttpRequest& request, const Answer& answer) 
 void TakeEnrichments(AgentParts& parts, HttpRequest& request, const Answer& answer) {
     const auto delivery = std::make_shared<Delivery>();
     std::string problem;
-    ForEachLine(request.body, [&](const CutLine& line) {
-        if (!problem.empty())
-            return;
-        SpooledEnrichment enrichment;
-        const std::string why = ReadEnrichment(line.text, &enrichment);
-        if (!why.empty())
-            problem = "line " + std::to_string(line.number) + ": " + why;
-        delivery->enrichments.push_back(std::move(enrichment));
-    });
+    const BodyLines lines =
+        ForEachLine(request.body, parts.config->items, [&](const CutLine& line) {
+            if (!problem.empty())
+                return;
+            SpooledEnrichment enrichment;
+            const std::string why = ReadEnrichment(line.text, &enrichment);
+            if (!why.empty())
+                problem = "line " + std::to_string(line.number) + ": " + why;
+            delivery->enrichments.push_back(std::move(enrichment));
+        });
+    if (lines == BodyLines::longArray)
+        return answer(PlainReply(413, "more enrichments than intake.items: nothing was taken"));
+    if (lines == BodyLines::brokenArray)
+        problem = "the body begins as a JSON array and is none";
     if (!problem.empty())
         return answer(PlainReply(400, problem));
     const std::string count = std::to_string(delivery->enrichments.size());

@@ -10,6 +10,32 @@
 
 namespace zel {
 
+namespace {
+
+// Whether an array has more members than that, by its commas: ahead of reading it, since members
+// of two bytes take a hundred times that in memory.
+bool HasMoreMembers(std::string_view array, std::uint64_t most) {
+    std::uint64_t commas = 0;
+    std::size_t depth = 0;
+    bool isText = false;
+    for (std::size_t i = 0; i < array.size() && commas < most; ++i) {
+        const char c = array[i];
+        if (isText && c == '\\')
+            ++i;
+        else if (c == '"')
+            isText = !isText;
+        else if (!isText && (c == '[' || c == '{'))
+            ++depth;
+        else if (!isText && depth > 0 && (c == ']' || c == '}'))
+            --depth;
+        else if (!isText && depth == 0 && c == ',')
+            ++commas;
+    }
+    return commas >= most;
+}
+
+}  // namespace
+
 int UnpackBody(const HttpHead& head, std::uint64_t most, std::string* body, std::string* problem) {
     const std::string_view encoding = head.contentEncoding;
     if (encoding.empty() || ZEL::EqualsNoCase(encoding, "identity"))
@@ -45,20 +71,22 @@ int UnpackBody(const HttpHead& head, std::uint64_t most, std::string* body, std:
     return 0;
 }
 
-bool ForEachLine(std::string_view body, const LineCutter::Take& take) {
+BodyLines ForEachLine(std::string_view body, std::uint64_t most, const LineCutter::Take& take) {
     constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
     const std::size_t mark = body.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
     const std::size_t begin = std::min(body.find_first_not_of(" \t\r\n", mark), body.size());
     if (body.substr(begin, 1) != "[") {
         LineCutter(body.size()).Feed(body, true, take);
-        return true;
+        return BodyLines::good;
     }
+    if (HasMoreMembers(body.substr(begin + 1), most))
+        return BodyLines::longArray;
     std::vector<std::string> items;
     if (!JsonFields().Split(body.substr(begin), &items))
-        return false;
+        return BodyLines::brokenArray;
     for (std::size_t i = 0; i < items.size(); ++i)
         take({items[i], i + 1, 0, 0});
-    return true;
+    return BodyLines::good;
 }
 
 std::string IdOfLine(const std::string& key, const CutLine& line) {

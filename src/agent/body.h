@@ -14,9 +14,11 @@ namespace zel {
 // words.
 int UnpackBody(const HttpHead& head, std::uint64_t most, std::string* body, std::string* problem);
 
-// The lines of a whole body; a JSON array gives its members, by their places. False when such an
-// array is broken.
-bool ForEachLine(std::string_view body, const LineCutter::Take& take);
+enum class BodyLines { good, brokenArray, longArray };
+
+// The lines of a whole body; a JSON array gives its members, by their places. One that is broken,
+// or has more than `most`, gives none.
+BodyLines ForEachLine(std::string_view body, std::uint64_t most, const LineCutter::Take& take);
 
 // The id of a line's event where the request has brought one for all; empty without.
 std::string IdOfLine(const std::string& key, const CutLine& line);

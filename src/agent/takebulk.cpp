@@ -54,14 +54,13 @@ public:
     void TakeLine(std::string_view line, std::uint64_t number) {
         if (!problem.empty())
             return;
-        if (!wantsEvent_)
-            return TakeAction(line, number);
-        wantsEvent_ = false;
-        BulkItem& item = items.back();
-        item.line = number;
-        if (item.outcome.problem.kind.empty())
-            item.outcome =
-                intake_.TakeLine(line, item.id.empty() ? "" : item.index + "/" + item.id);
+        const bool isBehindBlank = number > last_ + 1;
+        last_ = number;
+        if (wantsEvent_ && isBehindBlank && IsAction(line))
+            items.back().outcome.problem = {"an action without an event", ""};
+        else if (wantsEvent_)
+            return TakeEvent(line, number);
+        TakeAction(line, number);
     }
 
     void End() {
@@ -75,6 +74,29 @@ public:
     bool hasTooMany = false;  // that is why
 
 private:
+    // Where an event is empty, blanks stand in its place and the next action behind them: one line
+    // that is none must not make the whole request one that comes again and again.
+    bool IsAction(std::string_view line) {
+        fields_.Clear();
+        if (!json_.Read(line, &fields_) || fields_.All().empty())
+            return false;
+        const std::string_view name = fields_.All().front().name;
+        return IsActionName(name.substr(0, name.find('.')));
+    }
+
+    static bool IsActionName(std::string_view name) {
+        return name == "index" || name == "create" || name == "update" || name == "delete";
+    }
+
+    void TakeEvent(std::string_view line, std::uint64_t number) {
+        wantsEvent_ = false;
+        BulkItem& item = items.back();
+        item.line = number;
+        if (item.outcome.problem.kind.empty())
+            item.outcome =
+                intake_.TakeLine(line, item.id.empty() ? "" : item.index + "/" + item.id);
+    }
+
     void TakeAction(std::string_view line, std::uint64_t number) {
         hasTooMany = items.size() >= most_;
         if (hasTooMany) {
@@ -90,8 +112,7 @@ private:
         BulkItem item;
         item.action = name.substr(0, name.find('.'));
         item.line = number;
-        if (item.action != "index" && item.action != "create" && item.action != "update" &&
-            item.action != "delete") {
+        if (!IsActionName(item.action)) {
             problem = "Malformed action/metadata line [" + std::to_string(number) +
                       "]: an action is to be index, create, update or delete";
             return;
@@ -124,6 +145,7 @@ private:
     JsonFields json_;
     SourceFields fields_;
     bool wantsEvent_ = false;
+    std::uint64_t last_ = 0;  // the line before
 };
 
 int StatusOf(const BulkItem& item, const Delivery& delivery) {
@@ -192,7 +214,7 @@ void TakeBulk(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answe
     Intake intake(parts.store, parts.config.Now());
     auto reading =
         std::make_shared<BulkReading>(intake, IndexOfPath(request.head.path), parts.config->items);
-    ForEachLine(request.body,
+    ForEachLine(request.body, parts.config->items,
                 [&](const CutLine& line) { reading->TakeLine(line.text, line.number); });
     reading->End();
     if (!reading->problem.empty())

@@ -15,7 +15,11 @@ namespace {
 bool ReadBody(const HttpRequest& request, std::uint64_t most, Intake& intake,
               LineProblems* problems, HttpReply* reply) {
     const std::string& key = request.head.idempotencyKey;
-    const auto hasTooMany = [&] { return problems->size() + intake.Taken().items.size() > most; };
+    BodyLines lines = BodyLines::good;
+    const auto hasTooMany = [&] {
+        return lines == BodyLines::longArray ||
+               problems->size() + intake.Taken().items.size() > most;
+    };
     const auto note = [&](std::uint64_t number, const Intake::Outcome& outcome) {
         if (!outcome.problem.kind.empty())
             problems->emplace_back(number, outcome.problem);
@@ -25,12 +29,12 @@ bool ReadBody(const HttpRequest& request, std::uint64_t most, Intake& intake,
         if (!intake.TakeFile(*file, request.body, IdOfLine(key, {}), problems, &error))
             *reply = PlainReply(400, error);
     } else {
-        const bool isGood = ForEachLine(request.body, [&](const CutLine& line) {
+        lines = ForEachLine(request.body, most, [&](const CutLine& line) {
             if (!hasTooMany())
                 note(line.number, intake.TakeLine(line.text, IdOfLine(key, line)));
         });
         note(0, intake.End());
-        if (!isGood)
+        if (lines == BodyLines::brokenArray)
             *reply = PlainReply(400, "the body begins as a JSON array and is none");
     }
     if (hasTooMany())

@@ -29,9 +29,9 @@ def check_forms(zel, sample, raw, event_log):
             zel.check(what, 200, service.ask("POST", "/v1/events", body, headers)[0])
         chunked = service.ask("PUT", "/v1/events", iter([sample[1] + b"\n", sample[2]]))
         zel.check("chunked", 2, json.loads(chunked[1])["accepted"])
-        lines = [b'{"create":{"_index":"e","_id":"1"}}', sample[0], b"", b'{"index":{"_index":"e","_id":"1"}}', sample[0],
+        lines = [b'{"index":{}}', b"", b'{"create":{"_index":"e","_id":"1"}}', sample[0], b"", b'{"index":{"_index":"e","_id":"1"}}', sample[0],
                  b'{"index":{}}', b"bad", b'{"update":{"_id":"2"}}', b"{}", b'{"index":{"op_type":"create","_index":"e"}}', sample[1]]
-        for expected in ([201, 200, 400, 400, 201], [409, 200, 400, 400, 201]):
+        for expected in ([400, 201, 200, 400, 400, 201], [400, 409, 200, 400, 400, 201]):
             status, body, answer = service.ask("POST", "/_bulk", b"\n".join(lines))
             got = [list(item.values())[0]["status"] for item in json.loads(body)["items"]]
             zel.check("bulk", (200, expected, "Elasticsearch"), (status, got, answer.getheader("X-Elastic-Product")))
@@ -71,7 +71,8 @@ def check_bounds(zel, sample):
                 ("unknown", 404, ("GET", "/_search")), ("method", 405, ("DELETE", "/metrics")),
                 ("set up", 400, ("PUT", "/_ilm/policy/x", b"{}")), ("life", 200, ("GET", "/healthz")), ("ping", 200, ("HEAD", "/")),
                 ("many bad lines", 413, ("POST", "/v1/events", b"x\n" * 4)), ("many", 413, ("POST", "/v1/events", b"\n".join(sample[:4]))),
-                ("many actions", 413, ("POST", "/_bulk", b'{"index":{}}\nx\n' * 4)), ("no body", 413, ("GET", "/healthz", b"x")),
+                ("many members", 413, ("POST", "/v1/events", b"[" + b"1," * 4 + b"1]")),
+                ("broken array", 400, ("POST", "/v1/enrichments", b"[1,")), ("many actions", 413, ("POST", "/_bulk", b'{"index":{}}\nx\n' * 4)), ("no body", 413, ("GET", "/healthz", b"x")),
                 ("long key", 400, ("POST", "/v1/events", b"x", {"Idempotency-Key": "k" * 513})),
                 ("two lengths", 400, ("POST", "/v1/events", b"x", {"Transfer-Encoding": "chunked", "Content-Length": "1"}))):
             zel.check(what, expected, service.ask(*arguments)[0])
