@@ -116,8 +116,9 @@ bool Feeder::MayGoOn() {
     return !stopping_ || SteadyClock::now() < stopAt_;
 }
 
+// At the end what the store has lost in between is given once more: there may be room again.
 void Feeder::Main() {
-    for (;;) {
+    for (bool isLast = false;;) {
         {
             const std::lock_guard hold(mutex_);
             hasMore_ = false;
@@ -128,13 +129,28 @@ void Feeder::Main() {
             DropSettled(false);
         }
         LookAtReplay();  // also where nothing was left
-        const bool isIdle = events_.pending.empty() && enrichments_.pending.empty();
-        std::unique_lock hold(mutex_);
-        if (stopping_)
+        if (AwaitMore())
+            continue;
+        if (isLast || !HasLost())
             return;
+        isLast = true;
+        TakeLosses();
+    }
+}
+
+// False once it is to end.
+bool Feeder::AwaitMore() {
+    const bool isIdle = events_.pending.empty() && enrichments_.pending.empty();
+    std::unique_lock hold(mutex_);
+    if (!stopping_)
         changed_.wait_for(hold, isIdle ? milliseconds(5000) : look,
                           [&] { return stopping_ || hasMore_; });
-    }
+    return !stopping_;
+}
+
+bool Feeder::HasLost() const {
+    const LostRecords lost = store_.Lost() - lostBefore_;
+    return LostEvents(lost) || lost.enrichments != 0;
 }
 
 void Feeder::LookAtReplay() {
@@ -260,8 +276,7 @@ void Feeder::DropSettled(bool isLast) {
     Settled events = SettledOf(events_, isLast ? events_.given : progress_->SettledRecords());
     const Settled enrichments =
         SettledOf(enrichments_, isLast ? enrichments_.given : progress_->SettledEnrichments());
-    const LostRecords lost = store_.Lost() - lostBefore_;
-    if (LostEvents(lost) || lost.enrichments != 0)
+    if (HasLost())
         return isLast ? void() : TakeLosses();
     const bool isAny = events.rows + enrichments.rows > 0;
     if (isAny && Drop(events, enrichments)) {

@@ -70,6 +70,8 @@ private:
     };
 
     void Main();
+    bool AwaitMore();
+    bool HasLost() const;
     bool GiveNext(Lane& lane);
     bool Give(Lane& lane, const SpooledRow& row);
     bool GiveRecord(Lane& lane, const SpooledRow::Record& record, bool* isRefused);

@@ -88,8 +88,13 @@ def main(program):
             for sender in senders:
                 sender.stopping.set()
                 sender.join()
+            if running[0].end(signal.SIGTERM) == 4:  # what the store lost last waits for the next start
+                running[0] = Service(zel, **settings)
             zel.check("end", 0, running[0].end(signal.SIGTERM))
             print(f"records: {check_once(zel, senders)}")
+            if zel.failures:
+                with open(running[0].log, encoding="utf-8", errors="replace") as said:
+                    print("the service said", *said.readlines()[-60:])
         finally:
             subprocess.run(["umount", "-l", zel.volume], check=False)
         return 1 if zel.failures else 0

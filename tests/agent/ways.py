@@ -1,6 +1,6 @@
 """What zel serve takes in beside whole requests: files that grow, standard input, streams.
 
-ways.py ZEL AUDIT
+ways.py ZEL AUDIT MOST_MEMORY
 """
 import gzip
 import json
@@ -17,8 +17,6 @@ import zlib
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
 from agentprocess import LIMIT, Service, holds, record  # noqa: E402
 from zelcommand import Zel, read_records  # noqa: E402
-
-MOST_MEMORY = 200  # MB; the bodies are 60 MB, and the store itself holds up to 64 MB
 
 
 class Grower:
@@ -123,7 +121,7 @@ def stream(service, lines, **headers):
     return status, json.loads(body)
 
 
-def check_streams(zel):
+def check_streams(zel, most_memory):
     """A body of any length, packed or not, is taken in pieces, in bounded memory, and waits where there is no room."""
     lines = [record(number)[:-1] + b',"x":"%s"}' % (b"x" * 1000) for number in range(30000)]
     lines[1000], lines[25000] = b"nonsense", b"y" * 3000000
@@ -134,7 +132,7 @@ def check_streams(zel):
                       (status, answer["accepted"], answer["rejected"], [error["line"] for error in answer["errors"]]))
         with open(f"/proc/{service.process.pid}/status", encoding="utf-8") as file:
             most = int(re.search(r"VmHWM:\s+(\d+)", file.read()).group(1)) // 1024
-        zel.check("memory", True, most < MOST_MEMORY or most)
+        zel.check("memory", True, most < int(most_memory) or most)
         bad = iter([gzip.compress(b"\n".join(lines[:10])) + b"no more"])
         status, body, _ = service.ask("POST", "/v1/events", bad, {"Content-Encoding": "gzip"})
         zel.check("damage", (400, 1), (status, json.loads(body)["next_line"]))
@@ -180,7 +178,7 @@ def check_ids(zel):
 def main():
     audit, failures = read_records(sys.argv[2]), 0
     for check, arguments in ((check_tail, ()), (check_tail_of_audit, (audit,)), (check_input, ()),
-                             (check_streams, ()), (check_audisp, (audit,)), (check_ids, ())):
+                             (check_streams, sys.argv[3:]), (check_audisp, (audit,)), (check_ids, ())):
         with Zel(sys.argv[1]) as zel:
             began = time.time()
             check(zel, *arguments)
