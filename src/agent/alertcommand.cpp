@@ -43,6 +43,7 @@ AlertCommand::AlertCommand(const std::vector<std::string>& command, std::string_
         return;
     }
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& each : command)
         arguments.push_back(const_cast<char*>(each.c_str()));
     arguments.push_back(nullptr);

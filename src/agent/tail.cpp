@@ -79,6 +79,7 @@ private:
             ::closedir(directory);
         std::sort(found.rbegin(), found.rend());
         std::vector<std::string> paths;
+        paths.reserve(found.size());
         for (auto& [time, path] : found)
             paths.push_back(std::move(path));
         return paths;
