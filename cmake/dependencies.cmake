@@ -53,6 +53,11 @@ set(rows "libauparse-dev zel_auparse auparse.h auparse" "libarchive-dev zel_arch
          "libre2-dev zel_re2 re2/re2.h re2" "libedit-dev zel_edit editline/readline.h edit"
          "libhowardhinnant-date-dev zel_zones date/tz.h date-tz"
          "libyaml-cpp-dev zel_yaml yaml-cpp/yaml.h yaml-cpp" "libhyperscan-dev zel_hyperscan hs/hs.h hs")
+# The script of the timeline's drawings, which is compiled in.
+find_file(D3_SCRIPT d3.min.js PATHS /usr/share/nodejs/d3/dist NO_DEFAULT_PATH)
+if(NOT D3_SCRIPT)
+  list(APPEND missing node-d3)
+endif()
 if(ZEL_TESTS)  # whose answers a test compares with the store's own
   list(APPEND rows "libevtx-dev zel_evtx libevtx.h evtx")
 endif()

@@ -22,7 +22,8 @@ _zel_flags() { # COMMAND: its flags
         info) echo --help --check --output ;;
         monitor) echo --help --once --stop-below --resume-percent --output ;;
         "machine show") echo --help --machine ;;
-        serve) echo --help --config --check --tail --stdin ;;
+        serve) echo --help --config --check --tail --web --stdin ;;
+        web) echo --help --no-open ;;
         audisp) echo --help --queue ;;
         status) echo --help --watch --output ;;
         "config show") echo --help --config ;;
@@ -32,7 +33,7 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query follow hunt sql tree enrich purge info monitor settings serve audisp status config machine ;;
+        "") echo ingest query follow hunt sql tree enrich purge info monitor settings serve web audisp status config machine ;;
         settings) echo get set unset ;;
         machine | config) echo show ;;
     esac

@@ -24,16 +24,6 @@ bool IsOwnHost(std::string_view host, std::uint16_t port) {
     return false;
 }
 
-// In a time that tells nothing of where they differ.
-bool IsToken(std::string_view given, std::string_view token) {
-    if (token.empty() || given.size() != token.size())
-        return false;
-    unsigned differ = 0;
-    for (std::size_t i = 0; i < token.size(); ++i)
-        differ |= static_cast<unsigned char>(given[i]) ^ static_cast<unsigned char>(token[i]);
-    return differ == 0;
-}
-
 std::string DecodeBase64(std::string_view text) {
     constexpr std::string_view letters =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -58,16 +48,25 @@ bool IsAllowed(std::string_view authorization, std::string_view token) {
     const std::string_view scheme = authorization.substr(0, blank);
     const std::string_view given = authorization.substr(std::min(blank + 1, authorization.size()));
     const bool isApiKey = ZEL::EqualsNoCase(scheme, "ApiKey");
-    if ((ZEL::EqualsNoCase(scheme, "Bearer") || isApiKey) && IsToken(given, token))
+    if ((ZEL::EqualsNoCase(scheme, "Bearer") || isApiKey) && IsSecret(given, token))
         return true;
     if (!isApiKey && !ZEL::EqualsNoCase(scheme, "Basic"))
         return false;
     const std::string pair = DecodeBase64(given);
     const std::size_t colon = pair.find(':');
-    return colon != pair.npos && IsToken(std::string_view(pair).substr(colon + 1), token);
+    return colon != pair.npos && IsSecret(std::string_view(pair).substr(colon + 1), token);
 }
 
 }  // namespace
+
+bool IsSecret(std::string_view given, std::string_view secret) {
+    if (secret.empty() || given.size() != secret.size())
+        return false;
+    unsigned differ = 0;
+    for (std::size_t i = 0; i < secret.size(); ++i)
+        differ |= static_cast<unsigned char>(given[i]) ^ static_cast<unsigned char>(secret[i]);
+    return differ == 0;
+}
 
 HttpReply PlainReply(int status, std::string text) {
     return {status, "text/plain", std::move(text) + "\n", {}};

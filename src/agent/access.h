@@ -42,6 +42,10 @@ private:
     unsigned failures_ = 0;
 };
 
+// Whether they are the same, in a time that tells nothing of where they differ; an empty secret is
+// nobody's.
+bool IsSecret(std::string_view given, std::string_view secret);
+
 // Answers of one line.
 HttpReply PlainReply(int status, std::string text);
 

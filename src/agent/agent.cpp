@@ -16,6 +16,8 @@
 #include "agent/servicemanager.h"
 #include "agent/spoolpast.h"
 #include "agent/tail.h"
+#include "agent/web/webroutes.h"
+#include "agent/webhost.h"
 #include "common/hostservices.h"
 #include "connection/agentrequest.h"
 #include "connection/storedirectory.h"
@@ -89,10 +91,10 @@ std::string Listed(const std::vector<std::string>& names) {
 class Agent {
 public:
     Agent(AgentConfig config, const std::string& version, ISessionListener& listener,
-          wm::IErrorReportSink* reports, const AskByParameters& askByParameters)
+          wm::IErrorReportSink* reports, const WebTools& tools)
         : config_(std::move(config)),
           reports_(reports),
-          askByParameters_(askByParameters),
+          tools_(tools),
           log_(listener),
           store_(log_),
           version_(version),
@@ -113,11 +115,12 @@ private:
     void TellLost(std::uint64_t lost);
     bool ListenAtSocket(std::string* problem);
     bool Listen();
+    bool ListenForWeb(std::string* problem);
     void TellManager();
 
     LiveConfig config_;
     wm::IErrorReportSink* const reports_;
-    const AskByParameters& askByParameters_;
+    const WebTools& tools_;
     AgentLog log_;
     StoreSession store_;
     const std::string version_;
@@ -136,6 +139,11 @@ private:
     std::unique_ptr<AgentParts> parts_;
     std::unique_ptr<Routes> routes_;
     std::unique_ptr<HttpServer> server_;
+    std::atomic<std::uint64_t> webConnections_{0};
+    std::unique_ptr<AgentWebHost> webHost_;
+    std::unique_ptr<WebParts> webParts_;
+    std::unique_ptr<WebRoutes> webRoutes_;
+    std::unique_ptr<HttpServer> webServer_;
     std::string socketPath_;  // the one that is served
     Ways ways_;
     bool toldReady_ = false;
@@ -238,7 +246,7 @@ bool Agent::Listen() {
     questions_ = std::make_unique<Questions>(*store_, QuestionLimitsOf(*config_.Now()), reports_);
     parts_ = std::unique_ptr<AgentParts>(new AgentParts{
         config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_, *questions_,
-        askByParameters_, *followers_, *hunt_, wm::FormatUtc(wm::Clock().UtcNow()),
+        tools_.ask, *followers_, *hunt_, wm::FormatUtc(wm::Clock().UtcNow()),
         static_cast<std::uint64_t>(std::time(nullptr)), version_});
     routes_ = std::make_unique<Routes>(*parts_, access_);
     server_ = std::make_unique<HttpServer>(
@@ -247,7 +255,7 @@ bool Agent::Listen() {
                    config_->idleTime},
         log_.connections);
     const bool listens =
-        ListenAtSocket(&problem) &&
+        ListenForWeb(&problem) && ListenAtSocket(&problem) &&
         (config_->httpPort == 0 ||
          server_->ListenAt(static_cast<std::uint16_t>(config_->httpPort), &problem));
     if (!listens) {
@@ -255,7 +263,21 @@ bool Agent::Listen() {
         return false;
     }
     server_->Start();
+    if (webServer_)
+        webServer_->Start();
     return true;
+}
+
+bool Agent::ListenForWeb(std::string* problem) {
+    if (config_->webPort == 0)
+        return true;
+    webHost_ = std::make_unique<AgentWebHost>(*parts_, access_);
+    webParts_ = std::unique_ptr<WebParts>(
+        new WebParts{*store_, *questions_, tools_, *webHost_, config_->storePath, version_, true});
+    webRoutes_ = std::make_unique<WebRoutes>(*webParts_);
+    parts_->web = webRoutes_.get();
+    webServer_ = std::make_unique<HttpServer>(*webRoutes_, webLimits, webConnections_);
+    return webServer_->ListenAt(static_cast<std::uint16_t>(config_->webPort), problem);
 }
 
 void Agent::GoWays(std::optional<int> input) {
@@ -339,8 +361,9 @@ bool Agent::End() {
     ways_.BeginStop();
     if (questions_)
         questions_->Stop();
-    if (server_)
-        server_->Stop();
+    for (HttpServer* const server : {webServer_.get(), server_.get()})
+        if (server != nullptr)
+            server->Stop();
     questions_.reset();
     ways_.Await(longestEnding);
     if (admission_)
@@ -364,9 +387,9 @@ bool Agent::End() {
 }  // namespace
 
 AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
-                  wm::IErrorReportSink* reports, int stop, const AskByParameters& askByParameters,
+                  wm::IErrorReportSink* reports, int stop, const WebTools& tools,
                   std::optional<int> input, const AgentReload& reload) {
-    Agent agent(config, version, listener, reports, askByParameters);
+    Agent agent(config, version, listener, reports, tools);
     const bool isRunning = agent.Start();
     if (isRunning) {
         agent.GoWays(input);

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "agent/asking/questions.h"
 #include "agent/config.h"
+#include "agent/web/webparts.h"
 #include "common/errorreport.h"
 #include "connection/sessionlistener.h"
 
@@ -29,7 +29,7 @@ struct AgentReload {
 // What `reload` reads takes effect as far as it can, and what is wrong in it changes nothing. One
 // at a time in a process; the process has no other session.
 AgentEnd RunAgent(const AgentConfig& config, const std::string& version, ISessionListener& listener,
-                  wm::IErrorReportSink* reports, int stop, const AskByParameters& askByParameters,
+                  wm::IErrorReportSink* reports, int stop, const WebTools& tools,
                   std::optional<int> input = {}, const AgentReload& reload = {});
 
 }  // namespace zel

@@ -9,6 +9,9 @@
 #include "agent/body.h"
 #include "agent/diskwatch.h"
 #include "agent/following/followers.h"
+#include "agent/parameters.h"
+#include "agent/web/webroutes.h"
+#include "common/jsontext.h"
 #include "common/valuetext.h"
 #include "connection/storelook.h"
 #include "records/eventkey.h"
@@ -25,49 +28,8 @@ using Answer = IHttpHandler::Answer;
 
 constexpr std::size_t longestFollowed = 1U << 20;  // bytes of a document
 
-using Parameters = std::vector<std::pair<std::string, std::string>>;
-
-std::string Decoded(std::string_view text) {
-    std::string value;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned code = 0;
-        const bool isCode =
-            text[i] == '%' && i + 2 < text.size() &&
-            std::from_chars(&text[i + 1], &text[i + 1] + 2, code, 16).ptr == &text[i + 1] + 2;
-        value += isCode ? static_cast<char>(code) : text[i] == '+' ? ' ' : text[i];
-        i += isCode ? 2 : 0;
-    }
-    return value;
-}
-
-// The query of a target, decoded, in its order.
-Parameters ParametersOf(std::string_view query) {
-    Parameters parameters;
-    while (!query.empty()) {
-        const std::string_view pair = query.substr(0, query.find('&'));
-        query.remove_prefix(std::min(pair.size() + 1, query.size()));
-        const std::size_t sign = std::min(pair.find('='), pair.size());
-        if (!pair.empty())
-            parameters.emplace_back(Decoded(pair.substr(0, sign)),
-                                    Decoded(pair.substr(std::min(sign + 1, pair.size()))));
-    }
-    return parameters;
-}
-
-// Empty when it is not there.
-std::string Parameter(std::string_view query, std::string_view name) {
-    for (auto& [one, value] : ParametersOf(query))
-        if (one == name)
-            return std::move(value);
-    return "";
-}
-
 void LogDeed(AgentParts& parts, const HttpHead& head, const std::string& deed) {
-    constexpr std::size_t longest = 2048;
-    const std::string who =
-        head.peer.isKnown ? "uid " + std::to_string(head.peer.uid) : "the port's reader";
-    parts.log.Note(who + " " + Printable(deed.substr(0, longest)) +
-                   (deed.size() > longest ? "..." : ""));
+    parts.log.Note(DeedOf(head, deed));
 }
 
 void Ask(AgentParts& parts, const HttpHead& head, AskedQuestion question, const Answer& answer) {
@@ -94,8 +56,9 @@ bool ReadLimit(const std::string& text, std::int64_t* limit) {
            (error == std::errc() && end == text.data() + text.size() && *limit >= 0);
 }
 
-// Numbered by the clock, and never twice the same.
-std::string SuffixOfNow() {
+}  // namespace
+
+std::string SilentSuffixOfNow() {
     using std::chrono::microseconds;
     static std::atomic<std::int64_t> last{0};
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -105,6 +68,8 @@ std::string SuffixOfNow() {
     }
     return ZEL::TimedEnrichmentSuffix(std::max(number, before + 1), true);
 }
+
+namespace {
 
 // Read twice: the one reader finds every mistake, the other gives the text as it stands.
 std::string ReadEnrichment(std::string_view line, SpooledEnrichment* enrichment) {
@@ -124,7 +89,7 @@ std::string ReadEnrichment(std::string_view line, SpooledEnrichment* enrichment)
         simdjson::to_json_string(value).get(raw) == simdjson::SUCCESS) {
         enrichment->text = raw;
         if (ZEL::ShapeOf(key) == ZEL::KeyShape::primary)
-            enrichment->key += SuffixOfNow();
+            enrichment->key += SilentSuffixOfNow();
         return "";
     }
     return why.empty() ? R"(not of the form {"key":"...","enrichment":...})" : std::string(why);
@@ -238,6 +203,19 @@ void TakeEnrichments(AgentParts& parts, HttpRequest& request, const Answer& answ
         return done(Verdict::taken);
     LogDeed(parts, request.head, "adds " + count + " enrichment(s)");
     parts.admission.Submit(delivery, done);
+}
+
+void MakeWebLink(AgentParts& parts, HttpRequest& request, const Answer& answer) {
+    if (!request.head.peer.isKnown)
+        return answer(PlainReply(403, "that is for the socket alone"));
+    if (parts.web == nullptr)
+        return answer(PlainReply(404, "the agent serves no page (web.port)"));
+    const std::string link =
+        parts.web->MakeLink(request.head.peer, static_cast<std::uint16_t>(parts.config->webPort));
+    if (link.empty())
+        return answer(PlainReply(503, "the system gives no random numbers"));
+    LogDeed(parts, request.head, "gets a link to the page");
+    answer({200, "application/json", "{\"url\":" + wm::JsonString(link) + "}\n", {}});
 }
 
 void PurgeNow(AgentParts& parts, HttpRequest& request, const Answer& answer) {

@@ -15,9 +15,14 @@ void AnswerQuery(AgentParts& parts, HttpRequest& request, const IHttpHandler::An
 void FollowEvents(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // The store's directory and, unless "brief" is asked for, what stands in it (StoreLook).
 void TellFolders(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
+// What stands behind an event's key in that of a silent enrichment: numbered by the clock, and
+// never twice the same.
+std::string SilentSuffixOfNow();
 // Lines {"key":"...","enrichment":...}, all of which are good or none is taken. The keys are of
 // events, or those under which enrichments stand. The answer comes once they are on the disk.
 void TakeEnrichments(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
+// A link that opens the page once, for who asks for it by the socket.
+void MakeWebLink(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // Deletes the oldest folders until the store fits in "max_size".
 void PurgeNow(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 

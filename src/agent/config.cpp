@@ -63,6 +63,8 @@ constexpr ConfigKey keys[] = {
      "How long a request's head may take."},
     {"http", "idle_time", &C::idleTime, "seconds", "60", 1, day,
      "How long a connection is kept without a request."},
+    {"web", "port", &C::webPort, "port", "0", 0, 65535,
+     "A port of 127.0.0.1 for the page of `zel web`; 0: none."},
     {"intake", "items", &C::items, "number", "100000", 1, 10000000, "Events of one request.", true},
     {"intake", "line_size", &C::lineSize, "size", "1M", kilobyte, 64 * megabyte,
      "The longest line; a longer one is rejected, and the others are taken.", true},

@@ -45,6 +45,8 @@ struct AgentConfig {
     bool writesUnmapped = false;
     std::string idMember;  // empty: none
 
+    std::uint64_t webPort = 0;  // 0: no page
+
     std::vector<std::string> tailFiles;
 
     std::uint64_t questionsAtOnce = 0;

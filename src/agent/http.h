@@ -22,6 +22,7 @@ struct HttpHead {
     std::string query;  // behind the "?"
     std::string host, origin, fetchSite, authorization, accept;
     std::string contentType, contentEncoding, idempotencyKey;
+    std::string cookie, ifNoneMatch, lastEventId;
     bool hasBody = false;
     bool isChunked = false;
     std::uint64_t bodyLength = 0;  // 0 when it comes in chunks

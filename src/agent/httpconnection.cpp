@@ -98,7 +98,7 @@ private:
     void Write(HttpReply reply);
     void OnWritten();
     void WriteStream(HttpReply reply);
-    void WriteStreamHead(int status, const std::string& type);
+    void WriteStreamHead(int status, const HttpReply& reply);
     void AwaitPiece();
     void WritePiece();
     void EndStream();
@@ -183,6 +183,9 @@ HttpHead Connection::Head() const {
     head.contentType = field(http::field::content_type);
     head.contentEncoding = field(http::field::content_encoding);
     head.idempotencyKey = Text(message["Idempotency-Key"]);
+    head.cookie = field(http::field::cookie);
+    head.ifNoneMatch = field(http::field::if_none_match);
+    head.lastEventId = Text(message["Last-Event-ID"]);
     head.bodyLength = head_->content_length().value_or(0);
     head.isChunked = head_->chunked();
     head.hasBody = head_->chunked() || head.bodyLength > 0;
@@ -421,21 +424,22 @@ void Connection::WriteStream(HttpReply reply) {
     answer_ = std::move(reply.stream);
     WatchPeer();
     if (!reply.statusOf)
-        return WriteStreamHead(reply.status, reply.type);
+        return WriteStreamHead(reply.status, reply);
     stream_.expires_never();
     answer_->WhenReady([self = Kept(), reply = std::move(reply)] {
-        asio::post(self->server_.context, [self, reply] {
-            self->WriteStreamHead(reply.statusOf(*self->answer_), reply.type);
-        });
+        asio::post(self->server_.context,
+                   [self, reply] { self->WriteStreamHead(reply.statusOf(*self->answer_), reply); });
     });
 }
 
-void Connection::WriteStreamHead(int status, const std::string& type) {
+void Connection::WriteStreamHead(int status, const HttpReply& reply) {
     streamHead_ = {};
     streamHead_.version(11);
     streamHead_.result(static_cast<unsigned>(status));
-    streamHead_.set(http::field::content_type, type);
+    streamHead_.set(http::field::content_type, reply.type);
     streamHead_.set("X-Content-Type-Options", "nosniff");
+    for (const auto& [name, value] : reply.headers)
+        streamHead_.set(name, value);
     streamHead_.keep_alive(!closes_);
     streamHead_.chunked(true);
     streamSerializer_.emplace(streamHead_);

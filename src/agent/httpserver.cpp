@@ -136,6 +136,11 @@ bool HttpServer::ListenAt(std::uint16_t port, std::string* problem) {
     return !error;
 }
 
+std::uint16_t HttpServer::Port() const {
+    ErrorCode none;
+    return impl_->port.is_open() ? impl_->port.local_endpoint(none).port() : std::uint16_t{0};
+}
+
 bool HttpServer::ListenOn(int descriptor, std::string* problem) {
     ErrorCode error;
     impl_->socket.assign({}, descriptor, error);
@@ -148,7 +153,7 @@ void HttpServer::Start() {
     if (impl_->socket.is_open())
         impl_->Accept(impl_->socket, 0);
     if (impl_->port.is_open())
-        impl_->Accept(impl_->port, impl_->port.local_endpoint().port());
+        impl_->Accept(impl_->port, Port());
     // While all requests are in the hands of others the thread has nothing to do, and waits.
     impl_->thread = std::thread([this] {
         const auto work = asio::make_work_guard(impl_->context);

@@ -33,6 +33,8 @@ public:
     // had.
     bool ListenAt(const std::string& path, std::string* problem);
     bool ListenAt(std::uint16_t port, std::string* problem);
+    // That it listens at; 0 for none. Port 0 is a free one until then.
+    std::uint16_t Port() const;
     // At a Unix socket that another process listens at as well, such as the service manager: those
     // who come while nobody serves it wait. The server owns the descriptor, and leaves the file.
     bool ListenOn(int descriptor, std::string* problem);

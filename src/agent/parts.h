@@ -27,6 +27,7 @@ class DiskWatch;
 class Followers;
 class LiveHunt;
 class Questions;
+class WebRoutes;
 
 // The parts of a running service, for those who answer requests. All live as long as the server.
 struct AgentParts {
@@ -45,6 +46,7 @@ struct AgentParts {
     const std::string started;            // UTC
     const std::uint64_t startedUnix = 0;  // seconds since 1970
     const std::string version;
+    WebRoutes* web = nullptr;  // null: no page
 };
 
 // The ways in. Each reads the whole request, and answers once what it has taken is on the disk.

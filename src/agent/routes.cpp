@@ -105,6 +105,7 @@ constexpr Route routes[] = {
     {"follow", "/v1/follow", "GET|POST", Right::read, FollowEvents},
     {"folders", "/v1/folders", "GET", Right::read, TellFolders},
     {"enrichments", "/v1/enrichments", "POST", Right::annotate, TakeEnrichments},
+    {"web", "/v1/web/link", "POST", Right::read, MakeWebLink},
     {"purge", "/v1/purge", "POST", Right::administer, PurgeNow},
     {"status", "/v1/status", "GET|HEAD", Right::read, TellStatus},
     {"metrics", "/metrics", "GET|HEAD", Right::read, TellMetrics},

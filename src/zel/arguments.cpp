@@ -141,8 +141,20 @@ void AddServe(CLI::App& command, Run& run) {
     command.add_flag("--check", options.check, "Look at the configuration and end");
     AddTexts(command, "--tail", options.tails, "FILE",
              "Take the lines of a file that grows, beside those of tail.files");
+    command.add_option("--web", options.webPort, "Serve the page, by default at the port 9517")
+        ->expected(0, 1)
+        ->default_str(defaultWebPort)
+        ->type_name("[PORT]");
     command.add_flag("--stdin", options.readsInput,
                      "Take the lines of standard input, and end when it does");
+}
+
+void AddWeb(CLI::App& command, Run& run) {
+    WebOptions& options = OptionsOf(command, run, RunWeb);
+    options.readParameters = ReadQueryParameters;
+    command.footer(
+        "Without --store: the page of the agent, which serves it with web.port or --web.");
+    command.add_flag("--no-open", options.noOpen, "Print the link, and start no browser");
 }
 
 void AddAudisp(CLI::App& command, Run& run) {
@@ -192,6 +204,7 @@ constexpr struct {
     {"monitor", "Tell when disk space runs short", AddMonitor},
     {"settings", "Read or write a setting", AddSettings},
     {"serve", "Run the store as a service", AddServe},
+    {"web", "Show the store in the browser", AddWeb},
     {"audisp", "Bring audit records to the service, as a plugin of auditd", AddAudisp},
     {"status", "Tell how the service is", AddStatus},
     {"config", "The configuration of the service", AddConfig},

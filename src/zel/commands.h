@@ -188,6 +188,7 @@ struct ServeOptions {
     bool check = false;  // look at the configuration and end
     std::vector<std::string> tails;  // files that are followed beside those of the configuration
     bool readsInput = false;         // standard input too, whose end ends the service
+    std::string webPort;             // of the page; empty: that of the configuration
     ReadParameters readParameters = nullptr;
 };
 // Runs the store as a service until it is told to end. 2 for a configuration that can't be used, 3
@@ -195,6 +196,16 @@ struct ServeOptions {
 int RunServe(const ServeOptions& options);
 // Prints all effective values as a configuration.
 int RunConfigShow(const ServeOptions& options);
+
+inline constexpr const char* defaultWebPort = "9517";
+
+struct WebOptions {
+    bool noOpen = false;  // print the link and open nothing
+    ReadParameters readParameters = nullptr;
+};
+// Opens the page: of the service, whose link is printed, or of a store that is named, which is read
+// alone until the program is told to end. 3 when neither can be had.
+int RunWeb(const WebOptions& options);
 
 struct AudispOptions {
     std::uint32_t queueMegabytes = 16;  // of records that wait for the service

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -8,6 +9,7 @@
 #include "agent/config.h"
 #include "agent/rulebook.h"
 #include "zel/commands.h"
+#include "zel/serve/webtools.h"
 #include "zel/terminal/messages.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/textfit.h"
@@ -25,6 +27,21 @@ bool ReadConfig(const std::string& file, AgentConfig* config) {
     if (!isRead)
         Say(problem);
     return isRead;
+}
+
+bool TakeWebPort(const std::string& text, AgentConfig* config, std::string* problem) {
+    if (text.empty())
+        return true;
+    constexpr std::uint64_t mostPort = 65535;
+    std::uint64_t port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    const bool isPort =
+        error == std::errc() && end == text.data() + text.size() && port > 0 && port <= mostPort;
+    if (isPort)
+        config->webPort = port;
+    else
+        *problem = "--web: " + text + " is no port";
+    return isPort;
 }
 
 }  // namespace
@@ -45,7 +62,7 @@ int RunServe(const ServeOptions& options) {
     const auto read = [&](AgentConfig* config, std::string* problem) {
         const bool isRead = ReadAgentConfig(file, UnknownName, config, problem);
         config->tailFiles.insert(config->tailFiles.end(), tails.begin(), tails.end());
-        return isRead;
+        return isRead && TakeWebPort(options.webPort, config, problem);
     };
     AgentConfig config;
     std::string problem;
@@ -64,16 +81,8 @@ int RunServe(const ServeOptions& options) {
         return book.problems.empty() ? exitCode::done : exitCode::usage;
     }
     const auto input = options.readsInput ? std::optional(STDIN_FILENO) : std::nullopt;
-    const AskByParameters ask = [&options](const auto& parameters, AskedQuestion* question,
-                                           std::string* why) {
-        ParameterQuestion asked;
-        if (!options.readParameters(parameters, &asked, why))
-            return false;
-        question->document = std::move(asked.document);
-        question->fits = std::move(asked.fits);
-        return true;
-    };
-    switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor(), ask,
+    const WebTools tools = MakeWebTools(options.readParameters);
+    switch (RunAgent(config, ZEL_VERSION, Terminal(), HostReports(), InterruptDescriptor(), tools,
                      input, {WatchHangups(), read})) {
         case AgentEnd::notBegun:
             return exitCode::noStore;

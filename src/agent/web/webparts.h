@@ -1,0 +1,67 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "agent/asking/questions.h"
+#include "agent/http.h"
+#include "zelstore/ieventstore.h"
+
+namespace zel {
+
+class Followers;
+
+// Whose store the page shows: an agent, or a program that reads a copy. Any thread.
+class IWebHost {
+public:
+    // A line for the log, of what somebody does.
+    virtual void Note(const std::string& line) = 0;
+    virtual void CountRequest(std::string_view route, int status) = 0;
+    virtual bool Has(const Peer& peer, Right right) const = 0;
+    // Null where nothing comes.
+    virtual Followers* Following() = 0;
+    // Stores a silent enrichment for the event with that key, which was checked. `done` is called
+    // once, on any thread, with whether it is on the disk. Not asked of whom nobody has the right.
+    virtual void Annotate(std::string key, std::string json,
+                          const std::function<void(bool isStored)>& done) = 0;
+
+protected:
+    ~IWebHost() = default;
+};
+
+// How the values of an event are shown where a form of `zel query` is wanted. For one thread.
+class WebForm {
+public:
+    virtual ~WebForm() = default;
+    // What stands for a row of the store, its end included.
+    virtual std::string Row(std::string_view row) = 0;
+    virtual std::string End() { return ""; }
+};
+// A form (ndjson, csv, ocsf) of some columns; an empty list: those that suit. Null, with words,
+// when there is no such form or column. Any thread.
+using MakeWebForm = std::function<std::unique_ptr<WebForm>(
+    const std::string& form, const std::string& fields, std::string* problem)>;
+
+// What the program knows of questions and their forms, and a service does not.
+struct WebTools {
+    AskByParameters ask;
+    MakeWebForm form;
+};
+
+// What the page's routes work with. All live as long as the server.
+struct WebParts {
+    ZEL::IEventStore7& store;
+    Questions& questions;
+    const WebTools& tools;
+    IWebHost& host;
+    const std::string storePath;
+    const std::string version;
+    const bool isWritable;  // false: of a copy that is read alone
+};
+
+// One of the page's ways. `request.head.peer` is who made the link that the session began with.
+using WebHandler = void (*)(WebParts& parts, HttpRequest& request,
+                            const IHttpHandler::Answer& answer);
+
+}  // namespace zel

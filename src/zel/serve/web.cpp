@@ -1,0 +1,118 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "agent/web/webroutes.h"
+#include "connection/agentrequest.h"
+#include "connection/storesession.h"
+#include "records/jsonfields.h"
+#include "zel/commands.h"
+#include "zel/serve/webtools.h"
+#include "zel/terminal/messages.h"
+#include "zel/terminal/narrator.h"
+
+// The page for a person. An agent serves it itself and is asked for a link. Of a store that is
+// named this program is the server, for as long as it runs: it reads alone, so that the page has
+// neither notes nor new events.
+
+namespace zel {
+
+namespace {
+
+// The browser's affair from there on. That there is none is no failure: the link is printed.
+void OpenInBrowser(const std::string& link) {
+    std::string program = "xdg-open", address = link;
+    char* const arguments[] = {program.data(), address.data(), nullptr};
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        ::posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
+    pid_t child = 0;
+    ::posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+}
+
+void Show(const WebOptions& options, const std::string& link) {
+    std::fputs((link + "\n").c_str(), stdout);
+    std::fflush(stdout);
+    if (!options.noOpen)
+        OpenInBrowser(link);
+}
+
+int ShowAgents(const WebOptions& options) {
+    std::string answer, problem;
+    JsonFields json;
+    SourceFields fields;
+    if (Failed(CallAgent("POST", "/v1/web/link", "", &answer, &problem))) {
+        Say(problem);
+        return exitCode::noStore;
+    }
+    const std::string link =
+        json.Read(answer, &fields) ? std::string(fields.Take("url")) : std::string();
+    if (!link.starts_with("http://127.0.0.1:")) {
+        Say("the agent gives no link as an agent does");
+        return exitCode::noStore;
+    }
+    Show(options, link);
+    return exitCode::done;
+}
+
+// A store that is read alone: whoever has the link may ask.
+class CopyHost final : public IWebHost {
+public:
+    void Note(const std::string&) override {}
+    void CountRequest(std::string_view, int) override {}
+    bool Has(const Peer&, Right right) const override { return right == Right::read; }
+    Followers* Following() override { return nullptr; }
+    void Annotate(std::string, std::string, const std::function<void(bool)>& done) override {
+        done(false);
+    }
+};
+
+bool Serve(const WebOptions& options, StoreSession& store, const std::string& directory) {
+    const WebTools tools = MakeWebTools(options.readParameters);
+    CopyHost host;
+    Questions questions(*store, QuestionLimits{}, HostReports());
+    WebParts parts{*store, questions, tools, host, directory, ZEL_VERSION, false};
+    WebRoutes routes(parts);
+    std::atomic<std::uint64_t> connections{0};
+    HttpServer server(routes, webLimits, connections);
+    std::string problem;
+    if (!server.ListenAt(std::uint16_t{0}, &problem)) {
+        Say(problem);
+        return false;
+    }
+    server.Start();
+    const std::string link = routes.MakeLink(Peer(), server.Port());
+    if (link.empty())
+        Say("the system gives no random numbers");
+    else
+        Show(options, link);
+    while (!link.empty() && !Interrupted()) {
+        pollfd wait{InterruptDescriptor(), POLLIN, 0};
+        ::poll(&wait, 1, -1);
+    }
+    questions.Stop();
+    server.Stop();
+    return !link.empty();
+}
+
+}  // namespace
+
+int RunWeb(const WebOptions& options) {
+    if (!AgentSocket().empty())
+        return ShowAgents(options);
+    std::string directory;
+    StoreSession store(Terminal());
+    if (!FindStore(StoreNeed::reading, &directory) || !store.Open(StoreNeed::reading))
+        return exitCode::noStore;
+    const bool isServed = Serve(options, store, directory);
+    store.Close();
+    return isServed ? exitCode::done : exitCode::noStore;
+}
+
+}  // namespace zel

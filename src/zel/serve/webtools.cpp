@@ -1,0 +1,60 @@
+#include "zel/serve/webtools.h"
+
+#include "zel/results/fields.h"
+#include "zel/results/resultform.h"
+
+namespace zel {
+
+namespace {
+
+class ResultWebForm final : public WebForm {
+public:
+    explicit ResultWebForm(FormChoice choice) : form_(MakeResultForm(std::move(choice))) {}
+
+    std::string Row(std::string_view row) override {
+        const bool isFirst = isEmpty_;
+        isEmpty_ = false;
+        return form_->Row({row, ""}, isFirst);
+    }
+    std::string End() override { return form_->End(isEmpty_); }
+
+private:
+    const std::unique_ptr<ResultForm> form_;
+    bool isEmpty_ = true;
+};
+
+std::unique_ptr<WebForm> MakeForm(const std::string& form, const std::string& fields,
+                                  std::string* problem) {
+    FormChoice choice;
+    choice.name = form.empty() ? "ndjson" : form;
+    if (choice.name != "ndjson" && choice.name != "csv" && choice.name != "ocsf") {
+        *problem = "form is none of ndjson, csv and ocsf";
+        return nullptr;
+    }
+    if (choice.name == "csv")
+        choice.fields = AllFields(false, false);
+    if (!fields.empty() && choice.name != "ocsf") {
+        auto chosen = ParseFields(fields, problem);
+        if (!chosen)
+            return nullptr;
+        choice.fields = std::move(*chosen);
+    }
+    return std::make_unique<ResultWebForm>(std::move(choice));
+}
+
+}  // namespace
+
+WebTools MakeWebTools(ReadParameters readParameters) {
+    const AskByParameters ask = [readParameters](const auto& parameters, AskedQuestion* question,
+                                                 std::string* why) {
+        ParameterQuestion asked;
+        if (!readParameters(parameters, &asked, why))
+            return false;
+        question->document = std::move(asked.document);
+        question->fits = std::move(asked.fits);
+        return true;
+    };
+    return {ask, MakeForm};
+}
+
+}  // namespace zel
