@@ -8,7 +8,8 @@ using Clock = std::chrono::steady_clock;
 
 // Called without the lock: the reader may come back at once.
 void AnswerStream::TellReady(std::unique_lock<std::mutex>& hold) {
-    const std::function<void()> onReady = std::exchange(onReady_, nullptr);
+    const std::function<void()> onReady =
+        IsReadyLocked() ? std::exchange(onReady_, nullptr) : nullptr;
     hold.unlock();
     if (onReady)
         onReady();
@@ -73,8 +74,13 @@ bool AnswerStream::HasStalled() const {
 void AnswerStream::WhenReady(std::function<void()> onReady) {
     std::unique_lock hold(mutex_);
     onReady_ = std::move(onReady);
-    if (!bytes_.empty() || hasEnded_ || isCancelled_)
-        TellReady(hold);
+    TellReady(hold);
+}
+
+void AnswerStream::Pause(bool isPaused) {
+    std::unique_lock hold(mutex_);
+    isPaused_ = isPaused;
+    TellReady(hold);
 }
 
 bool AnswerStream::Take(std::string* bytes) {

@@ -48,6 +48,9 @@ public:
     bool IsRefusal() const;
     bool IsLate() const;
     std::chrono::seconds LongestStall() const noexcept { return longestStall_; }
+    // While it is paused the reader is told of nothing but the end, so that the question waits at a
+    // full buffer as for one who reads slowly. Any thread.
+    void Pause(bool isPaused);
     // Nobody reads any more: what is there is dropped, and `onCancel` called, if it was set.
     void Cancel();
 
@@ -59,6 +62,9 @@ private:
     bool HasRoomLocked(std::size_t size) const {
         return bytes_.empty() || bytes_.size() + size <= mostWaiting_;
     }
+    bool IsReadyLocked() const {
+        return hasEnded_ || isCancelled_ || (!bytes_.empty() && !isPaused_);
+    }
     void TellReady(std::unique_lock<std::mutex>& hold);
 
     const std::size_t mostWaiting_;
@@ -69,6 +75,7 @@ private:
     std::function<void()> onReady_;
     std::chrono::steady_clock::duration waited_{0};
     std::optional<std::chrono::steady_clock::time_point> waitsSince_;
+    bool isPaused_ = false;
     bool hasEnded_ = false, isRefusal_ = false, isLate_ = false, isCancelled_ = false,
          hasStalled_ = false, isBroken_ = false;
 };

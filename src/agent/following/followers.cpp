@@ -43,20 +43,48 @@ void PutRecord(std::string_view record, std::string* out) {
     std::replace(from, out->end(), '\r', ' ');
 }
 
-void PutPosition(std::string_view place, std::string* out) {
-    out->append("{\"position\":\"").append(PositionOf(place)).append("\"");
-}
+class FollowLines final : public FollowForm {
+public:
+    void Position(std::string_view position, std::string* out) override {
+        Begin(position, out);
+        out->append("}\n");
+    }
+    void Event(std::string_view position, std::string_view, std::string_view record,
+               std::string* out) override {
+        Begin(position, out);
+        out->append(",\"event\":");
+        PutRecord(record, out);
+        out->append("}\n");
+    }
+    void Gap(std::string_view position, std::string_view reason, std::uint64_t events,
+             std::string* out) override {
+        Begin(position, out);
+        out->append(",\"gap\":{\"reason\":\"").append(reason).append("\",\"events\":");
+        out->append(std::to_string(events)).append("}}\n");
+    }
+    void Silence(std::string* out) override { out->append("\n"); }
+
+private:
+    static void Begin(std::string_view position, std::string* out) {
+        out->append("{\"position\":\"").append(position).append("\"");
+    }
+};
 
 }  // namespace
 
 // Of the thread that serves it, but for what is guarded by the lock of all.
 struct Followers::Follower {
-    Follower(const FollowLimits& limits, std::int64_t most)
-        : stream(std::make_shared<AnswerStream>(limits.buffer, limits.stall)), left(most) {}
+    Follower(const FollowLimits& limits, const FollowRequest& request)
+        : stream(std::make_shared<AnswerStream>(limits.buffer, limits.stall)),
+          form(request.form ? request.form : std::make_shared<FollowLines>()),
+          fits(request.fits),
+          left(request.limit) {}
 
     const std::shared_ptr<AnswerStream> stream;
     ZEL::CountedPtr<ZEL::IRowFilter> filter;  // null: all events
-    std::int64_t left;                        // events that are wanted; negative: all
+    const std::shared_ptr<FollowForm> form;
+    const std::function<bool(std::string_view)> fits;
+    std::int64_t left;  // events that are wanted; negative: all
     std::string place;
     std::string told;  // the place that the reader knows
     std::string out;   // written, and not taken by the stream yet
@@ -78,9 +106,7 @@ struct Followers::Follower {
 
 void Followers::Follower::PutGap(std::string_view at, std::string_view reason,
                                  std::uint64_t count) {
-    PutPosition(at, &out);
-    out.append(",\"gap\":{\"reason\":\"").append(reason).append("\",\"events\":");
-    out.append(std::to_string(count)).append("}}\n");
+    form->Gap(PositionOf(at), reason, count, &out);
     told = at;
     ++gaps;
 }
@@ -94,12 +120,10 @@ bool Followers::Follower::Take(std::string_view receiveKey, ZEL::IStringValue* k
     const bool isTested = key != nullptr && (!filter || Succeeded(filter->Passes(key, &passes)));
     if (!isTested)
         PutGap(place, "not tested", 1);
-    if (!passes)
+    if (!passes || (fits && !fits(record)))
         return true;
-    PutPosition(place, &out);
-    out.append(",\"event\":");
-    PutRecord(record, &out);
-    out.append("}\n");
+    std::string converted;
+    form->Event(PositionOf(place), wm::Utf8Of(*key, converted).value_or(""), record, &out);
     told = place;
     ++events;
     left -= left > 0 ? 1 : 0;
@@ -120,7 +144,7 @@ Followers::~Followers() {
 
 std::shared_ptr<AnswerStream> Followers::Follow(const FollowRequest& request,
                                                 std::string* problem) {
-    const auto follower = std::make_shared<Follower>(limits_, request.limit);
+    const auto follower = std::make_shared<Follower>(limits_, request);
     const bool isNow = request.position.empty() || request.position == "now";
     if (!isNow) {
         const auto place = PlaceOf(request.position);
@@ -153,8 +177,7 @@ std::shared_ptr<AnswerStream> Followers::Follow(const FollowRequest& request,
     }
     if (isNow)
         follower->place = ring_.End();
-    PutPosition(follower->place, &follower->out);
-    follower->out += "}\n";
+    follower->form->Position(PositionOf(follower->place), &follower->out);
     follower->told = follower->place;
     followers_.push_back(follower);
     if (!presentThread_.joinable()) {
@@ -242,11 +265,10 @@ void Followers::Send(Follower& follower) {
         return;
     if (follower.out.empty() && now - follower.lastSent >= heartbeat) {
         if (follower.told != follower.place) {
-            PutPosition(follower.place, &follower.out);
-            follower.out += "}\n";
+            follower.form->Position(PositionOf(follower.place), &follower.out);
             follower.told = follower.place;
         }
-        follower.out += "\n";
+        follower.form->Silence(&follower.out);
     }
     if (follower.out.empty() || !follower.stream->Offer(follower.out))
         return;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -23,11 +24,30 @@ struct FollowLimits {
     std::chrono::seconds stall{600};  // how long a reader may read nothing
 };
 
+// How what is followed is written, one after the other; each puts its bytes behind `*out`. Used by
+// one thread at a time.
+class FollowForm {
+public:
+    virtual ~FollowForm() = default;
+    // Where one stands: first, and after a silence.
+    virtual void Position(std::string_view position, std::string* out) = 0;
+    virtual void Event(std::string_view position, std::string_view key, std::string_view record,
+                       std::string* out) = 0;
+    // What is missing here, at most so many events.
+    virtual void Gap(std::string_view position, std::string_view reason, std::uint64_t events,
+                     std::string* out) = 0;
+    // Each 15 seconds in which nothing else came.
+    virtual void Silence(std::string* out) = 0;
+};
+
 // What a reader asks for.
 struct FollowRequest {
     std::string position;     // where to go on; empty or "now": with what comes from now on
     std::string document;     // an event_query; empty: all events
     std::int64_t limit = -1;  // the answer ends behind so many events; negative: it does not
+    // Which of the document's events are wanted, by their texts; null: all.
+    std::function<bool(std::string_view record)> fits = nullptr;
+    std::shared_ptr<FollowForm> form = nullptr;  // null: lines, as told below
 };
 
 // Hands events on as they are accepted, each once and with its position, to any number of readers.

@@ -6,6 +6,7 @@
 
 #include "agent/asking/questions.h"
 #include "agent/http.h"
+#include "agent/web/livestreams.h"
 #include "zelstore/ieventstore.h"
 
 namespace zel {
@@ -58,6 +59,7 @@ struct WebParts {
     const std::string storePath;
     const std::string version;
     const bool isWritable;  // false: of a copy that is read alone
+    LiveStreams live = {};
 };
 
 // One of the page's ways. `request.head.peer` is who made the link that the session began with.

@@ -4,6 +4,8 @@
 #include <exception>
 
 #include "agent/parameters.h"
+#include "agent/web/liveroutes.h"
+#include "agent/web/noteroutes.h"
 #include "agent/web/pageroutes.h"
 #include "agent/web/webassets.h"
 #include "common/asciicase.h"
@@ -29,6 +31,9 @@ struct WebRoute {
 
 constexpr WebRoute routes[] = {
     {"web_page", "/v1/page", "GET|HEAD", Right::read, TellPage},
+    {"web_live", "/v1/live", "GET", Right::read, FollowLive},
+    {"web_pause", "/v1/live/pause", "POST", Right::read, PauseLive},
+    {"web_notes", "/v1/notes", "POST", Right::annotate, TakeNote},
 };
 constexpr std::string_view assetRoute = "web_asset";
 constexpr std::string_view openRoute = "web_open";

@@ -16,6 +16,8 @@ constexpr auto sessionTime = std::chrono::hours(8);
 constexpr std::size_t mostTokens = 16;
 constexpr std::size_t mostSessions = 32;
 
+}  // namespace
+
 std::string RandomText() {
     constexpr std::string_view digits = "0123456789abcdef";
     std::array<unsigned char, 32> bytes{};
@@ -28,8 +30,6 @@ std::string RandomText() {
     }
     return text;
 }
-
-}  // namespace
 
 // All are looked at, so that the time tells nothing of where one stands.
 WebSessions::Secrets::iterator WebSessions::FindIn(Secrets& secrets, std::string_view text) {

@@ -11,6 +11,9 @@
 
 namespace zel {
 
+// 256 random bits as text; empty where the system gives none. Any thread.
+std::string RandomText();
+
 // Who may see the page. A link holds a token that is good once and for five minutes; whoever brings
 // it gets a cookie, which is good until it was not used for eight hours. Both have 256 random bits.
 // Nothing of it outlives the process. Any thread.

@@ -1,0 +1,164 @@
+"""The page: who gets in, what is refused, what comes live, what is stored and handed out; and that of a copy.
+
+web.py ZEL EVENTS.xz
+"""
+import http.client
+import json
+import os
+import select
+import signal
+import subprocess
+import sys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
+from agentprocess import LIMIT, Service, free_port, record  # noqa: E402
+from zelcommand import Zel, read_records  # noqa: E402
+
+
+class Browser:
+    """One that has opened a link, or has not."""
+
+    def __init__(self, link):
+        self.host, _, self.target = link.removeprefix("http://").partition("/")
+        self.cookie = ""
+
+    def ask(self, method, path, body=None, **headers):
+        connection = http.client.HTTPConnection(self.host, timeout=LIMIT)
+        headers = {name.replace("_", "-"): value for name, value in headers.items()}
+        connection.request(method, path, body, {**({"Cookie": self.cookie} if self.cookie else {}), **headers})
+        return connection.getresponse()
+
+    def open(self):
+        answer = self.ask("GET", "/" + self.target)
+        self.cookie = (answer.headers["Set-Cookie"] or "").partition(";")[0]
+        return answer
+
+    def status(self, *arguments, **headers):
+        return self.ask(*arguments, **headers).status
+
+    def json(self, path):
+        return json.loads(self.ask("GET", path).read())
+
+
+class Live:
+    """A reader of /v1/live: each event as its name, its data and its id."""
+
+    def __init__(self, browser, query="", **headers):
+        self.answer = browser.ask("GET", "/v1/live?" + query, **headers)
+
+    def next(self):
+        fields = {}
+        while line := self.answer.readline().decode().rstrip("\n"):
+            name, _, value = line.partition(": ")
+            fields[name] = value
+        return (fields["event"], json.loads(fields["data"]), fields["id"]) if "event" in fields else self.next()
+
+
+def link_of(zel, service):
+    return subprocess.run([zel.program, "--socket", service.socket, "web", "--no-open"], env=zel.environment,
+                          stdout=subprocess.PIPE, check=True, timeout=LIMIT).stdout.decode().strip()
+
+
+def check_doors(zel, service):
+    """Tokens, cookies, and what browsers tell of whose page asks."""
+    link = link_of(zel, service)
+    page, other = Browser(link), Browser(link)
+    zel.check("nobody", (401, 401, 401), tuple(page.status("GET", path) for path in ("/", "/v1/page", "/assets/main.js")))
+    zel.check("elsewhere", (421, 403, 403, 403), (
+        page.status("GET", "/" + page.target, Host="evil.example"), page.status("GET", "/" + page.target, Origin="http://evil"),
+        page.status("GET", "/" + page.target, Sec_Fetch_Site="cross-site"), page.status("GET", "/open?token=" + "0" * 64)))
+    opened = page.open()
+    zel.check("opened", (303, "/"), (opened.status, opened.headers["Location"]))
+    cookie = opened.headers["Set-Cookie"]
+    zel.check("cookie", [True] * 3, [part in cookie for part in ("; HttpOnly", "; SameSite=Strict", "; Path=/")])
+    zel.check("once", (403, ""), (other.open().status, other.cookie))
+    other.cookie = page.cookie[:-1] + ("0" if page.cookie[-1] != "0" else "1")
+    zel.check("a wrong cookie", 401, other.status("GET", "/v1/page"))
+    origin = "http://" + page.host
+    zel.check("refused", (403, 403, 421, 404, 405, 404), (
+        page.status("GET", "/v1/page", Origin="http://127.0.0.1:1"), page.status("GET", "/v1/page", Sec_Fetch_Site="same-site"),
+        page.status("GET", "/v1/page", Host="localhost.evil:80"), page.status("POST", "/v1/events", b"{}", Origin=origin),
+        page.status("POST", "/v1/page", b"{}"), page.status("GET", "/assets/../webroutes.cpp")))
+    zel.check("forwarded", 200, page.status("GET", "/v1/page", Host="localhost:1234", Origin="http://localhost:1234"))
+    first = page.ask("GET", "/")
+    zel.check("page", (200, "text/html; charset=utf-8", "nosniff", "no-referrer", "same-origin"), (first.status, *(
+        first.headers[name] for name in ("Content-Type", "X-Content-Type-Options", "Referrer-Policy", "Cross-Origin-Opener-Policy"))))
+    policy = dict(part.split(" ", 1) for part in first.headers["Content-Security-Policy"].split("; "))
+    zel.check("policy", ("'none'", "'self'", "'none'"), tuple(policy[name] for name in ("default-src", "script-src", "frame-ancestors")))
+    text = first.read().decode()
+    zel.check("no script within", [], [line for line in text.splitlines() if "<script" in line and "src=" not in line or "style=" in line])
+    for name in ("main.js", "style.css", "d3.js"):
+        zel.check(f"{name} is there", 200, page.status("GET", "/assets/" + name))
+        tag = page.ask("HEAD", "/assets/" + name).headers["ETag"]
+        zel.check(f"{name} is kept", 304, page.status("GET", "/assets/" + name, If_None_Match=tag))
+    zel.check("a link is for the socket", 404, page.status("POST", "/v1/web/link"))
+    return page
+
+
+def check_live(zel, service, page):
+    """As they come, from a position on, paused in the store, and conditions."""
+    live = Live(page, "object=file&where=target_path%20ends%207&fields=time,target_path,key")
+    name, hello, start = live.next()
+    zel.check("begun", ("hello", start), (name, hello["position"]))
+    service.events([record(i) for i in range(20)])
+    rows = [live.next() for _ in range(2)]
+    zel.check("rows", ["C:\\7", "C:\\17"], [row["cells"][1] for _, row, _ in rows])
+    zel.check("cells", ("2026-11-12T10:00:00.000Z", "file", rows[0][1]["key"]), (rows[0][1]["cells"][0], rows[0][1]["object"], rows[0][1]["cells"][2]))
+    again = Live(page, "object=file&where=target_path%20ends%207", Last_Event_ID=rows[0][2])
+    zel.check("goes on", ["hello", "row"], [again.next()[0] for _ in range(2)])
+    zel.check("paused", 200, page.status("POST", f"/v1/live/pause?id={hello['id']}&paused=1"))
+    service.events([record(i) for i in range(20, 40)])
+    zel.check("the other sees it", "C:\\27", again.next()[1]["cells"][-1])
+    zel.check("nothing meanwhile", [], select.select([live.answer.fp.raw._sock], [], [], 0.3)[0])
+    zel.check("goes on, too", 200, page.status("POST", f"/v1/live/pause?id={hello['id']}&paused=0"))
+    zel.check("and has missed nothing", "C:\\27", live.next()[1]["cells"][1])
+    zel.check("unknown", (404, 400, 400), (page.status("POST", "/v1/live/pause?id=x&paused=1"),
+                                           page.status("GET", "/v1/live?fields=colour"), page.status("GET", "/v1/live?colour=red")))
+    return rows[0][1]["key"]
+
+
+def check_notes(zel, service, page, key):
+    """A note stands with its event for `zel query`."""
+    said = {"key": key, "kind": "note", "text": "<script>alert(1)</script> \u202e"}
+    answer = page.ask("POST", "/v1/notes", json.dumps(said))
+    told = json.loads(answer.read())
+    zel.check("said", (200, {"author", "time"}), (answer.status, set(told)))
+    service.await_stored()
+    found = zel.run("query", "--key", key, "--enrichments", "-o", "ndjson")
+    zel.check("stored", [{"annotation": {"kind": "note", "text": said["text"], **told}}],
+              [one for line in found.stdout.splitlines() for one in json.loads(line).get("enrichments", [])])
+    wrong = [dict(said, kind="lie"), dict(said, text=" "), dict(said, text="x" * 20000), dict(said, key="p<begin_time>"), {}, []]
+    zel.check("refused", [400] * len(wrong), [page.status("POST", "/v1/notes", json.dumps(one)) for one in wrong])
+
+
+def check_copy(zel):
+    """A store that is read alone: no notes, nothing live, and it ends when it is told."""
+    with subprocess.Popen(zel.command("web", "--no-open"), stdout=subprocess.PIPE, env=zel.environment) as process:
+        page = Browser(process.stdout.readline().decode().strip())
+        zel.check("a copy is opened", 303, page.open().status)
+        told = page.json("/v1/page")
+        zel.check("read alone", (False, False, False), (told["writable"], told["may_annotate"], told["live"]))
+        zel.check("of all events", "2019-05-07T11:50:28.074Z", told["first"])
+        zel.check("neither", (404, 403), (page.status("GET", "/v1/live"), page.status("POST", "/v1/notes", "{}")))
+        process.send_signal(signal.SIGTERM)
+        zel.check("ended", 0, process.wait(LIMIT))
+
+
+def main(program, events):
+    with Zel(program) as zel:
+        with Service(zel, web_port=free_port()) as service:
+            page = check_doors(zel, service)
+            empty = page.json("/v1/page")
+            zel.check("an empty store", (None, None), (empty["first"], empty["last"]))
+            service.events(events)
+            service.await_stored()
+            told = page.json("/v1/page")
+            zel.check("range", ("2019-05-07T11:50:28.074Z", "2023-07-19T16:06:05.225Z"), (told["first"], told["last"]))
+            zel.check("names", (True, True, True), ("process" in told["objects"], "launch" in told["actions"],
+                                                    any(column["name"] == "target_path" for column in told["columns"])))
+            check_notes(zel, service, page, check_live(zel, service, page))
+        check_copy(zel)
+        return zel.failures
+
+
+sys.exit(main(sys.argv[1], read_records(sys.argv[2])) != 0)
