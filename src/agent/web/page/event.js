@@ -101,9 +101,8 @@ export class EventPane {
       const value = facts[name];
       if (hidden.has(name) || value === null || value === '' || value === undefined) continue;
       const text = typeof value === 'object' ? JSON.stringify(value) : String(value);
-      const shownText = /_path$/.test(name) ? make('span', { class: 'text' }, shown(text)) : longText(text);
       const words = columnText(name);
-      list.append(make('dt', {}, words), make('dd', {}, shownText, this.#narrow(name, text, words, false), this.#narrow(name, text, words, true)));
+      list.append(make('dt', {}, words), make('dd', {}, longText(text), this.#narrow(name, text, words, false), this.#narrow(name, text, words, true)));
     }
     return list;
   }

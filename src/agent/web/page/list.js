@@ -78,7 +78,8 @@ export class List extends EventTarget {
     if (name === 'object') return '7.4rem';
     if (name === 'action' || numeric.has(name)) return '5.4rem';
     if (name === 'target_path') return 'minmax(10rem, 3fr)';
-    return name === 'actor_path' || !long.has(name) ? 'minmax(7rem, 1fr)' : 'minmax(10rem, 2fr)';
+    if (name === 'actor_path') return 'minmax(8.4rem, 1fr)';
+    return long.has(name) ? 'minmax(10rem, 2fr)' : 'minmax(6rem, 1fr)';
   }
 
   get #rowHeight() {

@@ -41,7 +41,14 @@ export class Live {
 
   start() {
     this.#source?.close();
-    const parameters = new URLSearchParams([...this.question.conditions.filter(([name]) => !['since', 'until', 'day'].includes(name)), ['fields', this.list.fields.join(',')]]);
+    this.#source = null;
+    // What comes now lies in no range that was chosen, and rules are asked of what is stored.
+    const conditions = this.question.conditions.filter(([name]) => !['since', 'until', 'day'].includes(name));
+    if (conditions.some(([name]) => ['rule', 'without_rule', 'level'].includes(name))) {
+      this.stop();
+      return tell('Live can\'t ask by rules: remove that condition first');
+    }
+    const parameters = new URLSearchParams([...conditions, ['fields', this.list.fields.join(',')]]);
     const source = new EventSource(`/v1/live?${parameters}`);
     this.#source = source;
     this.#count(0);

@@ -14,6 +14,7 @@ const openDepth = 3;
  * @returns {(string|Node)[]}
  */
 function breakable(text) {
+  if (!/\S{200}/.test(text)) return [text];
   const pieces = text.split(text.length < 100_000 ? /(\S{12})/u : /(\S{100})/u);
   return pieces.flatMap((piece, index) => (index % 2 ? [piece, document.createElement('wbr')] : [piece]));
 }

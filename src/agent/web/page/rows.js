@@ -58,7 +58,7 @@ export class Rows extends EventTarget {
    * @param {number} total
    */
   expect(total) {
-    if (this.#exact || total <= this.#stored) return;
+    if (this.#exact || this.#live.length || total <= this.#stored) return;
     this.#stored = total;
     this.#changed();
   }
