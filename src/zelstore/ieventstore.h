@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "common/eventobject.h"
 #include "common/itobbase.h"
 #include "common/ivaluecollection.h"
@@ -53,6 +55,29 @@ public:
 
 protected:
     ~IQueryBatches() = default;
+};
+
+// A row of the store as a walk meets it. Views, good during the call that brings them.
+struct QueryRow {
+    std::string_view key;
+    // As it was stored; whether it is UTF-8 was not looked at.
+    std::string_view text;
+    // A JSON array of those that the document asks for; empty where there are none.
+    std::string_view enrichments;
+};
+
+// A fourth face of a callback, asked for likewise: takes rows of events one by one, where they
+// stand, in place of batches of texts. Nothing is copied or made of them, so that who counts by
+// keys never touches a text. Rows by time of receipt still come in batches.
+class IQueryRows : public ITobBase {
+public:
+    // On the query's thread, as OnQueryResults. hr::nothingToDo: no further row of this database is
+    // wanted; a failure is as one for a batch. Without a limit a row comes once where several
+    // sub-queries of one range want it, and those of a database in the order of their keys.
+    virtual HRESULT OnQueryRow(const QueryRow& row) = 0;
+
+protected:
+    ~IQueryRows() = default;
 };
 
 // A sensor's event as numbered properties; implemented by the host and called within
@@ -290,6 +315,7 @@ inline constexpr GUID iidQueryFailures = MakeGuid("B47D5E12-8C3A-4F61-A0D9-3E7F5
 inline constexpr GUID iidReadOnlyStore = MakeGuid("6D3B9A0E-52C7-4F0B-9E1D-8A47C1F20B63");
 inline constexpr GUID iidWriteProgress = MakeGuid("4E0C5D1B-7A92-4C36-B8F1-2D93E6A7150C");
 inline constexpr GUID iidQueryBatches = MakeGuid("0D8E4B37-91C5-4A2E-B6F8-5C27A1D3E940");
+inline constexpr GUID iidQueryRows = MakeGuid("7E1F4A92-3C68-4D05-9B27-A6D80E5F13C4");
 inline constexpr GUID iidRowFilter = MakeGuid("C3A95F10-2B6E-47D8-8E41-70F9D2B5A613");
 inline constexpr GUID iidRowFilterMaker = MakeGuid("95E1C7A4-6D03-4F5B-A2C9-1B84E60F37D2");
 

@@ -20,7 +20,7 @@
 namespace ZEL {
 
 PartsSink::PartsSink(const std::vector<QuerySink*>& sinks, std::size_t mostBytes)
-    : mostBytes_(mostBytes) {
+    : mostBytes_(mostBytes), givesRows_(sinks.front()->GivesRows() && sinks.front()->Limit() < 0) {
     for (QuerySink* const sink : sinks) {
         parts_.push_back({sink, {}});
         sink->ShareKeys();
@@ -56,6 +56,8 @@ RowResult PartsSink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& v
     const std::string_view keyText(key.data(), key.size()), valueText(value.data(), value.size());
     if (!parts_.front().sink->IsInRange(keyText, &fields_))
         return RowResult::endDatabase;
+    if (givesRows_)
+        return GiveRow(keyText, valueText, keepGoing);
     bool isWanted = false;
     for (Part& part : parts_) {
         if (part.walksAlone || part.hasAll || !part.sink->Wants(fields_))
@@ -70,6 +72,14 @@ RowResult PartsSink::OnRecord(const leveldb::Slice& key, const leveldb::Slice& v
         return RowResult::goOn;
     *keepGoing = false;
     return RowResult::endDatabase;
+}
+
+// The first part that wants it gives it, and counts it.
+RowResult PartsSink::GiveRow(std::string_view key, std::string_view value, bool* keepGoing) {
+    for (const Part& part : parts_)
+        if (part.sink->Wants(fields_))
+            return parts_.front().sink->Take(key, value, keepGoing);
+    return RowResult::goOn;
 }
 
 bool PartsSink::OfferToFirst(std::string_view key, std::string_view value) {

@@ -57,6 +57,8 @@ private:
         bool hasAll = false;  // that its limit lets through
     };
 
+    // For a callback that takes rows as they are met.
+    RowResult GiveRow(std::string_view key, std::string_view value, bool* keepGoing);
     // False when the first part's callback has refused what the row made full.
     bool OfferToFirst(std::string_view key, std::string_view value);
     void Keep(Part& part, std::string_view key, std::string_view value);
@@ -67,6 +69,7 @@ private:
                                 bool* keepGoing);
 
     const std::size_t mostBytes_;
+    const bool givesRows_;
     std::vector<Part> parts_;
     IZelDbImpl* database_ = nullptr;  // not owned
     std::size_t walks_ = 0;           // databases so far

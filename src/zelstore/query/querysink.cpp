@@ -55,6 +55,15 @@ std::size_t MostResultsFor(IQueryCallback* callback) {
     return most == 0 ? QuerySink::batchSize : std::min(most, QuerySink::batchSize);
 }
 
+// Null unless rows are events: others are made of two.
+CountedPtr<IQueryRows> RowsFaceOf(IQueryCallback* callback, bool isPrimary) {
+    CountedPtr<IQueryRows> face;
+    if (callback == nullptr || !isPrimary ||
+        Failed(callback->QueryInterface(iidQueryRows, face.ReceiveVoid())))
+        return {};
+    return face;
+}
+
 // What `work` on a row gives, or `otherwise` where it throws.
 template <typename Answer, typename Work>
 Answer UnlessLost(Answer otherwise, Work&& work) {
@@ -101,6 +110,7 @@ QuerySink::QuerySink(const QuerySinkOptions& options, std::string prefix,
       isPrimary_(options.family == familyPrimary),
       timeField_(KeyFieldName(isPrimary_ ? KeyField::beginTime : KeyField::receiveTime)),
       callback_(callback),
+      rows_(RowsFaceOf(callback, isPrimary_)),
       mostResults_(MostResultsFor(callback)),
       watch_(EndWatch::OfThread()),
       filter_(conditions, watch_) {
@@ -166,7 +176,34 @@ RowResult QuerySink::Take(std::string_view key, std::string_view value, bool* ke
     return UnlessLost(RowResult::goOn, [&] { return Accept(key, value, keepGoing); });
 }
 
+RowResult QuerySink::GiveRow(std::string_view key, std::string_view value, bool* keepGoing) {
+    std::vector<std::string> enrichments;
+    if (!ReadEnrichments(key, &enrichments) || (watch_ != nullptr && watch_->GivesUp()))
+        return RowResult::goOn;
+    joined_.clear();
+    for (const std::string& each : enrichments)
+        joined_.append(joined_.empty() ? "[" : ",").append(each);
+    if (!joined_.empty())
+        joined_ += ']';
+    const HRESULT result = rows_->OnQueryRow({key, value, joined_});
+    if (Failed(result))
+        return RowResult::abandonDatabase;
+    if (result == hr::nothingToDo)
+        return RowResult::endDatabase;
+    return CountMatch(keepGoing);
+}
+
+RowResult QuerySink::CountMatch(bool* keepGoing) {
+    ++matchCount_;
+    if (options_.limit < 0 || matchCount_ < options_.limit)
+        return RowResult::goOn;
+    *keepGoing = false;
+    return RowResult::endDatabase;
+}
+
 RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* keepGoing) {
+    if (rows_)
+        return GiveRow(key, value, keepGoing);
     const auto text = MakeResult(key, value);
     if (watch_ != nullptr && watch_->GivesUp())
         return RowResult::goOn;  // something may be missing from the text
@@ -188,12 +225,7 @@ RowResult QuerySink::Accept(std::string_view key, std::string_view value, bool* 
     }
     // Behind the delivery: a row whose batch was not taken is offered again with the next database,
     // and not counted.
-    ++matchCount_;
-    if (options_.limit >= 0 && matchCount_ >= options_.limit) {
-        *keepGoing = false;
-        return RowResult::endDatabase;
-    }
-    return RowResult::goOn;
+    return CountMatch(keepGoing);
 }
 
 std::optional<RowResult> QuerySink::DeliverFullBatch() {
@@ -236,23 +268,9 @@ std::optional<std::string_view> QuerySink::MakeResult(std::string_view key,
 
 std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view key,
                                                              std::string_view value) {
-    if (!options_.includeEnrichments && !options_.noLiveEnrichedEvents)
-        return value;
     std::vector<std::string> values;
-    HRESULT result = hr::ok;
-    if (options_.noLiveEnrichedEvents) {
-        bool hasOther = false;
-        result = database_->GetSilentEnrichments(&queryId_, std::string(key), &hasOther,
-                                                 options_.includeEnrichments, &values);
-        if (Failed(result))
-            values.clear();
-        else if (hasOther)
-            return std::nullopt;
-    } else {
-        result = database_->GetEnrichments(&queryId_, std::string(key), &values);
-    }
-    if (Failed(result))
-        wm::Trace(wm::message::noEnrichments, result);
+    if (!ReadEnrichments(key, &values))
+        return std::nullopt;
     if (values.empty())
         return value;
     try {
@@ -263,6 +281,26 @@ std::optional<std::string_view> QuerySink::MakePrimaryResult(std::string_view ke
         wm::Trace(wm::message::enrichmentsNotJoined, hr::outOfMemory);
         return value;  // the event itself needs no more memory
     }
+}
+
+bool QuerySink::ReadEnrichments(std::string_view key, std::vector<std::string>* values) {
+    if (!options_.includeEnrichments && !options_.noLiveEnrichedEvents)
+        return true;
+    HRESULT result = hr::ok;
+    if (options_.noLiveEnrichedEvents) {
+        bool hasOther = false;
+        result = database_->GetSilentEnrichments(&queryId_, std::string(key), &hasOther,
+                                                 options_.includeEnrichments, values);
+        if (Failed(result))
+            values->clear();
+        else if (hasOther)
+            return false;
+    } else {
+        result = database_->GetEnrichments(&queryId_, std::string(key), values);
+    }
+    if (Failed(result))
+        wm::Trace(wm::message::noEnrichments, result);
+    return true;
 }
 
 HRESULT QuerySink::ReadEvent(const std::string& key, std::string* event) {

@@ -5,6 +5,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "common/countedptr.h"
 #include "zelstore/database/iquerysink.h"
@@ -68,6 +70,8 @@ public:
     RowResult Take(std::string_view key, std::string_view value, bool* keepGoing);
     // Whether results are made of more than a row and what the store has beside it.
     bool NeedsWalk() const noexcept { return !isPrimary_; }
+    // Whether the callback takes rows as they are met, each once, whichever part wants it.
+    bool GivesRows() const noexcept { return static_cast<bool>(rows_); }
     const std::string& EndValue() const noexcept { return endValue_; }
     // How many matches are still wanted, ahead of the first row that is taken.
     void SetLimit(std::int32_t limit) noexcept { options_.limit = limit; }
@@ -81,6 +85,12 @@ private:
     RowResult Accept(std::string_view key, std::string_view value, bool* keepGoing);
     // By text, as all times in keys. A row without a time is not past the end.
     bool IsPastEnd(const KeyFields& fields) const;
+    // The same for a callback that takes rows as they are.
+    RowResult GiveRow(std::string_view key, std::string_view value, bool* keepGoing);
+    RowResult CountMatch(bool* keepGoing);
+    // The enrichments of a row that the callback is to hear of. False when the row is to be
+    // dropped.
+    bool ReadEnrichments(std::string_view key, std::vector<std::string>* values);
     // The result text of a row: a view of `value` or of `joined_`. None when the record is to be
     // dropped.
     std::optional<std::string_view> MakeResult(std::string_view key, std::string_view value);
@@ -102,6 +112,7 @@ private:
     const bool isPrimary_;
     const std::string_view timeField_;
     CountedPtr<IQueryCallback> callback_;
+    const CountedPtr<IQueryRows> rows_;  // null for most
     CountedPtr<IValueCollection> batch_;
     const std::size_t mostResults_;  // of a batch
     EndWatch* const watch_;          // of the query, or null
