@@ -79,12 +79,7 @@ public:
     }
     void Failure(std::string_view folder, std::uint32_t operation, HRESULT result,
                  std::string*) override {
-        const DatabaseError error{std::string(folder), operation, 1,
-                                  static_cast<std::int32_t>(result)};
-        failures_ +=
-            (failures_.empty() ? "" : ",") +
-            ("{\"folder\":" + wm::JsonString(error.folder) + ",\"operation\":\"" +
-             error.Operation() + "\",\"why\":" + wm::JsonString(Describe(error.lastResult)) + "}");
+        failures_ += (failures_.empty() ? "" : ",") + FailureJson(folder, operation, result);
     }
     void Untested(std::uint32_t rows, std::string_view, std::string*) override {
         untested_ += rows;
@@ -108,6 +103,12 @@ private:
 };
 
 }  // namespace
+
+std::string FailureJson(std::string_view folder, std::uint32_t operation, HRESULT result) {
+    const DatabaseError error{std::string(folder), operation, 1, static_cast<std::int32_t>(result)};
+    return "{\"folder\":" + wm::JsonString(error.folder) + ",\"operation\":\"" + error.Operation() +
+           "\",\"why\":" + wm::JsonString(Describe(error.lastResult)) + "}";
+}
 
 std::unique_ptr<AnswerWriter> MakeAnswerWriter(const AskedQuestion& question) {
     if (question.form == AnswerForm::frames)

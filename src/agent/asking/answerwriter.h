@@ -32,6 +32,9 @@ public:
                      std::string* out) = 0;
 };
 
+// A database that can't be read, as an object of JSON.
+std::string FailureJson(std::string_view folder, std::uint32_t operation, ZEL::HRESULT result);
+
 std::unique_ptr<AnswerWriter> MakeAnswerWriter(const AskedQuestion& question);
 
 }  // namespace zel

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <set>
 #include <utility>
 
 #include "agent/asking/answerwriter.h"
@@ -33,7 +34,10 @@ using Clock = std::chrono::steady_clock;
 
 }  // namespace
 
-class Questions::Run final : public ZEL::IQueryCallback, public ZEL::IQueryFailures {
+class Questions::Run final : public ZEL::IQueryCallback,
+                             public ZEL::IQueryFailures,
+                             public ZEL::IQueryRows,
+                             public QuestionWork {
 public:
     Run(AskedQuestion question, const QuestionLimits& limits)
         : stream(std::make_shared<AnswerStream>(limits.buffer, limits.stall)),
@@ -47,7 +51,10 @@ public:
     // Ahead of the answer: from here on its time counts.
     void Begin() { begin_ = Clock::now(); }
     void Answer(ZEL::IEventStore7& store) noexcept;
-    void End() noexcept { stop_.Set(); }
+    void End() noexcept {
+        isEnded_ = true;
+        stop_.Set();
+    }
     // Looked at from time to time by another thread.
     void EndIfOverTime() {
         if (Clock::now() - begin_ - stream->Waited() <= limits_.time)
@@ -66,7 +73,11 @@ public:
 
     // On the stack of the query, more or less: its count is not looked at.
     ZEL::TobResult QueryInterface(const ZEL::GUID& iid, void** out) override {
-        *out = iid == ZEL::iidQueryFailures ? static_cast<ZEL::IQueryFailures*>(this) : nullptr;
+        *out = nullptr;
+        if (iid == ZEL::iidQueryFailures)
+            *out = static_cast<ZEL::IQueryFailures*>(this);
+        else if (iid == ZEL::iidQueryRows && onRow_ != nullptr)
+            *out = static_cast<ZEL::IQueryRows*>(this);
         return *out != nullptr ? ZEL::TOB_OK : ZEL::TOBERR_NO_INTERFACE;
     }
     std::int64_t AddRef() override { return 2; }
@@ -81,8 +92,34 @@ public:
     }
     void OnDatabaseFailure(ZEL::IStringValue* folder, std::uint32_t operation,
                            HRESULT result) override {
-        if (!hasEnough_)
+        if (onRow_ != nullptr)
+            failures_.insert(FailureJson(wm::ToText(folder), operation, result));
+        else if (!hasEnough_)
             writer_->Failure(wm::ToText(folder), operation, result, &ready_);
+    }
+
+    // A refused row would count as a folder that can't be read.
+    HRESULT OnQueryRow(const ZEL::QueryRow& row) override {
+        if (IsOver())
+            return hr::nothingToDo;
+        return ZEL::AtBoundary([&] { return (*onRow_)(row); });
+    }
+
+    HRESULT Walk(const std::string& document, const OnRow& onRow) override;
+    bool Write(std::string_view bytes) override {
+        hasWritten_ = true;
+        const bool isTaken = stream->Write(bytes);
+        if (!isTaken)
+            End();
+        return isTaken;
+    }
+    void Refuse(std::string words) override { refusal_ = std::move(words); }
+    bool IsOver() const override { return isEnded_; }
+    std::string NotRead() const override {
+        std::string list = "[";
+        for (const std::string& failure : failures_)
+            list.append(list.size() > 1 ? "," : "").append(failure);
+        return list + "]";
     }
 
     const std::shared_ptr<AnswerStream> stream;
@@ -93,18 +130,25 @@ private:
                      std::int32_t resumeSequence);
     void PutReports();
     std::string_view WhyEnded() const;
+    void AnswerByWork() noexcept;
 
     const AskedQuestion question_;
     const QuestionLimits limits_;
     const std::unique_ptr<AnswerWriter> writer_;
     Clock::time_point begin_;
     wm::EventObject stop_;
-    std::atomic<bool> isOverTime_{false};
+    std::atomic<bool> isOverTime_{false}, isEnded_{false};
     std::string ready_;  // written next
     std::int64_t rows_ = 0;
     bool isComplete_ = true, hasEnough_ = false;
     std::uint32_t untested_ = 0, damaged_ = 0;
     std::string why_;
+    // Of a question that makes its answer itself.
+    ZEL::IEventStore7* store_ = nullptr;
+    const OnRow* onRow_ = nullptr;  // of the walk in hand
+    std::set<std::string> failures_;
+    std::string refusal_;
+    bool hasWritten_ = false;
 };
 
 thread_local Questions::Run* Questions::Run::ofThread = nullptr;
@@ -150,8 +194,38 @@ std::string_view Questions::Run::WhyEnded() const {
     return "";
 }
 
+HRESULT Questions::Run::Walk(const std::string& document, const OnRow& onRow) {
+    if (IsOver())
+        return hr::aborted;
+    const auto text = wm::ToValue(document);
+    if (!text)
+        return hr::unexpected;
+    onRow_ = &onRow;
+    const HRESULT result = store_->Query(text.Get(), this, stop_.Handle());
+    onRow_ = nullptr;
+    return result;
+}
+
+void Questions::Run::AnswerByWork() noexcept {
+    const HRESULT result = ZEL::AtBoundary([&] {
+        question_.work(*this);
+        if (!hasWritten_ && refusal_.empty() && IsOver())
+            refusal_.append(WhyEnded()).append("\n");
+        return hr::ok;
+    });
+    if (Failed(result) && !hasWritten_)
+        return stream->Finish("there is no memory for an answer\n", true);
+    stream->Finish(hasWritten_ ? "" : refusal_, !hasWritten_, isOverTime_);
+}
+
 void Questions::Run::Answer(ZEL::IEventStore7& store) noexcept {
     Run* const outer = std::exchange(ofThread, this);
+    if (question_.work) {
+        store_ = &store;
+        AnswerByWork();
+        ofThread = outer;
+        return;
+    }
     HRESULT result = ZEL::AtBoundary([&] {
         const auto document = wm::ToValue(question_.document);
         return document ? store.Query(document.Get(), this, stop_.Handle()) : hr::unexpected;

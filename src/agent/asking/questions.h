@@ -31,6 +31,25 @@ enum class AnswerForm {
     lines,   // one result a line, and a last line that tells the end
 };
 
+// What a question may do that makes something of rows itself. For the thread of the question.
+class QuestionWork {
+public:
+    using OnRow = std::function<ZEL::HRESULT(const ZEL::QueryRow& row)>;
+
+    virtual ~QuestionWork() = default;
+    // Walks the rows of a document without a limit, as IQueryRows tells it. Once the question is
+    // over no more rows come, and later walks end at once. The store's result.
+    virtual ZEL::HRESULT Walk(const std::string& document, const OnRow& onRow) = 0;
+    // Waits for room. False when nobody reads any more.
+    virtual bool Write(std::string_view bytes) = 0;
+    // In place of all other bytes: why there is no answer.
+    virtual void Refuse(std::string words) = 0;
+    // Whether its time is over or its reader has gone.
+    virtual bool IsOver() const = 0;
+    // An array of JSON: what could not be read in any walk so far.
+    virtual std::string NotRead() const = 0;
+};
+
 struct AskedQuestion {
     std::string document;
     AnswerForm form = AnswerForm::frames;
@@ -38,6 +57,8 @@ struct AskedQuestion {
     // Of lines: which rows are wanted of those that the document finds; null: all. Asked on the
     // thread of the question.
     std::function<bool(std::string_view row)> fits = nullptr;
+    // In place of all of the above: makes the answer. Called once, on the thread of the question.
+    std::function<void(QuestionWork& work)> work = nullptr;
 };
 
 // What the parameters of a request ask: fills document and filter. False with words that name the
