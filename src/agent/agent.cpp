@@ -16,6 +16,8 @@
 #include "agent/servicemanager.h"
 #include "agent/spoolpast.h"
 #include "agent/tail.h"
+#include "agent/web/countchanges.h"
+#include "agent/web/eventways.h"
 #include "agent/web/webroutes.h"
 #include "agent/webhost.h"
 #include "common/hostservices.h"
@@ -57,6 +59,24 @@ std::shared_ptr<const AcceptedBatch> MakeAcceptedBatch(std::shared_ptr<const Del
     }
     batch->owner = std::move(delivery);
     return batch;
+}
+
+// Notices are of the past as well: what they say of a range changes what is known of it.
+void TellArrivals(const Delivery& delivery, ArrivalChanges& changes) {
+    EventSpan span{EventSpan::noEnd, EventSpan::noBegin};
+    const std::string* last = nullptr;
+    EventKeyReader reader;
+    for (const SpoolItem& item : delivery.items) {
+        if (item.isDuplicate)
+            continue;
+        const std::int64_t time = reader.Read(item.key).time;
+        span = {std::min(span.since, time), std::max(span.until, time)};
+        last = &item.receiveKey;
+    }
+    if (delivery.source == intakeSource::service)
+        span = {EventSpan::noBegin, EventSpan::noEnd};
+    if (last != nullptr)
+        changes.OnAccepted(*last, span);
 }
 
 bool ReadAccess(const AgentConfig& config, AccessRules* access, std::string* problem) {
@@ -135,7 +155,9 @@ private:
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
+    std::unique_ptr<ArrivalChanges> changes_;
     std::unique_ptr<Questions> questions_;
+    std::unique_ptr<EventWays> events_;
     std::unique_ptr<AgentParts> parts_;
     std::unique_ptr<Routes> routes_;
     std::unique_ptr<HttpServer> server_;
@@ -175,6 +197,8 @@ bool Agent::OpenSpool() {
         log_.Say(problem);
     if (!isOpen)
         return false;
+    changes_ = std::make_unique<ArrivalChanges>(
+        *store_, config_->storePath, [this] { return spool_.Settled(); }, spool_.Accepted());
     feeder_ = std::make_unique<Feeder>(spool_, store_, log_, config_->storePath,
                                        [this](std::uint64_t lost) {
                                            followers_->OnSettled();
@@ -184,6 +208,8 @@ bool Agent::OpenSpool() {
         spool_, *store_, log_, config_->spoolMaxSize,
         std::chrono::seconds(static_cast<std::int64_t>(config_->spoolHold)), config_->heldPerUser,
         [this](const Admission::Taken& taken) {
+            for (const auto& delivery : taken)
+                TellArrivals(*delivery, *changes_);
             feeder_->Wake();
             hunt_->Wake();
             for (const auto& delivery : taken) {
@@ -244,9 +270,10 @@ bool Agent::Listen() {
     }
     access_.Replace(std::move(access));
     questions_ = std::make_unique<Questions>(*store_, QuestionLimitsOf(*config_.Now()), reports_);
+    events_ = std::make_unique<EventWays>(*questions_, tools_.ask, *changes_);
     parts_ = std::unique_ptr<AgentParts>(new AgentParts{
         config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_, *questions_,
-        tools_.ask, *followers_, *hunt_, wm::FormatUtc(wm::Clock().UtcNow()),
+        tools_.ask, *followers_, *hunt_, *events_, wm::FormatUtc(wm::Clock().UtcNow()),
         static_cast<std::uint64_t>(std::time(nullptr)), version_});
     routes_ = std::make_unique<Routes>(*parts_, access_);
     server_ = std::make_unique<HttpServer>(
@@ -272,8 +299,8 @@ bool Agent::ListenForWeb(std::string* problem) {
     if (config_->webPort == 0)
         return true;
     webHost_ = std::make_unique<AgentWebHost>(*parts_, access_);
-    webParts_ = std::unique_ptr<WebParts>(
-        new WebParts{*store_, *questions_, tools_, *webHost_, config_->storePath, version_, true});
+    webParts_ = std::unique_ptr<WebParts>(new WebParts{
+        *store_, *questions_, *events_, tools_, *webHost_, config_->storePath, version_, true});
     webRoutes_ = std::make_unique<WebRoutes>(*webParts_);
     parts_->web = webRoutes_.get();
     webServer_ = std::make_unique<HttpServer>(*webRoutes_, webLimits, webConnections_);

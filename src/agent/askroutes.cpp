@@ -10,6 +10,7 @@
 #include "agent/diskwatch.h"
 #include "agent/following/followers.h"
 #include "agent/parameters.h"
+#include "agent/web/eventways.h"
 #include "agent/web/webroutes.h"
 #include "common/jsontext.h"
 #include "common/valuetext.h"
@@ -140,6 +141,11 @@ void AnswerQuery(AgentParts& parts, HttpRequest& request, const Answer& answer) 
     if (!ReadQuestion(parts, request, &question, &problem))
         return answer(PlainReply(400, problem));
     Ask(parts, request.head, std::move(question), answer);
+}
+
+void AnswerEventWay(AgentParts& parts, HttpRequest& request, const Answer& answer) {
+    LogDeed(parts, request.head, "asks: " + request.head.path + "?" + request.head.query);
+    answer(parts.events.Answer(request.head.path, ParametersOf(request.head.query)));
 }
 
 void FollowEvents(AgentParts& parts, HttpRequest& request, const Answer& answer) {

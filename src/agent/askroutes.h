@@ -23,6 +23,8 @@ std::string SilentSuffixOfNow();
 void TakeEnrichments(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // A link that opens the page once, for who asks for it by the socket.
 void MakeWebLink(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
+// Counts and lists of events, which a page is made of (eventways.h). The path tells which.
+void AnswerEventWay(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 // Deletes the oldest folders until the store fits in "max_size".
 void PurgeNow(AgentParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
 

@@ -24,6 +24,7 @@ struct DiskSight {
 };
 
 class DiskWatch;
+class EventWays;
 class Followers;
 class LiveHunt;
 class Questions;
@@ -43,6 +44,7 @@ struct AgentParts {
     const AskByParameters& askByParameters;
     Followers& followers;
     LiveHunt& hunt;
+    EventWays& events;
     const std::string started;            // UTC
     const std::uint64_t startedUnix = 0;  // seconds since 1970
     const std::string version;

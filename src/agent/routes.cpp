@@ -102,6 +102,8 @@ constexpr Route routes[] = {
     {"logs", "/v1/logs", "POST", Right::write, TakeLogs},
     {"rows", "/v1/rows", "POST", Right::read, AnswerRows},
     {"query", "/v1/query", "GET|POST", Right::read, AnswerQuery},
+    {"events_shown", "/v1/histogram|/v1/facets|/v1/list|/v1/event|/v1/around|/v1/tree", "GET",
+     Right::read, AnswerEventWay},
     {"follow", "/v1/follow", "GET|POST", Right::read, FollowEvents},
     {"folders", "/v1/folders", "GET", Right::read, TellFolders},
     {"enrichments", "/v1/enrichments", "POST", Right::annotate, TakeEnrichments},

@@ -11,6 +11,7 @@
 
 namespace zel {
 
+class EventWays;
 class Followers;
 
 // Whose store the page shows: an agent, or a program that reads a copy. Any thread.
@@ -54,6 +55,7 @@ struct WebTools {
 struct WebParts {
     ZEL::IEventStore7& store;
     Questions& questions;
+    EventWays& events;
     const WebTools& tools;
     IWebHost& host;
     const std::string storePath;

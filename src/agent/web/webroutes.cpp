@@ -6,6 +6,7 @@
 #include "agent/parameters.h"
 #include "agent/web/liveroutes.h"
 #include "agent/web/noteroutes.h"
+#include "agent/web/eventways.h"
 #include "agent/web/pageroutes.h"
 #include "agent/web/webassets.h"
 #include "common/asciicase.h"
@@ -34,6 +35,12 @@ constexpr WebRoute routes[] = {
     {"web_live", "/v1/live", "GET", Right::read, FollowLive},
     {"web_pause", "/v1/live/pause", "POST", Right::read, PauseLive},
     {"web_notes", "/v1/notes", "POST", Right::annotate, TakeNote},
+    {"web_histogram", "/v1/histogram", "GET", Right::read, AnswerPageWay},
+    {"web_facets", "/v1/facets", "GET", Right::read, AnswerPageWay},
+    {"web_list", "/v1/list", "GET", Right::read, AnswerPageWay},
+    {"web_event", "/v1/event", "GET", Right::read, AnswerPageWay},
+    {"web_around", "/v1/around", "GET", Right::read, AnswerPageWay},
+    {"web_tree", "/v1/tree", "GET", Right::read, AnswerPageWay},
 };
 constexpr std::string_view assetRoute = "web_asset";
 constexpr std::string_view openRoute = "web_open";

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <string>
 
+#include "agent/web/countchanges.h"
+#include "agent/web/eventways.h"
 #include "agent/web/webroutes.h"
 #include "connection/agentrequest.h"
 #include "connection/storesession.h"
@@ -77,7 +79,9 @@ bool Serve(const WebOptions& options, StoreSession& store, const std::string& di
     const WebTools tools = MakeWebTools(options.readParameters);
     CopyHost host;
     Questions questions(*store, QuestionLimits{}, HostReports());
-    WebParts parts{*store, questions, tools, host, directory, ZEL_VERSION, false};
+    FileChanges changes(directory);
+    EventWays events(questions, tools.ask, changes);
+    WebParts parts{*store, questions, events, tools, host, directory, ZEL_VERSION, false};
     WebRoutes routes(parts);
     std::atomic<std::uint64_t> connections{0};
     HttpServer server(routes, webLimits, connections);

@@ -1,0 +1,85 @@
+#include "agent/web/countgaps.h"
+
+#include <charconv>
+
+#include "records/eventtime.h"
+#include "records/recordwriter.h"
+
+namespace zel {
+
+namespace {
+
+constexpr std::size_t mostGaps = 10000;
+
+std::string_view TextOf(RecordReader& reader, std::string_view name) {
+    const SourceField* const field = reader.Find(name);
+    return field != nullptr ? std::string_view(field->text) : std::string_view();
+}
+
+}  // namespace
+
+std::optional<EventGap> GapReader::Read(const ZEL::QueryRow& row, const EventKeyHead& head) {
+    if (head.object != "etw" || head.action != "generic" || !reader_.Read(row.text) ||
+        TextOf(reader_, "artifacts.target.source.facility.value") != "zel")
+        return std::nullopt;
+    EventGap gap;
+    gap.reason = TextOf(reader_, "unmapped.gap");
+    const auto since = MillisecondsIn(TextOf(reader_, "unmapped.from"));
+    const auto until = MillisecondsIn(TextOf(reader_, "unmapped.until"));
+    if (gap.reason.empty() || !since || !until)
+        return std::nullopt;
+    gap.range = {*since, *until};
+    const std::string_view events = TextOf(reader_, "unmapped.events");
+    std::from_chars(events.data(), events.data() + events.size(), gap.events);
+    return gap;
+}
+
+// A notice counts as something that comes at any time (ArrivalChanges); no event lies at the begin
+// of all times, so that notices alone end what is kept of it.
+std::vector<EventGap> GapsOf(QuestionWork& work, const CountContext& context) {
+    const std::string name = "gaps";
+    using Gaps = std::vector<EventGap>;
+    if (const auto known = context.cache.Find(name, context.changes))
+        return *static_cast<const Gaps*>(known.get());
+    const std::string mark = context.changes.Mark();
+    std::string problem;
+    auto question =
+        EventQuestion::Make({{"object", "etw"}, {"action", "generic"}}, context.ask, &problem);
+    auto gaps = std::make_shared<Gaps>();
+    if (!question)
+        return *gaps;
+    GapReader reader;
+    const ZEL::HRESULT result =
+        question->WalkOnce(work, [&](const ZEL::QueryRow& row, const EventKeyHead& head) {
+            if (auto gap = reader.Read(row, head); gap && gaps->size() < mostGaps)
+                gaps->push_back(std::move(*gap));
+            return ZEL::hr::ok;
+        });
+    constexpr std::size_t perGap = 96;
+    if (Succeeded(result) && !work.IsOver())
+        context.cache.Keep(
+            name,
+            {mark, {EventSpan::noBegin, EventSpan::noBegin}, false, gaps, gaps->size() * perGap});
+    return *gaps;
+}
+
+std::string GapsJson(const std::vector<EventGap>& gaps, const EventSpan& range) {
+    std::string json;
+    RecordWriter writer(&json);
+    writer.BeginArray();
+    for (const EventGap& gap : gaps) {
+        if (gap.range.until < range.since || gap.range.since > range.until)
+            continue;
+        writer.BeginObject().Key("reason").Text(gap.reason);
+        writer.Key("from").Text(TimeText(gap.range.since));
+        writer.Key("until").Text(TimeText(gap.range.until)).Key("events");
+        if (gap.events == 0)
+            writer.Json("null").EndObject();
+        else
+            writer.Number(gap.events).EndObject();
+    }
+    writer.EndArray();
+    return json;
+}
+
+}  // namespace zel

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string_view>
+
+#include "agent/http.h"
+#include "agent/web/countcache.h"
+#include "agent/web/countgaps.h"
+#include "agent/web/webparts.h"
+
+namespace zel {
+
+// What a page that shows the store asks beside rows: counts, lists, single events. Any thread.
+class EventWays {
+public:
+    // All outlive this.
+    EventWays(Questions& questions, const AskByParameters& ask, IStoreChanges& changes)
+        : questions_(questions), context_{ask, changes, cache_} {}
+
+    // The ways are
+    //
+    //   /v1/histogram  /v1/facets  /v1/list  /v1/event  /v1/around  /v1/tree
+    //
+    // and docs/service.md tells their parameters. The answer, or why there is none.
+    HttpReply Answer(std::string_view path, Parameters parameters);
+
+private:
+    Questions& questions_;
+    CountCache cache_;
+    const CountContext context_;
+};
+
+// The page's ways that are one of these.
+void AnswerPageWay(WebParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer);
+
+}  // namespace zel
