@@ -64,7 +64,8 @@ void WriteParameter(RecordWriter& writer, std::string_view name, std::string_vie
 
 class Facets {
 public:
-    explicit Facets(const FacetsAsk& ask) : ask_(ask), counts_(ask.kinds.size()) {
+    Facets(const FacetsAsk& ask, const EventQuestion& question)
+        : ask_(ask), question_(question), counts_(ask.kinds.size()) {
         for (const FacetKind kind : ask.kinds)
             isOfKey_ = isOfKey_ && RowOf(kind).field;
     }
@@ -91,6 +92,7 @@ private:
     void WriteValue(FacetKind kind, const ValueCounts::Counted& value, RecordWriter& writer) const;
 
     const FacetsAsk& ask_;
+    const EventQuestion& question_;
     std::vector<ValueCounts> counts_;
     bool isOfKey_ = true;
     ZEL::KeyFields fields_;
@@ -101,7 +103,9 @@ private:
 
 void Facets::AddOne(FacetKind kind, ValueCounts& counts, const ZEL::QueryRow& row,
                     const EventKeyHead& head, bool isRead) {
-    static const Column *const user = FindColumn("user"), *const computer = FindColumn("computer");
+    static const Column *const user = FindColumn("user"), *const computer = FindColumn("computer"),
+                               *const actor = FindColumn("actor_path"),
+                               *const target = FindColumn("target_path");
     if (kind == FacetKind::rule)
         return AddRules(counts, row.enrichments);
     std::optional<std::string_view> value;
@@ -109,10 +113,16 @@ void Facets::AddOne(FacetKind kind, ValueCounts& counts, const ZEL::QueryRow& ro
         value = head.object;
     else if (kind == FacetKind::action)
         value = head.action;
+    else if (kind == FacetKind::target && head.object == "kernel_object")
+        return;  // the key has its name in the path's place
     else if (const auto field = RowOf(kind).field)
         value = KeyValue(*field);
     else if (isRead)
         value = reader_.Value(kind == FacetKind::user ? *user : *computer);
+    // A key has signs of patterns in place of ? and * (keymaker.cpp).
+    const bool isPath = kind == FacetKind::actor || kind == FacetKind::target;
+    if (isPath && value && value->find(".{") != value->npos && (isRead || reader_.Read(row.text)))
+        value = reader_.Value(kind == FacetKind::actor ? *actor : *target);
     if (value && !value->empty())
         counts.Add(*value);
 }
@@ -137,7 +147,8 @@ void Facets::WriteValue(FacetKind kind, const ValueCounts::Counted& value,
     writer.BeginObject().Key("value").Text(
         kind == FacetKind::rule && title != titles_.end() ? title->second : value.value);
     writer.Key("count").Number(value.count).Key("parameter");
-    if (row.parameter.empty() || !IsPlain(kind, value.value))
+    const bool isOther = !row.column.empty() && question_.AsksOther(row.parameter, value.value);
+    if (row.parameter.empty() || isOther || !IsPlain(kind, value.value))
         WriteParameter(writer, "where", Condition(row.column, "=", value.value));
     else
         WriteParameter(writer, row.parameter, value.value);
@@ -203,7 +214,7 @@ void AnswerFacets(QuestionWork& work, const CountContext& context, EventQuestion
         return;
     }
     const std::string mark = context.changes.Mark();
-    Facets facets(ask);
+    Facets facets(ask, question);
     const ZEL::HRESULT result =
         question.WalkOnce(work, [&](const ZEL::QueryRow& row, const EventKeyHead& head) {
             facets.Add(row, head);

@@ -122,6 +122,16 @@ std::optional<EventQuestion> EventQuestion::Make(Parameters parameters, const As
     return question;
 }
 
+bool EventQuestion::AsksOther(std::string_view name, std::string_view value) const {
+    bool isAsked = false;
+    for (const auto& [one, asked] : parameters_) {
+        if (one == name && asked == value)
+            return false;
+        isAsked = isAsked || one == name;
+    }
+    return isAsked;
+}
+
 // All parts have one range.
 bool EventQuestion::ReadDocument(const std::string& document, std::string* problem) {
     simdjson::dom::parser parser;

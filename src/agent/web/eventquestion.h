@@ -55,6 +55,9 @@ public:
     bool IsOfAllEvents() const noexcept {
         return parameters_.empty() && rules_.empty() && withoutRules_.empty() && levels_.empty();
     }
+    // Whether conditions of that name are asked, and none with that value, which beside them would
+    // be an alternative.
+    bool AsksOther(std::string_view name, std::string_view value) const;
     const EventSpan& Range() const noexcept { return range_; }
     // What tells the question from all others, so that its answer may be kept; none where it
     // depends on the moment.
