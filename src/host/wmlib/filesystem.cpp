@@ -1,15 +1,14 @@
 #include "common/filesystem.h"
 
 #include <algorithm>
-#include <filesystem>
 
 #include "common/textbridge.h"
 #include "common/trace.h"
 #include "platform.h"
 
-// Files and folders by wide paths. What the standard library can ask is asked here; where it would
-// follow a link, change a time or leave a gap between a check and its use, the system's folder has
-// a routine of its own (platform.h).
+// Files and folders by wide paths: what callers get told, on every system alike. What is asked of
+// the system stands in the folder of each (platform.h), since the standard library would follow a
+// link here, change a time there, and on Windows knows neither links nor long paths.
 //
 // A store's directory may stand where others can write, and the store may run with more rights than
 // they have. So a link inside is never followed: sizes, counts and removals stop at it, reading and
@@ -30,108 +29,101 @@
 
 namespace wm {
 
-namespace fs = std::filesystem;
-
 namespace {
 
-// False for what can't be a path. The system would end it at a NUL and take another one. The native
-// form on POSIX is UTF-8, whatever the process's locale: the locale's own conversion would name
-// another file.
-bool ToPath(const std::wstring& text, fs::path& path) {
-    std::string narrow;
-    if (!ToUtf8(text, narrow) || narrow.find('\0') != std::string::npos)
-        return false;
-    path = fs::path(std::u8string(narrow.begin(), narrow.end()));
-    return true;
+using platform::Kind;
+
+// False for what can't be a path. The system would end it at a NUL and take another one. Platform
+// paths are UTF-8, whatever the process's locale: the locale's own conversion would name another
+// file.
+bool ToPath(const std::wstring& text, std::string& path) {
+    return ToUtf8(text, path) && path.find('\0') == std::string::npos;
 }
 
 ZEL::HRESULT ToResult(const std::error_code& error) {
-    return error ? ZEL::FromWin32(platform::Win32Code(error.value())) : ZEL::hr::ok;
+    return error ? ZEL::FromWin32(platform::Win32Code(error)) : ZEL::hr::ok;
 }
 
-// What `operation` gives for a path that is one. All that can be thrown here is want of memory: the
-// operations take the overloads that give an error code.
+// What `operation` gives for a path that is one. All that can be thrown here is want of memory.
 template <typename Operation>
 ZEL::HRESULT OnPath(const std::wstring& path, Operation&& operation) noexcept {
     try {
-        fs::path native;
+        std::string native;
         return ToPath(path, native) ? ToResult(operation(native)) : ZEL::hr::invalidArgument;
     } catch (...) {
         return ZEL::hr::outOfMemory;
     }
 }
 
-// The second one comes when a folder has become a file.
-bool Vanished(const std::error_code& error) {
-    return error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory;
+// What `ask` gives for a path that is one, else false.
+template <typename Question>
+bool AskPath(const std::wstring& path, Question&& ask) noexcept {
+    try {
+        std::string native;
+        return ToPath(path, native) && ask(native);
+    } catch (...) {
+        return false;
+    }
 }
 
-// Calls `visit` for each entry of a directory. What can't be listed gives the error.
-template <typename Visit>
-std::error_code ForEachEntry(const fs::path& directory, Visit&& visit) {
-    std::error_code error;
-    fs::directory_iterator it(directory, error);
-    for (; !error && it != fs::directory_iterator(); it.increment(error))
-        visit(*it);
-    return error;
+constexpr std::uint32_t pathNotFound = 3, accessDenied = 5;
+
+std::string Join(const std::string& directory, const std::string& name) {
+    return directory + static_cast<char>(platform::Separators().front()) + name;
 }
 
-// Links are entries of their own kind here, whatever they point at.
-fs::file_type TypeOf(const fs::directory_entry& entry) {
-    std::error_code ignored;
-    return entry.symlink_status(ignored).type();
-}
-
-// Calls `visit` for each regular file of a directory whose name ends in `suffix`. False when the
-// directory can't be listed or is a link.
+// Calls `visit` with the path of each regular file of a directory whose name ends in `suffix`.
+// False when the directory can't be listed or is a link.
 template <typename Visit>
 bool ForEachFile(const std::wstring& directory, std::wstring_view suffix, Visit&& visit) {
-    fs::path native;
-    std::string ending;
-    if (!ToPath(directory, native) || !ToUtf8(suffix, ending) || IsLink(directory))
+    std::string native, ending;
+    if (!ToPath(directory, native) || !ToUtf8(suffix, ending) ||
+        platform::KindOf(native) == Kind::link)
         return false;
-    return !ForEachEntry(native, [&](const fs::directory_entry& entry) {
-        if (entry.path().native().ends_with(ending) && TypeOf(entry) == fs::file_type::regular)
-            visit(entry);
+    return !platform::ForEachEntry(native, [&](const std::string& name, Kind kind) {
+        if (kind == Kind::file && name.ends_with(ending))
+            visit(Join(native, name));
     });
 }
 
-std::error_code AddSizes(const fs::path& path, std::uint64_t& total);
+std::error_code AddSizes(const std::string& path, std::uint64_t& total);
 
 // What is no regular file has no size of its own: links, pipes and devices count 0. The folder of
 // what a volume check has found is treated as one that may not be read, though a service that runs
 // as root could: nobody but the system put anything there.
-std::error_code AddEntry(const fs::directory_entry& entry, std::uint64_t& total) {
-    std::error_code error;
-    const fs::file_type type = entry.symlink_status(error).type();
-    if (type == fs::file_type::directory)
-        return entry.path().filename() == foundBySystem
-                   ? std::make_error_code(std::errc::permission_denied)
-                   : AddSizes(entry.path(), total);
-    const bool isFile = !error && type == fs::file_type::regular;
-    const std::uintmax_t size = isFile ? entry.file_size(error) : 0;
-    total += error ? 0 : size;
+std::error_code AddEntry(const std::string& path, const std::string& name, Kind kind,
+                         std::uint64_t& total) {
+    std::uint64_t bytes = 0;
+    if (kind == Kind::folder && std::ranges::equal(name, foundBySystem))
+        return std::make_error_code(std::errc::permission_denied);
+    if (kind == Kind::folder)
+        return AddSizes(path, total);
+    const std::error_code error =
+        kind == Kind::file ? platform::FileSize(path, &bytes) : std::error_code();
+    total += bytes;
     return error;
 }
 
 // The last error, when parts can't be walked. What vanishes meanwhile is no error, nor is what this
 // user may not read.
-bool IsPassedOver(const std::error_code& error, const fs::path& path) {
-    if (error != std::errc::permission_denied)
-        return Vanished(error);
-    Trace(message::notCounted, ZEL::hr::accessDenied, path.string());
-    return true;
+bool IsPassedOver(const std::error_code& error, const std::string& path) {
+    const std::uint32_t code = platform::Win32Code(error);
+    if (code == accessDenied)
+        Trace(message::notCounted, ZEL::hr::accessDenied, path);
+    return code == accessDenied || code == pathNotFound;
 }
 
 // A failure below does not end the walk: a sum that is too small by one folder says more than none,
 // and the last error is told beside it.
-std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
+std::error_code AddSizes(const std::string& path, std::uint64_t& total) {
     std::error_code inside;
-    const std::error_code error = ForEachEntry(path, [&](const fs::directory_entry& entry) {
-        const std::error_code below = AddEntry(entry, total);
-        if (below && !IsPassedOver(below, entry.path()))
-            inside = below;
-    });
+    const std::error_code error =
+        platform::ForEachEntry(path, [&](const std::string& name, Kind kind) {
+            const std::string entry = Join(path, name);
+            const std::error_code below = AddEntry(entry, name, kind, total);
+            if (below && !IsPassedOver(below, entry))
+                inside = below;
+        });
     return error && !IsPassedOver(error, path) ? error : inside;
 }
 
@@ -140,68 +132,47 @@ std::error_code AddSizes(const fs::path& path, std::uint64_t& total) {
 // A directory that ends in a separator gets no second one, and an empty one none at all, so that a
 // bare name stays relative.
 std::wstring JoinPath(const std::wstring& directory, std::wstring_view name) {
+    const std::wstring_view separators = platform::Separators();
     std::wstring path = directory;
-    if (!path.empty() && path.back() != L'/')
-        path.push_back(L'/');
+    if (!path.empty() && separators.find(path.back()) == std::wstring_view::npos)
+        path.push_back(separators.front());
     return path.append(name);
 }
 
 std::wstring LastPathComponent(const std::wstring& path) {
-    const std::size_t separator = path.rfind(L'/');
+    const std::size_t separator = path.find_last_of(platform::Separators());
     return separator == std::wstring::npos ? path : path.substr(separator + 1);
 }
 
 bool IsDirectory(const std::wstring& path) noexcept {
-    try {
-        fs::path native;
-        std::error_code error;
-        return ToPath(path, native) && fs::is_directory(native, error);
-    } catch (...) {
-        return false;
-    }
+    return AskPath(path, platform::IsDirectory);
 }
 
 bool FileExists(const std::wstring& path) noexcept {
-    try {
-        fs::path native;
-        std::error_code error;
-        return ToPath(path, native) && fs::exists(fs::symlink_status(native, error));
-    } catch (...) {
-        return false;
-    }
+    return AskPath(
+        path, [](const std::string& native) { return platform::KindOf(native) != Kind::missing; });
 }
 
 bool IsRegularFile(const std::wstring& path) noexcept {
-    try {
-        fs::path native;
-        std::error_code error;
-        return ToPath(path, native) && fs::is_regular_file(fs::symlink_status(native, error));
-    } catch (...) {
-        return false;
-    }
+    return AskPath(
+        path, [](const std::string& native) { return platform::KindOf(native) == Kind::file; });
 }
 
 bool IsLink(const std::wstring& path) noexcept {
-    try {
-        fs::path native;
-        std::error_code error;
-        return ToPath(path, native) && fs::is_symlink(native, error);
-    } catch (...) {
-        return false;
-    }
+    return AskPath(
+        path, [](const std::string& native) { return platform::KindOf(native) == Kind::link; });
 }
 
 // What was found ahead of an error stays in `out`, which the listings add to.
 ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wstring>& out) {
-    fs::path native;
+    std::string native;
     if (!ToPath(directory, native))
         return ZEL::hr::invalidArgument;
-    return ToResult(ForEachEntry(native, [&](const fs::directory_entry& entry) {
-        if (TypeOf(entry) != fs::file_type::directory)
-            return;
-        const std::u8string name = entry.path().filename().u8string();
+    return ToResult(platform::ForEachEntry(native, [&](const std::string& name, Kind kind) {
         std::wstring wide;
-        if (ToWide({reinterpret_cast<const char*>(name.data()), name.size()}, wide))
+        if (kind != Kind::folder)
+            return;
+        if (ToWide(name, wide))
             out.push_back(JoinPath(directory, wide));
         else
             Trace(message::folderNameNotUtf8);
@@ -209,11 +180,11 @@ ZEL::HRESULT ListDirectories(const std::wstring& directory, std::vector<std::wst
 }
 
 ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>& out) {
-    fs::path native;
+    std::string native;
     std::vector<std::string> names;
     if (!ToPath(directory, native))
         return ZEL::hr::invalidArgument;
-    const std::error_code error = platform::ListFiles(native.string(), &names);
+    const std::error_code error = platform::ListFiles(native, &names);
     for (const std::string& name : names) {
         std::wstring wide;
         if (ToWide(name, wide))
@@ -223,11 +194,11 @@ ZEL::HRESULT ListFiles(const std::wstring& directory, std::vector<std::wstring>&
 }
 
 ZEL::HRESULT ListFileStates(const std::wstring& directory, std::vector<FileState>& out) {
-    fs::path native;
+    std::string native;
     out.clear();
     if (!ToPath(directory, native))
         return ZEL::hr::invalidArgument;
-    const std::error_code error = platform::ListFileStates(native.string(), &out);
+    const std::error_code error = platform::ListFileStates(native, &out);
     std::erase_if(out, [](const FileState& file) { return !IsUtf8(file.name); });
     std::sort(out.begin(), out.end(),
               [](const FileState& a, const FileState& b) { return a.name < b.name; });
@@ -235,31 +206,23 @@ ZEL::HRESULT ListFileStates(const std::wstring& directory, std::vector<FileState
 }
 
 ZEL::HRESULT ListNames(const std::wstring& directory, std::vector<std::wstring>& out) {
-    return OnPath(directory, [&out](const fs::path& native) {
-        return ForEachEntry(native, [&](const fs::directory_entry& entry) {
-            const std::u8string name = entry.path().filename().u8string();
+    return OnPath(directory, [&out](const std::string& native) {
+        return platform::ForEachEntry(native, [&](const std::string& name, Kind) {
             std::wstring wide;
-            if (!ToWide({reinterpret_cast<const char*>(name.data()), name.size()}, wide))
-                wide = L"?";
-            out.push_back(std::move(wide));
+            out.push_back(ToWide(name, wide) ? std::move(wide) : L"?");
         });
     });
 }
 
 ZEL::HRESULT FileSize(const std::wstring& path, std::uint64_t* bytes) noexcept {
-    return OnPath(path, [bytes](const fs::path& file) {
-        std::error_code error;
-        const std::uintmax_t size = fs::file_size(file, error);
-        *bytes = error ? 0 : size;
-        return error;
-    });
+    return OnPath(path,
+                  [bytes](const std::string& file) { return platform::FileSize(file, bytes); });
 }
 
 std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
     try {
         std::uint64_t count = 0;
-        const bool listed =
-            ForEachFile(directory, suffix, [&](const fs::directory_entry&) { ++count; });
+        const bool listed = ForEachFile(directory, suffix, [&](const std::string&) { ++count; });
         return listed ? count : 0;
     } catch (...) {
         return 0;
@@ -270,9 +233,8 @@ std::uint64_t CountFiles(const std::wstring& directory, std::wstring_view suffix
 bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexcept {
     try {
         bool all = true;
-        ForEachFile(directory, suffix, [&](const fs::directory_entry& entry) {
-            all = all && platform::CanRead(entry.path().native());
-        });
+        ForEachFile(directory, suffix,
+                    [&](const std::string& file) { all = all && platform::CanRead(file); });
         return all;
     } catch (...) {
         return false;
@@ -280,12 +242,7 @@ bool CanReadFiles(const std::wstring& directory, std::wstring_view suffix) noexc
 }
 
 bool CanMakeFilesIn(const std::wstring& directory) noexcept {
-    try {
-        fs::path native;
-        return ToPath(directory, native) && platform::CanMakeFilesIn(native.string());
-    } catch (...) {
-        return false;
-    }
+    return AskPath(directory, platform::CanMakeFilesIn);
 }
 
 bool CanOpenFiles(std::size_t count) noexcept {
@@ -295,7 +252,7 @@ bool CanOpenFiles(std::size_t count) noexcept {
 ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noexcept {
     try {
         *totalBytes = 0;
-        fs::path native;
+        std::string native;
         if (!ToPath(path, native))
             return ZEL::hr::invalidArgument;
         return ToResult(AddSizes(native, *totalBytes));
@@ -305,24 +262,22 @@ ZEL::HRESULT FolderSize(const std::wstring& path, std::uint64_t* totalBytes) noe
 }
 
 ZEL::HRESULT MakePrivateFile(const std::wstring& path) noexcept {
-    return OnPath(path, [](const fs::path& file) {
-        return platform::MakePrivate(file.string(), platform::Made::file);
+    return OnPath(path, [](const std::string& file) {
+        return platform::MakePrivate(file, platform::Made::file);
     });
 }
 
 ZEL::HRESULT MakePrivateFolder(const std::wstring& path) noexcept {
-    return OnPath(path, [](const fs::path& folder) {
-        return platform::MakePrivate(folder.string(), platform::Made::folder);
+    return OnPath(path, [](const std::string& folder) {
+        return platform::MakePrivate(folder, platform::Made::folder);
     });
 }
 
 ZEL::HRESULT Rename(const std::wstring& from, const std::wstring& to) noexcept {
-    return OnPath(from, [&to](const fs::path& path) {
-        fs::path target;
-        std::error_code error = std::make_error_code(std::errc::invalid_argument);
-        if (ToPath(to, target))
-            fs::rename(path, target, error);
-        return error;
+    return OnPath(from, [&to](const std::string& path) {
+        std::string target;
+        return ToPath(to, target) ? platform::Rename(path, target)
+                                  : std::make_error_code(std::errc::invalid_argument);
     });
 }
 
@@ -331,41 +286,32 @@ ZEL::HRESULT LastSystemError() noexcept {
 }
 
 ZEL::HRESULT RemoveTree(const std::wstring& path) noexcept {
-    return OnPath(path, [](const fs::path& folder) {
-        std::error_code error;
-        fs::remove_all(folder, error);  // removes links, not what they point at
-        return error;
-    });
+    return OnPath(path, platform::RemoveTree);
 }
 
 ZEL::HRESULT ReadWholeFile(const std::wstring& path, std::string* text) {
-    fs::path native;
+    std::string native;
     if (!ToPath(path, native))
         return ZEL::hr::invalidArgument;
-    return ToResult(platform::ReadFile(native.string(), text));
+    return ToResult(platform::ReadFile(native, text));
 }
 
 ZEL::HRESULT MapFile(const std::wstring& path, FileBytes* out) {
-    fs::path native;
+    std::string native;
     if (!ToPath(path, native))
         return ZEL::hr::invalidArgument;
-    return ToResult(platform::MapFile(native.string(), out));
+    return ToResult(platform::MapFile(native, out));
 }
 
 ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text) {
-    fs::path native;
+    std::string native;
     if (!ToPath(path, native))
         return ZEL::hr::invalidArgument;
-    return ToResult(platform::ReplaceFile(native.string(), text));
+    return ToResult(platform::ReplaceFile(native, text));
 }
 
 bool IsLockedByAnotherProcess(const std::wstring& file) noexcept {
-    try {
-        std::string narrow;
-        return ToUtf8(file, narrow) && platform::IsLockedByAnotherProcess(narrow);
-    } catch (...) {
-        return false;
-    }
+    return AskPath(file, platform::IsLockedByAnotherProcess);
 }
 
 }  // namespace wm

@@ -69,7 +69,7 @@ public:
             if (!ToUtf8(path, narrow))
                 return ZEL::hr::invalidArgument;
             const std::error_code error = platform::AvailableBytes(narrow, bytes);
-            return error ? ZEL::FromWin32(platform::Win32Code(error.value())) : ZEL::hr::ok;
+            return error ? ZEL::FromWin32(platform::Win32Code(error)) : ZEL::hr::ok;
         } catch (...) {
             return ZEL::hr::outOfMemory;
         }
@@ -101,8 +101,7 @@ public:
             std::string name;
             if (token.size() < 3 || !ToUtf8(token.substr(1, token.size() - 2), name))
                 return false;
-            const char* const variable = std::getenv(name.c_str());
-            return variable != nullptr && *variable != '\0' && ToWide(variable, value);
+            return platform::EnvironmentVariable(name, value) && !value.empty();
         } catch (...) {
             return false;
         }

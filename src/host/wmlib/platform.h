@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -11,9 +13,8 @@
 
 // What differs between systems. Each system has a folder of its own that defines all of this.
 //
-// Routines here take UTF-8 and throw only for want of memory. An error carries the number that
-// Win32Code understands; the rules on links and on times of reading are those of
-// common/filesystem.h.
+// Routines here take UTF-8 and throw only for want of memory. The rules on links and on times of
+// reading are those of common/filesystem.h.
 namespace wm::platform {
 
 // Cut to what the system allows.
@@ -24,6 +25,12 @@ std::uint64_t UptimeMs() noexcept;
 
 // Folder of the file that this library was loaded from; empty when it can't be told.
 std::wstring LibraryFolder();
+
+// A variable of the process's environment; false when there is none.
+bool EnvironmentVariable(const std::string& name, std::wstring& value);
+
+// Signs that part the names of a path; paths are joined with the first.
+std::wstring_view Separators() noexcept;
 
 // File name extension of a loadable component, with its dot.
 const wchar_t* ComponentExtension() noexcept;
@@ -36,18 +43,31 @@ struct LoadedLibrary {
 };
 LoadedLibrary LoadComponent(const std::wstring& path);
 
-bool IsLockedByAnotherProcess(const std::string& file) noexcept;
+bool IsLockedByAnotherProcess(const std::string& file);
 
 // Reads it to the end.
-bool CanRead(const std::string& file) noexcept;
+bool CanRead(const std::string& file);
 // `count` is at most 64.
 bool CanOpenFiles(std::size_t count) noexcept;
+
+// What stands at a path or in a folder, links as themselves.
+enum class Kind { missing, file, folder, link, other };
+Kind KindOf(const std::string& path);
+// These three follow a link at `path` itself. `visit` gets each entry's name.
+bool IsDirectory(const std::string& path);
+std::error_code FileSize(const std::string& path, std::uint64_t* bytes);
+std::error_code ForEachEntry(const std::string& path,
+                             const std::function<void(const std::string&, Kind)>& visit);
+// Replaces a file that has the new name already.
+std::error_code Rename(const std::string& from, const std::string& to);
+// Removes links, not what they point at. What is gone already is no error.
+std::error_code RemoveTree(const std::string& path);
 
 // What ListFileStates gives, in the order of the listing.
 std::error_code ListFileStates(const std::string& directory, std::vector<FileState>* files);
 // Names of the regular files.
 std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names);
-bool CanMakeFilesIn(const std::string& directory) noexcept;
+bool CanMakeFilesIn(const std::string& directory);
 
 // A regular file, never through a link; so MapFile.
 std::error_code ReadFile(const std::string& file, std::string* text);
@@ -58,15 +78,16 @@ std::error_code ReplaceFile(const std::string& file, const std::string& text);
 
 // With access for its owner alone. What is there already stays; a file has to be regular.
 enum class Made { file, folder };
-std::error_code MakePrivate(const std::string& path, Made what) noexcept;
+std::error_code MakePrivate(const std::string& path, Made what);
 
 // Why this thread's latest call of the system failed.
 std::error_code LastError() noexcept;
 
 // Bytes that the caller may use on the volume of `path`.
-std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept;
+std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes);
 
-// Win32 code that is nearest to an error of the system's C library.
-std::uint32_t Win32Code(int error) noexcept;
+// Win32 code that is nearest to an error of the system or of its C library. What is missing is 3,
+// whichever part of the path that is.
+std::uint32_t Win32Code(const std::error_code& error) noexcept;
 
 }  // namespace wm::platform

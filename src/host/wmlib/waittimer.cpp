@@ -88,7 +88,7 @@ bool RegisteredWaitTimer::Start(std::uint32_t periodMs) {
         thread.detach();
         return true;
     } catch (const std::system_error& error) {
-        state->lastError = platform::Win32Code(error.code().value());
+        state->lastError = platform::Win32Code(error.code());
     } catch (...) {
         state->lastError = 14;  // out of memory
     }

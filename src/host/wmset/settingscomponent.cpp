@@ -1,3 +1,4 @@
+#include "common/componentapi.h"
 #include "common/itobbaseimpl.h"
 #include "common/neverdestroyed.h"
 #include "common/settings.h"
@@ -122,14 +123,14 @@ public:
 }  // namespace
 }  // namespace wmset
 
-extern "C" __attribute__((visibility("default"))) ZEL::TobResult GetFactory(
-    const ZEL::GUID& objectId, ZEL::ITobFactory** factory) {
+extern "C" ZEL_COMPONENT_API ZEL::TobResult GetFactory(const ZEL::GUID& objectId,
+                                                       ZEL::ITobFactory** factory) {
     using namespace ZEL;
     if (factory == nullptr || !(objectId == settingsManagerObjectId))
         return TOBERR_INVALID_ARG;
     return GiveFactory<wmset::SettingsManager>(factory);
 }
 
-extern "C" __attribute__((visibility("default"))) std::uint32_t GetObjectCount() {
+extern "C" ZEL_COMPONENT_API std::uint32_t GetObjectCount() {
     return ZEL::LiveObjectCounter().load(std::memory_order_acquire);
 }

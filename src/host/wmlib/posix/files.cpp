@@ -95,7 +95,7 @@ std::error_code LastError() noexcept {
     return {errno, std::generic_category()};
 }
 
-bool CanRead(const std::string& file) noexcept {
+bool CanRead(const std::string& file) {
     const Descriptor in(OpenToRead(file.c_str()));
     char buffer[16384];
     ssize_t got = in.IsOpen() ? 1 : -1;
@@ -198,7 +198,7 @@ std::error_code ListFileStates(const std::string& directory, std::vector<FileSta
     });
 }
 
-bool CanMakeFilesIn(const std::string& directory) noexcept {
+bool CanMakeFilesIn(const std::string& directory) {
     return ::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
@@ -218,7 +218,7 @@ std::error_code ReplaceFile(const std::string& file, const std::string& text) {
     return {};
 }
 
-std::error_code MakePrivate(const std::string& path, Made what) noexcept {
+std::error_code MakePrivate(const std::string& path, Made what) {
     const bool isFolder = what == Made::folder;
     const mode_t mode = isFolder ? 0700 : 0600;
     const Descriptor file(
@@ -235,7 +235,7 @@ std::error_code MakePrivate(const std::string& path, Made what) noexcept {
                                              : std::make_error_code(std::errc::invalid_argument);
 }
 
-bool IsLockedByAnotherProcess(const std::string& file) noexcept {
+bool IsLockedByAnotherProcess(const std::string& file) {
     const Descriptor opened(::open(file.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     struct flock query {};
     query.l_type = F_WRLCK;
@@ -244,7 +244,7 @@ bool IsLockedByAnotherProcess(const std::string& file) noexcept {
            query.l_type != F_UNLCK;
 }
 
-std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) noexcept {
+std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) {
     struct statvfs volume {};
     if (::statvfs(path.c_str(), &volume) != 0)
         return LastError();

@@ -5,6 +5,7 @@
 #include <time.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "common/textbridge.h"
@@ -36,6 +37,15 @@ std::wstring LibraryFolder() {
     return separator == std::wstring::npos ? L"." : folder.substr(0, separator);
 }
 
+bool EnvironmentVariable(const std::string& name, std::wstring& value) {
+    const char* const variable = std::getenv(name.c_str());
+    return variable != nullptr && ToWide(variable, value);
+}
+
+std::wstring_view Separators() noexcept {
+    return L"/";
+}
+
 const wchar_t* ComponentExtension() noexcept {
     return L".so";
 }
@@ -54,8 +64,8 @@ LoadedLibrary LoadComponent(const std::wstring& path) {
     return {true, reinterpret_cast<ZEL::GetFactoryFunction>(dlsym(library, "GetFactory"))};
 }
 
-std::uint32_t Win32Code(int error) noexcept {
-    switch (error) {
+std::uint32_t Win32Code(const std::error_code& error) noexcept {
+    switch (error.value()) {
         case ENOENT:
         case ENOTDIR:
             return 3;

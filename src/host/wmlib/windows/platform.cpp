@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <type_traits>
 
+#include "common/textbridge.h"
 #include "common/trace.h"
 #include "widepath.h"
 
@@ -34,7 +35,9 @@ void NameThread(std::thread::native_handle_type thread, const char* name) noexce
     if (set == nullptr)
         return;
     try {
-        set(HandleOf(thread), WidePath(name).c_str());
+        std::wstring wide;
+        if (ToWide(name, wide))
+            set(HandleOf(thread), wide.c_str());
     } catch (...) {
         return;  // it goes without a name
     }
@@ -46,16 +49,30 @@ std::uint64_t UptimeMs() noexcept {
 
 std::wstring LibraryFolder() {
     static const char anchor = 0;
+    constexpr DWORD mostCharacters = 32768;
     constexpr DWORD flags =
         GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     HMODULE library = nullptr;
-    wchar_t path[MAX_PATH] = {};
-    if (::GetModuleHandleExW(flags, reinterpret_cast<const wchar_t*>(&anchor), &library) == 0 ||
-        ::GetModuleFileNameW(library, path, MAX_PATH) >= MAX_PATH)
+    std::wstring file(mostCharacters, L'\0');
+    if (::GetModuleHandleExW(flags, reinterpret_cast<const wchar_t*>(&anchor), &library) == 0)
         return {};
-    const std::wstring file = path;
+    file.resize(::GetModuleFileNameW(library, file.data(), mostCharacters));
     const std::size_t separator = file.rfind(L'\\');
-    return separator == std::wstring::npos ? L"." : file.substr(0, separator);
+    return separator == std::wstring::npos ? std::wstring() : file.substr(0, separator);
+}
+
+bool EnvironmentVariable(const std::string& name, std::wstring& value) {
+    std::wstring wide;
+    if (!ToWide(name, wide))
+        return false;
+    const DWORD size = ::GetEnvironmentVariableW(wide.c_str(), nullptr, 0);
+    value.resize(size);
+    value.resize(size != 0 ? ::GetEnvironmentVariableW(wide.c_str(), value.data(), size) : 0);
+    return value.size() < size;  // another thread may have made it longer
+}
+
+std::wstring_view Separators() noexcept {
+    return L"\\/";
 }
 
 const wchar_t* ComponentExtension() noexcept {
@@ -72,16 +89,49 @@ LoadedLibrary LoadComponent(const std::wstring& path) {
                       reinterpret_cast<void*>(::GetProcAddress(library, "GetFactory")))};
 }
 
-// Most errors are the system's own codes; those of the C library have small numbers that mean the
-// same kinds.
-std::uint32_t Win32Code(int error) noexcept {
+namespace {
+
+// The C library's numbers mean the same kinds as on other systems.
+std::uint32_t CodeOfErrno(int error) noexcept {
     switch (error) {
+        case ENOENT:
+        case ENOTDIR:
+            return ERROR_PATH_NOT_FOUND;
+        case EACCES:
+        case EPERM:
+            return ERROR_ACCESS_DENIED;
         case EINVAL:
             return ERROR_INVALID_PARAMETER;
+        case ENOMEM:
+            return ERROR_OUTOFMEMORY;
         case EAGAIN:
             return ERROR_NO_SYSTEM_RESOURCES;
         default:
-            return static_cast<std::uint32_t>(error);
+            return ERROR_IO_DEVICE;
+    }
+}
+
+}  // namespace
+
+// The system has several codes for what is one kind to callers on all systems.
+std::uint32_t Win32Code(const std::error_code& error) noexcept {
+    if (error.category() != std::system_category())
+        return CodeOfErrno(error.value());
+    const auto code = static_cast<std::uint32_t>(error.value());
+    switch (code) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_DIRECTORY:
+            return ERROR_PATH_NOT_FOUND;
+        case ERROR_WRITE_PROTECT:
+            return ERROR_ACCESS_DENIED;
+        case ERROR_NOT_ENOUGH_MEMORY:
+            return ERROR_OUTOFMEMORY;
+        case ERROR_HANDLE_DISK_FULL:
+            return ERROR_DISK_FULL;
+        case ERROR_FILE_EXISTS:
+            return ERROR_ALREADY_EXISTS;
+        default:
+            return code;
     }
 }
 

@@ -5,18 +5,25 @@
 #include <string>
 #include <system_error>
 
-#include "common/textbridge.h"
-
 // These macros of the system would rename routines of the same names.
 #undef ReplaceFile
 #undef ReadFile
 
 namespace wm::platform {
 
-// Paths come in UTF-8. One that is not gives an empty text, which names no file.
-inline std::wstring WidePath(const std::string& utf8) {
-    std::wstring wide;
-    return ToWide(utf8, wide) ? wide : std::wstring();
+// The form in which the system takes a path of any length and does not read anything into its
+// names. Paths come in UTF-8, with either separator. One that is not UTF-8 gives an empty text,
+// which names no file.
+std::wstring WidePath(const std::string& utf8);
+
+// Why this thread's latest call of the system failed, unless `succeeded`.
+std::error_code ErrorUnless(bool succeeded) noexcept;
+
+// Neither a folder, a device nor a link.
+constexpr bool TellRegular(DWORD attributes) noexcept {
+    constexpr DWORD others =
+        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_REPARSE_POINT;
+    return (attributes & others) == 0;
 }
 
 }  // namespace wm::platform
