@@ -1,7 +1,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <atomic>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include "common/hostservices.h"
 #include "common/lock.h"
 #include "common/textbridge.h"
+#include "support/system.h"
 
 // A store of a test: a directory of its own, and the seams to the host. Each object stands in while
 // it lives.
@@ -22,24 +22,17 @@ namespace ZEL::test {
 // An empty data store directory, removed with all in it at the end.
 class TempStore {
 public:
-    TempStore() {
-        std::string pattern = testing::TempDir() + "zelstore-XXXXXX";
-        const char* made = ::mkdtemp(pattern.data());
-        EXPECT_NE(made, nullptr) << pattern;
-        path_ = made != nullptr ? made : pattern;
-        wm::SetPathToken(L"%ZELDataStore%", WidePath());
-    }
+    TempStore() { wm::SetPathToken(L"%ZELDataStore%", WidePath()); }
     ~TempStore() {
         wm::SetPathToken(L"%ZELDataStore%", L"");
-        std::error_code error;
-        std::filesystem::remove_all(path_, error);
+        RemoveTempFolder(path_);
     }
     TempStore(const TempStore&) = delete;
     TempStore& operator=(const TempStore&) = delete;
 
     const std::filesystem::path& Path() const { return path_; }
-    std::wstring WidePath() const { return Wide(path_.string()); }
-    std::wstring Folder(const std::string& name) const { return Wide((path_ / name).string()); }
+    std::wstring WidePath() const { return Wide(Utf8(path_)); }
+    std::wstring Folder(const std::string& name) const { return Wide(Utf8(path_ / name)); }
 
     void MakeFolder(const std::string& name) const {
         std::filesystem::create_directory(path_ / name);
@@ -57,8 +50,13 @@ public:
     std::set<std::string> List(const std::string& folder = "") const {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(path_ / folder))
-            names.insert(entry.path().filename().string());
+            names.insert(Utf8(entry.path().filename()));
         return names;
+    }
+
+    static std::string Utf8(const std::filesystem::path& path) {
+        const std::u8string text = path.u8string();
+        return {text.begin(), text.end()};
     }
 
 private:
@@ -68,7 +66,7 @@ private:
         return wide;
     }
 
-    std::filesystem::path path_;
+    std::filesystem::path path_ = MakeTempFolder();
 };
 
 // Stands still until it is set. Starts on 2026-11-12 at 10:00 UTC, with 0 ticks. What answers is
