@@ -1,0 +1,46 @@
+# The component for Windows: host services and normalisation always, as programs that run; the store
+# too where its libraries are (vcpkg, docs/windows.md), and else its objects, compiled against the
+# headers that scripts/setup --windows unpacks.
+set(ZEL_WINDOWS_HEADERS ${PROJECT_SOURCE_DIR}/build/windows-include CACHE PATH
+    "Headers of libraries that have no package for Windows")
+find_package(Threads REQUIRED)
+
+# GoogleTest has no package for Windows, but one with its sources.
+if(ZEL_TESTS)
+  set(GOOGLETEST_SOURCES /usr/src/googletest CACHE PATH "GoogleTest's sources")
+  enable_testing()
+  set(INSTALL_GTEST OFF)
+  add_subdirectory(${GOOGLETEST_SOURCES} googletest EXCLUDE_FROM_ALL SYSTEM)
+endif()
+
+function(zel_headers target)
+  add_library(${target} INTERFACE IMPORTED)
+  target_include_directories(${target} SYSTEM INTERFACE ${ZEL_WINDOWS_HEADERS})
+endfunction()
+zel_headers(Boost::headers)
+zel_headers(Boost::regex)
+
+add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
+# Headers that this system has of its own stand in front of the others.
+include_directories(BEFORE src/host/wmlib/windows/include)
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wno-restrict
+                    -ffp-contract=off)
+if(ZEL_WERROR)
+  add_compile_options(-Werror)
+endif()
+if(ZEL_CHECK_LOCK_RANKS)
+  add_compile_definitions(WM_CHECK_LOCK_RANKS)
+endif()
+# Nothing of the compiler's own has to be brought beside the libraries.
+add_link_options(-static)
+
+add_subdirectory(src/host/module)
+add_subdirectory(src/host/wmlib)
+add_subdirectory(src/host/wmset)
+add_subdirectory(src/host/wmjobmgr)
+add_subdirectory(src/common)
+set_target_properties(wmLib PROPERTIES PREFIX "")
+
+if(ZEL_TESTS)
+  add_subdirectory(tests)
+endif()
