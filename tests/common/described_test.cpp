@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <sstream>
+
 #include "common/describedmachine.h"
 #include "common/foldertokens.h"
 #include "common/hostservices.h"
 #include "common/machinetext.h"
 #include "common/registrynormaliser.h"
-#include "windowsmachine.h"
+#include "expansions.h"
 #include "zelstore/query/machinepaths.h"
 #include "zelstore/schema/eventfields.h"
 
@@ -57,6 +60,22 @@ TEST(Described, StandsInForTheMachineItDescribes) {
         ASSERT_EQ(ExpandRegistryVariants(*described, L"HKLM\\Software\\x", false, got), hr::ok);
         EXPECT_EQ(got, expected);
     }
+}
+
+// What a real one wrote of itself, and what its paths stood for there.
+TEST(Described, StandsInForAMachineOnAnotherSystem) {
+    const auto read = [](const char* name) {
+        std::ostringstream text;
+        text << std::ifstream(std::string(MACHINE_FOLDER "/") + name, std::ios::binary).rdbuf();
+        return text.str();
+    };
+    const std::string expected = read("expansions.txt");
+    if (expected.empty())
+        GTEST_SKIP() << "scripts/test --windows has not been here";
+    std::string error;
+    const auto described = wm::DescribedMachine::Parse(read("machine.json"), &error);
+    ASSERT_NE(described, nullptr) << error;
+    EXPECT_EQ(test::ExpansionsOf(*described), expected);
 }
 
 TEST(Described, ComplaintsNameThePlace) {
