@@ -2,9 +2,12 @@
 
 web.py ZEL EVENTS.xz
 """
+import base64
+import hashlib
 import http.client
 import json
 import os
+import re
 import select
 import signal
 import subprocess
@@ -131,6 +134,32 @@ def check_notes(zel, service, page, key):
     zel.check("refused", [400] * len(wrong), [page.status("POST", "/v1/notes", json.dumps(one)) for one in wrong])
 
 
+def check_files(zel, page, key):
+    """What is handed out: all that fits as a file, and a report in which nothing is markup."""
+    for form, kind in (("ndjson", "application/x-ndjson"), ("csv", "text/csv; charset=utf-8"), ("ocsf", "application/x-ndjson")):
+        answer = page.ask("GET", f"/v1/export?object=process&form={form}")
+        zel.check(f"{form} is a file", (200, kind, True), (
+            answer.status, answer.headers["Content-Type"], answer.headers["Content-Disposition"].startswith("attachment; filename=")))
+        expected = zel.run("query", "--object", "process", "-o", form).stdout.splitlines()
+        zel.check(f"the same {form}", sorted(expected), sorted(answer.read().splitlines()))
+    zel.check("refused", (400, 400, 400), tuple(page.status("GET", "/v1/export?" + query)
+                                                for query in ("form=exe", "form=csv&fields=colour", "colour=red")))
+    ask = {"question": {"parameters": [["object", "file"], ["until", "2026-11-13"]], "command": "zel query --object file"},
+           "title": "<b>&title", "events": [{"key": key, "note": "<img src=x onerror=alert(1)> \u202egpj"},
+                                            {"key": key.replace("C:\\7", "C:\\none"), "note": ""}]}
+    answer = page.ask("POST", "/v1/report", json.dumps(ask))
+    text = answer.read().decode()
+    zel.check("report", (200, "text/html; charset=utf-8"), (answer.status, answer.headers["Content-Type"]))
+    zel.check("texts are texts", [], re.findall(r"<(?:script|img|b)\b|\u202e|\son\w+=(?!alert)", re.sub(r"&lt;[^<]*", "", text)))
+    zel.check("it tells", [True] * 6, [part in text for part in (
+        "&lt;b&gt;&amp;title", "zel query --object file", "No gap is known", "&lt;script&gt;alert(1)&lt;/script&gt;", "[U+202E]gpj",
+        "It is not in the store")])
+    style = re.search(r"<style>(.*)</style>", text)[1]
+    zel.check("its style is allowed", True, base64.b64encode(hashlib.sha256(style.encode()).digest()).decode() in text)
+    zel.check("no report", [400] * 4, [page.status("POST", "/v1/report", json.dumps(one)) for one in (
+        [], dict(ask, events=[{"key": "x"}]), dict(ask, title="x" * 2000), dict(ask, question={"parameters": [["colour", "red"]]}))])
+
+
 def check_copy(zel):
     """A store that is read alone: no notes, nothing live, and it ends when it is told."""
     with subprocess.Popen(zel.command("web", "--no-open"), stdout=subprocess.PIPE, env=zel.environment) as process:
@@ -156,7 +185,9 @@ def main(program, events):
             zel.check("range", ("2019-05-07T11:50:28.074Z", "2023-07-19T16:06:05.225Z"), (told["first"], told["last"]))
             zel.check("names", (True, True, True), ("process" in told["objects"], "launch" in told["actions"],
                                                     any(column["name"] == "target_path" for column in told["columns"])))
-            check_notes(zel, service, page, check_live(zel, service, page))
+            key = check_live(zel, service, page)
+            check_notes(zel, service, page, key)
+            check_files(zel, page, key)
         check_copy(zel)
         return zel.failures
 

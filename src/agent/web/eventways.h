@@ -22,6 +22,7 @@ public:
     //
     // and docs/service.md tells their parameters. The answer, or why there is none.
     HttpReply Answer(std::string_view path, Parameters parameters);
+    const CountContext& Context() const noexcept { return context_; }
 
 private:
     Questions& questions_;

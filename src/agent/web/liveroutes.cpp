@@ -3,7 +3,7 @@
 #include "agent/access.h"
 #include "agent/following/followers.h"
 #include "agent/parameters.h"
-#include "agent/web/eventcells.h"
+#include "agent/web/listrows.h"
 #include "agent/web/websessions.h"
 #include "common/jsontext.h"
 
@@ -17,8 +17,7 @@ namespace {
 
 class LiveForm final : public FollowForm {
 public:
-    LiveForm(std::unique_ptr<EventCells> cells, std::string id)
-        : cells_(std::move(cells)), id_(std::move(id)) {}
+    LiveForm(ListCells cells, std::string id) : cells_(std::move(cells)), id_(std::move(id)) {}
 
     void Position(std::string_view position, std::string* out) override {
         Begin(position, isFirst_ ? "hello" : "position", out);
@@ -30,15 +29,17 @@ public:
     }
     void Event(std::string_view position, std::string_view key, std::string_view record,
                std::string* out) override {
-        cells_->Read(key, record);
+        const bool isRead = reader_.Read(record);
         Begin(position, "row", out);
         out->append("{\"position\":").append(wm::JsonString(position));
-        out->append(",\"key\":").append(wm::JsonString(key)).append(",\"time\":");
-        cells_->PutValue("time", out);
-        out->append(",\"object\":");
-        cells_->PutValue("object", out);
+        out->append(",\"key\":").append(wm::JsonString(key));
+        for (const char* const column : {"time", "object"}) {
+            const auto value = isRead ? reader_.Value(*FindColumn(column)) : std::nullopt;
+            out->append(",\"").append(column).append("\":");
+            out->append(value ? wm::JsonString(*value) : "null");
+        }
         out->append(",\"cells\":");
-        cells_->PutCells(out);
+        out->append(cells_.Write({std::string(key), std::string(record), ""}, reader_));
         out->append("}\n\n");
     }
     void Gap(std::string_view position, std::string_view reason, std::uint64_t events,
@@ -55,7 +56,8 @@ private:
         out->append("id: ").append(position).append("\nevent: ").append(event).append("\ndata: ");
     }
 
-    const std::unique_ptr<EventCells> cells_;
+    const ListCells cells_;
+    RecordReader reader_;
     const std::string id_;
     bool isFirst_ = true;
 };
@@ -87,12 +89,12 @@ void FollowLive(WebParts& parts, HttpRequest& request, const IHttpHandler::Answe
         return answer(PlainReply(404, "nothing comes into a store that is read alone"));
     std::string problem;
     Parameters asked = ParametersOf(request.head.query);
-    auto cells = EventCells::Of(TakeParameter(&asked, "fields"), &problem);
+    auto cells = ListCells::Read(TakeParameter(&asked, "fields"), &problem);
     FollowRequest wanted{request.head.lastEventId, "", -1};
     if (!cells || !AskLive(parts, std::move(asked), &wanted, &problem))
         return answer(PlainReply(400, problem));
     const std::string id = RandomText();
-    wanted.form = std::make_shared<LiveForm>(std::move(cells), id);
+    wanted.form = std::make_shared<LiveForm>(std::move(*cells), id);
     parts.host.Note(DeedOf(request.head, "follows on the page: " + request.head.query));
     const auto stream = parts.host.Following()->Follow(wanted, &problem);
     if (!stream)

@@ -1,5 +1,7 @@
 #include "agent/web/pageroutes.h"
 
+#include "agent/access.h"
+#include "agent/web/eventways.h"
 #include "agent/web/webrange.h"
 #include "common/jsontext.h"
 #include "records/columns.h"
@@ -51,18 +53,25 @@ std::string Flag(bool flag) {
 }  // namespace
 
 void TellPage(WebParts& parts, HttpRequest& request, const IHttpHandler::Answer& answer) {
-    const EventRange range = RangeOf(parts.store);
     const bool mayAnnotate = parts.isWritable && parts.host.Has(request.head.peer, Right::annotate);
-    answer({200,
-            "application/json",
-            "{\"version\":" + wm::JsonString(parts.version) + ",\"writable\":" +
-                Flag(parts.isWritable) + ",\"may_annotate\":" + Flag(mayAnnotate) +
-                ",\"live\":" + Flag(parts.host.Following() != nullptr) + ",\"store\":" +
-                wm::JsonString(parts.storePath) + ",\"first\":" + TimeJson(range.first) +
-                ",\"last\":" + TimeJson(range.last) + ",\"columns\":" + ColumnsJson() +
-                ",\"objects\":" + NamesJson(ZEL::Schema::ObjectTypes()) +
-                ",\"actions\":" + NamesJson(ZEL::Schema::ActionTypes()) + "}\n",
-            {}});
+    const std::string facts =
+        "{\"version\":" + wm::JsonString(parts.version) +
+        ",\"writable\":" + Flag(parts.isWritable) + ",\"may_annotate\":" + Flag(mayAnnotate) +
+        ",\"live\":" + Flag(parts.host.Following() != nullptr) +
+        ",\"store\":" + wm::JsonString(parts.storePath) + ",\"columns\":" + ColumnsJson() +
+        ",\"objects\":" + NamesJson(ZEL::Schema::ObjectTypes()) +
+        ",\"actions\":" + NamesJson(ZEL::Schema::ActionTypes());
+    AskedQuestion question{"", AnswerForm::lines};
+    question.work = [&parts, facts](QuestionWork& work) {
+        const EventRange range =
+            parts.isWritable ? RangeOf(parts.store) : WalkedRangeOf(work, parts.events.Context());
+        work.Write(facts + ",\"first\":" + TimeJson(range.first) +
+                   ",\"last\":" + TimeJson(range.last) + "}\n");
+    };
+    HttpReply reply;
+    reply.stream = parts.questions.Ask(std::move(question));
+    answer(reply.stream ? std::move(reply)
+                        : PlainReply(503, "too many questions at once (questions.waiting)"));
 }
 
 }  // namespace zel

@@ -1,12 +1,15 @@
 #include "agent/web/webrange.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "common/boundary.h"
 #include "common/eventobject.h"
 #include "common/valuetext.h"
+#include "questions/narrowing.h"
 #include "records/eventtime.h"
 #include "records/recordreader.h"
+#include "zelstore/keys/keyformat.h"
 
 // Rows of a folder stand in the order of their times, so the first of all is the least of each
 // folder's first. The store can't be walked backwards; whether there is an event from some time on
@@ -93,6 +96,28 @@ EventRange RangeOf(ZEL::IEventStore7& store) {
         range.last = std::max(range.last, found);
     }
     return range;
+}
+
+EventRange WalkedRangeOf(QuestionWork& work, const CountContext& context) {
+    const std::string name = "range of all";
+    if (const auto known = context.cache.Find(name, context.changes))
+        return *static_cast<const EventRange*>(known.get());
+    const std::string mark = context.changes.Mark();
+    const auto range = std::make_shared<EventRange>();
+    Narrowing all;
+    const ZEL::HRESULT walked = work.Walk(R"({"event_query":{"events":[)" + SubQueryOf(all) + "]}}",
+                                          [&range](const ZEL::QueryRow& row) {
+                                              const std::string_view time =
+                                                  ZEL::BeginTimeOf(row.key);
+                                              if (time > range->last)
+                                                  range->last = time;
+                                              if (range->first.empty() || time < range->first)
+                                                  range->first = time;
+                                              return ZEL::hr::ok;
+                                          });
+    if (Succeeded(walked) && !work.IsOver())
+        context.cache.Keep(name, {mark, EventSpan(), false, range, sizeof(EventRange)});
+    return *range;
 }
 
 }  // namespace zel

@@ -4,9 +4,10 @@
 #include <exception>
 
 #include "agent/parameters.h"
+#include "agent/web/eventways.h"
+#include "agent/web/exportroutes.h"
 #include "agent/web/liveroutes.h"
 #include "agent/web/noteroutes.h"
-#include "agent/web/eventways.h"
 #include "agent/web/pageroutes.h"
 #include "agent/web/webassets.h"
 #include "common/asciicase.h"
@@ -31,9 +32,11 @@ struct WebRoute {
 };
 
 constexpr WebRoute routes[] = {
-    {"web_page", "/v1/page", "GET|HEAD", Right::read, TellPage},
+    {"web_page", "/v1/page", "GET", Right::read, TellPage},
     {"web_live", "/v1/live", "GET", Right::read, FollowLive},
     {"web_pause", "/v1/live/pause", "POST", Right::read, PauseLive},
+    {"web_export", "/v1/export", "GET", Right::read, ExportEvents},
+    {"web_report", "/v1/report", "POST", Right::read, MakeReport},
     {"web_notes", "/v1/notes", "POST", Right::annotate, TakeNote},
     {"web_histogram", "/v1/histogram", "GET", Right::read, AnswerPageWay},
     {"web_facets", "/v1/facets", "GET", Right::read, AnswerPageWay},
