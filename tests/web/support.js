@@ -27,9 +27,10 @@ export function folderOf(test) {
 }
 
 export function ingest(store, records, ...files) {
-  const own = join(store, '..', 'records.ndjson');
+  const own = `${store}.ndjson`;
   writeFileSync(own, records.map((record) => `${JSON.stringify(record)}\n`).join(''));
   execFileSync(zel, ['--store', store, 'ingest', ...files, own], { stdio: ['ignore', 'ignore', 'pipe'] });
+  rmSync(own);
 }
 
 export function lines(...words) {
@@ -111,7 +112,7 @@ export async function open(test, browser, link, options = {}) {
   page.on('pageerror', (error) => faults.push(error.stack));
   page.on('console', (message) => { if (message.type() === 'error' && !/status of (400|403)/.test(message.text())) faults.push(message.text()); });
   test.after(() => assert.deepEqual(faults, []));
-  page.setDefaultTimeout(15000);
+  page.setDefaultTimeout(options.patience ?? 60_000);
   await page.goto(link);
   await settled(page);
   return page;

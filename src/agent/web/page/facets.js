@@ -10,9 +10,11 @@ import { numberText } from './times.js';
 const names = /** @type {[string, string][]} */ ([
   ['object', 'Kind'], ['action', 'Action'], ['actor', 'Actor'], ['target', 'Target'],
   ['user', 'User'], ['computer', 'Computer'], ['address', 'Address'], ['rule', 'Rule']]);
+// Keys tell the first; for the others records have to be read, which takes longer.
+const questions = [['object', 'action', 'actor', 'target', 'address'], ['user', 'computer', 'rule']];
 const few = 6;
 
-export class Facets extends EventTarget {
+export class Facets {
   /** @type {Set<string>} those of which all values are shown */
   #whole = new Set();
   /** @type {Record<string, Facet>} */
@@ -20,7 +22,6 @@ export class Facets extends EventTarget {
 
   /** @param {Question} question */
   constructor(question) {
-    super();
     this.question = question;
     this.root = part('facet-list');
     question.addEventListener('asked', () => this.load());
@@ -28,17 +29,21 @@ export class Facets extends EventTarget {
 
   async load() {
     this.root.classList.add('waiting');
+    const answered = await Promise.all(questions.map((columns) => this.#ask(columns)));
+    if (answered.every(Boolean)) this.root.classList.remove('waiting');
+  }
+
+  /** @param {string[]} columns @returns {Promise<boolean>} false when another question came */
+  async #ask(columns) {
     try {
-      const columns = names.map(([column]) => column).join(',');
-      const answer = await askJson('facets', '/v1/facets', [...this.question.conditions, ['columns', columns], ['most', '12']]);
-      this.#facets = answer.facets;
+      const answer = await askJson(`facets ${columns[0]}`, '/v1/facets', [...this.question.conditions, ['columns', columns.join(',')], ['most', '12']]);
+      Object.assign(this.#facets, answer.facets);
       this.#show();
-      this.dispatchEvent(new CustomEvent('counted', { detail: answer }));
     } catch (error) {
-      if (isCancelled(error)) return;
+      if (isCancelled(error)) return false;
       tell(/** @type {Error} */ (error).message);
     }
-    this.root.classList.remove('waiting');
+    return true;
   }
 
   #show() {
@@ -68,11 +73,10 @@ export class Facets extends EventTarget {
     const label = column === 'object' ? make('span', { class: 'path' }, make('i', { class: `swatch ${colourOf(String(value))}` }), kindText(text)) : pathText(text, 200);
     const narrow = make('button', {
       type: 'button', class: 'narrow', 'aria-pressed': String(on), 'data-facet': `${column}+${text}`, title: text,
-      'aria-label': `${on ? 'No longer only' : 'Only'} ${text}, ${numberText(count)}`,
       onclick: () => (on ? this.question.remove(parameter) : this.question.add(parameter)),
-    }, bar, label, make('span', { class: 'count' }, numberText(count)));
+    }, bar, make('span', { class: 'unseen' }, 'Only '), label, ' ', make('span', { class: 'count' }, numberText(count)));
     const without = make('button', {
-      type: 'button', class: 'exclude', 'aria-pressed': String(off), 'data-facet': `${column}-${text}`, title: 'Exclude', 'aria-label': `Exclude ${text}`,
+      type: 'button', class: 'exclude', 'aria-pressed': String(off), 'data-facet': `${column}-${text}`, title: 'Exclude', 'aria-label': `Exclude ${column === 'object' ? kindText(text) : text}`,
       onclick: () => (off ? this.question.remove(exclude) : this.question.add(exclude)),
     }, '−');
     return make('li', {}, narrow, without);

@@ -135,21 +135,22 @@ export class Histogram extends EventTarget {
     const right = this.#width - margin.right;
     const stacked = d3.stack().keys(keys).value((/** @type {Bucket} */ bucket, /** @type {string} */ key) => bucket.counts[key] ?? 0)(answer.buckets);
     const clip = (/** @type {number} */ at) => Math.max(left, Math.min(right, at));
+    const within = (/** @type {Bucket} */ bucket) => this.#x(Number(new Date(bucket.at)) + answer.width * 1000) >= left && this.#x(new Date(bucket.at)) <= right;
     const edges = (/** @type {Bucket} */ bucket) => {
       const at = Number(new Date(bucket.at));
-      const from = clip(this.#x(at));
-      return [from, Math.max(0, clip(this.#x(at + answer.width * 1000)) - from)];
+      const from = Math.min(right - 2, clip(this.#x(at)));
+      return [from, Math.max(2, clip(this.#x(at + answer.width * 1000)) - from - 1)];
     };
     const layers = this.bars.selectAll('g').data(stacked, (/** @type {any} */ layer) => layer.key);
     layers.exit().remove();
     layers.enter().append('g').merge(layers).order().attr('class', (/** @type {any} */ layer) => colourOf(layer.key))
       .each((/** @type {any} */ layer, /** @type {number} */ index, /** @type {any} */ groups) => {
-        const filled = layer.filter((/** @type {any} */ piece) => piece[1] > piece[0] && edges(piece.data)[1] > 0);
+        const filled = layer.filter((/** @type {any} */ piece) => piece[1] > piece[0] && within(piece.data));
         const bars = d3.select(groups[index]).selectAll('rect').data(filled);
         bars.exit().remove();
         bars.enter().append('rect').merge(bars)
           .attr('x', (/** @type {any} */ piece) => edges(piece.data)[0])
-          .attr('width', (/** @type {any} */ piece) => Math.max(1.5, edges(piece.data)[1] - 1))
+          .attr('width', (/** @type {any} */ piece) => edges(piece.data)[1])
           .attr('y', (/** @type {any} */ piece) => y(piece[1]))
           .attr('height', (/** @type {any} */ piece) => Math.max(0.5, y(piece[0]) - y(piece[1])));
       });
