@@ -323,7 +323,8 @@ void Agent::TellManager() {
         toldReady_ = true;
         log_.Say("ready: " +
                  (socketPath_.empty() ? "port " + std::to_string(config_->httpPort) : socketPath_) +
-                 ", store " + config_->storePath);
+                 ", store " + config_->storePath +
+                 (webServer_ ? ", page 127.0.0.1:" + std::to_string(webServer_->Port()) : ""));
         NotifyManager("READY=1");
     } else if (!toldReady_ && now >= nextExtension_) {
         NotifyManager("EXTEND_TIMEOUT_USEC=30000000");

@@ -1,6 +1,7 @@
 #include "agent/web/pageroutes.h"
 
 #include "agent/access.h"
+#include "agent/parameters.h"
 #include "agent/web/eventways.h"
 #include "agent/web/webrange.h"
 #include "common/jsontext.h"
@@ -61,10 +62,11 @@ void TellPage(WebParts& parts, HttpRequest& request, const IHttpHandler::Answer&
         ",\"store\":" + wm::JsonString(parts.storePath) + ",\"columns\":" + ColumnsJson() +
         ",\"objects\":" + NamesJson(ZEL::Schema::ObjectTypes()) +
         ",\"actions\":" + NamesJson(ZEL::Schema::ActionTypes());
+    if (Parameter(request.head.query, "range") != "1")
+        return answer({200, "application/json", facts + "}\n", {}});
     AskedQuestion question{"", AnswerForm::lines};
     question.work = [&parts, facts](QuestionWork& work) {
-        const EventRange range =
-            parts.isWritable ? RangeOf(parts.store) : WalkedRangeOf(work, parts.events.Context());
+        const EventRange range = RangeOf(work, parts.events.Context());
         work.Write(facts + ",\"first\":" + TimeJson(range.first) +
                    ",\"last\":" + TimeJson(range.last) + "}\n");
     };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "agent/web/countchanges.h"
@@ -114,7 +115,7 @@ int RunWeb(const WebOptions& options) {
     StoreSession store(Terminal());
     if (!FindStore(StoreNeed::reading, &directory) || !store.Open(StoreNeed::reading))
         return exitCode::noStore;
-    const bool isServed = Serve(options, store, directory);
+    const bool isServed = Serve(options, store, std::filesystem::absolute(directory));
     store.Close();
     return isServed ? exitCode::done : exitCode::noStore;
 }
