@@ -82,11 +82,20 @@ bool IsOwnName(std::string_view host) {
     return ZEL::EqualsNoCase(name, "localhost") || name == "127.0.0.1" || name == "[::1]";
 }
 
-bool IsOwnPage(const HttpHead& head) {
-    const bool isSameSite =
-        head.fetchSite.empty() || head.fetchSite == "none" || head.fetchSite == "same-origin";
-    return isSameSite && (head.origin.empty() || head.origin == "http://" + head.host);
+bool IsOwnOrigin(const HttpHead& head) {
+    return head.origin.empty() || head.origin == "http://" + head.host;
 }
+
+bool IsOwnSite(const HttpHead& head) {
+    return head.fetchSite.empty() || head.fetchSite == "none" || head.fetchSite == "same-origin";
+}
+
+// For who follows a link that stands elsewhere, such as in a file or a mail: on a way that began
+// there the browser would keep the cookie back. From this page on the way is the page's own.
+constexpr std::string_view hop =
+    "<!doctype html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
+    "<meta http-equiv=\"refresh\" content=\"0;url=/\">\n<title>zel</title>\n"
+    "<p><a href=\"/\">The page</a></p>\n</html>\n";
 
 // Cookies know no ports, so that each server has a name of its own.
 std::string CookieName(const HttpHead& head) {
@@ -158,7 +167,10 @@ HttpReply WebRoutes::Open(const HttpHead& head) {
         return refusal;
     }
     HttpReply reply = PlainReply(303, "the page is at /");
-    reply.headers.emplace_back("Location", "/");
+    if (IsOwnSite(head))
+        reply.headers.emplace_back("Location", "/");
+    else
+        reply = {200, "text/html; charset=utf-8", std::string(hop), {}};
     reply.headers.emplace_back(
         "Set-Cookie", CookieName(head) + "=" + *cookie + "; HttpOnly; SameSite=Strict; Path=/");
     return reply;
@@ -167,7 +179,7 @@ HttpReply WebRoutes::Open(const HttpHead& head) {
 std::optional<HttpReply> WebRoutes::RefuseUncounted(const HttpHead& head) {
     if (!IsOwnName(head.host))
         return PlainReply(421, "this is not " + (head.host.empty() ? "that host" : head.host));
-    if (!IsOwnPage(head))
+    if (!IsOwnOrigin(head) || (!IsOwnSite(head) && head.path != "/open"))
         return PlainReply(403, "other pages have no access");
     if (head.path == "/open")
         return Open(head);
@@ -204,7 +216,13 @@ void WebRoutes::Handle(HttpRequest request, Answer answer) {
     const WebRoute* const route = FindRoute(request.head.path);
     const Answer finish = [this, name = NameOf(request.head.path),
                            answer = std::move(answer)](HttpReply reply) {
-        if (!reply.stream)
+        if (reply.statusOf)
+            reply.statusOf = [this, name, of = std::move(reply.statusOf)](const AnswerStream& all) {
+                const int status = of(all);
+                parts_.host.CountRequest(name, status);
+                return status;
+            };
+        else
             parts_.host.CountRequest(name, reply.status);
         Protect(&reply);
         answer(std::move(reply));

@@ -1,9 +1,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -26,16 +29,59 @@ namespace zel {
 
 namespace {
 
+constexpr const char* fileName = "zel-web.html";
+
+// Everybody on the machine sees what programs are called with, and could be faster with the link
+// than the browser. So the browser is called with a file that nobody else can read and that leads
+// to it. Empty where the user has no folder for such files, as without a desktop.
+std::string FileThatLeadsTo(const std::string& link) {
+    constexpr mode_t ofOthers = 0077, ownerOnly = 0600;
+    const char* const folder = std::getenv("XDG_RUNTIME_DIR");
+    struct stat info {};
+    if (folder == nullptr || ::lstat(folder, &info) != 0 || !S_ISDIR(info.st_mode) ||
+        info.st_uid != ::geteuid() || (info.st_mode & ofOthers) != 0)
+        return "";
+    const std::string file = std::string(folder) + "/" + fileName;
+    const std::string text =
+        "<!doctype html>\n<meta charset=\"utf-8\">\n<meta http-equiv=\"refresh\" "
+        "content=\"0;url=" +
+        link + "\">\n<title>zel</title>\n";
+    ::unlink(file.c_str());
+    const int descriptor =
+        ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ownerOnly);
+    const bool isWritten = descriptor >= 0 && ::write(descriptor, text.data(), text.size()) ==
+                                                  static_cast<ssize_t>(text.size());
+    if (descriptor >= 0)
+        ::close(descriptor);
+    return isWritten ? file : "";
+}
+
+// Away from this terminal: what is typed there, such as Ctrl-C, is not for the browser.
+void Detach(posix_spawnattr_t* attributes) {
+    sigset_t usual;
+    ::sigemptyset(&usual);
+    ::sigaddset(&usual, SIGPIPE);
+    ::posix_spawnattr_setsigdefault(attributes, &usual);
+    ::posix_spawnattr_setpgroup(attributes, 0);
+    ::posix_spawnattr_setflags(attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+}
+
 // The browser's affair from there on. That there is none is no failure: the link is printed.
 void OpenInBrowser(const std::string& link) {
-    std::string program = "xdg-open", address = link;
-    char* const arguments[] = {program.data(), address.data(), nullptr};
+    std::string program = "xdg-open", file = FileThatLeadsTo(link);
+    if (file.empty())
+        return;
+    char* const arguments[] = {program.data(), file.data(), nullptr};
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         ::posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
+    posix_spawnattr_t attributes;
+    ::posix_spawnattr_init(&attributes);
+    Detach(&attributes);
     pid_t child = 0;
-    ::posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
+    ::posix_spawnp(&child, program.c_str(), &actions, &attributes, arguments, environ);
+    ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
 }
 
