@@ -1,5 +1,6 @@
 // The pictures of docs/timeline.md, made anew: node tests/web/pictures.js, or scripts/test --web --pictures.
 
+import { execFileSync } from 'node:child_process';
 import { join } from 'node:path';
 import test from 'node:test';
 import { incident } from './events.js';
@@ -12,13 +13,14 @@ test('pictures', async (whole) => {
   const browser = await browse(whole);
   const page = await open(whole, browser, service.link(), { viewport: { width: 1280, height: 760 } });
   await page.screenshot({ path: picture('timeline') });
-  await ask(page, '--since 2023-07-20 --until 2023-07-20');
+  await ask(page, { since: '2023-07-20', until: '2023-07-20' });
   await page.locator('#list .row', { hasText: 'WINWORD.EXE' }).filter({ hasText: 'powershell.exe' }).first().click();
   await page.locator('#event .tree text').first().waitFor();
   await page.locator('#event details', { hasText: 'Processes' }).first().scrollIntoViewIfNeeded();
   await page.screenshot({ path: picture('timeline-event') });
   const narrow = await open(whole, browser, service.link(), { viewport: { width: 400, height: 760 }, colorScheme: 'dark' });
-  await ask(narrow, '--since 2023-07-19');
+  await ask(narrow, { since: '2023-07-19' });
   await settled(narrow);
   await narrow.screenshot({ path: picture('timeline-narrow') });
+  for (const name of ['timeline', 'timeline-event', 'timeline-narrow']) execFileSync('pngquant', ['--force', '--ext', '.png', '64', picture(name)]);
 });

@@ -112,7 +112,7 @@ export async function open(test, browser, link, options = {}) {
   page.on('pageerror', (error) => faults.push(error.stack));
   page.on('console', (message) => { if (message.type() === 'error' && !/status of (400|403)/.test(message.text())) faults.push(message.text()); });
   test.after(() => assert.deepEqual(faults, []));
-  page.setDefaultTimeout(options.patience ?? 60_000);
+  page.setDefaultTimeout(options.patience ?? 20_000);
   await page.goto(link);
   await settled(page);
   return page;
@@ -124,10 +124,21 @@ export async function settled(page) {
   await page.waitForFunction(() => !document.querySelector('.waiting, .row.missing:not([hidden])') && /\d|Nothing/.test(document.getElementById('counted')?.textContent ?? ''));
 }
 
-/** Asks the search line. */
-export async function ask(page, line) {
+/** Asks by the search line. */
+export async function search(page, line) {
   await page.locator('#line').fill(line);
   await page.locator('#line').press('Enter');
+  await page.waitForFunction((wanted) => document.getElementById('line-error')?.textContent || (document.getElementById('conditions')?.childElementCount > 0) === wanted, line !== '');
+  assert.equal(await page.locator('#line-error').textContent(), '');
+  await settled(page);
+}
+
+/** Asks by the address. */
+export async function ask(page, conditions) {
+  await page.evaluate((address) => {
+    document.querySelector('dialog[open]')?.close();
+    location.hash = address;
+  }, String(new URLSearchParams(conditions)));
   await settled(page);
 }
 

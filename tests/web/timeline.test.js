@@ -5,7 +5,7 @@ import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
 import { hostile, incident, ordinary, script } from './events.js';
-import { accessible, ask, browse, counted, folderOf, ingest, lines, open, picture, request, rows, serve, settled } from './support.js';
+import { accessible, ask, browse, counted, folderOf, ingest, lines, open, picture, request, rows, search, serve, settled } from './support.js';
 
 const sample = 'examples/events.ndjson.xz';
 
@@ -30,20 +30,20 @@ scenario('a link opens once, and other places are refused', async ({ service, pa
 scenario('all is counted, and three questions are answered without a manual', async ({ page }) => {
   assert.equal(await counted(page), 2038);
   await page.screenshot({ path: picture('timeline') });
-  await ask(page, "winword --action launch");
+  await search(page, 'winword --action launch');
   const started = await rows(page);
   assert.ok(started.some((row) => /WINWORD\.EXE.*powershell\.exe/.test(row)), started.join('\n'));
   await page.locator('#list .row', { hasText: 'powershell.exe -nop' }).first().click();
   await page.locator('#event .tree text', { hasText: 'regsvr32.exe' }).waitFor();
   await page.screenshot({ path: picture('event') });
-  await ask(page, "--object network --where 'actor_path ends \\powershell.exe' --since 2023-07-20 --until 2023-07-20");
+  await search(page, "--object network --where 'actor_path ends \\powershell.exe' --since 2023-07-20 --until 2023-07-20");
   assert.match((await rows(page)).join('\n'), /203\.0\.113\.77:443/);
-  await ask(page, "--object reg_value --target-path '*\\CurrentVersion\\Run\\*' --until 2023-07-20");
+  await search(page, "--object reg_value --target-path '*\\CurrentVersion\\Run\\*' --until 2023-07-20");
   assert.match((await rows(page)).join('\n'), /OneDriveUpdate.*regsvr32\.exe \/s C:\\Users\\anna/);
 });
 
 scenario('pulling over the bars narrows to a time, which the address keeps', async ({ whole, service, browser, page }) => {
-  await ask(page, '');
+  await ask(page, {});
   const box = await page.locator('#histogram').boundingBox();
   await page.mouse.move(box.x + box.width * 0.97, box.y + 60);
   await page.mouse.down();
@@ -64,6 +64,7 @@ scenario('pulling over the bars narrows to a time, which the address keeps', asy
 });
 
 scenario('facets narrow and exclude as zel query does', async ({ service, page }) => {
+  await ask(page, {});
   const facets = page.getByRole('region', { name: 'Facets' });
   await facets.getByRole('button', { name: /^Only reg value/ }).click();
   await settled(page);
@@ -71,14 +72,15 @@ scenario('facets narrow and exclude as zel query does', async ({ service, page }
   await settled(page);
   const found = lines('--socket', service.socket, 'query', '-o', 'ndjson', '--object', 'reg_value', '--where', 'action != set');
   assert.equal(await counted(page), found.length);
-  assert.match(await page.locator('#command').textContent(), /--object reg_value.*action != set/);
-  assert.match(await page.locator('#conditions').textContent(), /reg_value.*key/);
+  await page.locator('#command', { hasText: /--object reg_value.*action != set/ }).waitFor();
+  await page.locator('#conditions', { hasText: /reg_value.*key/ }).waitFor();
   await page.getByRole('button', { name: 'Remove all' }).click();
   await settled(page);
   assert.equal(await counted(page), 2038);
 });
 
 scenario('an error in a search is told with its place, and words are completed', async ({ page }) => {
+  await ask(page, {});
   const line = page.locator('#line');
   await line.fill('--object process --action lunch');
   await line.press('Enter');
@@ -98,10 +100,11 @@ scenario('an error in a search is told with its place, and words are completed',
   await line.press('Enter');
   assert.equal((await line.inputValue()).trim(), '--object network');
   await line.press('Escape');
-  await ask(page, '');
+  await ask(page, {});
 });
 
 scenario('keys move through the list, open and close', async ({ page }) => {
+  await ask(page, {});
   await page.locator('#list').focus();
   await page.keyboard.press('End');
   await settled(page);
@@ -126,7 +129,7 @@ scenario('keys move through the list, open and close', async ({ page }) => {
 });
 
 scenario('what is hostile stays text', async ({ page }) => {
-  await ask(page, '--since 2023-07-21 --action launch');
+  await ask(page, { since: '2023-07-21', action: 'launch' });
   await page.locator('#list .body .row:visible').first().click();
   await page.locator('#event .facts').waitFor();
   const facts = await page.locator('#event .facts').textContent();
@@ -140,7 +143,7 @@ scenario('what is hostile stays text', async ({ page }) => {
 });
 
 scenario('a verdict is kept in the store, with its author', async ({ service, page }) => {
-  await ask(page, "--object reg_value --target-path '*\\Run\\OneDriveUpdate'");
+  await ask(page, { object: 'reg_value', target_path: '*\\Run\\OneDriveUpdate' });
   await page.locator('#list .body .row:visible').first().click();
   await page.getByLabel('What it is').selectOption('verdict');
   await page.getByLabel('Text', { exact: true }).fill('malicious <b>');
@@ -159,7 +162,7 @@ scenario('a verdict is kept in the store, with its author', async ({ service, pa
 });
 
 scenario('what is shown goes out as files and as a report', async ({ page }) => {
-  await ask(page, '--since 2023-07-20 --until 2023-07-20');
+  await ask(page, { since: '2023-07-20', until: '2023-07-20' });
   await page.locator('#list').focus();
   for (const key of ['Home', 'm', 'j', 'm']) await page.keyboard.press(key);
   await page.getByRole('button', { name: 'Save…' }).click();
@@ -178,9 +181,9 @@ scenario('what is shown goes out as files and as a report', async ({ page }) => 
 });
 
 scenario('new events flow in, and are held in the store while paused', async ({ service, page }) => {
-  await ask(page, '--object file');
+  await ask(page, { object: 'file' });
   const before = await counted(page);
-  await page.getByRole('button', { name: 'Live' }).click();
+  await page.getByRole('button', { name: 'Live', exact: true }).click();
   await page.locator('#status', { hasText: 'Live' }).waitFor();
   const fresh = [...ordinary(20, new Date())].filter(({ artifacts }) => artifacts.target.object_type === 'file');
   await service.bring(fresh.slice(0, 4));
@@ -194,7 +197,7 @@ scenario('new events flow in, and are held in the store while paused', async ({ 
   await page.screenshot({ path: picture('live') });
   await page.getByRole('button', { name: 'Go on' }).click();
   await page.locator('#events-title', { hasText: String(before + 6) }).waitFor();
-  await page.getByRole('button', { name: 'Live' }).click();
+  await page.getByRole('button', { name: 'Live', exact: true }).click();
 });
 
 scenario('it is accessible, wide and narrow, light and dark, in German and English', async ({ whole, service, browser }) => {
@@ -204,7 +207,7 @@ scenario('it is accessible, wide and narrow, light and dark, in German and Engli
     ['narrow-light', { viewport: { width: 400, height: 800 }, locale: 'en-US' }, /07\/21\/2023, 10:00:01\.000/],
     ['narrow-dark', { viewport: { width: 400, height: 800 }, colorScheme: 'dark' }, /21\/07\/2023/]]) {
     const own = await open(whole, browser, service.link(), options);
-    await ask(own, '--until 2023-07-22');
+    await ask(own, { until: '2023-07-22' });
     assert.match((await rows(own)).join('\n'), date);
     assert.ok(await own.evaluate(() => document.documentElement.scrollWidth <= innerWidth), `${name} is wider than its window`);
     await accessible(own);
@@ -221,7 +224,7 @@ scenario('it is accessible, wide and narrow, light and dark, in German and Engli
 });
 
 scenario('times are those of the zone that is wanted', async ({ page }) => {
-  await ask(page, '--since 2023-07-21 --until 2023-07-21');
+  await ask(page, { since: '2023-07-21', until: '2023-07-21' });
   assert.match((await rows(page))[0], /10:00:01/);
   await page.getByRole('button', { name: 'UTC' }).click();
   assert.match((await rows(page))[0], /12:00:01/);

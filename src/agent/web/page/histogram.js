@@ -11,6 +11,7 @@ import { axisText, lengthText, momentText, numberText, roughText } from './times
 
 const margin = { top: 8, right: 26, bottom: 22, left: 46 };
 const height = 150;
+const leastSpan = 2000;
 
 export class Histogram extends EventTarget {
   /** @type {HistogramAnswer|null} */
@@ -118,8 +119,10 @@ export class Histogram extends EventTarget {
     this.svg.attr('width', this.#width);
     const from = new Date(answer.from ?? Date.now() - 86400e3);
     const until = new Date(answer.until ?? Date.now());
+    // One event alone still has something at its sides.
+    const beside = Math.max(0, (leastSpan - (Number(until) - Number(from))) / 2);
     this.#x = (this.question.utc ? d3.scaleUtc() : d3.scaleTime())
-      .domain([from, until > from ? until : new Date(Number(from) + 1000)])
+      .domain([new Date(Number(from) - beside), new Date(Number(until) + beside)])
       .range([margin.left, this.#width - margin.right]);
     this.#paint();
     this.#pullable();
@@ -222,7 +225,7 @@ export class Histogram extends EventTarget {
     const span = Number(until) - Number(from);
     const range = answer.from ? `${roughText(from, this.question.utc, span)} – ${roughText(until, this.question.utc, span)}` : '';
     const counted = `${numberText(answer.total)} ${answer.total === 1 ? 'event' : 'events'}`;
-    part('counted').replaceChildren(make('b', {}, counted), make('span', {}, range), make('span', {}, answer.from ? `a bar is ${lengthText(answer.width)}` : ''));
+    part('counted').replaceChildren(make('b', {}, counted), make('span', {}, range), make('span', {}, answer.from && answer.width >= 1 ? `a bar is ${lengthText(answer.width)}` : ''));
     this.svg.attr('aria-label', `${counted}, ${range}. ${answer.buckets.length} bars of ${lengthText(answer.width)}.`);
     part('legend').replaceChildren(...inOrder(answer.keys).map((key) => make('li', {}, make('i', { class: `swatch ${colourOf(key)}` }), shown(kindText(key)))));
     const within = (answer.gaps ?? []).filter((gap) => new Date(gap.until) >= from && new Date(gap.from) <= until);

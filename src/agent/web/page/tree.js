@@ -52,12 +52,13 @@ export function processTree(answer, utc, open) {
     .attr('class', (/** @type {any} */ one) => `node${one.data.node.here ? ' here' : ''}${one.data.node.key ? ' known' : ''}`);
   items.append('rect').attr('height', lineHeight - 2).attr('y', 1).attr('width', '100%').attr('rx', 3);
   items.append('circle').attr('cx', 7).attr('cy', 12).attr('r', 3.5);
+  const wordsOf = (/** @type {any} */ one) => [`${one.data.node.here ? '► ' : ''}${nameOf(one.data.node)}`, ` ${shown(one.data.node.command ?? '').slice(0, 160)}`];
   const texts = items.append('text').attr('x', 16).attr('y', 16);
-  texts.append('tspan').attr('class', 'name').text((/** @type {any} */ one) => `${one.data.node.here ? '► ' : ''}${nameOf(one.data.node)}`);
-  texts.append('tspan').attr('class', 'command').attr('dx', 8).text((/** @type {any} */ one) => shown(one.data.node.command ?? '').slice(0, 160));
+  texts.append('tspan').attr('class', 'name').text((/** @type {any} */ one) => wordsOf(one)[0]);
+  texts.append('tspan').attr('class', 'command').attr('dx', 8).text((/** @type {any} */ one) => wordsOf(one)[1]);
   items.append('title').text((/** @type {any} */ one) => titleOf(one.data.node, utc));
   items.filter((/** @type {any} */ one) => one.data.node.key).attr('role', 'button').attr('tabindex', 0)
-    .attr('aria-label', (/** @type {any} */ one) => `${nameOf(one.data.node)}, level ${one.depth}${one.data.node.here ? ', this process' : ''}`)
+    .attr('aria-label', (/** @type {any} */ one) => `${wordsOf(one).join('')}, level ${one.depth}`)
     .on('click', (/** @type {any} */ one) => open(one.data.node.key))
     .on('keydown', (/** @type {any} */ one) => { if (d3.event.key === 'Enter' || d3.event.key === ' ') { d3.event.preventDefault(); open(one.data.node.key); } });
   if (answer.cut || answer.nodes.length > nodes.length) holder.append(make('p', { class: 'none' }, 'The tree has more processes than are shown.'));
