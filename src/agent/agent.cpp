@@ -270,7 +270,9 @@ bool Agent::Listen() {
     }
     access_.Replace(std::move(access));
     questions_ = std::make_unique<Questions>(*store_, QuestionLimitsOf(*config_.Now()), reports_);
-    events_ = std::make_unique<EventWays>(*questions_, tools_.ask, *changes_);
+    events_ = std::make_unique<EventWays>(
+        *questions_, tools_, *changes_,
+        [this](std::string_view event) { return hunt_->Explain(event); });
     parts_ = std::unique_ptr<AgentParts>(new AgentParts{
         config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_, *questions_,
         tools_.ask, *followers_, *hunt_, *events_, wm::FormatUtc(wm::Clock().UtcNow()),

@@ -3,6 +3,12 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "agent/agentlog.h"
 #include "agent/alerts.h"
@@ -26,12 +32,17 @@ public:
 
     RuleWatch::Counts Hits() const { return watch_.Count(); }
     Alerts::Counts Told() const { return alerts_.Count(); }
+    // Why the rules of this moment fit an event, in lines, by their identifiers, or by
+    // their titles where they have none.
+    std::map<std::string, std::vector<std::string>> Explain(std::string_view event) const;
     std::uint64_t Refused() const noexcept { return refused_; }
 
 private:
     AgentLog& log_;
     Alerts alerts_;
     RuleWatch watch_;
+    mutable std::mutex rulesMutex_;
+    std::shared_ptr<const RuleSet> rules_;
     std::atomic<std::uint64_t> refused_{0};
 };
 

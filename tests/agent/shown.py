@@ -112,6 +112,36 @@ def check_lists(zel, page, conditions, events):
                       ([row["key"] for row in rows], end["more"]))
 
 
+def check_words(zel, service):
+    def ask(line, **own):
+        status, body, _ = service.ask("GET", "/v1/words?" + urllib.parse.urlencode({"line": line, **own}))
+        return status, json.loads(body)
+
+    for line, parameters, command in (
+            ("", [], "zel query"),
+            ("--object file --where 'user != O'\\''Brien'", [["object", "file"], ["where", "user != O'Brien"]],
+             "zel query --object file --where 'user != O'\\''Brien'"),
+            ("zel query --since=-2h --target-path C:\\a\\*", [["since", "-2h"], ["target_path", "C:\\a\\*"]],
+             "zel query --since=-2h --target-path 'C:\\a\\*'"),
+            ("power shell --user \"a b\" x", [["grep", "power shell"], ["user", "a b"], ["grep", "x"]],
+             "zel query --grep 'power shell' --user 'a b' --grep x"),
+            ("--no-live-enriched --rule 'a b'", [["no_live_enriched", ""], ["rule", "a b"]],
+             "zel query --no-live-enriched  # --rule 'a b'")):
+        status, words = ask(line)
+        zel.check(f"words of {line}", (200, parameters, command), (status, words.get("parameters"), words.get("command")))
+    decided = ask("--object file --user x --where 'dst_ip = 10.0.0.1' --where 'user = y'")[1]["decided"]
+    zel.check("decided", (2, 3), (len(decided["key"]), len(decided["text"])))
+    for line, at in (("--object process --action lunch", 26), ("--objekt x", 0), ("--where 'user is x'", 14), ("a 'b", 2),
+                     ("--since 2026-13-01", 13), ("--object", 0), ("--sort", 0), ("--object file --pattern '(' x", 25)):
+        status, words = ask(line)
+        zel.check(f"error in {line}: {words}", (400, at), (status, words.get("at")))
+    for line, at, offered in (("--obj", None, (0, "--object")), ("--object netw", None, (9, "network")), ("--where act", 11, (8, "'action ")),
+                              ("--where 'action ", None, (16, "= ")), ("--where 'object = fi", None, (18, "file'")),
+                              ("--user ", None, (7, "--user")), ("--level hi --sort", 10, (8, "high"))):
+        completions = ask(line, at=len(line) if at is None else at)[1]["completions"]
+        zel.check(f"completions of {line}", offered != (7, "--user"), offered in [(one["from"], one["text"]) for one in completions])
+
+
 def mark_events(zel):
     """All rows, and the marks of those that rules fit."""
     zel.check("hunt", 0, zel.run("hunt", "-", "--enrich", "-o", "ndjson", given=RULES.encode()).returncode)
@@ -196,6 +226,7 @@ def main(program, sample):
                 check_counts(zel, page, conditions, events)
                 check_lists(zel, page, conditions, events)
             check_marked(zel, page, rows, marked)
+            check_words(zel, service)
         with Service(zel) as service:
             page = Page(zel, service)
             service.await_stored()

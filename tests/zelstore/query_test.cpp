@@ -57,6 +57,51 @@ protected:
     HRESULT batchAnswer_ = hr::ok;
 };
 
+// Takes rows where they stand.
+class RowCallback final : public IQueryCallback, public IQueryRows {
+public:
+    TobResult QueryInterface(const GUID& iid, void** out) override {
+        *out = iid == iidQueryRows ? static_cast<IQueryRows*>(this) : nullptr;
+        return *out != nullptr ? TOB_OK : TOBERR_NO_INTERFACE;
+    }
+    std::int64_t AddRef() override { return 2; }
+    std::int64_t Release() override { return 1; }
+    HRESULT OnQueryResults(HRESULT, IValueCollection*, bool isFinal, bool, IStringValue*,
+                           std::int32_t) override {
+        batches += isFinal ? 0 : 1;
+        return hr::ok;
+    }
+    HRESULT OnQueryRow(const QueryRow& row) override {
+        keys.emplace_back(row.key);
+        rest.push_back(std::string(row.text) + std::string(row.enrichments));
+        return keys.size() == most ? hr::nothingToDo : hr::ok;
+    }
+
+    std::size_t most = 100, batches = 0;
+    std::vector<std::string> keys, rest;
+};
+
+TEST_F(QueryTest, RowsComeOnceWithTheirKeysToWhoTakesThem) {
+    const std::string enrichment = R"({"x":1})";
+    ASSERT_EQ(store_->InsertSilent(Str(Key(1) + "<silent_sequence>0000000001").Get(),
+                                   Str(enrichment).Get()),
+              hr::ok);
+    Flush();
+    const std::string both = From(0, R"(,"action":["create"])") + "," + From(0);
+    RowCallback all;
+    EXPECT_EQ(
+        store_->Query(Str(Query(both, R"(,"include_enrichments":true)")).Get(), &all, nullptr),
+        hr::ok);
+    EXPECT_EQ(all.keys, (std::vector<std::string>{Key(0), Key(1), Key(2), Key(3), Key(4)}));
+    EXPECT_EQ(all.rest[0], Value(0));
+    EXPECT_EQ(all.rest[1], Value(1) + "[" + enrichment + "]");
+    RowCallback few;
+    few.most = 2;
+    EXPECT_EQ(store_->Query(Str(Query(From(1))).Get(), &few, nullptr), hr::ok);
+    EXPECT_EQ(few.keys, (std::vector<std::string>{Key(1), Key(2)}));
+    EXPECT_EQ(all.batches + few.batches, 0u);
+}
+
 TEST_F(QueryTest, LimitsCountOverAllSubQueries) {
     const std::string two = From(0, R"(,"end_time":{"value":")" + Time(1) + "\"}");
     const struct {

@@ -78,6 +78,7 @@ public:
             AddOne(ask_.kinds[i], counts_[i], row, head, isRead);
     }
     void Write(RecordWriter& writer) const;
+    void Show(ShownValues& seen) const;
     std::uint64_t Total() const noexcept { return total_; }
 
 private:
@@ -173,6 +174,18 @@ void Facets::Write(RecordWriter& writer) const {
     writer.EndObject();
 }
 
+void Facets::Show(ShownValues& seen) const {
+    constexpr std::size_t most = 200;
+    for (std::size_t i = 0; i < counts_.size(); ++i) {
+        std::vector<std::string> values;
+        std::uint64_t others = 0;
+        for (ValueCounts::Counted& value : counts_[i].Most(most, &others))
+            values.push_back(std::move(value.value));
+        const FacetRow& row = RowOf(ask_.kinds[i]);
+        seen.Put(row.column.empty() ? row.name : row.column, std::move(values));
+    }
+}
+
 std::string NameOf(const EventQuestion& question, const FacetsAsk& ask) {
     std::string name = "facets " + std::to_string(ask.most) + " ";
     for (const FacetKind kind : ask.kinds)
@@ -220,6 +233,7 @@ void AnswerFacets(QuestionWork& work, const CountContext& context, EventQuestion
             facets.Add(row, head);
             return ZEL::hr::ok;
         });
+    facets.Show(context.seen);
     const bool isComplete = Succeeded(result) && !work.IsOver() && work.NotRead() == "[]";
     auto body = std::make_shared<Body>();
     RecordWriter writer(body.get());

@@ -1,5 +1,6 @@
 #include "agent/web/countgaps.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "records/eventtime.h"
@@ -17,6 +18,21 @@ std::string_view TextOf(RecordReader& reader, std::string_view name) {
 }
 
 }  // namespace
+
+void ShownValues::Put(std::string_view column, std::vector<std::string> values) {
+    constexpr std::size_t longest = 512, most = 200;
+    std::erase_if(values, [](const std::string& value) { return value.size() > longest; });
+    values.resize(std::min(values.size(), most));
+    const std::lock_guard hold(mutex_);
+    if (!values.empty())
+        values_[std::string(column)] = std::move(values);
+}
+
+std::vector<std::string> ShownValues::Of(std::string_view column) {
+    const std::lock_guard hold(mutex_);
+    const auto found = values_.find(column);
+    return found != values_.end() ? found->second : std::vector<std::string>();
+}
 
 std::optional<EventGap> GapReader::Read(const ZEL::QueryRow& row, const EventKeyHead& head) {
     if (head.object != "etw" || head.action != "generic" || !reader_.Read(row.text) ||

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,11 +30,28 @@ private:
     RecordReader reader_;
 };
 
+// Values of columns that were counted lately, to be offered to who types. Any thread.
+class ShownValues {
+public:
+    void Put(std::string_view column, std::vector<std::string> values);
+    std::vector<std::string> Of(std::string_view column);
+
+private:
+    std::mutex mutex_;
+    std::map<std::string, std::vector<std::string>, std::less<>> values_;
+};
+
+// Why rules fit an event, in lines, by what they are known by (RuleMark). Any thread.
+using ExplainRules =
+    std::function<std::map<std::string, std::vector<std::string>>(std::string_view event)>;
+
 // What an answer needs beside the store. All outlive it.
 struct CountContext {
     const AskByParameters& ask;
     IStoreChanges& changes;
     CountCache& cache;
+    ShownValues& seen;
+    const ExplainRules& explain;  // may be empty
 };
 
 // All gaps that are noted in the store; by one walk, unless it is known that there are no others

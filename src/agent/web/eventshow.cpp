@@ -48,11 +48,22 @@ bool IsJson(const std::string& text) {
     return parser.parse(text).error() == simdjson::SUCCESS;
 }
 
-void WriteHits(RecordWriter& writer, const std::string& enrichments) {
+// Rules that have changed since, or are not those of the service, are not explained.
+void WriteHits(RecordWriter& writer, const OneEvent& event, const CountContext& context) {
+    const std::vector<RuleMark> marks = RuleMarksIn(event.enrichments);
+    std::map<std::string, std::vector<std::string>> reasons;
+    if (!marks.empty() && context.explain)
+        reasons = context.explain(event.text);
     writer.Key("hits").BeginArray();
-    for (const RuleMark& mark : RuleMarksIn(enrichments)) {
+    for (const RuleMark& mark : marks) {
         writer.BeginObject().Key("id").Text(mark.id).Key("title").Text(mark.title);
-        writer.Key("level").Text(mark.level).Key("explain").Json("null").EndObject();
+        writer.Key("level").Text(mark.level).Key("explain");
+        const auto reason = reasons.find(mark.Name());
+        writer.BeginArray();
+        if (reason != reasons.end())
+            for (const std::string& line : reason->second)
+                writer.Text(line);
+        writer.EndArray().EndObject();
     }
     writer.EndArray();
 }
@@ -109,7 +120,7 @@ std::optional<std::string> FindEventText(QuestionWork& work, const std::string& 
     return event ? std::optional(std::move(event->text)) : std::nullopt;
 }
 
-void AnswerEvent(QuestionWork& work, const std::string& key) {
+void AnswerEvent(QuestionWork& work, const CountContext& context, const std::string& key) {
     const auto event = FindEvent(work, key);
     if (!event)
         return;
@@ -121,7 +132,7 @@ void AnswerEvent(QuestionWork& work, const std::string& key) {
     writer.BeginObject().Key("key").Text(key);
     writer.Key("record").Json(isRead ? event->text : "null");
     writer.Key("enrichments").Json(hasEnrichments ? event->enrichments : "[]");
-    WriteHits(writer, event->enrichments);
+    WriteHits(writer, *event, context);
     writer.Key("facts").BeginObject();
     for (const Column& column : Columns())
         if (const auto value =

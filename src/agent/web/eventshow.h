@@ -13,7 +13,7 @@ namespace zel {
 std::optional<std::string> FindEventText(QuestionWork& work, const std::string& key);
 
 // The event with all that was joined to it, as one object of JSON.
-void AnswerEvent(QuestionWork& work, const std::string& key);
+void AnswerEvent(QuestionWork& work, const CountContext& context, const std::string& key);
 
 enum class AroundBy { process, correlation, time };
 // The events next to it, as lines of a list; `ask` has everything but the moment and the test.

@@ -149,16 +149,15 @@ std::string ReadKey(OwnParameters& own) {
     return key;
 }
 
-// Nothing else may be asked beside a key.
-void RefuseRest(OwnParameters& own) {
+void RefuseRest(OwnParameters& own, const std::string& beside = "a key") {
     for (const auto& [name, value] : own.Rest())
-        own.Refuse(name + ": can't be asked beside a key");
+        own.Refuse(name + ": can't be asked beside " + beside);
 }
 
-Asked AskEvent(OwnParameters& own, const CountContext&) {
+Asked AskEvent(OwnParameters& own, const CountContext& context) {
     const std::string key = ReadKey(own);
     RefuseRest(own);
-    return {[key](QuestionWork& work) { AnswerEvent(work, key); }};
+    return {[key, &context](QuestionWork& work) { AnswerEvent(work, context, key); }};
 }
 
 Asked AskAround(OwnParameters& own, const CountContext& context) {
@@ -198,8 +197,30 @@ constexpr Way ways[] = {
 
 }  // namespace
 
+// Asks no store, so that it is answered at once.
+HttpReply EventWays::Words(Parameters parameters) {
+    constexpr std::uint64_t longest = 1U << 20;
+    std::string problem, json;
+    OwnParameters own(std::move(parameters), &problem);
+    const std::string line = own.Text("line");
+    std::optional<std::size_t> at;
+    const std::uint64_t asked = own.Number("at", 0, longest, longest);
+    if (asked < longest)
+        at = asked;
+    RefuseRest(own, "the line");
+    if (problem.empty() && !wm::IsUtf8(line))
+        problem = "line: not UTF-8";
+    if (!problem.empty())
+        return PlainReply(400, problem);
+    const bool isGood = words_(
+        line, at, [this](std::string_view column) { return seen_.Of(column); }, &json);
+    return {isGood ? 200 : 400, "application/json", std::move(json), {}};
+}
+
 HttpReply EventWays::Answer(std::string_view path, Parameters parameters) {
     const std::string_view way = path.substr(path.rfind('/') + 1);
+    if (way == "words")
+        return Words(std::move(parameters));
     const auto* const found = std::find_if(std::begin(ways), std::end(ways),
                                            [way](const Way& each) { return each.name == way; });
     if (found == std::end(ways))

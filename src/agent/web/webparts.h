@@ -2,7 +2,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "agent/asking/questions.h"
 #include "agent/http.h"
@@ -45,10 +48,19 @@ public:
 using MakeWebForm = std::function<std::unique_ptr<WebForm>(
     const std::string& form, const std::string& fields, std::string* problem)>;
 
+// A line that asks for events, as a person types it, in an object of JSON: as parameters, as a
+// command, and what may stand at a byte. False where the object tells why it can't be asked. Any
+// thread.
+using ReadWords =
+    std::function<bool(const std::string& line, std::optional<std::size_t> at,
+                       const std::function<std::vector<std::string>(std::string_view column)>& seen,
+                       std::string* json)>;
+
 // What the program knows of questions and their forms, and a service does not.
 struct WebTools {
     AskByParameters ask;
     MakeWebForm form;
+    ReadWords words;
 };
 
 // What the page's routes work with. All live as long as the server.

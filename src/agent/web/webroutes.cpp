@@ -38,6 +38,7 @@ constexpr WebRoute routes[] = {
     {"web_export", "/v1/export", "GET", Right::read, ExportEvents},
     {"web_report", "/v1/report", "POST", Right::read, MakeReport},
     {"web_notes", "/v1/notes", "POST", Right::annotate, TakeNote},
+    {"web_words", "/v1/words", "GET", Right::read, AnswerPageWay},
     {"web_histogram", "/v1/histogram", "GET", Right::read, AnswerPageWay},
     {"web_facets", "/v1/facets", "GET", Right::read, AnswerPageWay},
     {"web_list", "/v1/list", "GET", Right::read, AnswerPageWay},

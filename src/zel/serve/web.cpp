@@ -127,7 +127,7 @@ bool Serve(const WebOptions& options, StoreSession& store, const std::string& di
     CopyHost host;
     Questions questions(*store, QuestionLimits{}, HostReports());
     FileChanges changes(directory);
-    EventWays events(questions, tools.ask, changes);
+    EventWays events(questions, tools, changes);
     WebParts parts{*store, questions, events, tools, host, directory, ZEL_VERSION, false};
     WebRoutes routes(parts);
     std::atomic<std::uint64_t> connections{0};

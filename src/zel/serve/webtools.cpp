@@ -1,5 +1,6 @@
 #include "zel/serve/webtools.h"
 
+#include "zel/query/searchline.h"
 #include "zel/results/fields.h"
 #include "zel/results/resultform.h"
 
@@ -54,7 +55,11 @@ WebTools MakeWebTools(ReadParameters readParameters) {
         question->fits = std::move(asked.fits);
         return true;
     };
-    return {ask, MakeForm};
+    const ReadWords words = [readParameters](const auto& line, auto at, const auto& seen,
+                                             std::string* json) {
+        return AnswerSearchLine(line, at, readParameters, seen, json);
+    };
+    return {ask, MakeForm, words};
 }
 
 }  // namespace zel

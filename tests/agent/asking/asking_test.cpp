@@ -213,6 +213,58 @@ TEST_F(AskingTest, LinesEndWithOneThatTellsHow) {
     EXPECT_EQ(questions_->Ask({Document()}), nullptr);
 }
 
+// Counted where they stand; the walk ends with who asked for it.
+TEST_F(AskingTest, AQuestionMayMakeItsAnswerOfRows) {
+    Begin();
+    const auto answerOf = [&](std::function<void(QuestionWork&)> work, bool isRefused) {
+        AskedQuestion question;
+        question.work = std::move(work);
+        const auto stream = questions_->Ask(std::move(question));
+        std::string all, bytes;
+        while (stream->Take(&bytes))
+            all += bytes;
+        EXPECT_EQ(stream->IsRefusal(), isRefused) << all;
+        return all;
+    };
+    const auto count = [](QuestionWork& work) {
+        int rows = 0;
+        const auto onRow = [&](const ZEL::QueryRow& row) {
+            rows += row.key.starts_with("p<begin_time>2026-05-01") ? 1 : 0;
+            return ZEL::hr::ok;
+        };
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(work.Walk(Document(), onRow), ZEL::hr::ok);
+        work.Write(std::to_string(rows) + work.NotRead());
+    };
+    EXPECT_THAT(answerOf(count, false), testing::StartsWith(R"(500[{"folder":"20250101",)"));
+    EXPECT_EQ(answerOf([](QuestionWork& work) { work.Refuse("no"); }, true), "no");
+
+    std::atomic<AnswerStream*> asker{nullptr};
+    std::atomic<bool> isDone{false};
+    AskedQuestion left;
+    int seen = 0;
+    left.work = [&](QuestionWork& work) {
+        while (asker == nullptr)
+            std::this_thread::yield();
+        const auto onRow = [&](const ZEL::QueryRow&) {
+            ++seen;
+            asker.load()->Cancel();
+            return ZEL::hr::ok;
+        };
+        ZEL::IgnoreResult(work.Walk(Document(), onRow), "it was ended");
+        EXPECT_TRUE(work.IsOver());
+        EXPECT_FALSE(work.Write("x"));
+        EXPECT_EQ(work.Walk(Document(), onRow), aborted);
+        isDone = true;
+    };
+    const auto stream = questions_->Ask(std::move(left));
+    asker = stream.get();
+    while (!isDone)
+        std::this_thread::yield();
+    EXPECT_EQ(seen, 1);
+    AwaitQuiet();
+}
+
 TEST(AskingHostile, WhatIsNoAnswerIsALossAndNoHang) {
     ZEL::test::TempStore directory;
     const ZEL::test::LoadedComponent component;
