@@ -129,10 +129,10 @@ def check_words(zel, service):
              "zel query --no-live-enriched  # --rule 'a b'")):
         status, words = ask(line)
         zel.check(f"words of {line}", (200, parameters, command), (status, words.get("parameters"), words.get("command")))
-    decided = ask("--object file --user x --where 'dst_ip = 10.0.0.1' --where 'user = y'")[1]["decided"]
-    zel.check("decided", (2, 3), (len(decided["key"]), len(decided["text"])))
+    decided = ask("--since -1h --user x --where 'dst_ip = 10.0.0.1' --where 'user = y' --where 'object = network'")[1]["decided"]
+    zel.check("decided", (2, 4), (len(decided["key"]), len(decided["text"])))
     for line, at in (("--object process --action lunch", 26), ("--objekt x", 0), ("--where 'user is x'", 14), ("a 'b", 2),
-                     ("--since 2026-13-01", 13), ("--object", 0), ("--sort", 0), ("--object file --pattern '(' x", 25)):
+                     ("--since 2026-13-01", 8), ("--object", 0), ("--sort", 0), ("--object file --pattern '(' x", 26)):
         status, words = ask(line)
         zel.check(f"error in {line}: {words}", (400, at), (status, words.get("at")))
     for line, at, offered in (("--obj", None, (0, "--object")), ("--object netw", None, (9, "network")), ("--where act", 11, (8, "'action ")),

@@ -154,23 +154,33 @@ std::string CommandOf(const SearchLine& line) {
     return rest.empty() ? command : command + "  #" + rest;
 }
 
+namespace {
+
+// What keys decide of conditions on texts, as a sub-query.
+std::string NarrowingOfAllBut(const SearchLine& line, const SearchLine::Part* without) {
+    QueryOptions options;
+    for (const SearchLine::Part& part : line.parts)
+        if (&part != without && part.name == "where")
+            options.wheres.push_back(part.value);
+        else if (&part != without && part.name == "computer")
+            options.computers.push_back(part.value);
+    TextConditions conditions;
+    std::string problem;
+    return ReadTextConditions(options, &conditions, &problem) ? SubQueryOf(NarrowingOf(conditions))
+                                                              : "";
+}
+
+}  // namespace
+
 SearchDecided DecidedOf(const SearchLine& line) {
     SearchDecided decided;
     for (const SearchLine::Part& part : line.parts) {
         const SearchFlag* const flag = FindSearchFlag(part.name);
         const std::string text = Written(part);
-        bool isOfKey = flag != nullptr && flag->isOfKey;
+        const bool isOfKey = flag != nullptr && flag->isOfKey;
         if (flag == nullptr || !isOfKey)
             decided.byText.push_back(text);
-        if (part.name == "where" || part.name == "computer") {
-            QueryOptions options;
-            (part.name == "where" ? options.wheres : options.computers) = {part.value};
-            TextConditions conditions;
-            std::string problem;
-            isOfKey = ReadTextConditions(options, &conditions, &problem) &&
-                      !NarrowingOf(conditions).Empty();
-        }
-        if (isOfKey)
+        if (isOfKey || NarrowingOfAllBut(line, &part) != NarrowingOfAllBut(line, nullptr))
             decided.byKey.push_back(text);
     }
     return decided;
