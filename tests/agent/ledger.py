@@ -12,7 +12,7 @@ import threading
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from agentprocess import Service, holds, record  # noqa: E402
+from agentprocess import LIMIT, Service, holds, record  # noqa: E402
 from zelcommand import Zel  # noqa: E402
 
 
@@ -20,6 +20,15 @@ def gaps(zel, what):
     """The notices of that kind, each once."""
     rows = [json.loads(row) for row in zel.rows("--since", "2000-01-01", "--object", "etw", "--grep", what)]
     return [row["unmapped"] for row in rows]
+
+
+def await_notices(zel, service, count):
+    """They are accepted a moment after the service is ready; then they are stored."""
+    until = time.time() + LIMIT
+    while service.status()["notices"] < count and time.time() < until:
+        time.sleep(0.02)
+    zel.check("notices", count, service.status()["notices"])
+    service.await_stored()
 
 
 def spool(zel, statement):
@@ -43,7 +52,7 @@ def check_notices(zel):
         ledger = service.status()["ledger"]
         zel.check("lost", (5, True), (ledger["lost"], holds(ledger)))
     with Service(zel) as service:
-        service.await_stored()
+        await_notices(zel, service, 6)
     ends = [(gap["end"], gap["from"] <= gap["until"]) for gap in gaps(zel, "service not running")]
     zel.check("not running", [("in order", True)] * 3 + [("without warning", True)], sorted(ends))
     zel.check("stopped", ["disk full"], [gap["why"] for gap in gaps(zel, "intake stopped")])
@@ -53,7 +62,7 @@ def check_notices(zel):
     with Service(zel) as service:
         ledger = service.status()["ledger"]
         zel.check("purged", (True, True), (ledger["purged"] > 5, holds(ledger)))
-        service.await_stored()
+        await_notices(zel, service, 8)
     zel.check("told", [today], [gap["folders"] for gap in gaps(zel, "records purged")])
 
 
