@@ -183,7 +183,7 @@ scenario('what is shown goes out as files and as a report', async ({ page }) => 
 scenario('new events flow in, and are held in the store while paused', async ({ service, page }) => {
   await ask(page, { object: 'file' });
   const before = await counted(page);
-  await page.getByRole('button', { name: 'Live', exact: true }).click();
+  await page.locator('#live').click();
   await page.locator('#status', { hasText: 'Live' }).waitFor();
   const fresh = [...ordinary(20, new Date())].filter(({ artifacts }) => artifacts.target.object_type === 'file');
   await service.bring(fresh.slice(0, 4));
@@ -197,7 +197,7 @@ scenario('new events flow in, and are held in the store while paused', async ({ 
   await page.screenshot({ path: picture('live') });
   await page.getByRole('button', { name: 'Go on' }).click();
   await page.locator('#events-title', { hasText: String(before + 6) }).waitFor();
-  await page.getByRole('button', { name: 'Live', exact: true }).click();
+  await page.locator('#live').click();
 });
 
 scenario('it is accessible, wide and narrow, light and dark, in German and English', async ({ whole, service, browser }) => {

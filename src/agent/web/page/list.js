@@ -25,6 +25,12 @@ export class List extends EventTarget {
   chosen = new Map();
   #first = 0;
   #frame = 0;
+  #wanted = 0;
+  #rowHeight = 24;
+  #headHeight = 24;
+  #height = 0;
+  #visible = 1;
+  #way = 0;
 
   /** @param {Question} question */
   constructor(question) {
@@ -40,17 +46,19 @@ export class List extends EventTarget {
     this.scroller.addEventListener('keydown', (event) => this.#key(event));
     this.body.addEventListener('click', (event) => this.#click(event));
     new ResizeObserver(() => this.#measure()).observe(this.scroller);
-    this.rows.addEventListener('changed', () => this.#measure());
+    for (const end of ['answered', 'failed']) this.rows.addEventListener(end, () => this.scroller.classList.remove('waiting'));
+    this.rows.addEventListener('changed', () => this.#fit());
     question.addEventListener('asked', () => this.load());
     question.addEventListener('viewed', (event) => {
       const changes = /** @type {CustomEvent} */ (event).detail;
-      if ('order' in changes || 'columns' in changes) this.load();
+      if ('order' in changes || 'columns' in changes) this.load(true);
       else if ('zone' in changes) this.refresh();
     });
     part('order').addEventListener('click', () => question.look({ order: question.view.order === 'newest' ? 'oldest' : 'newest' }));
   }
 
-  load() {
+  /** @param {boolean} [same] the same events are shown in another way */
+  load(same = false) {
     const { order, columns } = this.question.view;
     part('order').textContent = order === 'newest' ? 'Newest first' : 'Oldest first';
     this.selected = -1;
@@ -63,7 +71,9 @@ export class List extends EventTarget {
     this.head.replaceChildren(make('span', { role: 'columnheader', class: 'mark' }, make('span', { class: 'unseen' }, 'For a report')),
       ...columns.map((name) => make('span', { role: 'columnheader', class: numeric.has(name) ? 'number' : null }, columnText(name))));
     this.body.replaceChildren();
-    this.rows.reset(this.question.conditions, order, this.fields);
+    this.#measure();
+    this.scroller.classList.add('waiting');
+    this.rows.reset(this.question.conditions, order, this.fields, same);
   }
 
   /** The columns of each row: those that are shown, and what stands beside targets. */
@@ -82,21 +92,25 @@ export class List extends EventTarget {
     return long.has(name) ? 'minmax(10rem, 2fr)' : 'minmax(6rem, 1fr)';
   }
 
-  get #rowHeight() {
-    return parseFloat(getComputedStyle(this.scroller).getPropertyValue('--row')) || 24;
-  }
-
-  get #visible() {
-    return Math.max(1, (this.scroller.clientHeight - this.head.offsetHeight) / this.#rowHeight);
-  }
-
+  // What the browser would have to lay out to tell is asked when it can have changed, never while rows
+  // are filled.
   #measure() {
+    this.#rowHeight = parseFloat(getComputedStyle(this.scroller).getPropertyValue('--row')) || 24;
+    this.#height = this.scroller.clientHeight;
+    this.#headHeight = this.head.offsetHeight;
+    this.#visible = Math.max(1, (this.#height - this.#headHeight) / this.#rowHeight);
+    this.#fit();
+  }
+
+  /** Makes what scrolls as high as the rows are. */
+  #fit() {
     const height = Math.min(highest, this.rows.count * this.#rowHeight);
-    this.stuck.style.height = `${this.scroller.clientHeight}px`;
-    this.spacer.style.height = `${Math.max(0, height + this.head.offsetHeight - this.scroller.clientHeight)}px`;
+    this.#way = Math.max(0, height + this.#headHeight - this.#height);
+    this.stuck.style.height = `${this.#height}px`;
+    this.spacer.style.height = `${this.#way}px`;
     this.scroller.setAttribute('aria-rowcount', String(this.rows.count + 1));
     part('events-title').textContent = this.rows.count ? `Events (${numberText(this.rows.count)})` : 'Events';
-    this.refresh();
+    this.#later();
   }
 
   refresh() {
@@ -110,8 +124,7 @@ export class List extends EventTarget {
 
   /** How many rows a pixel of the scrollbar's way is. */
   get #scale() {
-    const way = this.scroller.scrollHeight - this.scroller.clientHeight;
-    return way > 0 ? Math.max(0, this.rows.count - this.#visible) / way : 0;
+    return this.#way > 0 ? Math.max(0, this.rows.count - this.#visible) / this.#way : 0;
   }
 
   #paint() {
@@ -128,9 +141,8 @@ export class List extends EventTarget {
       element.style.transform = `translateY(${Math.round((index - this.#first) * this.#rowHeight)}px)`;
       if (!element.hidden) this.#fill(element, index);
     }
-    this.wanted ??= 0;
-    clearTimeout(this.wanted);
-    this.wanted = setTimeout(() => this.rows.want(from - 20, to + 20), 40);
+    clearTimeout(this.#wanted);
+    this.#wanted = setTimeout(() => this.rows.want(from - 20, to + 20), 40);
     this.body.classList.toggle('empty', !this.rows.count);
   }
 

@@ -8,7 +8,7 @@ const pieceRows = 200;
 const mostPieces = 50;
 const mostLive = 2000;
 
-/** Tells "changed" when there are other rows or another number of them, "failed" when asking failed. */
+/** Tells "changed" when there are other rows or another number of them, "answered" or "failed" at the end of each asking. */
 export class Rows extends EventTarget {
   /** @type {Map<number, Row[]>} */
   #pieces = new Map();
@@ -29,8 +29,9 @@ export class Rows extends EventTarget {
    * @param {[string, string][]} conditions
    * @param {string} order
    * @param {string[]} columns
+   * @param {boolean} same as many rows as before
    */
-  reset(conditions, order, columns) {
+  reset(conditions, order, columns, same) {
     for (const piece of this.#asked) cancel(`list ${piece}`);
     this.#asked.clear();
     this.#pieces.clear();
@@ -38,7 +39,7 @@ export class Rows extends EventTarget {
     this.#live = [];
     this.#newest = order === 'newest';
     this.#parameters = [...conditions, ['order', order], ['most', String(pieceRows)], ['fields', columns.join(',')]];
-    this.#stored = 0;
+    if (!same) this.#stored = 0;
     this.#exact = false;
     this.#turn++;
     this.want(0, 0);
@@ -148,6 +149,7 @@ export class Rows extends EventTarget {
       this.#stored = Math.min(this.#stored, piece * pieceRows);
     }
     this.#changed();
+    this.dispatchEvent(new Event('answered'));
   }
 
   #changed() {
