@@ -48,18 +48,24 @@ struct Extraction {
     TextCheck check = TextCheck::needed;
 };
 
+// Text that is UTF-8 already, without a look at it.
+[[maybe_unused]] std::optional<std::string_view> AsItIs(std::string_view text) {
+    return text;
+}
+[[maybe_unused]] std::optional<std::string_view> AsItIs(std::wstring_view) {
+    return std::nullopt;
+}
+
 bool AddText(const Extraction& in, ValueSink& sink, TextView value, const Operator& op,
              bool asPattern = false) {
     if (asPattern)
         return AddText(in, sink, WildcardToPattern(Text(value)), op);
-    if constexpr (std::is_same_v<Text, std::string>) {
-        if (in.check == TextCheck::done) {
-            sink.Add(value, op);
-            return true;
-        }
-    }
     std::string buffer;
-    const auto utf8 = ToUtf8(value, buffer);
+    std::optional<std::string_view> utf8;
+    if (in.check == TextCheck::done)
+        utf8 = AsItIs(value);
+    if (!utf8)
+        utf8 = ToUtf8(value, buffer);
     if (utf8)
         sink.Add(*utf8, op);
     return utf8.has_value();

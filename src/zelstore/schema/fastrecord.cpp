@@ -50,16 +50,18 @@ bool IsName(std::string_view text, TextView name) {
 }
 
 // Schema text is the library's, which is wide on some systems.
-void Assign(Text& out, std::string_view utf8) {
-    if constexpr (std::is_same_v<Text, std::string>)
+template <typename T>
+void Assign(T& out, std::string_view utf8) {
+    if constexpr (std::is_same_v<T, std::string>)
         out.assign(utf8);
     else
         out = utility::conversions::to_string_t(std::string(utf8));
 }
 
-std::int32_t NumberOf(const NameTable& table, std::string_view name) {
+template <typename View>
+std::int32_t NumberOf(const NameTable& table, View name) {
     std::optional<std::int32_t> number;
-    if constexpr (std::is_same_v<Text, std::string>)
+    if constexpr (std::is_same_v<View, TextView>)
         number = table.Find(name);
     else
         number = table.Find(utility::conversions::to_string_t(std::string(name)));

@@ -11,15 +11,21 @@
 
 namespace ZEL::Schema {
 
+namespace {
+
+// One for each kind of text that the library has somewhere.
+[[maybe_unused]] std::optional<std::string_view> Leave(std::string_view text, std::string&) {
+    return wm::IsUtf8(text) ? std::optional(text) : std::nullopt;
+}
+[[maybe_unused]] std::optional<std::string_view> Leave(std::wstring_view text,
+                                                       std::string& buffer) {
+    return wm::ToUtf8(text, buffer) ? std::optional<std::string_view>(buffer) : std::nullopt;
+}
+
+}  // namespace
+
 std::optional<std::string_view> ToUtf8(TextView text, std::string& buffer) {
-    if constexpr (std::is_same_v<Text, std::string>) {
-        if (wm::IsUtf8(text))
-            return text;
-    } else {
-        if (wm::ToUtf8(std::wstring(text.begin(), text.end()), buffer))
-            return buffer;
-    }
-    return std::nullopt;
+    return Leave(text, buffer);
 }
 
 std::size_t CharacterCount(const Text& text) noexcept {
