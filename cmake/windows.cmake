@@ -31,7 +31,8 @@ else()
     zel_headers(${target})
   endforeach()
 endif()
-set_target_properties(zel_json PROPERTIES INTERFACE_COMPILE_DEFINITIONS _TURN_OFF_PLATFORM_STRING)
+target_compile_definitions(zel_json INTERFACE _TURN_OFF_PLATFORM_STRING _NO_ASYNCRTIMP)
+target_include_directories(zel_json SYSTEM BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/cmake/windows)
 
 add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
 # Headers that this system has of its own stand in front of the others.
@@ -47,15 +48,18 @@ endif()
 # Nothing of the compiler's own has to be brought beside the libraries.
 add_link_options(-static)
 
-# Sources are compiled one by one here.
-function(zel_by_itself)
-endfunction()
 add_subdirectory(src/host/module)
 add_subdirectory(src/host/wmlib)
 add_subdirectory(src/host/wmset)
 add_subdirectory(src/host/wmjobmgr)
 add_subdirectory(src/common)
+if(ZEL_UNITY)
+  set(CMAKE_UNITY_BUILD ON)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+  add_compile_options(-Wno-shadow -Wno-subobject-linkage)
+endif()
 add_subdirectory(src/zelstore)
+set(CMAKE_UNITY_BUILD OFF)
 set_target_properties(wmLib PROPERTIES PREFIX "")
 if(NOT ZEL_WINDOWS_STORE)
   # Its parts are compiled all the same.

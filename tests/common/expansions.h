@@ -46,11 +46,12 @@ inline std::string ExpansionsOf(wm::IMachineDescription& machine) {
     std::string text;
     for (const std::wstring& path : paths)
         for (const bool isPattern : {false, true}) {
+            const std::wstring asked = isPattern ? EscapeForPattern(path) : path;
             PathSet out;
             EXPECT_EQ(
-                PathNormaliser(machine, broker).ExpandPathVariants(path.c_str(), out, isPattern),
+                PathNormaliser(machine, broker).ExpandPathVariants(asked.c_str(), out, isPattern),
                 hr::ok);
-            text += wm::ToUtf8Lossy(path);
+            text += wm::ToUtf8Lossy(asked);
             for (const std::string& variant : Utf8Set(out))
                 text += "\t" + variant;
             text += "\n";
