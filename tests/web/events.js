@@ -51,6 +51,15 @@ export function incident() {
   ];
 }
 
+/** What a service tells of a time in which it was not there. */
+export function gap() {
+  const [from, until] = ['2021-02-01T00:00:00.000Z', '2021-06-30T00:00:00.000Z'];
+  return {
+    artifacts: { target: { object_type: 'etw', source: { facility: { value: ['zel'] } } } }, action: ['generic'], begin_time: { value: from },
+    type_id: { value: [8032] }, seq_num: 7, unmapped: { gap: 'service not running', from, until, events: 0, end: 'without warning' },
+  };
+}
+
 export const script = '<script>document.title="taken"</script><img src=x onerror="document.title=\'taken\'">';
 export const turned = 'C:\\Temp\\report_\u202efdp.exe';
 

@@ -3,12 +3,12 @@
 import { execFileSync } from 'node:child_process';
 import { join } from 'node:path';
 import test from 'node:test';
-import { incident } from './events.js';
+import { gap, incident } from './events.js';
 import { ask, browse, folderOf, ingest, open, picture, serve, settled } from './support.js';
 
 test('pictures', async (whole) => {
   const folder = folderOf(whole);
-  ingest(join(folder, 'store'), incident(), 'examples/events.ndjson.xz');
+  ingest(join(folder, 'store'), [...incident(), gap()], 'examples/events.ndjson.xz');
   const service = await serve(whole, folder);
   const browser = await browse(whole);
   const page = await open(whole, browser, service.link(), { viewport: { width: 1280, height: 760 } });

@@ -4,10 +4,11 @@ import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
-import { hostile, incident, ordinary, script } from './events.js';
+import { gap, hostile, incident, ordinary, script } from './events.js';
 import { accessible, ask, browse, counted, folderOf, ingest, lines, open, picture, request, rows, search, serve, settled } from './support.js';
 
 const sample = 'examples/events.ndjson.xz';
+const all = 2039;
 
 /** @type {[string, (stage: any) => Promise<void>][]} */
 const scenarios = [];
@@ -28,7 +29,9 @@ scenario('a link opens once, and other places are refused', async ({ service, pa
 });
 
 scenario('all is counted, and three questions are answered without a manual', async ({ page }) => {
-  assert.equal(await counted(page), 2038);
+  assert.equal(await counted(page), all);
+  assert.match(await page.locator('#gaps').textContent(), /service not running: 01\/02\/2021 – 30\/06\/2021/);
+  assert.ok(Number(await page.locator('#histogram .bands rect').getAttribute('width')) > 50);
   await page.screenshot({ path: picture('timeline') });
   await search(page, 'winword --action launch');
   const started = await rows(page);
@@ -52,6 +55,11 @@ scenario('pulling over the bars narrows to a time, which the address keeps', asy
   await settled(page);
   const narrowed = await counted(page);
   assert.ok(narrowed > 0 && narrowed < 400, String(narrowed));
+  await page.getByRole('button', { name: 'Zoom in' }).click();
+  await settled(page);
+  assert.ok(await counted(page) <= narrowed);
+  await page.goBack();
+  await settled(page);
   const again = await open(whole, browser, service.link());
   await again.goto(page.url());
   await again.reload();
@@ -60,7 +68,7 @@ scenario('pulling over the bars narrows to a time, which the address keeps', asy
   await again.context().close();
   await page.getByRole('button', { name: 'All time' }).click();
   await settled(page);
-  assert.equal(await counted(page), 2038);
+  assert.equal(await counted(page), all);
 });
 
 scenario('facets narrow and exclude as zel query does', async ({ service, page }) => {
@@ -76,7 +84,7 @@ scenario('facets narrow and exclude as zel query does', async ({ service, page }
   await page.locator('#conditions', { hasText: /reg_value.*key/ }).waitFor();
   await page.getByRole('button', { name: 'Remove all' }).click();
   await settled(page);
-  assert.equal(await counted(page), 2038);
+  assert.equal(await counted(page), all);
 });
 
 scenario('an error in a search is told with its place, and words are completed', async ({ page }) => {
@@ -87,7 +95,7 @@ scenario('an error in a search is told with its place, and words are completed',
   await page.locator('#line-error mark').waitFor();
   assert.match(await page.locator('#line-error').textContent(), /lunch/);
   assert.match(await page.locator('#line-error mark').textContent(), /--action|lunch/);
-  assert.equal(await counted(page), 2038);
+  assert.equal(await counted(page), all);
   await page.screenshot({ path: picture('search') });
   await line.fill('');
   await line.pressSequentially('--obj');
@@ -108,7 +116,7 @@ scenario('keys move through the list, open and close', async ({ page }) => {
   await page.locator('#list').focus();
   await page.keyboard.press('End');
   await settled(page);
-  assert.equal(await page.locator('#list').getAttribute('aria-activedescendant'), 'row-2037');
+  assert.equal(await page.locator('#list').getAttribute('aria-activedescendant'), `row-${all - 1}`);
   await page.keyboard.press('Home');
   await page.keyboard.press('j');
   await page.keyboard.press('j');
@@ -233,7 +241,7 @@ scenario('times are those of the zone that is wanted', async ({ page }) => {
 
 test('the page of a service', async (whole) => {
   const folder = folderOf(whole);
-  ingest(join(folder, 'store'), [...incident(), ...hostile()], sample);
+  ingest(join(folder, 'store'), [...incident(), ...hostile(), gap()], sample);
   const service = await serve(whole, folder);
   const browser = await browse(whole);
   const stage = { whole, service, browser, page: await open(whole, browser, service.link()) };
