@@ -80,7 +80,7 @@ def codes(assembly):
 
 
 def main():
-    source = pathlib.Path(sys.argv[1])
+    source = pathlib.Path(sys.argv[1]).resolve()
     here, here_code = dump(source, sys.argv[2], ["src/include", "src"])
     there, there_code = dump(source, sys.argv[3],
                              ["src/host/wmlib/windows/include", "src/include", "src"])
