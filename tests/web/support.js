@@ -120,25 +120,28 @@ export async function open(test, browser, link, options = {}) {
 
 /** Waits until what is asked is shown. */
 export async function settled(page) {
-  await page.waitForTimeout(80);
+  await page.evaluate(() => new Promise((drawn) => requestAnimationFrame(() => requestAnimationFrame(drawn))));
   await page.waitForFunction(() => !document.querySelector('.waiting, .row.missing:not([hidden])') && /\d|Nothing/.test(document.getElementById('counted')?.textContent ?? ''));
 }
 
 /** Asks by the search line. */
 export async function search(page, line) {
   await page.locator('#line').fill(line);
+  const before = page.url();
   await page.locator('#line').press('Enter');
-  await page.waitForFunction((wanted) => document.getElementById('line-error')?.textContent || (document.getElementById('conditions')?.childElementCount > 0) === wanted, line !== '');
+  await page.waitForFunction((address) => document.getElementById('line-error')?.textContent || location.href !== address, before);
   assert.equal(await page.locator('#line-error').textContent(), '');
   await settled(page);
 }
 
 /** Asks by the address. */
 export async function ask(page, conditions) {
-  await page.evaluate((address) => {
+  await page.evaluate((address) => new Promise((done) => {
     document.querySelector('dialog[open]')?.close();
+    if (location.hash.slice(1) === address) return done();
+    addEventListener('popstate', () => setTimeout(done), { once: true });
     location.hash = address;
-  }, String(new URLSearchParams(conditions)));
+  }), String(new URLSearchParams(conditions)));
   await settled(page);
 }
 

@@ -29,11 +29,14 @@ export class SearchLine {
   /** @type {Completion[]} */
   #completions = [];
   #chosen = -1;
+  // What was typed before the line was asked is completed no more.
+  #turn = 0;
 
   /** @param {Question} question */
   constructor(question) {
     this.question = question;
-    this.suggest = afterwards(120, () => this.#suggest());
+    const soon = afterwards(120, (turn) => this.#suggest(turn));
+    this.suggest = () => soon(this.#turn);
     part('search').addEventListener('submit', (event) => {
       event.preventDefault();
       this.#submit();
@@ -55,9 +58,10 @@ export class SearchLine {
   }
 
   async #submit() {
+    this.#turn++;
     this.#close();
     try {
-      const words = await askJson('words', '/v1/words', [['line', line.value]]);
+      const words = await askJson('line', '/v1/words', [['line', line.value]]);
       this.question.ask(words.parameters);
     } catch (error) {
       if (!isCancelled(error)) this.#fail(/** @type {Error} */ (error).message, /** @type {any} */ (error).at ?? null);
@@ -79,16 +83,18 @@ export class SearchLine {
     line.setSelectionRange(from, from + word.length);
   }
 
-  async #suggest() {
-    if (document.activeElement !== line) return;
+  /** @param {number} turn */
+  async #suggest(turn) {
+    if (document.activeElement !== line || turn !== this.#turn) return;
     const at = line.selectionStart ?? line.value.length;
     try {
       const words = await askJson('words', '/v1/words', [['line', line.value], ['at', String(bytesOf(line.value, at))]]);
+      if (turn !== this.#turn) return;
       this.#fail('', null);
       this.#offer(words.completions ?? []);
     } catch (error) {
       // What is half typed is no error yet: the line tells one when it is asked.
-      if (!isCancelled(error)) this.#close();
+      if (!isCancelled(error) && turn === this.#turn) this.#close();
     }
   }
 
