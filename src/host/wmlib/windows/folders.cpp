@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -12,8 +13,6 @@
 namespace wm::platform {
 
 namespace {
-
-constexpr std::size_t mostPath = 32767;  // characters
 
 std::error_code SystemError(DWORD code) noexcept {
     return {static_cast<int>(code), std::system_category()};
@@ -58,9 +57,9 @@ std::wstring WidePath(const std::string& utf8) {
     std::wstring path;
     if (!ToWide(utf8, path) || path.empty() || path.starts_with(verbatim))
         return path;
-    std::wstring full(mostPath + 1, L'\0');
-    full.resize(
-        ::GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+    const DWORD size = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+    std::wstring full(size, L'\0');
+    full.resize(std::min(size, ::GetFullPathNameW(path.c_str(), size, full.data(), nullptr)));
     if (full.size() > 1 && full[1] == L':')
         return full.insert(0, verbatim);
     const bool isShare = full.starts_with(share) && !full.starts_with(L"\\\\.\\");
