@@ -1,5 +1,6 @@
 #include "agent/web/reporttext.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "agent/web/htmltext.h"
