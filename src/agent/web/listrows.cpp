@@ -215,12 +215,17 @@ void ListRun::CollectNewest(const EventSpan& rest, BestRows& rows) {
     constexpr std::int64_t growth = 16;
     const std::size_t need = skip_ + ask_.most + 1;
     const std::size_t mostSeen = std::max(leastSeen, 4 * need);
+    // Where events come in bursts lengths are tried in vain; then all of a range is looked at.
+    constexpr int mostTooMany = 3;
+    int tooMany = 0;
     std::int64_t end = rest.until;
     window_ = ask_.window > 0 ? ask_.window : firstWindow;
     while (end >= rest.since && rows.Count() < need && !rows.IsCut() && !work_.IsOver()) {
         const EventSpan part{std::max(rest.since, end - window_ + 1), end};
         BestRows found(need, true);
-        if (!CollectWindow(part, found, part.since == part.until ? SIZE_MAX : mostSeen)) {
+        const bool isBounded = part.since != part.until && tooMany < mostTooMany;
+        if (!CollectWindow(part, found, isBounded ? mostSeen : SIZE_MAX)) {
+            ++tooMany;
             window_ = std::max<std::int64_t>(window_ / growth, 1);
             continue;
         }
