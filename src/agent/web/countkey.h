@@ -13,7 +13,8 @@ struct EventPlace {
     std::int64_t time = 0;  // milliseconds since 1970; 0 for a key without a time
     std::uint64_t sequence = 0;
     std::uint64_t hash = 0;
-    auto operator<=>(const EventPlace&) const = default;
+    // The linter takes the comparison with zero that this stands for as one with a null pointer.
+    auto operator<=>(const EventPlace&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 // As page and server pass it: three numbers. None for any other text.
 std::string ToText(const EventPlace& place);

@@ -151,7 +151,7 @@ std::string ReadKey(OwnParameters& own) {
 
 void RefuseRest(OwnParameters& own, const std::string& beside = "a key") {
     for (const auto& [name, value] : own.Rest())
-        own.Refuse(name + ": can't be asked beside " + beside);
+        own.Refuse(std::string(name).append(": can't be asked beside ").append(beside));
 }
 
 Asked AskEvent(OwnParameters& own, const CountContext& context) {
@@ -161,7 +161,7 @@ Asked AskEvent(OwnParameters& own, const CountContext& context) {
 }
 
 Asked AskAround(OwnParameters& own, const CountContext& context) {
-    constexpr std::uint64_t most = 1000, usualSeconds = 60, mostSeconds = 366 * 86400;
+    constexpr std::uint64_t most = 1000, usualSeconds = 60, mostSeconds = 366 * 86400ULL;
     const std::string key = ReadKey(own), by = own.Text("by");
     AroundAsk ask;
     ask.most = own.Number("most", 1, most, ask.most);
