@@ -77,7 +77,7 @@ def check_units(zel, _):
         if os.geteuid() == 0:  # they give files to others
             zel.check(form, 0, subprocess.run(command, stderr=subprocess.DEVNULL, check=False).returncode)
     if os.geteuid() == 0:
-        zel.check("its folder", 0o700, os.stat(zel.folder + "/root/var/lib/zel").st_mode & 0o7777)
+        zel.check("its folder", 0o700, os.stat(os.path.join(zel.folder, "root", "var", "lib", "zel")).st_mode & 0o7777)
 
 
 def check_activation(zel, lines):
