@@ -92,6 +92,7 @@ struct FleetClient::Connection {
     FleetAddress address;
     IsOver isOver;
     std::string version;
+    int major = 0;              // of it
     bool takesSettings = true;  // until the server says that this user may set none
 
 private:
@@ -287,7 +288,10 @@ std::string Settings(const FleetSettings& settings) {
 }
 
 constexpr int readOnlyUser = 164;
-constexpr int unknownSetting = 115;
+
+// Settings that a server doesn't know are refused, so they go by its version.
+constexpr int cancellingSince = 19;
+constexpr int asynchronousSince = 22;
 
 }  // namespace
 
@@ -318,8 +322,12 @@ bool FleetClient::Select(std::string_view statement,
                          const std::function<bool(std::string_view line)>& onLine,
                          FleetFailure* failure, unsigned seconds) {
     const std::string most = std::to_string(seconds);
-    FleetSettings settings = {{"output_format_json_quote_64bit_integers", "0"},
-                              {"cancel_http_readonly_queries_on_client_close", "1"}};
+    const int major = MajorVersion(failure);
+    if (major == 0)
+        return false;
+    FleetSettings settings = {{"output_format_json_quote_64bit_integers", "0"}};
+    if (major >= cancellingSince)
+        settings.emplace_back("cancel_http_readonly_queries_on_client_close", "1");
     if (seconds != 0)
         settings.emplace_back("max_execution_time", most);
     for (;;) {
@@ -330,9 +338,7 @@ bool FleetClient::Select(std::string_view statement,
         request.hasNoEnd = true;
         request.onBytes = [&lines](std::string_view bytes) { return lines.Take(bytes); };
         const bool isDone = connection_->Send(request, failure);
-        const bool refusesSettings =
-            !isDone && (failure->code == readOnlyUser || failure->code == unknownSetting);
-        if (refusesSettings && connection_->takesSettings) {
+        if (!isDone && failure->code == readOnlyUser && connection_->takesSettings) {
             connection_->takesSettings = false;
             continue;
         }
@@ -347,16 +353,13 @@ bool FleetClient::Select(std::string_view statement,
     }
 }
 
-// Settings that a server doesn't know are refused, so they go by its version. That rows wait for
-// others, and that columns are passed over in silence, are what newer ones do by themselves.
+// That rows wait for others, and that columns are passed over in silence, are what newer servers do
+// by themselves.
 bool FleetClient::Insert(std::string_view table, std::string_view rows, bool isGzip,
                          FleetFailure* failure) {
-    constexpr int asynchronousSince = 22;
-    const std::string version = Version(failure);
-    if (version.empty())
+    const int major = MajorVersion(failure);
+    if (major == 0)
         return false;
-    int major = 0;
-    std::from_chars(version.data(), version.data() + version.size(), major);
     FleetSettings settings = {{"input_format_skip_unknown_fields", "0"},
                               {"insert_distributed_sync", "1"}};
     if (major >= asynchronousSince)
@@ -382,13 +385,17 @@ bool FleetClient::Insert(std::string_view table, std::string_view rows, bool isG
     return false;
 }
 
+int FleetClient::MajorVersion(FleetFailure* failure) {
+    return Version(failure).empty() ? 0 : connection_->major;
+}
+
 std::string FleetClient::Version(FleetFailure* failure) {
     std::string& version = connection_->version;
     std::string answer;
     if (version.empty() && Run("SELECT version()", &answer, failure)) {
         version = answer.substr(0, answer.find_first_of("\r\n"));
-        const bool isVersion = !version.empty() && version[0] >= '0' && version[0] <= '9';
-        if (!isVersion) {
+        std::from_chars(version.data(), version.data() + version.size(), connection_->major);
+        if (connection_->major == 0) {
             version.clear();
             failure->remedy = FleetRemedy::stop;
             failure->text = connection_->address.url + ": does not answer as such a server does";

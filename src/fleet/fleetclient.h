@@ -47,6 +47,8 @@ public:
     const FleetAddress& Address() const noexcept;
     // As "25.8.1.1"; asked once. Empty with the failure.
     std::string Version(FleetFailure* failure);
+    // Its first number; 0 with the failure.
+    int MajorVersion(FleetFailure* failure);
 
 private:
     struct Connection;
