@@ -2,9 +2,6 @@
 
 #include <cpprest/json.h>
 
-#include "zelstore/keys/keyformat.h"
-#include "zelstore/query/machinepaths.h"
-#include "zelstore/query/timerange.h"
 #include "zelstore/schema/eventquery.h"
 
 // Each sub-query is what it is for a walk: a first key, a last time and a filter (runquery.cpp,
@@ -15,32 +12,19 @@ namespace ZEL {
 HRESULT KeyTester::Read(const std::string& document) {
     Schema::EventQuery query;
     query.FromJson(web::json::value::parse(utility::conversions::to_string_t(document)));
-    for (Schema::Event& subQuery : query.events)
-        if (const HRESULT result = Add(subQuery); Failed(result))
+    for (Schema::Event& subQuery : query.events) {
+        SubQueryTerms terms;
+        const HRESULT result =
+            subQuery.receive_time ? hr::invalidArgument : ReadTerms(subQuery, &terms);
+        if (Failed(result))
             return result;
+        Add(terms);
+    }
     return parts_.empty() ? hr::invalidArgument : hr::ok;
 }
 
-HRESULT KeyTester::Add(Schema::Event& subQuery) {
-    if (subQuery.receive_time)
-        return hr::invalidArgument;
-    HRESULT result = NormaliseTimeRange(subQuery);
-    Schema::FilterMap conditions;
-    if (Succeeded(result))
-        result = Schema::ExtractKeyFields(subQuery, true, &MachinePaths(), conditions);
-    if (Failed(result))
-        return result;
-    Part part{"", "", QueryFilter(conditions)};
-    std::string buffer;
-    if (subQuery.begin_time) {
-        const auto time = Schema::ToUtf8(subQuery.begin_time->value, buffer);
-        result = time ? MakeScanStartKey(familyPrimary, *time, subQuery.seq_num, &part.startKey)
-                      : hr::invalidArgument;
-    }
-    if (const Schema::DatePair* const end = subQuery.end_time.get())
-        part.endTime = Schema::ToUtf8(end->value, buffer).value_or("");
-    parts_.push_back(std::move(part));
-    return result;
+void KeyTester::Add(const SubQueryTerms& terms) {
+    parts_.push_back({terms.startKey, terms.endTime, QueryFilter(terms.conditions)});
 }
 
 bool KeyTester::Passes(std::string_view key) {
@@ -50,6 +34,12 @@ bool KeyTester::Passes(std::string_view key) {
         if (Fits(part, key, fields))
             return true;
     return false;
+}
+
+bool KeyTester::Passes(std::size_t part, std::string_view key) {
+    KeyFields fields;
+    SplitKeyFields(key, &fields);
+    return Fits(parts_[part], key, fields);
 }
 
 bool KeyTester::Fits(Part& part, std::string_view key, const KeyFields& fields) {

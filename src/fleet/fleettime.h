@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zel::fleet {
+
+// A time of the one form that the store writes, 2026-11-12T10:00:00.000Z, in milliseconds since
+// 1970. None for any other text, a date that does not exist, and a time before 1970.
+std::optional<std::uint64_t> MillisecondsOf(std::string_view time);
+// Whether it has that form; digits are all that is looked at.
+bool HasUsualForm(std::string_view time);
+
+}  // namespace zel::fleet
