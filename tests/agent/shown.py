@@ -24,7 +24,7 @@ detection: {{selection: {{Image|endswith: {}}}, condition: selection}}
 RULES = RULE.format("any", "1b4d4c7e-3f0a-4f0e-9a5a-0d8c7d9b2a11", "low", ".exe") + "---\n" + RULE.format(
     "shell", "1b4d4c7e-3f0a-4f0e-9a5a-0d8c7d9b2a12", "high", "shell.exe")
 QUESTIONS = (
-    [], [("object", "file")], [("object", "process"), ("object", "network")], [("action", "launch"), ("where", "user != x")],
+    [], [("object", "service")], [("object", "service"), ("until", "2050-01-01")], [("object", "file")], [("object", "process"), ("object", "network")], [("action", "launch"), ("where", "user != x")],
     [("where", "actor_path ends powershell.exe")], [("grep", "exe"), ("object", "reg_value")],
     [("since", "2021-01-01"), ("until", "2030-01-01")], [("object", "url"), ("action", "launch")],
 )
@@ -179,8 +179,15 @@ def check_marked(zel, page, rows, marked):
     zel.check("by the process alone", True, not uid or all(len({*row["cells"]}) > 0 for row in own))
 
 
-def new_event(number, time):
-    return json.dumps({"artifacts": {"target": {"object_type": "directory", "path": {"value": [f"C:\\{number}"]}}},
+def bursts():
+    """Many at one moment, many on the whole of an hour, and few far away."""
+    times = ["2024-05-01T12:00:00.000Z"] * 3000 + [f"2024-05-02T12:{s // 50 % 60:02}:{s % 50:02}.{s % 1000:03}Z" for s in range(3000)]
+    times += ["1990-01-01T00:00:00.000Z", "2024-06-01T00:00:00.000Z", "2090-01-01T00:00:00.000Z", "2090-01-01T00:00:00.001Z"]
+    return [new_event(10000 + number, time, "service") for number, time in enumerate(times)]
+
+
+def new_event(number, time, kind="directory"):
+    return json.dumps({"artifacts": {"target": {"object_type": kind, "path": {"value": [f"C:\\{number}"]}}},
                        "action": ["create"], "begin_time": {"value": time}, "seq_num": number}).encode()
 
 
@@ -215,7 +222,7 @@ def check_gaps(zel, page):
 
 def main(program, sample):
     with Zel(program) as zel:
-        zel.check("ingest", 0, zel.run("ingest", given=b"\n".join(read_records(sample))).returncode)
+        zel.check("ingest", 0, zel.run("ingest", given=b"\n".join([*read_records(sample), *bursts()])).returncode)
         rows, marked = mark_events(zel)
         with Service(zel) as service:
             page = Page(zel, service)

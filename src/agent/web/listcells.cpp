@@ -49,7 +49,7 @@ std::optional<ListCells> ListCells::Read(std::string_view list, std::string* pro
     return cells;
 }
 
-std::string ListCells::ValueOf(const Cell& cell, const Event& event, RecordReader& reader,
+std::string ListCells::ValueOf(const Cell& cell, const ListedEvent& event, RecordReader& reader,
                                bool isRead) const {
     if (cell.from == Cell::level)
         return std::string(HighestLevel(RuleMarksIn(event.enrichments)));
@@ -69,7 +69,7 @@ std::string ListCells::ValueOf(const Cell& cell, const Event& event, RecordReade
     return field != nullptr ? std::string(field->text) : "";
 }
 
-std::string ListCells::Write(const Event& event, RecordReader& reader) const {
+std::string ListCells::Write(const ListedEvent& event, RecordReader& reader) const {
     const bool isRead = reader.Read(event.text);
     std::string json;
     RecordWriter writer(&json);

@@ -6,7 +6,10 @@
 #include <functional>
 
 #include "agent/web/counttimes.h"
-#include "common/textbridge.h"
+#include "agent/web/listbest.h"
+#include "agent/web/listnewest.h"
+#include "common/hostservices.h"
+#include "records/eventtime.h"
 #include "records/recordwriter.h"
 
 // A page of a list, though the store walks from the oldest event on, folder by folder, and knows no
@@ -15,9 +18,8 @@
 // Oldest first: of each folder the first rows behind the position are looked at, as many as the
 // page needs; a folder is left where it holds nothing that is older than what was found.
 //
-// Newest first: ranges of time from the newest back. One that holds far too many rows is left at
-// once and tried shorter, one that holds too few is followed by a longer one. How long a range was
-// good goes into the position, so that the next page begins with that.
+// Newest first: parts of the range from the newest back (listnewest.cpp). How long a page was goes
+// into the position, so that the next one begins with that.
 //
 // Far jumps: one walk counts the rows by time, in bounded memory. The counts tell in which step of
 // time the row stands; from there on it is a page with few rows to pass over. They are kept as
@@ -30,61 +32,8 @@ namespace {
 using ZEL::HRESULT;
 namespace hr = ZEL::hr;
 
-constexpr std::uint64_t farJump = 200;                   // rows
-constexpr std::size_t mostSteps = 16384;                 // of time that rows are counted by
-constexpr std::size_t leastSeen = 20000;                 // rows of a range that is tried
-constexpr std::int64_t firstWindow = 60000;              // milliseconds
-constexpr std::size_t mostKept = std::size_t{64} << 20;  // bytes of events
-
-using Rows = std::map<EventPlace, ListCells::Event>;
-
-// Keeps the rows nearest to one end of the order.
-class BestRows {
-public:
-    BestRows(std::size_t most, bool newest) : most_(most), newest_(newest) {}
-
-    // Whether a row at that time, or further from the end, can't be among them.
-    bool IsBeyond(std::int64_t time, std::uint64_t sequence) const {
-        if (rows_.size() < most_)
-            return false;
-        const EventPlace& worst = Worst()->first;
-        const auto asPair = [](std::int64_t t, std::uint64_t s) { return std::pair(t, s); };
-        return newest_ ? asPair(time, sequence) < asPair(worst.time, worst.sequence)
-                       : asPair(time, sequence) > asPair(worst.time, worst.sequence);
-    }
-    void Add(const EventPlace& place, const ZEL::QueryRow& row) {
-        if (rows_.size() >= most_ && (newest_ ? place < Worst()->first : place > Worst()->first))
-            return;
-        if (!wm::IsUtf8(row.key))
-            return;  // nobody could ask for it
-        const auto [kept, isNew] = rows_.try_emplace(place);
-        if (!isNew)
-            return;
-        kept->second = {std::string(row.key), std::string(row.text), std::string(row.enrichments)};
-        bytes_ += row.key.size() + row.text.size() + row.enrichments.size();
-        while (rows_.size() > most_ || (bytes_ > mostKept && rows_.size() > 1)) {
-            const auto worst = Worst();
-            isCut_ = isCut_ || rows_.size() <= most_;
-            bytes_ -= worst->second.key.size() + worst->second.text.size() +
-                      worst->second.enrichments.size();
-            most_ = isCut_ ? rows_.size() - 1 : most_;
-            rows_.erase(worst);
-        }
-    }
-    std::size_t Count() const noexcept { return rows_.size(); }
-    // Whether more were wanted than may be kept.
-    bool IsCut() const noexcept { return isCut_; }
-    Rows Take() { return std::move(rows_); }
-
-private:
-    Rows::const_iterator Worst() const { return newest_ ? rows_.begin() : std::prev(rows_.end()); }
-
-    std::size_t most_;
-    const bool newest_;
-    Rows rows_;
-    std::size_t bytes_ = 0;
-    bool isCut_ = false;
-};
+constexpr std::uint64_t farJump = 200;    // rows
+constexpr std::size_t mostSteps = 16384;  // of time that rows are counted by
 
 class ListRun {
 public:
@@ -105,8 +54,6 @@ private:
     std::uint64_t CountIn(const EventSpan& part);
     void CollectOldest(const EventSpan& rest, BestRows& rows);
     void CollectNewest(const EventSpan& rest, BestRows& rows);
-    // False when the range held too many rows, of which some were looked at.
-    bool CollectWindow(const EventSpan& part, BestRows& rows, std::size_t mostSeen);
     void Write(BestRows& rows);
 
     QuestionWork& work_;
@@ -186,20 +133,6 @@ bool ListRun::Jump(EventSpan* rest) {
     return false;
 }
 
-bool ListRun::CollectWindow(const EventSpan& part, BestRows& rows, std::size_t mostSeen) {
-    std::size_t seen = 0;
-    const auto isTooMany = [&] { return seen > mostSeen; };
-    result_ = question_.Walk(work_, part, [&](const ZEL::QueryRow& row, const EventKeyHead& head) {
-        if (++seen; isTooMany())
-            return hr::nothingToDo;
-        const EventPlace place = EventKeyReader::PlaceOf(head, row.key);
-        if (IsBehind(place))
-            rows.Add(place, row);
-        return hr::ok;
-    });
-    return !isTooMany();
-}
-
 void ListRun::CollectOldest(const EventSpan& rest, BestRows& rows) {
     result_ = question_.Walk(work_, rest, [&](const ZEL::QueryRow& row, const EventKeyHead& head) {
         if (rows.IsBeyond(head.time, head.sequence))
@@ -211,42 +144,27 @@ void ListRun::CollectOldest(const EventSpan& rest, BestRows& rows) {
     });
 }
 
+// Twice the length of what was found is likely to hold the next page. Before anything is known the
+// last hour is likely, as events mostly come while they happen.
 void ListRun::CollectNewest(const EventSpan& rest, BestRows& rows) {
-    constexpr std::int64_t growth = 16;
-    const std::size_t need = skip_ + ask_.most + 1;
-    const std::size_t mostSeen = std::max(leastSeen, 4 * need);
-    // Where events come in bursts lengths are tried in vain; then all of a range is looked at.
-    constexpr int mostTooMany = 3;
-    int tooMany = 0;
-    std::int64_t end = rest.until;
-    window_ = ask_.window > 0 ? ask_.window : firstWindow;
-    while (end >= rest.since && rows.Count() < need && !rows.IsCut() && !work_.IsOver()) {
-        const EventSpan part{std::max(rest.since, end - window_ + 1), end};
-        BestRows found(need, true);
-        const bool isBounded = part.since != part.until && tooMany < mostTooMany;
-        if (!CollectWindow(part, found, isBounded ? mostSeen : SIZE_MAX)) {
-            ++tooMany;
-            window_ = std::max<std::int64_t>(window_ / growth, 1);
-            continue;
-        }
-        for (const auto& [place, event] : found.Take())
-            rows.Add(place, {event.key, event.text, event.enrichments});
-        end = part.since - 1;
-        if (Failed(result_))
-            return;
-        if (rows.Count() < need)
-            window_ = std::min(window_ * growth, EventSpan::noEnd - EventSpan::noBegin);
-    }
+    constexpr std::int64_t hour = 3600000;
+    const std::int64_t now =
+        MillisecondsIn(wm::FormatUtc(wm::Clock().UtcNow())).value_or(EventSpan::noBegin);
+    const std::int64_t window =
+        ask_.window > 0 ? ask_.window : rest.until - std::min(now - hour, rest.until);
+    NewestRows newest(work_, question_, ask_.behind);
+    result_ = newest.Collect(rest, skip_ + ask_.most + 1, window, &rows);
+    window_ = 2 * rows.Length() + 1;
 }
 
 void ListRun::Write(BestRows& best) {
     const bool isCut = best.IsCut();
-    const Rows rows = best.Take();
+    const ListedEvents rows = best.Take();
     RecordReader reader;
     std::string lines;
     std::uint64_t passed = 0;
     std::size_t written = 0;
-    const auto writeRow = [&](const EventPlace& place, const ListCells::Event& event) {
+    const auto writeRow = [&](const EventPlace& place, const ListedEvent& event) {
         if (passed++ < skip_ || written == ask_.most)
             return;
         ++written;
@@ -323,7 +241,7 @@ void AnswerAround(QuestionWork& work, EventQuestion question, const AroundAsk& a
             nearest.Add(place, row);
             return hr::ok;
         });
-    Rows rows;
+    ListedEvents rows;
     for (auto& [place, event] : nearest.Take()) {
         const EventPlace own = EventKeyReader::PlaceOf(keys.Read(event.key), event.key);
         rows.emplace(own, std::move(event));

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "agent/web/countgaps.h"
+#include "agent/web/listbest.h"
 
 namespace zel {
 
@@ -20,11 +20,8 @@ public:
 
     bool NeedEnrichments() const noexcept { return needsEnrichments_; }
 
-    struct Event {
-        std::string key, text, enrichments;
-    };
     // As a JSON array. For one thread.
-    std::string Write(const Event& event, RecordReader& reader) const;
+    std::string Write(const ListedEvent& event, RecordReader& reader) const;
 
 private:
     struct Cell {
@@ -32,7 +29,7 @@ private:
         std::string member;  // with dots
         enum { ofColumn, ofMember, rules, level } from = ofColumn;
     };
-    std::string ValueOf(const Cell& cell, const Event& event, RecordReader& reader,
+    std::string ValueOf(const Cell& cell, const ListedEvent& event, RecordReader& reader,
                         bool isRead) const;
 
     std::vector<Cell> cells_;
@@ -44,7 +41,7 @@ struct ListAsk {
     std::size_t most = 200;
     std::uint64_t skip = 0;              // rows behind the position
     std::optional<EventPlace> behind{};  // of the row behind which the list goes on
-    std::int64_t window = 0;             // milliseconds that held a page; 0: not known
+    std::int64_t window = 0;             // milliseconds that likely hold a page; 0: not known
     ListCells cells{};
 };
 // A position as the list tells it; empty: from the begin. False for any other text.
