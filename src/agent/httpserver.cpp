@@ -42,11 +42,14 @@ struct HttpServer::Impl : HttpServerState {
 
     asio::local::stream_protocol::acceptor socket{context};
     asio::ip::tcp::acceptor port{context};
+    asio::steady_timer socketPause{context}, portPause{context};
     std::string socketPath;
+    struct stat socketFile {};
     std::thread thread;
 
     template <typename Acceptor>
-    void Accept(Acceptor& acceptor, std::uint16_t portNumber);
+    void Accept(Acceptor& acceptor, asio::steady_timer& pause, std::uint16_t portNumber);
+    void RemoveSocket();
     void MakeRoom();
     void CloseIdle();
 };
@@ -69,18 +72,34 @@ void HttpServer::Impl::CloseIdle() {
             one->Close();
 }
 
+// Who can't be taken for want of descriptors or memory stays in the line, so that the next call
+// fails at once, too: a pause keeps that from taking a whole processor.
 template <typename Acceptor>
-void HttpServer::Impl::Accept(Acceptor& acceptor, std::uint16_t portNumber) {
-    acceptor.async_accept([this, &acceptor, portNumber](ErrorCode error, auto peer) {
+void HttpServer::Impl::Accept(Acceptor& acceptor, asio::steady_timer& pause,
+                              std::uint16_t portNumber) {
+    acceptor.async_accept([this, &acceptor, &pause, portNumber](ErrorCode error, auto peer) {
         if (stopping || error == asio::error::operation_aborted)
             return;
         if (!error) {
             MakeRoom();
             if (connections.size() < limits.connections)
                 BeginHttpConnection(*this, Protocol::socket(std::move(peer)), portNumber);
+            return Accept(acceptor, pause, portNumber);
         }
-        Accept(acceptor, portNumber);
+        pause.expires_after(std::chrono::milliseconds(100));
+        pause.async_wait([this, &acceptor, &pause, portNumber](ErrorCode) {
+            if (!stopping)
+                Accept(acceptor, pause, portNumber);
+        });
     });
+}
+
+// The file may be another process's by now, when somebody has removed this one's.
+void HttpServer::Impl::RemoveSocket() {
+    struct stat now {};
+    if (!socketPath.empty() && ::lstat(socketPath.c_str(), &now) == 0 &&
+        now.st_dev == socketFile.st_dev && now.st_ino == socketFile.st_ino)
+        ::unlink(socketPath.c_str());
 }
 
 HttpServer::HttpServer(IHttpHandler& handler, const HttpLimits& limits,
@@ -116,7 +135,7 @@ bool HttpServer::ListenAt(const std::string& path, std::string* problem) {
         impl_->socket.listen(asio::socket_base::max_listen_connections, error);
     if (error)
         *problem = "can't listen at " + path + ": " + error.message();
-    else
+    else if (::lstat(path.c_str(), &impl_->socketFile) == 0)
         impl_->socketPath = path;
     return !error;
 }
@@ -151,9 +170,9 @@ bool HttpServer::ListenOn(int descriptor, std::string* problem) {
 
 void HttpServer::Start() {
     if (impl_->socket.is_open())
-        impl_->Accept(impl_->socket, 0);
+        impl_->Accept(impl_->socket, impl_->socketPause, 0);
     if (impl_->port.is_open())
-        impl_->Accept(impl_->port, Port());
+        impl_->Accept(impl_->port, impl_->portPause, Port());
     // While all requests are in the hands of others the thread has nothing to do, and waits.
     impl_->thread = std::thread([this] {
         const auto work = asio::make_work_guard(impl_->context);
@@ -168,6 +187,8 @@ void HttpServer::Stop() {
         impl_->stopping = true;
         impl_->socket.close();
         impl_->port.close();
+        impl_->socketPause.cancel();
+        impl_->portPause.cancel();
         impl_->CloseIdle();
     });
     constexpr auto longest = seconds(10);
@@ -177,8 +198,7 @@ void HttpServer::Stop() {
     impl_->workers.join();
     impl_->context.stop();
     impl_->thread.join();
-    if (!impl_->socketPath.empty())
-        ::unlink(impl_->socketPath.c_str());
+    impl_->RemoveSocket();
 }
 
 }  // namespace zel

@@ -5,8 +5,11 @@ import os
 import signal
 import socket
 import subprocess
+import sys
 import threading
 import time
+
+from zelcommand import Zel
 
 LIMIT = 60  # seconds that nothing may take
 
@@ -110,6 +113,18 @@ class Service:
         except (http.client.RemoteDisconnected, ConnectionResetError, BrokenPipeError):
             return True
         return False
+
+
+def run_checks(*checks):
+    """Each check with a store of its own, and what else it takes: a function, or one with its arguments. The program's exit code."""
+    failures = 0
+    for check, *arguments in (one if isinstance(one, tuple) else (one,) for one in checks):
+        with Zel(sys.argv[1]) as zel:
+            began = time.time()
+            check(zel, *arguments)
+            failures += zel.failures
+            print(f"{check.__name__}: {time.time() - began:.1f} s", flush=True)
+    return 1 if failures else 0
 
 
 def holds(ledger):

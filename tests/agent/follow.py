@@ -15,8 +15,7 @@ import threading
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from agentprocess import LIMIT, Service, Socket, holds, record  # noqa: E402
-from zelcommand import Zel  # noqa: E402
+from agentprocess import LIMIT, Service, Socket, holds, record, run_checks  # noqa: E402
 
 
 class Follower:
@@ -182,14 +181,7 @@ def check_purge(zel):
 
 
 def main():
-    failures = 0
-    for check in (check_sources, check_kills, check_purge):
-        with Zel(sys.argv[1]) as zel:
-            began = time.time()
-            check(zel)
-            failures += zel.failures
-            print(f"{check.__name__}: {time.time() - began:.1f} s")
-    return 1 if failures else 0
+    return run_checks(check_sources, check_kills, check_purge)
 
 
 if __name__ == "__main__":

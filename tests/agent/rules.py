@@ -11,8 +11,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from agentprocess import LIMIT, Service, record  # noqa: E402
-from zelcommand import Zel  # noqa: E402
+from agentprocess import LIMIT, Service, record, run_checks  # noqa: E402
 
 RULE = """title: ends with %s
 id: 00000000-0000-0000-0000-00000000000%s
@@ -167,14 +166,7 @@ def check_reload(zel):
 
 
 def main():
-    failures = 0
-    for check, arguments in ((check_live, ()), (check_failures, ()), (check_left_behind, ()), (check_kills, (6,)), (check_rules_go_and_come, ()), (check_reload, ())):
-        with Zel(sys.argv[1]) as zel:
-            began = time.time()
-            check(zel, *arguments)
-            failures += zel.failures
-            print(f"{check.__name__}: {time.time() - began:.1f} s")
-    return 1 if failures else 0
+    return run_checks(check_live, check_failures, check_left_behind, (check_kills, 6), check_rules_go_and_come, check_reload)
 
 
 if __name__ == "__main__":

@@ -8,13 +8,15 @@ import http.client
 import json
 import lzma
 import os
+import signal
+import socket
 import subprocess
 import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from agentprocess import LIMIT, Service, Socket, free_port, holds  # noqa: E402
-from zelcommand import Zel, read_records  # noqa: E402
+from agentprocess import LIMIT, Service, Socket, free_port, holds, run_checks  # noqa: E402
+from zelcommand import processor_time, read_records  # noqa: E402
 
 
 def check_forms(zel, sample, raw, event_log):
@@ -139,18 +141,36 @@ def check_purge(zel, sample):
     zel.check("oldest folder", False, os.path.exists(os.path.join(zel.store, "20200101")))
 
 
+def check_descriptors(zel):
+    """Out of descriptors it waits, rather than trying without a pause, and serves again when there are some."""
+    with Service(zel, prefix=("prlimit", "--nofile=96"), http_connections=200, http_idle_time=3600) as service:
+        peers = [Socket(service.socket) for _ in range(110)]
+        for peer in peers:
+            peer.connect()
+        time.sleep(0.5)
+        before = processor_time(service.process.pid)
+        time.sleep(2)
+        zel.check("a processor taken in vain", True, processor_time(service.process.pid) - before < 0.3)
+        for peer in peers:
+            peer.close()
+        zel.check("serves again", 200, service.ask("GET", "/v1/status")[0])
+
+
+def check_socket(zel):
+    """A socket that another service has put in place of a lost one is left to it."""
+    with Service(zel) as service:
+        os.unlink(service.socket)
+        with socket.socket(socket.AF_UNIX) as other:
+            other.bind(service.socket)
+            zel.check("end", 0, service.end(signal.SIGTERM))
+            zel.check("the other's socket", True, os.path.exists(service.socket))
+
+
 def main():
     sample, raw = read_records(sys.argv[2]), read_records(sys.argv[3])
     event_log = lzma.open(sys.argv[4]).read()
-    failures = 0
-    for check, arguments in ((check_forms, (sample, raw, event_log)), (check_bounds, (sample,)), (check_port, (sample,)),
-                             (check_room, (sample,)), (check_purge, (sample,))):
-        with Zel(sys.argv[1]) as zel:
-            began = time.time()
-            check(zel, *arguments)
-            failures += zel.failures
-            print(f"{check.__name__}: {time.time() - began:.1f} s")
-    return 1 if failures else 0
+    return run_checks((check_forms, sample, raw, event_log), (check_bounds, sample), (check_port, sample), (check_room, sample),
+                      (check_purge, sample), check_descriptors, check_socket)
 
 
 if __name__ == "__main__":

@@ -15,8 +15,8 @@ import time
 import zlib
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
-from agentprocess import LIMIT, Service, holds, record  # noqa: E402
-from zelcommand import Zel, read_records  # noqa: E402
+from agentprocess import LIMIT, Service, holds, record, run_checks  # noqa: E402
+from zelcommand import read_records  # noqa: E402
 
 
 class Grower:
@@ -176,15 +176,9 @@ def check_ids(zel):
 
 
 def main():
-    audit, failures = read_records(sys.argv[2]), 0
-    for check, arguments in ((check_tail, ()), (check_tail_of_audit, (audit,)), (check_input, ()),
-                             (check_streams, sys.argv[3:]), (check_audisp, (audit,)), (check_ids, ())):
-        with Zel(sys.argv[1]) as zel:
-            began = time.time()
-            check(zel, *arguments)
-            failures += zel.failures
-            print(f"{check.__name__}: {time.time() - began:.1f} s")
-    return 1 if failures else 0
+    audit = read_records(sys.argv[2])
+    return run_checks(check_tail, (check_tail_of_audit, audit), check_input, (check_streams, *sys.argv[3:]), (check_audisp, audit),
+                      check_ids)
 
 
 if __name__ == "__main__":

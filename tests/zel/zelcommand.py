@@ -44,16 +44,17 @@ class Zel:
         print(f"FAILED: {what}\n  expected: {str(expected)[:800]}\n  got:      {str(got)[:800]}")
 
 
+def processor_time(pid):
+    """Seconds that the process has used of processors; nothing for one that has ended."""
+    with open(f"/proc/{pid}/stat", encoding="utf-8") as file:
+        fields = file.read().rpartition(")")[2].split()
+    return None if fields[0] == "Z" else (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
 def await_work(pid, seconds):
     """Until the process has used so much more of a processor, so that it is in the midst of its work; or has ended."""
-    first = None
-    while True:
-        with open(f"/proc/{pid}/stat", encoding="utf-8") as file:
-            fields = file.read().rpartition(")")[2].split()
-        used = (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-        first = used if first is None else first
-        if fields[0] == "Z" or used - first >= seconds:
-            return
+    first = processor_time(pid)
+    while (used := processor_time(pid)) is not None and used - (first or 0) < seconds:
         time.sleep(0.01)
 
 
