@@ -50,8 +50,8 @@ bool ParseFleetAddress(std::string_view text, FleetAddress* address, std::string
     const std::size_t slash = std::min(rest.find('/'), rest.size());
     std::string_view host = rest.substr(0, slash);
     const std::string_view database = rest.substr(std::min(slash + 1, rest.size()));
-    if (database.find('/') != database.npos)
-        return Refuse("names more than a database", problem);
+    if (database.find_first_of("/`%") != database.npos)
+        return Refuse("names no database behind its host", problem);
     const std::size_t at = host.rfind('@');
     const std::string_view user = at == host.npos ? "" : host.substr(0, at);
     if (user.find(':') != user.npos)

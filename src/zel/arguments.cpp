@@ -187,6 +187,67 @@ void AddMachine(CLI::App& command, Run& run) {
         ->type_name("FILE");
 }
 
+void AddServer(CLI::App& command, FleetOptions& options) {
+    command.add_option("URL", options.url, "http[s]://[USER@]HOST[:PORT][/DATABASE]")->required();
+    AddText(command, "--fleet-password", options.passwordFile, "FILE",
+            "The file whose first line is the password; else $ZEL_FLEET_PASSWORD");
+}
+
+void AddTables(CLI::App& command, FleetOptions& options) {
+    AddText(command, "--cluster", options.cluster, "NAME",
+            "Replicated tables on all nodes of this cluster, and distributed ones over them");
+    command.add_option("--retention", options.retentionDays, "How long rows stay; 0: for ever")
+        ->type_name("DAYS");
+}
+
+void AddSending(CLI::App& command, FleetOptions& options) {
+    AddServer(command, options);
+    AddText(command, "--host", options.host, "NAME",
+            "Send as this host; by default as what stays of this machine's identifier");
+    AddText(command, "--position", options.position, "FILE",
+            "The file that keeps how far the fleet is; by default one in the store");
+    command.add_option("--batch-rows", options.batchRows, "Rows of one request")
+        ->check(CLI::Range(1, 1000000))
+        ->type_name("NUMBER");
+    command.add_option("--batch-size", options.batchBytes, "Bytes of one request, unpacked")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(std::size_t{1024}, std::size_t{1} << 30))
+        ->type_name("SIZE");
+    command.add_option("--rate", options.rate, "Rows a second, at most")->type_name("NUMBER");
+    command
+        .add_option("--first-pause", options.firstPauseMs,
+                    "Milliseconds ahead of a second try; each further one waits twice as long")
+        ->type_name("MS");
+}
+
+void AddFleet(CLI::App& command, Run& run) {
+    command.require_subcommand(1);
+    CLI::App& schema = *command.add_subcommand("schema", "Print what makes the tables");
+    FleetOptions& printed = OptionsOf(schema, run, RunFleetSchema);
+    AddText(schema, "--clickhouse-version", printed.serverVersion, "VERSION",
+            "That of the server, such as 18.16; by default a new one");
+    AddTables(schema, printed);
+    CLI::App& init = *command.add_subcommand("init", "Make the tables");
+    FleetOptions& made = OptionsOf(init, run, RunFleetInit);
+    AddServer(init, made);
+    AddTables(init, made);
+    CLI::App& check = *command.add_subcommand("check", "Tell what the tables lack");
+    AddServer(check, OptionsOf(check, run, RunFleetCheck));
+    CLI::App& send = *command.add_subcommand("send", "Send what the fleet does not have");
+    FleetOptions& sent = OptionsOf(send, run, RunFleetSend);
+    AddSending(send, sent);
+    AddText(send, "--since", sent.since, "TIME", "Begin with what was received then, once more");
+    send.add_flag("--follow", sent.follow, "Go on with what comes");
+    send.add_option("--every", sent.everySeconds, "Seconds between two looks")
+        ->check(CLI::Range(1, 86400))
+        ->type_name("SECONDS");
+    CLI::App& fill = *command.add_subcommand("backfill", "Send events by their own times");
+    FleetOptions& filled = OptionsOf(fill, run, RunFleetBackfill);
+    AddSending(fill, filled);
+    AddText(fill, "--since", filled.since, "TIME", "Only events that began then or later");
+    AddText(fill, "--until", filled.until, "TIME", "Only events that began then or earlier");
+}
+
 constexpr struct {
     const char* name;
     const char* help;
@@ -205,6 +266,7 @@ constexpr struct {
     {"settings", "Read or write a setting", AddSettings},
     {"serve", "Run the store as a service", AddServe},
     {"web", "Show the store in the browser", AddWeb},
+    {"fleet", "Send events to ClickHouse, where many machines are asked at once", AddFleet},
     {"audisp", "Bring audit records to the service, as a plugin of auditd", AddAudisp},
     {"status", "Tell how the service is", AddStatus},
     {"config", "The configuration of the service", AddConfig},

@@ -181,6 +181,36 @@ using ReadParameters = bool (*)(const std::vector<std::pair<std::string, std::st
 // The question that flags are. False with words that name the flag.
 bool AskWithFlags(const QueryOptions& options, ParameterQuestion* question, std::string* problem);
 
+// A fleet's server, and how a store's events come to it.
+struct FleetOptions {
+    std::string url;              // http[s]://[USER@]HOST[:PORT][/DATABASE]
+    std::string passwordFile;     // empty: ZEL_FLEET_PASSWORD
+    std::string serverVersion;    // that tables are printed for; empty: a new one
+    std::string cluster;          // empty: one node
+    unsigned retentionDays = 90;  // 0: for ever
+    std::string host;             // empty: this machine's identifier
+    std::string position;         // a file; empty: one in the store
+    std::string since, until;
+    bool follow = false;
+    unsigned everySeconds = 10;  // between two looks
+    std::size_t batchRows = 10000, batchBytes = 16U << 20;
+    std::uint64_t rate = 0;     // rows a second; 0: no limit
+    unsigned firstPauseMs = 0;  // ahead of a second try; 0: a second
+};
+// The statements that make the tables, on stdout.
+int RunFleetSchema(const FleetOptions& options);
+// Makes them, and leaves those that are there.
+int RunFleetInit(const FleetOptions& options);
+// Compares them with what they should be, and tries what the user may do. 4 where something
+// differs.
+int RunFleetCheck(const FleetOptions& options);
+// Sends what came since the last time; with `follow` until it is told to end, then 0 by SIGTERM. 3
+// when the server can't be had or a person has to look, 4 when rows were refused, missed or not
+// read.
+int RunFleetSend(const FleetOptions& options);
+// The same by the times of events, whenever they came.
+int RunFleetBackfill(const FleetOptions& options);
+
 inline constexpr const char* defaultConfigFile = "/etc/zel/zel.toml";
 
 struct ServeOptions {

@@ -26,15 +26,13 @@ namespace hr = ZEL::hr;
 
 namespace {
 
-constexpr int rowsOfStep = 500;
-
 // By the store's own join: what stands behind the last member that was accepted.
 constexpr std::string_view joined = ",\"enriched_data\":null}";
 
-std::string Question(const std::string& place, const std::string& settled) {
+std::string Question(const std::string& place, const std::string& settled, int most) {
     const WalkStart start = WalkStartOf(place);
     const auto end = ZEL::ParseReceiveKey(settled);
-    return "{\"event_query\":{\"limit_result_count\":" + std::to_string(rowsOfStep) +
+    return "{\"event_query\":{\"limit_result_count\":" + std::to_string(most) +
            ",\"events\":[{\"receive_time\":{\"value\":" + wm::JsonString(std::string(start.time)) +
            "},\"seq_num\":" + std::to_string(start.number) +
            ",\"end_time\":{\"value\":" + wm::JsonString(std::string(end->time)) + "}}]}}";
@@ -80,8 +78,9 @@ public:
         });
     }
     // Whether the store gave all that it has up to what is settled.
-    bool SawAll() const { return !isRefusing_ && step_.unread.empty() && rows_ < rowsOfStep; }
+    bool SawAll() const { return !isRefusing_ && step_.unread.empty() && rows_ < most; }
 
+    int most = 0;              // rows that the question asks for
     std::uint64_t purged = 0;  // ahead of the first row, not told yet
     const std::function<void(std::uint64_t purged, std::string_view place)>* onGap = nullptr;
     const std::function<bool(const Row& row)>* onRow = nullptr;
@@ -121,7 +120,8 @@ bool PastReader::Walk::Take(ZEL::IStringValue& text, const std::string& receiveK
     return true;
 }
 
-PastReader::PastReader(ZEL::IEventStore7& store, IFollowPast& past) : store_(store), past_(past) {
+PastReader::PastReader(ZEL::IEventStore7& store, IFollowPast& past, int rowsOfStep)
+    : store_(store), past_(past), rowsOfStep_(rowsOfStep) {
     if (!stop_.Create(wm::EventReset::manual))
         throw std::bad_alloc();
 }
@@ -138,10 +138,11 @@ PastReader::Step PastReader::Read(
     if (step.isWhole)
         return step;
     Walk walk(store_, settled, passesOver, &step);
+    walk.most = rowsOfStep_;
     walk.purged = past_.PurgedFrom(place);
     walk.onGap = &onGap;
     walk.onRow = &onRow;
-    const auto document = wm::ToValue(Question(place, settled));
+    const auto document = wm::ToValue(Question(place, settled, rowsOfStep_));
     const HRESULT result =
         document ? store_.Query(document.Get(), &walk, stop_.Handle()) : hr::outOfMemory;
     if (Failed(result) && step.unread.empty())

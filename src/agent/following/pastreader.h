@@ -31,8 +31,8 @@ protected:
 // time. For one thread, but for End.
 class PastReader {
 public:
-    // Both outlive this.
-    PastReader(ZEL::IEventStore7& store, IFollowPast& past);
+    // Both outlive this. A step has at most so many rows.
+    PastReader(ZEL::IEventStore7& store, IFollowPast& past, int rowsOfStep = 500);
 
     struct Row {
         std::string_view receiveKey;
@@ -57,6 +57,7 @@ private:
 
     ZEL::IEventStore7& store_;
     IFollowPast& past_;
+    const int rowsOfStep_;
     wm::EventObject stop_;
 };
 
