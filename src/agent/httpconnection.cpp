@@ -1,12 +1,9 @@
 #include "agent/httpconnection.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <boost/asio.hpp>
-#include <boost/beast/core.hpp>
-#include <boost/beast/http.hpp>
 #include <optional>
+
+#include "agent/httpsteps.h"
 
 // A connection goes in a circle: wait for the first byte (idle), read the head, ask the handler
 // whether the body is wanted, read the body, hand the request over, write the answer. Each step has
@@ -22,121 +19,19 @@ namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = beast::http;
 using ErrorCode = boost::system::error_code;
-using Protocol = asio::generic::stream_protocol;
-using Stream = beast::basic_stream<Protocol>;
 using std::chrono::seconds;
 using SteadyClock = std::chrono::steady_clock;
 
-constexpr std::uint32_t headerLimit = 8192;      // bytes
-constexpr std::size_t bufferLimit = 256U << 10;  // bytes; what is no chunk does not grow further
-constexpr std::uint64_t slowestBody = 10240;     // bytes a second, past the first time
-constexpr auto bodyGrace = seconds(10);
-constexpr auto writeTime = seconds(30);
-constexpr auto lingerTime = seconds(2);
-constexpr std::size_t lingerBytes = 1U << 20;
-constexpr std::size_t pieceBytes = 1U << 20;  // of a body that is taken in pieces
-constexpr auto pieceTime = std::chrono::milliseconds(200);
+constexpr std::uint32_t headerLimit = 8192;  // bytes
 
 std::string Text(beast::string_view text) {
     return {text.data(), text.size()};
 }
 
-class Connection final : public IHttpConnection, public std::enable_shared_from_this<Connection> {
-public:
-    Connection(HttpServerState& server, Protocol::socket socket, std::uint16_t port)
-        : server_(server),
-          stream_(std::move(socket)),
-          port_(port),
-          peer_(port == 0 ? PeerOf(stream_.socket().native_handle()) : Peer()) {
-        server_.connections.insert(this);
-        server_.count = server_.connections.size();
-    }
-    ~Connection() {
-        if (answer_)
-            answer_->Cancel();
-        Leave();
-    }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    void AwaitRequest();
-    bool IsIdle() const noexcept override { return isIdle_; }
-    SteadyClock::time_point Since() const noexcept override { return since_; }
-    void Close() override {
-        isIdle_ = false;
-        Leave();
-        stream_.close();
-    }
-
-private:
-    // For whoever answers: may be dropped on any thread, where a last reference of the ordinary
-    // kind would end the connection right there, beside the server's thread.
-    std::shared_ptr<Connection> Kept() {
-        return {this, [self = shared_from_this()](Connection*) mutable {
-                    asio::io_context& context = self->server_.context;
-                    asio::post(context, [self = std::move(self)] {});
-                }};
-    }
-    void Leave() {
-        server_.connections.erase(this);
-        server_.count = server_.connections.size();
-    }
-    void ReadHead();
-    void OnHead();
-    HttpHead Head() const;
-    void ReadBody();
-    void ReadSome();
-    void ReadPiece();
-    void OnPieceRead(ErrorCode error, std::size_t bytes);
-    void OfferPiece();
-    void GivePiece(std::string piece, bool isLast);
-    void OnPieceTaken(BodyStep step);
-    void EndPieces(HttpReply reply);
-    void HandOver();
-    void RefuseUnread(ErrorCode error);
-    void WriteLater(HttpReply reply);
-    void Write(HttpReply reply);
-    void OnWritten();
-    void WriteStream(HttpReply reply);
-    void WriteStreamHead(int status, const HttpReply& reply);
-    void AwaitPiece();
-    void WritePiece();
-    void EndStream();
-    void WatchPeer();
-    void Linger();
-
-    HttpServerState& server_;
-    Stream stream_;
-    const std::uint16_t port_;
-    beast::flat_buffer buffer_{bufferLimit};
-    std::optional<http::request_parser<http::empty_body>> head_;
-    std::optional<http::request_parser<http::string_body>> request_;
-    http::response<http::string_body> response_;
-    http::response<http::empty_body> streamHead_;
-    std::optional<http::response_serializer<http::empty_body>> streamSerializer_;
-    std::shared_ptr<AnswerStream> answer_;  // while it is sent
-    std::string piece_;
-    const Peer peer_;
-    HttpHead told_;
-    bool isIdle_ = true;
-    bool closes_ = false;
-    bool isHeadRequest_ = false;
-    SteadyClock::time_point since_ = SteadyClock::now();
-    std::uint64_t bodyRead_ = 0;
-    asio::steady_timer timer_{server_.context};
-    // While a body is taken in pieces.
-    std::shared_ptr<BodyTaker> taker_;
-    std::optional<SteadyClock::time_point> pieceSince_;  // when its first byte came
-    SteadyClock::time_point pausedSince_;
-    std::optional<HttpReply> early_;  // waits for the end of a read
-    bool isReading_ = false;
-    bool isTaking_ = false;
-    bool gaveLast_ = false;
-    std::size_t lingered_ = 0;
-};
+}  // namespace
 
 // The time for a head begins with its first byte: a connection that is kept may be silent longer.
-void Connection::AwaitRequest() {
+void HttpConnection::AwaitRequest() {
     isIdle_ = true;
     since_ = SteadyClock::now();
     if (server_.stopping)
@@ -153,7 +48,7 @@ void Connection::AwaitRequest() {
                             });
 }
 
-void Connection::ReadHead() {
+void HttpConnection::ReadHead() {
     head_.emplace();
     head_->header_limit(headerLimit);
     head_->body_limit(server_.limits.body);
@@ -166,7 +61,7 @@ void Connection::ReadHead() {
                             });
 }
 
-HttpHead Connection::Head() const {
+HttpHead HttpConnection::Head() const {
     const auto& message = head_->get();
     const auto field = [&](http::field name) { return Text(message[name]); };
     HttpHead head;
@@ -195,7 +90,7 @@ HttpHead Connection::Head() const {
 }
 
 // Two lengths, or a length beside chunks, are how requests are smuggled past a proxy.
-void Connection::OnHead() {
+void HttpConnection::OnHead() {
     isIdle_ = false;
     const auto& message = head_->get();
     const bool isDoubtful =
@@ -218,7 +113,7 @@ void Connection::OnHead() {
     ReadBody();
 }
 
-void Connection::WriteLater(HttpReply reply) {
+void HttpConnection::WriteLater(HttpReply reply) {
     if (reply.pause.count() == 0)
         return Write(std::move(reply));
     stream_.expires_never();
@@ -232,7 +127,7 @@ void Connection::WriteLater(HttpReply reply) {
 }
 
 // Whoever expects 100 has waited with the body until here, so a refusal costs none of it.
-void Connection::ReadBody() {
+void HttpConnection::ReadBody() {
     const bool expects =
         beast::iequals(head_->get()[http::field::expect], "100-continue") && told_.hasBody;
     request_.emplace(std::move(*head_));
@@ -246,7 +141,7 @@ void Connection::ReadBody() {
     if (!expects)
         return ReadSome();
     static constexpr std::string_view goOn = "HTTP/1.1 100 Continue\r\n\r\n";
-    stream_.expires_after(writeTime);
+    stream_.expires_after(httpWriteTime);
     asio::async_write(stream_, asio::buffer(goOn.data(), goOn.size()),
                       [self = shared_from_this()](ErrorCode error, std::size_t) {
                           if (!error)
@@ -254,15 +149,15 @@ void Connection::ReadBody() {
                       });
 }
 
-void Connection::ReadSome() {
+void HttpConnection::ReadSome() {
     if (taker_) {
         pausedSince_ = since_;
         return ReadPiece();
     }
     if (request_->is_done())
         return HandOver();
-    stream_.expires_at(since_ + bodyGrace +
-                       seconds(static_cast<std::int64_t>(bodyRead_ / slowestBody)));
+    stream_.expires_at(since_ + httpBodyGrace +
+                       seconds(static_cast<std::int64_t>(bodyRead_ / httpSlowestBody)));
     http::async_read_some(stream_, buffer_, *request_,
                           [self = shared_from_this()](ErrorCode error, std::size_t bytes) {
                               self->bodyRead_ += bytes;
@@ -272,99 +167,8 @@ void Connection::ReadSome() {
                           });
 }
 
-// Of a body that is taken in pieces one piece is read while the one before is being taken, and no
-// more: the peer waits. What it waits for us does not count against it.
-void Connection::ReadPiece() {
-    if (isReading_ || request_->is_done() || request_->get().body().size() >= pieceBytes)
-        return;
-    isReading_ = true;
-    since_ += SteadyClock::now() - pausedSince_;
-    stream_.expires_at(since_ + bodyGrace +
-                       seconds(static_cast<std::int64_t>(bodyRead_ / slowestBody)));
-    http::async_read_some(stream_, buffer_, *request_,
-                          [self = shared_from_this()](ErrorCode error, std::size_t bytes) {
-                              self->OnPieceRead(error, bytes);
-                          });
-}
-
-void Connection::OnPieceRead(ErrorCode error, std::size_t bytes) {
-    isReading_ = false;
-    bodyRead_ += bytes;
-    pausedSince_ = SteadyClock::now();
-    if (early_)
-        return EndPieces(std::move(*early_));
-    if (error) {
-        taker_.reset();
-        return RefuseUnread(error);
-    }
-    if (!pieceSince_)
-        pieceSince_ = pausedSince_;
-    OfferPiece();
-    ReadPiece();
-}
-
-// A piece goes when it is large enough, when it has waited long enough, or when it is the last.
-void Connection::OfferPiece() {
-    if (!taker_ || isTaking_)
-        return;
-    std::string& body = request_->get().body();
-    const bool isLast = request_->is_done();
-    if (body.empty() && !isLast)
-        return;
-    const auto due = pieceSince_.value_or(SteadyClock::now()) + pieceTime;
-    if (isLast || body.size() >= pieceBytes || SteadyClock::now() >= due) {
-        pieceSince_.reset();
-        return GivePiece(std::exchange(body, {}), isLast);
-    }
-    timer_.expires_at(due);
-    timer_.async_wait([self = shared_from_this()](ErrorCode error) {
-        if (!error)
-            self->OfferPiece();
-    });
-}
-
-void Connection::GivePiece(std::string piece, bool isLast) {
-    isTaking_ = true;
-    gaveLast_ = isLast;
-    auto next = [self = Kept()](BodyStep step) {
-        asio::post(self->server_.context, [self, step = std::move(step)]() mutable {
-            self->OnPieceTaken(std::move(step));
-        });
-    };
-    asio::post(server_.workers, [taker = taker_, piece = std::move(piece), isLast, next]() mutable {
-        taker->Take(std::move(piece), isLast, next);
-    });
-}
-
-void Connection::OnPieceTaken(BodyStep step) {
-    isTaking_ = false;
-    if (!taker_)
-        return;
-    if (!step.reply && server_.stopping)
-        step.reply = taker_->Interrupt();
-    if (!step.reply && step.again)
-        return GivePiece(std::string(), gaveLast_);
-    if (!step.reply) {
-        OfferPiece();
-        return ReadPiece();
-    }
-    if (!isReading_)
-        return EndPieces(std::move(*step.reply));
-    early_ = std::move(step.reply);
-    stream_.cancel();
-}
-
-void Connection::EndPieces(HttpReply reply) {
-    early_.reset();
-    taker_.reset();
-    pieceSince_.reset();
-    reply.closes = reply.closes || !request_->is_done();
-    request_.reset();
-    Write(std::move(reply));
-}
-
 // What could not be read to its end. A peer that went away or was too slow hears nothing.
-void Connection::RefuseUnread(ErrorCode error) {
+void HttpConnection::RefuseUnread(ErrorCode error) {
     if (error == http::error::body_limit)
         return Write({413, "text/plain", "the body is larger than http.body_size\n", {}, true});
     if (error == http::error::header_limit)
@@ -376,7 +180,7 @@ void Connection::RefuseUnread(ErrorCode error) {
 }
 
 // The answer may come from any thread, and after the peer has gone.
-void Connection::HandOver() {
+void HttpConnection::HandOver() {
     stream_.expires_never();
     auto request = std::make_shared<HttpRequest>();
     request->head = std::move(told_);
@@ -391,134 +195,9 @@ void Connection::HandOver() {
     });
 }
 
-void Connection::Write(HttpReply reply) {
-    if (reply.isCut)
-        return Close();
-    closes_ = closes_ || reply.closes || server_.stopping;
-    if (reply.stream)
-        return WriteStream(std::move(reply));
-    response_ = {};
-    response_.version(11);
-    response_.result(static_cast<unsigned>(reply.status));
-    response_.set(http::field::content_type, reply.type);
-    response_.set("X-Content-Type-Options", "nosniff");
-    for (const auto& [name, value] : reply.headers)
-        response_.set(name, value);
-    response_.body() = std::move(reply.body);
-    response_.keep_alive(!closes_);
-    response_.prepare_payload();
-    if (isHeadRequest_)
-        response_.body().clear();  // its length stays
-    stream_.expires_after(writeTime);
-    http::async_write(stream_, response_,
-                      [self = shared_from_this()](ErrorCode error, std::size_t) {
-                          if (!error)
-                              self->OnWritten();
-                      });
-}
-
-// An answer that comes by and by goes out in chunks. Each has as long as its reader may read
-// nothing. The peer is watched from the first: it may have gone long before there is anything to
-// write.
-void Connection::WriteStream(HttpReply reply) {
-    answer_ = std::move(reply.stream);
-    WatchPeer();
-    if (!reply.statusOf)
-        return WriteStreamHead(reply.status, reply);
-    stream_.expires_never();
-    answer_->WhenReady([self = Kept(), reply = std::move(reply)] {
-        asio::post(self->server_.context,
-                   [self, reply] { self->WriteStreamHead(reply.statusOf(*self->answer_), reply); });
-    });
-}
-
-void Connection::WriteStreamHead(int status, const HttpReply& reply) {
-    streamHead_ = {};
-    streamHead_.version(11);
-    streamHead_.result(static_cast<unsigned>(status));
-    streamHead_.set(http::field::content_type, reply.type);
-    streamHead_.set("X-Content-Type-Options", "nosniff");
-    for (const auto& [name, value] : reply.headers)
-        streamHead_.set(name, value);
-    streamHead_.keep_alive(!closes_);
-    streamHead_.chunked(true);
-    streamSerializer_.emplace(streamHead_);
-    stream_.expires_after(writeTime);
-    http::async_write_header(stream_, *streamSerializer_,
-                             [self = shared_from_this()](ErrorCode error, std::size_t) {
-                                 if (error)
-                                     return self->answer_->Cancel();
-                                 self->AwaitPiece();
-                             });
-}
-
-void Connection::AwaitPiece() {
-    stream_.expires_never();
-    answer_->WhenReady(
-        [self = Kept()] { asio::post(self->server_.context, [self] { self->WritePiece(); }); });
-}
-
-void Connection::WritePiece() {
-    if (!answer_->Take(&piece_))
-        return EndStream();
-    if (piece_.empty())
-        return AwaitPiece();
-    stream_.expires_after(answer_->LongestStall());
-    asio::async_write(stream_, http::make_chunk(asio::buffer(piece_)),
-                      [self = shared_from_this()](ErrorCode error, std::size_t) {
-                          if (error)
-                              return self->answer_->Cancel();
-                          self->AwaitPiece();
-                      });
-}
-
-void Connection::EndStream() {
-    answer_.reset();
-    stream_.expires_after(writeTime);
-    asio::async_write(stream_, http::make_chunk_last(),
-                      [self = shared_from_this()](ErrorCode error, std::size_t) {
-                          if (!error)
-                              self->OnWritten();
-                      });
-}
-
-// A peer that goes away while its answer is made shows as the end of what it sends.
-void Connection::WatchPeer() {
-    stream_.socket().async_wait(Protocol::socket::wait_read, [self = shared_from_this()](
-                                                                 ErrorCode error) {
-        char byte = 0;
-        if (error || !self->answer_ ||
-            ::recv(self->stream_.socket().native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0)
-            return;
-        self->answer_->Cancel();
-        self->Close();
-    });
-}
-
-void Connection::OnWritten() {
-    if (!closes_)
-        return AwaitRequest();
-    ErrorCode ignored;
-    stream_.socket().shutdown(Protocol::socket::shutdown_send, ignored);
-    stream_.expires_after(lingerTime);
-    isIdle_ = true;  // others that come go before it
-    Linger();
-}
-
-void Connection::Linger() {
-    buffer_.clear();
-    stream_.async_read_some(buffer_.prepare(65536),
-                            [self = shared_from_this()](ErrorCode error, std::size_t bytes) {
-                                self->lingered_ += bytes;
-                                if (!error && self->lingered_ < lingerBytes)
-                                    self->Linger();
-                            });
-}
-
-}  // namespace
-
-void BeginHttpConnection(HttpServerState& server, Protocol::socket socket, std::uint16_t port) {
-    std::make_shared<Connection>(server, std::move(socket), port)->AwaitRequest();
+void BeginHttpConnection(HttpServerState& server, asio::generic::stream_protocol::socket socket,
+                         std::uint16_t port) {
+    std::make_shared<HttpConnection>(server, std::move(socket), port)->AwaitRequest();
 }
 
 }  // namespace zel
