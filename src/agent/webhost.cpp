@@ -1,8 +1,14 @@
 #include "agent/webhost.h"
 
 #include "agent/askroutes.h"
+#include "agent/following/followplace.h"
 
 namespace zel {
+
+std::string AgentWebHost::Settled() const {
+    const std::string key = parts_.spool.Settled();
+    return key.empty() ? key : PositionOf(PlaceBehind(key));
+}
 
 void AgentWebHost::Annotate(std::string key, std::string json,
                             const std::function<void(bool isStored)>& done) {

@@ -20,6 +20,7 @@ public:
         return access_->rights.Has(peer, right);
     }
     Followers* Following() override { return &parts_.followers; }
+    std::string Settled() const override;
     void Annotate(std::string key, std::string json,
                   const std::function<void(bool isStored)>& done) override;
 

@@ -145,6 +145,10 @@ def check_files(zel, page, key):
             answer.status, answer.headers["Content-Type"], answer.headers["Content-Disposition"].startswith("attachment; filename=")))
         expected = zel.run("query", "--object", "process", "-o", form).stdout.splitlines()
         zel.check(f"the same {form}", sorted(expected), sorted(answer.read().splitlines()))
+    columns = "time,key,enrichments"
+    expected = zel.run("query", "--object", "file", "--enrichments", "-o", "csv", "--fields", columns).stdout.splitlines()
+    got = page.ask("GET", f"/v1/export?object=file&form=csv&fields={columns}").read().splitlines()
+    zel.check("keys and enrichments", (sorted(expected), True), (sorted(got), any(b"annotation" in line for line in got)))
     zel.check("refused", (400, 400, 400), tuple(page.status("GET", "/v1/export?" + query)
                                                 for query in ("form=exe", "form=csv&fields=colour", "colour=red")))
     ask = {"question": {"parameters": [["object", "file"], ["until", "2026-11-13"]], "command": "zel query --object file"},

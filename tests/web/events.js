@@ -60,6 +60,14 @@ export function gap() {
   };
 }
 
+/** Fits one event of the incident. */
+export const rule = `title: a macro starts a shell
+id: 5f0ca001-0000-4000-8000-000000000001
+level: high
+logsource: { product: windows, category: process_creation }
+detection: { selection: { ParentImage|endswith: WINWORD.EXE }, condition: selection }
+`;
+
 export const script = '<script>document.title="taken"</script><img src=x onerror="document.title=\'taken\'">';
 export const turned = 'C:\\Temp\\report_\u202efdp.exe';
 

@@ -33,6 +33,11 @@ export function ingest(store, records, ...files) {
   rmSync(own);
 }
 
+/** Leaves the hits of a rule with their events. */
+export function hunt(store, rule) {
+  execFileSync(zel, ['--store', store, 'hunt', '-', '--enrich'], { input: rule, stdio: ['pipe', 'ignore', 'pipe'] });
+}
+
 export function lines(...words) {
   return execFileSync(zel, words, { encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore'], maxBuffer: 1 << 28 }).trim().split('\n');
 }

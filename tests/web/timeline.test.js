@@ -4,11 +4,17 @@ import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
-import { gap, hostile, incident, ordinary, script } from './events.js';
-import { accessible, ask, browse, counted, folderOf, ingest, lines, open, picture, request, rows, search, serve, settled } from './support.js';
+import { gap, hostile, incident, ordinary, rule, script } from './events.js';
+import { accessible, ask, browse, counted, folderOf, hunt, ingest, lines, open, picture, request, rows, search, serve, settled } from './support.js';
 
 const sample = 'examples/events.ndjson.xz';
 const all = 2039;
+
+/** @param {any} page @param {any} button */
+async function saved(page, button) {
+  const [download] = await Promise.all([page.waitForEvent('download'), button.click()]);
+  return readFileSync(await download.path(), 'utf8');
+}
 
 /** @type {[string, (stage: any) => Promise<void>][]} */
 const scenarios = [];
@@ -151,6 +157,20 @@ scenario('what is hostile stays text', async ({ page }) => {
   await page.keyboard.press('Escape');
 });
 
+scenario('levels of rules are drawn, shown in columns and saved', async ({ page }) => {
+  await ask(page, { since: '2023-07-20', until: '2023-07-20', '.by': 'level', '.columns': 'time,level,rule,key' });
+  assert.match(await page.locator('#legend').textContent(), /high.*6 without a hit, not drawn/);
+  assert.match((await rows(page)).join('\n'), /high.*a macro starts a shell/);
+  await page.getByRole('button', { name: 'Only a macro starts a shell' }).click();
+  await settled(page);
+  assert.equal(await counted(page), 1);
+  await page.getByRole('button', { name: 'Save…' }).click();
+  assert.match(await saved(page, page.getByRole('link', { name: 'CSV' })), /^time,enrichments,key\r?\n[^,]+,.*a macro starts a shell.*,p<begin_time>/);
+  await page.keyboard.press('Escape');
+  await page.getByRole('button', { name: 'Live' }).click();
+  await page.locator('#status', { hasText: 'Live can\'t ask by rules' }).waitFor();
+});
+
 scenario('a verdict is kept in the store, with its author', async ({ service, page }) => {
   await ask(page, { object: 'reg_value', target_path: '*\\Run\\OneDriveUpdate' });
   await page.locator('#list .body .row:visible').first().click();
@@ -176,15 +196,11 @@ scenario('what is shown goes out as files and as a report', async ({ page }) => 
   for (const key of ['Home', 'm', 'j', 'm']) await page.keyboard.press(key);
   await page.getByRole('button', { name: 'Save…' }).click();
   await page.screenshot({ path: picture('save') });
-  const saved = async (/** @type {any} */ button) => {
-    const [download] = await Promise.all([page.waitForEvent('download'), button.click()]);
-    return readFileSync(await download.path(), 'utf8');
-  };
-  assert.equal((await saved(page.getByRole('link', { name: 'NDJSON' }))).trim().split('\n').length, 7);
-  assert.match(await saved(page.getByRole('link', { name: 'CSV' })), /^time,object,action,actor_path,target_path\r?\n/);
-  assert.match(await saved(page.getByRole('link', { name: 'OCSF' })), /class_uid/);
+  assert.equal((await saved(page, page.getByRole('link', { name: 'NDJSON' }))).trim().split('\n').length, 7);
+  assert.match(await saved(page, page.getByRole('link', { name: 'CSV' })), /^time,object,action,actor_path,target_path\r?\n/);
+  assert.match(await saved(page, page.getByRole('link', { name: 'OCSF' })), /class_uid/);
   await page.locator('.report li input').first().fill('it "calls" <home>');
-  const report = await saved(page.getByRole('button', { name: 'Save the report' }));
+  const report = await saved(page, page.getByRole('button', { name: 'Save the report' }));
   assert.ok(report.includes('&lt;home&gt;') && report.includes('zel query') && !/<script/i.test(report), report.slice(0, 3000));
   await page.keyboard.press('Escape');
 });
@@ -192,10 +208,11 @@ scenario('what is shown goes out as files and as a report', async ({ page }) => 
 scenario('new events flow in, and are held in the store while paused', async ({ service, page }) => {
   await ask(page, { object: 'file' });
   const before = await counted(page);
+  const fresh = [...ordinary(20, new Date())].filter(({ artifacts }) => artifacts.target.object_type === 'file');
+  await service.bring(fresh.slice(0, 2));  // on their way into the store, where no list finds them yet
   await page.locator('#live').click();
   await page.locator('#status', { hasText: 'Live' }).waitFor();
-  const fresh = [...ordinary(20, new Date())].filter(({ artifacts }) => artifacts.target.object_type === 'file');
-  await service.bring(fresh.slice(0, 4));
+  await service.bring(fresh.slice(2, 4));
   await page.locator('#events-title', { hasText: String(before + 4).replace(/\B(?=(\d{3})+$)/g, ',') }).waitFor();
   assert.match((await rows(page))[0], /part\d+\.dat/);
   await page.getByRole('button', { name: 'Pause' }).click();
@@ -206,6 +223,10 @@ scenario('new events flow in, and are held in the store while paused', async ({ 
   await page.screenshot({ path: picture('live') });
   await page.getByRole('button', { name: 'Go on' }).click();
   await page.locator('#events-title', { hasText: String(before + 6) }).waitFor();
+  await page.getByRole('button', { name: 'Pause' }).click();
+  await page.getByRole('button', { name: 'Newest first' }).click();  // which asks anew
+  await page.getByRole('button', { name: 'Pause' }).waitFor();
+  await page.getByRole('button', { name: 'Oldest first' }).click();
   await page.locator('#live').click();
 });
 
@@ -243,6 +264,7 @@ scenario('times are those of the zone that is wanted', async ({ page }) => {
 test('the page of a service', async (whole) => {
   const folder = folderOf(whole);
   ingest(join(folder, 'store'), [...incident(), ...hostile(), gap()], sample);
+  hunt(join(folder, 'store'), rule);
   const service = await serve(whole, folder);
   const browser = await browse(whole);
   const stage = { whole, service, browser, page: await open(whole, browser, service.link()) };

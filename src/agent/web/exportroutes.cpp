@@ -40,11 +40,22 @@ std::string NotWhole(const ExportKind& kind, const std::string& notRead) {
     return kind.form == "csv" ? "incomplete: a part of the store could not be read\r\n" : told;
 }
 
+// As the store joins them.
+std::string Joined(const ZEL::QueryRow& row) {
+    return std::string(row.text.substr(0, row.text.rfind('}')))
+        .append(",\"enrichments\":")
+        .append(row.enrichments)
+        .append("}");
+}
+
 void Export(QuestionWork& work, EventQuestion& question, WebForm& form, const ExportKind& kind) {
+    if (form.WantsEnrichments())
+        question.ReadEnrichments();
     std::string piece;
     const ZEL::HRESULT walked =
         question.WalkOnce(work, [&](const ZEL::QueryRow& row, const EventKeyHead&) {
-            piece += form.Row(row.text);
+            const bool joins = form.WantsEnrichments() && !row.enrichments.empty();
+            piece += joins ? form.Row(Joined(row), row.key) : form.Row(row.text, row.key);
             if (piece.size() >= pieceBytes) {
                 work.Write(piece);
                 piece.clear();

@@ -10,16 +10,16 @@ namespace zel {
 
 namespace {
 
-// The code of a character of three bytes that turns the direction, or 0.
-unsigned TurningAt(std::string_view text) {
+// The code of a character of three bytes that can't be seen or turns the direction, or 0.
+unsigned UnseenAt(std::string_view text) {
     if (text.size() < 3 || static_cast<unsigned char>(text[0]) != 0xE2)
         return 0;
     const unsigned second = static_cast<unsigned char>(text[1]) & 0x3FU;
     const unsigned third = static_cast<unsigned char>(text[2]) & 0x3FU;
     const unsigned code = 0x2000U | second << 6 | third;
-    const bool turns = code == 0x200E || code == 0x200F || (code >= 0x202A && code <= 0x202E) ||
-                       (code >= 0x2066 && code <= 0x2069);
-    return turns ? code : 0;
+    const bool isUnseen = (code >= 0x200B && code <= 0x200F) ||
+                          (code >= 0x2028 && code <= 0x202E) || (code >= 0x2060 && code <= 0x2069);
+    return isUnseen ? code : 0;
 }
 
 void AppendCharacter(char character, std::string* out) {
@@ -87,13 +87,13 @@ std::string HtmlText(std::string_view text) {
     std::string html;
     html.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const unsigned turning = TurningAt(text.substr(i));
-        if (turning == 0) {
+        const unsigned unseen = UnseenAt(text.substr(i));
+        if (unseen == 0) {
             AppendCharacter(text[i], &html);
             continue;
         }
         char name[16] = "";
-        std::snprintf(name, sizeof(name), "[U+%04X]", turning);
+        std::snprintf(name, sizeof(name), "[U+%04X]", unseen);
         html += name;
         i += 2;
     }

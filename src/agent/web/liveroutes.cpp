@@ -7,7 +7,8 @@
 #include "agent/web/websessions.h"
 #include "common/jsontext.h"
 
-// New events come as followers get them. What a page asks beside times is asked of each; a range of
+// New events come as followers get them, beginning with those that no list can have found yet, as
+// they are on their way into the store. What a page asks beside times is asked of each; a range of
 // time means the past, so it is left aside. A browser whose connection breaks comes back by itself
 // with the last position that it has seen, and misses nothing.
 
@@ -90,7 +91,8 @@ void FollowLive(WebParts& parts, HttpRequest& request, const IHttpHandler::Answe
     std::string problem;
     Parameters asked = ParametersOf(request.head.query);
     auto cells = ListCells::Read(TakeParameter(&asked, "fields"), &problem);
-    FollowRequest wanted{request.head.lastEventId, "", -1};
+    const std::string& last = request.head.lastEventId;
+    FollowRequest wanted{last.empty() ? parts.host.Settled() : last, "", -1};
     if (!cells || !AskLive(parts, std::move(asked), &wanted, &problem))
         return answer(PlainReply(400, problem));
     const std::string id = RandomText();

@@ -26,6 +26,8 @@ public:
     virtual bool Has(const Peer& peer, Right right) const = 0;
     // Null where nothing comes.
     virtual Followers* Following() = 0;
+    // The position, as followers take it, ahead of which the store has all; empty: not known.
+    virtual std::string Settled() const = 0;
     // Stores a silent enrichment for the event with that key, which was checked. `done` is called
     // once, on any thread, with whether it is on the disk. Not asked of whom nobody has the right.
     virtual void Annotate(std::string key, std::string json,
@@ -39,8 +41,10 @@ protected:
 class WebForm {
 public:
     virtual ~WebForm() = default;
-    // What stands for a row of the store, its end included.
-    virtual std::string Row(std::string_view row) = 0;
+    // Whether it shows enrichments; then they are to stand in the text of the rows.
+    virtual bool WantsEnrichments() const = 0;
+    // What stands for an event of the store, its end included.
+    virtual std::string Row(std::string_view text, std::string_view key) = 0;
     virtual std::string End() { return ""; }
 };
 // A form (ndjson, csv, ocsf) of some columns; an empty list: those that suit. Null, with words,

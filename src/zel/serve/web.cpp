@@ -117,6 +117,7 @@ public:
     void CountRequest(std::string_view, int) override {}
     bool Has(const Peer&, Right right) const override { return right == Right::read; }
     Followers* Following() override { return nullptr; }
+    std::string Settled() const override { return ""; }
     void Annotate(std::string, std::string, const std::function<void(bool)>& done) override {
         done(false);
     }

@@ -1,5 +1,7 @@
 #include "zel/serve/webtools.h"
 
+#include <algorithm>
+
 #include "zel/query/searchline.h"
 #include "zel/results/fields.h"
 #include "zel/results/resultform.h"
@@ -10,16 +12,26 @@ namespace {
 
 class ResultWebForm final : public WebForm {
 public:
-    explicit ResultWebForm(FormChoice choice) : form_(MakeResultForm(std::move(choice))) {}
+    explicit ResultWebForm(FormChoice choice)
+        : wantsKey_(std::any_of(choice.fields.begin(), choice.fields.end(),
+                                [](const Field& field) { return field.IsKey(); })),
+          wantsEnrichments_(std::any_of(choice.fields.begin(), choice.fields.end(), OfEnrichments)),
+          form_(MakeResultForm(std::move(choice))) {}
 
-    std::string Row(std::string_view row) override {
+    bool WantsEnrichments() const override { return wantsEnrichments_; }
+    std::string Row(std::string_view text, std::string_view key) override {
         const bool isFirst = isEmpty_;
         isEmpty_ = false;
-        return form_->Row({row, ""}, isFirst);
+        return form_->Row({text, wantsKey_ ? key : ""}, isFirst);
     }
     std::string End() override { return form_->End(isEmpty_); }
 
 private:
+    static bool OfEnrichments(const Field& field) {
+        return field.column == nullptr && field.pointer.front() == "enrichments";
+    }
+
+    const bool wantsKey_, wantsEnrichments_;
     const std::unique_ptr<ResultForm> form_;
     bool isEmpty_ = true;
 };

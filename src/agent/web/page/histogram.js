@@ -131,7 +131,7 @@ export class Histogram extends EventTarget {
 
   #paint() {
     const answer = /** @type {HistogramAnswer} */ (this.answer);
-    const keys = inOrder(answer.keys);
+    const keys = this.#drawn(answer.keys);
     const most = d3.max(answer.buckets, (/** @type {Bucket} */ bucket) => d3.sum(keys, (/** @type {string} */ key) => bucket.counts[key] ?? 0)) || 1;
     const y = d3.scaleLinear().domain([0, most]).nice(4).range([height - margin.bottom, margin.top]);
     const left = margin.left;
@@ -159,6 +159,15 @@ export class Histogram extends EventTarget {
       });
     this.#axes(y, left, right);
     this.#gapBands(answer, left, right);
+  }
+
+  /**
+   * What has bars, in their order. Beside events that no rule fits, the others could not be seen.
+   * @param {string[]} keys
+   */
+  #drawn(keys) {
+    const hits = inOrder(keys).filter((key) => this.question.view.by !== 'level' || key !== 'none');
+    return hits.length ? hits : inOrder(keys);
   }
 
   /** @param {any} y @param {number} left @param {number} right */
@@ -227,7 +236,10 @@ export class Histogram extends EventTarget {
     const counted = `${numberText(answer.total)} ${answer.total === 1 ? 'event' : 'events'}`;
     part('counted').replaceChildren(make('b', {}, counted), make('span', {}, range), make('span', {}, answer.from && answer.width >= 1 ? `a bar is ${lengthText(answer.width)}` : ''));
     this.svg.attr('aria-label', `${counted}, ${range}. ${answer.buckets.length} bars of ${lengthText(answer.width)}.`);
-    part('legend').replaceChildren(...inOrder(answer.keys).map((key) => make('li', {}, make('i', { class: `swatch ${colourOf(key)}` }), shown(kindText(key)))));
+    const drawn = this.#drawn(answer.keys);
+    part('legend').replaceChildren(...inOrder(answer.keys).map((key) => (drawn.includes(key)
+      ? make('li', {}, make('i', { class: `swatch ${colourOf(key)}` }), shown(kindText(key)))
+      : make('li', { class: 'undrawn' }, `${numberText(d3.sum(answer.buckets, (/** @type {Bucket} */ bucket) => bucket.counts[key]))} without a hit, not drawn`))));
     const within = (answer.gaps ?? []).filter((gap) => new Date(gap.until) >= from && new Date(gap.from) <= until);
     const lacking = within.map((gap) => make('li', {}, make('i', { class: 'swatch hatched' }), gapText(gap, this.question.utc)));
     const unread = answer.complete === false || answer.not_read?.length;

@@ -31,6 +31,7 @@ export class List extends EventTarget {
   #height = 0;
   #visible = 1;
   #way = 0;
+  #ahead = 0;
 
   /** @param {Question} question */
   constructor(question) {
@@ -102,12 +103,16 @@ export class List extends EventTarget {
     this.#fit();
   }
 
-  /** Makes what scrolls as high as the rows are. */
+  /** Makes what scrolls as high as the rows are. What is looked at stays where it is. */
   #fit() {
+    const moved = this.rows.ahead - this.#ahead;
+    this.#ahead = this.rows.ahead;
+    if (this.selected >= 0) this.selected = Math.max(0, this.selected + moved);
     const height = Math.min(highest, this.rows.count * this.#rowHeight);
     this.#way = Math.max(0, height + this.#headHeight - this.#height);
     this.stuck.style.height = `${this.#height}px`;
     this.spacer.style.height = `${this.#way}px`;
+    if (moved && this.scroller.scrollTop > 0 && this.#scale > 0) this.scroller.scrollTop += moved / this.#scale;
     this.scroller.setAttribute('aria-rowcount', String(this.rows.count + 1));
     part('events-title').textContent = this.rows.count ? `Events (${numberText(this.rows.count)})` : 'Events';
     this.#later();
@@ -253,16 +258,11 @@ export class List extends EventTarget {
   }
 
   /**
-   * A row that came now. What is looked at stays where it is.
+   * A row that came now.
    * @param {Row} row
    * @returns {boolean} whether there is room for more
    */
   append(row) {
-    const ahead = this.rows.ahead;
-    const room = this.rows.append(row);
-    const moved = this.rows.ahead - ahead;
-    if (this.selected >= 0) this.selected += moved;
-    if (moved && this.scroller.scrollTop > 0 && this.#scale > 0) this.scroller.scrollTop += moved / this.#scale;
-    return room;
+    return this.rows.append(row);
   }
 }

@@ -42,6 +42,8 @@ export class Live {
   start() {
     this.#source?.close();
     this.#source = null;
+    this.#paused = false;
+    this.#id = '';
     // What comes now lies in no range that was chosen, and rules are asked of what is stored.
     const conditions = this.question.conditions.filter(([name]) => !['since', 'until', 'day'].includes(name));
     if (conditions.some(([name]) => ['rule', 'without_rule', 'level'].includes(name))) {
@@ -53,8 +55,15 @@ export class Live {
     this.#source = source;
     this.#count(0);
     source.addEventListener('hello', (event) => {
+      const isFirst = !this.#id;
       this.#id = String(JSON.parse(event.data).id);
-      tell('Live: new events are shown as they come');
+      // What the list was asked for earlier lacks what came since. A connection that was lost goes on.
+      if (isFirst) {
+        this.list.load(true);
+        this.recount();
+      }
+      if (this.#paused) this.pause(true);
+      else tell('Live: new events are shown as they come');
     });
     source.addEventListener('row', (event) => this.#row(JSON.parse(event.data)));
     source.addEventListener('gap', (event) => this.#row({ position: event.lastEventId, key: '', cells: [], gap: JSON.parse(event.data) }));

@@ -15,7 +15,7 @@ import { SearchLine } from './searchline.js';
 
 /** @param {Question} question @param {Column[]} columns */
 function openColumns(question, columns) {
-  const boxes = columns.map(({ name }) => {
+  const boxes = [...columns.map(({ name }) => name), 'rule', 'level'].map((name) => {
     const box = /** @type {HTMLInputElement} */ (make('input', { type: 'checkbox', checked: question.view.columns.includes(name) }));
     box.addEventListener('change', () => {
       const rest = question.view.columns.filter((column) => column !== name);

@@ -55,17 +55,24 @@ export class Rows extends EventTarget {
   }
 
   /**
-   * How many the counting found; what the list itself has found is surer.
+   * How many the counting found, perhaps with those that came since; what the list itself has found is
+   * surer.
    * @param {number} total
    */
   expect(total) {
-    if (this.#exact || this.#live.length || total <= this.#stored) return;
-    this.#stored = total;
+    const stored = total - this.#live.length;
+    if (this.#exact || stored <= this.#stored) return;
+    this.#stored = stored;
     this.#changed();
   }
 
-  /** @param {Row} row */
+  /**
+   * A row that came now, unless it was found already.
+   * @param {Row} row
+   * @returns {boolean} whether there is room for more
+   */
   append(row) {
+    if (row.key && [...this.#pieces.values()].some((rows) => rows.some(({ key }) => key === row.key))) return true;
     this.#live.push(row);
     this.#changed();
     return this.#live.length <= mostLive;
@@ -136,6 +143,8 @@ export class Rows extends EventTarget {
   /** @param {number} piece @param {Row[]} rows @param {boolean} more */
   #keep(piece, rows, more) {
     this.#pieces.set(piece, rows);
+    const keys = new Set(this.#live.length ? rows.map(({ key }) => key) : []);
+    this.#live = this.#live.filter(({ key }) => !keys.has(key));
     if (rows.length === pieceRows) this.#ends.set(piece, rows[rows.length - 1].position);
     if (this.#pieces.size > mostPieces) this.#pieces.delete(/** @type {number} */ (this.#pieces.keys().next().value));
     const found = piece * pieceRows + rows.length;

@@ -9,7 +9,8 @@ import { make, openDialog, shown, tell } from './dom.js';
 
 /** @param {Question} question @param {List} list */
 export function openSave(question, list) {
-  const fields = question.view.columns.join(',');
+  // What rules say of an event stands in its enrichments.
+  const fields = [...new Set(question.view.columns.map((name) => (name === 'rule' || name === 'level' ? 'enrichments' : name)))].join(',');
   const forms = /** @type {[string, string, string][]} */ ([['ndjson', 'NDJSON', 'the records as they are stored'], ['csv', 'CSV', 'the columns that are shown'], ['ocsf', 'OCSF', 'for other tools']]);
   const links = forms.map(([form, name, hint]) => {
     /** @type {[string, string][]} */
