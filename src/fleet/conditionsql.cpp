@@ -26,7 +26,7 @@ namespace {
 namespace Schema = ZEL::Schema;
 using ZEL::KeyField;
 
-constexpr const char* never = "0";
+constexpr const char *never = "0", *always = "1";
 
 // Values of these are shared by a large part of all rows.
 bool IsCommon(KeyField field) {
@@ -116,6 +116,10 @@ private:
             case Schema::operatorDoesNotEqual:
                 return {column + " != " + SqlText(folded)};
             case Schema::operatorContains:
+                // A list of alternatives in which one is empty is a thing that newer servers
+                // answer wrongly for an empty text.
+                if (value.empty())
+                    return {always};
                 return {column + " LIKE " + Like("%", folded, "%"), true, tellsMuch};
             case Schema::operatorDoesNotContain:
                 return {column + " NOT LIKE " + Like("%", folded, "%")};

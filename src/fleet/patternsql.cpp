@@ -242,8 +242,12 @@ PatternSql SqlOfPattern(std::string_view column, const std::string& expression,
         return result;
     }
     if (const auto like = LikeOf(read.tokens)) {
-        result.sql = FoldedColumn(column, caseSensitive) + " LIKE " +
-                     SqlText(FoldedValue(*like, caseSensitive));
+        // Newer servers put alternatives together, and then answer wrongly for an empty text.
+        if (like->find_first_not_of('%') == like->npos)
+            result.sql = like->empty() ? std::string(column) + " = ''" : "1";
+        else
+            result.sql = FoldedColumn(column, caseSensitive) + " LIKE " +
+                         SqlText(FoldedValue(*like, caseSensitive));
         return result;
     }
     const std::string needed = NeededCondition(column, expression, caseSensitive);

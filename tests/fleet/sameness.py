@@ -101,7 +101,7 @@ class Documents:
     def condition(self, field, operator=None):
         chance = self.chance
         operator = operator or chance.choice([*OPERATORS, "fits_pattern"])
-        values = [self.value(field) for _ in range(chance.choice([1, 1, 1, 2, 3, 5]))]
+        values = [self.value(field) for _ in range(chance.choice([1, 1, 1, 2, 3, 5, 12]))]
         if operator == "fits_pattern":
             values = [self.pattern() for _ in range(chance.choice([1, 1, 2]))]
         return pair(values, operator, chance.choice([None, None, True, False]))
@@ -140,6 +140,9 @@ class Documents:
             for operator in OPERATORS[:10]:
                 for sensitive in (True, False):
                     yield {"begin_time": {"value": ALL}, **text_condition(field, pair([self.value(field)], operator, sensitive))}
+            for operator in ("equals", "contains"):
+                many = [f"{text}{number}" for number in range(30) for text in ("x", "*\\a", "b*", "é?")]
+                yield {"begin_time": {"value": ALL}, **text_condition(field, pair([*many, "", self.value(field)], operator))}
         for expression in PATTERNS:
             for sensitive in (True, False):
                 for field in (FIELDS[0], FIELDS[3]):
