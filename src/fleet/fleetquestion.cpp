@@ -228,7 +228,8 @@ std::string FleetQuestion::State::Where(const Step& step) const {
         std::string test = isOneRange ? "" : part.range;
         And(test, part.conditions);
         isAll = isAll || test.empty();
-        any.append(any.empty() ? "" : " OR ").append("(").append(test).append(")");
+        any.append(any.empty() ? "" : " OR ");
+        any.append(step.count == 1 ? test : "(" + test + ")");
     }
     std::string sql = HostCondition(scope.hosts);
     if (isOneRange)
