@@ -28,6 +28,8 @@ constexpr Meaning meanings[] = {
     {0x80070070, "the disk is full"},
     {0x800700AA, "too much to do"},
     {0x800704D4, "the agent is not there"},
+    {0x800704D0, "the fleet's answer is not whole"},
+    {0x800710E0, "a fleet can't be asked that"},
     {0x800705B4, "its time was over"},
     {0x80070490, "not found"},
     {0x80070570, "the files are corrupt"},

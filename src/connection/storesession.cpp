@@ -8,6 +8,7 @@
 
 #include "common/hostservices.h"
 #include "connection/agentrequest.h"
+#include "connection/fleetuse.h"
 #include "connection/remotestore.h"
 #include "connection/resultwords.h"
 #include "connection/storereports.h"
@@ -16,7 +17,7 @@
 // tell what failed.
 //
 // Where an agent owns the store, the session is one with the agent (remotestore.h), and no
-// directory is looked at.
+// directory is looked at. A fleet (fleetuse.h) is reached likewise.
 //
 // LevelDB lets one process at a time have a database open. A session that only asks opens none: it
 // reads each folder as it stands, so that any number of them work beside one that writes.
@@ -65,7 +66,22 @@ bool StoreSession::OpenAtAgent(StoreNeed need) {
     return false;
 }
 
+bool StoreSession::OpenFleet(StoreNeed need) {
+    if (need != StoreNeed::reading) {
+        listener_.Say("the fleet at " + FleetPlace() +
+                      " is only asked; events come there by `zel fleet send`");
+        return false;
+    }
+    if (!Load())
+        return false;
+    lostBefore_ = RecordsLost();
+    store_ = FleetMakerInUse()(listener_, std::move(store_));
+    return started_ = static_cast<bool>(store_);
+}
+
 bool StoreSession::Open(StoreNeed need) {
+    if (IsFleetUsed())
+        return OpenFleet(need);
     if (!AgentSocket().empty())
         return OpenAtAgent(need);
     std::string directory;

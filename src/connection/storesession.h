@@ -33,6 +33,7 @@ public:
     // directory, such as that others than its owner can read it, is told on the way.
     //
     // Where UseAgent has named an agent, its store is opened: to read, or `existing` to enrich.
+    // Where UseFleet has named a fleet, that is, to read alone.
     bool Open(StoreNeed need);
     // Loads the component alone, for what needs no store, such as MakeKey. False as above.
     bool Load();
@@ -63,6 +64,7 @@ public:
 
 private:
     bool OpenAtAgent(StoreNeed need);
+    bool OpenFleet(StoreNeed need);
     bool Start(const std::string& directory, StoreNeed need);
     ZEL::HRESULT StartReading();
 

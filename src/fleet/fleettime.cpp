@@ -29,7 +29,7 @@ std::optional<std::uint64_t> MillisecondsOf(std::string_view time) {
                        minutes(parts.minute) + seconds(parts.second) +
                        milliseconds(parts.milliseconds);
     const auto count = point.time_since_epoch().count();
-    return count < 0 ? std::nullopt : std::optional(static_cast<std::uint64_t>(count));
+    return count < 0 ? 0 : static_cast<std::uint64_t>(count);
 }
 
 }  // namespace zel::fleet

@@ -8,7 +8,7 @@
 namespace zel::fleet {
 
 // A time of the one form that the store writes, 2026-11-12T10:00:00.000Z, in milliseconds since
-// 1970. None for any other text, a date that does not exist, and a time before 1970.
+// 1970; 0 for one before that. None for any other text and for a date that does not exist.
 std::optional<std::uint64_t> MillisecondsOf(std::string_view time);
 // Whether it has that form; digits are all that is looked at.
 bool HasUsualForm(std::string_view time);

@@ -71,7 +71,7 @@ std::vector<std::string_view> OperatorNames() {
 std::vector<std::string_view> ColumnNames() {
     std::vector<std::string_view> names;
     for (const Column& column : Columns())
-        if (column.name != "key")
+        if (column.from != ColumnFrom::beside)
             names.push_back(column.name);
     return names;
 }
@@ -177,6 +177,8 @@ std::optional<EventCondition> EventCondition::Make(const zel::Column& column, Co
 bool EventCondition::Understand(const TimeReader& readTime, ConditionProblem* problem) {
     if (column_->name == "key")
         return Refuse(problem, "an event's text does not tell its key; --key finds an event by it");
+    if (column_->name == "host")
+        return Refuse(problem, "an event's text does not tell its host; --host asks for one");
     if (!wm::IsUtf8(value_))
         return Refuse(problem, "not UTF-8");
     folded_ = value_;

@@ -66,8 +66,10 @@ constexpr Column columns[] = {
     {"computer", text, From::text, "", "", "source.computer", "the machine it happened on"},
     {"source", text, From::text, "", "", "source.channel|source.format+source.event_id",
      "channel or table, and number of the source event"},
-    {"key", text, From::key, "", "key", "", "the key of the event in the store"},
+    {"key", text, From::beside, "", "", "", "the key of the event in the store"},
     {"event", json, From::text, "", "", "", "the whole record"},
+    {"host", text, From::beside, "", "", "",
+     "in a fleet, the machine whose store had the event; nothing in a store of one machine"},
 };
 
 }  // namespace

@@ -22,6 +22,8 @@ enum class ColumnFrom : std::uint8_t {
     // is missing from the key the text may still have it.
     key,
     text,
+    // Neither: it comes beside the event, and only whoever brings the event knows it.
+    beside,
 };
 
 struct Column {
@@ -29,7 +31,7 @@ struct Column {
     ColumnType type;
     ColumnFrom from;
     std::string_view unit;  // empty for most
-    // The key's field of that name; empty where the key has none. The key itself is "key".
+    // The key's field of that name; empty where the key has none.
     std::string_view keyField;
     // Where it stands in the text: dotted names of members, "a|b" for the first that is there. Of
     // an array the first value counts, or for a text that the key has the first in byte order,

@@ -28,7 +28,7 @@ bool RecordReader::Read(std::string_view record) {
 
 std::optional<std::string_view> RecordReader::Value(const Column& column) {
     if (column.place.empty())
-        return column.keyField.empty() ? std::optional(record_) : std::nullopt;
+        return column.from != ColumnFrom::beside ? std::optional(record_) : std::nullopt;
     const std::size_t plus = column.place.find('+');
     const auto first = ValueAt(column.place.substr(0, plus), column);
     const auto second =

@@ -20,7 +20,7 @@ public:
     const std::string& Error() const noexcept { return json_.Error(); }
 
     // None where the record has none, or one that says that it is not known ("", "-"), and for
-    // `key`, which a text does not tell. Good until the next call of any kind.
+    // what comes beside the text. Good until the next call of any kind.
     std::optional<std::string_view> Value(const Column& column);
 
     // By the dotted name of a member ("artifacts.actor.path.value"); of an array the first. Null

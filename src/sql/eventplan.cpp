@@ -21,8 +21,9 @@
 // that lacks seconds or has other decimals can be out of place; one with an offset, or with a blank
 // in place of T, may be out of place by a day, and is missed.
 //
-// Order: a walk of one folder comes in the order of times, and so does the answer if it is made of
-// one part; the kinds of several objects come one after the other.
+// Order: a fleet has one of time over all hosts, from either end. Of a store, a walk of one folder
+// comes in the order of times, and so does the answer if it is made of one part; the kinds of
+// several objects come one after the other.
 //
 // Actions and objects are names of a list, so any condition on them is tried on the list, by SQLite
 // itself, and what fits is asked for. Of other columns equality alone is used, where a key decides
@@ -32,6 +33,9 @@
 namespace zel {
 
 namespace {
+
+// Behind the conditions of a plan: rows are to come from a fleet with the newest first.
+constexpr char fromNewest = 'N';
 
 enum Sign : char {
     none = '\0',
@@ -78,6 +82,8 @@ bool IsOfUse(std::string_view column, Sign sign, std::string_view collation) {
         (sign == equal || sign == oneOf) && IsIn(collation, {"BINARY", "NOCASE"});
     if (IsIn(column, {"action", "object"}))
         return isEquality || sign == like || sign == glob || sign == regexp;
+    if (column == "host")
+        return IsFleetUsed() && sign == equal && collation == "BINARY";
     return isEquality && IsIn(column, {"correlation_uid", "target_hash", "src_ip", "dst_ip"});
 }
 
@@ -202,10 +208,13 @@ public:
             Keep(FittingNames(given, database_), &actions_);
         else if (given.column == "object")
             Keep(FittingNames(given, database_), &objects_);
+        else if (given.column == "host")
+            host_ = given.values.size() == 1 ? given.values.front() : "";
         else
             rest_.push_back(given);
     }
     std::string Document(bool joinsEnrichments) const;
+    const std::string& Host() const noexcept { return host_; }
 
 private:
     using Names = std::optional<std::vector<std::string>>;
@@ -229,6 +238,7 @@ private:
     const TimeOrder& times_;
     std::string since_, until_;  // in the store's form; empty: no bound
     Names actions_, objects_;
+    std::string host_;
     std::vector<Given> rest_;
 };
 
@@ -318,8 +328,21 @@ std::string Question::Document(bool joinsEnrichments) const {
 }
 
 bool IsByTime(const sqlite3_index_info& info) {
-    return info.nOrderBy == 1 && info.aOrderBy[0].desc == 0 && info.aOrderBy[0].iColumn >= 0 &&
+    return info.nOrderBy == 1 && info.aOrderBy[0].iColumn >= 0 &&
            Columns()[static_cast<std::size_t>(info.aOrderBy[0].iColumn)].name == "time";
+}
+
+// Whether rows come in the order that the statement asks for. A fleet gives them from either end.
+bool ComesInOrder(const sqlite3_index_info& info, bool isOnePart, SqlStore& store,
+                  std::string* plan) {
+    if (!IsByTime(info))
+        return false;
+    const bool isFromNewest = info.aOrderBy[0].desc != 0;
+    if (!IsFleetUsed())
+        return isOnePart && !isFromNewest && store.IsOneFolder();
+    if (isFromNewest)
+        *plan += fromNewest;
+    return true;
 }
 
 }  // namespace
@@ -343,13 +366,13 @@ int PlanEvents(sqlite3_index_info& info, bool hasColumns, SqlStore& store, std::
         info.estimatedCost *= ShareOf(column);
         info.estimatedRows = static_cast<sqlite3_int64>(info.estimatedCost) + 1;
     }
-    info.orderByConsumed = isOnePart && IsByTime(info) && store.IsOneFolder() ? 1 : 0;
+    info.orderByConsumed = ComesInOrder(info, isOnePart, store, plan) ? 1 : 0;
     return SQLITE_OK;
 }
 
-std::optional<std::string> DocumentFor(const std::string& plan, std::span<sqlite3_value*> values,
-                                       sqlite3* database, const TimeOrder& times,
-                                       bool joinsEnrichments) {
+std::optional<EventWalk::Question> QuestionFor(const std::string& plan,
+                                               std::span<sqlite3_value*> values, sqlite3* database,
+                                               const TimeOrder& times, bool joinsEnrichments) {
     Question question(database, times);
     for (std::size_t i = 0; i < values.size(); ++i) {
         const auto column = static_cast<std::size_t>(plan[2 * i] - 'a');
@@ -361,7 +384,10 @@ std::optional<std::string> DocumentFor(const std::string& plan, std::span<sqlite
         if (isText)
             question.Take(given);
     }
-    return question.Document(joinsEnrichments);
+    const auto order = !IsFleetUsed()               ? IFleetCallback::Order::asStored
+                       : plan.ends_with(fromNewest) ? IFleetCallback::Order::newestFirst
+                                                    : IFleetCallback::Order::oldestFirst;
+    return EventWalk::Question{question.Document(joinsEnrichments), order, question.Host()};
 }
 
 }  // namespace zel

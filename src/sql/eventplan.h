@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 
+#include "sql/eventwalk.h"
 #include "sql/sqliteapi.h"
 #include "sql/sqlstore.h"
 #include "sql/timeorder.h"
@@ -18,10 +19,10 @@ namespace zel {
 // SQLite is told so.
 int PlanEvents(sqlite3_index_info& info, bool hasColumns, SqlStore& store, std::string* plan);
 
-// The query document for the values of a plan; none when no row can fit them. Asks the database
-// what its own operators make of names.
-std::optional<std::string> DocumentFor(const std::string& plan, std::span<sqlite3_value*> values,
-                                       sqlite3* database, const TimeOrder& times,
-                                       bool joinsEnrichments);
+// The question for the values of a plan; none when no row can fit them. Asks the database what its
+// own operators make of names.
+std::optional<EventWalk::Question> QuestionFor(const std::string& plan,
+                                               std::span<sqlite3_value*> values, sqlite3* database,
+                                               const TimeOrder& times, bool joinsEnrichments);
 
 }  // namespace zel

@@ -28,21 +28,26 @@ public:
     int Filter(const std::string& plan, std::span<sqlite3_value*> values) override {
         SqlConnection& connection = *Table().connection;
         walk_.reset();  // two at a time would only be in each other's way
-        const auto document = DocumentFor(plan, values, connection.Database(), connection.Times(),
-                                          JoinsEnrichments());
-        atEnd_ = !document;
-        if (document)
-            walk_ = std::make_unique<EventWalk>(Table().store, *document);
-        return document ? Next() : SQLITE_OK;
+        auto question = QuestionFor(plan, values, connection.Database(), connection.Times(),
+                                    JoinsEnrichments());
+        atEnd_ = !question;
+        if (atEnd_)
+            return SQLITE_OK;
+        walk_ = std::make_unique<EventWalk>(Table().store, std::move(*question));
+        return Next();
     }
     bool AtEnd() const override { return atEnd_; }
-    sqlite3_int64 RowId() const override {
-        return Table().connection->RowNumber(EventWalk::DistinctPart(event_));
-    }
+    sqlite3_int64 RowId() const override { return Table().connection->RowNumber(DistinctPart()); }
 
 protected:
     virtual bool JoinsEnrichments() const { return false; }
-    std::string_view Event() const noexcept { return event_; }
+    std::string_view Event() const noexcept { return event_.text; }
+    std::string_view Host() const noexcept { return event_.host; }
+    // What tells the event from all others; good until the next call.
+    std::string_view DistinctPart() const {
+        const std::string_view own = EventWalk::DistinctPart(event_.text);
+        return event_.host.empty() ? own : distinct_.assign(event_.host).append(own);
+    }
 
     // Goes on to the next event; at the end AtEnd tells so.
     int NextEvent() {
@@ -57,9 +62,12 @@ protected:
                                       Describe(static_cast<std::int32_t>(walk_->Result())));
     }
 
-    // The key that the store makes of the event's text; null for a text that has none.
+    // The one that came with the event, or that the store makes of its text; null for a text that
+    // has none.
     void PutKey(sqlite3_context* context) const {
-        const auto text = wm::ToValue(event_);
+        if (!event_.key.empty())
+            return ResultText(context, event_.key);
+        const auto text = wm::ToValue(event_.text);
         ZEL::CountedPtr<ZEL::IStringValue> key;
         std::string converted;
         if (!text ||
@@ -71,7 +79,8 @@ protected:
 
 private:
     std::unique_ptr<EventWalk> walk_;
-    std::string_view event_;
+    EventWalk::Event event_;
+    mutable std::string distinct_;
     bool atEnd_ = true;
 };
 
@@ -97,6 +106,8 @@ public:
         const zel::Column& column = Columns()[static_cast<std::size_t>(number)];
         if (column.name == "key")
             PutKey(context);
+        else if (column.name == "host")
+            PutHost(context);
         else if (column.type == ColumnType::json)
             ResultText(context, Event());
         else if (const auto value = ValueOf(column))
@@ -104,6 +115,10 @@ public:
     }
 
 private:
+    void PutHost(sqlite3_context* context) const {
+        if (!Host().empty())
+            ResultText(context, Host());
+    }
     std::optional<std::string_view> ValueOf(const zel::Column& column) {
         if (!isRead_)
             isGood_ = reader_.Read(Event());
@@ -133,8 +148,7 @@ public:
         return SQLITE_OK;
     }
     sqlite3_int64 RowId() const override {
-        return Table().connection->RowNumber(
-            std::to_string(at_).append(EventWalk::DistinctPart(Event())));
+        return Table().connection->RowNumber(std::to_string(at_).append(DistinctPart()));
     }
     void Column(sqlite3_context* context, int number) override {
         switch (number) {

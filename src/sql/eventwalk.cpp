@@ -30,13 +30,19 @@ namespace hr = ZEL::hr;
 constexpr std::size_t mostWaiting = 1U << 20;  // bytes
 constexpr auto patience = std::chrono::milliseconds(20);
 
-// Events one behind the other, and where each ends.
+// Events one behind the other, and where each ends: its text, its key and its host.
 struct Block {
+    struct End {
+        std::size_t text, key, host;
+    };
     std::string bytes;
-    std::vector<std::size_t> ends;
-    void Add(std::string_view text) {
-        bytes.append(text);
-        ends.push_back(bytes.size());
+    std::vector<End> ends;
+    void Add(std::string_view text, std::string_view key, std::string_view host) {
+        End end{};
+        end.text = bytes.append(text).size();
+        end.key = bytes.append(key).size();
+        end.host = bytes.append(host).size();
+        ends.push_back(end);
     }
     void Clear() noexcept {
         bytes.clear();
@@ -46,10 +52,14 @@ struct Block {
 
 }  // namespace
 
-class EventWalk::Runner final : public ZEL::IQueryCallback {
+class EventWalk::Runner final : public ZEL::IQueryCallback,
+                                public ZEL::IQueryRows,
+                                public IFleetCallback {
 public:
-    Runner(std::shared_ptr<SqlStore> store, const std::string& document)
-        : store_(std::move(store)), document_(wm::ToValue(document)) {
+    Runner(std::shared_ptr<SqlStore> store, Question question)
+        : store_(std::move(store)),
+          question_(std::move(question)),
+          document_(wm::ToValue(question_.document)) {
         if (!document_ || !stop_.Create(wm::EventReset::manual))
             throw std::bad_alloc();
         thread_ = std::thread([this] { Run(); });
@@ -70,28 +80,34 @@ public:
         store_->EndStop();
     }
 
-    Step Next(std::string_view* event) {
+    Step Next(Event* event) {
         if (next_ == block_.ends.size() && !TakeBlock())
             return ended_ ? Step::end : Step::notYet;
-        const std::size_t from = next_ == 0 ? 0 : block_.ends[next_ - 1];
-        *event = std::string_view(block_.bytes).substr(from, block_.ends[next_] - from);
-        ++next_;
+        const std::string_view bytes = block_.bytes;
+        const std::size_t from = next_ == 0 ? 0 : block_.ends[next_ - 1].host;
+        const Block::End& end = block_.ends[next_++];
+        *event = {bytes.substr(from, end.text - from), bytes.substr(end.text, end.key - end.text),
+                  bytes.substr(end.key, end.host - end.key)};
         return Step::event;
     }
     HRESULT Result() const noexcept { return ended_ ? result_ : hr::ok; }
 
     // The object is its owner's: references are not counted.
-    ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
+    ZEL::TobResult QueryInterface(const ZEL::GUID& iid, void** out) override {
         *out = nullptr;
-        return ZEL::TOBERR_NO_INTERFACE;
+        if (IsFleetUsed() && iid == ZEL::iidQueryRows)
+            *out = static_cast<ZEL::IQueryRows*>(this);
+        else if (iid == iidFleetCallback)
+            *out = static_cast<IFleetCallback*>(this);
+        return *out != nullptr ? ZEL::TOB_OK : ZEL::TOBERR_NO_INTERFACE;
     }
     std::int64_t AddRef() override { return 2; }
     std::int64_t Release() override { return 1; }
     HRESULT OnQueryResults(HRESULT, ZEL::IValueCollection* results, bool isFinal, bool,
                            ZEL::IStringValue*, std::int32_t) override {
-        if (isFinal)
-            return hr::ok;
         const HRESULT result = ZEL::AtBoundary([&] {
+            if (isFinal)
+                return HandOver();
             for (std::size_t i = 0; i < results->Count(); ++i)
                 Take(*results->GetValue(i));
             return HandOver();
@@ -101,6 +117,20 @@ public:
             walkResult_ = result;
         return result;
     }
+
+    // Of a fleet, in which no event comes twice. Blocks of a size as batches make them.
+    HRESULT OnQueryRow(const ZEL::QueryRow& row) override {
+        constexpr std::size_t mostRows = 100;
+        const HRESULT result = ZEL::AtBoundary([&] {
+            filling_.Add(row.text, row.key, row.host);
+            return filling_.ends.size() < mostRows ? hr::ok : HandOver();
+        });
+        if (Failed(result))
+            walkResult_ = result;
+        return result;
+    }
+    Order RowOrder() override { return question_.order; }
+    std::string_view OnlyHost() override { return question_.host; }
 
 private:
     void Run() noexcept {
@@ -124,7 +154,7 @@ private:
         std::string converted;
         const auto text = wm::Utf8Of(value, converted);
         if (text && seen_.Insert(DistinctPart(*text)))
-            filling_.Add(*text);
+            filling_.Add(*text, {}, {});
     }
 
     // On the walk's thread.
@@ -162,6 +192,7 @@ private:
     }
 
     const std::shared_ptr<SqlStore> store_;
+    const Question question_;
     const ZEL::CountedPtr<ZEL::IStringValue> document_;
     wm::EventObject stop_;
 
@@ -186,12 +217,12 @@ private:
     std::thread thread_;  // the last: it uses the others
 };
 
-EventWalk::EventWalk(std::shared_ptr<SqlStore> store, const std::string& document)
-    : runner_(std::make_unique<Runner>(std::move(store), document)) {}
+EventWalk::EventWalk(std::shared_ptr<SqlStore> store, Question question)
+    : runner_(std::make_unique<Runner>(std::move(store), std::move(question))) {}
 
 EventWalk::~EventWalk() = default;
 
-EventWalk::Step EventWalk::Next(std::string_view* event) {
+EventWalk::Step EventWalk::Next(Event* event) {
     return runner_->Next(event);
 }
 

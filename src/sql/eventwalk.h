@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "common/result.h"
+#include "connection/fleetuse.h"
 #include "sql/sqlstore.h"
 
 namespace zel {
@@ -15,9 +16,14 @@ namespace zel {
 // An event comes once, however often it is stored. For one thread.
 class EventWalk {
 public:
-    // Begins to ask. `document` as IEventStore::Query takes it. Throws when there is no thread or
-    // memory.
-    EventWalk(std::shared_ptr<SqlStore> store, const std::string& document);
+    struct Question {
+        std::string document;  // as IEventStore::Query takes it
+        // Of a fleet alone.
+        IFleetCallback::Order order = {};
+        std::string host;  // that alone is asked; empty: all
+    };
+    // Begins to ask. Throws when there is no thread or memory.
+    EventWalk(std::shared_ptr<SqlStore> store, Question question);
     // Ends the question if it still runs, and waits for that: a second at most.
     ~EventWalk();
     EventWalk(const EventWalk&) = delete;
@@ -28,8 +34,12 @@ public:
         notYet,  // none has come for a while: ask again
         end,     // no more; Result tells whether all was walked
     };
-    // `*event` is UTF-8 and good until the next call.
-    Step Next(std::string_view* event);
+    struct Event {
+        std::string_view text;       // UTF-8
+        std::string_view key, host;  // of a fleet's event; else empty
+    };
+    // `*event` is good until the next call.
+    Step Next(Event* event);
     // Of the question as a whole, once it has ended.
     ZEL::HRESULT Result() const noexcept;
 

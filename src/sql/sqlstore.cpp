@@ -7,6 +7,7 @@
 
 #include "common/neverdestroyed.h"
 #include "connection/agentrequest.h"
+#include "connection/fleetuse.h"
 #include "connection/storefolders.h"
 
 // Statements come and go, the store stays: once it is open it is never closed, because the catalog
@@ -68,14 +69,14 @@ std::shared_ptr<SqlStore> SqlStore::Open(const std::string& directory, ISessionL
                                          std::string* problem) {
     static wm::NeverDestroyed<OpenStore> one;
     OpenStore& open = *one;
-    const std::string path = PlainPath(directory);
+    const std::string path = IsFleetUsed() ? FleetPlace() : PlainPath(directory);
     const wm::Hold hold(open.lock);
     if (open.store && open.store->Directory() == path)
         return open.store;
     if (open.store)
         return Refused(problem, "a process has one store, and that of " + open.store->Directory() +
                                     " is open");
-    if (!NamePath("ZELDataStore", path, problem))
+    if (!IsFleetUsed() && !NamePath("ZELDataStore", path, problem))
         return nullptr;
     static wm::NeverDestroyed<Reason> reason(listener);
     auto store = std::make_shared<SqlStore>(path, *reason);

@@ -18,9 +18,9 @@ namespace zel {
 // those of another directory are refused.
 class SqlStore {
 public:
-    // Opens the store in `directory`; what is open already is given again. The first call decides
-    // who hears what people should know of. Null, with one message in `problem`, when it can't be
-    // opened, or another directory's is open.
+    // Opens the store in `directory`, or the fleet that is used in its place; what is open already
+    // is given again. The first call decides who hears what people should know of. Null, with one
+    // message in `problem`, when it can't be opened, or another directory's is open.
     static std::shared_ptr<SqlStore> Open(const std::string& directory, ISessionListener& listener,
                                           std::string* problem);
 

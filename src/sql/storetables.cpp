@@ -8,6 +8,7 @@
 
 #include "common/neverdestroyed.h"
 #include "connection/agentrequest.h"
+#include "connection/fleetuse.h"
 #include "connection/storelook.h"
 
 // Small tables, whose rows are all made when a statement begins with them.
@@ -81,6 +82,8 @@ sqlite3_int64 Number(std::uint64_t number) {
 }
 
 std::vector<StoreFolder> FoldersOf(const SqlStore& store) {
+    if (IsFleetUsed())
+        return {};
     if (AgentSocket().empty())
         return ListStore(store.Directory()).folders;
     StoreLook look;

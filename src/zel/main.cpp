@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "connection/fleetstore.h"
 #include "zel/arguments.h"
 #include "zel/evidence/packedstore.h"
 #include "zel/terminal/messages.h"
@@ -28,21 +29,48 @@ int TellUsage(const CLI::App& app, const CLI::ParseError& error) {
     return exitCode::usage;
 }
 
+bool Refuse(const std::string& why) {
+    Say(why);
+    return false;
+}
+
+std::string Named(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value != nullptr ? value : "";
+}
+
+// A fleet is asked and nothing else.
+bool AsksFleet(const CLI::App& app) {
+    return app.got_subcommand("query") || app.got_subcommand("sql") || app.got_subcommand("hunt");
+}
+
+bool NameFleet(const CLI::App& app, const FleetNames& fleet) {
+    if (fleet.url.empty())
+        return fleet.hosts.empty() && fleet.passwordFile.empty()
+                   ? true
+                   : Refuse("--host and --fleet-password go with --fleet");
+    if (!AsksFleet(app))
+        return Refuse("--fleet: a fleet is asked by query, sql and hunt; " +
+                      app.get_subcommands().front()->get_name() + " is for one store");
+    std::string problem;
+    return UseFleetServer(fleet, &problem) || Refuse("--fleet: " + problem);
+}
+
 // What the command line names goes ahead of what the environment does.
-bool NamePlace(const CLI::App& app, GlobalOptions* options) {
-    const auto named = [](const char* name) {
-        const char* const value = std::getenv(name);
-        return std::string(value != nullptr ? value : "");
-    };
-    if (app.count("--store") != 0 && app.count("--socket") != 0) {
-        Say("--store and --socket name two stores");
-        return false;
+bool NamePlace(const CLI::App& app, GlobalOptions* options, FleetNames* fleet) {
+    const bool isNamed = app.count("--store") + app.count("--socket") + app.count("--fleet") != 0;
+    if (app.count("--store") != 0 && app.count("--socket") != 0)
+        return Refuse("--store and --socket name two stores");
+    if (app.count("--fleet") != 0 && app.count("--store") + app.count("--socket") != 0)
+        return Refuse("--fleet names a fleet and --store or --socket one store");
+    if (!isNamed) {
+        options->socket = Named("ZEL_SOCKET");
+        options->store = options->socket.empty() ? Named("ZEL_STORE") : "";
+        if (options->socket.empty() && options->store.empty() && options->config.empty() &&
+            AsksFleet(app))
+            fleet->url = Named("ZEL_FLEET");
     }
-    if (app.count("--store") == 0 && app.count("--socket") == 0) {
-        options->socket = named("ZEL_SOCKET");
-        options->store = options->socket.empty() ? named("ZEL_STORE") : "";
-    }
-    return true;
+    return NameFleet(app, *fleet);
 }
 
 // A store that was named as an archive is asked in an unpacked copy.
@@ -94,6 +122,19 @@ int main(int argc, char** argv) {
     app.add_option("--config", global.config,
                    "A file that names directories, such as ZELDataStore=DIR")
         ->type_name("FILE");
+    FleetNames fleet;
+    app.add_option("--fleet", fleet.url,
+                   "To ask a fleet in its place: its server, as http[s]://[USER@]HOST[:PORT]"
+                   "[/DATABASE]; else $ZEL_FLEET")
+        ->take_last()
+        ->type_name("URL");
+    app.add_option("--host", fleet.hosts,
+                   "Of the fleet this host alone; may be given several times")
+        ->allow_extra_args(false)
+        ->type_name("HOST");
+    app.add_option("--fleet-password", fleet.passwordFile,
+                   "A file with the password there; else $ZEL_FLEET_PASSWORD")
+        ->type_name("FILE");
     bool keepsTemporary = false;
     app.add_flag("--keep-temporary", keepsTemporary, "Leave an unpacked archive where it is");
     app.add_flag("-v,--verbose", global.verbose, "Tell what the store reports");
@@ -107,7 +148,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return TellUsage(app, error);
     }
-    if (!NamePlace(app, &global))
+    if (!NamePlace(app, &global, &fleet))
         return exitCode::usage;
     // Not earlier: while the command line is read, a signal may end the program as it always does.
     WatchInterrupts();

@@ -64,6 +64,8 @@ struct QueryRow {
     std::string_view text;
     // A JSON array of those that the document asks for; empty where there are none.
     std::string_view enrichments;
+    // In a fleet the machine whose store had it; empty for the rows of one store.
+    std::string_view host;
 };
 
 // A fourth face of a callback, asked for likewise: takes rows of events one by one, where they

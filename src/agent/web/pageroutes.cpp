@@ -28,9 +28,10 @@ std::string_view NameOf(ColumnType type) {
 std::string ColumnsJson() {
     std::string list;
     for (const Column& column : Columns())
-        list += (list.empty() ? "" : ",") + ("{\"name\":" + wm::JsonString(column.name)) +
-                ",\"kind\":\"" + std::string(NameOf(column.type)) +
-                "\",\"meaning\":" + wm::JsonString(column.meaning) + "}";
+        if (column.name != "host")  // the page is that of one machine
+            list += (list.empty() ? "" : ",") + ("{\"name\":" + wm::JsonString(column.name)) +
+                    ",\"kind\":\"" + std::string(NameOf(column.type)) +
+                    "\",\"meaning\":" + wm::JsonString(column.meaning) + "}";
     return "[" + list + "]";
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "connection/agentrequest.h"
+#include "connection/fleetuse.h"
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "hunt/ruleset.h"
@@ -62,6 +62,7 @@ bool ReadForm(const HuntOptions& options, FormChoice* form, std::string* problem
     form->name = !options.output.empty() ? options.output : isTerminal ? "table" : "ndjson";
     form->columns = TerminalColumns();
     form->isForTerminal = isTerminal;
+    form->hasHosts = IsFleetUsed();
     const std::string& name = options.question.answer.zone;
     auto zone = ZoneTime::Find(name.empty() ? "UTC" : name, problem);
     if (zone)
@@ -103,6 +104,7 @@ private:
 bool HuntRun::Walk(HuntSink& sink) {
     QueryPlan query = PlanQuery(plan_.document);
     query.asksForAll = true;
+    query.ofFleet = IsFleetUsed();
     LostRows lostRows;
     ResultIntake intake(sink, &sink, query, {}, *store_);
     const HRESULT result = zel::Walk(query, -1, store_, intake, lostRows);
@@ -121,7 +123,7 @@ bool HuntRun::Walk(HuntSink& sink) {
     isWhole_ = store_.TellDatabaseErrors() == 0 && allTested;
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
-        failedEnd_ = IsAgentOut(result) ? exitCode::noStore : exitCode::losses;
+        failedEnd_ = IsStoreOut(result) ? exitCode::noStore : exitCode::losses;
     }
     return Succeeded(result);
 }

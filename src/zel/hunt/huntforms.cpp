@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/jsontext.h"
 #include "hunt/hittexts.h"
 #include "zel/results/fieldforms.h"
 #include "zel/terminal/textfit.h"
@@ -19,9 +20,12 @@ class JsonHits final : public HitForm {
 public:
     JsonHits(bool isArray, bool isForTerminal) : isArray_(isArray), isForTerminal_(isForTerminal) {}
 
-    std::string Hit(const Rule& rule, std::string_view event,
+    std::string Hit(const Rule& rule, const FoundEvent& event,
                     const std::vector<std::string>& why) override {
-        return Framed(HitJson(rule, event, why));
+        std::string json = HitJson(rule, event.text, why);
+        if (!event.host.empty())
+            json.insert(1, "\"host\":" + wm::JsonString(event.host) + ",");
+        return Framed(json);
     }
 
     std::string Counted(const Rule& rule, const CorrelationHit& hit) override {
@@ -86,9 +90,7 @@ protected:
         return rows_->Row(values, wasFirst);
     }
 
-    const std::vector<FieldValue>& Read(std::string_view event) {
-        return reader_.Read({event, {}});
-    }
+    const std::vector<FieldValue>& Read(const FoundEvent& event) { return reader_.Read(event); }
 
     const std::vector<Field>& EventFields() const { return reader_.Fields(); }
 
@@ -109,9 +111,12 @@ constexpr const char* targets[] = {"target_cmd_line", "target_path", "target_nam
 
 class TableHits final : public RowHits {
 public:
-    explicit TableHits(FormChoice choice) : RowHits(Asked(), std::move(choice), Columns()) {}
+    // Of a fleet the host stands where the computer does: it is there for each event.
+    explicit TableHits(const FormChoice& choice)
+        : RowHits(Asked(MachineColumn(choice.hasHosts)), choice,
+                  Columns(MachineColumn(choice.hasHosts))) {}
 
-    std::string Hit(const Rule& rule, std::string_view event,
+    std::string Hit(const Rule& rule, const FoundEvent& event,
                     const std::vector<std::string>&) override {
         const std::vector<FieldValue>& found = Read(event);
         const auto target =
@@ -129,27 +134,27 @@ public:
     }
 
 private:
-    static std::vector<Field> Asked() {
-        std::vector<Field> fields = {ColumnField("time"), ColumnField("computer")};
+    static std::vector<Field> Asked(const char* machine) {
+        std::vector<Field> fields = {ColumnField("time"), ColumnField(machine)};
         for (const char* name : targets)
             fields.push_back(ColumnField(name));
         return fields;
     }
 
-    static std::vector<Field> Columns() {
+    static std::vector<Field> Columns(const char* machine) {
         // Of a path the end tells most, as in other tables.
         const Field target = {"target", FindColumn("target_path"), {}, ColumnType::text};
-        return {ColumnField("time"), TextField("level"),    TextField("rule"),
-                TextField("author"), TextField("computer"), target};
+        return {ColumnField("time"), TextField("level"),   TextField("rule"),
+                TextField("author"), ColumnField(machine), target};
     }
 };
 
 class CsvHits final : public RowHits {
 public:
-    explicit CsvHits(FormChoice choice)
-        : RowHits(AllFields(false, false), std::move(choice), Columns()) {}
+    explicit CsvHits(const FormChoice& choice)
+        : RowHits(AllFields({choice.hasHosts}), choice, Columns(AllFields({choice.hasHosts}))) {}
 
-    std::string Hit(const Rule& rule, std::string_view event,
+    std::string Hit(const Rule& rule, const FoundEvent& event,
                     const std::vector<std::string>& why) override {
         std::vector<FieldValue> values = RuleValues(rule, Joined(why, "; "));
         const std::vector<FieldValue>& found = Read(event);
@@ -174,11 +179,10 @@ private:
                 TextValue(rule.file),   TextValue(std::move(why))};
     }
 
-    static std::vector<Field> Columns() {
+    static std::vector<Field> Columns(const std::vector<Field>& events) {
         std::vector<Field> columns = {
             TextField("level"),  TextField("rule"), TextField("rule_id"), TextField("author"),
             TextField("status"), TextField("tags"), TextField("file"),    TextField("why")};
-        const std::vector<Field> events = AllFields(false, false);
         columns.insert(columns.end(), events.begin(), events.end());
         return columns;
     }
@@ -186,18 +190,25 @@ private:
 
 }  // namespace
 
-std::unique_ptr<HitForm> MakeHitForm(FormChoice choice) {
+const char* MachineColumn(bool hasHosts) {
+    return hasHosts ? "host" : "computer";
+}
+
+std::unique_ptr<HitForm> MakeHitForm(const FormChoice& choice) {
     if (choice.name == "table")
-        return std::make_unique<TableHits>(std::move(choice));
+        return std::make_unique<TableHits>(choice);
     if (choice.name == "csv")
-        return std::make_unique<CsvHits>(std::move(choice));
+        return std::make_unique<CsvHits>(choice);
     return std::make_unique<JsonHits>(choice.name == "json", choice.isForTerminal);
 }
 
-std::vector<Field> SummaryFields(bool isTable) {
-    std::vector<Field> fields = {TextField("level"),    {"hits", nullptr, {}, ColumnType::number},
-                                 TextField("rule"),     TextField("author"),
-                                 TextField("computer"), {"last", nullptr, {}, ColumnType::time}};
+std::vector<Field> SummaryFields(bool isTable, bool hasHosts) {
+    std::vector<Field> fields = {TextField("level"),
+                                 {"hits", nullptr, {}, ColumnType::number},
+                                 TextField("rule"),
+                                 TextField("author"),
+                                 TextField(MachineColumn(hasHosts)),
+                                 {"last", nullptr, {}, ColumnType::time}};
     if (!isTable)
         fields.insert(fields.end(),
                       {{"first", nullptr, {}, ColumnType::time}, TextField("rule_id")});

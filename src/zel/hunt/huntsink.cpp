@@ -24,7 +24,8 @@ bool HuntSink::Fits(std::string_view event) {
 bool HuntSink::Take(const FoundEvent& event) {
     const std::string_view own = ways_.marks != nullptr ? std::string_view(event_) : event.text;
     for (const std::uint32_t rule : run_.Hits()) {
-        if (rule < ways_.wanted && !correlator_.Hides(rule) && !TakeHit(rule, own, event.text))
+        if (rule < ways_.wanted && !correlator_.Hides(rule) &&
+            !TakeHit(rule, {own, event.key, event.host}, event.text))
             return false;
     }
     if (correlator_.IsIdle())
@@ -34,16 +35,19 @@ bool HuntSink::Take(const FoundEvent& event) {
                        [this](const CorrelationHit& hit) { return TakeCounted(hit); });
 }
 
-bool HuntSink::TakeHit(std::uint32_t rule, std::string_view event, std::string_view result) {
+bool HuntSink::TakeHit(std::uint32_t rule, const FoundEvent& event, std::string_view result) {
     ++hits_;
     hasHit_.resize(rules_.Rules().size());
     hasHit_[rule] = true;
     const Rule& found = rules_.Rules()[rule];
-    if (ways_.summary != nullptr && reader_.Read(event)) {
+    if (ways_.summary != nullptr && reader_.Read(event.text)) {
         const std::string time(reader_.Value(*FindColumn("time")).value_or(""));
-        ways_.summary->Add(rule, reader_.Value(*FindColumn("computer")).value_or(""), time);
+        const bool isOfFleet = !event.host.empty();
+        ways_.summary->Add(
+            rule, isOfFleet ? event.host : reader_.Value(*FindColumn("computer")).value_or(""),
+            time);
     }
-    if (ways_.marks != nullptr && !ways_.marks->Add(found, event, result))
+    if (ways_.marks != nullptr && !ways_.marks->Add(found, event.text, result))
         return false;
     return ways_.form == nullptr || output_.Write(ways_.form->Hit(found, event, run_.WhyOf(rule)));
 }

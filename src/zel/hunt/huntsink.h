@@ -45,7 +45,7 @@ public:
     const Correlator& Counter() const noexcept { return correlator_; }
 
 private:
-    bool TakeHit(std::uint32_t rule, std::string_view event, std::string_view result);
+    bool TakeHit(std::uint32_t rule, const FoundEvent& event, std::string_view result);
     bool TakeCounted(const CorrelationHit& hit);
 
     const RuleSet& rules_;

@@ -37,7 +37,7 @@ std::string HuntSummary::Print(const std::vector<Rule>& rules, FormChoice choice
     };
     const ZoneTime zone = choice.zone;
     const bool isTable = choice.name == "table";
-    choice.fields = SummaryFields(isTable);
+    choice.fields = SummaryFields(isTable, choice.hasHosts);
     const auto rows = MakeRowForm(std::move(choice));
     std::string all;
     for (const Entry* const entry : sorted) {

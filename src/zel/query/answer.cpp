@@ -59,7 +59,7 @@ bool ReadFields(const QueryOptions& options, const QueryPlan& query, FormChoice*
     const bool isTimeline = form->name == "timesketch";
     if (options.answer.fields.empty()) {
         if (isTimeline || form->name == "csv")
-            form->fields = AllFields(options.withKey, query.joinsEnrichments);
+            form->fields = AllFields({query.ofFleet, options.withKey, query.joinsEnrichments});
         return true;
     }
     if (form->name == "ocsf" || isTimeline)
@@ -128,6 +128,22 @@ std::optional<EventOrder> OrderOf(const AnswerOptions& options, const QueryPlan&
     return order;
 }
 
+// A fleet has its rows in one order of time, from either end, so that nothing need be kept here but
+// what is to be turned round.
+void OrderFleet(const AnswerOptions& options, std::int64_t last, QueryPlan* query,
+                AnswerPlan* answer) {
+    using Order = IFleetCallback::Order;
+    const bool keepsNewest = last >= 0 || options.reverse;
+    query->rowOrder = keepsNewest ? Order::newestFirst : Order::oldestFirst;
+    answer->newest = last;
+    answer->order.reset();
+    if (last < 0 || !options.sort)
+        return;
+    answer->order.emplace();
+    answer->order->most = last;
+    answer->order->keepsNewest = answer->order->fromNewest = true;
+}
+
 bool ReadOrder(const QueryOptions& asked, bool isTerminal, QueryPlan* query, AnswerPlan* answer,
                std::string* problem) {
     const AnswerOptions& options = asked.answer;
@@ -139,6 +155,10 @@ bool ReadOrder(const QueryOptions& asked, bool isTerminal, QueryPlan* query, Ans
     answer->order = OrderOf(options, *query, last, isTerminal);
     if (!answer->order)
         return true;
+    if (query->ofFleet && !query->byReceive) {
+        OrderFleet(options, last, query, answer);
+        return true;
+    }
     const EventOrder& order = *answer->order;
     answer->limitsItself = last < 0;
     if (asked.showCursor && answer->limitsItself && order.most >= 0)
@@ -165,8 +185,8 @@ void PlanScreen(const AnswerOptions& options, bool isTerminal, AnswerPlan* answe
     answer->form.hasColours = isTerminal && !isDumb && !HasText("NO_COLOR");
     if (options.trailer && answer->form.name == "ndjson")
         answer->trailer = AnswerPlan::asLastLine;
-    else if (options.trailer || TalksToTerminal())
-        answer->trailer = AnswerPlan::toPeople;
+    else if (options.trailer || (TalksToTerminal() && !answer->form.hasHosts))
+        answer->trailer = AnswerPlan::toPeople;  // a fleet's reads a column of all that it holds
     answer->usesPager =
         isTerminal && !isDumb && !options.noPager && answer->trailer != AnswerPlan::asLastLine;
 }
@@ -178,6 +198,7 @@ bool PlanAnswer(const QueryOptions& options, QueryPlan* query, AnswerPlan* answe
     const bool isTerminal = ::isatty(STDOUT_FILENO) == 1;
     answer->form.name = FormName(options, isTerminal);
     answer->form.columns = TerminalColumns();
+    answer->form.hasHosts = query->ofFleet;
     answer->form.isForTerminal = isTerminal;
     if (!ReadZone(options.answer, &answer->form.zone, problem))
         return false;

@@ -1,4 +1,4 @@
-#include "connection/agentrequest.h"
+#include "connection/fleetuse.h"
 #include "connection/resultwords.h"
 #include "connection/storesession.h"
 #include "zel/commands.h"
@@ -94,7 +94,7 @@ int EndOf(HRESULT result, const QueryPlan& plan, const ResultIntake& intake, con
           bool isWhole) {
     if (Failed(result)) {
         Say("the query failed: " + Describe(static_cast<std::int32_t>(result)));
-        return IsAgentOut(result)                                             ? exitCode::noStore
+        return IsStoreOut(result)                                             ? exitCode::noStore
                : result == hr::outOfMemory || result == agentResult::overTime ? exitCode::losses
                                                                               : exitCode::usage;
     }
@@ -110,7 +110,10 @@ ResultIntake::Wanted WantedOf(const QueryOptions& options, const QueryPlan& plan
     const auto keys = options.printKeys  ? Wanted::alone
                       : answer.needsKeys ? Wanted::beside
                                          : Wanted::none;
-    return {options.duplicates, keys, answer.order || answer.counts ? -1 : plan.limit, options.key};
+    const std::int64_t limit = plan.ofFleet && answer.newest >= 0 ? answer.newest
+                               : answer.order || answer.counts    ? -1
+                                                                  : plan.limit;
+    return {options.duplicates, keys, limit, options.key};
 }
 
 // Nobody wants the rest, or the sink can't take it. A walk that was stopped counts as a failure of
@@ -140,7 +143,7 @@ void GatherFailures(const ResultIntake& intake, StoreSession& store, Trailer* tr
 }
 
 void TellTrailer(const AnswerPlan& plan, Trailer& trailer, int end, Output& output) {
-    trailer.isWhole = end == exitCode::done || end == exitCode::nothingFound;
+    trailer.isWhole = trailer.isWhole && (end == exitCode::done || end == exitCode::nothingFound);
     if (plan.trailer == AnswerPlan::asLastLine)
         output.Write(trailer.Json() + "\n");
     else if (plan.trailer == AnswerPlan::toPeople)
@@ -156,7 +159,7 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan
     if (answerPlan.usesPager)
         pager.Start();
     const bool hasTrailer = answerPlan.trailer != AnswerPlan::none;
-    Trailer trailer = hasTrailer ? BeginTrailer() : Trailer();
+    Trailer trailer = hasTrailer ? BeginTrailer(*store) : Trailer();
     LostRows lostRows;
     Answer answer(answerPlan, output);
     ResultIntake intake(answer.Sink(), filter, plan, WantedOf(options, plan, answerPlan), *store);
@@ -175,7 +178,7 @@ int RunPlan(const QueryOptions& options, const QueryPlan& plan, const AnswerPlan
     const bool isWhole = TellGaps(intake, filter, lostRows, store) && isCounted;
     const int end = EndOf(result, plan, intake, answer, isWhole);
     if (end == exitCode::nothingFound && TalksToTerminal())
-        TellNothingFound(plan.document, *store);
+        TellNothingFound(plan.document, plan.ofFleet ? nullptr : &*store);
     trailer.found = answer.Shown(intake.Count());
     trailer.rows = static_cast<std::uint64_t>(intake.Rows());
     trailer.hasMore = intake.HasMore() || answer.HasMore();
@@ -219,6 +222,7 @@ void Explain(const QueryOptions& options, const TextConditions& conditions, cons
 int AskStore(const QueryOptions& options, const TextConditions& conditions, const value& document,
              Output& output) {
     QueryPlan plan = PlanQuery(document);
+    plan.ofFleet = IsFleetUsed();
     if (options.limit == "0")
         plan.limit = 0;
     if (plan.byReceive && !conditions.empty()) {

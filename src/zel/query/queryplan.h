@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "connection/fleetuse.h"
+
 namespace zel {
 
 // How a document that was checked is asked so that no more events are printed than wanted, and that
@@ -23,6 +25,9 @@ struct QueryPlan {
     bool joinsEnrichments = false;
     // Whether what is wanted is only known once a row has been seen, so that the store can't count.
     bool asksForAll = false;
+    // Whether a fleet is asked, which gives each event once, in one order of time over all hosts.
+    bool ofFleet = false;
+    IFleetCallback::Order rowOrder = {};  // which a fleet's rows come in
 
     // How many rows to ask for first; negative: all.
     std::int64_t FirstRows() const;

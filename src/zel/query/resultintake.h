@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "connection/databaseerror.h"
+#include "connection/fleetuse.h"
 #include "records/seentexts.h"
 #include "zel/query/eventfilter.h"
 #include "zel/query/queryarguments.h"
@@ -31,7 +32,11 @@ std::string_view EventOf(std::string_view result, bool mayBeJoined);
 // matched by several parts of the question. It is known by its text, not by its key, since making
 // a key costs more than all else that a result does; an event that was stored again with another
 // text is another one.
-class ResultIntake final : public ZEL::IQueryCallback {
+//
+// Of a fleet it takes rows, which tell their key and their host; no event comes twice from there.
+class ResultIntake final : public ZEL::IQueryCallback,
+                           public ZEL::IQueryRows,
+                           public IFleetCallback {
 public:
     struct Wanted {
         bool duplicates = false;  // an event as often as it comes
@@ -45,16 +50,18 @@ public:
                  ZEL::IEventStore& store)
         : sink_(sink), filter_(filter), plan_(plan), wanted_(std::move(wanted)), store_(store) {}
 
-    ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
-        *out = nullptr;
-        return ZEL::TOBERR_NO_INTERFACE;
-    }
+    ZEL::TobResult QueryInterface(const ZEL::GUID& iid, void** out) override;
     std::int64_t AddRef() override { return 2; }
     std::int64_t Release() override { return 1; }
     // 0x80004004 refuses the batch and all behind it. No result is kept behind the call.
     ZEL::HRESULT OnQueryResults(ZEL::HRESULT status, ZEL::IValueCollection* results, bool isFinal,
                                 bool isComplete, ZEL::IStringValue* resumeTime,
                                 std::int32_t resumeSequence) override;
+
+    // hr::nothingToDo when no further row is needed.
+    ZEL::HRESULT OnQueryRow(const ZEL::QueryRow& row) override;
+    Order RowOrder() override { return plan_.rowOrder; }
+    std::string_view OnlyHost() override { return ""; }
 
     // Whether another walk, for more rows, is to go on where the last one, for `rows`, ended too
     // early: it gave them all, and too few were new. Always false where all rows were asked for,
@@ -87,10 +94,17 @@ public:
     const Cursor& Position() const noexcept { return position_; }
 
 private:
+    // One that has come, with its key and host where it brought them, or else as the value that a
+    // key is made of.
+    struct Came {
+        std::string_view text, key, host;
+        ZEL::IStringValue* value = nullptr;
+    };
     void Take(ZEL::IStringValue* event);
+    void Take(const Came& event);
     bool IsWanted(std::string_view mark, std::string_view text);
     void HandOn(const FoundEvent& event);
-    std::string KeyOf(ZEL::IStringValue* event);
+    std::string KeyOf(const Came& event);
 
     EventSink& sink_;
     EventFilter* const filter_;
@@ -99,7 +113,8 @@ private:
     ZEL::IEventStore& store_;
     SeenTexts seen_;
     std::uint64_t count_ = 0, keyless_ = 0;
-    std::int64_t rows_ = 0;  // of this walk
+    std::int64_t rows_ = 0;   // of this walk
+    unsigned unflushed_ = 0;  // rows of a fleet
     bool hasMore_ = false;
     std::atomic<bool> broken_{false}, hasEnough_{false};
     std::vector<DatabaseError> failures_;

@@ -67,7 +67,7 @@ std::vector<Completion> ForCondition(std::string_view typed, std::size_t begin, 
         const std::string ahead = quote == '\0' ? "'" : "";
         Offers offers(begin, ahead + std::string(typed));
         for (const Column& column : Columns())
-            if (column.name != "key")
+            if (column.from != ColumnFrom::beside)
                 offers.Add(ahead + std::string(column.name) + " ", column.meaning);
         return offers.Take();
     }

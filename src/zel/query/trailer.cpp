@@ -1,6 +1,10 @@
 #include "zel/query/trailer.h"
 
+#include <algorithm>
+#include <chrono>
+
 #include "connection/resultwords.h"
+#include "records/eventtime.h"
 #include "records/recordwriter.h"
 #include "zel/terminal/narrator.h"
 #include "zel/terminal/textfit.h"
@@ -28,9 +32,57 @@ const char* Truth(bool is) {
     return is ? "true" : "false";
 }
 
+void WriteHosts(const std::vector<FleetHostLook>& hosts, RecordWriter& writer) {
+    writer.Key("hosts").BeginArray();
+    for (const FleetHostLook& host : hosts)
+        writer.BeginObject()
+            .Key("host")
+            .Text(host.host)
+            .Key("events")
+            .Number(host.events)
+            .Key("oldest_receipt")
+            .Text(host.oldestReceipt)
+            .Key("newest_receipt")
+            .Text(host.newestReceipt)
+            .Key("silent")
+            .Json(Truth(IsSilent(host)))
+            .EndObject();
+    writer.EndArray();
+}
+
+std::string WordsOfHosts(const std::vector<FleetHostLook>& hosts) {
+    std::string text = std::to_string(hosts.size()) + " host(s)", silent, newest;
+    for (const FleetHostLook& host : hosts) {
+        newest = std::max(newest, host.newestReceipt);
+        if (IsSilent(host))
+            silent += "\nsilent: " + Escaped(host.host) + ", last receipt " + host.newestReceipt +
+                      ", first " + host.oldestReceipt;
+    }
+    return text + (newest.empty() ? "" : ", last receipt " + newest) + silent;
+}
+
+Trailer BeginFleetTrailer(ZEL::IEventStore7& store) {
+    Trailer trailer;
+    trailer.isOfFleet = true;
+    ZEL::CountedPtr<IFleetLook> look;
+    trailer.isWhole = Succeeded(store.QueryInterface(iidFleetLook, look.ReceiveVoid())) &&
+                      Succeeded(look->LookAtHosts(&trailer.hosts));
+    return trailer;
+}
+
 }  // namespace
 
-Trailer BeginTrailer() {
+bool IsSilent(const FleetHostLook& host) {
+    constexpr std::chrono::milliseconds longest = std::chrono::hours(1);
+    const auto newest = MillisecondsIn(host.newestReceipt);
+    const auto now =
+        std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    return !newest || now.time_since_epoch().count() - *newest > longest.count();
+}
+
+Trailer BeginTrailer(ZEL::IEventStore7& store) {
+    if (IsFleetUsed())
+        return BeginFleetTrailer(store);
     Trailer trailer;
     StoreLook look;
     if (!LookAtStore(StoreNeed::reading, &look))
@@ -57,11 +109,16 @@ std::string Trailer::Json() const {
             writer.Text(value);
     };
     writer.BeginObject().Key("trailer").BeginObject();
-    writer.Key("found").Number(found).Key("rows").Number(rows).Key("folders").Number(folders);
-    WriteFailures(failures, writer);
-    optional("oldest", oldest);
-    optional("written_until", writtenUntil);
-    writer.Key("being_written").Json(Truth(isBeingWritten));
+    writer.Key("found").Number(found).Key("rows").Number(rows);
+    if (isOfFleet) {
+        WriteHosts(hosts, writer);
+    } else {
+        writer.Key("folders").Number(folders);
+        WriteFailures(failures, writer);
+        optional("oldest", oldest);
+        optional("written_until", writtenUntil);
+        writer.Key("being_written").Json(Truth(isBeingWritten));
+    }
     writer.Key("limited").Json(Truth(hasMore));
     writer.Key("complete").Json(Truth(isWhole));
     writer.EndObject().EndObject();
@@ -69,8 +126,11 @@ std::string Trailer::Json() const {
 }
 
 std::string Trailer::Words() const {
-    std::string text = std::to_string(found) + " event(s) found, " + std::to_string(rows) +
-                       " row(s) looked at, " + std::to_string(folders) + " folder(s)";
+    std::string text =
+        std::to_string(found) + " event(s) found, " + std::to_string(rows) + " row(s) looked at, ";
+    if (isOfFleet)
+        return text + WordsOfHosts(hosts);
+    text += std::to_string(folders) + " folder(s)";
     if (!oldest.empty())
         text += " from " + Escaped(oldest) + " on";
     if (!failures.empty())

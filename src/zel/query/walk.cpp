@@ -152,6 +152,9 @@ HRESULT Walk(const QueryPlan& plan, std::int64_t newest, StoreSession& store, Re
     if (!stop.Create(wm::EventReset::automatic))
         return hr::outOfMemory;
     const Stopper stopper(stop, intake);
+    if (plan.ofFleet)
+        return Ask(plan, newest >= 0 && !plan.asksForAll ? newest : plan.FirstRows(), store, intake,
+                   stop);
     return newest >= 0 ? WalkFromNewest(plan, newest, store, intake, stop)
                        : WalkFromOldest(plan, store, intake, stop, lostRows);
 }

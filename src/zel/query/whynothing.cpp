@@ -153,13 +153,15 @@ std::set<std::string> DoubtsOf(const value& events) {
 
 }  // namespace
 
-void TellNothingFound(const value& document, ZEL::IEventStore& store) {
+void TellNothingFound(const value& document, ZEL::IEventStore* store) {
     const value& events = document.at("event_query").at("events");
     Say("no events");
-    const bool isEmptyRange = TellEmptyRange(events, store);
-    ZEL::IgnoreResult(store.ClearDatabaseErrors(), "they were told of the question itself");
-    if (isEmptyRange)
-        return;
+    if (store != nullptr) {
+        const bool isEmptyRange = TellEmptyRange(events, *store);
+        ZEL::IgnoreResult(store->ClearDatabaseErrors(), "they were told of the question itself");
+        if (isEmptyRange)
+            return;
+    }
     for (const std::string& doubt : DoubtsOf(events))
         Say(doubt);
 }

@@ -11,7 +11,8 @@ namespace zel {
 // path that is compared as a whole, a registry root that sensors write in several ways, a time
 // range in which the store holds nothing. Only guesses: beyond "no events" it says nothing where
 // nothing is likely. `document` has passed CheckDocument. The store's table of errors is empty
-// afterwards, as the failures of these few questions are none of the person's.
-void TellNothingFound(const web::json::value& document, ZEL::IEventStore& store);
+// afterwards, as the failures of these few questions are none of the person's. A null `store` is
+// asked nothing.
+void TellNothingFound(const web::json::value& document, ZEL::IEventStore* store);
 
 }  // namespace zel

@@ -7,8 +7,9 @@ namespace zel {
 
 // An event on its way out. Views are good during the call that they are given to.
 struct FoundEvent {
-    std::string_view text;  // UTF-8, as the store gave it, with what was joined to it
-    std::string_view key;   // empty where no key was asked for, or none can be made
+    std::string_view text;       // UTF-8, as the store gave it, with what was joined to it
+    std::string_view key;        // empty where no key was asked for, or none can be made
+    std::string_view host = {};  // of a fleet's events; empty for those of one store
 };
 
 // What becomes of an answer's events: printed as they come, kept and put in order, counted. It is

@@ -121,6 +121,8 @@ private:
             return zone.IsUtc() ? 24 : 29;
         if (field.type == ColumnType::number)
             return std::max<std::size_t>(10, field.name.size());
+        if (field.IsHost())
+            return ResultForm::hostWidth;
         return field.name == "object" || field.name == "level" ? 13
                : field.name == "action"                        ? 9
                                                                : TableRow::shared;

@@ -111,12 +111,18 @@ std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string
     return fields;
 }
 
-std::vector<Field> AllFields(bool withKey, bool withEnrichments) {
+std::vector<Field> AllFields(BesideEvents beside) {
     std::vector<Field> fields;
+    const auto add = [&fields](const Column& column) {
+        fields.push_back({std::string(column.name), &column, {}, column.type});
+    };
+    if (beside.hosts)
+        add(*FindColumn("host"));
     for (const Column& column : Columns())
-        if (column.name != "event" && (column.name != "key" || withKey))
-            fields.push_back({std::string(column.name), &column, {}, column.type});
-    if (withEnrichments)
+        if (column.name != "event" && column.name != "host" &&
+            (column.name != "key" || beside.keys))
+            add(column);
+    if (beside.enrichments)
         fields.push_back({"enrichments", nullptr, {"enrichments"}, ColumnType::json});
     return fields;
 }
@@ -131,6 +137,8 @@ FieldValue FieldReader::ValueOf(const Field& field, const FoundEvent& event, boo
     using Kind = FieldValue::Kind;
     if (field.IsKey())
         return {event.key.empty() ? Kind::none : Kind::text, std::string(event.key)};
+    if (field.IsHost())
+        return {event.host.empty() ? Kind::none : Kind::text, std::string(event.host)};
     const auto found = isRead ? reader_.Value(*field.column) : std::nullopt;
     if (!found)
         return {};

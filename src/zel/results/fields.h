@@ -21,14 +21,20 @@ struct Field {
 
     // A column that its name can only have by the key.
     bool IsKey() const noexcept { return column != nullptr && column->name == "key"; }
+    // Likewise that of a fleet.
+    bool IsHost() const noexcept { return column != nullptr && column->name == "host"; }
     bool IsEnrichments() const noexcept { return column == nullptr && name == "enrichments"; }
 };
 
 // "time,action,/artifacts/target/path/value/0": columns, `enrichments`, and JSON pointers. None,
 // with words in `problem`, when one of them is nothing of that.
 std::optional<std::vector<Field>> ParseFields(std::string_view list, std::string* problem);
-// All columns, but for the whole event; the key and the enrichments where they are there.
-std::vector<Field> AllFields(bool withKey, bool withEnrichments);
+// All columns, but for the whole event; the host, which then comes first, the key and the
+// enrichments where they are there.
+struct BesideEvents {
+    bool hosts = false, keys = false, enrichments = false;
+};
+std::vector<Field> AllFields(BesideEvents beside);
 
 struct FieldValue {
     enum class Kind : std::uint8_t { none, text, number, json };
@@ -43,7 +49,7 @@ public:
 
     const std::vector<Field>& Fields() const noexcept { return fields_; }
     // One value for each field; times in the zone. Of a text that is no JSON all are none, but for
-    // the key. Good until the next call.
+    // what comes beside it. Good until the next call.
     const std::vector<FieldValue>& Read(const FoundEvent& event);
 
 private:

@@ -18,7 +18,7 @@ namespace zel {
 namespace {
 
 // What an entry takes beside its texts.
-constexpr std::size_t entryBytes = 160;
+constexpr std::size_t entryBytes = 192;
 
 }  // namespace
 
@@ -26,6 +26,10 @@ int OrderedSink::Compare(std::string_view time, std::uint64_t arrival, const Ent
     if (const int byTime = time.compare(other.time); byTime != 0)
         return byTime;
     return arrival < other.arrival ? -1 : static_cast<int>(arrival > other.arrival);
+}
+
+std::size_t OrderedSink::SizeOf(const Entry& entry) {
+    return entryBytes + entry.key.size() + entry.host.size() + entry.text.size();
 }
 
 bool OrderedSink::IsBetter(const Entry& a, const Entry& b) const {
@@ -47,9 +51,11 @@ bool OrderedSink::MayMatter(std::string_view text) {
 
 bool OrderedSink::Take(const FoundEvent& event) {
     constexpr std::int64_t atLeast = 500;
-    Entry entry{order_.byArrival ? "" : std::string(TimeOf(event.text)), arrivals_++,
-                std::string(event.key), std::string(event.text)};
-    bytes_ += entryBytes + entry.key.size() + entry.text.size();
+    const std::uint64_t arrival = order_.fromNewest ? ~arrivals_ : arrivals_;
+    ++arrivals_;
+    Entry entry{order_.byArrival ? "" : std::string(TimeOf(event.text)), arrival,
+                std::string(event.key), std::string(event.host), std::string(event.text)};
+    bytes_ += SizeOf(entry);
     entries_.push_back(std::move(entry));
     const bool isBounded = order_.most >= 0;
     const auto count = static_cast<std::int64_t>(entries_.size());
@@ -72,7 +78,7 @@ void OrderedSink::Prune() {
     bytes_ = 0;
     const Entry* worst = nullptr;
     for (const Entry& entry : entries_) {
-        bytes_ += entryBytes + entry.key.size() + entry.text.size();
+        bytes_ += SizeOf(entry);
         if (worst == nullptr || IsBetter(*worst, entry))
             worst = &entry;
     }
@@ -90,7 +96,7 @@ bool OrderedSink::Spill() {
     const std::uint64_t begin = file_.End();
     for (const Entry& entry : entries_)
         if (!file_.Append(entry.time) || !file_.Append(std::to_string(entry.arrival)) ||
-            !file_.Append(entry.key) || !file_.Append(entry.text))
+            !file_.Append(entry.key) || !file_.Append(entry.host) || !file_.Append(entry.text))
             return false;
     runs_.push_back({begin, file_.End()});
     spilled_ += entries_.size();
@@ -158,7 +164,7 @@ private:
         };
         std::string arrival;
         if (!read(source.head.time) || !read(arrival) || !read(source.head.key) ||
-            !read(source.head.text))
+            !read(source.head.host) || !read(source.head.text))
             return false;
         std::from_chars(arrival.data(), arrival.data() + arrival.size(), source.head.arrival);
         return true;
@@ -182,7 +188,7 @@ bool OrderedSink::Finish() {
     Merge merge(*this);
     const Entry* entry = nullptr;
     for (std::uint64_t at = 0; at < skipped + wanted && merge.Next(&entry); ++at)
-        if (Interrupted() || (at >= skipped && !next_.Take({entry->text, entry->key})))
+        if (Interrupted() || (at >= skipped && !next_.Take({entry->text, entry->key, entry->host})))
             return false;
     return file_.Problem().empty() && next_.Finish();
 }

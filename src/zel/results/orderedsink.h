@@ -17,6 +17,7 @@ struct EventOrder {
     bool keepsNewest = false;  // of more than that; else the oldest
     bool newestFirst = false;  // with a bound that keeps the oldest it has to be false
     bool byArrival = false;    // instead of by the events' times
+    bool fromNewest = false;   // of events with one time the first to come is the newest
 };
 
 // Keeps an answer and hands it on in order, at its end. In memory stand `most` events and some, or
@@ -47,13 +48,14 @@ private:
     struct Entry {
         std::string time;
         std::uint64_t arrival = 0;
-        std::string key, text;
+        std::string key, host, text;
     };
     struct Span {
         std::uint64_t begin = 0, end = 0;
     };
     class Merge;
 
+    static std::size_t SizeOf(const Entry& entry);
     static int Compare(std::string_view time, std::uint64_t arrival, const Entry& other);
     bool IsBetter(const Entry& a, const Entry& b) const;
     bool StandsFirst(const Entry& a, const Entry& b) const;

@@ -23,16 +23,19 @@ namespace {
 
 using web::json::value;
 
-// The event's text, with a member "key" in front of the others where a key was asked for. It is put
-// into the text and not into a parsed one, so that all else stays as it was stored.
+// The event's text, with a member "key" in front of the others where a key was asked for, and in a
+// fleet "host" ahead of it, since a key is a key of one host. They are put into the text and not
+// into a parsed one, so that all else stays as it was stored.
 std::string WithKey(const FoundEvent& event) {
     std::string text;
-    text.reserve(event.text.size() + event.key.size() + 16);
+    text.reserve(event.text.size() + event.key.size() + event.host.size() + 32);
     const std::size_t brace = event.key.empty() ? event.text.npos : event.text.find('{');
     if (brace == event.text.npos)
         return text.append(event.text);
-    return text.append(event.text, 0, brace + 1)
-        .append("\"key\":")
+    text.append(event.text, 0, brace + 1);
+    if (!event.host.empty())
+        text.append("\"host\":").append(wm::JsonString(event.host)).append(",");
+    return text.append("\"key\":")
         .append(wm::JsonString(event.key))
         .append(",")
         .append(event.text, brace + 1);
@@ -134,14 +137,18 @@ std::string NameOf(const value& artifact) {
 class Table final : public ResultForm {
 public:
     explicit Table(const FormChoice& choice)
-        : columns_(choice.columns), zone_(choice.zone), hasColours_(choice.hasColours) {
+        : columns_(choice.columns),
+          zone_(choice.zone),
+          hasHosts_(choice.hasHosts),
+          hasColours_(choice.hasColours) {
         if (!zone_.IsUtc())
             timeWidth_ += 5;  // an offset such as +01:00 stands in place of Z
         if (columns_ == 0)
             return;
         constexpr std::size_t narrowest = 8;
         actionWidth_ = 9;
-        const std::size_t fixed = timeWidth_ + objectWidth + actionWidth_ + 4 * gap;
+        const std::size_t fixed =
+            timeWidth_ + objectWidth + actionWidth_ + 4 * gap + (hasHosts_ ? hostWidth + gap : 0);
         const std::size_t left = columns_ > fixed ? columns_ - fixed : 0;
         actorWidth_ = std::max(left * 2 / 5, narrowest);
         targetWidth_ = std::max(left - left * 2 / 5, narrowest);
@@ -150,7 +157,7 @@ public:
     // Members that are missing, or of another kind than in other events, leave their column empty.
     std::string Row(const FoundEvent& event, bool isFirst) override {
         const std::string heading =
-            isFirst ? Line("TIME", "OBJECT", "ACTION", "ACTOR", "TARGET") : "";
+            isFirst ? Line("TIME", "HOST", "OBJECT", "ACTION", "ACTOR", "TARGET") : "";
         value parsed;
         try {
             parsed = value::parse(std::string(event.text));
@@ -162,6 +169,7 @@ public:
         const value* const actor = artifacts != nullptr ? Find(*artifacts, "actor") : nullptr;
         const value* const target = artifacts != nullptr ? Find(*artifacts, "target") : nullptr;
         return heading + Line(zone_.Shown(FirstValue(parsed, "begin_time")),
+                              std::string(event.host),
                               target != nullptr ? FirstValue(*target, "object_type") : "",
                               FirstValue(parsed, "action"), NameOf(actor ? *actor : none),
                               NameOf(target ? *target : none));
@@ -180,9 +188,11 @@ private:
         return column + std::string(width - DisplayWidth(column) + gap, ' ');
     }
 
-    std::string Line(const std::string& time, const std::string& object, const std::string& action,
-                     const std::string& actor, const std::string& target) const {
-        const std::string front = Column(time, timeWidth_);
+    std::string Line(const std::string& time, const std::string& host, const std::string& object,
+                     const std::string& action, const std::string& actor,
+                     const std::string& target) const {
+        const std::string front =
+            Column(time, timeWidth_) + (hasHosts_ ? Column(host, hostWidth, Keep::end) : "");
         const std::string kind = Column(object, objectWidth) + Column(action, actionWidth_);
         std::string line = front + kind + Column(actor, actorWidth_, Keep::end) +
                            Fit(target, targetWidth_, Keep::end);
@@ -213,7 +223,7 @@ private:
 
     const std::size_t columns_;
     const ZoneTime zone_;
-    const bool hasColours_;
+    const bool hasHosts_, hasColours_;
     std::size_t timeWidth_ = 24;
     std::size_t actionWidth_ = 16, actorWidth_ = 40, targetWidth_ = noLimit;
 };

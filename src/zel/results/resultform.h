@@ -15,6 +15,8 @@ namespace zel {
 // that it can print answers that no memory would hold.
 class ResultForm {
 public:
+    static constexpr std::size_t hostWidth = 16;  // of a table's column
+
     virtual ~ResultForm() = default;
     // What is to be printed for an event, with whatever stands between two of them. Never refuses:
     // what a table can't read stands in it as it is, escaped.
@@ -34,6 +36,7 @@ struct FormChoice {
     std::size_t columns = 0;
     // For csv and timesketch, and in place of whole events for all forms but ocsf and keys.
     std::vector<Field> fields;
+    bool hasHosts = false;    // the events are a fleet's, and tables of whole events show whose
     ZoneTime zone;            // of times in a table and in csv, and of fields
     bool hasColours = false;  // of a table, by the kind of event
     // Then no form prints control characters that an event brought with it.

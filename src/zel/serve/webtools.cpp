@@ -45,7 +45,7 @@ std::unique_ptr<WebForm> MakeForm(const std::string& form, const std::string& fi
         return nullptr;
     }
     if (choice.name == "csv")
-        choice.fields = AllFields(false, false);
+        choice.fields = AllFields({});
     if (!fields.empty() && choice.name != "ocsf") {
         auto chosen = ParseFields(fields, problem);
         if (!chosen)

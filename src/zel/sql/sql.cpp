@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include "connection/fleetuse.h"
 #include "connection/storedirectory.h"
 #include "zel/commands.h"
 #include "zel/sql/sqlshell.h"
@@ -24,7 +25,7 @@ int Ask(const SqlOptions& options, SqlDatabase& database, SqlStore& store, Outpu
 
 int RunSql(const SqlOptions& options) {
     std::string directory;
-    if (!FindStore(StoreNeed::reading, &directory))
+    if (!IsFleetUsed() && !FindStore(StoreNeed::reading, &directory))
         return exitCode::noStore;
     std::string problem;
     const auto store = SqlStore::Open(directory, Terminal(), &problem);

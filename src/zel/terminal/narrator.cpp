@@ -2,6 +2,7 @@
 
 #include "common/hostservices.h"
 #include "connection/agentrequest.h"
+#include "connection/fleetuse.h"
 #include "connection/storereports.h"
 #include "zel/terminal/messages.h"
 
@@ -33,6 +34,8 @@ bool NamePaths(const GlobalOptions& options, std::string* problem) {
 // named.
 void ChooseAgent(const GlobalOptions& options) {
     std::wstring store;
+    if (IsFleetUsed())
+        return;
     if (!options.socket.empty())
         UseAgent(options.socket, Interrupted);
     else if (!(wm::ResolvePathVariable(L"%ZELDataStore%", store) && !store.empty()) &&

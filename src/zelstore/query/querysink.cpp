@@ -185,7 +185,7 @@ RowResult QuerySink::GiveRow(std::string_view key, std::string_view value, bool*
         joined_.append(joined_.empty() ? "[" : ",").append(each);
     if (!joined_.empty())
         joined_ += ']';
-    const HRESULT result = rows_->OnQueryRow({key, value, joined_});
+    const HRESULT result = rows_->OnQueryRow({key, value, joined_, {}});
     if (Failed(result))
         return RowResult::abandonDatabase;
     if (result == hr::nothingToDo)
