@@ -161,7 +161,6 @@ private:
     std::unique_ptr<AgentParts> parts_;
     std::unique_ptr<Routes> routes_;
     std::unique_ptr<HttpServer> server_;
-    std::atomic<std::uint64_t> webConnections_{0};
     std::unique_ptr<AgentWebHost> webHost_;
     std::unique_ptr<WebParts> webParts_;
     std::unique_ptr<WebRoutes> webRoutes_;
@@ -305,7 +304,7 @@ bool Agent::ListenForWeb(std::string* problem) {
         *store_, *questions_, *events_, tools_, *webHost_, config_->storePath, version_, true});
     webRoutes_ = std::make_unique<WebRoutes>(*webParts_);
     parts_->web = webRoutes_.get();
-    webServer_ = std::make_unique<HttpServer>(*webRoutes_, webLimits, webConnections_);
+    webServer_ = std::make_unique<HttpServer>(*webRoutes_, webLimits, log_.webConnections);
     return webServer_->ListenAt(static_cast<std::uint16_t>(config_->webPort), problem);
 }
 

@@ -45,6 +45,7 @@ public:
     std::atomic<std::uint64_t> duplicates{0};
     std::atomic<std::uint64_t> lostEnrichments{0};
     std::atomic<std::uint64_t> connections{0};
+    std::atomic<std::uint64_t> webConnections{0};  // of the page, beside them
     std::atomic<std::uint64_t> inFlight{0};
     std::atomic<std::uint64_t> purgedBytes{0};
     std::atomic<std::uint64_t> purgedFolders{0};

@@ -22,8 +22,6 @@ using ErrorCode = boost::system::error_code;
 using std::chrono::seconds;
 using SteadyClock = std::chrono::steady_clock;
 
-constexpr std::uint32_t headerLimit = 8192;  // bytes
-
 std::string Text(beast::string_view text) {
     return {text.data(), text.size()};
 }
@@ -50,7 +48,7 @@ void HttpConnection::AwaitRequest() {
 
 void HttpConnection::ReadHead() {
     head_.emplace();
-    head_->header_limit(headerLimit);
+    head_->header_limit(server_.limits.head);
     head_->body_limit(server_.limits.body);
     stream_.expires_after(seconds(server_.limits.headerTime));
     http::async_read_header(stream_, buffer_, *head_,

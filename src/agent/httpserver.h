@@ -16,6 +16,7 @@ struct HttpLimits {
     std::uint64_t body = 0;        // bytes
     std::uint64_t headerTime = 0;  // seconds
     std::uint64_t idleTime = 0;
+    std::uint32_t head = 8192;  // bytes
 };
 
 // Serves a Unix socket, a port of 127.0.0.1, or both. A peer that is slow, large or silent costs a

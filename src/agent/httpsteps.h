@@ -92,7 +92,7 @@ private:
     HttpServerState& server_;
     boost::beast::basic_stream<boost::asio::generic::stream_protocol> stream_;
     const std::uint16_t port_;
-    boost::beast::flat_buffer buffer_{httpBufferLimit};
+    boost::beast::flat_buffer buffer_{std::max<std::size_t>(httpBufferLimit, server_.limits.head)};
     std::optional<boost::beast::http::request_parser<boost::beast::http::empty_body>> head_;
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> request_;
     boost::beast::http::response<boost::beast::http::string_body> response_;

@@ -167,6 +167,7 @@ std::string StatusJson(const AgentParts& parts) {
     WriteStore(parts, ledger, writer);
     WriteHunt(parts, ledger, writer);
     writer.Key("connections").Number(parts.log.connections);
+    writer.Key("page_connections").Number(parts.log.webConnections);
     writer.Key("requests_in_flight").Number(parts.log.inFlight);
     writer.Key("last_messages").BeginArray();
     for (const AgentLog::Entry& entry : parts.log.Last())
@@ -216,6 +217,7 @@ std::string MetricsText(const AgentParts& parts) {
         {{"zel_disk_free_bytes", "gauge", "Free space of the tighter volume."},
          parts.disk.freeBytes},
         {{"zel_connections", "gauge", "Connections that are open."}, parts.log.connections},
+        {{"zel_page_connections", "gauge", "The same of the page."}, parts.log.webConnections},
         {{"zel_http_in_flight_requests", "gauge", "Requests that are being answered."},
          parts.log.inFlight},
         {{"zel_questions_total", "counter", "Questions that were asked."}, questions.asked},

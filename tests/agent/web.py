@@ -12,6 +12,7 @@ import select
 import signal
 import subprocess
 import sys
+import urllib.parse
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "zel"))
 from agentprocess import LIMIT, Service, free_port, record  # noqa: E402
@@ -83,7 +84,7 @@ def check_doors(zel, service):
     origin = "http://" + page.host
     zel.check("refused", (403, 403, 421, 404, 405, 404), (
         page.status("GET", "/v1/page", Origin="http://127.0.0.1:1"), page.status("GET", "/v1/page", Sec_Fetch_Site="same-site"),
-        page.status("GET", "/v1/page", Host="localhost.evil:80"), page.status("POST", "/v1/events", b"{}", Origin=origin),
+        page.status("GET", "/v1/page", Host="localhost:80@evil"), page.status("POST", "/v1/events", b"{}", Origin=origin),
         page.status("POST", "/v1/page", b"{}"), page.status("GET", "/assets/../webroutes.cpp")))
     zel.check("forwarded", 200, page.status("GET", "/v1/page", Host="localhost:1234", Origin="http://localhost:1234"))
     first = page.ask("GET", "/")
@@ -135,6 +136,17 @@ def check_notes(zel, service, page, key):
               [one for line in found.stdout.splitlines() for one in json.loads(line).get("enrichments", [])])
     wrong = [dict(said, kind="lie"), dict(said, text=" "), dict(said, text="x" * 20000), dict(said, key="p<begin_time>"), {}, []]
     zel.check("refused", [400] * len(wrong), [page.status("POST", "/v1/notes", json.dumps(one)) for one in wrong])
+
+
+def check_long(zel, service, page):
+    """Whoever makes an event chooses how long its key is; it can be looked at all the same."""
+    path = "C:\\" + "\u00e4" * 32000
+    service.events([record(1).replace(b"C:\\\\1", json.dumps(path)[1:-1].encode())])
+    service.await_stored()
+    row, _ = (json.loads(line) for line in page.ask("GET", "/v1/list?object=file&where=target_path+contains+%C3%A4").read().splitlines())
+    conditions = [{"key": row["key"]}, {"where": "target_path = " + path}]
+    zel.check("long", [200, 200], [page.status("GET", f"/v1/{way}?" + urllib.parse.urlencode(asked))
+                                   for way, asked in zip(("event", "histogram"), conditions)])
 
 
 def check_files(zel, page, key):
@@ -195,6 +207,7 @@ def main(program, events):
             key = check_live(zel, service, page)
             check_notes(zel, service, page, key)
             check_files(zel, page, key)
+            check_long(zel, service, page)
         check_copy(zel)
         return zel.failures
 

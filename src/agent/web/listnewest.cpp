@@ -93,6 +93,8 @@ std::int64_t NewestRows::NextWindow(const EventSpan& part, std::int64_t found,
 
 ZEL::HRESULT NewestRows::Collect(const EventSpan& range, std::size_t need, std::int64_t window,
                                  BestRows* rows) {
+    if (range.since > range.until)
+        return result_;
     const std::size_t mostSeen = 5 * need;
     int inVain = 0;
     EventSpan rest = range;

@@ -80,6 +80,8 @@ bool IsOwnName(std::string_view host) {
     const std::size_t colon = host.rfind(':');
     const bool hasPort = colon != host.npos && host.find(']', colon) == host.npos;
     const std::string_view name = host.substr(0, hasPort ? colon : host.npos);
+    if (hasPort && host.find_first_not_of("0123456789", colon + 1) != host.npos)
+        return false;
     return ZEL::EqualsNoCase(name, "localhost") || name == "127.0.0.1" || name == "[::1]";
 }
 

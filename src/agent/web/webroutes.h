@@ -10,7 +10,8 @@
 namespace zel {
 
 // Of the server that serves the page.
-inline constexpr HttpLimits webLimits{64, 4, 4U << 20, 10, 60};
+// Keys and conditions stand in the head, and are as long as whoever made an event chose.
+inline constexpr HttpLimits webLimits{64, 4, 4U << 20, 10, 60, 1U << 20};
 
 // Who may see the page, and which of its requests goes where. The port that this serves knows the
 // page's ways alone.
