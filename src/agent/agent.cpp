@@ -7,6 +7,7 @@
 
 #include "agent/asking/questions.h"
 #include "agent/diskwatch.h"
+#include "agent/fleetpart.h"
 #include "agent/following/followers.h"
 #include "agent/following/followplace.h"
 #include "agent/httpserver.h"
@@ -151,7 +152,8 @@ private:
     Live<AccessRules> access_{AccessRules{}};
     std::unique_ptr<Followers> followers_;  // outlives those who call it
     std::unique_ptr<LiveHunt> hunt_;        // likewise
-    std::unique_ptr<Notices> notices_;      // likewise
+    std::unique_ptr<FleetPart> fleet_;
+    std::unique_ptr<Notices> notices_;  // likewise
     std::unique_ptr<Feeder> feeder_;
     std::unique_ptr<Admission> admission_;
     std::unique_ptr<DiskWatch> watch_;
@@ -229,12 +231,14 @@ bool Agent::OpenSpool() {
                      std::chrono::seconds(static_cast<std::int64_t>(config_->questionStall))},
         PlaceBehind(spool_.Accepted()));
     hunt_ = std::make_unique<LiveHunt>(spool_, log_, [this] { feeder_->Wake(); });
+    fleet_ = std::make_unique<FleetPart>(*store_, past_, log_);
     watch_->Look();
     hunt_->Use(*config_.Now());
     if (!feeder_->Start())
         return false;
     admission_->Start();
     notices_->Look();
+    fleet_->Use(*config_.Now());
     return true;
 }
 
@@ -274,7 +278,7 @@ bool Agent::Listen() {
         [this](std::string_view event) { return hunt_->Explain(event); });
     parts_ = std::unique_ptr<AgentParts>(new AgentParts{
         config_, *store_, log_, spool_, *admission_, *feeder_, sight_, *watch_, *questions_,
-        tools_.ask, *followers_, *hunt_, *events_, wm::FormatUtc(wm::Clock().UtcNow()),
+        tools_.ask, *followers_, *hunt_, *fleet_, *events_, wm::FormatUtc(wm::Clock().UtcNow()),
         static_cast<std::uint64_t>(std::time(nullptr)), version_});
     routes_ = std::make_unique<Routes>(*parts_, access_);
     server_ = std::make_unique<HttpServer>(
@@ -365,6 +369,7 @@ void Agent::TakeReloaded(const AgentConfig& config) {
     questions_->SetLimits(QuestionLimitsOf(config));
     watch_->LookAtSizeSoon();
     hunt_->Use(config);
+    fleet_->Use(config);
 }
 
 void Agent::Run(int stop, const AgentReload& reload) {
@@ -385,6 +390,8 @@ void Agent::Run(int stop, const AgentReload& reload) {
 
 // In any case each step is taken, also where the start has come only a part of the way.
 bool Agent::End() {
+    if (fleet_)
+        fleet_->Stop();
     if (followers_)
         followers_->Stop();
     ways_.BeginStop();

@@ -66,6 +66,14 @@ struct AgentConfig {
     std::uint64_t alertTime = 0;
     std::string alertSocket;
 
+    std::string fleetUrl;  // empty: no fleet
+    std::string fleetPasswordFile;
+    std::string fleetHost;  // empty: this machine's identifier
+    std::uint64_t fleetEvery = 0;
+    std::uint64_t fleetBatchRows = 0;
+    std::uint64_t fleetBatchSize = 0;
+    std::uint64_t fleetRate = 0;  // rows a second; 0: no limit
+
     std::string readGroup;
     std::string writeGroup;
     std::string annotateGroup;
@@ -82,8 +90,8 @@ struct ConfigKey {
     std::string_view name;
     Place place;
     // How values are written: "path", "size" (bytes, or "10G"), "seconds", "number", "percent",
-    // "port", "group", "member", "flag", or a list that is empty by default: "paths",
-    // or "command", a path and arguments.
+    // "port", "group", "member", "flag", "url", "host", or a list that is empty by default:
+    // "paths", or "command", a path and arguments.
     std::string_view unit;
     std::string_view initial;  // the default, as the file would say it
     std::uint64_t least = 0;   // of numbers, sizes and times

@@ -25,6 +25,7 @@ struct DiskSight {
 
 class DiskWatch;
 class EventWays;
+class FleetPart;
 class Followers;
 class LiveHunt;
 class Questions;
@@ -44,6 +45,7 @@ struct AgentParts {
     const AskByParameters& askByParameters;
     Followers& followers;
     LiveHunt& hunt;
+    FleetPart& fleet;
     EventWays& events;
     const std::string started;            // UTC
     const std::uint64_t startedUnix = 0;  // seconds since 1970

@@ -1,6 +1,7 @@
 #include <ctime>
 
 #include "agent/asking/questions.h"
+#include "agent/fleetpart.h"
 #include "agent/following/followers.h"
 #include "agent/livehunt.h"
 #include "agent/parts.h"
@@ -147,6 +148,33 @@ void PutHunt(const AgentParts& parts, const Ledger& ledger, std::string* text) {
             "\"} " + std::to_string(hunt.hits[i]) + "\n";
 }
 
+void WriteFleet(const AgentParts& parts, RecordWriter& writer) {
+    const FleetPart::Counts fleet = parts.fleet.Count();
+    if (!fleet.isNamed)
+        return;
+    writer.Key("fleet").BeginObject().Key("url").Text(fleet.fleet).Key("host").Text(fleet.host);
+    writer.Key("position").Text(fleet.position).Key("failing").Text(fleet.failing);
+    writer.Key("sent").Number(fleet.sent).Key("refused").Number(fleet.refused);
+    writer.Key("missed").Number(fleet.missed).Key("behind_seconds").Number(fleet.behindMs / 1000);
+    writer.EndObject();
+}
+
+void PutFleet(const AgentParts& parts, std::string* text) {
+    const FleetPart::Counts fleet = parts.fleet.Count();
+    if (!fleet.isNamed)
+        return;
+    Sample({"zel_fleet_failing", "gauge", "Whether nothing can be sent to the fleet just now."},
+           fleet.failing.empty() ? 0 : 1, text);
+    Sample({"zel_fleet_behind_seconds", "gauge", "Since the fleet had all."}, fleet.behindMs / 1000,
+           text);
+    Sample({"zel_fleet_sent_total", "counter", "Rows that the fleet has taken, repeats included."},
+           fleet.sent, text);
+    Sample({"zel_fleet_refused_total", "counter", "Rows that it refused, which were put aside."},
+           fleet.refused, text);
+    Sample({"zel_fleet_missed_total", "counter", "Events, at most, that were purged unsent."},
+           fleet.missed, text);
+}
+
 }  // namespace
 
 std::string StatusJson(const AgentParts& parts) {
@@ -166,6 +194,7 @@ std::string StatusJson(const AgentParts& parts) {
     WriteLedger(parts, ledger, writer);
     WriteStore(parts, ledger, writer);
     WriteHunt(parts, ledger, writer);
+    WriteFleet(parts, writer);
     writer.Key("connections").Number(parts.log.connections);
     writer.Key("page_connections").Number(parts.log.webConnections);
     writer.Key("requests_in_flight").Number(parts.log.inFlight);
@@ -235,6 +264,7 @@ std::string MetricsText(const AgentParts& parts) {
     for (const auto& row : rows)
         Sample(row.family, row.value, &text);
     PutHunt(parts, ledger, &text);
+    PutFleet(parts, &text);
     Head({"zel_last_flush_age_seconds", "gauge", "Since the store last took from the spool."},
          &text);
     text += "zel_last_flush_age_seconds " + std::to_string(Seconds(parts.feeder.LastFlushTick())) +

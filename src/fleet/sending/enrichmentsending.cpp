@@ -122,6 +122,9 @@ bool EnrichmentSending::SendFolder(const std::string& name, const std::string& l
     const leveldb::Status status =
         Succeeded(taken) ? leveldb::DB::Open(options, path, &opened) : leveldb::Status::IOError("");
     const std::unique_ptr<leveldb::DB> database(opened);
+    // A writer that never pauses, or a purge: the next round looks again.
+    if (taken == ZEL::hr::sharingViolation || !wm::IsDirectory(wide))
+        return true;
     if (!status.ok()) {
         ++unread_;
         listener_.Say(

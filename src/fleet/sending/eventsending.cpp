@@ -20,17 +20,19 @@ constexpr int mostTries = 5;
 }  // namespace
 
 EventSending::EventSending(const Parts& parts, std::string host, const BatchLimits& limits,
-                           std::string place, int rowsOfStep)
+                           std::string place, bool isFirst, int rowsOfStep)
     : parts_(parts),
       host_(std::move(host)),
       reader_(parts.store, parts.past, rowsOfStep),
       maker_(eventsTable, limits, parts.delivery),
       place_(std::move(place)),
-      safe_(place_) {}
+      safe_(place_),
+      isFirst_(isFirst) {}
 
 bool EventSending::Take(const PastReader::Row& row, const std::string& safeUntil) {
     if (maker_.IsFull())
         return false;
+    isFirst_ = false;
     const auto at = ZEL::ParseReceiveKey(row.receiveKey);
     std::string converted;
     const auto key = row.key != nullptr ? wm::Utf8Of(*row.key, converted) : std::nullopt;
@@ -48,7 +50,10 @@ bool EventSending::Take(const PastReader::Row& row, const std::string& safeUntil
     return true;
 }
 
+// What was purged before there was anything to send to is nobody's loss.
 void EventSending::TakeGap(std::uint64_t purged, std::string_view place) {
+    if (isFirst_)
+        return;
     parts_.listener.Say("up to " + std::to_string(purged) +
                         " event(s) were purged before they were sent, received until " +
                         PositionOf(place));

@@ -19,9 +19,10 @@ public:
         RowDelivery& delivery;
         ISessionListener& listener;
     };
-    // All parts outlive this. It begins at a place, as following has them.
+    // All parts outlive this. It begins at a place, as following has them; `isFirst`: nothing was
+    // ever sent.
     EventSending(const Parts& parts, std::string host, const BatchLimits& limits, std::string place,
-                 int rowsOfStep);
+                 bool isFirst, int rowsOfStep);
 
     // Sends what is there and waits until the fleet has it. Rows that came later than `safeUntil`,
     // a time as keys have it, are sent and don't move the place: one ahead of them may still come.
@@ -44,6 +45,7 @@ private:
     BatchMaker maker_;
     std::string place_;  // where reading goes on
     std::string safe_;   // behind the last row that none can overtake
+    bool isFirst_;
     std::string unread_;
     int tries_ = 0;  // in vain, of a folder that can't be read
 };

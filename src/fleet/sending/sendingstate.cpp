@@ -2,9 +2,7 @@
 
 #include <charconv>
 #include <cstdio>
-#include <functional>
 #include <string_view>
-#include <vector>
 
 #include "agent/following/followplace.h"
 #include "common/filesystem.h"
@@ -98,9 +96,13 @@ bool StateFile::Save(const SendingState& state, std::string* problem) const {
     return Succeeded(result);
 }
 
-std::string StateFileName(const std::string& fleet, const std::string& host) {
+std::string NameOf(const FleetAddress& address) {
+    return address.url + "/" + address.database;
+}
+
+std::string StateFileName(const FleetAddress& address, const std::string& host) {
     std::uint64_t hash = 0xCBF29CE484222325;  // FNV-1a: the same in each build
-    for (const char c : fleet + "\n" + host)
+    for (const char c : NameOf(address) + "\n" + host)
         hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3;
     char digits[17];
     std::snprintf(digits, sizeof(digits), "%016llx", static_cast<unsigned long long>(hash));

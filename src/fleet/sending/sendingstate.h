@@ -4,6 +4,8 @@
 #include <map>
 #include <string>
 
+#include "fleet/fleetaddress.h"
+
 namespace zel::fleet {
 
 // How far one store's way to one fleet has come.
@@ -37,6 +39,8 @@ private:
 };
 
 // What the file for a fleet is called, in a folder of many: the same for one address and host.
-std::string StateFileName(const std::string& fleet, const std::string& host);
+std::string StateFileName(const FleetAddress& address, const std::string& host);
+// An address as the state names it.
+std::string NameOf(const FleetAddress& address);
 
 }  // namespace zel::fleet

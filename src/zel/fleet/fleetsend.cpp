@@ -7,8 +7,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "agent/following/followplace.h"
 #include "common/hostservices.h"
@@ -19,10 +20,8 @@
 #include "fleet/fleettime.h"
 #include "fleet/hostidentifier.h"
 #include "fleet/sending/backfill.h"
-#include "fleet/sending/enrichmentsending.h"
-#include "fleet/sending/eventsending.h"
-#include "fleet/sending/rowdelivery.h"
 #include "fleet/sending/storepast.h"
+#include "fleet/sending/storesending.h"
 #include "records/timearg.h"
 #include "zel/commands.h"
 #include "zel/fleet/fleettarget.h"
@@ -46,22 +45,11 @@ namespace {
 constexpr auto settlingTime = std::chrono::minutes(2);
 constexpr unsigned triesOfOnce = 5;
 constexpr int rowsOfStep = 10000;
-constexpr std::string_view beginOfTime = "0000-01-01T00:00:00.000Z";
 
 SystemPoint Now() {
     return SystemPoint(
         milliseconds(MillisecondsOf(wm::FormatUtc(wm::Clock().UtcNow())).value_or(0)));
 }
-
-struct SendingTask {
-    FleetAddress address;
-    std::string directory;
-    std::string since;  // where it begins in place of the position; empty: there
-    BatchLimits limits;
-    DeliveryOptions delivery;
-    SendingState state;
-    std::string stateFile;
-};
 
 bool TakeTime(const char* flag, const std::string& text, std::string* time) {
     if (text.empty())
@@ -73,42 +61,44 @@ bool TakeTime(const char* flag, const std::string& text, std::string* time) {
     return argument.ok;
 }
 
-bool Prepare(const FleetOptions& options, SendingTask* task) {
+bool Prepare(const FleetOptions& options, SendingSetup* setup) {
     if (!AgentSocket().empty()) {
         Say("an agent sends by itself, as [fleet] of its configuration says; to send what is in a "
             "directory, name it with --store");
         return false;
     }
     const auto address = AddressOf(options);
-    if (!address || !TakeTime("--since", options.since, &task->since))
+    if (!address || !TakeTime("--since", options.since, &setup->since))
         return false;
-    task->address = *address;
-    task->state.host = HostOf(options);
-    task->state.fleet = address->url + "/" + address->database;
-    task->limits = {options.batchRows, options.batchBytes};
-    task->delivery.rowsPerSecond = options.rate;
-    task->delivery.packs = !address->isLocal;
-    task->delivery.tries = triesOfOnce;
+    setup->address = *address;
+    setup->host = HostOf(options);
+    setup->limits = {options.batchRows, options.batchBytes};
+    setup->rowsOfStep = rowsOfStep;
+    setup->delivery.rowsPerSecond = options.rate;
+    setup->delivery.packs = !address->isLocal;
+    setup->delivery.tries = triesOfOnce;
     if (options.firstPauseMs != 0)
-        task->delivery.firstPause = milliseconds(options.firstPauseMs);
-    return !task->state.host.empty();
+        setup->delivery.firstPause = milliseconds(options.firstPauseMs);
+    return !setup->host.empty();
 }
 
-bool FindPosition(const FleetOptions& options, SendingTask* task) {
-    if (!FindStore(StoreNeed::reading, &task->directory))
+bool FindPosition(const FleetOptions& options, SendingSetup* setup) {
+    if (!FindStore(StoreNeed::reading, &setup->directory))
         return false;
-    task->stateFile =
-        !options.position.empty()
-            ? options.position
-            : task->directory + "/" + StateFileName(task->state.fleet, task->state.host);
+    setup->stateFile = !options.position.empty()
+                           ? options.position
+                           : setup->directory + "/" + StateFileName(setup->address, setup->host);
     return true;
 }
 
 // Folders are purged whole, the oldest first.
-void TellPurged(const SendingTask& task) {
+void TellPurged(const SendingSetup& setup, const std::string& place) {
     constexpr std::size_t dateLength = 10;
-    const std::string from = PositionOf(task.state.place);
-    for (const StoreFolder& folder : ListStore(task.directory, false).folders)
+    const std::string from = PositionOf(place);
+    const bool hasSent = !from.starts_with("0000");
+    if (!hasSent || !setup.since.empty())
+        return;
+    for (const StoreFolder& folder : ListStore(setup.directory, false).folders)
         if (std::string_view(folder.Kind()) == "events") {
             if (folder.Date() > from.substr(0, dateLength))
                 Say("what was received from " + from + " on and purged before " + folder.Date() +
@@ -137,58 +127,37 @@ int TellEnd(const RowDelivery::Sight& sight, const SendingState& before, bool is
     return isWhole && refused + missed == 0 ? exitCode::done : exitCode::losses;
 }
 
-// What sends, with all that it holds.
-struct Sender {
-    explicit Sender(SendingTask& task)
-        : file(task.stateFile),
-          refused(task.stateFile + ".refused"),
-          delivery(task.address, task.delivery, task.state, file, refused, Terminal()) {}
+// What a round is made with, in the order in which it is.
+struct Sending {
+    StoreSession store{Terminal()};
+    StorePast past;
+    std::unique_ptr<StoreSending> way;
+    const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
 
-    const StateFile file;
-    RefusedRows refused;
-    RowDelivery delivery;
+    bool Open(const SendingSetup& setup) {
+        std::string problem;
+        if (!store.Open(StoreNeed::reading))
+            return false;
+        way = StoreSending::Open(setup, *store, past, Terminal(), &problem);
+        if (!way)
+            Say(problem);
+        return way != nullptr;
+    }
+    int Close(bool isSent) {
+        const RowDelivery::Sight sight = way->Look();
+        way->End();
+        const bool isRead = store.Close();
+        return TellEnd(sight, way->Before(), isSent && isRead && !way->HasUnread(), begin);
+    }
 };
 
-bool LoadState(SendingTask& task) {
-    std::string problem;
-    bool isThere = false;
-    const StateFile file(task.stateFile);
-    if (!file.Load(&task.state, &isThere, &problem)) {
-        Say(problem);
-        return false;
-    }
-    if (!task.since.empty())
-        task.state.place = PlaceAtTime(task.since);
-    else if (!task.state.place.empty())
-        TellPurged(task);
-    // A place that can't be kept is better known ahead of all work.
-    if (file.Save(task.state, &problem))
-        return true;
-    Say(problem);
-    return false;
-}
-
-int SendOnce(SendingTask task) {
-    if (!LoadState(task))
+int SendOnce(const SendingSetup& setup) {
+    Sending sending;
+    if (!sending.Open(setup))
         return exitCode::noStore;
-    StoreSession store(Terminal());
-    if (!store.Open(StoreNeed::reading))
-        return exitCode::noStore;
-    const auto begin = std::chrono::steady_clock::now();
-    const SendingState before = task.state;
+    TellPurged(setup, sending.way->Before().place);
     const std::string safeUntil = wm::FormatUtc(wm::ToSystemTime(Now() - settlingTime));
-    StorePast past;
-    Sender sender(task);
-    EventSending events({*store, past, sender.delivery, Terminal()}, before.host, task.limits,
-                        before.place.empty() ? PlaceAtTime(beginOfTime) : before.place, rowsOfStep);
-    EnrichmentSending enrichments(task.directory, before.host, task.limits, before.folders,
-                                  sender.delivery, Terminal());
-    const bool isSent = events.Round(safeUntil) && enrichments.Round();
-    const RowDelivery::Sight sight = sender.delivery.Look();
-    sender.delivery.Stop();
-    const bool isRead = store.Close();
-    const bool isWhole = isSent && isRead && !events.HasUnread() && enrichments.Unread() == 0;
-    return TellEnd(sight, before, isWhole, begin);
+    return sending.Close(sending.way->SendEvents(safeUntil) && sending.way->SendEnrichments());
 }
 
 // Until the child has ended, which a signal to this process ends too.
@@ -216,8 +185,8 @@ void AwaitTurn(const std::string& host, milliseconds every) {
     ::poll(&wait, 1, static_cast<int>(next.count()));
 }
 
-int SendForEver(SendingTask task, milliseconds every) {
-    task.delivery.tries = 0;
+int SendForEver(SendingSetup setup, milliseconds every) {
+    setup.delivery.tries = 0;
     int worst = exitCode::done;
     while (!Interrupted()) {
         const pid_t parent = ::getpid();
@@ -228,16 +197,16 @@ int SendForEver(SendingTask task, milliseconds every) {
         }
         if (child == 0) {
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-            std::_Exit(::getppid() == parent ? SendOnce(task) : exitCode::noStore);
+            std::_Exit(::getppid() == parent ? SendOnce(setup) : exitCode::noStore);
         }
         const int code = AwaitChild(child);
         if (code == exitCode::noStore && !Interrupted())
             return code;
         if (code == exitCode::losses)
             worst = code;
-        task.since.clear();
+        setup.since.clear();
         if (!Interrupted())
-            AwaitTurn(task.state.host, every);
+            AwaitTurn(setup.host, every);
     }
     return Terminated() ? worst : exitCode::interrupted;
 }
@@ -245,37 +214,29 @@ int SendForEver(SendingTask task, milliseconds every) {
 }  // namespace
 
 int RunFleetSend(const FleetOptions& options) {
-    SendingTask task;
-    if (!Prepare(options, &task))
+    SendingSetup setup;
+    if (!Prepare(options, &setup))
         return exitCode::usage;
-    if (!FindPosition(options, &task))
+    if (!FindPosition(options, &setup))
         return exitCode::noStore;
     if (options.follow)
-        return SendForEver(std::move(task), std::chrono::seconds(options.everySeconds));
-    return SendOnce(std::move(task));
+        return SendForEver(setup, std::chrono::seconds(options.everySeconds));
+    return SendOnce(setup);
 }
 
 int RunFleetBackfill(const FleetOptions& options) {
-    SendingTask task;
+    SendingSetup setup;
     std::string until;
-    if (!Prepare(options, &task) || !TakeTime("--until", options.until, &until))
+    if (!Prepare(options, &setup) || !TakeTime("--until", options.until, &until))
         return exitCode::usage;
-    if (!FindPosition(options, &task))
+    if (!FindPosition(options, &setup))
         return exitCode::noStore;
-    std::string since = task.since;
-    task.since.clear();
-    StoreSession store(Terminal());
-    if (!LoadState(task) || !store.Open(StoreNeed::reading))
+    const std::string since = std::exchange(setup.since, "");
+    Sending sending;
+    if (!sending.Open(setup))
         return exitCode::noStore;
-    const auto begin = std::chrono::steady_clock::now();
-    const SendingState before = task.state;
-    Sender sender(task);
-    const bool isSent =
-        Backfill(*store, before.host, since, until, task.limits, sender.delivery, Terminal());
-    const RowDelivery::Sight sight = sender.delivery.Look();
-    sender.delivery.Stop();
-    const bool isRead = store.Close();
-    return TellEnd(sight, before, isSent && isRead, begin);
+    return sending.Close(Backfill(*sending.store, setup.host, since, until, setup.limits,
+                                  sending.way->Delivery(), Terminal()));
 }
 
 }  // namespace zel
