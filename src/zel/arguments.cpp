@@ -241,6 +241,11 @@ void AddFleet(CLI::App& command, Run& run) {
     send.add_option("--every", sent.everySeconds, "Seconds between two looks")
         ->check(CLI::Range(1, 86400))
         ->type_name("SECONDS");
+    send.add_option(
+            "--settling", sent.settlingSeconds,
+            "Rows that are younger are sent, and sent again the next time, since others may "
+            "still come ahead of them; by default 120")
+        ->type_name("SECONDS");
     CLI::App& fill = *command.add_subcommand("backfill", "Send events by their own times");
     FleetOptions& filled = OptionsOf(fill, run, RunFleetBackfill);
     AddSending(fill, filled);

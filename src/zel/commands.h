@@ -192,7 +192,8 @@ struct FleetOptions {
     std::string position;         // a file; empty: one in the store
     std::string since, until;
     bool follow = false;
-    unsigned everySeconds = 10;  // between two looks
+    unsigned everySeconds = 10;      // between two looks
+    unsigned settlingSeconds = 120;  // the age at which no row can come ahead of one any more
     std::size_t batchRows = 10000, batchBytes = 16U << 20;
     std::uint64_t rate = 0;     // rows a second; 0: no limit
     unsigned firstPauseMs = 0;  // ahead of a second try; 0: a second

@@ -40,9 +40,6 @@ using SystemPoint = std::chrono::sys_time<milliseconds>;
 
 namespace {
 
-// A row of this age is in the store, and no other will come ahead of it, unless somebody sets the
-// clock back by more.
-constexpr auto settlingTime = std::chrono::minutes(2);
 constexpr unsigned triesOfOnce = 5;
 constexpr int rowsOfStep = 10000;
 
@@ -151,12 +148,14 @@ struct Sending {
     }
 };
 
-int SendOnce(const SendingSetup& setup) {
+// A row of that age is in the store, and no other will come ahead of it, unless somebody sets the
+// clock back by more.
+int SendOnce(const SendingSetup& setup, std::chrono::seconds settling) {
     Sending sending;
     if (!sending.Open(setup))
         return exitCode::noStore;
     TellPurged(setup, sending.way->Before().place);
-    const std::string safeUntil = wm::FormatUtc(wm::ToSystemTime(Now() - settlingTime));
+    const std::string safeUntil = wm::FormatUtc(wm::ToSystemTime(Now() - settling));
     return sending.Close(sending.way->SendEvents(safeUntil) && sending.way->SendEnrichments());
 }
 
@@ -185,7 +184,9 @@ void AwaitTurn(const std::string& host, milliseconds every) {
     ::poll(&wait, 1, static_cast<int>(next.count()));
 }
 
-int SendForEver(SendingSetup setup, milliseconds every) {
+int SendForEver(SendingSetup setup, const FleetOptions& options) {
+    const auto every = std::chrono::seconds(options.everySeconds);
+    const auto settling = std::chrono::seconds(options.settlingSeconds);
     setup.delivery.tries = 0;
     int worst = exitCode::done;
     while (!Interrupted()) {
@@ -197,7 +198,7 @@ int SendForEver(SendingSetup setup, milliseconds every) {
         }
         if (child == 0) {
             ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-            std::_Exit(::getppid() == parent ? SendOnce(setup) : exitCode::noStore);
+            std::_Exit(::getppid() == parent ? SendOnce(setup, settling) : exitCode::noStore);
         }
         const int code = AwaitChild(child);
         if (code == exitCode::noStore && !Interrupted())
@@ -220,8 +221,8 @@ int RunFleetSend(const FleetOptions& options) {
     if (!FindPosition(options, &setup))
         return exitCode::noStore;
     if (options.follow)
-        return SendForEver(setup, std::chrono::seconds(options.everySeconds));
-    return SendOnce(setup);
+        return SendForEver(setup, options);
+    return SendOnce(setup, std::chrono::seconds(options.settlingSeconds));
 }
 
 int RunFleetBackfill(const FleetOptions& options) {
