@@ -48,13 +48,14 @@ SystemPoint Now() {
         milliseconds(MillisecondsOf(wm::FormatUtc(wm::Clock().UtcNow())).value_or(0)));
 }
 
-bool TakeTime(const char* flag, const std::string& text, std::string* time) {
+// A day, as an end, with all of it.
+bool TakeTime(const char* flag, const std::string& text, bool isEnd, std::string* time) {
     if (text.empty())
         return true;
     const TimeArgument argument = ParseTimeArgument(text, Now());
     if (!argument.ok)
         Say(std::string(flag) + ": " + argument.error);
-    *time = argument.text;
+    *time = isEnd && !argument.endOfDay.empty() ? argument.endOfDay : argument.text;
     return argument.ok;
 }
 
@@ -65,7 +66,7 @@ bool Prepare(const FleetOptions& options, SendingSetup* setup) {
         return false;
     }
     const auto address = AddressOf(options);
-    if (!address || !TakeTime("--since", options.since, &setup->since))
+    if (!address || !TakeTime("--since", options.since, false, &setup->since))
         return false;
     setup->address = *address;
     setup->host = HostOf(options);
@@ -140,10 +141,19 @@ struct Sending {
             Say(problem);
         return way != nullptr;
     }
+    // A step that ends since a batch is full leaves a failure to read behind that says nothing; one
+    // that says something was told by the step.
     int Close(bool isSent) {
         const RowDelivery::Sight sight = way->Look();
         way->End();
-        const bool isRead = store.Close();
+        bool isRead = true;
+        for (const DatabaseError& error : store.TakeDatabaseErrors()) {
+            if (error.lastResult == static_cast<std::int32_t>(ZEL::hr::fail))
+                continue;
+            Say(error.Text());
+            isRead = false;
+        }
+        isRead = store.Close() && isRead;
         return TellEnd(sight, way->Before(), isSent && isRead && !way->HasUnread(), begin);
     }
 };
@@ -228,7 +238,7 @@ int RunFleetSend(const FleetOptions& options) {
 int RunFleetBackfill(const FleetOptions& options) {
     SendingSetup setup;
     std::string until;
-    if (!Prepare(options, &setup) || !TakeTime("--until", options.until, &until))
+    if (!Prepare(options, &setup) || !TakeTime("--until", options.until, true, &until))
         return exitCode::usage;
     if (!FindPosition(options, &setup))
         return exitCode::noStore;
