@@ -24,6 +24,13 @@ _zel_flags() { # COMMAND: its flags
         "machine show") echo --help --machine ;;
         serve) echo --help --config --check --tail --web --stdin ;;
         web) echo --help --no-open ;;
+        "fleet schema") echo --help --clickhouse-version --cluster --retention ;;
+        "fleet init") echo --help --fleet-password --cluster --retention ;;
+        "fleet check") echo --help --fleet-password ;;
+        "fleet send") echo --help --fleet-password --host --position --batch-rows --batch-size --rate --first-pause \
+            --since --follow --every --settling ;;
+        "fleet backfill") echo --help --fleet-password --host --position --batch-rows --batch-size --rate \
+            --first-pause --since --until ;;
         audisp) echo --help --queue ;;
         status) echo --help --watch --output ;;
         "config show") echo --help --config ;;
@@ -33,9 +40,10 @@ _zel_flags() { # COMMAND: its flags
 
 _zel_commands() { # COMMAND: the commands that may follow
     case $1 in
-        "") echo ingest query follow hunt sql tree enrich purge info monitor settings serve web audisp status config machine ;;
+        "") echo ingest query follow hunt sql tree enrich purge info monitor settings serve web fleet audisp status config machine ;;
         settings) echo get set unset ;;
         machine | config) echo show ;;
+        fleet) echo schema init check send backfill ;;
     esac
 }
 
@@ -50,6 +58,8 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
         --min-level) echo informational low medium high critical ;;
         --status) echo stable test experimental deprecated unsupported ;;
         --format) echo record windows-json windows-xml evtx ecs ocsf osquery audit ;;
+        --clickhouse-version | --cluster | --retention | --batch-rows | --batch-size | --rate | --first-pause | \
+            --every | --settling) echo NONE ;;
         --action) echo create delete open rename modify set_attributes encrypt decrypt close set_security \
             restore set launch terminate injection load unload logon logoff connect accept request \
             statistic scan generic enumerate reputation_query ;;
