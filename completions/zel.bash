@@ -2,7 +2,7 @@
 
 _zel_flags() { # COMMAND: its flags
     case $1 in
-        "") echo --help --version --store --socket --config --keep-temporary --verbose ;;
+        "") echo --help --version --store --socket --fleet --host --fleet-password --config --keep-temporary --verbose ;;
         ingest) echo --help --format --keep-unmapped --no-unmapped --recover --print-keys --keys-only --new \
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
@@ -49,7 +49,7 @@ _zel_commands() { # COMMAND: the commands that may follow
 
 _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for all of them
     case $2 in
-        --store | --socket | --config | --position | --tail | --machine | --placeholders) echo FILE ;;
+        --store | --socket | --config | --fleet-password | --position | --tail | --machine | --placeholders) echo FILE ;;
         --since | --until | --from) echo now today yesterday -1h -1d -1w ;;
         --day) echo today yesterday ;;
         --tz) echo local UTC ;;
@@ -75,7 +75,7 @@ _zel_values() { # COMMAND FLAG: what may follow the flag; FILE and DIR stand for
             esac ;;
         --after-cursor | --actor-path | --target-path | --pattern | --hash | --ip | --correlation | --type-id | \
             --actor-uid | --key | --where | --tag | --cmd-line | --user | --computer | --pid | --port | --grep | \
-            --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent | --queue) echo NONE ;;
+            --fleet | --host | --limit | -n | --last | --fields | --count-by | --max-size | --stop-below | --resume-percent | --queue) echo NONE ;;
     esac
 }
 
@@ -85,8 +85,8 @@ _zel_stored() { # COLUMN PREFIX
     local value i store=()
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in
-            --store | --socket) store=("${COMP_WORDS[i]}" "${COMP_WORDS[i + 1]}") ;;
-            --store=* | --socket=*) store=("${COMP_WORDS[i]}") ;;
+            --store | --socket | --fleet) store=("${COMP_WORDS[i]}" "${COMP_WORDS[i + 1]}") ;;
+            --store=* | --socket=* | --fleet=*) store=("${COMP_WORDS[i]}") ;;
         esac
     done
     COMPREPLY=()
@@ -122,7 +122,7 @@ _zel_complete() {
     values=$(_zel_values "$command" "$flag")
     if [ -z "$values" ]; then
         case $cur,$command in
-            -*) values="$(_zel_flags "$command")${command:+ --store --socket --config --keep-temporary --verbose}" ;;
+            -*) values="$(_zel_flags "$command")${command:+ --store --socket --fleet --host --fleet-password --config --keep-temporary --verbose}" ;;
             *,ingest | *,enrich | *,query | *,follow | *,hunt) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac

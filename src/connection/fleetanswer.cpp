@@ -58,7 +58,10 @@ fleet::FleetScope::Order OrderOf(ZEL::IQueryCallback& callback, std::vector<std:
 
 FleetAnswer::FleetAnswer(const fleet::FleetAddress& address, const std::vector<std::string>& hosts,
                          ZEL::IQueryCallback& callback, ZEL::HANDLE stop)
-    : stop_(stop), client_(address, [this] { return IsOver(); }), delivery_(callback) {
+    : stop_(stop),
+      client_(address, [this] { return IsOver(); }),
+      joinClient_(address, [this] { return IsOver(); }),
+      delivery_(callback) {
     scope_.hosts = hosts;
     scope_.order = OrderOf(callback, &scope_.hosts);
 }
@@ -152,9 +155,7 @@ bool FleetAnswer::TakeRow() {
     return (waiting_.size() < mostWaiting && waitingBytes_ < mostBytes) || GiveWaiting();
 }
 
-// Asked over a connection of its own, as an answer may be under way on the other one.
 bool FleetAnswer::GiveWaiting() {
-    fleet::FleetClient client(client_.Address(), [this] { return IsOver(); });
     const std::vector<FleetRow> rows = std::exchange(waiting_, {});
     waitingBytes_ = 0;
     for (std::size_t at = 0; at < rows.size();) {
@@ -164,7 +165,7 @@ bool FleetAnswer::GiveWaiting() {
         bool isGood = true;
         const std::string statement = join.Statement(std::span(rows).subspan(at), &taken);
         const auto add = [&](std::string_view line) { return isGood = join.Add(line); };
-        while (!client.Select(statement, add, &failure))
+        while (!joinClient_.Select(statement, add, &failure))
             if (!AsksAgain(failure))
                 return false;
         if (!isGood)

@@ -44,6 +44,7 @@ private:
     const ZEL::HANDLE stop_;
     fleet::FleetScope scope_;
     fleet::FleetClient client_;
+    fleet::FleetClient joinClient_;  // for enrichments, while an answer is under way on the other
     FleetDelivery delivery_;
     std::unique_ptr<fleet::FleetQuestion> question_;
     fleet::FleetRowReader reader_;

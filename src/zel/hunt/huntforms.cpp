@@ -105,6 +105,11 @@ private:
     bool isFirst_ = true;
 };
 
+// A computer's name begins with what tells most.
+Field MachineField(const char* machine) {
+    return std::string_view(machine) == "host" ? ColumnField(machine) : TextField(machine);
+}
+
 // A line of a table has room for one thing that it was done to: the first of these that is there.
 constexpr const char* targets[] = {"target_cmd_line", "target_path", "target_name", "url",
                                    "dst_ip"};
@@ -142,10 +147,11 @@ private:
     }
 
     static std::vector<Field> Columns(const char* machine) {
+        const Field of = MachineField(machine);
         // Of a path the end tells most, as in other tables.
         const Field target = {"target", FindColumn("target_path"), {}, ColumnType::text};
         return {ColumnField("time"), TextField("level"),   TextField("rule"),
-                TextField("author"), ColumnField(machine), target};
+                TextField("author"), of, target};
     }
 };
 
