@@ -181,13 +181,13 @@ private:
             return both(std::less<>());
         if (Take(">"))
             return both([](const auto& a, const auto& b) { return b < a; });
+        const bool isNot = Take("NOT");
         if (Take("IN")) {
             const SqlValue list = Operand();
             Check(list.members.size() > 1, {sql_});
-            return SqlNumber(std::count(list.members.begin(), list.members.end(), left) != 0 ? 1
-                                                                                             : 0);
+            const auto found = std::count(list.members.begin(), list.members.end(), left);
+            return SqlNumber((found != 0) != isNot ? 1 : 0);
         }
-        const bool isNot = Take("NOT");
         if (isNot || Is("LIKE")) {
             Expect("LIKE");
             return SqlNumber(Like(Operand().text, left.text) != isNot ? 1 : 0);

@@ -50,17 +50,20 @@ public:
     void Add(const std::string& value, const Schema::Operator& op) {
         isTogether_ = isTogether_ || op.op == Schema::operatorDoesNotEqual ||
                       op.op == Schema::operatorDoesNotContain;
-        if (op.op == Schema::operatorEquals && !isTogether_) {
-            (op.caseSensitive ? equalExactly_ : equal_).push_back(value);
-            return;
-        }
-        (isTogether_ ? together_ : alone_).push_back(ConditionOf(value, op));
+        if (op.op == Schema::operatorEquals && !isTogether_)
+            AddListed(listed_[op.caseSensitive ? 1 : 0], value, op);
+        else if (op.op == Schema::operatorDoesNotEqual)
+            AddListed(unlisted_[op.caseSensitive ? 1 : 0], value, op);
+        else
+            (isTogether_ ? together_ : alone_).push_back(ConditionOf(value, op));
     }
 
     // Adds what all of them come to.
     void Finish() {
-        AddEquals(equal_, false);
-        AddEquals(equalExactly_, true);
+        for (const bool isExactly : {false, true}) {
+            AddList(listed_[isExactly ? 1 : 0], isExactly, " = ", " IN ", &alone_);
+            AddList(unlisted_[isExactly ? 1 : 0], isExactly, " != ", " NOT IN ", &together_);
+        }
         Condition any = AnyOf(alone_);
         if (isTogether_)
             any = AnyOf({std::move(any), AllOf(together_)});
@@ -93,17 +96,23 @@ private:
         return SqlText(std::string(before) + LikeText(value) + std::string(behind));
     }
 
-    void AddEquals(const std::vector<std::string>& values, bool isExactly) {
-        if (values.empty())
+    // Many values are one condition.
+    struct List {
+        std::string sql;
+        std::size_t count = 0;
+    };
+    static void AddListed(List& list, const std::string& value, const Schema::Operator& op) {
+        list.sql.append(list.count++ == 0 ? "" : ", ");
+        AppendSqlText(list.sql, Folded(value, op));
+    }
+    void AddList(const List& list, bool isExactly, const char* one, const char* many,
+                 std::vector<Condition>* to) const {
+        if (list.count == 0)
             return;
-        const Schema::Operator op(Schema::operatorEquals, isExactly);
-        std::string list;
-        for (const std::string& value : values) {
-            list.append(list.empty() ? "" : ", ");
-            AppendSqlText(list, Folded(value, op));
-        }
-        const bool isOne = values.size() == 1;
-        alone_.push_back({Column(op) + (isOne ? " = " + list : " IN (" + list + ")"), true, true});
+        const std::string column = Column({Schema::operatorEquals, isExactly});
+        to->push_back(
+            {list.count == 1 ? column + one + list.sql : column + many + "(" + list.sql + ")", true,
+             to == &alone_});
     }
 
     Condition ConditionOf(const std::string& value, const Schema::Operator& op) {
@@ -113,8 +122,6 @@ private:
         switch (op.op) {
             case Schema::operatorEquals:
                 return {column + " = " + SqlText(folded), true, true};
-            case Schema::operatorDoesNotEqual:
-                return {column + " != " + SqlText(folded)};
             case Schema::operatorContains:
                 // A list of alternatives in which one is empty is a thing that newer servers
                 // answer wrongly for an empty text.
@@ -202,7 +209,7 @@ private:
     const KeyField field_;
     const std::string column_;
     ConditionsSql* const all_;
-    std::vector<std::string> equal_, equalExactly_;
+    List listed_[2], unlisted_[2];  // without and with case
     std::vector<Condition> alone_, together_;
     bool isTogether_ = false;  // from the first negative value on
 };

@@ -293,6 +293,10 @@ constexpr int readOnlyUser = 164;
 constexpr int cancellingSince = 19;
 constexpr int asynchronousSince = 22;
 
+// What a server takes of a statement unless it is told otherwise is too little for a list of many
+// thousand values.
+constexpr std::size_t largeStatement = 100'000;
+
 }  // namespace
 
 FleetClient::FleetClient(FleetAddress address, IsOver isOver)
@@ -330,6 +334,11 @@ bool FleetClient::Select(std::string_view statement,
         settings.emplace_back("cancel_http_readonly_queries_on_client_close", "1");
     if (seconds != 0)
         settings.emplace_back("max_execution_time", most);
+    const std::string size = std::to_string(statement.size() + 1);
+    if (statement.size() > largeStatement)
+        for (const char* const name :
+             {"max_query_size", "max_ast_elements", "max_expanded_ast_elements"})
+            settings.emplace_back(name, size);
     for (;;) {
         AnswerLines lines(onLine);
         Connection::Request request;

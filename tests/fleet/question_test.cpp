@@ -81,8 +81,7 @@ std::string Asked(const std::string& document, FleetScope scope = {}) {
 TEST(FleetQuestionTest, CombinesConditionsAsAStoreDoes) {
     const std::pair<std::string, std::string> cases[] = {
         {Path("equals", R"("B","a")"), "AND (lower(target_path_name) IN ('b', 'a')) ORDER"},
-        {Path("does_not_equal", R"("b","a")"),
-         "((lower(target_path_name) != 'a') AND (lower(target_path_name) != 'b'))"},
+        {Path("does_not_equal", R"("b","a")"), "(lower(target_path_name) NOT IN ('a', 'b'))"},
         {Path("less_than", R"("_b")"), "upper(target_path_name) < '_B'"},
         {Path("equals", ""), "bitAnd(present, 8) != 0 AND (0)"},
         {R"(,"action":["open"])",
