@@ -11,7 +11,7 @@ class FakeFleet:
     ahead of the rows and behind them; "failed" takes them and answers as if it had not. `bad` tells rows that are refused,
     `most` is how many fit into memory."""
 
-    def __init__(self, plan=(), bad=lambda row: False, most=10**9):
+    def __init__(self, plan=(), bad=lambda row: False, most=10**9, port=0):
         self.plan, self.bad, self.most = list(plan), bad, most
         self.rows, self.inserts, self.packed, self.headers = [], [], 0, {}
         fleet = self
@@ -26,7 +26,7 @@ class FakeFleet:
             def do_POST(self):
                 fleet.take(self)
 
-        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler)
         self.url = f"http://127.0.0.1:{self.server.server_port}"
         threading.Thread(target=self.server.serve_forever, daemon=True).start()
 
