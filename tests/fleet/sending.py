@@ -1,9 +1,11 @@
 """What comes to a fleet from a store's directory, whatever the fleet answers: sending.py ZEL EVENTS."""
 import json
 import os
+import subprocess
 import sys
+import time
 
-from agentprocess import run_checks
+from agentprocess import LIMIT, run_checks
 from fakefleet import FakeFleet
 from zelcommand import read_records
 
@@ -98,6 +100,21 @@ def places(zel):
         zel.check("what it sent", sorted(zel.rows("--print-keys", "--day", "2019-05-07")), sorted(r["key"].encode() for r in fleet.rows[before:]))
 
 
+def follows(zel):
+    """What comes to the directory comes to the fleet, until SIGTERM."""
+    ingest(zel, 50)
+    with FakeFleet() as fleet, subprocess.Popen(zel.command("fleet", "send", fleet.url, "--host", "one", "--follow", "--every", "1"),
+                                                stderr=subprocess.DEVNULL) as process:
+        for count in (50, 80):
+            until = time.time() + LIMIT
+            while len({row["key"] for row in fleet.rows}) < count and time.time() < until:
+                time.sleep(0.05)
+            check_all(zel, f"the first {count}", fleet)
+            ingest(zel, 30, 50)
+        process.terminate()
+        zel.check("the end", 0, process.wait(LIMIT))
+
+
 def enrichments(zel):
     """A later one is found by its folder, and only then."""
     ingest(zel, 20)
@@ -127,4 +144,4 @@ def what_is_said(zel):
     zel.check("no such place", 3, send(zel, "http://127.0.0.1:1", "--position", os.path.join(zel.folder, "none", "p")).returncode)
 
 
-sys.exit(run_checks(failures_of_the_moment, rows_that_are_refused, halves_and_ends, places, enrichments, what_is_said))
+sys.exit(run_checks(failures_of_the_moment, rows_that_are_refused, halves_and_ends, places, follows, enrichments, what_is_said))

@@ -36,8 +36,12 @@ bool EventSending::Take(const PastReader::Row& row, const std::string& safeUntil
     const auto at = ZEL::ParseReceiveKey(row.receiveKey);
     std::string converted;
     const auto key = row.key != nullptr ? wm::Utf8Of(*row.key, converted) : std::nullopt;
-    const FleetReceipt receipt{at ? MillisecondsOf(at->time).value_or(0) : 0,
-                               at ? at->sequence : 0};
+    // Many rows have the time of the one ahead of them.
+    if (at && at->time != lastTime_) {
+        lastTime_ = at->time;
+        lastMs_ = MillisecondsOf(lastTime_).value_or(0);
+    }
+    const FleetReceipt receipt{lastMs_, at ? at->sequence : 0};
     if (key && AppendEventRow(host_, receipt, *key, row.record, &maker_.Rows()))
         maker_.EndRow();
     else {

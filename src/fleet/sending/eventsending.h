@@ -46,6 +46,8 @@ private:
     std::string place_;  // where reading goes on
     std::string safe_;   // behind the last row that none can overtake
     bool isFirst_;
+    std::string lastTime_;
+    std::uint64_t lastMs_ = 0;  // of it
     std::string unread_;
     int tries_ = 0;  // in vain, of a folder that can't be read
 };
