@@ -11,6 +11,7 @@ namespace zel {
 namespace {
 
 constexpr std::size_t mostGaps = 10000;
+constexpr const char* keptName = "gaps";
 
 std::string_view TextOf(RecordReader& reader, std::string_view name) {
     const SourceField* const field = reader.Find(name);
@@ -50,33 +51,40 @@ std::optional<EventGap> GapReader::Read(const ZEL::QueryRow& row, const EventKey
     return gap;
 }
 
+void GapGathering::Add(const ZEL::QueryRow& row, const EventKeyHead& head) {
+    if (gaps_->size() >= mostGaps)
+        return;
+    if (auto gap = reader_.Read(row, head))
+        gaps_->push_back(std::move(*gap));
+}
+
 // A notice counts as something that comes at any time (ArrivalChanges); no event lies at the begin
 // of all times, so that notices alone end what is kept of it.
+void GapGathering::Keep(const CountContext& context, const std::string& mark) const {
+    constexpr std::size_t perGap = 96;
+    context.cache.Keep(
+        keptName,
+        {mark, {EventSpan::noBegin, EventSpan::noBegin}, false, gaps_, gaps_->size() * perGap});
+}
+
 std::vector<EventGap> GapsOf(QuestionWork& work, const CountContext& context) {
-    const std::string name = "gaps";
-    using Gaps = std::vector<EventGap>;
-    if (const auto known = context.cache.Find(name, context.changes))
-        return *static_cast<const Gaps*>(known.get());
+    if (const auto known = context.cache.Find(keptName, context.changes))
+        return *static_cast<const GapGathering::Gaps*>(known.get());
     const std::string mark = context.changes.Mark();
     std::string problem;
     auto question =
         EventQuestion::Make({{"object", "etw"}, {"action", "generic"}}, context.ask, &problem);
-    auto gaps = std::make_shared<Gaps>();
+    GapGathering gathering;
     if (!question)
-        return *gaps;
-    GapReader reader;
+        return {};
     const ZEL::HRESULT result =
         question->WalkOnce(work, [&](const ZEL::QueryRow& row, const EventKeyHead& head) {
-            if (auto gap = reader.Read(row, head); gap && gaps->size() < mostGaps)
-                gaps->push_back(std::move(*gap));
+            gathering.Add(row, head);
             return ZEL::hr::ok;
         });
-    constexpr std::size_t perGap = 96;
     if (Succeeded(result) && !work.IsOver())
-        context.cache.Keep(
-            name,
-            {mark, {EventSpan::noBegin, EventSpan::noBegin}, false, gaps, gaps->size() * perGap});
-    return *gaps;
+        gathering.Keep(context, mark);
+    return gathering.Found();
 }
 
 std::string GapsJson(const std::vector<EventGap>& gaps, const EventSpan& range) {

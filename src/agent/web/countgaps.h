@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -52,6 +53,21 @@ struct CountContext {
     CountCache& cache;
     ShownValues& seen;
     const ExplainRules& explain;  // may be empty
+};
+
+// The gaps that a walk over all events meets. For one thread.
+class GapGathering {
+public:
+    using Gaps = std::vector<EventGap>;
+
+    void Add(const ZEL::QueryRow& row, const EventKeyHead& head);
+    const Gaps& Found() const noexcept { return *gaps_; }
+    // Behind a whole walk: so that GapsOf finds them. `mark`: of the moment ahead of it.
+    void Keep(const CountContext& context, const std::string& mark) const;
+
+private:
+    GapReader reader_;
+    const std::shared_ptr<Gaps> gaps_ = std::make_shared<Gaps>();
 };
 
 // All gaps that are noted in the store; by one walk, unless it is known that there are no others

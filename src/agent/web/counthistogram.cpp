@@ -90,13 +90,19 @@ void AnswerHistogram(QuestionWork& work, const CountContext& context, EventQuest
     }
     const std::string mark = context.changes.Mark();
     TimeCounts counts = CountsFor(question.Range(), ask.buckets);
+    GapGathering gathering;
+    const bool meetsGaps = question.IsOfAllEvents() && question.Range() == EventSpan();
     const ZEL::HRESULT result =
         question.WalkOnce(work, [&](const ZEL::QueryRow& row, const EventKeyHead& head) {
+            if (meetsGaps)
+                gathering.Add(row, head);
             counts.Add(head.time,
                        ask.byLevel ? HighestLevel(RuleMarksIn(row.enrichments)) : head.object);
             return ZEL::hr::ok;
         });
     counts.FitInto(ask.buckets);
+    if (meetsGaps && Succeeded(result) && !work.IsOver())
+        gathering.Keep(context, mark);
     const std::vector<EventGap> gaps = GapsOf(work, context);
     const std::string notRead = work.NotRead();
     const bool isComplete = Succeeded(result) && !work.IsOver() && notRead == "[]";

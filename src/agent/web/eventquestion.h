@@ -22,6 +22,7 @@ struct EventSpan {
 
     std::int64_t since = noBegin, until = noEnd;
     bool Holds(std::int64_t time) const noexcept { return since <= time && time <= until; }
+    bool operator==(const EventSpan&) const = default;
 };
 
 // What an enrichment says of a rule that fits its event. Texts as JSON decodes them.
