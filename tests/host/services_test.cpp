@@ -58,13 +58,13 @@ TEST(FileSystem, ReplacesFilesAsAWholeAndReadsOnlyFiles) {
     EXPECT_EQ(ReadWholeFile(path, &text), hr::Code(0x80070003));
     for (const std::string& content :
          {std::string(), std::string("a\0b", 3), std::string(9999, 'x')}) {
-        ASSERT_EQ(ReplaceFile(path, content), hr::ok);
+        ASSERT_EQ(ReplaceWholeFile(path, content), hr::ok);
         ASSERT_EQ(ReadWholeFile(path, &text), hr::ok);
         EXPECT_EQ(text, content);
     }
     test::OpenToOthers(store.Path() / "f");
     EXPECT_FALSE(test::IsForItsOwnerAlone(store.Path() / "f"));
-    ASSERT_EQ(ReplaceFile(path, "private"), hr::ok);
+    ASSERT_EQ(ReplaceWholeFile(path, "private"), hr::ok);
     EXPECT_TRUE(test::IsForItsOwnerAlone(store.Path() / "f"));
     std::set<std::string> left = {"f", "folder"};
     if (test::LinkFile(store.Path() / "f", store.Path() / "link")) {
@@ -73,8 +73,8 @@ TEST(FileSystem, ReplacesFilesAsAWholeAndReadsOnlyFiles) {
     }
     EXPECT_TRUE(Failed(ReadWholeFile(store.WidePath(), &text)));
     store.MakeFolder("folder");
-    EXPECT_TRUE(Failed(ReplaceFile(store.Folder("folder"), "x")));
-    EXPECT_TRUE(Failed(ReplaceFile(path + std::wstring(L"\0tail", 5), "x")));
+    EXPECT_TRUE(Failed(ReplaceWholeFile(store.Folder("folder"), "x")));
+    EXPECT_TRUE(Failed(ReplaceWholeFile(path + std::wstring(L"\0tail", 5), "x")));
     EXPECT_EQ(store.List(), left) << "nothing is left over";
 }
 
@@ -92,7 +92,7 @@ TEST(FileSystem, LongPathsAreAsGoodAsShortOnes) {
     std::string text;
     std::uint64_t bytes = 0;
     EXPECT_EQ(MakePrivateFile(file), hr::ok);
-    EXPECT_EQ(ReplaceFile(file, "12345"), hr::ok);
+    EXPECT_EQ(ReplaceWholeFile(file, "12345"), hr::ok);
     EXPECT_EQ(Rename(file, moved), hr::ok);
     EXPECT_EQ(ReadWholeFile(moved, &text), hr::ok);
     EXPECT_EQ(text, "12345");
@@ -114,6 +114,29 @@ TEST(FileSystem, LongPathsAreAsGoodAsShortOnes) {
     EXPECT_TRUE(store.List().empty());
 }
 
+TEST(FileSystem, SeparatorsAtTheEndChangeNothing) {
+    TempStore store;
+    store.MakeFolder("folder");
+    store.WriteFile("folder/f", "12345");
+    for (const wchar_t* end : {L"", L"/", L"//", L"/."}) {
+        const std::wstring folder = store.Folder("folder") + end;
+        std::uint64_t bytes = 0;
+        std::vector<std::wstring> names;
+        std::vector<FileState> states;
+        EXPECT_EQ(FolderSize(folder, &bytes), hr::ok);
+        EXPECT_EQ(bytes, 5u);
+        EXPECT_EQ(ListNames(folder, names), hr::ok);
+        EXPECT_EQ(names, std::vector<std::wstring>{L"f"});
+        EXPECT_EQ(ListFileStates(folder, states), hr::ok);
+        EXPECT_EQ(states.size(), 1u);
+        EXPECT_TRUE(IsDirectory(folder) && CanMakeFilesIn(folder));
+        EXPECT_TRUE(Failed(FileSize(folder, &bytes))) << "a folder has none";
+        EXPECT_EQ(FreeSpace().AvailableBytes(folder, &bytes), hr::ok);
+    }
+    EXPECT_EQ(RemoveTree(store.Folder("folder") + L"/"), hr::ok);
+    EXPECT_TRUE(store.List().empty());
+}
+
 TEST(FileSystem, WhatIsMadePrivateIsSoAndStays) {
     TempStore store;
     const std::wstring file = store.Folder("file"), folder = store.Folder("folder");
@@ -122,7 +145,7 @@ TEST(FileSystem, WhatIsMadePrivateIsSoAndStays) {
         ASSERT_EQ(MakePrivateFolder(folder), hr::ok);
         EXPECT_TRUE(test::IsForItsOwnerAlone(store.Path() / "file"));
         EXPECT_TRUE(test::IsForItsOwnerAlone(store.Path() / "folder"));
-        EXPECT_EQ(ReplaceFile(JoinPath(folder, L"kept"), "1"), hr::ok);
+        EXPECT_EQ(ReplaceWholeFile(JoinPath(folder, L"kept"), "1"), hr::ok);
         store.WriteFile("file", "kept");
     }
     std::string text;

@@ -113,6 +113,8 @@ bool ReadProfileEnvironment(MachineUser& user) {
 }
 
 void ReadStoredEnvironment(MachineUser& user) {
+    if (user.profileFolder.empty())
+        return;  // the file would be one of the drive's root
     const LoadedHive hive(user.sid, user.profileFolder + L"\\ntuser.dat");
     // A hive that something else has loaded can be read all the same.
     const RegistryKey key = RegistryKey::Open(HKEY_USERS, user.sid + L"\\Environment");

@@ -5,6 +5,8 @@
 
 #include <optional>
 
+#include "common/lock.h"
+#include "common/neverdestroyed.h"
 #include "common/thismachine.h"
 #include "hives.h"
 
@@ -115,9 +117,13 @@ std::wstring ProfileFolderOf(const std::wstring& sid) {
     std::wstring folder;
     if (!key || !key.ReadText(L"ProfileImagePath", folder))
         return {};
-    wchar_t expanded[MAX_PATH] = {};
-    const DWORD length = ::ExpandEnvironmentStringsW(folder.c_str(), expanded, MAX_PATH);
-    return length != 0 && length <= MAX_PATH ? expanded : folder;
+    const DWORD size = ::ExpandEnvironmentStringsW(folder.c_str(), nullptr, 0);
+    std::wstring expanded(size, L'\0');
+    const DWORD length = ::ExpandEnvironmentStringsW(folder.c_str(), expanded.data(), size);
+    if (length == 0 || length > size)  // another thread may have made it longer
+        return folder;
+    expanded.resize(length - 1);
+    return expanded;
 }
 
 class WindowsMachine final : public IMachineDescription {
@@ -136,7 +142,10 @@ public:
             [&](const std::wstring& sid, const AccountName&) { sids.push_back(sid); });
     }
 
+    // One at a time: the privilege is the process's, and settings that somebody reads stay loaded.
     ZEL::HRESULT LoadUsers(std::vector<MachineUser>& users) override {
+        static NeverDestroyed<Lock> lock;
+        const Hold hold(*lock);
         const CTempPrivileges privileges(SE_RESTORE_NAME);
         return ForEachProfile([&](const std::wstring& sid, const AccountName& name) {
             MachineUser user;

@@ -89,7 +89,7 @@ bool StateFile::Save(const SendingState& state, std::string* problem) const {
         text.append("enrichments ").append(folder).append(" ").append(look).append("\n");
     std::wstring name;
     const ZEL::HRESULT result =
-        wm::ToWide(name_, name) ? wm::ReplaceFile(name, text) : ZEL::hr::invalidArgument;
+        wm::ToWide(name_, name) ? wm::ReplaceWholeFile(name, text) : ZEL::hr::invalidArgument;
     if (Failed(result))
         *problem =
             name_ + ": the position can't be kept: " + Describe(static_cast<std::int32_t>(result));

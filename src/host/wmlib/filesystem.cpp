@@ -20,8 +20,7 @@
 // What is to be seen whole or not at all is written beside its place under a name of its own, given
 // to the disk, and then renamed over what is there. A reader has either the former file or the new
 // one open, and never a part. Whatever is made has access for its owner alone from the first
-// moment, or on Windows that of the folder around it: narrowing the access afterwards would leave a
-// moment in which others could open it.
+// moment: narrowing it afterwards would leave a moment in which others could open it.
 //
 // Folders change while they are walked, since other threads and processes work in them. What has
 // vanished between its listing and the question about it counts as never listed. A path that is not
@@ -37,7 +36,10 @@ using platform::Kind;
 // paths are UTF-8, whatever the process's locale: the locale's own conversion would name another
 // file.
 bool ToPath(const std::wstring& text, std::string& path) {
-    return ToUtf8(text, path) && path.find('\0') == std::string::npos;
+    if (!ToUtf8(text, path) || path.find('\0') != std::string::npos)
+        return false;
+    platform::MakeVerbatim(path);
+    return true;
 }
 
 ZEL::HRESULT ToResult(const std::error_code& error) {
@@ -68,10 +70,6 @@ bool AskPath(const std::wstring& path, Question&& ask) noexcept {
 
 constexpr std::uint32_t pathNotFound = 3, accessDenied = 5;
 
-std::string Join(const std::string& directory, const std::string& name) {
-    return directory + static_cast<char>(platform::Separators().front()) + name;
-}
-
 // Calls `visit` with the path of each regular file of a directory whose name ends in `suffix`.
 // False when the directory can't be listed or is a link.
 template <typename Visit>
@@ -82,7 +80,7 @@ bool ForEachFile(const std::wstring& directory, std::wstring_view suffix, Visit&
         return false;
     return !platform::ForEachEntry(native, [&](const std::string& name, Kind kind) {
         if (kind == Kind::file && name.ends_with(ending))
-            visit(Join(native, name));
+            visit(platform::Below(native, name));
     });
 }
 
@@ -119,7 +117,7 @@ std::error_code AddSizes(const std::string& path, std::uint64_t& total) {
     std::error_code inside;
     const std::error_code error =
         platform::ForEachEntry(path, [&](const std::string& name, Kind kind) {
-            const std::string entry = Join(path, name);
+            const std::string entry = platform::Below(path, name);
             const std::error_code below = AddEntry(entry, name, kind, total);
             if (below && !IsPassedOver(below, entry))
                 inside = below;
@@ -128,6 +126,14 @@ std::error_code AddSizes(const std::string& path, std::uint64_t& total) {
 }
 
 }  // namespace
+
+std::string platform::Below(const std::string& path, std::string_view name) {
+    const std::wstring_view separators = Separators();
+    std::string below = path;
+    if (path.empty() || separators.find(static_cast<wchar_t>(path.back())) == separators.npos)
+        below += static_cast<char>(separators.front());
+    return below.append(name);
+}
 
 // A directory that ends in a separator gets no second one, and an empty one none at all, so that a
 // bare name stays relative.
@@ -303,11 +309,11 @@ ZEL::HRESULT MapFile(const std::wstring& path, FileBytes* out) {
     return ToResult(platform::MapFile(native, out));
 }
 
-ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text) {
+ZEL::HRESULT ReplaceWholeFile(const std::wstring& path, const std::string& text) {
     std::string native;
     if (!ToPath(path, native))
         return ZEL::hr::invalidArgument;
-    return ToResult(platform::ReplaceFile(native, text));
+    return ToResult(platform::ReplaceWholeFile(native, text));
 }
 
 bool IsLockedByAnotherProcess(const std::wstring& file) noexcept {

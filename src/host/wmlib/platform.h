@@ -32,6 +32,13 @@ bool EnvironmentVariable(const std::string& name, std::wstring& value);
 // Signs that part the names of a path; paths are joined with the first.
 std::wstring_view Separators() noexcept;
 
+// Brings a caller's path into the form in which the system reads nothing into a name that is joined
+// to it. Where it never does, the path stays.
+void MakeVerbatim(std::string& path);
+
+// A path with a name behind it, and one separator between them.
+std::string Below(const std::string& path, std::string_view name);
+
 // File name extension of a loadable component, with its dot.
 const wchar_t* ComponentExtension() noexcept;
 
@@ -74,7 +81,7 @@ std::error_code ReadFile(const std::string& file, std::string* text);
 std::error_code MapFile(const std::string& file, FileBytes* out);
 // Puts a new file, with access for its owner alone, in place of `file` once the disk has it. Leaves
 // nothing behind on failure.
-std::error_code ReplaceFile(const std::string& file, const std::string& text);
+std::error_code ReplaceWholeFile(const std::string& file, const std::string& text);
 
 // With access for its owner alone. What is there already stays; a file has to be regular.
 enum class Made { file, folder };

@@ -168,8 +168,9 @@ TobResult SettingsFile::Save(const std::string& keyPath, const Changes& changes)
         for (const auto& [name, number] : values)
             out << name << '=' << number << '\n';
     }
-    return Succeeded(wm::ReplaceFile(path, out.str())) ? ZEL::TOB_OK
-                                                       : Refuse(path, "the file can't be written");
+    return Succeeded(wm::ReplaceWholeFile(path, out.str()))
+               ? ZEL::TOB_OK
+               : Refuse(path, "the file can't be written");
 }
 
 }  // namespace wmset

@@ -87,7 +87,7 @@ WMLIB_API ZEL::HRESULT MapFile(const std::wstring& path, FileBytes* out);
 
 // Puts `text` in place of the file, which is made with access for its owner alone. At every moment
 // there is either the former file or the new one, also after a crash.
-WMLIB_API ZEL::HRESULT ReplaceFile(const std::wstring& path, const std::string& text);
+WMLIB_API ZEL::HRESULT ReplaceWholeFile(const std::wstring& path, const std::string& text);
 
 // Whether this user may make files in `directory`, and its volume takes any.
 WMLIB_API bool CanMakeFilesIn(const std::wstring& directory) noexcept;

@@ -48,7 +48,7 @@ bool PositionFile::Load(const FollowPosition& initial, FollowPosition* position)
 }
 
 bool PositionFile::Save(const FollowPosition& position) const {
-    const ZEL::HRESULT result = wm::ReplaceFile(wideName_, KeyOfPosition(position) + "\n");
+    const ZEL::HRESULT result = wm::ReplaceWholeFile(wideName_, KeyOfPosition(position) + "\n");
     if (Failed(result))
         Say(name_ + ": the position can't be kept: " + Describe(static_cast<std::int32_t>(result)));
     return Succeeded(result);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "../expansions.h"
 #include "common/machinetext.h"
@@ -74,10 +75,12 @@ bool HasPrivilege(const wchar_t* name) {
 // A second user, with a profile folder of its own and settings that are in no session.
 class SecondUser {
 public:
-    SecondUser() {
+    explicit SecondUser(const std::wstring& below = L"") {
         // Told with a variable, as the system itself writes it.
         ::SetEnvironmentVariableW(L"ZelTestProfiles", folder_.parent_path().c_str());
-        profile_.Set(L"ProfileImagePath", L"%ZelTestProfiles%\\" + folder_.filename().native(),
+        profile_.Set(imagePath,
+                     L"%ZelTestProfiles%\\" +
+                         (below.empty() ? folder_.filename() : folder_.filename() / below).native(),
                      REG_EXPAND_SZ);
     }
     ~SecondUser() {
@@ -89,8 +92,11 @@ public:
     fs::path Settings() const { return folder_ / "ntuser.dat"; }
     const fs::path& Folder() const { return folder_; }
 
+    void LoseFolder() { ::RegDeleteValueW(profile_.Get(), imagePath); }
+
     // Keeps variables as a user's settings do, in a file that nothing has loaded.
-    void KeepVariables() {
+    void KeepVariables() { KeepVariables(Settings()); }
+    void KeepVariables(const fs::path& file) {
         const CTempPrivileges saving(SE_BACKUP_NAME);
         MadeKey settings(HKEY_CURRENT_USER, L"Software\\ZelTestSettings");
         {
@@ -100,11 +106,12 @@ public:
             const DWORD number = 7;
             kept.Set(L"ZelNumber", REG_DWORD, &number, sizeof number);
             kept.Set(L"ZelUnended", REG_SZ, L"xyz", 2 * sizeof(wchar_t));
-            EXPECT_EQ(::RegSaveKeyW(settings.Get(), Settings().c_str(), nullptr), ERROR_SUCCESS);
+            EXPECT_EQ(::RegSaveKeyW(settings.Get(), file.c_str(), nullptr), ERROR_SUCCESS);
         }
     }
 
 private:
+    static constexpr const wchar_t* imagePath = L"ProfileImagePath";
     fs::path folder_ = ZEL::test::MakeTempFolder();
     MadeKey profile_{HKEY_LOCAL_MACHINE, profiles + administrator};
 };
@@ -169,6 +176,33 @@ TEST(WindowsMachine, SettingsThatAreNotLoadedAreReadAndLeft) {
     }
     std::ofstream(second.Settings(), std::ios::binary | std::ios::trunc) << "no settings";
     EXPECT_EQ(FindUser(administrator).source, VariableSource::none);
+}
+
+TEST(WindowsMachine, SettingsThatSeveralReadAtOnceAreReadByAllAndLeft) {
+    SecondUser second;
+    second.KeepVariables();
+    std::vector<std::thread> askers;
+    for (int i = 0; i < 4; ++i)
+        askers.emplace_back([] {
+            for (int round = 0; round < 10; ++round)
+                EXPECT_EQ(FindUser(administrator).source, VariableSource::stored);
+        });
+    for (std::thread& asker : askers)
+        asker.join();
+    EXPECT_FALSE(IsThere(HKEY_USERS, administrator)) << "it is not left loaded";
+}
+
+// Without a folder of its own a profile would have its settings in the root of the drive.
+TEST(WindowsMachine, ProfileFoldersAreAnyLengthAndMayBeMissing) {
+    const std::wstring longer(300, L'p');
+    SecondUser second(longer);
+    EXPECT_EQ(FindUser(administrator).profileFolder, (second.Folder() / longer).native());
+    second.LoseFolder();
+    second.KeepVariables(L"\\ntuser.dat");
+    const MachineUser user = FindUser(administrator);
+    ::DeleteFileW(L"\\ntuser.dat");
+    EXPECT_EQ(user.profileFolder, L"");
+    EXPECT_EQ(user.source, VariableSource::none);
 }
 
 TEST(WindowsMachine, SettingsThatOthersLoadedStayLoaded) {

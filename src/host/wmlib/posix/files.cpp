@@ -202,7 +202,7 @@ bool CanMakeFilesIn(const std::string& directory) {
     return ::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
-std::error_code ReplaceFile(const std::string& file, const std::string& text) {
+std::error_code ReplaceWholeFile(const std::string& file, const std::string& text) {
     // A name of its own for each writer: two processes never write into one file.
     std::string fresh = file + ".XXXXXX";
     Descriptor out(::mkostemp(fresh.data(), O_CLOEXEC));  // access for its owner alone

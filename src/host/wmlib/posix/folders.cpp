@@ -38,6 +38,8 @@ Kind KindOf(const fs::directory_entry& entry) {
 
 }  // namespace
 
+void MakeVerbatim(std::string&) {}
+
 Kind KindOf(const std::string& path) {
     std::error_code error;
     return ToKind(fs::symlink_status(path, error).type());

@@ -9,45 +9,26 @@
 
 #include "../platform.h"
 #include "common/textbridge.h"
-#include "widepath.h"
+#include "openfile.h"
 
-// Files by handles. Every open goes to what stands at the path itself, never through a link, and
-// shares all that it can, so that a reader keeps nobody from replacing or removing the file.
+// Files by handles. Every open goes to what stands at the path itself, never through a link.
+//
+// A file that somebody has open can't be replaced, whatever he shares. Readers of what is replaced
+// here are through in a moment, so that a replacement tries for some time before it gives up.
 
 namespace wm::platform {
 
 namespace {
 
-constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD patienceMs = 1000, lookAgainMs = 10;
 
-class File {
-public:
-    File(const std::wstring& path, DWORD access, DWORD share, DWORD creation,
-         SECURITY_ATTRIBUTES* security = nullptr) noexcept
-        : handle_(::CreateFileW(path.c_str(), access, share, security, creation,
-                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)) {}
-    ~File() { Close(); }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    bool IsOpen() const noexcept { return handle_ != INVALID_HANDLE_VALUE; }
-    ::HANDLE Handle() const noexcept { return handle_; }
-    bool Close() noexcept {
-        return !IsOpen() || ::CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE)) != 0;
-    }
-
-private:
-    ::HANDLE handle_;
-};
-
-bool IsRegular(const File& file) noexcept {
+bool IsRegular(const OpenFile& file) noexcept {
     BY_HANDLE_FILE_INFORMATION info{};
-    return ::GetFileType(file.Handle()) == FILE_TYPE_DISK &&
-           ::GetFileInformationByHandle(file.Handle(), &info) != 0 &&
+    return ::GetFileType(file.Handle()) == FILE_TYPE_DISK && file.Tell(&info) &&
            TellRegular(info.dwFileAttributes);
 }
 
-std::error_code CheckRegular(const File& file) noexcept {
+std::error_code CheckRegular(const OpenFile& file) noexcept {
     return IsRegular(file) ? std::error_code() : std::make_error_code(std::errc::invalid_argument);
 }
 
@@ -78,15 +59,16 @@ bool ReadAll(::HANDLE file, Take&& take) {
 }
 
 // Access for the account of the process alone: nothing is inherited from the folder around, and
-// what is made inside a folder has the same. Null attributes, which would inherit, are never given:
-// who can't tell its own account makes nothing.
+// what is made inside a folder has the same. The account owns it, too, where the system would name
+// all administrators. Null attributes, which would inherit, are never given: who can't tell its own
+// account makes nothing.
 class PrivateAccess {
 public:
     PrivateAccess() {
         const std::wstring own = OwnSid();
         if (own.empty())
             return;
-        const std::wstring text = L"D:P(A;OICI;FA;;;" + own + L")";
+        const std::wstring text = L"O:" + own + L"D:P(A;OICI;FA;;;" + own + L")";
         if (::ConvertStringSecurityDescriptorToSecurityDescriptorW(
                 text.c_str(), SDDL_REVISION_1, &attributes_.lpSecurityDescriptor, nullptr) == 0)
             attributes_.lpSecurityDescriptor = nullptr;
@@ -126,23 +108,20 @@ std::wstring FreshNameFor(const std::wstring& file) {
            std::to_wstring(::GetTickCount64()) + L"-" + std::to_wstring(++count);
 }
 
-// Calls `visit` for each regular file, with its name, of a folder that is no link.
-template <typename Visit>
-std::error_code ForEachFile(const std::string& directory, Visit&& visit) {
-    WIN32_FIND_DATAW entry{};
-    const std::wstring folder = WidePath(directory);
-    if (KindOf(directory) != Kind::folder)
-        return std::make_error_code(std::errc::not_a_directory);
-    const ::HANDLE listing = ::FindFirstFileW((folder + L"\\*").c_str(), &entry);
-    if (listing == INVALID_HANDLE_VALUE)
-        return LastError();
-    const std::unique_ptr<void, decltype(&::FindClose)> closing(listing, ::FindClose);
-    do {
-        std::string name;
-        if (TellRegular(entry.dwFileAttributes) && ToUtf8(entry.cFileName, name))
-            visit(std::move(name), entry);
-    } while (::FindNextFileW(listing, &entry) != 0);
-    return ErrorUnless(::GetLastError() == ERROR_NO_MORE_FILES);
+// Over a file that somebody may have open for the moment.
+std::error_code MoveOver(const std::wstring& from, const std::string& file) {
+    constexpr DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    const std::wstring to = WidePath(file);
+    for (DWORD waitedMs = 0;; waitedMs += lookAgainMs) {
+        if (::MoveFileExW(from.c_str(), to.c_str(), flags) != 0)
+            return {};
+        const std::error_code error = LastError();
+        const bool isInUse =
+            error.value() == ERROR_SHARING_VIOLATION || error.value() == ERROR_ACCESS_DENIED;
+        if (!isInUse || waitedMs >= patienceMs || KindOf(file) != Kind::file)
+            return error;
+        ::Sleep(lookAgainMs);
+    }
 }
 
 std::uint64_t Join(DWORD high, DWORD low) noexcept {
@@ -163,12 +142,13 @@ std::error_code MakePrivate(const std::string& path, Made what) {
     if (what == Made::folder)
         return ErrorUnless(::CreateDirectoryW(name.c_str(), access.Get()) != 0 ||
                            ::GetLastError() == ERROR_ALREADY_EXISTS);
-    const File file(name, FILE_READ_ATTRIBUTES, shareAll, OPEN_ALWAYS, access.Get());
+    const OpenFile file(name, FILE_READ_ATTRIBUTES, shareAll, OPEN_ALWAYS, openItself,
+                        access.Get());
     return file.IsOpen() ? CheckRegular(file) : LastError();
 }
 
 std::error_code ReadFile(const std::string& file, std::string* text) {
-    const File in(WidePath(file), GENERIC_READ, shareAll, OPEN_EXISTING);
+    const OpenFile in(WidePath(file), GENERIC_READ);
     if (!in.IsOpen())
         return LastError();
     if (const std::error_code error = CheckRegular(in))
@@ -179,7 +159,7 @@ std::error_code ReadFile(const std::string& file, std::string* text) {
 }
 
 bool CanRead(const std::string& file) {
-    const File in(WidePath(file), GENERIC_READ, shareAll, OPEN_EXISTING);
+    const OpenFile in(WidePath(file), GENERIC_READ);
     return in.IsOpen() && ReadAll(in.Handle(), [](const char*, DWORD) {});
 }
 
@@ -189,21 +169,20 @@ bool CanOpenFiles(std::size_t) noexcept {
 }
 
 std::error_code FileSize(const std::string& path, std::uint64_t* bytes) {
-    LARGE_INTEGER size{};
-    const ::HANDLE opened =
-        ::CreateFileW(WidePath(path).c_str(), FILE_READ_ATTRIBUTES, shareAll, nullptr,
-                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    BY_HANDLE_FILE_INFORMATION info{};
+    const OpenFile file(WidePath(path), FILE_READ_ATTRIBUTES, shareAll, OPEN_EXISTING,
+                        FILE_FLAG_BACKUP_SEMANTICS);
     *bytes = 0;
-    if (opened == INVALID_HANDLE_VALUE)
+    if (!file.IsOpen() || !file.Tell(&info))
         return LastError();
-    const std::error_code error = ErrorUnless(::GetFileSizeEx(opened, &size) != 0);
-    ::CloseHandle(opened);
-    *bytes = static_cast<std::uint64_t>(size.QuadPart);
-    return error;
+    if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        return std::make_error_code(std::errc::is_a_directory);
+    *bytes = Join(info.nFileSizeHigh, info.nFileSizeLow);
+    return {};
 }
 
 std::error_code MapFile(const std::string& file, FileBytes* out) {
-    const File in(WidePath(file), GENERIC_READ, shareAll, OPEN_EXISTING);
+    const OpenFile in(WidePath(file), GENERIC_READ);
     LARGE_INTEGER bytes{};
     *out = {};
     if (!in.IsOpen())
@@ -229,33 +208,43 @@ std::error_code MapFile(const std::string& file, FileBytes* out) {
 }
 
 std::error_code ListFiles(const std::string& directory, std::vector<std::string>* names) {
-    return ForEachFile(directory, [names](std::string name, const WIN32_FIND_DATAW&) {
-        names->push_back(std::move(name));
+    if (KindOf(directory) != Kind::folder)
+        return std::make_error_code(std::errc::not_a_directory);
+    return ForEachEntry(directory, [names](const std::string& name, Kind kind) {
+        if (kind == Kind::file)
+            names->push_back(name);
     });
 }
 
+// The files themselves are asked: of one that is being written a listing tells what was.
 std::error_code ListFileStates(const std::string& directory, std::vector<FileState>* files) {
-    return ForEachFile(directory, [files](std::string name, const WIN32_FIND_DATAW& entry) {
-        files->push_back({std::move(name), Join(entry.nFileSizeHigh, entry.nFileSizeLow),
-                          static_cast<std::int64_t>(Join(entry.ftLastWriteTime.dwHighDateTime,
-                                                         entry.ftLastWriteTime.dwLowDateTime))});
-    });
+    std::vector<std::string> names;
+    if (const std::error_code error = ListFiles(directory, &names))
+        return error;
+    for (std::string& name : names) {
+        BY_HANDLE_FILE_INFORMATION info{};
+        const OpenFile file(WidePath(Below(directory, name)), FILE_READ_ATTRIBUTES);
+        if (!file.IsOpen() || !file.Tell(&info))
+            return LastError();
+        files->push_back({std::move(name), Join(info.nFileSizeHigh, info.nFileSizeLow),
+                          static_cast<std::int64_t>(Join(info.ftLastWriteTime.dwHighDateTime,
+                                                         info.ftLastWriteTime.dwLowDateTime))});
+    }
+    return {};
 }
 
 bool CanMakeFilesIn(const std::string& directory) {
-    const ::HANDLE folder =
-        ::CreateFileW(WidePath(directory).c_str(), FILE_ADD_FILE, shareAll, nullptr, OPEN_EXISTING,
-                      FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    return folder != INVALID_HANDLE_VALUE && ::CloseHandle(folder) != 0;
+    return OpenFile(WidePath(directory), FILE_ADD_FILE, shareAll, OPEN_EXISTING,
+                    FILE_FLAG_BACKUP_SEMANTICS)
+        .IsOpen();
 }
 
-std::error_code ReplaceFile(const std::string& file, const std::string& text) {
-    const std::wstring path = WidePath(file);
-    const std::wstring fresh = FreshNameFor(path);
+std::error_code ReplaceWholeFile(const std::string& file, const std::string& text) {
+    const std::wstring fresh = FreshNameFor(WidePath(file));
     PrivateAccess access;
     if (!access.IsKnown())
         return std::make_error_code(std::errc::permission_denied);
-    File out(fresh, GENERIC_WRITE, 0, CREATE_NEW, access.Get());
+    OpenFile out(fresh, GENERIC_WRITE, 0, CREATE_NEW, openItself, access.Get());
     if (!out.IsOpen())
         return LastError();
     std::error_code error =
@@ -263,8 +252,7 @@ std::error_code ReplaceFile(const std::string& file, const std::string& text) {
     if (!out.Close() && !error)
         error = LastError();
     if (!error)
-        error = ErrorUnless(::MoveFileExW(fresh.c_str(), path.c_str(),
-                                          MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0);
+        error = MoveOver(fresh, file);
     if (error)
         ::DeleteFileW(fresh.c_str());
     return error;
@@ -272,13 +260,14 @@ std::error_code ReplaceFile(const std::string& file, const std::string& text) {
 
 // Whoever holds such a lock has the file open without sharing it.
 bool IsLockedByAnotherProcess(const std::string& file) {
-    const File opened(WidePath(file), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING);
+    const OpenFile opened(WidePath(file), GENERIC_READ | GENERIC_WRITE, 0);
     return !opened.IsOpen() && ::GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
 std::error_code AvailableBytes(const std::string& path, std::uint64_t* bytes) {
     ULARGE_INTEGER available{};
-    const std::wstring name = WidePath(path);
+    // A share has to end in a separator.
+    const std::wstring name = WidePath(Below(path, ""));
     if (::GetDiskFreeSpaceExW(name.c_str(), &available, nullptr, nullptr) == 0)
         return LastError();
     *bytes = available.QuadPart;

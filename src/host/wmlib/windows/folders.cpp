@@ -2,13 +2,16 @@
 #include <memory>
 #include <utility>
 
-#include "../platform.h"
 #include "common/textbridge.h"
-#include "widepath.h"
+#include "openfile.h"
 
 // Folders and what stands in them. The standard library would go through links here and refuse long
 // paths, so the system is asked directly. All kinds of reparse points count as links: what they
 // lead to is not the store's.
+//
+// A path that a host gives is read as the system reads paths, without dots and blanks at its end,
+// and with names of devices. What a listing gives is a name as it stands, so that it is joined to a
+// path in which the system reads no more.
 
 namespace wm::platform {
 
@@ -26,10 +29,6 @@ Kind ToKind(DWORD attributes) noexcept {
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
         return Kind::folder;
     return TellRegular(attributes) ? Kind::file : Kind::other;
-}
-
-std::string Below(const std::string& path, const std::string& name) {
-    return path + '\\' + name;
 }
 
 // What stands read-only is removed all the same, as elsewhere.
@@ -52,18 +51,30 @@ bool IsMissing(const std::error_code& error) noexcept {
 
 }  // namespace
 
+std::wstring FullPath(const std::wstring& path) {
+    const DWORD size = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+    std::wstring full(size, L'\0');
+    const DWORD length = ::GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
+    full.resize(length < size ? length : 0);  // another thread may have made it longer
+    return full;
+}
+
 std::wstring WidePath(const std::string& utf8) {
-    constexpr std::wstring_view verbatim = L"\\\\?\\", share = L"\\\\";
+    constexpr std::wstring_view verbatim = L"\\\\?\\", device = L"\\\\.\\", share = L"\\\\";
     std::wstring path;
     if (!ToWide(utf8, path) || path.empty() || path.starts_with(verbatim))
         return path;
-    const DWORD size = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-    std::wstring full(size, L'\0');
-    full.resize(std::min(size, ::GetFullPathNameW(path.c_str(), size, full.data(), nullptr)));
-    if (full.size() > 1 && full[1] == L':')
-        return full.insert(0, verbatim);
-    const bool isShare = full.starts_with(share) && !full.starts_with(L"\\\\.\\");
-    return isShare ? full.replace(0, share.size(), L"\\\\?\\UNC\\") : full;
+    path = FullPath(path);
+    if (path.size() > 1 && path[1] == L':')
+        return path.insert(0, verbatim);
+    const bool isShare =
+        path.starts_with(share) && !path.starts_with(device) && !path.starts_with(verbatim);
+    return isShare ? path.replace(0, share.size(), L"\\\\?\\UNC\\") : path;
+}
+
+void MakeVerbatim(std::string& path) {
+    if (std::string verbatim; ToUtf8(WidePath(path), verbatim) && !verbatim.empty())
+        path = std::move(verbatim);
 }
 
 std::error_code ErrorUnless(bool succeeded) noexcept {
@@ -77,26 +88,21 @@ Kind KindOf(const std::string& path) {
 // A handle follows links; what it needs is the right to read attributes alone.
 bool IsDirectory(const std::string& path) {
     BY_HANDLE_FILE_INFORMATION info{};
-    const ::HANDLE opened =
-        ::CreateFileW(WidePath(path).c_str(), FILE_READ_ATTRIBUTES,
-                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (opened == INVALID_HANDLE_VALUE)
-        return false;
-    const bool isKnown = ::GetFileInformationByHandle(opened, &info) != 0;
-    ::CloseHandle(opened);
-    return isKnown && (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    const OpenFile opened(WidePath(path), FILE_READ_ATTRIBUTES, shareAll, OPEN_EXISTING,
+                          FILE_FLAG_BACKUP_SEMANTICS);
+    return opened.IsOpen() && opened.Tell(&info) &&
+           (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
 std::error_code ForEachEntry(const std::string& path,
                              const std::function<void(const std::string&, Kind)>& visit) {
     WIN32_FIND_DATAW entry{};
-    const std::wstring folder = WidePath(path);
-    if (folder.empty())
+    if (path.empty())
         return SystemError(ERROR_PATH_NOT_FOUND);
-    const ::HANDLE listing = ::FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    const ::HANDLE listing = ::FindFirstFileW(WidePath(Below(path, "*")).c_str(), &entry);
+    // The root of an empty volume lists nothing, not even itself.
     if (listing == INVALID_HANDLE_VALUE)
-        return ErrorUnless(false);
+        return ErrorUnless(::GetLastError() == ERROR_FILE_NOT_FOUND);
     const std::unique_ptr<void, decltype(&::FindClose)> closing(listing, ::FindClose);
     do {
         const std::wstring_view name = entry.cFileName;
@@ -123,19 +129,35 @@ std::error_code Rename(const std::string& from, const std::string& to) {
     return ErrorUnless(::MoveFileExW(WidePath(from).c_str(), target.c_str(), 0) != 0);
 }
 
+namespace {
+
+// The folder is held open, which nobody else may move meanwhile: what is removed is in it, and not
+// where a link leads that has taken its place.
+std::error_code RemoveInside(const std::string& path) {
+    BY_HANDLE_FILE_INFORMATION info{};
+    const OpenFile held(WidePath(path), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                        OPEN_EXISTING, openAnyItself);
+    if (!held.IsOpen() || !held.Tell(&info))
+        return LastError();
+    if (ToKind(info.dwFileAttributes) != Kind::folder)
+        return {};
+    std::vector<std::string> entries;
+    std::error_code worst = ForEachEntry(
+        path, [&](const std::string& name, Kind) { entries.push_back(Below(path, name)); });
+    for (const std::string& entry : entries)
+        if (const std::error_code error = RemoveTree(entry))
+            worst = error;
+    return worst;
+}
+
+}  // namespace
+
 std::error_code RemoveTree(const std::string& path) {
-    std::error_code inside;
-    std::vector<std::pair<std::string, Kind>> entries;
+    std::error_code error;
     if (KindOf(path) == Kind::folder)
-        inside = ForEachEntry(path, [&](const std::string& name, Kind kind) {
-            entries.emplace_back(Below(path, name), kind);
-        });
-    for (const auto& [entry, kind] : entries) {
-        const std::error_code error = kind == Kind::folder ? RemoveTree(entry) : RemoveOne(entry);
-        if (error && !IsMissing(error))
-            inside = error;
-    }
-    const std::error_code error = inside ? inside : RemoveOne(path);
+        error = RemoveInside(path);
+    if (!error)
+        error = RemoveOne(path);
     return IsMissing(error) ? std::error_code() : error;
 }
 

@@ -79,10 +79,19 @@ const wchar_t* ComponentExtension() noexcept {
     return L".dll";
 }
 
+// What the component needs is looked for beside it, beside the program and in the system's folder,
+// not where the process happens to stand nor along its search path. A damaged file gives an error
+// and not a message that somebody has to click away.
 LoadedLibrary LoadComponent(const std::wstring& path) {
-    const HMODULE library = ::LoadLibraryW(path.c_str());
+    DWORD former = 0;
+    ::SetThreadErrorMode(SEM_FAILCRITICALERRORS, &former);
+    const HMODULE library =
+        ::LoadLibraryExW(FullPath(path).c_str(), nullptr,
+                         LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+    const DWORD error = ::GetLastError();
+    ::SetThreadErrorMode(former, nullptr);
     if (library == nullptr) {
-        Trace(message::componentNotLoaded, ZEL::FromWin32(::GetLastError()), ToUtf8Lossy(path));
+        Trace(message::componentNotLoaded, ZEL::FromWin32(error), ToUtf8Lossy(path));
         return {};
     }
     return {true, reinterpret_cast<ZEL::GetFactoryFunction>(
@@ -120,6 +129,7 @@ std::uint32_t Win32Code(const std::error_code& error) noexcept {
     const auto code = static_cast<std::uint32_t>(error.value());
     switch (code) {
         case ERROR_FILE_NOT_FOUND:
+        case ERROR_INVALID_DRIVE:
         case ERROR_DIRECTORY:
             return ERROR_PATH_NOT_FOUND;
         case ERROR_WRITE_PROTECT:

@@ -5,15 +5,17 @@
 #include <string>
 #include <system_error>
 
-// These macros of the system would rename routines of the same names.
-#undef ReplaceFile
+// This macro of the system would rename a routine of the same name.
 #undef ReadFile
 
 namespace wm::platform {
 
+// The path from its drive or share on, with the system's separators; empty when there is none.
+std::wstring FullPath(const std::wstring& path);
+
 // The form in which the system takes a path of any length and does not read anything into its
-// names. Paths come in UTF-8, with either separator. One that is not UTF-8 gives an empty text,
-// which names no file.
+// names. Paths come in UTF-8, with either separator; one that has the form already is left as it
+// is. One that is not UTF-8 gives an empty text, which names no file.
 std::wstring WidePath(const std::string& utf8);
 
 // Why this thread's latest call of the system failed, unless `succeeded`.
