@@ -17,6 +17,7 @@ const fetched = createRequire(join(process.cwd(), modules, 'package.json'));
 const { chromium } = fetched('playwright-core');
 const axe = fetched('axe-core').source;
 
+export const pictureFolder = pictures;
 export const picture = (name) => join(pictures, `${name}.png`);
 
 /** A folder that goes with the test. */

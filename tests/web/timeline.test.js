@@ -1,11 +1,11 @@
 // The page of a running service, as a responder uses it who has never seen it.
 
 import assert from 'node:assert/strict';
-import { readFileSync } from 'node:fs';
+import { readFileSync, readdirSync } from 'node:fs';
 import { join } from 'node:path';
 import test from 'node:test';
 import { gap, hostile, incident, ordinary, rule, script } from './events.js';
-import { accessible, ask, browse, counted, folderOf, hunt, ingest, lines, open, picture, request, rows, search, serve, settled } from './support.js';
+import { accessible, ask, browse, counted, folderOf, hunt, ingest, lines, open, picture, pictureFolder, request, rows, search, serve, settled } from './support.js';
 
 const sample = 'examples/events.ndjson.xz';
 const all = 2039;
@@ -115,6 +115,10 @@ scenario('an error in a search is told with its place, and words are completed',
   await line.press('Enter');
   assert.equal((await line.inputValue()).trim(), '--object network');
   await line.press('Escape');
+  await search(page, '--no-live-enriched --since=-400w');
+  await search(page, `${await line.inputValue()} --object file`);
+  await page.locator('#command', { hasText: 'zel query --no-live-enriched --since=-400w --object file' }).waitFor();
+  assert.equal(await page.locator('#line-error').textContent(), '');
   await ask(page, {});
 });
 
@@ -269,4 +273,5 @@ test('the page of a service', async (whole) => {
   const browser = await browse(whole);
   const stage = { whole, service, browser, page: await open(whole, browser, service.link()) };
   for (const [name, run] of scenarios) await whole.test(name, () => run(stage));
+  whole.diagnostic(`pictures, to be looked at: ${readdirSync(pictureFolder).sort().join(' ')} in ${pictureFolder}`);
 });

@@ -92,6 +92,6 @@ export class Facets {
     };
     return make('li', { class: 'rest' },
       label ? make('button', { type: 'button', 'data-facet': `${column}*`, 'aria-expanded': String(whole), onclick: toggle }, label) : null,
-      others > 0 ? make('span', {}, `${numberText(others)} events have others`) : null);
+      others > 0 ? make('span', {}, others === 1 ? '1 event has another' : `${numberText(others)} events have others`) : null);
   }
 }

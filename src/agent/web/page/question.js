@@ -121,6 +121,7 @@ export class Question extends EventTarget {
 /** @param {[string, string]} condition */
 export function conditionText([name, value]) {
   const flag = `--${name.replaceAll('_', '-')}`;
+  if (name === 'no_live_enriched') return flag;  // the one that takes no value
   const bare = /^[\w.,:*?/@%+=\\-]+$/.test(value) && !value.includes('\\');
   return bare && value ? `${flag} ${value}` : `${flag} '${value.replaceAll("'", "'\\''")}'`;
 }

@@ -1,5 +1,7 @@
 // Times as the reader's browser writes them, in UTC or in the zone of the machine that shows them.
 
+import { shown } from './dom.js';
+
 /** @type {Map<string, Intl.DateTimeFormat>} */
 const formats = new Map();
 
@@ -32,7 +34,7 @@ const second = { ...minute, second: '2-digit' };
  */
 export function momentText(text, utc) {
   const moment = new Date(text);
-  if (Number.isNaN(moment.getTime())) return text;
+  if (Number.isNaN(moment.getTime())) return shown(text);
   return format(utc, { ...day, ...second, fractionalSecondDigits: 3 }).format(moment);
 }
 
