@@ -105,6 +105,8 @@ class Engine:
     def start(self):
         environment = {k: v for k, v in os.environ.items() if "SAN_OPTIONS" not in k}
         environment["NODE_PATH"] = os.environ.get("ZEL_FLEET_CHDB", "")
+        if "ZEL_FLEET_LIBRARIES" in environment:  # of a server that is not installed but unpacked
+            environment["LD_LIBRARY_PATH"] = environment["ZEL_FLEET_LIBRARIES"]
         with open(os.path.join(self.folder, "out"), "ab") as out:
             self.process = subprocess.Popen(self.command(), stdout=out, stderr=out, env=environment, cwd=self.folder)
         until = time.monotonic() + LIMIT
