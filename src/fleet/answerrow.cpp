@@ -18,40 +18,34 @@ namespace zel::fleet {
 
 namespace {
 
-namespace ondemand = simdjson::ondemand;
+namespace dom = simdjson::dom;
 
 }  // namespace
 
 // Reads one line as a JSON object, whose members go to `take` by name; that gives false for one
-// that it can't use.
+// that it can't use. The library's parser of whole documents is the one that uses what the
+// processor has.
 struct LineParser {
     template <typename Take>
     bool Read(std::string_view line, Take&& take) {
         text_.assign(line);
         text_.append(simdjson::SIMDJSON_PADDING, ' ');
-        ondemand::document document;
-        ondemand::object object;
-        if (parser_.iterate(text_.data(), line.size(), text_.size()).get(document) !=
-                simdjson::SUCCESS ||
-            document.get_object().get(object) != simdjson::SUCCESS)
+        dom::object object;
+        if (parser_.parse(text_.data(), line.size(), false).get_object().get(object) !=
+            simdjson::SUCCESS)
             return false;
-        for (auto each : object) {
-            ondemand::field field;
-            std::string_view name;
-            if (std::move(each).get(field) != simdjson::SUCCESS ||
-                field.unescaped_key().get(name) != simdjson::SUCCESS || !take(name, field.value()))
-                return false;
-        }
-        return document.current_location().error() == simdjson::OUT_OF_BOUNDS;
+        return std::all_of(object.begin(), object.end(), [&](const dom::key_value_pair& each) {
+            return take(each.key, each.value);
+        });
     }
 
-    ondemand::parser parser_;
+    dom::parser parser_;
     std::string text_;
 };
 
 namespace {
 
-bool TakeText(ondemand::value& value, std::string* text) {
+bool TakeText(const dom::element& value, std::string* text) {
     std::string_view view;
     if (value.get_string().get(view) != simdjson::SUCCESS)
         return false;
@@ -60,7 +54,7 @@ bool TakeText(ondemand::value& value, std::string* text) {
 }
 
 template <typename Number>
-bool TakeNumber(ondemand::value& value, Number* number) {
+bool TakeNumber(const dom::element& value, Number* number) {
     static_assert(std::is_unsigned_v<Number>);
     std::uint64_t wide = 0;
     std::string_view digits;
@@ -84,7 +78,7 @@ FleetRowReader::~FleetRowReader() = default;
 bool FleetRowReader::Read(std::string_view line, FleetRow* row) {
     bool hasEvent = false, hasKey = false, hasHost = false;
     row->part = 0;
-    const bool isRead = parser_->Read(line, [&](std::string_view name, ondemand::value& value) {
+    const bool isRead = parser_->Read(line, [&](std::string_view name, const dom::element& value) {
         if (name == "event")
             return hasEvent = TakeText(value, &row->event);
         if (name == "key")
@@ -135,7 +129,7 @@ std::string EnrichmentJoin::Statement(std::span<const FleetRow> rows, std::size_
 bool EnrichmentJoin::Add(std::string_view line) {
     std::string host, baseKey, key, text;
     std::uint32_t live = 0;
-    const bool isRead = parser_->Read(line, [&](std::string_view name, ondemand::value& value) {
+    const bool isRead = parser_->Read(line, [&](std::string_view name, const dom::element& value) {
         if (name == "live")
             return TakeNumber(value, &live);
         std::string* const to = name == "host"       ? &host
