@@ -59,11 +59,7 @@ public:
         meaning.isWanted = Any().number != 0;
         Expect("ORDER");
         Expect("BY");
-        Columns(true);
-        Expect("LIMIT");
-        Expect("1");
-        Expect("BY");
-        Columns(false);
+        Columns();
         Expect("LIMIT");
         Any();
         Expect("FORMAT");
@@ -138,11 +134,11 @@ private:
         return is;
     }
     void Expect(std::string_view text) { Check(Take(text), {sql_, text}); }
-    void Columns(bool mayDescend) {
+    void Columns() {
         do {
             if (!Take("part"))
                 Any();
-        } while ((mayDescend && Take("DESC") && Take(",")) || Take(","));
+        } while ((Take("DESC") && Take(",")) || Take(","));
     }
 
     SqlValue Any() {

@@ -24,7 +24,9 @@
 // sub-query wants it is decided by its key as well, so that nothing has to be remembered.
 //
 // Rows may stand in the table several times. All that a condition looks at follows from the key, so
-// rows are found first and made single then (LIMIT 1 BY), the latest text ahead.
+// rows are found first and made single then: they come one behind the other, the latest text ahead,
+// and Decide lets the first of them through. Were the server to do that (LIMIT 1 BY), it would sort
+// all that it finds for each page, and not only as much as the page has.
 //
 // A page ends at a row and the next one goes on behind it, by the order itself. Hours are sorted
 // first and told as conditions too: by them the table is sorted, so that a server can begin with
@@ -136,7 +138,12 @@ struct FleetQuestion::State {
     std::string Where(const Step& step) const;
     std::string EventsPage(const Step& step, std::uint64_t rows, const FleetRow* after) const;
     std::string ReceiptsPage(const Step& step, std::uint64_t rows, const FleetRow* after) const;
+    bool IsRepeated(std::size_t step, const FleetRow& row);
     bool Wants(std::size_t step, const FleetRow& row);
+
+    // What was decided on last, without its text.
+    FleetRow decided;
+    std::optional<std::size_t> decidedStep;
 };
 
 bool FleetQuestion::State::Add(std::size_t number, std::string* problem) {
@@ -264,7 +271,7 @@ std::string FleetQuestion::State::EventsPage(const Step& step, std::uint64_t row
     if (!part.empty())
         sql += "part, ";
     sql += Ordered({hourColumn, "begin_time", "sequence", "key", "host"}, isDescending) +
-           ", receive_ms DESC, receive_no DESC LIMIT 1 BY host, key LIMIT " + std::to_string(rows) +
+           ", receive_ms DESC, receive_no DESC LIMIT " + std::to_string(rows) +
            " FORMAT JSONEachRow";
     return sql;
 }
@@ -280,9 +287,23 @@ std::string FleetQuestion::State::ReceiptsPage(const Step& step, std::uint64_t r
     }
     return "SELECT host, begin_time, sequence, receive_ms, receive_no, key, event FROM " +
            std::string(eventsTable) + " WHERE " + where +
-           " ORDER BY receive_ms, receive_no, host, key LIMIT 1 BY receive_ms, receive_no, host, "
-           "key LIMIT " +
-           std::to_string(rows) + " FORMAT JSONEachRow";
+           " ORDER BY receive_ms, receive_no, host, key LIMIT " + std::to_string(rows) +
+           " FORMAT JSONEachRow";
+}
+
+// Whether it is the row before once more; a receipt is another one when its time is.
+bool FleetQuestion::State::IsRepeated(std::size_t step, const FleetRow& row) {
+    const bool isByReceive = parts[steps[step].first].isByReceive;
+    const bool isRepeated =
+        decidedStep == step && decided.key == row.key && decided.host == row.host &&
+        (!isByReceive ||
+         (decided.receiveMs == row.receiveMs && decided.receiveNo == row.receiveNo));
+    decidedStep = step;
+    decided.key = row.key;
+    decided.host = row.host;
+    decided.receiveMs = row.receiveMs;
+    decided.receiveNo = row.receiveNo;
+    return isRepeated;
 }
 
 // Only what the statement leaves open is tested.
@@ -366,6 +387,8 @@ std::string FleetQuestion::Page(std::size_t number, std::uint64_t rows,
 }
 
 FleetQuestion::Verdict FleetQuestion::Decide(std::size_t step, const FleetRow& row) {
+    if (state_->IsRepeated(step, row))
+        return Verdict::unwanted;
     try {
         return state_->Wants(step, row) ? Verdict::wanted : Verdict::unwanted;
     } catch (const std::exception& error) {

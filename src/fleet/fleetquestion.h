@@ -24,8 +24,9 @@ struct FleetScope {
 //
 // An answer is read in steps, each of which gives its rows in pages; nearly every document has one
 // step. Each event of a host comes once, whichever sub-queries want it; with Order::parts where the
-// first of them stands. Which rows of a page are wanted, Decide says: a server can't test all that
-// a store can, and then gives more than was asked for.
+// first of them stands. Which rows of a page are wanted, Decide says: a row may stand in the table
+// several times, and a server can't test all that a store can, and then gives more than was asked
+// for.
 //
 //   for (std::size_t step = 0; step < question->Steps(); ++step) {
 //       FleetRow last;
@@ -52,8 +53,8 @@ public:
     std::size_t Steps() const noexcept;
     // Rows then come by time of receipt, and each is a receipt.
     bool IsByReceive(std::size_t step) const noexcept;
-    // Whether the server's answer may hold rows that Decide turns down: a page then may give fewer
-    // than are wanted.
+    // Whether the server's answer may hold other rows than wanted ones, of which some may come
+    // several times.
     bool GivesTooMuch(std::size_t step) const noexcept;
 
     // A SELECT in FORMAT JSONEachRow of at most `rows` rows, from the first one on or from behind
@@ -65,6 +66,7 @@ public:
         unwanted,
         lost,  // a pattern takes too long on it: it can't be said, and was reported as a lost row
     };
+    // To be called for each row once, as they come.
     Verdict Decide(std::size_t step, const FleetRow& row);
 
 private:
