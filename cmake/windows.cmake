@@ -1,6 +1,5 @@
 # The component for Windows: host services and normalisation always, as programs that run; the store
-# too where its libraries are (vcpkg, docs/windows.md), and else its objects, compiled against the
-# headers that scripts/setup --windows unpacks.
+# too where its libraries or their sources are, and else its objects (docs/windows.md).
 set(ZEL_WINDOWS_HEADERS ${PROJECT_SOURCE_DIR}/build/windows-include CACHE PATH
     "Headers of libraries that have no package for Windows")
 find_package(Threads REQUIRED)
@@ -13,26 +12,39 @@ if(ZEL_TESTS)
   add_subdirectory(${GOOGLETEST_SOURCES} googletest EXCLUDE_FROM_ALL SYSTEM)
 endif()
 
-# The store's libraries: all there (vcpkg), or none, and then their headers.
-function(zel_headers target)
-  add_library(${target} INTERFACE IMPORTED)
-  target_include_directories(${target} SYSTEM INTERFACE ${ZEL_WINDOWS_HEADERS})
+# The store's libraries: packages of the system (vcpkg), else what is built of their sources, else
+# their headers alone, against which the store is compiled and not linked.
+option(ZEL_WINDOWS_STORE "LevelDB, cpprestsdk, simdjson and Boost.Regex are there as packages" OFF)
+set(ZEL_WINDOWS_SOURCES ${PROJECT_SOURCE_DIR}/build/windows-sources CACHE PATH "Sources of the store's libraries")
+add_library(zel_json_headers INTERFACE)
+target_compile_definitions(zel_json_headers INTERFACE _TURN_OFF_PLATFORM_STRING _NO_ASYNCRTIMP _NO_PPLXIMP)
+target_include_directories(zel_json_headers SYSTEM BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/cmake/windows)
+add_library(zel_json INTERFACE)
+target_link_libraries(zel_json INTERFACE zel_json_headers)
+set(store_is_linked ON)
+function(zel_headers)
+  foreach(target ${ARGN})
+    add_library(${target} INTERFACE IMPORTED)
+    target_include_directories(${target} SYSTEM INTERFACE ${ZEL_WINDOWS_HEADERS})
+  endforeach()
 endfunction()
-option(ZEL_WINDOWS_STORE "Link ZELStore.dll: LevelDB, cpprestsdk, simdjson and Boost.Regex are there" OFF)
 if(ZEL_WINDOWS_STORE)
   find_package(leveldb CONFIG REQUIRED)
   find_package(cpprestsdk CONFIG REQUIRED)
   find_package(simdjson CONFIG REQUIRED)
-  find_package(Boost 1.76 REQUIRED COMPONENTS regex)
-  add_library(zel_json INTERFACE)
+  find_package(Boost 1.76 REQUIRED)
+  if(NOT TARGET Boost::regex)  # it comes whole in its headers
+    add_library(Boost::regex ALIAS Boost::headers)
+  endif()
   target_link_libraries(zel_json INTERFACE cpprestsdk::cpprest)
+elseif(EXISTS ${ZEL_WINDOWS_SOURCES})
+  zel_headers(Boost::headers Boost::regex)
+  include(cmake/windows/libraries.cmake)
 else()
-  foreach(target Boost::headers Boost::regex leveldb::leveldb simdjson::simdjson zel_json)
-    zel_headers(${target})
-  endforeach()
+  zel_headers(Boost::headers Boost::regex leveldb::leveldb simdjson::simdjson)
+  target_include_directories(zel_json_headers SYSTEM INTERFACE ${ZEL_WINDOWS_HEADERS})
+  set(store_is_linked OFF)
 endif()
-target_compile_definitions(zel_json INTERFACE _TURN_OFF_PLATFORM_STRING _NO_ASYNCRTIMP)
-target_include_directories(zel_json SYSTEM BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/cmake/windows)
 
 add_compile_definitions(UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
 # Headers that this system has of its own stand in front of the others.
@@ -48,6 +60,9 @@ endif()
 # Nothing of the compiler's own has to be brought beside the libraries.
 add_link_options(-static)
 
+add_library(zel_threadends OBJECT src/host/module/windows/threadends.cpp)
+link_libraries($<TARGET_OBJECTS:zel_threadends>)
+
 add_subdirectory(src/host/module)
 add_subdirectory(src/host/wmlib)
 add_subdirectory(src/host/wmset)
@@ -61,12 +76,12 @@ endif()
 add_subdirectory(src/zelstore)
 set(CMAKE_UNITY_BUILD OFF)
 set_target_properties(wmLib PROPERTIES PREFIX "")
-if(NOT ZEL_WINDOWS_STORE)
-  # Its parts are compiled all the same.
+# Its exports stand in its object, linked or not; so do its parts.
+if(NOT store_is_linked)
   set_target_properties(ZELStore PROPERTIES EXCLUDE_FROM_ALL ON)
-  add_library(zel_component OBJECT src/zelstore/component.cpp)
-  target_link_libraries(zel_component PRIVATE zelstore_facade zelstore_diskmonitor)
 endif()
+add_library(zel_component OBJECT src/zelstore/component.cpp)
+target_link_libraries(zel_component PRIVATE zelstore_facade zelstore_diskmonitor)
 
 if(ZEL_TESTS)
   add_subdirectory(tests)

@@ -49,8 +49,7 @@ struct EventKeyMaker::Work {
 HRESULT EventKeyMaker::Work::Run(std::string_view json) {
     const bool isRead = Schema::ReadRecordFast(json, event);
     if (!isRead)
-        event.FromJson(
-            web::json::value::parse(utility::conversions::to_string_t(std::string(json))));
+        event.FromJson(web::json::value::parse(Schema::FromUtf8(json)));
     // Of the record before.
     fields.Clear();
     const HRESULT result = Schema::ExtractRecordFields(

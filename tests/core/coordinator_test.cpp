@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "../database/databasefixture.h"
+#include "../database/otherprocess.h"
 #include "common/itobbaseimpl.h"
 #include "support/runningstore.h"
 #include "support/slowdisk.h"

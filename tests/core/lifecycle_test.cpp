@@ -151,7 +151,7 @@ TEST(Lifecycle, QueueLengthComesFromTheSettingsForEventsAlone) {
 TEST(Lifecycle, NoDataDirectoryFailsTheStart) {
     RunningStore store;
     wm::SetPathToken(L"%ZELDataStore%", L"");
-    ::unsetenv("ZELDataStore");
+    test::SetEnvironment("ZELDataStore", "");
     EXPECT_EQ(store.core.Initialize(), hr::fail);
     wm::SetPathToken(L"%ZELDataStore%", store.directory.WidePath());
     store.Start();

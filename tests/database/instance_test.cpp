@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "databasefixture.h"
+#include "otherprocess.h"
 #include "support/slowdisk.h"
 #include "zelstore/database/foldergate.h"
 

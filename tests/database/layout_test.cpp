@@ -1,5 +1,6 @@
 #include "zelstore/database/layout.h"
 
+#include "common/filesystem.h"
 #include "databasefixture.h"
 
 namespace ZEL {
@@ -23,9 +24,9 @@ TEST(Layout, DateAndNumberComeFromTheFoldersName) {
         EXPECT_EQ(NumberFromPath(path), row.number);
         EXPECT_EQ(StoreOfPath(path), L"/any/store/");
     }
-    EXPECT_EQ(FolderPath(L"/s", L"20261112"), L"/s/20261112");
-    EXPECT_EQ(FolderPath(L"/s", L"20261112", 7), L"/s/20261112007");
-    EXPECT_EQ(FolderPath(L"/s", L"20261112", 1501), L"/s/202611121501");
+    EXPECT_EQ(FolderPath(L"/s", L"20261112"), wm::JoinPath(L"/s", L"20261112"));
+    EXPECT_EQ(FolderPath(L"/s", L"20261112", 7), wm::JoinPath(L"/s", L"20261112007"));
+    EXPECT_EQ(FolderPath(L"/s", L"20261112", 1501), wm::JoinPath(L"/s", L"202611121501"));
 }
 
 TEST(Layout, PathsAreInOrderOfUtf16) {

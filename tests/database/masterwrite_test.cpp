@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "databasefixture.h"
+#include "otherprocess.h"
 #include "support/slowdisk.h"
 
 namespace ZEL {

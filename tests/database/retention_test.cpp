@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "databasefixture.h"
+#include "otherprocess.h"
 #include "support/slowdisk.h"
 
 namespace ZEL {

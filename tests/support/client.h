@@ -1,6 +1,5 @@
 #pragma once
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -10,9 +9,11 @@
 #include <vector>
 
 #include "common/countedptr.h"
+#include "common/filesystem.h"
 #include "common/hostservices.h"
 #include "common/itobfactory.h"
 #include "common/textbridge.h"
+#include "support/system.h"
 #include "zelstore/ieventstore.h"
 #include "zelstore/izelstorequery.h"
 
@@ -92,12 +93,10 @@ public:
     LoadedComponent() {
         std::wstring directory;
         EXPECT_TRUE(wm::InstallDirectory(directory));
-        const std::string path = wm::ToUtf8Lossy(directory + L"/ZELStore.so");
-        module_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-        EXPECT_NE(module_, nullptr) << ::dlerror();
-        getFactory = reinterpret_cast<GetFactoryFunction>(::dlsym(module_, "GetFactory"));
+        const std::wstring component = wm::JoinPath(directory, L"ZELStore");
+        getFactory = reinterpret_cast<GetFactoryFunction>(ExportOf(component, "GetFactory"));
         getObjectCount =
-            reinterpret_cast<GetObjectCountFunction>(::dlsym(module_, "GetObjectCount"));
+            reinterpret_cast<GetObjectCountFunction>(ExportOf(component, "GetObjectCount"));
     }
 
     CountedPtr<ITobFactory2> Factory(const GUID& objectId = eventStoreObjectId) const {
@@ -120,9 +119,6 @@ public:
 
     GetFactoryFunction getFactory = nullptr;
     GetObjectCountFunction getObjectCount = nullptr;
-
-private:
-    void* module_ = nullptr;  // stays loaded until the process ends
 };
 
 // An event record as a sensor sends it: a file event at `time`.

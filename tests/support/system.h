@@ -21,5 +21,7 @@ void OpenToOthers(const std::filesystem::path& file);
 bool IsForItsOwnerAlone(const std::filesystem::path& path);
 // The host services' library, as a loader finds it.
 extern const wchar_t* const hostLibrary;
+// What a library, told without its extension, exports under a name. It stays loaded.
+void* ExportOf(const std::wstring& library, const char* name);
 
 }  // namespace ZEL::test

@@ -11,7 +11,7 @@ namespace ZEL {
 
 HRESULT KeyTester::Read(const std::string& document) {
     Schema::EventQuery query;
-    query.FromJson(web::json::value::parse(utility::conversions::to_string_t(document)));
+    query.FromJson(web::json::value::parse(Schema::FromUtf8(document)));
     for (Schema::Event& subQuery : query.events) {
         SubQueryTerms terms;
         const HRESULT result =

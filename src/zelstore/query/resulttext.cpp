@@ -50,8 +50,7 @@ void SpliceEnrichedData(std::string& text, std::string_view enrichment) {
 
 HRESULT ParseReceiveRow(std::string_view value, ReceiveRow* row) {
     try {
-        web::json::value parsed =
-            web::json::value::parse(utility::conversions::to_string_t(std::string(value)));
+        web::json::value parsed = web::json::value::parse(Schema::FromUtf8(value));
         std::string buffer;
         const auto key = Schema::ToUtf8(parsed.at(ZEL_TEXT("event_pkey")).as_string(), buffer);
         if (!key)

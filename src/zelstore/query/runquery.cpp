@@ -295,7 +295,7 @@ bool DocumentRun::Count(std::int32_t matches) {
 HRESULT RunDocument(IZelDbImpl& database, const std::string& text, IQueryCallback* callback,
                     const ScanHandles& handles, const EndWatch& watch, bool* complete) {
     Schema::EventQuery query;
-    query.FromJson(ParseDocument(utility::conversions::to_string_t(text)));
+    query.FromJson(ParseDocument(Schema::FromUtf8(text)));
     return DocumentRun(database, query, callback, handles, watch).Run(complete);
 }
 

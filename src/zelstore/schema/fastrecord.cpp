@@ -55,7 +55,7 @@ void Assign(T& out, std::string_view utf8) {
     if constexpr (std::is_same_v<T, std::string>)
         out.assign(utf8);
     else
-        out = utility::conversions::to_string_t(std::string(utf8));
+        out = FromUtf8(utf8);
 }
 
 template <typename View>
@@ -64,7 +64,7 @@ std::int32_t NumberOf(const NameTable& table, View name) {
     if constexpr (std::is_same_v<View, TextView>)
         number = table.Find(name);
     else
-        number = table.Find(utility::conversions::to_string_t(std::string(name)));
+        number = table.Find(FromUtf8(name));
     if (!number)
         throw Doubt();
     return *number;

@@ -1,6 +1,7 @@
 #include "zelstore/schema/text.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <type_traits>
 
 #include "common/textbridge.h"
@@ -22,7 +23,21 @@ namespace {
     return wm::ToUtf8(text, buffer) ? std::optional<std::string_view>(buffer) : std::nullopt;
 }
 
+[[maybe_unused]] void Enter(std::string_view utf8, std::string& out) {
+    out = utf8;
+}
+[[maybe_unused]] void Enter(std::string_view utf8, std::wstring& out) {
+    if (!wm::ToWide(utf8, out))
+        throw std::range_error("text that is not UTF-8");
+}
+
 }  // namespace
+
+Text FromUtf8(std::string_view utf8) {
+    Text text;
+    Enter(utf8, text);
+    return text;
+}
 
 std::optional<std::string_view> ToUtf8(TextView text, std::string& buffer) {
     return Leave(text, buffer);

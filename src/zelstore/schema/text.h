@@ -18,6 +18,10 @@ using Text = utility::string_t;
 // For names and literals, whose end is known: no length has to be counted at run time.
 using TextView = std::basic_string_view<utility::char_t>;
 
+// The way in. Wide text is checked, which the library's own conversion does not do; throws
+// std::range_error for text that is not UTF-8 then.
+Text FromUtf8(std::string_view utf8);
+
 // The way out of the schema: the text as UTF-8, which is a view of the text itself or of `buffer`.
 // None for text that is not Unicode: the parser lets lone surrogates and most malformed bytes
 // through, and they end here. The view holds as long as both do.

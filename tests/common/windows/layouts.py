@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
-"""Compares what two compilers make of the public interfaces: the places of their functions, the sizes of their structures, the numbers of the results, and what the component exports.
+"""Compares what two compilers make of the public interfaces: the places of their functions, the sizes of their structures, the numbers of the results, and what the libraries export.
 
-    layouts.py SOURCE_FOLDER COMPILER CROSS_COMPILER CROSS_OBJDUMP COMPONENT_OBJECT
+    layouts.py SOURCE_FOLDER COMPILER CROSS_COMPILER CROSS_OBJDUMP LIBRARIES HOST_LIBRARY COMPONENT_OBJECT
+
+LIBRARIES is the folder of those for Windows, HOST_LIBRARY the host services of this system.
 """
 import pathlib
 import re
@@ -79,6 +81,43 @@ def codes(assembly):
         name: "0" for name in re.findall(r"^code_(\w+):\n\s+\.(?:space|zero)\s+4", assembly, re.M)}
 
 
+def output(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def object_exports(objdump, file):
+    section = output(objdump, "-s", "-j", ".drectve", file)
+    directives = bytes.fromhex("".join(
+        "".join(line[6:41].split()) for line in section.splitlines() if re.match(r" [0-9a-f]{4} ", line)))
+    return {name.decode() for name in re.findall(rb'-export:"?(\w+)', directives)}
+
+
+def library_exports(objdump, file):
+    return set(re.findall(r"^\t\[ *\d+\] (\w+)$", output(objdump, "-p", file), re.M))
+
+
+def operations(names):
+    """Full names without parameters, whose types have other sizes on the other system."""
+    plain = {re.split(r"[(\[]", name)[0] for name in output("c++filt", *sorted(names)).splitlines()}
+    return {name for name in plain if "::State::" not in name}
+
+
+def compare_exports(objdump, libraries, host_library, component):
+    found = {"its object": object_exports(objdump, component)}
+    for name in ("ZELStore", "wmSet", "wmJobMgr"):
+        if (libraries / f"{name}.dll").exists():
+            found[name] = library_exports(objdump, libraries / f"{name}.dll")
+    faults = [f"{name} exports {names}" for name, names in found.items() if names != {"GetFactory", "GetObjectCount"}]
+    if not host_library.exists():
+        print(f"{host_library} is not built: what it exports is not compared")
+        return faults, len(found)
+    here = operations(re.findall(r" T (\w+)$", output("nm", "-D", "--defined-only", host_library), re.M))
+    there = operations(library_exports(objdump, libraries / "wmLib.dll"))
+    if len(here) < 80 or here != there:
+        faults.append(f"wmLib exports on one side alone: {here ^ there}")
+    return faults, len(found) + 1
+
+
 def main():
     source = pathlib.Path(sys.argv[1]).resolve()
     here, here_code = dump(source, sys.argv[2], ["src/include", "src"])
@@ -99,17 +138,12 @@ def main():
     numbers = codes(here_code)
     if len(numbers) < 30 or numbers != codes(there_code):
         faults.append(f"results differ: {set(numbers.items()) ^ set(codes(there_code).items())}")
-    section = subprocess.run([sys.argv[4], "-s", "-j", ".drectve", sys.argv[5]], check=True,
-                             capture_output=True, text=True).stdout
-    directives = bytes.fromhex("".join(
-        "".join(line[6:41].split()) for line in section.splitlines() if re.match(r" [0-9a-f]{4} ", line)))
-    exports = set(re.findall(rb'-export:"?(\w+)', directives))
-    if exports != {b"GetFactory", b"GetObjectCount"}:
-        faults.append(f"exports: {exports}")
+    exports, libraries = compare_exports(sys.argv[4], pathlib.Path(sys.argv[5]), pathlib.Path(sys.argv[6]), sys.argv[7])
+    faults += exports
     for fault in faults:
         print(fault)
     print(f"{len(interfaces)} interfaces, {len(places)} functions, {len(plain)} sizes, "
-          f"{len(numbers)} results, {len(exports)} exports: {'differ' if faults else 'equal'}")
+          f"{len(numbers)} results, exports of {libraries}: {'differ' if faults else 'equal'}")
     return 1 if faults else 0
 
 

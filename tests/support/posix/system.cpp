@@ -1,5 +1,6 @@
 #include "support/system.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -8,6 +9,13 @@ namespace ZEL::test {
 namespace fs = std::filesystem;
 
 const wchar_t* const hostLibrary = L"libwmLib";
+
+void* ExportOf(const std::wstring& library, const char* name) {
+    const std::string path = fs::path(library + L".so").string();
+    void* const loaded = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    EXPECT_NE(loaded, nullptr) << ::dlerror();
+    return loaded != nullptr ? ::dlsym(loaded, name) : nullptr;
+}
 
 fs::path MakeTempFolder() {
     std::string pattern = testing::TempDir() + "zelstore-XXXXXX";

@@ -15,6 +15,12 @@ namespace fs = std::filesystem;
 
 const wchar_t* const hostLibrary = L"wmLib";
 
+void* ExportOf(const std::wstring& library, const char* name) {
+    const HMODULE loaded = ::LoadLibraryW((library + L".dll").c_str());
+    EXPECT_NE(loaded, nullptr) << ::GetLastError();
+    return reinterpret_cast<void*>(::GetProcAddress(loaded, name));
+}
+
 namespace {
 
 bool IsLinkAt(const fs::path& path) {
