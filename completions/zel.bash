@@ -2,7 +2,7 @@
 
 _zel_flags() { # COMMAND: its flags
     case $1 in
-        "") echo --help --version --store --socket --fleet --host --fleet-password --config --keep-temporary --verbose ;;
+        "") echo --help --version --store --socket --config --fleet --host --fleet-password --keep-temporary --verbose ;;
         ingest) echo --help --format --keep-unmapped --no-unmapped --recover --print-keys --keys-only --new \
             --no-receive-rows --live --follow --position ;;
         query) echo --help --since --until --day --by --after-cursor --action --object --actor-path --target-path \
@@ -122,7 +122,7 @@ _zel_complete() {
     values=$(_zel_values "$command" "$flag")
     if [ -z "$values" ]; then
         case $cur,$command in
-            -*) values="$(_zel_flags "$command")${command:+ --store --socket --fleet --host --fleet-password --config --keep-temporary --verbose}" ;;
+            -*) values="$(_zel_flags "$command")${command:+ --store --socket --config --fleet --host --fleet-password --keep-temporary --verbose}" ;;
             *,ingest | *,enrich | *,query | *,follow | *,hunt) values=FILE ;;
             *) values=$(_zel_commands "$command") ;;
         esac
