@@ -29,15 +29,15 @@ using ZEL::KeyField;
 
 constexpr std::string_view packed = "ZSTD(3)", packedSteps = "Delta, ZSTD(3)";
 constexpr FleetColumn Field(KeyField field, std::uint16_t bit) {
-    return {ZEL::KeyFieldName(field), "String", true, "", field, bit};
+    return {ZEL::KeyFieldName(field), "String", "", true, field, bit};
 }
 
 constexpr FleetColumn eventColumns[] = {
-    {"host", "String", true, "", {}, 0},
-    {"receive_ms", "UInt64", false, packedSteps, {}, 0},
-    {"receive_no", "UInt32", false, packed, {}, 0},
-    {"begin_time", "String", false, packed, KeyField::beginTime, 0},
-    {"sequence", "UInt32", false, packedSteps, KeyField::sequence, 0},
+    {"host", "String", "", true, {}, 0},
+    {"receive_ms", "UInt64", packedSteps, false, {}, 0},
+    {"receive_no", "UInt32", packed, false, {}, 0},
+    {"begin_time", "String", packed, false, KeyField::beginTime, 0},
+    {"sequence", "UInt32", packedSteps, false, KeyField::sequence, 0},
     Field(KeyField::objectType, 0),
     Field(KeyField::action, 0),
     Field(KeyField::actorHash, 1),
@@ -49,20 +49,20 @@ constexpr FleetColumn eventColumns[] = {
     Field(KeyField::correlationUid, 64),
     Field(KeyField::actorUid, 128),
     Field(KeyField::targetTypeId, 256),
-    {"target_url_text", "String", false, packed, KeyField::targetUrlText, 512},
-    {"present", "UInt16", false, packed, {}, 0},
-    {"key", "String", false, packed, {}, 0},
-    {"event", "String", false, packed, {}, 0},
+    {"target_url_text", "String", packed, false, KeyField::targetUrlText, 512},
+    {"present", "UInt16", packed, false, {}, 0},
+    {"key", "String", packed, false, {}, 0},
+    {"event", "String", packed, false, {}, 0},
 };
 
 constexpr FleetColumn enrichmentColumns[] = {
-    {"host", "String", true, "", {}, 0},
-    {"sent_ms", "UInt64", false, packedSteps, {}, 0},
-    {"begin_time", "String", false, packed, {}, 0},
-    {"base_key", "String", false, packed, {}, 0},
-    {"key", "String", false, packed, {}, 0},
-    {"live", "UInt8", false, packed, {}, 0},
-    {"text", "String", false, packed, {}, 0},
+    {"host", "String", "", true, {}, 0},
+    {"sent_ms", "UInt64", packedSteps, false, {}, 0},
+    {"begin_time", "String", packed, false, {}, 0},
+    {"base_key", "String", packed, false, {}, 0},
+    {"key", "String", packed, false, {}, 0},
+    {"live", "UInt8", packed, false, {}, 0},
+    {"text", "String", packed, false, {}, 0},
 };
 
 const FleetColumn* ColumnWith(KeyField field) {

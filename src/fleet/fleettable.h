@@ -20,9 +20,9 @@ inline constexpr std::string_view enrichmentsTable = "enrichments";
 struct FleetColumn {
     std::string_view name;
     std::string_view type;  // as each server knows it
-    // For newer servers: values that repeat are kept once, and how the column is packed.
-    bool isRepeating = false;
+    // For newer servers: how the column is packed, and that values which repeat are kept once.
     std::string_view codec;
+    bool isRepeating = false;
     // The field of a row's key that it holds, as the key splits (GetKeyField); none for others.
     std::optional<ZEL::KeyField> field;
     // What `present` holds when the key has the field; 0 for a column that each row has.
