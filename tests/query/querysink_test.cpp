@@ -6,6 +6,7 @@
 #include "support/storefixture.h"
 #include "zelstore/database/leveldbinstanceproxy.h"
 #include "zelstore/database/masterdatabase.h"
+#include "zelstore/query/resulttext.h"
 #include "zelstore/query/runquery.h"
 
 namespace ZEL {
@@ -39,4 +40,34 @@ TEST(QuerySink, ARowThatIsNoTextIsPassedOverAndNotResumedFrom) {
 }
 
 }  // namespace
+// Whether it is read the short way or as any JSON.
+TEST(ReceiveRow, IsReadAsJson) {
+    const struct {
+        const char* value;
+        const char* key;  // null: it is none
+        const char* enrichment;
+    } cases[] = {
+        {R"({"event_pkey":"p1"})", "p1", "null"},
+        {R"({"event_pkey":"C:\\a\"b<\u0041\/\né"})", "C:\\a\"b<A/\né", "null"},
+        {R"({"event_pkey":"C:\\a\"b"})", "C:\\a\"b", "null"},
+        {R"({ "event_pkey" : "p" } )", "p", "null"},
+        {R"({"event_pkey":"p","x":"y"})", "p", "null"},
+        {R"({"event_pkey":"p","event_enrichment":{"a":"b"}})", "p", R"({"a":"b"})"},
+        {R"({"event_pkey":"a"b"})", nullptr, ""},
+        {R"({"event_pkey":"a\"})", nullptr, ""},
+        {R"({"event_pkey":"a\x"})", nullptr, ""},
+        {R"({"event_pkey":1})", nullptr, ""},
+        {R"({"other":"p"})", nullptr, ""},
+        {"", nullptr, ""},
+    };
+    for (const auto& one : cases) {
+        ReceiveRow row;
+        ASSERT_EQ(Succeeded(ParseReceiveRow(one.value, &row)), one.key != nullptr) << one.value;
+        if (one.key == nullptr)
+            continue;
+        EXPECT_EQ(row.eventKey, one.key);
+        EXPECT_EQ(row.enrichment, one.enrichment);
+    }
+}
+
 }  // namespace ZEL

@@ -2,6 +2,7 @@
 
 #include <cpprest/json.h>
 
+#include "common/textbridge.h"
 #include "common/trace.h"
 #include "zelstore/schema/text.h"
 
@@ -21,6 +22,29 @@ bool CutLastBrace(std::string& text) {
         return false;
     }
     text.resize(brace);
+    return true;
+}
+
+// What nearly all rows are: a key and no more, with no escapes but those of quotes and backslashes.
+// False for all others.
+bool ReadPlainRow(std::string_view value, std::string* key) {
+    constexpr std::string_view start = "{\"event_pkey\":\"", end = "\"}";
+    if (value.size() < start.size() + end.size() || !value.starts_with(start) ||
+        !value.ends_with(end) || !wm::IsUtf8(value))
+        return false;
+    value.remove_prefix(start.size());
+    value.remove_suffix(end.size());
+    key->clear();
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        const bool isEscape = value[i] == '\\';
+        i += isEscape ? 1 : 0;
+        if (i == value.size() || static_cast<unsigned char>(value[i]) < 0x20)
+            return false;
+        const bool needsEscape = value[i] == '"' || value[i] == '\\';
+        if (isEscape != needsEscape)
+            return false;
+        *key += value[i];
+    }
     return true;
 }
 
@@ -49,6 +73,10 @@ void SpliceEnrichedData(std::string& text, std::string_view enrichment) {
 }
 
 HRESULT ParseReceiveRow(std::string_view value, ReceiveRow* row) {
+    if (ReadPlainRow(value, &row->eventKey)) {
+        row->enrichment = "null";
+        return hr::ok;
+    }
     try {
         web::json::value parsed = web::json::value::parse(Schema::FromUtf8(value));
         std::string buffer;
