@@ -41,8 +41,9 @@ async function bytesOf(link, page) {
 
 test('a copy with 300,000 events, read alone', async (whole) => {
   const store = storeOf(whole);
+  const browser = await browse(whole);  // ends first, and asks nothing of a program that ends
   const link = await showAlone(whole, store);
-  const page = await open(whole, await browse(whole), link, { patience: 300_000 });
+  const page = await open(whole, browser, link, { patience: 300_000 });
   assert.equal(await counted(page), many);
   const tell = (text) => whole.diagnostic(text);
 

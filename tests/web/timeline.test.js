@@ -269,8 +269,8 @@ test('the page of a service', async (whole) => {
   const folder = folderOf(whole);
   ingest(join(folder, 'store'), [...incident(), ...hostile(), gap()], sample);
   hunt(join(folder, 'store'), rule);
+  const browser = await browse(whole);  // ends first, and asks nothing of a program that ends
   const service = await serve(whole, folder);
-  const browser = await browse(whole);
   const stage = { whole, service, browser, page: await open(whole, browser, service.link()) };
   for (const [name, run] of scenarios) await whole.test(name, () => run(stage));
   whole.diagnostic(`pictures, to be looked at: ${readdirSync(pictureFolder).sort().join(' ')} in ${pictureFolder}`);

@@ -39,7 +39,8 @@ std::optional<OneEvent> FindEvent(QuestionWork& work, const std::string& key) {
                   }),
         "what was found counts");
     if (!found)
-        work.Refuse("there is no event with that key\n");
+        work.Refuse(work.IsOver() ? "the question was ended before the event was found\n"
+                                  : "there is no event with that key\n");
     return found;
 }
 

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "common/hostservices.h"
+#include "records/eventtime.h"
+
 // The store walks from the oldest event on. So parts of the range are walked from the newest back,
 // each as long as the part before lets expect to be right; one that holds far too many events is
 // left at once, and tried shorter.
@@ -17,8 +20,8 @@ namespace {
 
 namespace hr = ZEL::hr;
 
-constexpr std::int64_t leastLength = 60000;  // milliseconds, to which an end is looked for
-constexpr std::int64_t growth = 16;
+constexpr std::int64_t leastLength = 60000;  // milliseconds, of a first part and of a sought end
+constexpr std::int64_t growth = 16, emptyGrowth = 256;
 // Where events come in bursts lengths are tried in vain; then all of a part is looked at.
 constexpr int mostInVain = 6;
 
@@ -27,6 +30,13 @@ std::int64_t LengthOf(const EventSpan& part) {
 }
 
 }  // namespace
+
+NewestRows::NewestRows(QuestionWork& work, EventQuestion& question,
+                       const std::optional<EventPlace>& behind)
+    : work_(work),
+      question_(question),
+      behind_(behind),
+      now_(MillisecondsIn(wm::FormatUtc(wm::Clock().UtcNow())).value_or(EventSpan::noBegin)) {}
 
 void NewestRows::Met::Add(std::int64_t time) {
     first = std::min(first, time);
@@ -80,15 +90,14 @@ EventSpan NewestRows::LastOf(const EventSpan& part) {
     return last;
 }
 
-// What stands behind the last event counts for no length. A part without any has no length of its
-// own that tells something.
+// What stands behind the last event, and in the future, counts for no length.
 std::int64_t NewestRows::NextWindow(const EventSpan& part, std::int64_t found,
                                     std::int64_t need) const {
+    const std::int64_t end = std::min(found == 0 ? now_ : met_.last, part.until);
+    const std::int64_t length = std::max<std::int64_t>(end - part.since + 1, 1);
     if (found == 0)
-        return LengthOf(part) * growth;
-    const std::int64_t length = std::min(met_.last, part.until) - part.since + 1;
-    return std::max<std::int64_t>(length, 1) *
-           std::clamp<std::int64_t>(2 * need / found, 2, growth);
+        return length * emptyGrowth;
+    return length * std::clamp<std::int64_t>(2 * need / found, 2, growth);
 }
 
 ZEL::HRESULT NewestRows::Collect(const EventSpan& range, std::size_t need, std::int64_t window,
@@ -98,6 +107,8 @@ ZEL::HRESULT NewestRows::Collect(const EventSpan& range, std::size_t need, std::
     const std::size_t mostSeen = 5 * need;
     int inVain = 0;
     EventSpan rest = range;
+    if (window <= 0)  // events mostly come while they happen
+        window = range.until - std::min(now_, range.until) + leastLength;
     window = std::clamp<std::int64_t>(window, 1, LengthOf(range));
     while (rest.since <= rest.until && rows->Count() < need && !rows->IsCut() && !IsOver()) {
         const EventSpan part{std::max(rest.since, rest.until - window + 1), rest.until};

@@ -12,11 +12,11 @@ namespace zel {
 class NewestRows {
 public:
     // Only what stands behind the position counts, where there is one.
-    NewestRows(QuestionWork& work, EventQuestion& question, const std::optional<EventPlace>& behind)
-        : work_(work), question_(question), behind_(behind) {}
+    NewestRows(QuestionWork& work, EventQuestion& question,
+               const std::optional<EventPlace>& behind);
 
     // At least `need` of them, unless there are fewer or they are too large to be kept. `window`:
-    // milliseconds at the end of the range that are tried first. The store's result.
+    // milliseconds at the end of the range that are tried first; 0: not known. The store's result.
     ZEL::HRESULT Collect(const EventSpan& range, std::size_t need, std::int64_t window,
                          BestRows* rows);
 
@@ -36,6 +36,7 @@ private:
     QuestionWork& work_;
     EventQuestion& question_;
     const std::optional<EventPlace>& behind_;
+    const std::int64_t now_;
     Met met_;
     ZEL::HRESULT result_ = ZEL::hr::ok;
 };

@@ -8,8 +8,6 @@
 #include "agent/web/counttimes.h"
 #include "agent/web/listbest.h"
 #include "agent/web/listnewest.h"
-#include "common/hostservices.h"
-#include "records/eventtime.h"
 #include "records/recordwriter.h"
 
 // A page of a list, though the store walks from the oldest event on, folder by folder, and knows no
@@ -144,16 +142,10 @@ void ListRun::CollectOldest(const EventSpan& rest, BestRows& rows) {
     });
 }
 
-// Twice the length of what was found is likely to hold the next page. Before anything is known the
-// last hour is likely, as events mostly come while they happen.
+// Twice the length of what was found is likely to hold the next page.
 void ListRun::CollectNewest(const EventSpan& rest, BestRows& rows) {
-    constexpr std::int64_t hour = 3600000;
-    const std::int64_t now =
-        MillisecondsIn(wm::FormatUtc(wm::Clock().UtcNow())).value_or(EventSpan::noBegin);
-    const std::int64_t window =
-        ask_.window > 0 ? ask_.window : rest.until - std::min(now - hour, rest.until);
     NewestRows newest(work_, question_, ask_.behind);
-    result_ = newest.Collect(rest, skip_ + ask_.most + 1, window, &rows);
+    result_ = newest.Collect(rest, skip_ + ask_.most + 1, ask_.window, &rows);
     window_ = 2 * rows.Length() + 1;
 }
 
