@@ -54,7 +54,8 @@ TEST(HtmlTextTest, NothingIsMarkup) {
     const std::pair<const char*, const char*> cases[] = {
         {"<a b='c' d=\"e\">&", "&lt;a b=&#39;c&#39; d=&quot;e&quot;&gt;&amp;"},
         {"a\x01\x7F\n\tb", "a&#9217;&#9249;\n\tb"},
-        {"x\u202Egpj\u2066\u200F.\u2028", "x[U+202E]gpj[U+2066][U+200F].\u2028"},
+        {"x\u202Egpj\u2066\u200F.\u2028\u200B\u2030",
+         "x[U+202E]gpj[U+2066][U+200F].[U+2028][U+200B]\u2030"},
         {"\xE2\x80", "\xE2\x80"},
     };
     for (const auto& [text, html] : cases)
