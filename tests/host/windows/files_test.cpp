@@ -2,6 +2,7 @@
 // The other needs it first.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
 #include <memory>
 
@@ -71,13 +72,15 @@ TEST(WindowsFiles, ReplacingWaitsForAReaderThatIsThroughSoon) {
         ASSERT_EQ(ReplaceWholeFile(file, "former"), hr::ok);
         WorkerThread reader;
         auto held = std::make_unique<Held>(file, share);
+        std::atomic<bool> isOver{false};
         ASSERT_TRUE(reader.Start([&] {
-            while (store.List().size() < 2)
+            while (store.List().size() < 2 && !isOver)
                 ::Sleep(1);
             held.reset();
             return hr::ok;
         }));
         EXPECT_EQ(ReplaceWholeFile(file, "new"), hr::ok) << share;
+        isOver = true;
         reader.Wait();
     }
     std::string text;
