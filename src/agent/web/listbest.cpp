@@ -34,7 +34,7 @@ void BestRows::Add(const EventPlace& place, const ZEL::QueryRow& row) {
         Keep(place, {std::string(row.key), std::string(row.text), std::string(row.enrichments)});
 }
 
-void BestRows::Keep(const EventPlace& place, ListedEvent event) {
+void BestRows::Keep(const EventPlace& place, ListedEvent&& event) {
     const std::size_t bytes = BytesOf(event);
     if (!rows_.try_emplace(place, std::move(event)).second)
         return;
@@ -48,7 +48,7 @@ void BestRows::Keep(const EventPlace& place, ListedEvent event) {
     }
 }
 
-void BestRows::Join(BestRows other) {
+void BestRows::Join(BestRows&& other) {
     for (auto& [place, event] : other.rows_)
         if (Wants(place))
             Keep(place, std::move(event));

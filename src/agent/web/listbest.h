@@ -23,7 +23,7 @@ public:
     bool IsBeyond(std::int64_t time, std::uint64_t sequence) const;
     void Add(const EventPlace& place, const ZEL::QueryRow& row);
     // Takes what another has found.
-    void Join(BestRows other);
+    void Join(BestRows&& other);
 
     std::size_t Count() const noexcept { return rows_.size(); }
     // Whether more were wanted than may be kept.
@@ -37,7 +37,7 @@ private:
         return newest_ ? rows_.begin() : std::prev(rows_.end());
     }
     bool Wants(const EventPlace& place) const;
-    void Keep(const EventPlace& place, ListedEvent event);
+    void Keep(const EventPlace& place, ListedEvent&& event);
 
     std::size_t most_;
     const bool newest_;
