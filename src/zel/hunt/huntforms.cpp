@@ -150,8 +150,12 @@ private:
         const Field of = MachineField(machine);
         // Of a path the end tells most, as in other tables.
         const Field target = {"target", FindColumn("target_path"), {}, ColumnType::text};
-        return {ColumnField("time"), TextField("level"),   TextField("rule"),
-                TextField("author"), of, target};
+        return {ColumnField("time"),
+                TextField("level"),
+                TextField("rule"),
+                TextField("author"),
+                of,
+                target};
     }
 };
 
