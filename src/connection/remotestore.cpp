@@ -1,6 +1,5 @@
 #include "connection/remotestore.h"
 
-#include <atomic>
 #include <map>
 #include <utility>
 
@@ -11,6 +10,7 @@
 #include "common/lock.h"
 #include "common/valuetext.h"
 #include "connection/agentrequest.h"
+#include "connection/distantstore.h"
 #include "connection/rowframes.h"
 #include "connection/storelook.h"
 
@@ -208,44 +208,12 @@ void Question::TakeDamaged(frames::Reader& reader) {
         wm::ReportError(hr::corrupt, wm::reportLabel::damagedData, "Where", "in the agent");
 }
 
-class RemoteStore final : public ZEL::IEventStore7 {
+class RemoteStore final : public DistantStore {
 public:
     RemoteStore(std::string socket, ISessionListener& listener,
                 ZEL::CountedPtr<ZEL::IEventStore7> keys)
-        : socket_(std::move(socket)), listener_(listener), keys_(std::move(keys)) {}
+        : DistantStore(listener, std::move(keys)), socket_(std::move(socket)) {}
 
-    ZEL::TobResult QueryInterface(const ZEL::GUID&, void** out) override {
-        if (out != nullptr)
-            *out = nullptr;
-        return ZEL::TOBERR_NO_INTERFACE;
-    }
-    std::int64_t AddRef() override { return ++references_; }
-    std::int64_t Release() override {
-        const std::int64_t left = --references_;
-        if (left == 0)
-            delete this;
-        return left;
-    }
-
-    HRESULT MakeKey(IStringValue* text, std::int32_t kind, IStringValue** key) override {
-        return keys_->MakeKey(text, kind, key);
-    }
-    HRESULT MakePropertyKey(ZEL::IEventProperties* event, IStringValue** key) override {
-        return keys_->MakePropertyKey(event, key);
-    }
-    HRESULT MakeEnrichmentKey(IStringValue* baseKey, IStringValue** key) override {
-        return keys_->MakeEnrichmentKey(baseKey, key);
-    }
-    HRESULT MakeFlaggedEnrichmentKey(IStringValue* baseKey, bool silentEnrichment,
-                                     IStringValue** key) override {
-        return keys_->MakeFlaggedEnrichmentKey(baseKey, silentEnrichment, key);
-    }
-
-    HRESULT Query(IStringValue* document, ZEL::IQueryCallback* callback,
-                  ZEL::HANDLE stopEvent) override;
-    HRESULT QueryEx(IStringValue*, ZEL::IQueryCallback*, ZEL::HANDLE, ZEL::HANDLE) override {
-        return hr::notImplemented;
-    }
     HRESULT GetDatabaseErrors(ZEL::IValueCollection** out) override {
         return ZEL::AtBoundary([&] { return failures_.List(out); });
     }
@@ -260,54 +228,28 @@ public:
     HRESULT Stop() override {
         return ZEL::AtBoundary([&] { return SendEnrichments(); });
     }
-    HRESULT Shutdown() override { return hr::ok; }
-
-    // The agent's own affairs.
-    HRESULT Insert(IStringValue*, IStringValue*) override { return hr::notImplemented; }
-    HRESULT Initialize() override { return hr::notImplemented; }
-    HRESULT SetLiveMode(bool) override { return hr::notImplemented; }
 
 private:
-    ~RemoteStore() = default;
+    ~RemoteStore() override = default;
 
-    HRESULT Told(HRESULT result, const std::string& problem) {
-        if (Failed(result) && result != hr::aborted && !problem.empty())
-            listener_.Say(problem);
-        return result;
+    HRESULT Ask(const std::string& document, ZEL::IQueryCallback& callback, ZEL::HANDLE stopEvent,
+                bool* isComplete, std::string* problem) override {
+        Question question(socket_, callback, stopEvent, failures_);
+        const HRESULT end = question.Ask(document);
+        *isComplete = question.IsComplete();
+        *problem = question.Problem();
+        return end;
     }
     HRESULT Call(const char* method, const std::string& target, const std::string& body,
                  std::string* answer);
     HRESULT SendEnrichments();
 
     const std::string socket_;
-    ISessionListener& listener_;
-    const ZEL::CountedPtr<ZEL::IEventStore7> keys_;
-    std::atomic<std::int64_t> references_{1};
     FailureTable failures_;
     // One thread adds enrichments.
     std::string waiting_;  // lines of them
     std::uint64_t waitingCount_ = 0;
 };
-
-HRESULT RemoteStore::Query(IStringValue* document, ZEL::IQueryCallback* callback,
-                           ZEL::HANDLE stopEvent) {
-    if (callback == nullptr)
-        return hr::invalidArgument;
-    bool isComplete = true;
-    const HRESULT result = ZEL::AtBoundary([&] {
-        std::string buffer;
-        const auto text = document != nullptr ? wm::Utf8Of(*document, buffer) : std::nullopt;
-        if (!text || text->empty())
-            return document == nullptr || text ? hr::invalidArgument : hr::unexpected;
-        Question question(socket_, *callback, stopEvent, failures_);
-        const HRESULT end = question.Ask(std::string(*text));
-        isComplete = question.IsComplete();
-        return Told(end, question.Problem());
-    });
-    ZEL::IgnoreResult(callback->OnQueryResults(result, nullptr, true, isComplete, nullptr, 0),
-                      "nothing follows");
-    return result;
-}
 
 HRESULT RemoteStore::Call(const char* method, const std::string& target, const std::string& body,
                           std::string* answer) {
